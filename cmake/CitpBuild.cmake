@@ -1,0 +1,36 @@
+# What every target is built with: the language, the warnings, the sanitizers, and Qt in the chosen generation.
+include(GNUInstallDirs)
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CITP_QT_MAJOR MATCHES "^[56]$")
+  message(FATAL_ERROR "CITP_QT_MAJOR is '${CITP_QT_MAJOR}': set it to 6 or 5")
+endif()
+set(CITP_QT Qt${CITP_QT_MAJOR})
+if(CITP_QT_MAJOR EQUAL 5)
+  set(CITP_QT_MINIMUM 5.15)
+else()
+  set(CITP_QT_MINIMUM 6.4)
+endif()
+find_package(${CITP_QT} ${CITP_QT_MINIMUM} REQUIRED COMPONENTS Core Network)
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
+if(CITP_WARNINGS_ARE_ERRORS)
+  add_compile_options(-Werror)
+endif()
+# Qt's keywords (signals, slots, emit) are left to the application, and nothing relies on silent text conversions.
+add_compile_definitions(QT_NO_KEYWORDS QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY)
+
+if(CITP_SANITIZE)
+  add_compile_options(-fsanitize=${CITP_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${CITP_SANITIZE})
+  if(CITP_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()

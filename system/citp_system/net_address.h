@@ -1,0 +1,28 @@
+// Net::Address: an IPv4 address with a port.
+#pragma once
+
+#include <citp_system/system_export.h>
+
+#include <cstdint>
+#include <string>
+
+namespace Net {
+/// An IPv4 address and a port, both in host byte order. A value.
+class CITP_SYSTEM_EXPORT Address
+{
+public:
+    Address() = default; ///< 0.0.0.0, port 0: any address, any port
+    explicit Address(std::uint32_t hostIp, std::uint16_t port = 0) noexcept;
+    /// From dotted decimal ("224.0.0.180"); a text that is not an IPv4 address gives 0.0.0.0.
+    explicit Address(const char* text, std::uint16_t port = 0) noexcept;
+
+    std::uint32_t GetHostIp() const noexcept { return m_hostIp; }
+    std::uint16_t GetPort() const noexcept { return m_port; }
+    /// Dotted decimal, a colon and the port: "2.0.0.10:4809".
+    std::string ToString() const;
+
+private:
+    std::uint32_t m_hostIp = 0;
+    std::uint16_t m_port = 0;
+};
+} // namespace Net

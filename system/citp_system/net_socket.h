@@ -1,0 +1,51 @@
+// Net::Socket: a UDP or TCP socket that owns its descriptor.
+#pragma once
+
+#include <citp_system/net_address.h>
+#include <citp_system/system_export.h>
+
+#include <cstdint>
+
+namespace Net {
+/// An IPv4 socket. The object is the only owner of its descriptor: it closes it once, in Close() or when it dies, and
+/// nobody else may. A library that wants to adopt the connection is given a duplicate (dup) of GetDescriptor().
+///
+/// Used by one thread at a time; Cancel() alone may be called from another. An operation that reports failure leaves
+/// the reason in errno.
+class CITP_SYSTEM_EXPORT Socket
+{
+public:
+    enum Protocol { UDP = 0, TCP = 1 };
+
+    Socket() noexcept = default; ///< not open
+    ~Socket();
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+
+    /// Opens a new descriptor, closing one that is open. It is not inherited by child programs.
+    /// @return false if the system has none to give; the socket is then not valid
+    bool Open(Protocol protocol);
+    bool IsValid() const noexcept { return m_descriptor >= 0; }
+    /// The descriptor, still owned by this object; -1 when not open.
+    int GetDescriptor() const noexcept { return m_descriptor; }
+
+    bool SetBlocking(bool blocking);
+    bool SetAddressReuse(bool reuse);         ///< SO_REUSEADDR; to be set before Bind
+    bool SetReceiveBufferCapacity(int bytes); ///< SO_RCVBUF; the kernel may give another size
+    bool Bind(std::uint16_t port);            ///< to @p port on every adapter
+    bool Bind(const Address& address);        ///< to one adapter's address; port 0 for any port
+    /// Joins a multicast group on the adapter with the address @p adapterIp (both IPv4, host byte order). An
+    /// @p adapterIp of 0 is refused: it means that there is no adapter, and the kernel would take one at will.
+    bool JoinMulticastGroup(std::uint32_t groupIp, std::uint32_t adapterIp);
+    bool SetMulticastTtl(int hops);           ///< 0 to 255
+    bool SetMulticastLoopback(bool loopback); ///< whether this machine hears what it sends to a group
+
+    /// Ends pending operations of other threads on this socket; they return with an error. The socket stays open.
+    void Cancel();
+    /// Closes the descriptor; without effect when not open.
+    void Close();
+
+private:
+    int m_descriptor = -1;
+};
+} // namespace Net
