@@ -1,0 +1,30 @@
+// The bounds that a header must keep before its size is believed.
+#include "framing.h"
+
+#include "wire.h"
+
+namespace MediaServer {
+bool MessageCutter::next(QByteArray& message)
+{
+    if (!m_problem.isEmpty() || m_buffer.size() < HeaderSize)
+        return false;
+    FieldReader header(m_buffer, 0);
+    if (header.bytes(4) != "CITP") {
+        m_problem = "a message does not begin with CITP";
+        return false;
+    }
+    header.bytes(4);
+    const quint32 size = header.u32();
+    if (size < HeaderSize || size > MaximumSize) {
+        m_problem =
+            QString("a message announces %1 bytes; %2 to %3 are possible").arg(size).arg(HeaderSize).arg(MaximumSize);
+        return false;
+    }
+    const int length = static_cast<int>(size);
+    if (m_buffer.size() < length)
+        return false;
+    message = m_buffer.left(length);
+    m_buffer.remove(0, length);
+    return true;
+}
+} // namespace MediaServer

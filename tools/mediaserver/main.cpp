@@ -1,0 +1,131 @@
+// The program citp-mediaserver: reads the command line, starts the servers, and ends on a signal or after its time.
+#include <sys/signalfd.h>
+#include <unistd.h>
+#include <QCoreApplication>
+#include <QSocketNotifier>
+#include <QTimer>
+#include <QUuid>
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "addresses.h"
+#include "event_log.h"
+#include "options.h"
+#include "server.h"
+
+using namespace MediaServer;
+
+namespace {
+constexpr int Failure = 1;
+constexpr int WrongUse = 2;
+
+int fail(const QString& text, int status)
+{
+    std::fprintf(stderr, "citp-mediaserver: %s\n", printable(text).toUtf8().constData());
+    return status;
+}
+
+// SIGINT and SIGTERM arrive as bytes to read, so that ending runs like any other event. Blocked before any thread
+// starts.
+int openSignals()
+{
+    sigset_t ending;
+    sigemptyset(&ending);
+    sigaddset(&ending, SIGINT);
+    sigaddset(&ending, SIGTERM);
+    sigprocmask(SIG_BLOCK, &ending, nullptr);
+    return signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+// Each layer takes twenty channels; a universe holds 25 of them.
+QStringList layerSources(int count, int server)
+{
+    QStringList sources;
+    for (int layer = 0; layer < count; ++layer)
+        sources << QString("ArtNet/%1/%2/%3").arg(server).arg(layer / 25).arg(layer % 25 * 20 + 1);
+    return sources;
+}
+
+Identity identityOf(const Options& options, int index)
+{
+    Identity identity;
+    identity.name = options.count > 1 ? QString("%1 %2").arg(options.name).arg(index + 1) : options.name;
+    identity.uuid = options.uuid;
+    if (identity.uuid.isEmpty()) {
+        static const QUuid family("5f0c2f4e-4a0c-4c7e-9a55-0d5b6f1c7a31");
+        identity.uuid = QUuid::createUuidV5(family, identity.name).toByteArray(QUuid::WithoutBraces);
+    }
+    identity.product = options.product;
+    identity.versionMajor = options.versionMajor;
+    identity.versionMinor = options.versionMinor;
+    identity.versionBugfix = options.versionBugfix;
+    identity.msexMinor = options.msexMinor;
+    identity.layerSources = layerSources(options.layers, index);
+    return identity;
+}
+
+void scheduleDeath(Server& server, const Options& options)
+{
+    QTimer::singleShot(options.dieAfterMs, &server, [&server, options] {
+        server.vanish();
+        if (options.reviveAfterMs < 0)
+            return;
+        QTimer::singleShot(options.reviveAfterMs, &server, [&server] {
+            QString problem;
+            if (!server.start(problem))
+                QCoreApplication::exit(fail(problem, Failure));
+        });
+    });
+}
+
+int run(const Options& options, int signalDescriptor)
+{
+    QString problem;
+    const QNetworkInterface adapter = findAdapter(options.adapter, problem);
+    if (!adapter.isValid())
+        return fail(problem, Failure);
+    const std::vector<Place> places = placeServers(adapter, options.address, options.port, options.count, problem);
+    if (places.empty())
+        return fail(problem, Failure);
+
+    const EventLog log(options.quiet);
+    std::vector<std::unique_ptr<Server>> servers;
+    for (int i = 0; i < options.count; ++i) {
+        servers.push_back(std::make_unique<Server>(identityOf(options, i), places[static_cast<std::size_t>(i)], adapter,
+                                                   options.intervalMs, log));
+        if (!servers.back()->start(problem))
+            return fail(problem, Failure);
+    }
+    if (options.dieAfterMs >= 0)
+        scheduleDeath(*servers[static_cast<std::size_t>(options.dieServer - 1)], options);
+    if (options.seconds > 0)
+        QTimer::singleShot(options.seconds * 1000, qApp, [] { QCoreApplication::exit(0); });
+
+    QSocketNotifier ending(signalDescriptor, QSocketNotifier::Read);
+    QObject::connect(&ending, &QSocketNotifier::activated, qApp, [] { QCoreApplication::exit(0); });
+    const int status = QCoreApplication::exec();
+    log.line({}, "ends");
+    return status;
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const int signalDescriptor = openSignals();
+    QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName("citp-mediaserver");
+    const CommandLine line = readCommandLine(QCoreApplication::arguments());
+    switch (line.action) {
+        case CommandLine::Action::WrongUse:
+            return fail(line.text + "; --help explains every option", WrongUse);
+        case CommandLine::Action::Help:
+        case CommandLine::Action::Version:
+            std::fputs(line.text.toUtf8().constData(), stdout);
+            return 0;
+        case CommandLine::Action::Run:
+            break;
+    }
+    return run(line.options, signalDescriptor);
+}

@@ -1,0 +1,44 @@
+// What a console sends to a media server, and the pure function that reads it from a message's bytes.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <vector>
+
+namespace MediaServer {
+enum class RequestKind {
+    Unknown,           ///< a message that no media server answers
+    Malformed,         ///< shorter than its own fields say; Request::problem tells where
+    PeerName,          ///< PNam
+    ClientInfo,        ///< CInf
+    SendPatch,         ///< SPtc
+    Libraries,         ///< GELI
+    Elements,          ///< GEIn
+    LibraryThumbnails, ///< GELT
+    ElementThumbnails, ///< GETh
+};
+
+/// One parsed message. Only the fields of its kind are set.
+struct Request
+{
+    RequestKind kind = RequestKind::Unknown;
+    QString code;            ///< layer and content code, e.g. "MSEX GELI"
+    QString problem;         ///< of a malformed message
+    quint16 index = 0;       ///< the request index, given back in the answer
+    quint8 versionMajor = 0; ///< MSEX version of an MSEX message
+    quint8 versionMinor = 0;
+    QString peerName;
+    std::vector<quint16> versions; ///< of CInf: major in the high byte, minor in the low one
+    std::vector<quint16> fixtures; ///< of SPtc; empty asks for the whole patch
+    quint8 libraryType = 0;
+    quint32 libraryId = 0;           ///< first wire byte lowest; the parent in GELI; a one-byte number in MSEX 1.0
+    std::vector<quint32> libraryIds; ///< of GELT; empty asks for all
+    std::vector<quint8> numbers;     ///< of GELI, GEIn, GETh; empty asks for all
+    QByteArray format;               ///< four characters
+    quint16 width = 0;               ///< pixels
+    quint16 height = 0;              ///< pixels
+};
+
+/// Reads one whole message, header included. Any bytes at all may be passed; reads never leave them.
+Request parseRequest(const QByteArray& message);
+} // namespace MediaServer
