@@ -1,0 +1,161 @@
+// MEIn, EEIn and GLEI: parsing and debug text.
+#include <citp/citp_codecs.h>
+#include <citp/citp_msex_fields_p.h>
+#include <citp/citp_msg_msex_elements.h>
+#include <citp/citp_wire_p.h>
+
+#include <utility>
+
+namespace CITP {
+namespace {
+/// Reads what the records of all three messages begin with; the fields that follow are the caller's.
+template <typename Record>
+void readBeginning(WireReader& reader, unsigned char versionMinor, Record& record, QString& name)
+{
+    record.Number = reader.u8();
+    if (versionMinor == 2)
+        record.SerialNumber = reader.u32();
+    record.DMXRangeMin = reader.u8();
+    record.DMXRangeMax = reader.u8();
+    name = reader.ucs2();
+}
+
+/// The debug text shows 64-bit time stamps by their low half.
+unsigned int lowHalf(unsigned long long timestamp)
+{
+    return static_cast<unsigned int>(timestamp & 0xFFFFFFFFU);
+}
+} // namespace
+
+Msg_MSEX_MEIN::Msg_MSEX_MEIN(const QByteArray& msg) : Msg_MSEX(msg)
+{
+    if (versionMinor > 2)
+        return;
+    WireReader reader(msg, MIN_MSEX_LENGTH);
+    LibraryId = readLibraryId(reader, versionMinor);
+    const quint16 count = readCount(reader, versionMinor);
+    Media.reserve(count);
+    for (unsigned int i = 0; i < count; ++i) {
+        MediaInformation medium;
+        readBeginning(reader, versionMinor, medium, medium.Name);
+        medium.Timestamp = reader.u64();
+        medium.Width = reader.u16();
+        medium.Height = reader.u16();
+        medium.Length = reader.u32();
+        medium.FrameRate = reader.u8();
+        Media.push_back(std::move(medium));
+    }
+}
+
+Msg_MSEX_MEIN::~Msg_MSEX_MEIN() = default;
+
+QString& operator>>(QString& text, const Msg_MSEX_MEIN& m)
+{
+    text >> static_cast<const Msg_MSEX&>(m);
+    addToStr(text, QStringLiteral(" LibraryId="), m.LibraryId);
+    text += QLatin1Char('\n');
+    for (const Msg_MSEX_MEIN::MediaInformation& medium : m.Media) {
+        addToStr(text, QStringLiteral("Number="), medium.Number);
+        if (m.versionMinor == 2)
+            addToStr(text, QStringLiteral(" SerialNumber="), medium.SerialNumber);
+        addToStr(text, QStringLiteral(" DMXRangeMin="), medium.DMXRangeMin);
+        addToStr(text, QStringLiteral(" DMXRangMax="), medium.DMXRangeMax);
+        addToStr(text, QStringLiteral(" Name="), medium.Name);
+        addToStr(text, QStringLiteral(" Timestamp="), lowHalf(medium.Timestamp));
+        addToStr(text, QStringLiteral(" MediaWidth="), medium.Width);
+        addToStr(text, QStringLiteral(" MediaHeight="), medium.Height);
+        addToStr(text, QStringLiteral(" Length="), medium.Length);
+        addToStr(text, QStringLiteral(" FPS="), medium.FrameRate);
+        text += QLatin1Char('\n');
+    }
+    return text;
+}
+
+Msg_MSEX_EEIN::Msg_MSEX_EEIN(const QByteArray& msg) : Msg_MSEX(msg)
+{
+    if (versionMinor > 2) {
+        valid = false;
+        return;
+    }
+    WireReader reader(msg, MIN_MSEX_LENGTH);
+    LibraryId = readLibraryId(reader, versionMinor);
+    const quint16 count = readCount(reader, versionMinor);
+    Effects.reserve(count);
+    for (unsigned int i = 0; i < count; ++i) {
+        EffectInformation effect;
+        readBeginning(reader, versionMinor, effect, effect.EffectName);
+        const quint8 parameters = reader.u8();
+        effect.ParameterNames.reserve(parameters);
+        for (unsigned int parameter = 0; parameter < parameters; ++parameter)
+            effect.ParameterNames.push_back(reader.ucs2());
+        Effects.push_back(std::move(effect));
+    }
+}
+
+Msg_MSEX_EEIN::~Msg_MSEX_EEIN() = default;
+
+QString& operator>>(QString& text, const Msg_MSEX_EEIN& m)
+{
+    text >> static_cast<const Msg_MSEX&>(m);
+    addToStr(text, QStringLiteral(" LibraryID="), m.LibraryId);
+    addToStr(text, QStringLiteral(" ELementCount="), static_cast<unsigned int>(m.Effects.size()));
+    for (const Msg_MSEX_EEIN::EffectInformation& effect : m.Effects) {
+        text += QLatin1Char('\n');
+        addToStr(text, QStringLiteral("\t#="), effect.Number);
+        if (m.versionMinor == 2)
+            addToStr(text, QStringLiteral(" Serial#="), effect.SerialNumber);
+        addToStr(text, QStringLiteral(" DMXRangeMin="), effect.DMXRangeMin);
+        addToStr(text, QStringLiteral(" DMXRangeMax="), effect.DMXRangeMax);
+        addToStr(text, QStringLiteral(" EffectName="), effect.EffectName);
+        addToStr(text, QStringLiteral(" #params="), static_cast<unsigned int>(effect.ParameterNames.size()));
+        for (const QString& name : effect.ParameterNames) {
+            text += QLatin1Char('\n');
+            addToStr(text, QStringLiteral("\t\tname="), name);
+        }
+    }
+    return text;
+}
+
+Msg_MSEX_GLEI::Msg_MSEX_GLEI(const QByteArray& msg) : Msg_MSEX(msg)
+{
+    if (versionMinor != 1 && versionMinor != 2) {
+        valid = false;
+        return;
+    }
+    WireReader reader(msg, MIN_MSEX_LENGTH);
+    if (versionMinor == 2)
+        LibraryType = reader.u8();
+    LibraryId = readLibraryId(reader, versionMinor);
+    const quint16 count = readCount(reader, versionMinor);
+    Elements.reserve(count);
+    for (unsigned int i = 0; i < count; ++i) {
+        GenericInformation element;
+        readBeginning(reader, versionMinor, element, element.Name);
+        element.Timestamp = reader.u64();
+        Elements.push_back(std::move(element));
+    }
+}
+
+Msg_MSEX_GLEI::~Msg_MSEX_GLEI() = default;
+
+QString& operator>>(QString& text, const Msg_MSEX_GLEI& m)
+{
+    text >> static_cast<const Msg_MSEX&>(m);
+    addToStr(text, QStringLiteral(" LibraryID="), m.LibraryId);
+    addToStr(text, QStringLiteral(" ELementCount="), static_cast<unsigned int>(m.Elements.size()));
+    if (!m.Elements.empty())
+        text += QLatin1Char('\n');
+    for (const Msg_MSEX_GLEI::GenericInformation& element : m.Elements) {
+        text += QLatin1Char('\t');
+        addToStr(text, QStringLiteral(" elem  #="), element.Number);
+        if (m.versionMinor == 2)
+            addToStr(text, QStringLiteral(" serial#="), element.SerialNumber);
+        addToStr(text, QStringLiteral(" DMXRangeMin="), element.DMXRangeMin);
+        addToStr(text, QStringLiteral(" DMXRangeMax="), element.DMXRangeMax);
+        addToStr(text, QStringLiteral(" Name="), element.Name);
+        addToStr(text, QStringLiteral(" Time="), lowHalf(element.Timestamp));
+        text += QLatin1Char('\n');
+    }
+    return text;
+}
+} // namespace CITP

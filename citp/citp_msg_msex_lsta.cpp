@@ -1,0 +1,58 @@
+// LSta: parsing and debug text.
+#include <citp/citp_codecs.h>
+#include <citp/citp_msex_fields_p.h>
+#include <citp/citp_msg_msex_lsta.h>
+#include <citp/citp_wire_p.h>
+
+#include <utility>
+
+namespace CITP {
+Msg_MSEX_LSTA::Msg_MSEX_LSTA(const QByteArray& msg) : Msg_MSEX(msg)
+{
+    if (versionMinor != 0 && versionMinor != 2) {
+        valid = false;
+        return;
+    }
+    WireReader reader(msg, MIN_MSEX_LENGTH);
+    const quint8 count = reader.u8();
+    Layers.reserve(count);
+    for (unsigned int i = 0; i < count; ++i) {
+        LayerStatus layer;
+        layer.LayerNumber = reader.u8();
+        layer.PhysicalOutput = reader.u8();
+        if (versionMinor == 2)
+            layer.LibraryType = reader.u8();
+        layer.LibraryId = readLibraryId(reader, versionMinor);
+        layer.MediaNumber = reader.u8();
+        layer.MediaName = reader.ucs2();
+        layer.MediaPosition = reader.u32();
+        layer.MediaLength = reader.u32();
+        layer.MediaFrameRate = reader.u8();
+        layer.LayerStatusFlags = reader.u32();
+        Layers.push_back(std::move(layer));
+    }
+}
+
+Msg_MSEX_LSTA::~Msg_MSEX_LSTA() = default;
+
+QString& operator>>(QString& text, const Msg_MSEX_LSTA& m)
+{
+    text >> static_cast<const Msg_MSEX&>(m);
+    addToStr(text, QStringLiteral(" LayerCount="), static_cast<unsigned int>(m.Layers.size()));
+    for (const Msg_MSEX_LSTA::LayerStatus& layer : m.Layers) {
+        text += QStringLiteral("\n\t");
+        addToStr(text, QStringLiteral("#="), layer.LayerNumber);
+        addToStr(text, QStringLiteral(" PhysicalOutput="), layer.PhysicalOutput);
+        if (m.versionMinor == 2)
+            addToStr(text, QStringLiteral(" LibraryType="), layer.LibraryType);
+        addToStr(text, QStringLiteral(" LibraryID="), layer.LibraryId);
+        addToStr(text, QStringLiteral(" MediaNumber="), layer.MediaNumber);
+        addToStr(text, QStringLiteral(" MediaName="), layer.MediaName);
+        addToStr(text, QStringLiteral(" MediaPosition="), layer.MediaPosition);
+        addToStr(text, QStringLiteral(" MediaLength="), layer.MediaLength);
+        addToStr(text, QStringLiteral(" MediaFPS="), layer.MediaFrameRate);
+        addToStr(text, QStringLiteral(" LayerStatusFlags="), layer.LayerStatusFlags);
+    }
+    return text;
+}
+} // namespace CITP
