@@ -1,0 +1,204 @@
+// citp_stack: the one object through which an application finds media servers, talks to them and hears from them.
+//
+// It owns a worker thread; everything that touches the network, and every signal, happens there. Requests and queries
+// may come from any thread. The registry owns the records of the servers, each record its connection.
+#pragma once
+
+#include <citp/citp_export.h>
+#include <citp/citp_msg_msex_sinf.h>
+#include <citp/citp_msg_peer.h>
+#include <citp_system/net_socket.h>
+#include <citp_system/os_network_adapter.h>
+
+#include <QByteArray>
+#include <QHostAddress>
+#include <QMap>
+#include <QObject>
+#include <QString>
+
+#include <atomic>
+#include <mutex>
+#include <queue>
+#include <vector>
+
+class QRecursiveMutex;
+class QTcpSocket;
+class QUdpSocket;
+
+namespace CITP {
+// Only declared here: with the full classes in view, Qt 6 would register every one of them by itself, and the fixture
+// patch message is not to be registered by this library (see citp_stack::patchMessage).
+class Msg_FPTC_PTCH;
+class Msg_MSEX_EEIN;
+class Msg_MSEX_ELIN;
+class Msg_MSEX_ELTH;
+class Msg_MSEX_ELUP;
+class Msg_MSEX_ETHN;
+class Msg_MSEX_GLEI;
+class Msg_MSEX_LSTA;
+class Msg_MSEX_MEIN;
+class WorkerThread;
+
+/// The client side of CITP: discovery of media servers, one TCP connection to each, requests and notifications.
+///
+/// A process-wide singleton, see Get(). It starts disabled. All public operations may be called from any thread. The
+/// signals are emitted on the worker thread; receivers in other threads get them queued, with copies of the messages.
+/// A receiver connected directly runs on the worker thread, for serverUp() and serverDown() with the registry locked:
+/// it must return soon, must not wait for another thread that uses the stack, and must not run an event loop.
+class CITP_EXPORT citp_stack : public QObject, public Os::NetworkAdapterMonitor::Callback
+{
+    Q_OBJECT
+
+public:
+    /// A server's key: its host as text, a colon, and the TCP port that it announced, e.g. "2.0.0.10:4811". The same
+    /// server heard on a second address is a second server.
+    typedef QString SERV_ID;
+
+    /// The record of one known server. Made, changed and deleted on the worker thread only; other threads see the
+    /// members that a lock guards (see citp_stack) and never the record itself.
+    class CITP_EXPORT ServerInfo
+    {
+    public:
+        QTcpSocket* m_socket;        ///< the connection; a Qt child of the stack; null until the registry sets it
+        Net::Socket* m_netSocket;    ///< owned; made the connection's descriptor, of which #m_socket has a duplicate
+        bool m_notified;             ///< serverUp() has been emitted for this record
+        Msg_MSEX_SINF m_sinf;        ///< the first SInf of this connection; later ones do not replace it
+        Msg_PEER_PLOC m_ploc;        ///< the announcement that led to this record
+        std::atomic<bool> m_noDelay; ///< requests are paced and writes flushed
+        bool m_inProgress;           ///< a paced request has been passed down and is not answered yet
+        std::queue<QByteArray> m_messageQueue; ///< paced requests that wait, whole messages, oldest first
+        /// The record is on its way out: its serverDown() is being emitted. Nothing more is delivered for it, and
+        /// whatever a receiver sets off meanwhile must not remove it a second time.
+        bool m_leaving;
+
+        /// Takes ownership of @p netSocket, which may be null; #m_socket stays null.
+        ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSocket);
+        /// Deletes #m_netSocket and leaves #m_socket to the event loop (deleteLater).
+        virtual ~ServerInfo();
+        ServerInfo(const ServerInfo&) = delete;
+        ServerInfo& operator=(const ServerInfo&) = delete;
+
+        bool IsNoDelayEnabled() const { return m_noDelay; }
+        /// Switches pacing on or off; on also sets TCP no-delay on #m_socket, off leaves that option as it is.
+        void SetNoDelay(bool enable);
+        void SetInProgress(bool busy) { m_inProgress = busy; }
+        bool IsRequestInProgress() const { return m_inProgress; }
+        std::queue<QByteArray>& GetMessageQueue() { return m_messageQueue; }
+    };
+
+    /// The process's stack; the first call makes it and starts its thread, disabled. The object lives until the process
+    /// exits and belongs to the library: never delete it.
+    static citp_stack* Get();
+
+    /// Switches discovery and all connections on or off. Takes effect at the next tick, at most 2000 ms later;
+    /// switching off drops every server (serverDown()). Saying the same again has no effect.
+    void setEnabled(bool enable);
+
+    /// Sends @p msg to @p server: one of Msg_MSEX_GELT, Msg_MSEX_GETH, Msg_MSEX_GELI, Msg_MSEX_GEIN, Msg_PEER_PNAM,
+    /// Msg_MSEX_CInf or Msg_FPTC_SPTC. The message is serialised here and now; @p msg is not kept.
+    ///
+    /// Some servers lose requests that come too fast. To those (products of "coolux" and "arkaos") one GELI or GEIn is
+    /// outstanding at a time: the others wait in the stack, and each ELIn or MEIn received lets one go. There is no
+    /// time-out: a request that is never answered so holds up the later ones until the server is lost.
+    ///
+    /// @return true if the message was passed down or queued, which does not mean that it reached the server; false if
+    /// it was refused, the reason being logged: "message err" (not valid), "cannot send this message type", "server not
+    /// found"
+    bool sendMsg(const QString& server, const Msg_Header& msg);
+
+    /// The keys of the announced servers (those with a serverUp() and no serverDown() yet), in key order.
+    std::vector<SERV_ID> getServers();
+    /// What is known of an announced server.
+    /// @param sinf receives the server's SInf; may be null
+    /// @param ploc receives its announcement; may be null
+    /// @return false, with nothing written, if @p key is no announced server
+    bool getServerInfo(const SERV_ID& key, Msg_MSEX_SINF* sinf, Msg_PEER_PLOC* ploc);
+    /// The number of announced servers.
+    int getNumNotified();
+
+    /// @p host, a colon, and @p port in decimal.
+    static SERV_ID buildServerKey(const QString& host, unsigned short port);
+    /// The key of a connected socket, from the host text that it was given to connect to (not the peer's address), so
+    /// that it equals the key made at discovery.
+    static SERV_ID buildServerKey(QTcpSocket* socket);
+    /// The address in @p key: the text before the first colon, the whole key if there is none. Null if that is no
+    /// address.
+    static QHostAddress getHostAddressFromSERV_ID(const SERV_ID& key);
+
+    /// An adapter has changed: arms the reset of the next tick. Called by the adapter monitor on its thread.
+    void Changed(const Os::NetworkAdapter& adapter, const Os::NetworkAdapter::State& state, int reason) override;
+
+    // The parameter types are written out in full because Qt looks them up by the names that stand here.
+Q_SIGNALS:
+    /// The thumbnail of an element library has arrived. An empty ThumbnailBuffer says that it failed.
+    void libraryThumbnail(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ELTH&);
+    /// The thumbnail of an element has arrived. An empty ThumbnailBuffer says that it failed.
+    void elementThumbnail(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ETHN&);
+    /// Element libraries of a server.
+    void libraryInfo(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ELIN&);
+    /// Media elements of a library.
+    void mediaInfo(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_MEIN&);
+    /// Effect elements of a library.
+    void effectInfo(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_EEIN&);
+    /// Generic elements of a library.
+    void genericInfo(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_GLEI&);
+    /// A library's contents have changed.
+    void libraryUpdated(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ELUP&);
+    /// What a server's layers are playing.
+    void layerStatus(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_LSTA&);
+    /// One fixture of a server's patch. The library does not register this message with Qt's meta types, so that an
+    /// application which does not care for patches is not sent every fixture of every server: a receiver in another
+    /// thread gets it only after `qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH")`.
+    void patchMessage(const CITP::citp_stack::SERV_ID&, const CITP::Msg_FPTC_PTCH&);
+    /// A server is connected and has told what it is.
+    void serverUp(const CITP::citp_stack::SERV_ID&);
+    /// An announced server is gone. Nothing of that connection is emitted afterwards.
+    void serverDown(const CITP::citp_stack::SERV_ID&);
+    /// Internal: carries a serialised message to the worker thread. Of no use to the application.
+    void __passDown(const CITP::citp_stack::SERV_ID&, const QByteArray&);
+
+private Q_SLOTS:
+    void process();
+    void processPendingUDP();
+    void timepop();
+    void rxdisconnected();
+    void rxerror();
+    void rxreadyread();
+    void rxconnected();
+    void rxPassDown(const CITP::citp_stack::SERV_ID&, const QByteArray& b);
+
+private:
+    citp_stack();
+    ~citp_stack() override;
+    bool comeToRest();
+
+    void resetConnections();
+    void openDiscovery();
+    void processMsgIn(QByteArray& buffer, const QString& source);
+    void processPinf(const QByteArray& buffer, const QString& source);
+    void processMsex(const QByteArray& buffer, const QString& source);
+    void processFptc(const QByteArray& buffer, const QString& source);
+    void handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc);
+    void handleSINF(const QString& source, const Msg_MSEX_SINF& sinf);
+    void releaseNextRequest(const QString& source);
+    void removeTCP(int descriptor);
+    void removeServerOf(const QObject* socket);
+    void removeServer(const SERV_ID& key);
+    ServerInfo* findServer(const SERV_ID& key) const;
+
+    QUdpSocket* m_udpSocket;
+    Net::Socket m_udpNetSocket;
+    /// Guards the registry and, in every record, what m_queueMutex does not. Recursive: signals are emitted and sockets
+    /// written under it, and what runs there may come back. Taken before m_queueMutex, never after it.
+    QRecursiveMutex* m_mutex;
+    /// Changed on the worker thread only, and there under both mutexes: a reader holds either one, or is the worker.
+    QMap<QString, ServerInfo*> m_servers;
+    std::atomic<bool> m_enabled;
+    std::atomic<bool> m_resetPending;
+    /// The innermost lock: guards the pacing state of every record (m_inProgress, m_messageQueue). Held for a few
+    /// instructions only; no emission, no socket call and no other lock inside it.
+    std::mutex m_queueMutex;
+    WorkerThread* m_thread;
+};
+
+} // namespace CITP

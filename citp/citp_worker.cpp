@@ -1,0 +1,56 @@
+// WorkerThread: the stack's thread, which can be brought to rest outside its event loop.
+#include "citp_worker_p.h"
+
+#include <chrono>
+
+namespace CITP {
+bool WorkerThread::waitForRest(std::unique_lock<std::mutex>& lock, int milliseconds)
+{
+    m_restWanted = true;
+    if (!m_resting) {
+        quit();
+    }
+    m_changed.notify_all();
+    return m_changed.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                              [this] { return m_resting && (!m_lastWork || m_lastWorkDone); });
+}
+
+bool WorkerThread::rest(int milliseconds)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return waitForRest(lock, milliseconds);
+}
+
+bool WorkerThread::restForGood(int milliseconds, std::function<void()> lastWork)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_lastWork = std::move(lastWork);
+    return waitForRest(lock, milliseconds);
+}
+
+void WorkerThread::resume()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_restWanted = false;
+    m_changed.notify_all();
+}
+
+void WorkerThread::run()
+{
+    for (;;) {
+        exec();
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_resting = true;
+        m_changed.notify_all();
+        // Never satisfied once there is last work: the thread then stays here until the process is gone.
+        m_changed.wait(lock, [this] { return m_lastWork ? !m_lastWorkDone : !m_restWanted; });
+        if (m_lastWork) {
+            m_lastWork();
+            m_lastWorkDone = true;
+            m_changed.notify_all();
+            m_changed.wait(lock, [] { return false; });
+        }
+        m_resting = false;
+    }
+}
+} // namespace CITP
