@@ -1,4 +1,5 @@
-// WireReader: the one bounded little-endian cursor with which every message body is read. Private; not installed.
+// WireReader, the one bounded little-endian cursor with which every message body is read, and the writers of fields.
+// Private; not installed.
 #pragma once
 
 #include <citp/citp_codecs.h>
@@ -19,6 +20,7 @@ public:
     /// @param data the whole message
     /// @param offset where reading begins, in bytes; beyond the end counts as the end
     explicit WireReader(const QByteArray& data, qint64 offset = 0) : m_data(data) { skip(offset); }
+    explicit WireReader(QByteArray&&, qint64 = 0) = delete;
 
     quint8 u8() { return read<quint8>(); }
     quint16 u16() { return read<quint16>(); }
@@ -41,8 +43,18 @@ public:
         return text;
     }
 
-    /// Passes @p count bytes, at most to the end.
-    void skip(qint64 count) { m_position += qMin(count, remaining()); }
+    /// A text of exactly @p count single-byte characters without a terminator; missing ones are U+0000.
+    QString fixedText8(int count)
+    {
+        QString text;
+        text.reserve(count);
+        for (int index = 0; index < count; ++index)
+            text += QLatin1Char(static_cast<char>(u8()));
+        return text;
+    }
+
+    /// Passes @p count bytes, at most to the end; a negative count passes none.
+    void skip(qint64 count) { m_position += qBound(qint64(0), count, remaining()); }
 
     /// Offset of the next byte, 0 to the message's length.
     qint64 position() const { return m_position; }
@@ -64,4 +76,32 @@ private:
     const QByteArray& m_data;
     qint64 m_position = 0;
 };
+
+/// Appends @p value to @p out, the lowest byte first.
+template <typename Integer>
+void appendInteger(QByteArray& out, Integer value)
+{
+    char bytes[sizeof(Integer)];
+    qToLittleEndian(value, bytes);
+    out.append(bytes, sizeof(Integer));
+}
+
+/// Appends @p text to @p out as one Latin-1 byte a character, "?" for those above 0xFF; without a terminator. Spelled
+/// out because Qt leaves open what QString::toLatin1() makes of such characters.
+inline void appendText8(QByteArray& out, const QString& text)
+{
+    for (const QChar character : text)
+        out.append(character.unicode() > 0xff ? '?' : static_cast<char>(character.unicode()));
+}
+
+/// Appends the first four characters of @p code, e.g. "MSEX", as appendText8() does. A shorter code is filled up with
+/// zero bytes, so that the fields behind it stay at their offsets.
+inline void appendCode(QByteArray& out, const QString& code)
+{
+    QByteArray bytes;
+    appendText8(bytes, code.left(4));
+    out.append(bytes);
+    for (auto missing = 4 - bytes.size(); missing > 0; --missing)
+        out.append('\0');
+}
 } // namespace CITP

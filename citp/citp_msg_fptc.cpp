@@ -1,0 +1,98 @@
+// FPTC messages: reading and printing Ptch, writing SPtc.
+#include "citp_msg_fptc.h"
+
+#include "citp_codecs.h"
+#include "citp_wire_p.h"
+
+namespace CITP {
+namespace {
+constexpr int codeOffset = 20;
+constexpr int hintOffset = 24;
+constexpr int bodyOffset = 28;
+} // namespace
+
+Msg_FPTC::Msg_FPTC(const QString& code, unsigned int contentHint)
+    : Msg_Header(0, QStringLiteral("FPTC")), cookie(code), hint(contentHint)
+{
+}
+
+Msg_FPTC::Msg_FPTC(const QByteArray& msg) : Msg_Header(msg)
+{
+    if (msg.size() < hintOffset) {
+        valid = false;
+        return;
+    }
+    cookie = WireReader(msg, codeOffset).fixedText8(4);
+    // Alone among all fields of the protocol the hint is taken big-endian, although it is written little-endian: kept
+    // on purpose.
+    if (msg.size() >= bodyOffset)
+        hint = qFromBigEndian<quint32>(msg.constData() + hintOffset);
+}
+
+Msg_FPTC::~Msg_FPTC() = default;
+
+QString Msg_FPTC::GetCookie(const QByteArray& msg)
+{
+    if (msg.size() < bodyOffset)
+        return {};
+    return WireReader(msg, codeOffset).fixedText8(4);
+}
+
+Msg_FPTC_PTCH::Msg_FPTC_PTCH(const QByteArray& msg) : Msg_FPTC(msg)
+{
+    WireReader reader(msg, bodyOffset);
+    FixtureIdentifier = reader.u16();
+    Universe = reader.u8();
+    reader.skip(1);
+    Channel = reader.u16();
+    ChannelCount = reader.u16();
+    FixtureMake = reader.text8();
+    FixtureName = reader.text8();
+}
+
+Msg_FPTC_PTCH::~Msg_FPTC_PTCH() = default;
+
+Msg_FPTC_SPTC::Msg_FPTC_SPTC(const std::vector<unsigned short>* identifiers) : Msg_FPTC(QStringLiteral("SPtc"), 0)
+{
+    if (identifiers)
+        fixtureIdentifiers = *identifiers;
+}
+
+Msg_FPTC_SPTC::~Msg_FPTC_SPTC() = default;
+
+QByteArray& operator>>(QByteArray& out, const Msg_FPTC& message)
+{
+    out >> static_cast<const Msg_Header&>(message);
+    appendCode(out, message.cookie);
+    appendInteger(out, message.hint);
+    return out;
+}
+
+QByteArray& operator>>(QByteArray& out, const Msg_FPTC_SPTC& message)
+{
+    out >> static_cast<const Msg_FPTC&>(message);
+    appendInteger(out, static_cast<quint16>(message.fixtureIdentifiers.size()));
+    for (const unsigned short identifier : message.fixtureIdentifiers)
+        appendInteger(out, identifier);
+    Msg_Header::setSize(out);
+    return out;
+}
+
+QString& operator>>(QString& text, const Msg_FPTC& message)
+{
+    text >> static_cast<const Msg_Header&>(message);
+    addToStr(text, "(ContentType=", message.cookie);
+    return addToStr(text, " hint=", message.hint).append(QLatin1Char(')'));
+}
+
+QString& operator>>(QString& text, const Msg_FPTC_PTCH& message)
+{
+    text >> static_cast<const Msg_FPTC&>(message);
+    addToStr(text, " FixtureIdentifier=", message.FixtureIdentifier);
+    addToStr(text, " Universe=", message.Universe);
+    addToStr(text, " Channel=", message.Channel);
+    addToStr(text, " ChannelCount=", message.ChannelCount);
+    addToStr(text, " FixtureMake=", message.FixtureMake);
+    return addToStr(text, " FixtureName=", message.FixtureName);
+}
+} // namespace CITP

@@ -1,0 +1,79 @@
+// SInf: reading and printing.
+#include "citp_msg_msex_sinf.h"
+
+#include "citp_codecs.h"
+#include "citp_wire_p.h"
+
+namespace CITP {
+namespace {
+constexpr int uuidLength = 36;
+
+void readLayerSources(WireReader& reader, int count, std::vector<QString>& sources)
+{
+    for (int layer = 0; layer < count; ++layer)
+        sources.push_back(reader.text8());
+}
+
+void readFormats(WireReader& reader, std::vector<unsigned int>& formats)
+{
+    for (int remaining = reader.u8(); remaining > 0; --remaining)
+        formats.push_back(reader.u32());
+}
+} // namespace
+
+Msg_MSEX_SINF::Msg_MSEX_SINF(const QByteArray& msg) : Msg_MSEX(msg)
+{
+    if (versionMajor != 1 || versionMinor > 2) {
+        valid = false;
+        return;
+    }
+    HighestMsexVersion = versionMinor;
+    WireReader reader(msg, MIN_MSEX_LENGTH);
+    if (versionMinor == 2)
+        UUID = reader.fixedText8(uuidLength);
+    ProductName = reader.ucs2();
+    ProductVersionMajor = reader.u8();
+    ProductVersionMinor = reader.u8();
+    if (versionMinor < 2) {
+        const int layerCount = reader.u8();
+        // The start leaves out the two bytes of the name's terminator, so that the first text begins at the product's
+        // minor version. This is the established behaviour for MSEX 1.0 and 1.1 servers and is kept on purpose.
+        WireReader sources(msg, MIN_MSEX_LENGTH + 3 + 2 * qint64(ProductName.size()));
+        readLayerSources(sources, layerCount, LayerDMXSources);
+        return;
+    }
+    ProductVersionBugfix = reader.u8();
+    for (int remaining = reader.u8(); remaining > 0; --remaining)
+        SupportedMsexVersions.push_back(reader.u16());
+    SupportedLibraryTypes = reader.u16();
+    readFormats(reader, ThumbnailFormats);
+    readFormats(reader, StreamFormats);
+    const int layerCount = reader.u8();
+    readLayerSources(reader, layerCount, LayerDMXSources);
+}
+
+Msg_MSEX_SINF::~Msg_MSEX_SINF() = default;
+
+QString& operator>>(QString& text, const Msg_MSEX_SINF& message)
+{
+    QString format;
+    addToStr(text, " GetHighestMsexVersion=", message.GetHighestMsexVersion());
+    addToStr(text, " ProductName=", message.ProductName);
+    addToStr(text, " ProductVersionMajor=", message.ProductVersionMajor);
+    addToStr(text, " ProductVersionMinor=", message.ProductVersionMinor);
+    for (const QString& source : message.LayerDMXSources)
+        addToStr(text, " DMXSource=", source);
+    if (message.versionMinor != 2)
+        return text;
+    addToStr(text, " UUID=", message.UUID);
+    addToStr(text, " bugfix=", message.ProductVersionBugfix);
+    for (const unsigned short version : message.SupportedMsexVersions)
+        addToStr(text, " MSEXVersion=", version);
+    addToStr(text, " SupportedLibraryTypes=", message.SupportedLibraryTypes);
+    for (const unsigned int code : message.ThumbnailFormats)
+        addToStr(text, " thumbnailformat=", fromGraphicFormat(format, code));
+    for (const unsigned int code : message.StreamFormats)
+        addToStr(text, " streamformat=", fromGraphicFormat(format, code));
+    return text;
+}
+} // namespace CITP
