@@ -9,10 +9,11 @@
 namespace ArtNet {
 /// The adapter chosen for Art-Net, as it was at Get(). A value; the choice is made afresh at each Get().
 ///
-/// The choice: the adapter named explicitly, by Choose() or the environment variable ARTNET_ADAPTER; without one, the
-/// first adapter that is up, multicast-capable and has an address in 2.0.0.0/8 (the primary Art-Net range), else in
-/// 10.0.0.0/8 (the secondary), else any other with an IPv4 address, else the loopback. An explicit choice that is not
-/// there is never replaced by another adapter: a show must not wander off to the office network.
+/// The choice: the adapter named explicitly, by Choose() or, as long as that has not been called, by the environment
+/// variable ARTNET_ADAPTER; without one, the first adapter that is up, multicast-capable and has an address in
+/// 2.0.0.0/8 (the primary Art-Net range), else in 10.0.0.0/8 (the secondary), else any other such adapter with an IPv4
+/// address, else the loopback. An explicit choice that is not there is never replaced by another adapter: a show must
+/// not wander off to the office network.
 class CITP_SYSTEM_EXPORT Adapter
 {
 public:

@@ -5,6 +5,7 @@
 #include <citp_system/system_export.h>
 
 #include <cstdint>
+#include <mutex>
 
 namespace Net {
 /// An IPv4 socket. The object is the only owner of its descriptor: it closes it once, in Close() or when it dies, and
@@ -40,12 +41,16 @@ public:
     bool SetMulticastTtl(int hops);           ///< 0 to 255
     bool SetMulticastLoopback(bool loopback); ///< whether this machine hears what it sends to a group
 
-    /// Ends pending operations of other threads on this socket; they return with an error. The socket stays open.
+    /// Ends pending operations of other threads on this socket; they return with an error or as at the end of a stream.
+    /// The socket stays open, but is of no further use.
     void Cancel();
     /// Closes the descriptor; without effect when not open.
     void Close();
 
 private:
+    // Held while the descriptor changes and while Cancel() uses it, so that Cancel() on another thread never hits a
+    // number that has been closed and given to somebody else. The owning thread reads without it.
+    std::mutex m_mutex;
     int m_descriptor = -1;
 };
 } // namespace Net

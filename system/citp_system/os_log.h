@@ -42,13 +42,15 @@ class CITP_SYSTEM_EXPORT Sink
 public:
     virtual ~Sink();
     /// Takes one line. Called from whichever thread writes, several at a time; must not throw, must not block for long
-    /// and must not call SetSink().
+    /// and must not call SetSink(). A line that is written from inside Write, on the same thread, is dropped: it would
+    /// come back here without end.
     virtual void Write(const Line& line) = 0;
 };
 
 /// Installs @p sink, or the default one again when @p sink is null: it hands lines to Qt's message logging under the
-/// category of the context's dotted name, with file, line and function. The caller keeps ownership. When this returns,
-/// no thread is inside the previous sink, so that one may be destroyed.
+/// category of the context's dotted name, with file, line and function; Traffic as debug, State as info, Warning and
+/// Failure as warning, Critical as critical messages. The caller keeps ownership. When this returns, no thread is
+/// inside the previous sink, so that one may be destroyed. Any thread, but never from inside a sink.
 /// @return the sink that was installed before; null for the default one
 CITP_SYSTEM_EXPORT Sink* SetSink(Sink* sink);
 
@@ -94,7 +96,9 @@ public:
     void SetMask(unsigned mask) noexcept { m_mask.store(mask, std::memory_order_relaxed); }
 
 private:
-    const std::string m_name;
+    // In the registry, which is never destroyed: a thread that is still running while the process exits may write to a
+    // context whose static destructor has run.
+    const std::string& m_name;
     Context* const m_parent;
     std::atomic<unsigned> m_mask;
 };

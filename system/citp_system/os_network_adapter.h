@@ -15,12 +15,13 @@ class CITP_SYSTEM_EXPORT NetworkAdapter
 public:
     struct CITP_SYSTEM_EXPORT State
     {
-        bool present = false;        ///< the adapter exists
-        bool up = false;             ///< switched on by the administrator
-        bool running = false;        ///< has a carrier: the cable is in
-        bool multicast = false;      ///< can send and receive multicast
-        bool loopback = false;       ///< is the machine's loopback
-        std::uint32_t ipAddress = 0; ///< first IPv4 address in host byte order; 0 if it has none
+        bool present = false;                   ///< the adapter exists
+        bool up = false;                        ///< switched on by the administrator
+        bool running = false;                   ///< has a carrier: the cable is in
+        bool multicast = false;                 ///< can send and receive multicast
+        bool loopback = false;                  ///< is the machine's loopback
+        std::uint32_t ipAddress = 0;            ///< first IPv4 address in host byte order; 0 if it has none
+        std::vector<std::uint32_t> ipAddresses; ///< all its IPv4 addresses in host byte order, #ipAddress first
 
         /// Can carry IPv4 traffic now.
         bool IsUsable() const noexcept { return present && up && running && ipAddress != 0; }
@@ -59,7 +60,10 @@ public:
     {
     public:
         virtual ~Callback();
-        /// An adapter has changed. Called on the monitor's thread with none of the monitor's locks held.
+        /// An adapter has changed. Called on the monitor's thread with none of the monitor's locks held; must not
+        /// throw. The kernel's messages about one change are collected until they pause, so one change gives one call.
+        /// A change that undid itself meanwhile (address removed and added again) is reported too, since multicast
+        /// memberships do not survive it.
         /// @param adapter the adapter that changed
         /// @param state how it is now
         /// @param reason the NetworkAdapterMonitor::Event bits that happened
@@ -70,8 +74,9 @@ public:
     static NetworkAdapterMonitor* Get();
 
     /// Asks for notices of the adapter called @p name. A registration whose name does not exist (yet), the empty name
-    /// included, and one for the loopback (which is used only for want of anything better) hears instead of any
-    /// adapter that appears or becomes usable. Registering the same again changes nothing.
+    /// included, and one for the loopback (which is used only for want of anything better) hears also of any adapter
+    /// that appears or becomes usable: that comes up or gets an address. A change is reported no earlier than 100 ms
+    /// after it happened, to those who are registered then. Registering the same again changes nothing.
     /// @param events the Event bits wanted
     void Register(const std::string& name, int events, Callback* callback);
 

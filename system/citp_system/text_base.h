@@ -28,6 +28,8 @@ public:
     text_base& operator<<(unsigned long long number) noexcept;
     text_base& operator<<(int number) noexcept { return *this << static_cast<long long>(number); }
     text_base& operator<<(unsigned int number) noexcept { return *this << static_cast<unsigned long long>(number); }
+    text_base& operator<<(long number) noexcept { return *this << static_cast<long long>(number); }
+    text_base& operator<<(unsigned long number) noexcept { return *this << static_cast<unsigned long long>(number); }
 
     /// The text with a zero byte behind it; owned by this object and valid until it changes.
     const char* c_str() const noexcept { return m_text; }

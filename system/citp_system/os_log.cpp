@@ -1,0 +1,231 @@
+// Os::Log: the registry of contexts and masks, the installed sink, and the default sink.
+#include <citp_system/os_log.h>
+
+#include <QDebug>
+#include <QLoggingCategory>
+#include <QMessageLogger>
+#include <QString>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Os {
+namespace Log {
+namespace {
+
+constexpr unsigned allLevels = Traffic | State | Warning | Failure | Critical;
+constexpr std::string_view subtreeMark = ".*";
+
+bool matches(std::string_view pattern, std::string_view name)
+{
+    if (pattern == name)
+        return true;
+    if (pattern.size() < subtreeMark.size() || pattern.substr(pattern.size() - subtreeMark.size()) != subtreeMark)
+        return false;
+    const std::string_view root = pattern.substr(0, pattern.size() - subtreeMark.size());
+    return name == root ||
+           (name.size() > root.size() && name.substr(0, root.size()) == root && name[root.size()] == '.');
+}
+
+// All contexts and masks of the process. Never destroyed: contexts are static objects of any order, and threads may
+// still be writing while the process exits.
+class Registry
+{
+public:
+    static Registry& get()
+    {
+        static auto* const registry = new Registry;
+        return *registry;
+    }
+
+    // A place for the name that stays for ever.
+    const std::string& keepName(std::string name)
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_names.try_emplace(std::move(name)).first->first;
+    }
+
+    void add(Context* context)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_contexts.push_back(context);
+        for (const auto& [pattern, mask] : m_masks)
+            if (matches(pattern, context->GetName()))
+                context->SetMask(mask);
+    }
+
+    void remove(Context* context)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_contexts.erase(std::remove(m_contexts.begin(), m_contexts.end(), context), m_contexts.end());
+    }
+
+    void setMask(const std::string& pattern, unsigned mask)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_masks.erase(
+            std::remove_if(m_masks.begin(), m_masks.end(), [&](const auto& entry) { return entry.first == pattern; }),
+            m_masks.end());
+        m_masks.emplace_back(pattern, mask);
+        for (Context* context : m_contexts)
+            if (matches(pattern, context->GetName()))
+                context->SetMask(mask);
+    }
+
+    std::string setMasks(std::string_view text)
+    {
+        while (!text.empty()) {
+            const std::string_view entry = text.substr(0, text.find(','));
+            const std::size_t equals = entry.rfind('=');
+            unsigned mask = 0;
+            const char* const end = entry.data() + entry.size();
+            const auto parsed = equals == std::string_view::npos
+                                    ? std::from_chars_result{entry.data(), std::errc::invalid_argument}
+                                    : std::from_chars(entry.data() + equals + 1, end, mask);
+            if (equals == 0 || parsed.ec != std::errc() || parsed.ptr != end || mask > allLevels)
+                return "'" + std::string(entry) + "' is not NAME=MASK with a mask from 0 to 31";
+            setMask(std::string(entry.substr(0, equals)), mask);
+            text.remove_prefix(std::min(text.size(), entry.size() + 1));
+        }
+        return {};
+    }
+
+    // What was wrong with the environment's masks; told once.
+    std::string takeEnvironmentError()
+    {
+        const std::lock_guard lock(m_mutex);
+        return std::exchange(m_environmentError, {});
+    }
+
+    // The category of a context's name. Made at its first line, because most contexts never write to Qt.
+    const QLoggingCategory& category(const std::string& name)
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto entry = m_names.try_emplace(name).first;
+        if (!entry->second)
+            entry->second = std::make_unique<QLoggingCategory>(entry->first.c_str());
+        return *entry->second;
+    }
+
+    Sink* exchangeSink(Sink* sink)
+    {
+        // The door keeps new writers out while this one waits; without it a busy log could keep it waiting for ever.
+        const std::lock_guard door(m_sinkDoor);
+        const std::lock_guard lock(m_sinkMutex);
+        return std::exchange(m_sink, sink);
+    }
+
+    void write(const Line& line);
+
+private:
+    Registry()
+    {
+        if (const char* masks = std::getenv("OS_LOG_MASKS"))
+            m_environmentError = setMasks(masks);
+    }
+
+    // Guards everything up to the sink's locks. Nothing else is called or locked while it is held.
+    std::mutex m_mutex;
+    std::map<std::string, std::unique_ptr<QLoggingCategory>> m_names;
+    std::vector<Context*> m_contexts;
+    std::vector<std::pair<std::string, unsigned>> m_masks; // the later entry wins
+    std::string m_environmentError;
+
+    std::mutex m_sinkDoor;         // taken before m_sinkMutex and released once that is held
+    std::shared_mutex m_sinkMutex; // held shared during Sink::Write, alone while m_sink changes
+    Sink* m_sink = nullptr;
+};
+
+// Hands lines to Qt's message logging, so that they appear where the application's own lines appear.
+class QtSink : public Sink
+{
+public:
+    void Write(const Line& line) override
+    {
+        const QLoggingCategory& category = Registry::get().category(line.context.GetName());
+        const QMessageLogger logger(line.file, line.line, line.function, category.categoryName());
+        // The stream and not the printf form: that would end at a zero byte.
+        const QString text = QString::fromUtf8(line.text.c_str(), static_cast<int>(line.text.length()));
+        if (line.level >= Critical) {
+            if (category.isCriticalEnabled())
+                logger.critical().nospace().noquote() << text;
+        } else if (line.level >= Warning) {
+            if (category.isWarningEnabled())
+                logger.warning().nospace().noquote() << text;
+        } else if (line.level >= State) {
+            if (category.isInfoEnabled())
+                logger.info().nospace().noquote() << text;
+        } else if (category.isDebugEnabled()) {
+            logger.debug().nospace().noquote() << text;
+        }
+    }
+};
+
+// Whether this thread is inside a sink.
+thread_local bool writing = false;
+
+void Registry::write(const Line& line)
+{
+    if (writing)
+        return;
+    static auto* const qtSink = new QtSink;
+    std::unique_lock door(m_sinkDoor);
+    const std::shared_lock lock(m_sinkMutex);
+    door.unlock();
+    writing = true;
+    (m_sink ? m_sink : qtSink)->Write(line);
+    writing = false;
+}
+
+} // namespace
+
+Sink::~Sink() = default;
+
+Sink* SetSink(Sink* sink)
+{
+    return Registry::get().exchangeSink(sink);
+}
+
+void SetMask(const std::string& name, unsigned mask)
+{
+    Registry::get().setMask(name, mask);
+}
+
+std::string SetMasks(const std::string& text)
+{
+    return Registry::get().setMasks(text);
+}
+
+Context::Context(const char* name, Context* parent, unsigned mask)
+    : m_name(Registry::get().keepName(parent ? parent->GetName() + '.' + name : std::string(name))),
+      m_parent(parent),
+      m_mask(mask)
+{
+    Registry::get().add(this);
+    const std::string error = Registry::get().takeEnvironmentError();
+    if (!error.empty())
+        qWarning("OS_LOG_MASKS: %s", error.c_str());
+}
+
+Context::~Context()
+{
+    Registry::get().remove(this);
+}
+
+void Context::Write(unsigned level, const text_base& text, const char* function, const char* file, int line,
+                    const CallStack& callStack) const
+{
+    if (IsEnabled(level))
+        Registry::get().write(Line{*this, level, text, function, file, line, callStack});
+}
+
+} // namespace Log
+} // namespace Os
