@@ -1,0 +1,8 @@
+# Tests that use the network: each test case is a run of its own, in a network namespace of its own.
+
+# Registers the test cases of a GoogleTest executable with CTest, started through in-namespace.
+function(citp_namespace_test target)
+  # Taken as the launcher by the discovery and by each run.
+  set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/in-namespace")
+  gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()
