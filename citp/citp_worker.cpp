@@ -1,9 +1,45 @@
 // WorkerThread: the stack's thread, which can be brought to rest outside its event loop.
 #include "citp_worker_p.h"
 
+#include <QCoreApplication>
+
 #include <chrono>
+#include <utility>
 
 namespace CITP {
+namespace {
+std::atomic<WorkerThread*> worker{nullptr};
+
+constexpr int Patience = 2000; // ms
+
+void restWithoutApplication()
+{
+    WorkerThread* const thread = worker;
+    if (thread && QThread::currentThread() != thread) {
+        thread->rest(Patience);
+    }
+}
+
+void followApplication()
+{
+    qAddPostRoutine(restWithoutApplication);
+    if (WorkerThread* const thread = worker) {
+        thread->resume();
+    }
+}
+
+// Qt runs no event loop and delivers no event in any thread while there is no application object, and breaks if it
+// delivers one while that object is being destroyed. So the thread rests until there is one, and when it goes.
+Q_COREAPP_STARTUP_FUNCTION(followApplication)
+} // namespace
+
+WorkerThread::WorkerThread()
+{
+    worker = this;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_restWanted = !QCoreApplication::instance();
+}
+
 bool WorkerThread::waitForRest(std::unique_lock<std::mutex>& lock, int milliseconds)
 {
     m_restWanted = true;
@@ -38,7 +74,9 @@ void WorkerThread::resume()
 void WorkerThread::run()
 {
     for (;;) {
-        exec();
+        if (!isRestWanted()) {
+            exec();
+        }
         std::unique_lock<std::mutex> lock(m_mutex);
         m_resting = true;
         m_changed.notify_all();

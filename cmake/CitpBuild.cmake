@@ -27,6 +27,9 @@ endif()
 # Qt's keywords (signals, slots, emit) are left to the application, and nothing relies on silent text conversions.
 add_compile_definitions(QT_NO_KEYWORDS QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY)
 
+if(NOT CITP_SANITIZE)
+  add_link_options(-Wl,--no-undefined)
+endif()
 if(CITP_SANITIZE)
   add_compile_options(-fsanitize=${CITP_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${CITP_SANITIZE})
