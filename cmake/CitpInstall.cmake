@@ -1,0 +1,36 @@
+# What `cmake --install` puts where: the libraries, their headers, the programs, and the package for find_package(Citp).
+#
+# Everything that depends on the Qt generation carries it in its file name, so that a Qt 6 and a Qt 5 build can be
+# installed into one prefix; the files without it (headers, CitpConfig.cmake) are the same in both.
+include(CMakePackageConfigHelpers)
+
+set(CITP_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Citp)
+set(CITP_LIBRARIES citp)
+if(NOT CITP_SYSTEM_PACKAGE)
+  list(APPEND CITP_LIBRARIES citp_system)
+endif()
+
+# The libraries find one another beside themselves and the programs find them by way of the prefix, wherever that is.
+file(RELATIVE_PATH CITP_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set_target_properties(${CITP_LIBRARIES} PROPERTIES INSTALL_RPATH "$ORIGIN")
+install(TARGETS ${CITP_LIBRARIES} EXPORT ${CITP_QT}Citp
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
+foreach(program citp-console citp-mediaserver)
+  if(TARGET ${program})
+    set_target_properties(${program} PROPERTIES INSTALL_RPATH "$ORIGIN/${CITP_BIN_TO_LIB}")
+    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  endif()
+endforeach()
+
+install(EXPORT ${CITP_QT}Citp NAMESPACE Citp:: FILE Citp${CITP_QT}Targets.cmake DESTINATION ${CITP_PACKAGE_DIR}
+  COMPONENT development)
+configure_file(cmake/CitpDependencies.cmake.in Citp${CITP_QT}Dependencies.cmake @ONLY)
+configure_package_config_file(cmake/CitpConfig.cmake.in ${PROJECT_BINARY_DIR}/CitpConfig.cmake
+  INSTALL_DESTINATION ${CITP_PACKAGE_DIR} NO_SET_AND_CHECK_MACRO)
+# The same promise as the SOVERSION makes: what was built with one version runs with every later one of that major.
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/CitpConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${PROJECT_BINARY_DIR}/Citp${CITP_QT}Dependencies.cmake
+  ${PROJECT_BINARY_DIR}/CitpConfig.cmake
+  ${PROJECT_BINARY_DIR}/CitpConfigVersion.cmake
+  DESTINATION ${CITP_PACKAGE_DIR} COMPONENT development)

@@ -1,0 +1,29 @@
+# What the packaging tests share: the build's settings, and how a project outside of this one is built.
+# shellcheck shell=bash
+set -euo pipefail
+# shellcheck source=/dev/null
+. "$1"
+: "${cmake:?}" "${generator:?}" "${compiler:?}" "${work:?}"
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+
+fail()
+{
+    printf 'FAILED: %s\n' "$*" >&2
+    exit 1
+}
+
+# configure FOLDER BUILD_FOLDER PREFIX [OPTION...]: configures a project afresh, with the packages in PREFIX.
+configure()
+{
+    local folder=$1 build_folder=$2 packages=$3
+    shift 3
+    rm -rf "$build_folder"
+    "$cmake" -S "$folder" -B "$build_folder" -G "$generator" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG=-O0 \
+        -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$packages${prefix_path:+;$prefix_path}" "$@"
+}
+
+# build BUILD_FOLDER [TARGET]
+build()
+{
+    "$cmake" --build "$1" --parallel 2 ${2:+--target "$2"}
+}
