@@ -1,0 +1,22 @@
+// The machine's network adapters: listing them, and saying which one is used and why.
+#pragma once
+
+#include <citp_system/artnet_adapter.h>
+#include <QString>
+
+#include "options.h"
+
+namespace Console {
+/// Makes @p nameOrAddress the adapter to use.
+/// @return empty, or one line that says what is wrong: no such adapter or address
+QString chooseAdapter(const QString& nameOrAddress);
+
+/// Why @p adapter is used, for people, e.g. "the first with an address in 2.0.0.0/8".
+QString reasonFor(const ArtNet::Adapter& adapter);
+
+/// "eth0, 2.0.0.10", or what is missing if there is no adapter to use.
+QString nameAndAddress(const ArtNet::Adapter& adapter);
+
+/// The command "adapters". @return the exit status
+int listAdapters(const Options& options);
+} // namespace Console

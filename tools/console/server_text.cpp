@@ -1,0 +1,53 @@
+// Reads a server's description from the stack and words it.
+#include "server_text.h"
+
+#include "printing.h"
+
+namespace Console {
+ServerText describe(const CITP::citp_stack::SERV_ID& key)
+{
+    ServerText server;
+    server.key = key;
+    CITP::Msg_MSEX_SINF sinf;
+    CITP::Msg_PEER_PLOC ploc;
+    if (!CITP::citp_stack::Get()->getServerInfo(key, &sinf, &ploc))
+        return server;
+    server.isKnown = true;
+    server.name = ploc.name;
+    server.product = sinf.ProductName;
+    server.productVersion = QString("%1.%2").arg(sinf.ProductVersionMajor).arg(sinf.ProductVersionMinor);
+    if (sinf.GetHighestMsexVersion() >= 2)
+        server.productVersion += QString(".%1").arg(sinf.ProductVersionBugfix);
+    server.msexVersion = QString("1.%1").arg(sinf.GetHighestMsexVersion());
+    server.layers = static_cast<int>(sinf.LayerDMXSources.size());
+    return server;
+}
+
+QString toText(const ServerText& server, bool brief)
+{
+    QString text = harmless(server.key);
+    if (!server.isKnown)
+        return text + "  (gone again before it could be asked about)";
+    text += QString("  \"%1\"").arg(harmless(server.name));
+    if (brief)
+        return text;
+    const QString product = server.product.isEmpty() ? QString("product unknown") : harmless(server.product);
+    return text + QString("  %1 %2  MSEX %3  %4 %5")
+                      .arg(product, server.productVersion, server.msexVersion)
+                      .arg(server.layers)
+                      .arg(server.layers == 1 ? "layer" : "layers");
+}
+
+QJsonObject toJson(const ServerText& server)
+{
+    QJsonObject object{{"server", server.key}};
+    if (server.isKnown) {
+        object.insert("name", server.name);
+        object.insert("product", server.product);
+        object.insert("productVersion", server.productVersion);
+        object.insert("msexVersion", server.msexVersion);
+        object.insert("layers", server.layers);
+    }
+    return object;
+}
+} // namespace Console

@@ -1,0 +1,27 @@
+// What an announced server is, in words and in JSON.
+#pragma once
+
+#include <citp/citp_stack.h>
+
+#include <QJsonObject>
+#include <QString>
+
+namespace Console {
+/// What is known of a server; taken when it comes up, so that it can still be named when it is gone.
+struct ServerText
+{
+    QString key;
+    QString name;
+    QString product;
+    QString productVersion;
+    QString msexVersion;
+    int layers = 0;
+    bool isKnown = false; ///< false if it was gone before it could be asked about; then only #key is filled
+};
+
+/// Asks the stack about @p key.
+ServerText describe(const CITP::citp_stack::SERV_ID& key);
+/// For people, harmless to a terminal: everything, or (@p brief) key and name alone.
+QString toText(const ServerText& server, bool brief = false);
+QJsonObject toJson(const ServerText& server);
+} // namespace Console
