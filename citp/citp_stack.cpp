@@ -276,7 +276,7 @@ void citp_stack::setEnabled(bool enable)
     if (caller.isTooLate() || m_enabled.exchange(enable) == enable) {
         return;
     }
-    STACK_LOG(stackLog(), 2, "CITP processing now " << (enable ? "enabled" : "disabled"));
+    STACK_LOG(stackLog(), Os::Log::State, "CITP processing now " << (enable ? "enabled" : "disabled"));
     m_resetPending = true;
 }
 
@@ -285,7 +285,7 @@ void citp_stack::Changed(const Os::NetworkAdapter& adapter, const Os::NetworkAda
     if (processExits) {
         return;
     }
-    STACK_LOG(stackLog(), 2, "Network adapter change detected");
+    STACK_LOG(stackLog(), Os::Log::State, "Network adapter change detected");
     m_resetPending = true;
     // The choice may fall on another adapter now.
     Os::NetworkAdapterMonitor* const monitor = Os::NetworkAdapterMonitor::Get();
@@ -317,7 +317,7 @@ void citp_stack::timepop()
         m_udpSocket->setSocketDescriptor(duplicateDescriptor(m_udpNetSocket), QAbstractSocket::BoundState,
                                          QIODevice::ReadWrite);
         connect(m_udpSocket, &QUdpSocket::readyRead, this, &citp_stack::processPendingUDP);
-        STACK_LOG(stackLog(), 2, "UDP socket started ");
+        STACK_LOG(stackLog(), Os::Log::State, "UDP socket started ");
     }
     if (m_udpSocket && m_udpNetSocket.IsValid()) {
         // The console's own announcement is made ready and then not sent: the console only listens on the group, so
@@ -364,13 +364,13 @@ void citp_stack::openDiscovery()
     m_udpNetSocket.Open(Net::Socket::UDP);
     m_udpNetSocket.SetAddressReuse(true);
     m_udpNetSocket.SetReceiveBufferCapacity(DiscoveryBuffer);
-    STACK_LOG(stackLog(), 2, "Binding to address " << address.ToString());
+    STACK_LOG(stackLog(), Os::Log::State, "Binding to address " << address.ToString());
     // To the port on every adapter: bound to the adapter's address, the socket would not get what is sent to the group.
     if (!m_udpNetSocket.Bind(DiscoveryPort)) {
-        STACK_LOG(stackLog(), 8, "Bind failed");
+        STACK_LOG(stackLog(), Os::Log::Failure, "Bind failed");
     }
     if (!m_udpNetSocket.JoinMulticastGroup(Net::Address(DiscoveryGroup).GetHostIp(), adapter.GetIpAddress())) {
-        STACK_LOG(stackLog(), 8, "Multicast join failed");
+        STACK_LOG(stackLog(), Os::Log::Failure, "Multicast join failed");
     }
     m_udpNetSocket.SetMulticastTtl(DiscoveryTtl);
     m_udpNetSocket.SetMulticastLoopback(false);
@@ -425,7 +425,7 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
     netSocket->Open(Net::Socket::TCP);
     netSocket->SetBlocking(false);
     netSocket->Bind(Net::Address(ArtNet::Adapter::Get().GetIpAddress()));
-    STACK_LOG(stackLog(), 1,
+    STACK_LOG(stackLog(), Os::Log::Traffic,
               "start connect to " << view(host.toLatin1()) << " port " << static_cast<unsigned>(ploc.port));
 
     ServerInfo* const info = new ServerInfo(ploc, netSocket.release());
@@ -511,7 +511,7 @@ void citp_stack::rxconnected()
 {
     QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
     const SERV_ID key = buildServerKey(socket);
-    STACK_LOG(stackLog(), 1, "connected to " << view(key.toLatin1()));
+    STACK_LOG(stackLog(), Os::Log::Traffic, "connected to " << view(key.toLatin1()));
     socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
     sendMsg(key, Msg_PEER_PNAM(QStringLiteral("TarnCitpLayer")));
     sendMsg(key, Msg_MSEX_CInf());
@@ -542,14 +542,14 @@ void citp_stack::rxreadyread()
 
 void citp_stack::rxdisconnected()
 {
-    STACK_LOG(stackLog(), 1, "disconnected");
+    STACK_LOG(stackLog(), Os::Log::Traffic, "disconnected");
     removeServerOf(sender());
 }
 
 void citp_stack::rxerror()
 {
     const QAbstractSocket* const socket = static_cast<const QAbstractSocket*>(sender());
-    STACK_LOG(stackLog(), 8, view(socket->errorString().toUtf8()));
+    STACK_LOG(stackLog(), Os::Log::Failure, view(socket->errorString().toUtf8()));
     removeServerOf(socket);
 }
 
@@ -592,7 +592,7 @@ void citp_stack::removeServer(const SERV_ID& serverKey)
     ServerInfo* const info = findServer(key);
     info->m_leaving = true;
     if (info->m_notified) {
-        STACK_LOG(stackLog(), 2,
+        STACK_LOG(stackLog(), Os::Log::State,
                   "removed " << view(key.toLatin1()) << " " << view(info->m_ploc.name.toLatin1())
                              << " (total=" << getNumNotified() - 1 << ")");
         Q_EMIT serverDown(key);
@@ -608,13 +608,14 @@ void citp_stack::removeServer(const SERV_ID& serverKey)
 
 void citp_stack::processMsgIn(QByteArray& buffer, const QString& source)
 {
-    STACK_LOG(trafficLog(), 1, "<- " << view(source.toLatin1()) << " " << view(hexDump(buffer).toLatin1()));
+    STACK_LOG(trafficLog(), Os::Log::Traffic,
+              "<- " << view(source.toLatin1()) << " " << view(hexDump(buffer).toLatin1()));
     if (buffer.size() < HeaderSize) {
-        STACK_LOG(stackLog(), 8, "invalid size for CITP");
+        STACK_LOG(stackLog(), Os::Log::Failure, "invalid size for CITP");
         return;
     }
     if (!buffer.startsWith("CITP")) {
-        STACK_LOG(stackLog(), 8, "lost in the byte stream");
+        STACK_LOG(stackLog(), Os::Log::Failure, "lost in the byte stream");
         return;
     }
     const QString layer = Msg_Header::contentType(buffer);
@@ -625,7 +626,7 @@ void citp_stack::processMsgIn(QByteArray& buffer, const QString& source)
     } else if (layer == QLatin1String("FPTC")) {
         processFptc(buffer, source);
     } else {
-        STACK_LOG(stackLog(), 1, "unhandled CITP " << view(layer.toLatin1()));
+        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled CITP " << view(layer.toLatin1()));
     }
 }
 
@@ -634,14 +635,14 @@ void citp_stack::processPinf(const QByteArray& buffer, const QString& source)
     const QString code = Msg_PEER::contentType(buffer);
     if (code == QLatin1String("PLoc")) {
         const Msg_PEER_PLOC msg(buffer);
-        if (plocLog().IsEnabled(1)) {
+        if (plocLog().IsEnabled(Os::Log::Traffic)) {
             QString text;
             text >> msg;
-            STACK_LOG(plocLog(), 1, "PLOC: " << view(text.toLatin1()));
+            STACK_LOG(plocLog(), Os::Log::Traffic, "PLOC: " << view(text.toLatin1()));
         }
         handlePLOC(source, msg);
     } else if (code != QLatin1String("PNam")) {
-        STACK_LOG(stackLog(), 1, "unhandled PINF " << view(code.toLatin1()));
+        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled PINF " << view(code.toLatin1()));
     }
 }
 
@@ -694,7 +695,7 @@ void citp_stack::processMsex(const QByteArray& buffer, const QString& source)
             Q_EMIT libraryUpdated(source, msg);
         }
     } else {
-        STACK_LOG(stackLog(), 1, "unhandled MSEX " << view(code.toLatin1()));
+        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled MSEX " << view(code.toLatin1()));
     }
 }
 
@@ -707,7 +708,7 @@ void citp_stack::processFptc(const QByteArray& buffer, const QString& source)
             Q_EMIT patchMessage(source, msg);
         }
     } else {
-        STACK_LOG(stackLog(), 1, "unhandled FPTC " << view(code.toLatin1()));
+        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled FPTC " << view(code.toLatin1()));
     }
 }
 
@@ -725,7 +726,7 @@ void citp_stack::handleSINF(const QString& source, const Msg_MSEX_SINF& sinf)
         sinf.ProductName.contains(QLatin1String("arkaos"), Qt::CaseInsensitive)) {
         info->SetNoDelay(true);
     }
-    STACK_LOG(stackLog(), 2,
+    STACK_LOG(stackLog(), Os::Log::State,
               "added " << view(source.toLatin1()) << " " << view(info->m_ploc.name.toLatin1())
                        << " (total=" << getNumNotified() << ")");
     Q_EMIT serverUp(source);
@@ -774,7 +775,7 @@ bool citp_stack::sendMsg(const QString& server, const Msg_Header& msg)
         Q_EMIT __passDown(server, buffer);
         return true;
     } catch (const char* failure) {
-        STACK_LOG(stackLog(), 8, "sendMsg failed: " << failure);
+        STACK_LOG(stackLog(), Os::Log::Failure, "sendMsg failed: " << failure);
         return false;
     }
 }
@@ -817,7 +818,7 @@ void citp_stack::releaseNextRequest(const QString& source)
 
 void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
 {
-    STACK_LOG(trafficLog(), 1, "-> " << view(server.toLatin1()) << " " << view(hexDump(b).toLatin1()));
+    STACK_LOG(trafficLog(), Os::Log::Traffic, "-> " << view(server.toLatin1()) << " " << view(hexDump(b).toLatin1()));
     const StackLock lock(m_mutex);
     const ServerInfo* info = findServer(server);
     // Qt would keep what is written before the connection is open and send it ahead of the greeting.
