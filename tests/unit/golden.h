@@ -11,6 +11,8 @@
 #include <map>
 #include <string>
 
+#include "log_capture.h"
+
 namespace golden {
 /// Field names and values as a golden file writes them: numbers in decimal, texts as quoted() gives them.
 using Fields = std::map<std::string, std::string>;
@@ -70,29 +72,37 @@ std::string textOf(const Class& message)
 
 /// Parses the golden message @p name as a Class and holds its fields and debug text against the file; then does the
 /// same with what a bad network makes of it: every shorter length, as it came and with a size field that fits, and one
-/// byte too many.
+/// byte too many. Only the header's faults are logged, each once.
 /// @param fieldsOf names the fields of a Class, as the file does
 template <typename Class>
 void check(const std::string& name, Fields (*fieldsOf)(const Class&))
 {
     SCOPED_TRACE(name);
     const Message golden = load(name);
+    LogCapture log;
     const Class message(golden.bytes);
     EXPECT_EQ(fieldsOf(message), golden.fields);
     EXPECT_EQ(textOf(message), golden.text);
+    EXPECT_EQ(log.takeTexts(), std::vector<std::string>());
+
+    const std::vector<std::string> tooShort = {"error reading CITP header: too short for a CITP message"};
+    const std::vector<std::string> wrongSize = {"error reading CITP header: header size != datagram size"};
 
     for (int length = 0; length < golden.bytes.size(); ++length) {
         SCOPED_TRACE("cut to " + std::to_string(length) + " bytes");
         const Class cut(golden.bytes.left(length));
         EXPECT_FALSE(cut.valid);
         EXPECT_FALSE(textOf(cut).empty());
+        EXPECT_EQ(log.takeTexts(), length < 20 ? tooShort : wrongSize);
         const Class cutAndTrue(withTrueSize(golden.bytes.left(length)));
         EXPECT_EQ(cutAndTrue.valid, length >= golden.validFrom);
         EXPECT_FALSE(textOf(cutAndTrue).empty());
+        EXPECT_EQ(log.takeTexts(), length < 20 ? tooShort : std::vector<std::string>());
     }
 
     const Class tooLong(golden.bytes + QByteArray(1, '\0'));
     EXPECT_FALSE(tooLong.valid);
+    EXPECT_EQ(log.takeTexts(), wrongSize);
 }
 
 /// Holds that bytes behind the golden message @p name, with a size field that covers them, change no field but the

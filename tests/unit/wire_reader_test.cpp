@@ -1,0 +1,157 @@
+// WireReader against a reader made of QDataStream, over random buffers: the same values at the same positions.
+#include <citp/citp_wire_p.h>
+#include <gtest/gtest.h>
+
+#include <QBuffer>
+#include <QDataStream>
+
+#include <random>
+
+namespace {
+using CITP::WireReader;
+
+/// The plain way to read a message: a little-endian stream over the whole buffer, texts taken at its position.
+class StreamReader
+{
+public:
+    StreamReader(const QByteArray& data, int offset) : m_data(data)
+    {
+        m_buffer.setData(data);
+        EXPECT_TRUE(m_buffer.open(QIODevice::ReadOnly));
+        m_stream.setDevice(&m_buffer);
+        m_stream.setByteOrder(QDataStream::LittleEndian);
+        m_stream.skipRawData(offset);
+    }
+
+    template <typename Integer>
+    Integer integer()
+    {
+        Integer value = 0;
+        m_stream >> value;
+        return value;
+    }
+
+    QString ucs2()
+    {
+        QString text;
+        m_stream.skipRawData(CITP::getUCS2(text, m_data, static_cast<unsigned int>(position())));
+        return text;
+    }
+
+    QString text8()
+    {
+        const QString text = CITP::get8bitunicode(m_data, static_cast<unsigned int>(position()));
+        m_stream.skipRawData(static_cast<int>(text.size()) + 1);
+        return text;
+    }
+
+    QString fixedText8(int count)
+    {
+        QString text;
+        for (; count > 0; --count)
+            text += QLatin1Char(static_cast<char>(integer<quint8>()));
+        return text;
+    }
+
+    void skip(int count) { m_stream.skipRawData(count); }
+    qint64 position() const { return m_buffer.pos(); }
+
+private:
+    const QByteArray m_data;
+    QBuffer m_buffer;
+    QDataStream m_stream;
+};
+
+QByteArray randomBuffer(std::mt19937& random)
+{
+    QByteArray data;
+    for (auto length = random() % 64; length > 0; --length) {
+        // Zero bytes and byte-order marks often enough for texts to end and to begin with them.
+        const auto kind = random() % 6;
+        data.append(static_cast<char>(kind == 0 ? 0 : kind == 1 ? 0xff : kind == 2 ? 0xfe : random() & 0xff));
+    }
+    return data;
+}
+
+TEST(WireReader, ReadsWhatADataStreamReads)
+{
+    std::mt19937 random(20240607);
+    for (int round = 0; round < 20000; ++round) {
+        const QByteArray data = randomBuffer(random);
+        const int offset = static_cast<int>(random() % 40);
+        WireReader reader(data, offset);
+        StreamReader stream(data, offset);
+        ASSERT_EQ(reader.position(), stream.position());
+        for (int step = 0; step < 12; ++step) {
+            const auto kind = random() % 8;
+            SCOPED_TRACE(testing::Message() << "round " << round << " step " << step << " kind " << kind);
+            const int count = static_cast<int>(random() % 20);
+            switch (kind) {
+                case 0:
+                    ASSERT_EQ(reader.u8(), stream.integer<quint8>());
+                    break;
+                case 1:
+                    ASSERT_EQ(reader.u16(), stream.integer<quint16>());
+                    break;
+                case 2:
+                    ASSERT_EQ(reader.u32(), stream.integer<quint32>());
+                    break;
+                case 3:
+                    ASSERT_EQ(reader.u64(), stream.integer<quint64>());
+                    break;
+                case 4:
+                    ASSERT_EQ(reader.ucs2(), stream.ucs2());
+                    break;
+                case 5:
+                    ASSERT_EQ(reader.text8(), stream.text8());
+                    break;
+                case 6:
+                    ASSERT_EQ(reader.fixedText8(count), stream.fixedText8(count));
+                    break;
+                default:
+                    reader.skip(count);
+                    stream.skip(count);
+            }
+            ASSERT_EQ(reader.position(), stream.position());
+            ASSERT_EQ(reader.remaining(), data.size() - stream.position());
+        }
+    }
+}
+
+TEST(WireReader, UsesUpWhatIsLeftOfAnIntegerThatIsCutOff)
+{
+    const QByteArray data("\x01\x02\x03", 3);
+    WireReader reader(data);
+    EXPECT_EQ(reader.u32(), 0u);
+    EXPECT_EQ(reader.position(), 3);
+    EXPECT_EQ(reader.u8(), 0);
+}
+
+TEST(WireReader, StandsAtTheEndWhenItStartsBeyondIt)
+{
+    const QByteArray data("abc");
+    WireReader reader(data, qint64(1) << 40);
+    EXPECT_EQ(reader.position(), 3);
+    EXPECT_EQ(reader.remaining(), 0);
+    EXPECT_TRUE(reader.text8().isEmpty());
+    EXPECT_TRUE(reader.ucs2().isEmpty());
+    EXPECT_EQ(reader.position(), 3);
+}
+
+TEST(WireReader, NeverGoesBack)
+{
+    const QByteArray data("abc");
+    WireReader reader(data, 2);
+    reader.skip(-1);
+    EXPECT_EQ(reader.position(), 2);
+}
+
+TEST(AppendInteger, WritesTheLowestByteFirst)
+{
+    QByteArray out("x");
+    CITP::appendInteger(out, quint32(0x04030201));
+    CITP::appendInteger(out, quint16(0x0605));
+    CITP::appendInteger(out, quint8(7));
+    EXPECT_EQ(out, QByteArray("x\x01\x02\x03\x04\x05\x06\x07"));
+}
+} // namespace
