@@ -1,9 +1,9 @@
 # What the packaging tests share: the build's settings, and how a project outside of this one is built.
 # shellcheck shell=bash
 set -euo pipefail
-# shellcheck source=/dev/null
+# shellcheck source=settings.sh.in
 . "$1"
-: "${cmake:?}" "${generator:?}" "${compiler:?}" "${work:?}"
+# shellcheck disable=SC2034
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
 fail()

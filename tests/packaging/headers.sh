@@ -1,16 +1,17 @@
 # Compiles every installed header by itself, with and without Qt's keywords, warnings being errors.
+# shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 
-for header in "${source:?}"/citp/*.h "$source"/system/citp_system/*.h; do
+for header in "$source"/citp/*.h "$source"/system/citp_system/*.h; do
     name=${header#"$source"/}
     name=${name#system/}
     case $name in
         *_p.h) ;;
-        *) [ -z "${system_package:-}" ] || [ "${name%%/*}" = citp ] || continue
-           [ -e "${prefix:?}/include/$name" ] || fail "$name is not installed" ;;
+        *) [ -z "$system_package" ] || [ "${name%%/*}" = citp ] || continue
+           [ -e "$prefix/include/$name" ] || fail "$name is not installed" ;;
     esac
 done
-[ -z "${system_package:-}" ] || echo "The system library is not the bundled one: its headers are not looked at"
+[ -z "$system_package" ] || echo "The system library is not the bundled one: its headers are not looked at"
 
-configure "$here/headers" "$work/headers" "$prefix" -DCITP_QT_MAJOR="${qt_major:?}" -DCITP_HEADERS="$prefix/include"
+configure "$here/headers" "$work/headers" "$prefix" -DCITP_QT_MAJOR="$qt_major" -DCITP_HEADERS="$prefix/include"
 build "$work/headers"

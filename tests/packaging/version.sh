@@ -1,4 +1,5 @@
 # Holds every place that tells the version to the one in project(VERSION).
+# shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 
 # same WHERE WHAT EXPECTED
@@ -9,16 +10,16 @@ same()
 }
 
 names="citp"
-[ -n "${system_package:-}" ] || names="citp citp-system"
+[ -n "$system_package" ] || names="citp citp-system"
 for name in $names; do
-    library=$prefix/${libdir:?}/lib$name-qt${qt_major:?}.so
-    same "file name of $name" "$(basename "$(readlink -f "$library")")" "lib$name-qt$qt_major.so.${version:?}"
-    same "SONAME of $name" "$("${readelf:?}" -d "$library" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')" \
-        "lib$name-qt$qt_major.so.${soversion:?}"
+    library=$prefix/$libdir/lib$name-qt$qt_major.so
+    same "file name of $name" "$(basename "$(readlink -f "$library")")" "lib$name-qt$qt_major.so.$version"
+    same "SONAME of $name" "$("$readelf" -d "$library" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')" \
+        "lib$name-qt$qt_major.so.$soversion"
 done
 same "package file" \
     "$(sed -n 's/^set(PACKAGE_VERSION "\(.*\)")$/\1/p' "$prefix/$libdir/cmake/Citp/CitpConfigVersion.cmake")" "$version"
-if [ "${has_tools:?}" = ON ]; then
+if [ "$has_tools" = ON ]; then
     for program in citp-console citp-mediaserver; do
         same "$program --version" "$("$prefix/bin/$program" --version)" "$program $version"
     done
