@@ -201,10 +201,17 @@ std::vector<AdapterTable::Change> AdapterTable::applyAddress(const nlmsghdr* mes
 std::vector<AdapterTable::Change> AdapterTable::differences(const AdapterTable& newer) const
 {
     std::vector<Change> changes;
+    const auto sameIn = [](const AdapterTable& table, const Entry& entry) {
+        // Another number under the same name is another adapter: memberships went with the old one.
+        const bool same = std::any_of(table.m_entries.begin(), table.m_entries.end(), [&](const Entry& candidate) {
+            return candidate.name == entry.name && candidate.index == entry.index;
+        });
+        return same ? table.state(entry.name) : State();
+    };
     for (const Entry& entry : m_entries)
-        compare(changes, entry.name, entry.state, newer.state(entry.name));
+        compare(changes, entry.name, entry.state, sameIn(newer, entry));
     for (const Entry& entry : newer.m_entries)
-        if (!state(entry.name).present)
+        if (!sameIn(*this, entry).present)
             compare(changes, entry.name, State(), entry.state);
     return changes;
 }

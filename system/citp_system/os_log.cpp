@@ -108,11 +108,17 @@ public:
     // The category of a context's name. Made at its first line, because most contexts never write to Qt.
     const QLoggingCategory& category(const std::string& name)
     {
-        const std::lock_guard lock(m_mutex);
-        const auto entry = m_names.try_emplace(name).first;
-        if (!entry->second)
-            entry->second = std::make_unique<QLoggingCategory>(entry->first.c_str());
-        return *entry->second;
+        std::unique_lock lock(m_mutex);
+        std::unique_ptr<QLoggingCategory>& category = m_names[name];
+        if (!category) {
+            // Made without the lock: the application's category filter runs here and may itself log.
+            lock.unlock();
+            auto made = std::make_unique<QLoggingCategory>(name.c_str());
+            lock.lock();
+            if (!category)
+                category = std::move(made);
+        }
+        return *category;
     }
 
     Sink* exchangeSink(Sink* sink)

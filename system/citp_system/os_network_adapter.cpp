@@ -98,8 +98,8 @@ private:
 
     void run();
     // Both report whether to go on.
-    bool readMessages();
     bool wait();
+    bool readMessages();
     int timeToDelivery() const;
     void note(const AdapterTable::Change& change);
     void resynchronise(bool everything);
@@ -119,8 +119,7 @@ private:
     std::condition_variable m_callEnded;
     AdapterTable m_table; // written by the monitor's thread alone
     std::vector<Registration> m_registrations;
-    Callback* m_called = nullptr;   // whose Changed is running
-    unsigned long m_callNumber = 0; // tells two calls of the same callback apart
+    Callback* m_called = nullptr; // whose Changed is running
     std::atomic<bool> m_ending{false};
 
     std::thread m_thread;
@@ -192,17 +191,20 @@ template <typename Predicate>
 void NetworkAdapterMonitor::Private::unregisterCallback(Callback* callback, int events, Predicate concerned)
 {
     std::unique_lock lock(m_mutex);
-    for (Registration& registration : m_registrations)
-        if (registration.callback == callback && concerned(registration.name))
-            registration.events &= ~events;
-    m_registrations.erase(std::remove_if(m_registrations.begin(), m_registrations.end(),
-                                         [](const Registration& registration) { return registration.events == 0; }),
-                          m_registrations.end());
-    if (onMonitorThread)
+    const auto remove = [&] {
+        for (Registration& registration : m_registrations)
+            if (registration.callback == callback && concerned(registration.name))
+                registration.events &= ~events;
+        m_registrations.erase(std::remove_if(m_registrations.begin(), m_registrations.end(),
+                                             [](const Registration& registration) { return registration.events == 0; }),
+                              m_registrations.end());
+    };
+    remove();
+    if (onMonitorThread || m_called != callback)
         return;
-    // Only the call that runs now is waited for; another registration may bring the next at once.
-    const unsigned long number = m_callNumber;
-    m_callEnded.wait(lock, [&] { return m_called != callback || m_callNumber != number; });
+    m_callEnded.wait(lock, [&] { return m_called != callback; });
+    // The call that was running may have registered again.
+    remove();
 }
 
 bool NetworkAdapterMonitor::Private::standsForAny(const std::string& name) const
@@ -284,12 +286,12 @@ void NetworkAdapterMonitor::Private::note(const AdapterTable::Change& change)
 void NetworkAdapterMonitor::Private::resynchronise(bool everything)
 {
     auto table = AdapterTable::dump();
-    if (!table)
-        return;
     const std::lock_guard lock(m_mutex);
-    for (const AdapterTable::Change& change : m_table.differences(*table))
-        note(change);
-    m_table = std::move(*table);
+    if (table) {
+        for (const AdapterTable::Change& change : m_table.differences(*table))
+            note(change);
+        m_table = std::move(*table);
+    }
     if (everything)
         for (const AdapterTable::Entry& entry : m_table.entries())
             note({entry.name, LinkEvent | AddressEvent, entry.state.IsUsable()});
@@ -324,7 +326,6 @@ void NetworkAdapterMonitor::Private::deliver()
             if (events == 0 || m_ending)
                 continue;
             m_called = callback;
-            ++m_callNumber;
             lock.unlock();
             callback->Changed(NetworkAdapter(notice.name, state), state, events);
             lock.lock();

@@ -1,0 +1,27 @@
+// Tests of Os::NetworkAdapterMonitor: a process that uses it ends cleanly, whatever goes on.
+#include "adapter_fixture.h"
+
+#include <cstdlib>
+
+namespace {
+
+class AdapterMonitorExitTest : public AdapterTest, public testing::WithParamInterface<const char*>
+{
+};
+
+TEST_P(AdapterMonitorExitTest, TheProcessEndsCleanly)
+{
+    EXPECT_EQ(std::system((std::string("timeout -s KILL 60 " MONITOR_CHILD " ") + GetParam()).c_str()), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, AdapterMonitorExitTest,
+                         testing::Values("without-monitor", "idle", "in-callback", "during-callback", "while-changing"),
+                         [](const auto& way) {
+                             std::string name = way.param;
+                             for (char& character : name)
+                                 if (character == '-')
+                                     character = '_';
+                             return name;
+                         });
+
+} // namespace

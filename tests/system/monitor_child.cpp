@@ -1,0 +1,78 @@
+// A program for the monitor's exit tests: ends in the way that its argument names.
+#include <citp_system/os_network_adapter.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+namespace {
+
+using Monitor = Os::NetworkAdapterMonitor;
+
+void touchAdapters(int rounds)
+{
+    for (int round = 0; round < rounds; ++round)
+        if (std::system("ip address add 10.0.0.1/24 dev v0 && ip address del 10.0.0.1/24 dev v0") != 0)
+            std::_Exit(3);
+}
+
+class Callback : public Monitor::Callback
+{
+public:
+    void Changed(const Os::NetworkAdapter&, const Os::NetworkAdapter::State&, int) override
+    {
+        called = true;
+        if (exits)
+            std::exit(0);
+        if (lingers)
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    }
+    std::atomic<bool> called{false};
+    bool exits = false;
+    bool lingers = false;
+};
+
+bool waitForCall(const Callback& callback)
+{
+    for (int round = 0; round < 3000 && !callback.called; ++round)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return callback.called;
+}
+
+// Dies after everything that main makes.
+Callback longLived;
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string way = argc > 1 ? argv[1] : "";
+    if (way == "without-monitor")
+        return 0;
+    Monitor::Get()->Register("v0", 3, &longLived);
+    if (way == "idle")
+        return 0;
+    if (way == "in-callback") {
+        longLived.exits = true;
+        touchAdapters(1);
+        // The callback ends the process; coming back from here is the failure.
+        waitForCall(longLived);
+        std::this_thread::sleep_for(std::chrono::seconds(30));
+        return 4;
+    }
+    if (way == "during-callback") {
+        longLived.lingers = true;
+        touchAdapters(1);
+        return waitForCall(longLived) ? 0 : 5;
+    }
+    if (way == "while-changing") {
+        std::thread([] { touchAdapters(50); }).detach();
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        return 0;
+    }
+    std::fprintf(stderr, "unknown way to end '%s'\n", way.c_str());
+    return 2;
+}
