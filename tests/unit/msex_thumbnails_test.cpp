@@ -15,7 +15,7 @@ golden::Collector collect(const Msg_MSEX_Thumbnail_Response_Base& m)
         .add("ThumbnailHeight", m.ThumbnailHeight)
         .add("ThumbnailWidth", m.ThumbnailWidth)
         .add("ThumbnailFormat", m.ThumbnailFormat)
-        .add("ThumbnailBuffer", QString::fromLatin1(m.ThumbnailBuffer));
+        .add("ThumbnailBuffer", QString::fromLatin1(m.ThumbnailBuffer.constData(), m.ThumbnailBuffer.size()));
 }
 
 golden::Fields fieldsOf(const Msg_MSEX_ELTH& m)
