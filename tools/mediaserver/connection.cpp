@@ -1,13 +1,16 @@
 // Reading, answering and ending of a connection.
 #include "connection.h"
 
+#include <sys/socket.h>
 #include <QHostAddress>
 #include <QStringList>
 
 namespace MediaServer {
 namespace {
-// A console that asks without reading is not served further until it has read this much less, in bytes.
-constexpr qint64 UnsentLimit = 8 * 1024 * 1024;
+// Bytes that may wait for a console before it is served further.
+constexpr qint64 BacklogLimit = 4 * 1024 * 1024;
+// Bytes taken from the network at a time.
+constexpr qint64 ReadSize = 64 * 1024;
 
 QString versionText(quint16 version)
 {
@@ -15,84 +18,140 @@ QString versionText(quint16 version)
 }
 } // namespace
 
-Connection::Connection(QTcpSocket* socket, const Identity& identity, const EventLog& log, QObject* parent)
+Connection::Connection(QTcpSocket* socket, const Service& service, Faults& faults, const EventLog& log, QObject* parent)
     : QObject(parent),
       m_socket(socket),
-      m_identity(identity),
+      m_service(service),
+      m_faults(faults),
       m_log(log),
-      m_peer(QString("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort()))
+      m_peer(QString("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort())),
+      m_outbox(*socket, faults, this)
 {
     socket->setParent(this);
-    socket->setReadBufferSize(MessageCutter::MaximumSize);
-    connect(socket, &QTcpSocket::readyRead, this, &Connection::read);
-    connect(socket, &QTcpSocket::bytesWritten, this, &Connection::read);
+    socket->setReadBufferSize(ReadSize);
+    m_step.setSingleShot(true);
+    connect(&m_step, &QTimer::timeout, this, &Connection::step);
+    connect(socket, &QTcpSocket::readyRead, this, &Connection::wake);
+    connect(socket, &QTcpSocket::bytesWritten, this, &Connection::wake);
+    connect(&m_outbox, &Outbox::idle, this, &Connection::wake);
+    connect(&m_outbox, &Outbox::resetDue, this, &Connection::reset);
     connect(socket, &QTcpSocket::disconnected, this, [this] {
         report("has disconnected");
         deleteLater();
     });
     report("has connected");
+    wake();
+}
+
+void Connection::tell(const QByteArray& message)
+{
+    if (m_greeted && m_outbox.backlog() < BacklogLimit)
+        m_outbox.send(message);
 }
 
 void Connection::reset()
 {
     m_socket->disconnect(this);
+    m_step.stop();
+    // Closing with nothing to linger for sends a reset instead of an orderly end.
+    const linger none{1, 0};
+    setsockopt(static_cast<int>(m_socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &none, sizeof none);
     m_socket->abort();
     deleteLater();
 }
 
-void Connection::read()
+// A step that waits for its time, a delayed answer for instance, is not brought forward.
+void Connection::wake()
 {
-    while (m_cutter.problem().isEmpty() && m_socket->bytesToWrite() < UnsentLimit) {
-        QByteArray message;
-        if (m_cutter.next(message))
-            handle(message);
-        else if (m_socket->bytesAvailable() > 0)
-            m_cutter.append(m_socket->readAll());
-        else
-            break;
-    }
-    if (!m_cutter.problem().isEmpty()) {
-        report("sends garbage: " + m_cutter.problem() + "; closing");
-        reset();
-    }
+    if (!m_step.isActive())
+        m_step.start(0);
 }
 
-void Connection::handle(const QByteArray& message)
+void Connection::step()
 {
-    const Request request = parseRequest(message);
+    if (m_outbox.busy() || m_outbox.backlog() >= BacklogLimit)
+        return;
+    int wait = 0;
+    QByteArray message;
+    if (!m_answers.empty()) {
+        answerNext();
+    } else if (m_cutter.next(message)) {
+        handle(parseRequest(message));
+        if (!m_answers.empty() && m_faults.strikes(Fault::Delay)) {
+            report("fault: delay");
+            wait = m_faults.delayMs();
+        }
+    } else if (!m_cutter.problem().isEmpty()) {
+        report("sends garbage: " + m_cutter.problem() + "; closing");
+        reset();
+        return;
+    } else if (m_socket->bytesAvailable() > 0) {
+        m_cutter.append(m_socket->readAll());
+    } else {
+        return;
+    }
+    m_step.start(wait);
+}
+
+void Connection::handle(const Request& request)
+{
     switch (request.kind) {
         case RequestKind::PeerName:
             report(QString("PNam: its name is '%1'").arg(request.peerName));
             break;
-        case RequestKind::ClientInfo: {
-            QStringList versions;
-            for (const quint16 version : request.versions)
-                versions << versionText(version);
-            report(QString("CInf: speaks MSEX %1").arg(versions.join(", ")));
-            send(serverInformation(m_identity, request.index));
-            report(QString("SInf sent in MSEX 1.%1").arg(m_identity.msexMinor));
-            break;
-        }
-        case RequestKind::SendPatch:
-            report(request.fixtures.empty() ? QString("SPtc: asks for the whole patch")
-                                            : QString("SPtc: asks for %1 fixtures").arg(request.fixtures.size()));
+        case RequestKind::ClientInfo:
+            handleClientInfo(request);
             break;
         case RequestKind::Malformed:
             report(QString("%1: %2; ignored").arg(request.code, request.problem));
             break;
-        default:
+        case RequestKind::Unknown:
             report(QString("%1: not answered").arg(request.code));
+            break;
+        default:
+            handleQuery(request);
             break;
     }
 }
 
-void Connection::send(const QByteArray& message)
+void Connection::handleClientInfo(const Request& request)
 {
-    m_socket->write(message);
+    QStringList versions;
+    for (const quint16 version : request.versions)
+        versions << versionText(version);
+    report(QString("CInf: speaks MSEX %1").arg(versions.join(", ")));
+    m_outbox.send(serverInformation(m_service.identity, request.index));
+    report(QString("SInf sent in MSEX 1.%1").arg(m_service.identity.msexMinor));
+    m_greeted = true;
+}
+
+void Connection::handleQuery(const Request& request)
+{
+    Answers answers =
+        answersTo(request, m_service.identity.msexMinor, m_service.catalogue.libraries(), m_service.patch);
+    report(request.code.mid(5) + ": " + answers.note);
+    if (!answers.messages.empty() && m_faults.strikes(Fault::Silence)) {
+        report("fault: silence");
+        return;
+    }
+    m_answers.assign(answers.messages.begin(), answers.messages.end());
+}
+
+void Connection::answerNext()
+{
+    const QByteArray message = m_answers.front()();
+    m_answers.pop_front();
+    if (message.isEmpty()) {
+        report("a picture cannot be read: no thumbnail sent");
+        return;
+    }
+    const QString struck = m_outbox.answer(message);
+    if (!struck.isEmpty())
+        report("fault: " + struck);
 }
 
 void Connection::report(const QString& text) const
 {
-    m_log.line(m_identity.name, m_peer + ' ' + text);
+    m_log.line(m_service.identity.name, m_peer + ' ' + text);
 }
 } // namespace MediaServer

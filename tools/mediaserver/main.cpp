@@ -2,6 +2,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <QUuid>
@@ -11,8 +12,10 @@
 #include <vector>
 
 #include "addresses.h"
+#include "catalogue.h"
 #include "event_log.h"
 #include "options.h"
+#include "patch.h"
 #include "server.h"
 
 using namespace MediaServer;
@@ -48,7 +51,7 @@ QStringList layerSources(int count, int server)
     return sources;
 }
 
-Identity identityOf(const Options& options, int index)
+Identity identityOf(const Options& options, int index, quint16 types)
 {
     Identity identity;
     identity.name = options.count > 1 ? QString("%1 %2").arg(options.name).arg(index + 1) : options.name;
@@ -62,6 +65,7 @@ Identity identityOf(const Options& options, int index)
     identity.versionMinor = options.versionMinor;
     identity.versionBugfix = options.versionBugfix;
     identity.msexMinor = options.msexMinor;
+    identity.libraryTypes = types;
     identity.layerSources = layerSources(options.layers, index);
     return identity;
 }
@@ -90,11 +94,22 @@ int run(const Options& options, int signalDescriptor)
     if (places.empty())
         return fail(problem, Failure);
 
+    if (!options.media.isEmpty() && !QFileInfo(options.media).isDir())
+        return fail(QString("--media: '%1' is no folder: name one that holds pictures").arg(options.media), Failure);
+    std::vector<Fixture> patch;
+    if (!options.patch.isEmpty())
+        patch = readPatch(options.patch, problem);
+    if (!problem.isEmpty())
+        return fail(problem, Failure);
+
     const EventLog log(options.quiet);
+    const Catalogue catalogue(options.media, options.effects, options.generic, log);
     std::vector<std::unique_ptr<Server>> servers;
     for (int i = 0; i < options.count; ++i) {
-        servers.push_back(std::make_unique<Server>(identityOf(options, i), places[static_cast<std::size_t>(i)], adapter,
-                                                   options.intervalMs, log));
+        Behaviour behaviour{options.intervalMs, options.layerRate, options.faults};
+        behaviour.faults.seed += static_cast<quint32>(i);
+        servers.push_back(std::make_unique<Server>(Service{identityOf(options, i, catalogue.types()), patch, catalogue},
+                                                   places[static_cast<std::size_t>(i)], adapter, behaviour, log));
         if (!servers.back()->start(problem))
             return fail(problem, Failure);
     }

@@ -19,6 +19,14 @@ struct Problem
     QString text;
 };
 
+QString faultHelp()
+{
+    QStringList lines;
+    for (const FaultDescription& description : faultDescriptions())
+        lines << QString("%1: %2").arg(description.name, description.help);
+    return lines.join("; ") + '.';
+}
+
 class Reader
 {
 public:
@@ -64,6 +72,34 @@ public:
             "MS");
         add({"die-server"}, "Which server vanishes, 1 to the number of servers; default 1. Needs --die-after.",
             "INDEX");
+        add({"media"},
+            "Folder of pictures to serve. Its sub-folders are the top-level element libraries, numbered from 1 "
+            "by name, and theirs are sub-libraries down to the third level; pictures in the folder itself "
+            "are library 0. A change in it is told at once. Default: drawn pictures.",
+            "DIR");
+        add({"effects"}, "Number of effect libraries (type 2), 0 to 50; default 0.", "N");
+        add({"generic"}, "Number of generic libraries (type 3), 0 to 50; default 0.", "N");
+        add({"layer-rate"},
+            "Layer states a second that each greeted console is sent, 0 to 100; default 0. MSEX 1.1 has "
+            "no layout for them: a 1.1 server sends them as 1.0 messages.",
+            "N");
+        add({"patch"},
+            "JSON file of the fixtures that a console is told when it asks for the patch: an array of "
+            "{\"id\": 1, \"universe\": 0, \"channel\": 1, \"channels\": 20, \"make\": \"Acme\", "
+            "\"name\": \"Spot\"}. Default: no fixtures.",
+            "FILE");
+        add({"fault"},
+            "Misbehaves; names with commas between, and the option again, add up. They strike the answers to "
+            "requests and to the asking for the patch, not the SInf. " +
+                faultHelp(),
+            "NAME,...");
+        add({"fault-rate"}, "Percentage of the occasions at which a fault strikes, 1 to 100; default 100.", "PERCENT");
+        add({"fault-delay"}, "How late the fault 'delay' makes answers, in milliseconds, 1 to 600000; default 500.",
+            "MS");
+        add({"seed"},
+            "Seed of all that faults leave to chance, 0 to 2147483647; default 1. The same seed and the same "
+            "requests give the same faults.",
+            "N");
         add({"seconds"}, "Ends after this many seconds, 1 to 86400; default: runs until it is stopped.", "N");
         add({"quiet"}, "Reports nothing on standard output.");
     }
@@ -176,6 +212,38 @@ private:
         }
     }
 
+    void readContent(Options& options) const
+    {
+        options.media = text("media", {});
+        options.effects = number("effects", 0, 50, options.effects);
+        options.generic = number("generic", 0, 50, options.generic);
+        options.layerRate = number("layer-rate", 0, 100, options.layerRate);
+        options.patch = text("patch", {});
+    }
+
+    void readFaults(FaultPlan& plan) const
+    {
+        const QStringList names = m_parser.values("fault").join(',').split(',');
+        for (const QString& name : names) {
+            if (m_parser.isSet("fault"))
+                plan.faults |= static_cast<quint32>(faultNamed(name));
+        }
+        plan.rate = number("fault-rate", 1, 100, plan.rate);
+        plan.delayMs = number("fault-delay", 1, 600000, plan.delayMs);
+        plan.seed = static_cast<quint32>(number("seed", 0, 2147483647, static_cast<int>(plan.seed)));
+    }
+
+    static Fault faultNamed(const QString& name)
+    {
+        QStringList known;
+        for (const FaultDescription& description : faultDescriptions()) {
+            if (name == QLatin1String(description.name))
+                return description.fault;
+            known << QLatin1String(description.name);
+        }
+        throw Problem{QString("--fault: '%1' is no fault; give some of %2").arg(name, known.join(", "))};
+    }
+
     void readLifetime(Options& options) const
     {
         options.dieAfterMs = number("die-after", 0, 86400000, -1);
@@ -197,6 +265,8 @@ private:
         Options options;
         readPlace(options);
         readIdentity(options);
+        readContent(options);
+        readFaults(options.faults);
         readLifetime(options);
         return options;
     }

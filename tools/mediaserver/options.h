@@ -4,7 +4,8 @@
 #include <QHostAddress>
 #include <QString>
 #include <QStringList>
-#include <vector>
+
+#include "faults.h"
 
 namespace MediaServer {
 struct Options
@@ -23,6 +24,13 @@ struct Options
     quint8 versionBugfix = 0;
     int layers = 2;
     QByteArray uuid; ///< 36 characters; empty: derived from the name
+
+    QString media; ///< folder of pictures; empty: drawn ones
+    int effects = 0;
+    int generic = 0;
+    int layerRate = 0; ///< a second
+    QString patch;     ///< JSON file; empty: no fixtures
+    FaultPlan faults;
 
     int dieAfterMs = -1;    ///< -1: never
     int reviveAfterMs = -1; ///< -1: never

@@ -59,25 +59,25 @@ void readMsex(FieldReader& in, const QByteArray& code, Request& request)
         return;
     const quint8 minor = request.versionMinor;
     if (code == "GELI") {
-        request.kind = RequestKind::Libraries;
+        request.kind = RequestKind::ListLibraries;
         request.libraryType = in.u8();
         if (minor > 0)
             request.libraryId = in.u32();
         readNumbers(in, request);
     } else if (code == "GEIn") {
-        request.kind = RequestKind::Elements;
+        request.kind = RequestKind::ListElements;
         request.libraryType = in.u8();
         request.libraryId = readLibrary(in, minor);
         readNumbers(in, request);
     } else if (code == "GELT") {
-        request.kind = RequestKind::LibraryThumbnails;
+        request.kind = RequestKind::ShowLibraries;
         readPicture(in, request);
         request.libraryType = in.u8();
         const int count = readCount(in, minor);
         for (int i = 0; i < count && !in.truncated(); ++i)
             request.libraryIds.push_back(readLibrary(in, minor));
     } else if (code == "GETh") {
-        request.kind = RequestKind::ElementThumbnails;
+        request.kind = RequestKind::ShowElements;
         readPicture(in, request);
         request.libraryType = in.u8();
         request.libraryId = readLibrary(in, minor);

@@ -7,15 +7,15 @@
 
 namespace MediaServer {
 enum class RequestKind {
-    Unknown,           ///< a message that no media server answers
-    Malformed,         ///< shorter than its own fields say; Request::problem tells where
-    PeerName,          ///< PNam
-    ClientInfo,        ///< CInf
-    SendPatch,         ///< SPtc
-    Libraries,         ///< GELI
-    Elements,          ///< GEIn
-    LibraryThumbnails, ///< GELT
-    ElementThumbnails, ///< GETh
+    Unknown,       ///< a message that no media server answers
+    Malformed,     ///< shorter than its own fields say; Request::problem tells where
+    PeerName,      ///< PNam
+    ClientInfo,    ///< CInf
+    SendPatch,     ///< SPtc
+    ListLibraries, ///< GELI
+    ListElements,  ///< GEIn
+    ShowLibraries, ///< GELT
+    ShowElements,  ///< GETh
 };
 
 /// One parsed message. Only the fields of its kind are set.

@@ -1,4 +1,4 @@
-// One simulated media server: its announcements, its listening socket, and its vanishing and coming back.
+// One simulated media server: its announcements, its listening socket, its layers, and its vanishing and coming back.
 #pragma once
 
 #include <QNetworkInterface>
@@ -8,19 +8,26 @@
 #include <QUdpSocket>
 
 #include "addresses.h"
+#include "connection.h"
 #include "event_log.h"
-#include "messages.h"
 
 namespace MediaServer {
+/// How a server behaves in time.
+struct Behaviour
+{
+    int intervalMs = 1000; ///< between two announcements
+    int layerRate = 0;     ///< layer states a second, 0 for none
+    FaultPlan faults;
+};
+
 class Server : public QObject
 {
     Q_OBJECT
 
 public:
     /// @param adapter where announcements go out
-    /// @param intervalMs time between two of them
     /// @param log outlives this object
-    Server(Identity identity, const Place& place, const QNetworkInterface& adapter, int intervalMs,
+    Server(Service service, const Place& place, const QNetworkInterface& adapter, const Behaviour& behaviour,
            const EventLog& log);
 
     /// Listens and announces.
@@ -34,14 +41,22 @@ private:
     void accept();
     void announce();
     bool openSender();
+    void tellLayers();
+    void tellUpdates(const std::vector<LibraryUpdate>& updates);
+    void tell(const QByteArray& message);
+    QList<Connection*> connections() const;
 
-    const Identity m_identity;
+    const Service m_service;
     const Place m_place;
     const QNetworkInterface m_adapter;
+    const Behaviour m_behaviour;
     const EventLog& m_log;
+    Faults m_faults;
     QTcpServer m_listener;
     QUdpSocket m_sender;
-    QTimer m_timer;
+    QTimer m_announceTimer;
+    QTimer m_layerTimer;
+    quint32 m_layerTick = 0;
     bool m_announcing = true; ///< whether the last announcement went out; only changes are reported
 };
 } // namespace MediaServer

@@ -1,0 +1,107 @@
+// Listing of folders and pictures, and the numbers that they keep from scan to scan.
+#include "folder_scan.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QImageReader>
+
+namespace MediaServer {
+namespace {
+// The highest number given, so that a count of all of them still fits into a byte.
+const int HighestNumber = 254;
+
+QStringList pictureNames(const QDir& folder)
+{
+    QStringList filters;
+    const auto formats = QImageReader::supportedImageFormats();
+    for (const QByteArray& format : formats)
+        filters << QString("*.") + QString::fromLatin1(format);
+    return folder.entryList(filters, QDir::Files | QDir::Readable, QDir::Name);
+}
+} // namespace
+
+FolderScan::Result FolderScan::scan()
+{
+    Result result;
+    const QDir root(m_folder);
+    scanFolder(m_folder, 0, {}, result);
+    return result;
+}
+
+void FolderScan::scanFolder(const QString& path, quint32 id, const QString& name, Result& result)
+{
+    const QDir folder(path);
+    result.paths << path;
+    Library library;
+    library.id = id == 0 ? childId(0, 0) : id;
+    library.name = id == 0 ? folder.dirName() : name;
+    scanPictures(path, library, result);
+    if (id != 0 || !library.elements.empty())
+        result.libraries.push_back(library);
+
+    const QStringList names = folder.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Readable, QDir::Name);
+    if ((id & 0xFF) == MaximumLevel) {
+        if (!names.isEmpty())
+            result.notices << QString("the folders in %1 are too deep for a library id: left out").arg(path);
+        return;
+    }
+    for (const auto& [sub, subNumber] : number(path + "/folders", names, 1, result))
+        scanFolder(folder.filePath(sub), childId(id, subNumber), sub, result);
+}
+
+void FolderScan::scanPictures(const QString& path, Library& library, Result& result)
+{
+    const QDir folder(path);
+    const QStringList names = pictureNames(folder);
+    std::map<quint8, Element> elements;
+    for (const auto& [name, elementNumber] : number(path + "/pictures", names, 0, result)) {
+        const QFileInfo file(folder.filePath(name));
+        result.paths << file.filePath();
+        const QSize size = QImageReader(file.filePath()).size();
+        if (size.isEmpty() || size.width() > 0xFFFF || size.height() > 0xFFFF) {
+            result.notices << QString("%1 is no picture that can be read: left out").arg(file.filePath());
+            continue;
+        }
+        Element element;
+        element.number = elementNumber;
+        element.name = name;
+        element.timestamp = static_cast<quint64>(file.lastModified().toSecsSinceEpoch());
+        element.width = static_cast<quint16>(size.width());
+        element.height = static_cast<quint16>(size.height());
+        element.serial = static_cast<quint32>(file.lastModified().toMSecsSinceEpoch() + file.size());
+        element.picture.file = file.filePath();
+        elements[elementNumber] = element;
+    }
+    for (const auto& [elementNumber, element] : elements)
+        library.elements.push_back(element);
+}
+
+FolderScan::Numbers& FolderScan::number(const QString& place, const QStringList& names, int first, Result& result)
+{
+    Numbers& numbers = m_numbers[place];
+    std::bitset<256> taken;
+    for (auto known = numbers.begin(); known != numbers.end();) {
+        if (names.contains(known->first)) {
+            taken.set(known->second);
+            ++known;
+        } else {
+            known = numbers.erase(known);
+        }
+    }
+    for (const QString& name : names) {
+        if (numbers.count(name) != 0)
+            continue;
+        int free = first;
+        while (free <= HighestNumber && taken.test(static_cast<std::size_t>(free)))
+            ++free;
+        if (free > HighestNumber) {
+            result.notices << QString("%1: more than a library can number: the rest is left out").arg(place);
+            break;
+        }
+        taken.set(static_cast<std::size_t>(free));
+        numbers[name] = static_cast<quint8>(free);
+    }
+    return numbers;
+}
+} // namespace MediaServer
