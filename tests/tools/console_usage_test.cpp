@@ -1,0 +1,116 @@
+// Help, version, wrong use and the list of adapters of citp-console.
+#include <algorithm>
+
+#include "console_fixture.h"
+
+namespace {
+void expectRefused(const QStringList& arguments, const QString& complaint)
+{
+    const Outcome outcome = runConsole(arguments);
+    const std::string with = arguments.join(' ').toStdString();
+    EXPECT_EQ(outcome.status, 2) << with;
+    EXPECT_EQ(outcome.output.toStdString(), "") << with;
+    EXPECT_EQ(outcome.errors.count('\n'), 1) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.startsWith("citp-console: ")) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains(complaint)) << outcome.errors.toStdString();
+}
+} // namespace
+
+TEST(ConsoleUsage, HelpNamesEveryCommandAndOption)
+{
+    const Outcome outcome = runConsole({"--help"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.errors.toStdString(), "");
+    for (const char* const word :
+         {"watch", "adapters", "--adapter", "--json", "--log", "--seconds", "--version", "Exit status"})
+        EXPECT_TRUE(outcome.output.contains(word)) << word;
+}
+
+TEST(ConsoleUsage, HelpOfACommandNamesItsOptionsAlone)
+{
+    const Outcome outcome = runConsole({"adapters", "--help"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.output.contains("--adapter"));
+    EXPECT_TRUE(outcome.output.contains("marks the one that is used"));
+    EXPECT_FALSE(outcome.output.contains("--seconds"));
+}
+
+TEST(ConsoleUsage, TellsTheProjectsVersion)
+{
+    const Outcome outcome = runConsole({"--version"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output.toStdString(), "citp-console " CITP_VERSION "\n");
+}
+
+TEST(ConsoleUsage, RefusesWrongUseInOneLine)
+{
+    expectRefused({}, "no command");
+    expectRefused({"wacth"}, "'wacth' is no command");
+    expectRefused({"watch", "--unheard-of"}, "unheard-of");
+    expectRefused({"watch", "more"}, "'more' belongs to nothing");
+    expectRefused({"watch", "--seconds"}, "seconds");
+    expectRefused({"watch", "--seconds", "0"}, "whole number from 1 to 86400");
+    expectRefused({"watch", "--seconds", "ten"}, "whole number from 1 to 86400");
+    expectRefused({"watch", "--adapter", ""}, "--adapter");
+    expectRefused({"watch", "--log", "CITP.Stack"}, "NAME=MASK");
+    expectRefused({"watch", "--log", "CITP.Stack=32"}, "CITP.Stack=32");
+    expectRefused({"adapters", "--seconds", "3"}, "'adapters' knows no --seconds");
+}
+
+TEST(ConsoleUsage, RefusesAnAdapterThatThisMachineHasNot)
+{
+    expectRefused({"watch", "--adapter", "nosuch0"}, "'nosuch0' is no adapter or IPv4 address of this machine");
+    expectRefused({"adapters", "--adapter", "203.0.113.77"}, "'203.0.113.77' is no adapter");
+}
+
+TEST(ConsoleUsage, ComplainsAboutHostileArgumentsHarmlessly)
+{
+    expectRefused({"\x1b[2J\nwatch"}, "\\u001b[2J\\u000awatch");
+    expectRefused({"watch", "--adapter", "\x1b]0;x"}, "\\u001b]0;x");
+    expectRefused({"watch", "--log", "\x1b]0;x"}, "\\u001b]0;x");
+}
+
+TEST(ConsoleAdapters, MarksTheOneThatIsUsedAndSaysWhy)
+{
+    const Outcome outcome = runConsole({"adapters", "--adapter", "lo"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.errors.toStdString(), "");
+    QStringList marked;
+    for (const QString& line : outcome.output.split('\n')) {
+        if (line.startsWith('*'))
+            marked << line.simplified();
+    }
+    EXPECT_EQ(marked.join('\n').toStdString(), "* lo up, loopback 127.0.0.1");
+    EXPECT_TRUE(outcome.output.contains("used: lo, 127.0.0.1 (chosen by --adapter"));
+}
+
+TEST(ConsoleAdapters, TakesAnAddressForAnAdapter)
+{
+    const Outcome outcome = runConsole({"adapters", "--adapter", "127.0.0.1"});
+    EXPECT_TRUE(outcome.output.contains("used: lo, 127.0.0.1")) << outcome.output.toStdString();
+}
+
+TEST(ConsoleAdapters, ListsThemAsJson)
+{
+    const Outcome outcome = runConsole({"adapters", "--json", "--adapter", "lo"});
+    EXPECT_EQ(outcome.status, 0);
+    const std::vector<QJsonObject> adapters = jsonLines(outcome.output);
+    const auto lo = std::find_if(adapters.begin(), adapters.end(),
+                                 [](const QJsonObject& adapter) { return adapter.value("adapter") == "lo"; });
+    ASSERT_NE(lo, adapters.end());
+    EXPECT_TRUE(lo->value("used").toBool());
+    EXPECT_TRUE(lo->value("up").toBool());
+    EXPECT_EQ(lo->value("address").toString().toStdString(), "127.0.0.1");
+    EXPECT_EQ(std::count_if(adapters.begin(), adapters.end(),
+                            [](const QJsonObject& adapter) { return adapter.value("used").toBool(); }),
+              1);
+}
+
+TEST(ConsoleAdapters, SaysThatAnAdapterChosenByEnvironmentIsMissing)
+{
+    qputenv("ARTNET_ADAPTER", "nosuch0");
+    const Outcome outcome = runConsole({"adapters"});
+    qunsetenv("ARTNET_ADAPTER");
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.output.contains("used: none, not 'nosuch0'")) << outcome.output.toStdString();
+}

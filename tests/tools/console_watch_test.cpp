@@ -1,0 +1,138 @@
+// citp-console watch beside simulated media servers: events, JSON, the end, silence, and names meant to do harm.
+#include <QDateTime>
+#include <QUdpSocket>
+
+#include "console_fixture.h"
+
+namespace {
+const QStringList watchLoopback{"watch", "--adapter", "lo"};
+
+QStringList withProduct(const QStringList& more = {})
+{
+    return QStringList{"--product", "Test Product", "--product-version", "3.2.1", "--layers", "4"} + more;
+}
+} // namespace
+
+TEST(ConsoleWatch, ReportsAServerUpDownAndUpAgain)
+{
+    Console console(watchLoopback);
+    {
+        const Server server(withProduct({"--name", "Stage"}));
+        const QString up = console.waitForLine("up ");
+        EXPECT_TRUE(up.simplified().endsWith("up 127.0.0.2:4811 \"Stage\" Test Product 3.2.1 MSEX 1.2 4 layers"))
+            << up.toStdString();
+    }
+    const QString down = console.waitForLine("down ");
+    EXPECT_TRUE(down.simplified().endsWith("down 127.0.0.2:4811 \"Stage\"")) << down.toStdString();
+    const Server again(withProduct());
+    console.waitForLine("up ");
+}
+
+TEST(ConsoleWatch, TellsOlderServersApart)
+{
+    Console console(watchLoopback);
+    const Server server(withProduct({"--msex", "1.0", "--layers", "1"}));
+    const QString up = console.waitForLine("up ");
+    EXPECT_TRUE(up.endsWith("Test Product 3.2  MSEX 1.0  1 layer")) << up.toStdString();
+}
+
+TEST(ConsoleWatch, PrintsOneJsonObjectALine)
+{
+    Console console(watchLoopback + QStringList{"--json"});
+    {
+        const Server server(withProduct({"--msex", "1.1"}));
+        console.waitForLine("\"up\"");
+    }
+    console.waitForLine("\"down\"");
+    console.interrupt();
+    EXPECT_EQ(console.waitForEnd(), 0);
+
+    const std::vector<QJsonObject> events = jsonLines(console.output());
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[0].value("event").toString().toStdString(), "up");
+    EXPECT_EQ(events[1].value("event").toString().toStdString(), "down");
+    for (const QJsonObject& event : events) {
+        EXPECT_EQ(event.value("server").toString().toStdString(), "127.0.0.2:4811");
+        EXPECT_EQ(event.value("name").toString().toStdString(), "Simulated Server");
+        EXPECT_EQ(event.value("product").toString().toStdString(), "Test Product");
+        EXPECT_EQ(event.value("productVersion").toString().toStdString(), "3.2");
+        EXPECT_EQ(event.value("msexVersion").toString().toStdString(), "1.1");
+        EXPECT_EQ(event.value("layers").toInt(), 4);
+        EXPECT_TRUE(QDateTime::fromString(event.value("time").toString(), Qt::ISODateWithMs).isValid());
+    }
+}
+
+TEST(ConsoleWatch, EndsCleanlyOnCtrlC)
+{
+    const Server server;
+    Console console(watchLoopback);
+    console.waitForLine("up ");
+    console.interrupt();
+    EXPECT_EQ(console.waitForEnd(), 0);
+    EXPECT_EQ(console.errors().toStdString(), "");
+}
+
+TEST(ConsoleWatch, EndsAfterItsSeconds)
+{
+    EXPECT_EQ(runConsole(watchLoopback + QStringList{"--seconds", "1"}).status, 0);
+}
+
+TEST(ConsoleWatch, PrintsLogLinesOnStandardErrorWhenAsked)
+{
+    const Server server;
+    Console console(watchLoopback + QStringList{"--log", "CITP.*=31"});
+    console.waitForLine("up ");
+    console.interrupt();
+    EXPECT_EQ(console.waitForEnd(), 0);
+    EXPECT_TRUE(console.errors().contains("CITP.Stack: added 127.0.0.2:4811")) << console.errors().toStdString();
+    EXPECT_TRUE(console.errors().contains("CITP.Stack.Traffic: -> ")) << console.errors().toStdString();
+    EXPECT_FALSE(console.output().contains("CITP.Stack"));
+}
+
+TEST(ConsoleWatch, KeepsHostileNamesFromTheTerminal)
+{
+    const Server server({"--name", "\x1b[2J\n\u009b31m", "--product", QString("a") + QChar(0x202e) + "b\rc"});
+    Console text(watchLoopback + QStringList{"--log", "CITP.*=31"});
+    const QString up = text.waitForLine("up ");
+    EXPECT_TRUE(up.contains("\"\\u001b[2J\\u000a\\u009b31m\"")) << up.toStdString();
+    EXPECT_TRUE(up.contains("a\\u202eb\\u000dc")) << up.toStdString();
+    for (const QString& shown : {text.output(), text.errors()}) {
+        for (const int unit : {0x1b, 0x9b, 0x202e, 0x0d})
+            EXPECT_FALSE(shown.contains(QChar(unit))) << unit;
+    }
+
+    Console json(watchLoopback + QStringList{"--json"});
+    const QString line = json.waitForLine("up");
+    const std::vector<QJsonObject> events = jsonLines(line);
+    EXPECT_EQ(events.front().value("name").toString(), QString("\x1b[2J\n") + QChar(0x9b) + "31m");
+    for (const int unit : {0x1b, 0x9b, 0x202e})
+        EXPECT_FALSE(line.contains(QChar(unit))) << unit;
+}
+
+TEST(ConsoleWatch, SaysOnceWhatToLookAtWhenNothingIsHeard)
+{
+    const Outcome outcome = runConsole(watchLoopback + QStringList{"--seconds", "11"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output.toStdString(), "");
+    EXPECT_EQ(outcome.errors.count("nothing heard for 10 s"), 1) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("adapter: used is lo, 127.0.0.1")) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("cable: this is the loopback")) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("multicast:")) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("port 4809: free")) << outcome.errors.toStdString();
+}
+
+TEST(ConsoleWatch, SaysThatAnotherProgramHasTakenThePort)
+{
+    QUdpSocket greedy;
+    ASSERT_TRUE(greedy.bind(QHostAddress(QHostAddress::AnyIPv4), 4809, QAbstractSocket::DontShareAddress));
+    const Outcome outcome = runConsole(watchLoopback + QStringList{"--seconds", "11"});
+    EXPECT_TRUE(outcome.errors.contains("port 4809: TAKEN")) << outcome.errors.toStdString();
+}
+
+TEST(ConsoleWatch, SaysNothingOfSilenceOnceAServerWasHeard)
+{
+    const Server server;
+    const Outcome outcome = runConsole(watchLoopback + QStringList{"--seconds", "11"});
+    EXPECT_EQ(outcome.output.count("up "), 1);
+    EXPECT_FALSE(outcome.errors.contains("nothing heard")) << outcome.errors.toStdString();
+}
