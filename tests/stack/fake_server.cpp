@@ -1,0 +1,318 @@
+// FakeServer: bare IPv4 sockets.
+#include "fake_server.h"
+
+#include "wire.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <linux/sockios.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+[[noreturn]] void fail(const std::string& what)
+{
+    throw std::runtime_error(what + (errno ? std::string(": ") + std::strerror(errno) : std::string()));
+}
+
+sockaddr_in addressOf(const std::string& host, quint16 port)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    inet_pton(AF_INET, host.c_str(), &address.sin_addr);
+    return address;
+}
+
+void bindTo(int descriptor, const std::string& host, quint16 port)
+{
+    const sockaddr_in address = addressOf(host, port);
+    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        fail("bind " + host);
+    }
+}
+
+void setOption(int descriptor, int level, int option, int value)
+{
+    if (setsockopt(descriptor, level, option, &value, sizeof value) != 0) {
+        fail("setsockopt");
+    }
+}
+
+bool waitUntilReady(int descriptor, short events, int milliseconds)
+{
+    pollfd entry = {descriptor, events, 0};
+    return poll(&entry, 1, milliseconds) == 1;
+}
+
+std::mutex leftoversMutex;
+std::vector<Descriptor> leftovers;
+
+void leaveOpen(Descriptor descriptor)
+{
+    const std::lock_guard<std::mutex> lock(leftoversMutex);
+    leftovers.push_back(std::move(descriptor));
+}
+} // namespace
+
+void closeLeftovers()
+{
+    const std::lock_guard<std::mutex> lock(leftoversMutex);
+    leftovers.clear();
+}
+
+Connection::~Connection()
+{
+    leaveOpen(std::move(m_descriptor));
+}
+
+FakeServer::~FakeServer()
+{
+    leaveOpen(std::move(m_listener));
+}
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept
+{
+    close();
+    m_number = other.release();
+    return *this;
+}
+
+int Descriptor::release()
+{
+    return std::exchange(m_number, -1);
+}
+
+void Descriptor::close()
+{
+    if (m_number >= 0) {
+        ::close(std::exchange(m_number, -1));
+    }
+}
+
+void Connection::send(const QByteArray& bytes)
+{
+    const char* at = bytes.constData();
+    auto left = bytes.size();
+    while (left > 0) {
+        errno = 0;
+        if (!waitUntilReady(m_descriptor.get(), POLLOUT, Patience)) {
+            fail("the console does not take what is sent");
+        }
+        const ssize_t sent = ::send(m_descriptor.get(), at, static_cast<std::size_t>(left), MSG_NOSIGNAL);
+        if (sent < 0) {
+            fail("send");
+        }
+        at += sent;
+        left -= static_cast<decltype(left)>(sent);
+    }
+}
+
+void Connection::sendSegment(const QByteArray& bytes)
+{
+    setOption(m_descriptor.get(), IPPROTO_TCP, TCP_NODELAY, 1);
+    send(bytes);
+    int unacknowledged = 1;
+    for (int waited = 0; unacknowledged > 0 && waited < Patience; ++waited) {
+        ioctl(m_descriptor.get(), SIOCOUTQ, &unacknowledged);
+        std::this_thread::sleep_for(std::chrono::milliseconds(unacknowledged > 0 ? 1 : 0));
+    }
+}
+
+bool Connection::trySend(const QByteArray& bytes)
+{
+    return ::send(m_descriptor.get(), bytes.constData(), static_cast<std::size_t>(bytes.size()), MSG_NOSIGNAL) > 0;
+}
+
+QByteArray Connection::receive()
+{
+    errno = 0;
+    const std::optional<QByteArray> message = tryReceive(Patience);
+    if (!message) {
+        fail("no message from the console");
+    }
+    return *message;
+}
+
+std::optional<QByteArray> Connection::tryReceive(int milliseconds)
+{
+    for (;;) {
+        if (m_received.size() >= 20) {
+            quint32 size = 0;
+            for (int index = 3; index >= 0; --index) {
+                size = size << 8 | static_cast<unsigned char>(m_received.at(8 + index));
+            }
+            if (!m_received.startsWith("CITP") || size < 20) {
+                throw std::runtime_error("the console sent what is no CITP message");
+            }
+            if (m_received.size() >= static_cast<int>(size)) {
+                const QByteArray message = m_received.left(static_cast<int>(size));
+                m_received.remove(0, static_cast<int>(size));
+                return message;
+            }
+        }
+        if (!waitUntilReady(m_descriptor.get(), POLLIN, milliseconds)) {
+            return std::nullopt;
+        }
+        char part[65536];
+        const ssize_t count = recv(m_descriptor.get(), part, sizeof part, 0);
+        if (count <= 0) {
+            return std::nullopt;
+        }
+        m_received.append(part, static_cast<int>(count));
+    }
+}
+
+void Connection::waitForEnd()
+{
+    for (;;) {
+        errno = 0;
+        if (!waitUntilReady(m_descriptor.get(), POLLIN, Patience)) {
+            fail("the console does not end the connection");
+        }
+        char part[4096];
+        if (recv(m_descriptor.get(), part, sizeof part, 0) <= 0) {
+            return;
+        }
+    }
+}
+
+void Connection::reset()
+{
+    const linger now = {1, 0};
+    setsockopt(m_descriptor.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
+    m_descriptor.close();
+}
+
+QString Connection::peer() const
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof address;
+    getpeername(m_descriptor.get(), reinterpret_cast<sockaddr*>(&address), &size);
+    char text[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+    return QString::fromLatin1(text) + QLatin1Char(':') + QString::number(ntohs(address.sin_port));
+}
+
+FakeServer::FakeServer(const std::string& host, int receiveBuffer)
+    : m_host(host), m_receiveBuffer(receiveBuffer), m_announcer(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+{
+    listen(16);
+    bindTo(m_announcer.get(), m_host, 0);
+    const in_addr interface = addressOf(m_host, 0).sin_addr;
+    if (setsockopt(m_announcer.get(), IPPROTO_IP, IP_MULTICAST_IF, &interface, sizeof interface) != 0) {
+        fail("IP_MULTICAST_IF");
+    }
+}
+
+void FakeServer::listen(int backlog)
+{
+    m_listener = Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    setOption(m_listener.get(), SOL_SOCKET, SO_REUSEADDR, 1);
+    if (m_receiveBuffer > 0) {
+        setOption(m_listener.get(), SOL_SOCKET, SO_RCVBUF, m_receiveBuffer);
+    }
+    bindTo(m_listener.get(), m_host, m_port);
+    if (::listen(m_listener.get(), backlog) != 0) {
+        fail("listen");
+    }
+    sockaddr_in address = {};
+    socklen_t size = sizeof address;
+    getsockname(m_listener.get(), reinterpret_cast<sockaddr*>(&address), &size);
+    m_port = ntohs(address.sin_port);
+}
+
+void FakeServer::announce(const char* name) const
+{
+    sendDatagram(Wire::ploc(m_port, "MediaServer", name));
+}
+
+void FakeServer::sendDatagram(const QByteArray& datagram) const
+{
+    const sockaddr_in group = addressOf("224.0.0.180", 4809);
+    if (sendto(m_announcer.get(), datagram.constData(), static_cast<std::size_t>(datagram.size()), 0,
+               reinterpret_cast<const sockaddr*>(&group), sizeof group) != datagram.size()) {
+        fail("sendto the group");
+    }
+}
+
+Connection FakeServer::accept()
+{
+    errno = 0;
+    std::optional<Connection> connection = tryAccept(Patience);
+    if (!connection) {
+        fail("the console does not connect");
+    }
+    return std::move(*connection);
+}
+
+std::optional<Connection> FakeServer::tryAccept(int milliseconds)
+{
+    if (!waitUntilReady(m_listener.get(), POLLIN, milliseconds)) {
+        return std::nullopt;
+    }
+    return Connection(Descriptor(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC)));
+}
+
+void FakeServer::leaveUnanswered()
+{
+    ::listen(m_listener.get(), 0);
+    const sockaddr_in address = addressOf(m_host, m_port);
+    for (Descriptor& blocker : m_blockers) {
+        blocker = Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        connect(blocker.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    }
+}
+
+void FakeServer::answerAgain()
+{
+    ::listen(m_listener.get(), 16);
+    for (Descriptor& blocker : m_blockers) {
+        blocker.close();
+    }
+    // The blockers' own connections are first in the queue, and are at their end.
+    while (waitUntilReady(m_listener.get(), POLLIN, 0)) {
+        Descriptor(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    }
+}
+
+int stackDescriptor(const FakeServer& server)
+{
+    const sockaddr_in wanted = addressOf(server.host().toStdString(), server.port());
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        sockaddr_in address = {};
+        socklen_t size = sizeof address;
+        if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+            address.sin_addr.s_addr == wanted.sin_addr.s_addr && address.sin_port == wanted.sin_port) {
+            return descriptor;
+        }
+    }
+    return -1;
+}
+
+void fillStackSocket(const FakeServer& server)
+{
+    const int descriptor = stackDescriptor(server);
+    const char part[4096] = {};
+    // Twice with a pause: what is under way to the server makes room once more.
+    for (int round = 0; round < 3; ++round) {
+        while (::send(descriptor, part, sizeof part, MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
+        }
+        while (::send(descriptor, part, 1, MSG_DONTWAIT | MSG_NOSIGNAL) > 0) {
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+}

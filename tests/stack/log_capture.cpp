@@ -1,0 +1,90 @@
+// LogCapture: keeps the lines and holds the failure lines against what was announced.
+#include "log_capture.h"
+
+#include <algorithm>
+
+LogCapture& LogCapture::get()
+{
+    static LogCapture* const capture = [] {
+        LogCapture* const made = new LogCapture;
+        Os::Log::SetSink(made);
+        return made;
+    }();
+    return *capture;
+}
+
+void LogCapture::Write(const Os::Log::Line& line)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::string text(line.text.c_str(), line.text.length());
+    m_lines.push_back(
+        {line.context.GetName(), line.level, text, line.function, line.file, line.line, line.callStack.GetDepth()});
+    if (!(line.level & (Os::Log::Failure | Os::Log::Critical))) {
+        return;
+    }
+    const auto expected = std::find(m_expected.begin(), m_expected.end(), text);
+    if (expected != m_expected.end()) {
+        m_expected.erase(expected);
+    } else if (std::find(m_allowed.begin(), m_allowed.end(), text) == m_allowed.end()) {
+        m_unannounced.push_back(text);
+    }
+}
+
+void LogCapture::expectFailureLine(const std::string& text)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_expected.push_back(text);
+}
+
+void LogCapture::allowFailureLines(const std::string& text)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_allowed.push_back(text);
+}
+
+std::vector<LogCapture::Captured> LogCapture::lines() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lines;
+}
+
+std::vector<std::string> LogCapture::texts(const std::string& context) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> found;
+    for (const Captured& line : m_lines) {
+        if (line.context == context) {
+            found.push_back(line.text);
+        }
+    }
+    return found;
+}
+
+int LogCapture::count(const std::string& text) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return static_cast<int>(
+        std::count_if(m_lines.begin(), m_lines.end(), [&text](const Captured& line) { return line.text == text; }));
+}
+
+std::string LogCapture::verdict() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::string problems;
+    for (const std::string& text : m_unannounced) {
+        problems += "failure line that was not announced: " + text + "\n";
+    }
+    for (const std::string& text : m_expected) {
+        problems += "announced failure line that did not come: " + text + "\n";
+    }
+    return problems;
+}
+
+void LogCapture::clear()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_lines.clear();
+    m_expected.clear();
+    m_allowed.clear();
+    m_unannounced.clear();
+}

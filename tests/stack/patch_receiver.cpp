@@ -1,0 +1,7 @@
+// PatchReceiver: see its header.
+#include "patch_receiver.h"
+
+void PatchReceiver::patch(const CITP::citp_stack::SERV_ID&, const CITP::Msg_FPTC_PTCH&)
+{
+    ++count;
+}

@@ -1,0 +1,309 @@
+// Servers that vanish in the middle of something: inside emissions, writes, and the release of a paced request.
+#include "stack_fixture.h"
+
+#include <citp/citp_msg_msex_libraries.h>
+#include <citp/citp_msg_msex_lsta.h>
+#include <citp/citp_msg_msex_requests.h>
+
+using CITP::citp_stack;
+
+namespace {
+using Texts = std::vector<std::string>;
+constexpr const char* RemoteClosed = "The remote host closed the connection";
+constexpr const char* TimedOut = "Network operation timed out";
+
+CITP::Msg_MSEX_GELI geli()
+{
+    return {2, 1, QStringLiteral("1,0,0,0"), {}};
+}
+
+CITP::Msg_MSEX_GETH geth()
+{
+    return {2, 1, QStringLiteral("1,0,0,0"), 60, 80, QStringLiteral("JPEG"), {}};
+}
+} // namespace
+
+class RemovalTest : public StackTest
+{
+protected:
+    void SetUp() override
+    {
+        StackTest::SetUp();
+        enable();
+        log.clear();
+    }
+
+    static std::string up(const FakeServer& server) { return "serverUp " + server.key().toStdString(); }
+    static std::string down(const FakeServer& server) { return "serverDown " + server.key().toStdString(); }
+    static std::string status(const FakeServer& server, int layer)
+    {
+        return "layerStatus " + server.key().toStdString() + " " + std::to_string(layer);
+    }
+
+    /// Runs @p work on the stack's thread, inside the first layer status.
+    template <typename Work>
+    void onFirstStatus(Work work)
+    {
+        m_receiver = QObject::connect(
+            stack, &citp_stack::layerStatus, stack,
+            [this, work](const QString& key, const CITP::Msg_MSEX_LSTA&) {
+                QObject::disconnect(m_receiver);
+                work(key);
+            },
+            Qt::DirectConnection);
+    }
+
+    void dropAllServersNow()
+    {
+        armReset();
+        QMetaObject::invokeMethod(stack, "timepop", Qt::DirectConnection);
+    }
+
+    QMetaObject::Connection m_receiver;
+};
+
+TEST_F(RemovalTest, NothingMoreOfTheConnectionIsEmittedAfterServerDown)
+{
+    FakeServer server;
+    Connection connection = admit(server);
+    recorder->clear();
+    onFirstStatus([this](const QString&) { dropAllServersNow(); });
+    connection.sendSegment(Wire::lsta(1) + Wire::lsta(2) + Wire::elin(3));
+    ASSERT_TRUE(waitForEvent(down(server)));
+    connection.waitForEnd();
+    tick();
+    EXPECT_EQ(recorder->events(), (Texts{status(server, 1), down(server)}));
+}
+
+TEST_F(RemovalTest, NorWhenTheSameKeyHasComeBackMeanwhile)
+{
+    FakeServer server;
+    Connection connection = admit(server);
+    recorder->clear();
+    onFirstStatus([this, &server](const QString&) {
+        dropAllServersNow();
+        server.announce();
+        QMetaObject::invokeMethod(stack, "processPendingUDP", Qt::DirectConnection);
+    });
+    connection.sendSegment(Wire::lsta(1) + Wire::lsta(2) + Wire::elin(3) + Wire::sinf("Stale"));
+    Connection again = server.accept();
+    connection.waitForEnd();
+    again.send(Wire::sinf("Fresh") + Wire::lsta(4));
+    ASSERT_TRUE(waitForEvent(status(server, 4)));
+    EXPECT_EQ(recorder->events(), (Texts{status(server, 1), down(server), up(server), status(server, 4)}));
+    CITP::Msg_MSEX_SINF sinf;
+    ASSERT_TRUE(stack->getServerInfo(server.key(), &sinf, nullptr));
+    EXPECT_EQ(sinf.ProductName, QStringLiteral("Fresh"));
+}
+
+TEST_F(RemovalTest, TheEndOfTheOldConnectionDoesNotTouchTheNewOne)
+{
+    FakeServer server;
+    Connection connection = admit(server);
+    recorder->clear();
+    armReset();
+    tick();
+    Connection again = admit(server);
+    connection.reset();
+    for (int round = 0; round < 20; ++round) {
+        sendMarker(server, again);
+    }
+    EXPECT_EQ(recorder->count(down(server)), 1);
+    EXPECT_TRUE(isListed(server));
+}
+
+TEST_F(RemovalTest, AReceiverInServerDownStillSeesTheServer)
+{
+    FakeServer server;
+    Connection connection = admit(server, "Product", "Some Name");
+    std::vector<citp_stack::SERV_ID> listed;
+    int announced = 0;
+    QString name;
+    m_receiver = QObject::connect(
+        stack, &citp_stack::serverDown, stack,
+        [&](const QString& key) {
+            listed = stack->getServers();
+            announced = stack->getNumNotified();
+            CITP::Msg_PEER_PLOC ploc;
+            stack->getServerInfo(key, nullptr, &ploc);
+            name = ploc.name;
+        },
+        Qt::DirectConnection);
+    log.expectFailureLine(RemoteClosed);
+    connection.close();
+    ASSERT_TRUE(waitForEvent(down(server)));
+    tick();
+    EXPECT_EQ(listed, std::vector<citp_stack::SERV_ID>{server.key()});
+    EXPECT_EQ(announced, 1);
+    EXPECT_EQ(name, QStringLiteral("Some Name"));
+    EXPECT_TRUE(stack->getServers().empty());
+    QObject::disconnect(m_receiver);
+}
+
+TEST_F(RemovalTest, WhatAReceiverInServerDownSendsToDyingServersDeletesNothingTwice)
+{
+    FakeServer first("127.0.0.2", 4096);
+    FakeServer second("127.0.0.3", 4096);
+    FakeServer third("127.0.0.4", 4096);
+    Connection firstConnection = admitPaced(first);
+    Connection secondConnection = admitPaced(second);
+    Connection thirdConnection = admitPaced(third);
+    // The second one cannot be written to, so that a message for it ends it.
+    fillStackSocket(second);
+    recorder->clear();
+    m_receiver = QObject::connect(
+        stack, &citp_stack::serverDown, stack,
+        [&](const QString&) {
+            for (const FakeServer* server : {&first, &second, &third}) {
+                stack->sendMsg(server->key(), geli());
+                stack->sendMsg(server->key(), geth());
+            }
+        },
+        Qt::DirectConnection);
+    log.allowFailureLines(RemoteClosed);
+    log.allowFailureLines(TimedOut);
+    log.allowFailureLines("sendMsg failed: server not found");
+    firstConnection.reset();
+    ASSERT_TRUE(waitForEvent(down(first)));
+    tick();
+    EXPECT_EQ(recorder->count(down(first)), 1);
+    EXPECT_EQ(recorder->count(down(second)), 1);
+    EXPECT_EQ(recorder->count(down(third)), 0);
+    EXPECT_EQ(stack->getServers(), std::vector<citp_stack::SERV_ID>{third.key()});
+    QObject::disconnect(m_receiver);
+}
+
+TEST_F(RemovalTest, AResetOnWhichReceiversSendDeletesNothingTwice)
+{
+    FakeServer first("127.0.0.2", 4096);
+    FakeServer second("127.0.0.3", 4096);
+    FakeServer third("127.0.0.4", 4096);
+    Connection firstConnection = admitPaced(first);
+    Connection secondConnection = admitPaced(second);
+    Connection thirdConnection = admitPaced(third);
+    for (const FakeServer* server : {&first, &second, &third}) {
+        fillStackSocket(*server);
+    }
+    recorder->clear();
+    m_receiver = QObject::connect(
+        stack, &citp_stack::serverDown, stack,
+        [&](const QString&) {
+            for (const FakeServer* server : {&third, &second, &first}) {
+                stack->sendMsg(server->key(), geth());
+            }
+        },
+        Qt::DirectConnection);
+    log.allowFailureLines(TimedOut);
+    log.allowFailureLines("sendMsg failed: server not found");
+    armReset();
+    tick();
+    QObject::disconnect(m_receiver);
+    for (const FakeServer* server : {&first, &second, &third}) {
+        EXPECT_EQ(recorder->count(down(*server)), 1) << server->key().toStdString();
+        EXPECT_EQ(log.count("removed " + server->key().toStdString() + " Server (total=0)") +
+                      log.count("removed " + server->key().toStdString() + " Server (total=1)") +
+                      log.count("removed " + server->key().toStdString() + " Server (total=2)"),
+                  1);
+    }
+    EXPECT_TRUE(stack->getServers().empty());
+    FakeServer fresh("127.0.0.5");
+    Connection connection = admit(fresh);
+}
+
+TEST_F(RemovalTest, ADropInsideServerDownDeletesNothingTwice)
+{
+    FakeServer first("127.0.0.2");
+    FakeServer second("127.0.0.3");
+    Connection firstConnection = admit(first);
+    Connection secondConnection = admit(second);
+    recorder->clear();
+    m_receiver = QObject::connect(
+        stack, &citp_stack::serverDown, stack, [this](const QString&) { dropAllServersNow(); }, Qt::DirectConnection);
+    log.expectFailureLine(RemoteClosed);
+    firstConnection.close();
+    ASSERT_TRUE(waitForEvent(down(second)));
+    tick();
+    QObject::disconnect(m_receiver);
+    EXPECT_EQ(recorder->count(down(first)), 1);
+    EXPECT_EQ(recorder->count(down(second)), 1);
+    EXPECT_TRUE(stack->getServers().empty());
+}
+
+TEST_F(RemovalTest, APacedServerThatDoesNotReadIsRemovedInTheMiddleOfAWrite)
+{
+    FakeServer server("127.0.0.2", 4096);
+    FakeServer other("127.0.0.3");
+    Connection otherConnection = admit(other);
+    Connection connection = admitPaced(server);
+    fillStackSocket(server);
+    log.expectFailureLine(TimedOut);
+    EXPECT_TRUE(stack->sendMsg(server.key(), geli()));
+    ASSERT_TRUE(waitForEvent(down(server)));
+    EXPECT_FALSE(isListed(server));
+    EXPECT_TRUE(isListed(other));
+    sendMarker(other, otherConnection);
+    EXPECT_EQ(recorder->count(down(server)), 1);
+}
+
+TEST_F(RemovalTest, APacedServerThatDoesNotReadIsRemovedInTheMiddleOfARelease)
+{
+    FakeServer server("127.0.0.2", 4096);
+    Connection connection = admitPaced(server);
+    for (int count = 0; count < 5; ++count) {
+        EXPECT_TRUE(stack->sendMsg(server.key(), geli()));
+    }
+    connection.receive();
+    runOnWorker([] {});
+    fillStackSocket(server);
+    recorder->clear();
+    log.expectFailureLine(TimedOut);
+    connection.send(Wire::elin(1) + Wire::elin(2) + Wire::lsta(3));
+    ASSERT_TRUE(waitForEvent(down(server)));
+    tick();
+    EXPECT_EQ(recorder->events(), (Texts{"libraryInfo " + server.key().toStdString() + " 1", down(server)}));
+    FakeServer fresh("127.0.0.5");
+    Connection freshConnection = admit(fresh);
+}
+
+TEST_F(RemovalTest, APacedServerThatIsGoneWhenAReceiverSendsIsRemovedInsideTheEmission)
+{
+    FakeServer server;
+    Connection connection = admitPaced(server);
+    EXPECT_TRUE(stack->sendMsg(server.key(), geli()));
+    EXPECT_TRUE(stack->sendMsg(server.key(), geli()));
+    connection.receive();
+    recorder->clear();
+    m_receiver = QObject::connect(
+        stack, &citp_stack::libraryInfo, stack,
+        [&](const QString& key, const CITP::Msg_MSEX_ELIN&) {
+            connection.reset();
+            // The first write may still go out; then the reset is there.
+            for (int count = 0; count < 3; ++count) {
+                stack->sendMsg(key, geth());
+            }
+        },
+        Qt::DirectConnection);
+    log.allowFailureLines(RemoteClosed);
+    log.allowFailureLines("Unable to write");
+    log.allowFailureLines("sendMsg failed: server not found");
+    connection.sendSegment(Wire::elin(1) + Wire::elin(2) + Wire::lsta(3));
+    ASSERT_TRUE(waitForEvent(down(server)));
+    tick();
+    QObject::disconnect(m_receiver);
+    EXPECT_EQ(recorder->events(), (Texts{"libraryInfo " + server.key().toStdString() + " 1", down(server)}));
+}
+
+TEST_F(RemovalTest, AnUnpacedServerThatDoesNotReadHoldsUpNobody)
+{
+    FakeServer server("127.0.0.2", 4096);
+    FakeServer other("127.0.0.3");
+    Connection connection = admit(server);
+    Connection otherConnection = admit(other);
+    fillStackSocket(server);
+    for (int count = 0; count < 100; ++count) {
+        EXPECT_TRUE(stack->sendMsg(server.key(), geli()));
+    }
+    EXPECT_TRUE(stack->sendMsg(other.key(), geli()));
+    EXPECT_EQ(Wire::code(otherConnection.receive()), "GELI");
+    EXPECT_TRUE(isListed(server));
+}
