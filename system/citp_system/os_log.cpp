@@ -7,7 +7,9 @@
 #include <QString>
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -130,13 +132,11 @@ public:
     }
 
     void write(const Line& line);
+    // Leaves Qt's message logging alone from now on; its parts are destroyed when the process exits.
+    void leaveQt();
 
 private:
-    Registry()
-    {
-        if (const char* masks = std::getenv("OS_LOG_MASKS"))
-            m_environmentError = setMasks(masks);
-    }
+    Registry();
 
     // Guards everything up to the sink's locks. Nothing else is called or locked while it is held.
     std::mutex m_mutex;
@@ -148,6 +148,7 @@ private:
     std::mutex m_sinkDoor;         // taken before m_sinkMutex and released once that is held
     std::shared_mutex m_sinkMutex; // held shared during Sink::Write, alone while m_sink changes
     Sink* m_sink = nullptr;
+    std::atomic<Sink*> m_defaultSink;
 };
 
 // Hands lines to Qt's message logging, so that they appear where the application's own lines appear.
@@ -175,19 +176,63 @@ public:
     }
 };
 
+// Where lines go once Qt's message logging may be gone.
+class StderrSink : public Sink
+{
+public:
+    void Write(const Line& line) override
+    {
+        std::fprintf(stderr, "%s: %s\n", line.context.GetName().c_str(), line.text.c_str());
+    }
+};
+
 // Whether this thread is inside a sink.
 thread_local bool writing = false;
+
+// Ends the use of Qt at exit, before Qt's own static objects go: it makes them first, so that they die later.
+class QtUse
+{
+public:
+    QtUse()
+    {
+        const QLoggingCategory category("");
+        qFormatLogMessage(QtDebugMsg, QMessageLogContext(), QString());
+    }
+    ~QtUse() { Registry::get().leaveQt(); }
+};
+
+Registry::Registry() : m_defaultSink(new QtSink)
+{
+    if (const char* masks = std::getenv("OS_LOG_MASKS"))
+        m_environmentError = setMasks(masks);
+}
+
+void Registry::leaveQt()
+{
+    static auto* const stderrSink = new StderrSink;
+    // The process may have been told to exit from inside a sink, which holds the lock already.
+    if (writing) {
+        m_defaultSink = stderrSink;
+        return;
+    }
+    const std::lock_guard door(m_sinkDoor);
+    const std::lock_guard lock(m_sinkMutex);
+    m_defaultSink = stderrSink;
+}
 
 void Registry::write(const Line& line)
 {
     if (writing)
         return;
-    static auto* const qtSink = new QtSink;
-    std::unique_lock door(m_sinkDoor);
-    const std::shared_lock lock(m_sinkMutex);
-    door.unlock();
     writing = true;
-    (m_sink ? m_sink : qtSink)->Write(line);
+    {
+        static const QtUse qtUse;
+        std::unique_lock door(m_sinkDoor);
+        const std::shared_lock lock(m_sinkMutex);
+        door.unlock();
+        Sink* const sink = m_sink ? m_sink : m_defaultSink.load();
+        sink->Write(line);
+    }
     writing = false;
 }
 

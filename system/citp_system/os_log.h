@@ -50,7 +50,8 @@ public:
 /// Installs @p sink, or the default one again when @p sink is null: it hands lines to Qt's message logging under the
 /// category of the context's dotted name, with file, line and function; Traffic as debug, State as info, Warning and
 /// Failure as warning, Critical as critical messages. The caller keeps ownership. When this returns, no thread is
-/// inside the previous sink, so that one may be destroyed. Any thread, but never from inside a sink.
+/// inside the previous sink, so that one may be destroyed. Any thread, but never from inside a sink. While the process
+/// exits, the default sink writes to stderr itself, since Qt's message logging may be gone.
 /// @return the sink that was installed before; null for the default one
 CITP_SYSTEM_EXPORT Sink* SetSink(Sink* sink);
 

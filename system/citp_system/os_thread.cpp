@@ -6,6 +6,7 @@
 #include <execinfo.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -59,16 +60,17 @@ std::vector<std::string> CallStack::Symbolize() const
     return lines;
 }
 
-// Never inlined: the frame that is left out must be its own.
+// Never inlined: it must have a return address of its own.
 __attribute__((noinline)) CallStack Thread::GetCallStack() noexcept
 {
-    void* frames[CallStack::MaxDepth + 1];
-    const int depth = backtrace(frames, CallStack::MaxDepth + 1);
+    // Above the caller stand this function and, in a build with sanitizers, their version of backtrace.
+    constexpr int most = CallStack::MaxDepth + 2;
+    void* frames[most];
+    void** const end = frames + backtrace(frames, most);
+    void** const caller = std::find(frames, end, __builtin_return_address(0));
     CallStack stack;
-    if (depth > 1) {
-        stack.m_depth = depth - 1;
-        std::copy(frames + 1, frames + depth, stack.m_frames);
-    }
+    stack.m_depth = static_cast<int>(std::min<std::ptrdiff_t>(end - caller, CallStack::MaxDepth));
+    std::copy_n(caller, stack.m_depth, stack.m_frames);
     return stack;
 }
 

@@ -52,11 +52,12 @@ int main(int argc, char** argv)
     const std::string way = argc > 1 ? argv[1] : "";
     if (way == "without-monitor")
         return 0;
+    longLived.exits = way == "in-callback";
+    longLived.lingers = way == "during-callback";
     Monitor::Get()->Register("v0", 3, &longLived);
     if (way == "idle")
         return 0;
     if (way == "in-callback") {
-        longLived.exits = true;
         touchAdapters(1);
         // The callback ends the process; coming back from here is the failure.
         waitForCall(longLived);
@@ -64,7 +65,6 @@ int main(int argc, char** argv)
         return 4;
     }
     if (way == "during-callback") {
-        longLived.lingers = true;
         touchAdapters(1);
         return waitForCall(longLived) ? 0 : 5;
     }
