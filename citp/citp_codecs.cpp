@@ -145,8 +145,10 @@ QString hexDump(const QByteArray& data)
             pending = 0;
         }
     }
-    if (pending != 0)
-        dump.append(QByteArray(3 * (bytesPerLine - pending), ' ')).append(column, pending);
+    if (pending != 0) {
+        const int blanks = 3 * (bytesPerLine - pending);
+        dump.append(QByteArray(blanks, ' ')).append(column, pending);
+    }
     return QString::fromLatin1(dump);
 }
 

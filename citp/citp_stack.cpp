@@ -588,7 +588,8 @@ void citp_stack::removeTCP(int descriptor)
 /// Removes the server @p key, with serverDown() if it was announced. The mutex is held.
 void citp_stack::removeServer(const SERV_ID& serverKey)
 {
-    const SERV_ID key = serverKey; // the argument may live in the registry, which changes below
+    // The argument may live in the registry, which changes below.
+    const SERV_ID key = serverKey; // NOLINT(performance-unnecessary-copy-initialization)
     ServerInfo* const info = findServer(key);
     info->m_leaving = true;
     if (info->m_notified) {

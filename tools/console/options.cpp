@@ -169,7 +169,7 @@ private:
 
     QString text(const QString& option) const
     {
-        const QString value = m_parser.value(option);
+        QString value = m_parser.value(option);
         if (m_parser.isSet(option) && value.isEmpty())
             refuse(option, "empty; give a text");
         return value;

@@ -8,9 +8,9 @@
 namespace MediaServer {
 namespace {
 // Bytes that may wait for a console before it is served further.
-constexpr qint64 BacklogLimit = 4 * 1024 * 1024;
+constexpr qint64 BacklogLimit = qint64{4} * 1024 * 1024;
 // Bytes taken from the network at a time.
-constexpr qint64 ReadSize = 64 * 1024;
+constexpr qint64 ReadSize = qint64{64} * 1024;
 
 QString versionText(quint16 version)
 {

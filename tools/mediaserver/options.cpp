@@ -152,7 +152,7 @@ private:
     {
         if (!m_parser.isSet(option))
             return preset;
-        const QString value = m_parser.value(option);
+        QString value = m_parser.value(option);
         if (value.isEmpty())
             refuse(option, "empty; give a text");
         return value;

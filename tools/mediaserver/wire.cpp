@@ -27,7 +27,7 @@ QByteArray FieldReader::bytes(int count)
         m_position = static_cast<int>(m_data.size());
         return {};
     }
-    const QByteArray value = m_data.mid(m_position, count);
+    QByteArray value = m_data.mid(m_position, count);
     m_position += count;
     return value;
 }
@@ -40,7 +40,7 @@ QString FieldReader::text8()
         m_position = static_cast<int>(m_data.size());
         return {};
     }
-    const QString value = QString::fromLatin1(m_data.constData() + m_position, end - m_position);
+    QString value = QString::fromLatin1(m_data.constData() + m_position, end - m_position);
     m_position = end + 1;
     return value;
 }
