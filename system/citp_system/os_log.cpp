@@ -148,6 +148,8 @@ private:
     std::mutex m_sinkDoor;         // taken before m_sinkMutex and released once that is held
     std::shared_mutex m_sinkMutex; // held shared during Sink::Write, alone while m_sink changes
     Sink* m_sink = nullptr;
+    const std::unique_ptr<Sink> m_qtSink;
+    const std::unique_ptr<Sink> m_stderrSink;
     std::atomic<Sink*> m_defaultSink;
 };
 
@@ -201,7 +203,7 @@ public:
     ~QtUse() { Registry::get().leaveQt(); }
 };
 
-Registry::Registry() : m_defaultSink(new QtSink)
+Registry::Registry() : m_qtSink(new QtSink), m_stderrSink(new StderrSink), m_defaultSink(m_qtSink.get())
 {
     if (const char* masks = std::getenv("OS_LOG_MASKS"))
         m_environmentError = setMasks(masks);
@@ -209,15 +211,14 @@ Registry::Registry() : m_defaultSink(new QtSink)
 
 void Registry::leaveQt()
 {
-    static auto* const stderrSink = new StderrSink;
     // The process may have been told to exit from inside a sink, which holds the lock already.
     if (writing) {
-        m_defaultSink = stderrSink;
+        m_defaultSink = m_stderrSink.get();
         return;
     }
     const std::lock_guard door(m_sinkDoor);
     const std::lock_guard lock(m_sinkMutex);
-    m_defaultSink = stderrSink;
+    m_defaultSink = m_stderrSink.get();
 }
 
 void Registry::write(const Line& line)
