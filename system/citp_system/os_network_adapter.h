@@ -75,9 +75,9 @@ public:
 
     /// Asks for notices of the adapter called @p name. A registration whose name does not exist (yet), the empty name
     /// included, and one for the loopback (which is used only for want of anything better) hears also of any adapter
-    /// that appears or becomes usable: that comes up or gets an address. A change is reported when the kernel's messages
-    /// have paused for 100 ms, or after 1 s if they do not, to those who are registered then. Registering the same again
-    /// changes nothing.
+    /// that appears or becomes usable: that comes up or gets an address. A change is reported when the kernel's
+    /// messages have paused for 100 ms, or after 1 s if they do not, to those who are registered then. Registering the
+    /// same again changes nothing.
     /// @param events the Event bits wanted
     void Register(const std::string& name, int events, Callback* callback);
 
