@@ -98,7 +98,7 @@ TEST(MediaserverGreeting, IntroducesItselfInMsex12)
             "303063303466643433306338"                         // 00c04fd430c8"
             "4800 6900 0000 03 04 05"                          // "Hi" 3.4.5
             "03 0001 0101 0201"                                // speaks 1.0, 1.1, 1.2
-            "0000"                                             // library types
+            "0200"                                             // library types: bit 1, media
             "03 52474238 4A504547 504E4720 00"                 // RGB8, JPEG, PNG; no stream formats
             "01 4172744E65742F302F302F3100");                  // one layer: "ArtNet/0/0/1"
     EXPECT_EQ(console.nextMessage().toHex().toStdString(), expected.toHex().toStdString());

@@ -1,5 +1,6 @@
 // The command line of citp-mediaserver: what it explains, what it refuses and with which status.
 #include <QRegularExpression>
+#include <QTemporaryFile>
 
 #include "mediaserver_fixture.h"
 
@@ -31,8 +32,11 @@ TEST(MediaserverUsage, HelpExplainsEveryOption)
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors.toStdString(), "");
     for (const char* const option :
-         {"help", "version", "count", "name", "adapter", "address", "port", "interval", "msex", "product",
-          "product-version", "layers", "uuid", "die-after", "revive-after", "die-server", "seconds", "quiet"}) {
+         {"help",    "version",    "count",        "name",       "adapter",         "address",
+          "port",    "interval",   "msex",         "product",    "product-version", "layers",
+          "uuid",    "die-after",  "revive-after", "die-server", "media",           "effects",
+          "generic", "layer-rate", "patch",        "fault",      "fault-rate",      "fault-delay",
+          "seed",    "seconds",    "quiet"}) {
         const QRegularExpression explained(QString("^  (-\\w, )?--%1( <[^>]+>)?  +\\w").arg(option),
                                            QRegularExpression::MultilineOption);
         EXPECT_TRUE(outcome.output.contains(explained)) << option;
@@ -61,6 +65,14 @@ TEST(MediaserverUsage, WrongUseIsOneLineAndStatusTwo)
     expectRefusal({"--revive-after", "5"}, "--die-after");
     expectRefusal({"--die-server", "1"}, "--die-after");
     expectRefusal({"--die-after", "5", "--die-server", "2"}, "from 1 to 1");
+    expectRefusal({"--effects", "51"}, "from 0 to 50");
+    expectRefusal({"--generic", "-1"}, "from 0 to 50");
+    expectRefusal({"--layer-rate", "101"}, "from 0 to 100");
+    expectRefusal({"--fault", "sloth"}, "delay, silence, split");
+    expectRefusal({"--fault", "delay,"}, "''");
+    expectRefusal({"--fault-rate", "0"}, "from 1 to 100");
+    expectRefusal({"--fault-delay", "0"}, "from 1 to 600000");
+    expectRefusal({"--seed", "x"}, "from 0 to 2147483647");
     expectRefusal({"--seconds", "0"}, "from 1 to 86400");
 }
 
@@ -73,6 +85,35 @@ TEST(MediaserverUsage, AnAdapterThatIsNotThereIsAFailure)
 {
     expectRefusal({"--adapter", "nowhere0"}, "'nowhere0'", 1);
     expectRefusal({"--adapter", "lo", "--address", "198.51.100.7"}, "127.0.0.0/8", 1);
+}
+
+TEST(MediaserverUsage, ExplainsEveryFault)
+{
+    const QString help = runToEnd({"--help"}).output.simplified();
+    for (const char* const fault : {"delay", "silence", "split", "merge", "truncate", "oversize", "version", "garbage",
+                                    "noise", "reset", "storm"})
+        EXPECT_TRUE(help.contains(QRegularExpression(QString("[.;] %1: \\w").arg(fault)))) << fault;
+}
+
+TEST(MediaserverUsage, AMediaFolderOrPatchThatCannotBeReadIsAFailure)
+{
+    expectRefusal({"--adapter", "lo", "--media", "/nowhere"}, "'/nowhere'", 1);
+    expectRefusal({"--adapter", "lo", "--patch", "/nowhere"}, "/nowhere", 1);
+    QTemporaryFile patch;
+    ASSERT_TRUE(patch.open());
+    const auto refusePatch = [&](const char* content, const char* hint) {
+        patch.resize(0);
+        patch.seek(0);
+        patch.write(content);
+        patch.flush();
+        expectRefusal({"--adapter", "lo", "--patch", patch.fileName()}, hint, 1);
+    };
+    refusePatch("{}", "no JSON array");
+    refusePatch("[", "no JSON array");
+    refusePatch("[{\"id\": 65536}]", "fixture 1: \"id\" must be a whole number from 0 to 65535");
+    refusePatch("[{\"id\": 1, \"universe\": 256}]", "\"universe\" must be a whole number from 0 to 255");
+    refusePatch("[{\"id\": 1, \"universe\": 0, \"channel\": 1, \"channels\": 2, \"make\": 5}]",
+                "\"make\" must be a text");
 }
 
 TEST(MediaserverUsage, APortThatIsTakenIsAFailure)

@@ -1,0 +1,234 @@
+// The misbehaviour that can be asked for: each fault alone, some together, and their repetition by seed.
+#include <memory>
+
+#include "mediaserver_fixture.h"
+
+namespace {
+const char* const Greeting = "43495450 01 00 0000 21000000 0100 0000 4D534558 01 02 43496E66 03 0001 0101 0201";
+// GELI, media, all of the first level, 1.0.
+const char* const AskLibraries = "43495450 01 00 0000 1C000000 0100 0000 4D534558 01 00 47454C49 01 00";
+// GETh in 1.0: element 0 of library 2 as rows of 4 x 3 pixels.
+const char* const AskThumbnail =
+    "43495450 01 00 0000 27000000 0100 0000 4D534558 01 00 47455468 52474238 0400 0300 01 01 02 01 00";
+// GETh in 1.0: all ten elements of library 3, likewise.
+const char* const AskThumbnails =
+    "43495450 01 00 0000 26000000 0100 0000 4D534558 01 00 47455468 52474238 0400 0300 01 01 03 00";
+
+constexpr int ThumbnailSize = 39 + 36;
+constexpr int LibrariesSize = 28 + (3 + 20 + 1) + (3 + 22 + 1) + (3 + 32 + 1);
+
+// A misbehaving server and a console connected to it.
+struct Pair
+{
+    explicit Pair(const QString& faults, const QStringList& arguments = {})
+        : program(QStringList{"--adapter", "lo", "--fault", faults} + arguments)
+    {
+        program.waitForLine("listens on");
+        console = std::make_unique<Console>("127.0.0.2", 4811);
+    }
+
+    Program program;
+    std::unique_ptr<Console> console;
+};
+
+// What a server with these faults sends until it has answered all requests and then the greeting.
+QByteArray everythingSent(const QString& faults, const QStringList& arguments)
+{
+    Pair pair(faults, arguments);
+    QByteArray requests;
+    for (int i = 0; i < 20; ++i)
+        requests += hex(AskLibraries) + hex(AskThumbnail);
+    pair.console->send(requests + hex(Greeting));
+    QByteArray all;
+    while (!all.contains("SInf") && pair.console->socket().waitForReadyRead(Patience))
+        all += pair.console->socket().readAll();
+    return all;
+}
+} // namespace
+
+TEST(MediaserverFault, NoFaultGivesTheSizesThatTheOthersAreHeldAgainst)
+{
+    Program program({"--adapter", "lo"});
+    program.waitForLine("listens on");
+    Console console("127.0.0.2", 4811);
+    console.send(hex(AskLibraries) + hex(AskThumbnail));
+    EXPECT_EQ(console.nextMessage().size(), LibrariesSize);
+    EXPECT_EQ(console.nextMessage().size(), ThumbnailSize);
+}
+
+TEST(MediaserverFault, DelayHoldsAnswersBackAndSendsThemAll)
+{
+    Pair pair("delay", {"--fault-delay", "400"});
+    pair.console->send(hex(AskLibraries) + hex(AskThumbnail));
+    pair.program.waitForLine("fault: delay");
+    // The request is known to have come; its answer has not.
+    EXPECT_FALSE(pair.console->socket().waitForReadyRead(50));
+    EXPECT_EQ(pair.console->nextMessage().size(), LibrariesSize);
+    EXPECT_EQ(pair.console->nextMessage().size(), ThumbnailSize);
+}
+
+TEST(MediaserverFault, SilenceAnswersNoRequestButTheGreeting)
+{
+    Pair pair("silence");
+    pair.console->send(hex(AskLibraries) + hex(AskThumbnail) + hex(Greeting));
+    EXPECT_EQ(pair.console->nextMessage().mid(22, 4).toStdString(), "SInf");
+    pair.program.waitForLine("fault: silence");
+    pair.program.waitForLine("fault: silence");
+}
+
+TEST(MediaserverFault, SplitSendsSingleBytesThatMakeWholeMessages)
+{
+    Pair pair("split");
+    pair.console->send(hex(AskThumbnail) + hex(AskThumbnails));
+    ASSERT_TRUE(pair.console->socket().waitForReadyRead(Patience));
+    // What is there at first is less than the message: its rest is still to come, byte by byte.
+    EXPECT_LT(pair.console->socket().bytesAvailable(), ThumbnailSize);
+    for (int i = 0; i < 11; ++i)
+        EXPECT_EQ(pair.console->nextMessage().size(), ThumbnailSize);
+    pair.program.waitForLine("fault: split");
+}
+
+TEST(MediaserverFault, MergeSendsSeveralAnswersTogether)
+{
+    Pair pair("merge");
+    pair.console->send(hex(AskThumbnails));
+    ASSERT_TRUE(pair.console->socket().waitForReadyRead(Patience));
+    EXPECT_GE(pair.console->socket().bytesAvailable(), 4 * ThumbnailSize);
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(pair.console->nextMessage().size(), ThumbnailSize);
+}
+
+TEST(MediaserverFault, TruncateShortensBodiesAndKeepsTheFraming)
+{
+    Pair pair("truncate");
+    for (int i = 0; i < 20; ++i) {
+        pair.console->send(hex(AskLibraries));
+        const QByteArray answer = pair.console->nextMessage();
+        EXPECT_EQ(answer.mid(22, 4).toStdString(), "ELIn");
+        EXPECT_GE(answer.size(), 26);
+        EXPECT_LT(answer.size(), LibrariesSize);
+    }
+}
+
+TEST(MediaserverFault, OversizeAnnouncesMoreOfAThumbnailThanFollows)
+{
+    Pair pair("oversize");
+    pair.console->send(hex(AskThumbnail) + hex(AskLibraries));
+    const QByteArray answer = pair.console->nextMessage();
+    EXPECT_EQ(answer.size(), ThumbnailSize);
+    EXPECT_EQ(answer.mid(37, 2), hex("FFFF"));
+    EXPECT_EQ(pair.console->nextMessage().size(), LibrariesSize);
+}
+
+TEST(MediaserverFault, VersionIsOneThatDoesNotExist)
+{
+    Pair pair("version");
+    pair.console->send(hex(AskThumbnail));
+    const QByteArray answer = pair.console->nextMessage();
+    EXPECT_EQ(int(answer.at(20)), 1);
+    EXPECT_GE(int(answer.at(21)), 3);
+    EXPECT_EQ(answer.size(), ThumbnailSize);
+}
+
+TEST(MediaserverFault, GarbageCanBePassedOverByItsLengthField)
+{
+    Pair pair("garbage");
+    pair.console->send(hex(AskThumbnail) + hex(AskLibraries));
+    for (const int size : {ThumbnailSize, LibrariesSize}) {
+        const QByteArray garbage = pair.console->nextMessage();
+        EXPECT_GE(garbage.size(), 20);
+        EXPECT_NE(garbage.left(4).toStdString(), "CITP");
+        EXPECT_EQ(pair.console->nextMessage().size(), size);
+    }
+}
+
+TEST(MediaserverFault, NoiseComesBeforeTheAnswer)
+{
+    Pair pair("noise");
+    pair.console->send(hex(AskThumbnail));
+    QByteArray received;
+    while (!received.contains("EThn") && pair.console->socket().waitForReadyRead(Patience))
+        received += pair.console->socket().readAll();
+    const auto begin = received.indexOf("CITP");
+    EXPECT_GE(begin, 20);
+    EXPECT_LE(begin, 200);
+    EXPECT_EQ(received.size() - begin, ThumbnailSize);
+}
+
+TEST(MediaserverFault, ResetEndsTheConnectionInMidMessageAndTheServerLivesOn)
+{
+    Pair pair("reset");
+    for (int i = 0; i < 3; ++i) {
+        Console console("127.0.0.2", 4811);
+        console.send(hex(AskThumbnail));
+        const QByteArray part = console.nextBytes(ThumbnailSize);
+        EXPECT_GE(part.size(), 1);
+        EXPECT_LT(part.size(), ThumbnailSize);
+        EXPECT_TRUE(console.waitForEnd());
+    }
+}
+
+TEST(MediaserverFault, StormSurroundsTheOwnAnnouncementWithOthers)
+{
+    GroupListener group;
+    Program program({"--adapter", "lo", "--fault", "storm", "--interval", "60000", "--name", "Eye"});
+    const QByteArray own = group.next().data;
+    EXPECT_TRUE(own.contains("Eye"));
+    int same = 0;
+    int foreign = 0;
+    int cut = 0;
+    for (int i = 0; i < 150; ++i) {
+        const QByteArray data = group.next().data;
+        same += data == own;
+        foreign += data.contains("Storm ");
+        cut += data.size() < own.size();
+        // No announcement sends a console to a port that is not the server's own.
+        if (data.size() >= 26) {
+            EXPECT_TRUE(data.mid(24, 2) == hex("CB12") || data.mid(24, 2) == hex("0000"));
+        }
+    }
+    EXPECT_GT(same, 10);
+    EXPECT_GT(foreign, 10);
+    EXPECT_GT(cut, 10);
+}
+
+TEST(MediaserverFault, FaultsComeTogether)
+{
+    Pair pair("truncate,garbage", {"--fault", "version"});
+    pair.console->send(hex(AskLibraries));
+    EXPECT_NE(pair.console->nextMessage().left(4).toStdString(), "CITP");
+    const QByteArray answer = pair.console->nextMessage();
+    EXPECT_EQ(answer.left(4).toStdString(), "CITP");
+    EXPECT_GE(int(answer.at(21)), 3);
+    EXPECT_LT(answer.size(), LibrariesSize);
+    pair.program.waitForLine("fault: truncate, version, garbage");
+}
+
+TEST(MediaserverFault, ASplitAnswerIsResetToo)
+{
+    Pair pair("reset,split");
+    pair.console->send(hex(AskThumbnail));
+    EXPECT_LT(pair.console->nextBytes(ThumbnailSize).size(), ThumbnailSize);
+    EXPECT_TRUE(pair.console->waitForEnd());
+}
+
+TEST(MediaserverFault, TheSameSeedGivesTheSameFaultsAndAnotherOneOthers)
+{
+    const QString faults = "truncate,version,garbage,silence";
+    const QByteArray first = everythingSent(faults, {"--fault-rate", "50", "--seed", "7"});
+    EXPECT_TRUE(first.contains("SInf"));
+    EXPECT_EQ(everythingSent(faults, {"--fault-rate", "50", "--seed", "7"}).toHex(), first.toHex());
+    EXPECT_NE(everythingSent(faults, {"--fault-rate", "50", "--seed", "8"}).toHex(), first.toHex());
+}
+
+TEST(MediaserverFault, TheRateLeavesSomeAnswersAlone)
+{
+    Pair pair("oversize", {"--fault-rate", "50"});
+    int struck = 0;
+    for (int i = 0; i < 100; ++i) {
+        pair.console->send(hex(AskThumbnail));
+        struck += pair.console->nextMessage().mid(37, 2) == hex("FFFF");
+    }
+    EXPECT_GT(struck, 25);
+    EXPECT_LT(struck, 75);
+}

@@ -1,0 +1,245 @@
+// A folder tree of pictures as element libraries: structure, true pictures, and the telling of changes.
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QTemporaryDir>
+#include <memory>
+
+#include "mediaserver_fixture.h"
+
+namespace {
+const char* const Greeting = "43495450 01 00 0000 21000000 0100 0000 4D534558 01 02 43496E66 03 0001 0101 0201";
+const char* const Day = "2021-02-03T04:05:06Z";
+
+QByteArray msex(const QByteArray& rest)
+{
+    QByteArray message = hex("43495450 01 00 0000");
+    const auto size = static_cast<quint32>(20 + rest.size());
+    for (int i = 0; i < 4; ++i)
+        message.append(static_cast<char>(size >> (8 * i) & 0xFF));
+    return message + hex("0100 0000 4D534558") + rest;
+}
+
+// A picture in which every pixel is another colour.
+QImage makeImage(int width, int height)
+{
+    QImage image(width, height, QImage::Format_RGB888);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x)
+            image.setPixel(x, y, qRgb(x * 7 % 256, y * 5 % 256, (x * 3 + y * 11) % 256));
+    }
+    return image;
+}
+
+// root.png; a/one.png, a/two.jpg; a/deep/three.bmp; a/deep/low/four.png; a/deep/low/lost/five.png; b (empty)
+struct Tree
+{
+    Tree()
+    {
+        QDir(dir.path()).mkpath("shown/a/deep/low/lost");
+        QDir(dir.path()).mkpath("shown/b");
+        save("root.png", 8, 6);
+        save("a/one.png", 40, 30);
+        save("a/two.jpg", 64, 32);
+        save("a/deep/three.bmp", 10, 10);
+        save("a/deep/low/four.png", 5, 5);
+        save("a/deep/low/lost/five.png", 5, 5);
+        QFile text(path("a/readme.txt"));
+        EXPECT_TRUE(text.open(QIODevice::WriteOnly));
+        QFile broken(path("a/broken.png"));
+        EXPECT_TRUE(broken.open(QIODevice::WriteOnly));
+        broken.write("no picture");
+    }
+
+    QString path(const QString& name) const { return dir.filePath("shown/" + name); }
+
+    void save(const QString& name, int width, int height) const
+    {
+        EXPECT_TRUE(makeImage(width, height).save(path(name), nullptr, 95)) << name.toStdString();
+        QFile file(path(name));
+        EXPECT_TRUE(file.open(QIODevice::ReadWrite));
+        EXPECT_TRUE(file.setFileTime(QDateTime::fromString(Day, Qt::ISODate), QFileDevice::FileModificationTime));
+    }
+
+    QTemporaryDir dir;
+};
+
+struct Served
+{
+    explicit Served(const QString& folder, const QStringList& arguments = {})
+        : program(QStringList{"--adapter", "lo", "--media", folder} + arguments)
+    {
+        program.waitForLine("listens on");
+        console = std::make_unique<Console>("127.0.0.2", 4811);
+        console->send(hex(Greeting));
+        console->nextMessage("SInf");
+    }
+
+    QByteArray ask(const QByteArray& request)
+    {
+        console->send(msex(request));
+        return console->nextMessage();
+    }
+
+    Program program;
+    std::unique_ptr<Console> console;
+};
+} // namespace
+
+TEST(MediaserverFolder, MakesLibrariesOfFoldersAndElementsOfPictures)
+{
+    const Tree tree;
+    Served served(tree.path(""));
+    // Library 0: the folder itself, one picture; 1: "a" with a sub-library; 2: "b", empty.
+    EXPECT_EQ(served.ask(hex("01 01 47454C49 01 00000000 00")).mid(20).toHex().toStdString(),
+              hex("01 01 454C496E 01 03"
+                  "01000000 00 00 730068006F0077006E00 0000 00 01"
+                  "01010000 01 01 6100 0000 01 02"
+                  "01020000 02 02 6200 0000 00 00")
+                  .toHex()
+                  .toStdString());
+    EXPECT_EQ(served.ask(hex("01 01 47454C49 01 01010000 00")).mid(20).toHex().toStdString(),
+              hex("01 01 454C496E 01 01 02010100 01 01 6400650065007000 0000 01 01").toHex().toStdString());
+    EXPECT_EQ(served.ask(hex("01 01 47454C49 01 02010100 00")).mid(20).toHex().toStdString(),
+              hex("01 01 454C496E 01 01 03010101 01 01 6C006F007700 0000 00 01").toHex().toStdString());
+}
+
+TEST(MediaserverFolder, TellsRealNamesSizesAndTimes)
+{
+    const Tree tree;
+    Served served(tree.path(""));
+    // 0x601A20F2 is 2021-02-03 04:05:06. Number 0 belongs to broken.png, which is left out until it is a picture.
+    EXPECT_EQ(served.ask(hex("01 01 4745496E 01 01010000 00")).mid(20).toHex().toStdString(),
+              hex("01 01 4D45496E 01010000 02"
+                  "01 01 01 6F006E0065002E0070006E006700 0000 F2201A6000000000 2800 1E00 FA000000 19"
+                  "02 02 02 740077006F002E006A0070006700 0000 F2201A6000000000 4000 2000 FA000000 19")
+                  .toHex()
+                  .toStdString());
+}
+
+TEST(MediaserverFolder, SaysWhatItLeavesOut)
+{
+    const Tree tree;
+    Program program({"--adapter", "lo", "--media", tree.path("")});
+    program.waitForLine("a/broken.png is no picture that can be read: left out");
+    program.waitForLine("a/deep/low are too deep for a library id: left out");
+}
+
+TEST(MediaserverFolder, ServesPicturesTrueToThePixelAtTheirOwnSize)
+{
+    const Tree tree;
+    Served served(tree.path(""));
+    const QImage one = makeImage(40, 30);
+    QByteArray answer = served.ask(hex("01 01 47455468 52474238 2800 1E00 01 01 01010000 01 01"));
+    EXPECT_EQ(answer.mid(20, 22).toHex().toStdString(),
+              hex("01 01 4554686E 01 01010000 01 52474238 2800 1E00 100E").toHex().toStdString());
+    ASSERT_EQ(answer.size(), 42 + 3600);
+    for (int y = 0; y < 30; ++y) {
+        for (int x = 0; x < 40; ++x) {
+            const int at = 42 + (y * 40 + x) * 3;
+            ASSERT_EQ(qRgb(quint8(answer.at(at)), quint8(answer.at(at + 1)), quint8(answer.at(at + 2))),
+                      one.pixel(x, y))
+                << x << ' ' << y;
+        }
+    }
+    answer = served.ask(hex("01 01 47455468 504E4720 2800 1E00 01 01 01010000 01 01"));
+    EXPECT_EQ(QImage::fromData(answer.mid(42), "png").convertToFormat(QImage::Format_RGB888), one);
+    answer = served.ask(hex("01 01 47455468 4A504547 2800 1E00 01 01 01010000 01 01"));
+    const QImage jpeg = QImage::fromData(answer.mid(42), "jpeg");
+    ASSERT_EQ(jpeg.size(), one.size());
+    qint64 distance = 0;
+    for (int y = 0; y < 30; ++y) {
+        for (int x = 0; x < 40; ++x)
+            distance += qAbs(qRed(jpeg.pixel(x, y)) - qRed(one.pixel(x, y))) +
+                        qAbs(qGreen(jpeg.pixel(x, y)) - qGreen(one.pixel(x, y))) +
+                        qAbs(qBlue(jpeg.pixel(x, y)) - qBlue(one.pixel(x, y)));
+    }
+    EXPECT_LT(distance / (40 * 30 * 3), 16);
+}
+
+TEST(MediaserverFolder, ShowsWhatIsTransparentAsBlack)
+{
+    const QTemporaryDir dir;
+    QImage image(2, 1, QImage::Format_ARGB32);
+    image.setPixel(0, 0, qRgba(255, 0, 255, 0));
+    image.setPixel(1, 0, qRgba(10, 20, 30, 255));
+    ASSERT_TRUE(image.save(dir.filePath("clear.png")));
+    Served served(dir.path());
+    const QByteArray answer = served.ask(hex("01 00 47455468 52474238 0200 0100 01 01 00 00"));
+    EXPECT_EQ(answer.mid(39).toHex().toStdString(), "0000000a141e");
+}
+
+TEST(MediaserverFolder, TellsOfAnAddedPicture)
+{
+    const Tree tree;
+    Served served(tree.path(""));
+    tree.save("a/zoo.png", 4, 4);
+    // The root's sub-library 1 has changed.
+    QByteArray update = served.console->nextMessage();
+    EXPECT_EQ(update.mid(20).toHex().toStdString(),
+              (hex("01 02 454C5570 01 00000000 04") + QByteArray(32, '\0') + hex("02") + QByteArray(31, '\0'))
+                  .toHex()
+                  .toStdString());
+    // Element 3 of that library was added.
+    update = served.console->nextMessage();
+    EXPECT_EQ(
+        update.mid(20).toHex().toStdString(),
+        (hex("01 02 454C5570 01 01010000 02 08") + QByteArray(31, '\0') + QByteArray(32, '\0')).toHex().toStdString());
+    served.console->send(msex(hex("01 01 4745496E 01 01010000 01 03")));
+    EXPECT_EQ(served.console->nextMessage("MEIn").mid(30, 17).toHex().toStdString(),
+              hex("01 03 03 03 7A006F006F002E0070006E0067").left(17).toHex().toStdString());
+}
+
+TEST(MediaserverFolder, TellsOfAChangedPicture)
+{
+    const Tree tree;
+    Served served(tree.path(""), {"--msex", "1.1"});
+    tree.save("a/deep/three.bmp", 11, 11);
+    EXPECT_EQ(served.console->nextMessage().mid(20).toHex().toStdString(),
+              hex("01 01 454C5570 01 01010000 04").toHex().toStdString());
+    EXPECT_EQ(served.console->nextMessage().mid(20).toHex().toStdString(),
+              hex("01 01 454C5570 01 02010100 01").toHex().toStdString());
+    served.console->send(msex(hex("01 01 4745496E 01 02010100 00")));
+    EXPECT_EQ(served.console->nextMessage("MEIn").right(9).toHex().toStdString(),
+              hex("0B00 0B00 FA000000 19").toHex().toStdString());
+}
+
+TEST(MediaserverFolder, TellsOfARemovedPictureAndKeepsTheNumbersOfTheOthers)
+{
+    const Tree tree;
+    Served served(tree.path(""), {"--msex", "1.0"});
+    ASSERT_TRUE(QFile::remove(tree.path("a/one.png")));
+    EXPECT_EQ(served.console->nextMessage().mid(20).toHex().toStdString(),
+              hex("01 00 454C5570 01 01 02").toHex().toStdString());
+    EXPECT_EQ(served.ask(hex("01 00 4745496E 01 01 00")).mid(26, 5).toHex().toStdString(),
+              hex("01 01 02 02 02").toHex().toStdString());
+}
+
+TEST(MediaserverFolder, TellsOfANewFolderAndServesIt)
+{
+    const Tree tree;
+    Served served(tree.path(""), {"--msex", "1.1"});
+    ASSERT_TRUE(QDir().mkdir(tree.path("aa")));
+    EXPECT_EQ(served.console->nextMessage().mid(20).toHex().toStdString(),
+              hex("01 01 454C5570 01 00000000 08").toHex().toStdString());
+    EXPECT_EQ(served.console->nextMessage().mid(20).toHex().toStdString(),
+              hex("01 01 454C5570 01 01030000 02").toHex().toStdString());
+    tree.save("aa/new.png", 3, 3);
+    EXPECT_EQ(served.console->nextMessage("ELUp").mid(20).toHex().toStdString(),
+              hex("01 01 454C5570 01 00000000 04").toHex().toStdString());
+    EXPECT_EQ(served.console->nextMessage("ELUp").mid(20).toHex().toStdString(),
+              hex("01 01 454C5570 01 01030000 02").toHex().toStdString());
+}
+
+TEST(MediaserverFolder, TellsNothingToAConsoleThatHasNotGreeted)
+{
+    const Tree tree;
+    Served served(tree.path(""));
+    Console silent("127.0.0.2", 4811);
+    served.program.waitForLine(QString("127.0.0.1:%1 has connected").arg(silent.socket().localPort()));
+    ASSERT_TRUE(QFile::remove(tree.path("root.png")));
+    served.console->nextMessage("ELUp");
+    silent.send(hex(Greeting));
+    EXPECT_EQ(silent.nextMessage().mid(22, 4).toStdString(), "SInf");
+}
