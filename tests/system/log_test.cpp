@@ -306,6 +306,9 @@ TEST(Log, NoThreadIsInsideASinkThatHasBeenReplaced)
         });
     // The places are used in turn, so a late writer finds a dead object and not a new one.
     for (int round = 1; round <= 300; ++round) {
+        // Replaced only while lines are being written.
+        for (const int before = MortalSink::calls; MortalSink::calls == before;)
+            std::this_thread::yield();
         auto* next = new (places[round % 2]) MortalSink;
         SetSink(next);
         sink->~MortalSink();
