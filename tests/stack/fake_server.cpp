@@ -74,6 +74,13 @@ void closeLeftovers()
     leftovers.clear();
 }
 
+Connection& Connection::operator=(Connection&& other) noexcept
+{
+    std::swap(m_descriptor, other.m_descriptor);
+    std::swap(m_received, other.m_received);
+    return *this;
+}
+
 Connection::~Connection()
 {
     leaveOpen(std::move(m_descriptor));

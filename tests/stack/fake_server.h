@@ -40,6 +40,7 @@ class Connection
 public:
     explicit Connection(Descriptor descriptor) : m_descriptor(std::move(descriptor)) {}
     Connection(Connection&&) noexcept = default;
+    Connection& operator=(Connection&& other) noexcept;
     /// Leaves the connection open until closeLeftovers().
     ~Connection();
 

@@ -2,6 +2,7 @@
 #include "log_capture.h"
 
 #include <algorithm>
+#include <map>
 
 LogCapture& LogCapture::get()
 {
@@ -71,8 +72,12 @@ std::string LogCapture::verdict() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::string problems;
+    std::map<std::string, int> unannounced;
     for (const std::string& text : m_unannounced) {
-        problems += "failure line that was not announced: " + text + "\n";
+        ++unannounced[text];
+    }
+    for (const auto& [text, count] : unannounced) {
+        problems += "failure line that was not announced, " + std::to_string(count) + " times: " + text + "\n";
     }
     for (const std::string& text : m_expected) {
         problems += "announced failure line that did not come: " + text + "\n";

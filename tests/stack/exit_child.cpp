@@ -1,0 +1,111 @@
+// A console application that uses the stack under load and then ends in the way that its argument names. It prints
+// nothing and exits with status 7.
+#include <citp/citp_msg_msex_lsta.h>
+#include <citp/citp_msg_msex_requests.h>
+#include <citp/citp_stack.h>
+#include <citp_system/artnet_adapter.h>
+#include <citp_system/os_log.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QThread>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+using CITP::citp_stack;
+
+namespace {
+constexpr int Status = 7;
+
+class Silence : public Os::Log::Sink
+{
+    void Write(const Os::Log::Line&) override {}
+};
+
+void sendForEver(citp_stack* stack)
+{
+    for (unsigned char number = 0;; ++number) {
+        for (const citp_stack::SERV_ID& server : stack->getServers()) {
+            stack->sendMsg(server, CITP::Msg_MSEX_GELI(0, 1, QString(), {number}));
+            stack->sendMsg(server, CITP::Msg_MSEX_GETH(0, 1, QStringLiteral("7"), 60, 80, QStringLiteral("JPEG"), {}));
+            stack->getServerInfo(server, nullptr, nullptr);
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string how = argc > 1 ? argv[1] : "";
+    static Silence* const silence = new Silence;
+    Os::Log::SetSink(silence);
+    ArtNet::Adapter::Choose("lo");
+    QCoreApplication application(argc, argv);
+    citp_stack* const stack = citp_stack::Get();
+    if (how == "at-once") {
+        return Status;
+    }
+    if (how == "at-once-enabled") {
+        stack->setEnabled(true);
+        return Status;
+    }
+
+    stack->setEnabled(true);
+    QMetaObject::invokeMethod(stack, "timepop", Qt::BlockingQueuedConnection);
+    std::atomic<int> received{0};
+    QObject receiver;
+    QObject::connect(stack, &citp_stack::layerStatus, &receiver, [&received] { ++received; });
+    std::atomic<bool> now{false};
+    if (how == "from-receiver") {
+        QObject::connect(
+            stack, &citp_stack::layerStatus, stack,
+            [&now] {
+                if (now) {
+                    std::exit(Status);
+                }
+            },
+            Qt::DirectConnection);
+    }
+    QElapsedTimer time;
+    time.start();
+    while (stack->getNumNotified() < 2) {
+        if (time.elapsed() > 30000) {
+            return 2;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+    std::thread(sendForEver, stack).detach();
+    std::thread(sendForEver, stack).detach();
+    while (received < 50) {
+        if (time.elapsed() > 30000) {
+            return 3;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+
+    if (how == "return") {
+        return Status;
+    }
+    if (how == "return-with-events-pending") {
+        QThread::msleep(30);
+        return Status;
+    }
+    if (how == "exit") {
+        std::exit(Status);
+    }
+    if (how == "from-thread") {
+        std::thread([] { std::exit(Status); }).join();
+    }
+    if (how == "from-receiver") {
+        now = true;
+        for (;;) {
+            QThread::msleep(1000);
+        }
+    }
+    return 4;
+}
