@@ -236,8 +236,9 @@ citp_stack::citp_stack()
     m_thread->start(QThread::InheritPriority);
     m_thread->setPriority(QThread::LowPriority);
 
-    const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
-    Os::NetworkAdapterMonitor::Get()->Register(adapter.GetName(), 3, this);
+    // The monitor first, so that it watches by the time the choice is made: no change falls in between.
+    Os::NetworkAdapterMonitor* const monitor = Os::NetworkAdapterMonitor::Get();
+    monitor->Register(ArtNet::Adapter::Get().GetName(), 3, this);
 }
 
 /// The thread is left as it is, neither asked to end nor waited for, and the records of the registry and the discovery
