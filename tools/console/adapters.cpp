@@ -6,6 +6,7 @@
 #include <QHostAddress>
 #include <QJsonArray>
 
+#include "commands.h"
 #include "printing.h"
 
 namespace Console {

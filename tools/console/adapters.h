@@ -1,10 +1,8 @@
-// The machine's network adapters: listing them, and saying which one is used and why.
+// The network adapter in use: choosing it, and saying which one it is and why.
 #pragma once
 
 #include <citp_system/artnet_adapter.h>
 #include <QString>
-
-#include "options.h"
 
 namespace Console {
 /// Makes @p nameOrAddress the adapter to use.
@@ -16,7 +14,4 @@ QString reasonFor(const ArtNet::Adapter& adapter);
 
 /// "eth0, 2.0.0.10", or what is missing if there is no adapter to use.
 QString nameAndAddress(const ArtNet::Adapter& adapter);
-
-/// The command "adapters". @return the exit status
-int listAdapters(const Options& options);
 } // namespace Console

@@ -4,19 +4,21 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <QCoreApplication>
+#include <QGuiApplication>
 #include <QSocketNotifier>
 #include <csignal>
 #include <cstdio>
+#include <memory>
 
 #include "adapters.h"
 #include "options.h"
 #include "printing.h"
-#include "watch.h"
+#include "session.h"
 
 using namespace Console;
 
 namespace {
+constexpr int Failed = 1;
 constexpr int WrongUse = 2;
 
 // SIGINT and SIGTERM arrive as bytes to read, so that ending runs like any other event. Blocked before any thread
@@ -50,6 +52,16 @@ QString prepareLog(const QString& masks)
         .arg(harmless(QString::fromStdString(problem)));
 }
 
+// Once; the rest of the way to the end is the same as for any other end.
+void endOnSignal(QSocketNotifier& notifier)
+{
+    QObject::connect(&notifier, &QSocketNotifier::activated, &notifier, [&notifier] {
+        notifier.setEnabled(false);
+        interruptSessions();
+        QCoreApplication::exit(0);
+    });
+}
+
 int run(const CommandLine& line)
 {
     QString problem = prepareLog(line.options.log);
@@ -57,19 +69,46 @@ int run(const CommandLine& line)
         problem = chooseAdapter(line.options.adapter);
     if (!problem.isEmpty())
         return refuse(problem);
-    return line.action == CommandLine::Action::Adapters ? listAdapters(line.options) : watch(line.options);
+    try {
+        return line.run(line.options);
+    } catch (const Failure& failure) {
+        complain(failure.text);
+    } catch (const Interrupted&) {
+        complain("interrupted");
+    }
+    return Failed;
+}
+
+// Setting up, Qt looks for the folder of a desktop session and warns when there is none, as on a headless machine.
+void onlyWhatEndsUs(QtMsgType type, const QMessageLogContext&, const QString& text)
+{
+    if (type == QtFatalMsg)
+        complain(harmless(text));
+}
+
+// Drawing text takes Qt's fonts, and those an application with a screen, if only a thought one.
+std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv, bool drawsText)
+{
+    if (!drawsText)
+        return std::make_unique<QCoreApplication>(argc, argv);
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    const QtMessageHandler before = qInstallMessageHandler(onlyWhatEndsUs);
+    auto application = std::make_unique<QGuiApplication>(argc, argv);
+    qInstallMessageHandler(before);
+    return application;
+}
+
+CommandLine parse(int argc, char** argv)
+{
+    const QCoreApplication application(argc, argv);
+    return readCommandLine(QCoreApplication::arguments());
 }
 } // namespace
 
 int main(int argc, char** argv)
 {
     const int signalDescriptor = openSignals();
-    QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationName("citp-console");
-    QSocketNotifier ending(signalDescriptor, QSocketNotifier::Read);
-    QObject::connect(&ending, &QSocketNotifier::activated, &application, [] { QCoreApplication::exit(0); });
-
-    const CommandLine line = readCommandLine(QCoreApplication::arguments());
+    const CommandLine line = parse(argc, argv);
     switch (line.action) {
         case CommandLine::Action::WrongUse:
             return refuse(line.text + "; --help explains everything");
@@ -77,7 +116,11 @@ int main(int argc, char** argv)
         case CommandLine::Action::Version:
             std::fputs(line.text.toUtf8().constData(), stdout);
             return 0;
-        default:
-            return run(line);
+        case CommandLine::Action::Run:
+            break;
     }
+    const std::unique_ptr<QCoreApplication> application = makeApplication(argc, argv, line.drawsText);
+    QSocketNotifier ending(signalDescriptor, QSocketNotifier::Read);
+    endOnSignal(ending);
+    return run(line);
 }

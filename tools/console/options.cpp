@@ -5,40 +5,90 @@
 #include <QRegularExpression>
 #include <vector>
 
+#include "commands.h"
 #include "printing.h"
 
 namespace Console {
 namespace {
-using Action = CommandLine::Action;
-
 struct Command
 {
-    Action action;
     const char* name;
     const char* brief;
     const char* help;
-    QStringList options; ///< besides help and version
+    int (*run)(const Options&);
+    QStringList arguments; ///< words behind the command's name; those in brackets may be left out
+    QStringList options;   ///< besides help and version
+    bool drawsText = false;
 };
 
 const std::vector<Command>& commands()
 {
     static const std::vector<Command> all{
-        {Action::Watch,
-         "watch",
+        {"watch",
          "shows media servers coming up and going down",
          "Connects to every media server that announces itself and prints a line for each one that comes up or goes\n"
          "down: local time, up or down, key (address and port), name, product and version, MSEX version, layers.\n"
          "Runs until Ctrl-C. If nothing is heard for 10 seconds it says, once, what to look at.",
+         watch,
+         {},
          {"adapter", "json", "log", "seconds"}},
-        {Action::Adapters,
-         "adapters",
+        {"adapters",
          "lists the network adapters and which one is used",
          "Lists this machine's network adapters with state and IPv4 addresses, marks the one that is used for media\n"
          "servers, and says why it is that one.",
+         listAdapters,
+         {},
          {"adapter", "json", "log"}},
+        {"libraries",
+         "lists a server's element libraries",
+         "Lists the element libraries of a server, sub-libraries (from MSEX 1.1 on) below their parents.",
+         listLibraries,
+         {"SERVER"},
+         {"adapter", "json", "log", "timeout", "type"}},
+        {"elements",
+         "lists what is in a library",
+         "Lists the elements of one library: media with size, length and frame rate, effects with their parameters,\n"
+         "others with their names.",
+         listElements,
+         {"SERVER", "LIBRARY"},
+         {"adapter", "json", "log", "timeout", "type"}},
+        {"layers",
+         "shows what a server's layers are playing",
+         "Shows the layers of a server as it tells them: a table that stays in place on a terminal, else one a "
+         "second;\n"
+         "with --json everything that comes. Runs until Ctrl-C.",
+         showLayers,
+         {"SERVER"},
+         {"adapter", "json", "log", "seconds", "timeout"}},
+        {"patch",
+         "lists a server's fixture patch",
+         "Asks a server for its fixture patch and lists the fixtures. Universes and channels are the server's own\n"
+         "numbers. Nothing tells the end of a patch: it is taken to be whole when nothing has come for a second.",
+         listPatch,
+         {"SERVER"},
+         {"adapter", "json", "log", "timeout"}},
+        {"thumbnails",
+         "fetches the pictures of a server or library into a folder",
+         "Fetches the thumbnail of every element of a server, or of one library without its sub-libraries, and writes\n"
+         "each into a file of its own and all of them onto a contact sheet, contact-sheet.png. RGB8 pictures become "
+         "PNG\n"
+         "files, others are written as they came. What is missing is listed, and the exit status is then 1.",
+         fetchThumbnails,
+         {"SERVER", "[LIBRARY]"},
+         {"adapter", "format", "json", "log", "size", "timeout", "to", "type"},
+         true},
     };
     return all;
 }
+
+const char* const ArgumentHelp[][2] = {
+    {"SERVER",
+     "The media server, by its key (address and port, such as 2.0.0.10:4811) or a part of its name that no "
+     "other server has."},
+    {"LIBRARY",
+     "The library: four levels with commas as 'libraries' shows them, such as 1,2,0,0, or one number for a "
+     "top-level library."},
+};
 
 QString programDescription()
 {
@@ -65,6 +115,17 @@ QList<QCommandLineOption> knownOptions()
          "(oddities), 8 (failures), 16 (critical). Default: CITP.*=28, or what the environment variable OS_LOG_MASKS "
          "says.",
          "MASKS"},
+        {"format", "Format to ask for: jpeg, png or rgb8. Default: jpeg.", "FORMAT"},
+        {"size",
+         "Size to ask for in pixels, 1 to 4096 each; servers keep the proportions of their pictures. For rgb8 at most "
+         "21845 pixels in all, for more do not fit into a message. Default: 160x120.",
+         "WIDTHxHEIGHT"},
+        {"timeout",
+         "The longest wait in seconds for any one thing, the server itself or an answer; 0.1 to 3600. For the "
+         "server itself it is at least 5. Default: 10.",
+         "SECONDS"},
+        {"to", "Folder for the files; made if it is not there. Files of the same names are replaced.", "DIR"},
+        {"type", "Library type: 1 media, 2 effects, 3 and up others; 1 to 255. Default: 1.", "N"},
         {"seconds", "Ends after this many seconds, 1 to 86400. Default: runs until Ctrl-C.", "N"},
     };
 }
@@ -86,10 +147,10 @@ public:
             if (!m_parser.parse(arguments))
                 throw Problem{m_parser.errorText().remove(QRegularExpression("\\.$"))};
             readAction(line);
-            if (line.action != Action::Help && line.action != Action::Version)
+            if (line.action == CommandLine::Action::Run)
                 line.options = options();
         } catch (const Problem& problem) {
-            line.action = Action::WrongUse;
+            line.action = CommandLine::Action::WrongUse;
             line.text = harmless(problem.text);
         }
         return line;
@@ -106,10 +167,17 @@ private:
                 parser.addOption(option);
         }
         parser.setApplicationDescription(command ? QString(command->help) : programDescription());
-        if (command)
-            parser.addPositionalArgument(command->name, command->brief);
-        else
+        if (!command) {
             parser.addPositionalArgument("command", "One of the commands above.", "COMMAND");
+            return;
+        }
+        parser.addPositionalArgument(command->name, command->brief);
+        for (const QString& argument : command->arguments) {
+            for (const auto& [name, help] : ArgumentHelp) {
+                if (argument.contains(name))
+                    parser.addPositionalArgument(QString(name).toLower(), help, argument);
+            }
+        }
     }
 
     void readAction(CommandLine& line)
@@ -121,20 +189,22 @@ private:
                 command = &candidate;
         }
         if (m_parser.isSet("version")) {
-            line.action = Action::Version;
+            line.action = CommandLine::Action::Version;
             line.text = "citp-console " CITP_VERSION "\n";
         } else if (!words.isEmpty() && !command) {
             throw Problem{QString("'%1' is no command; give one such as 'watch'").arg(words.constFirst())};
         } else if (m_parser.isSet("help")) {
             QCommandLineParser help;
             prepare(help, command);
-            line.action = Action::Help;
+            line.action = CommandLine::Action::Help;
             line.text = help.helpText();
         } else if (!command) {
             throw Problem{"no command; give one such as 'watch'"};
         } else {
             refuseForeign(*command);
-            line.action = command->action;
+            line.action = CommandLine::Action::Run;
+            line.run = command->run;
+            line.drawsText = command->drawsText;
         }
     }
 
@@ -146,9 +216,16 @@ private:
             if (m_parser.isSet(name) && !command.options.contains(name))
                 throw Problem{QString("'%1' knows no --%2: leave it out").arg(QString(command.name), name)};
         }
-        const QStringList words = m_parser.positionalArguments();
-        if (words.size() > 1)
-            throw Problem{QString("'%1' belongs to nothing: leave it out").arg(words.at(1))};
+        const QStringList words = m_parser.positionalArguments().mid(1);
+        if (words.size() > command.arguments.size())
+            throw Problem{QString("'%1' belongs to nothing: leave it out").arg(words.at(command.arguments.size()))};
+        for (int i = 0; i < command.arguments.size(); ++i) {
+            const bool isNeeded = !command.arguments.at(i).startsWith('[');
+            if (isNeeded && (i >= words.size() || words.at(i).isEmpty()))
+                throw Problem{QString("'%1' needs a %2: give it").arg(QString(command.name), command.arguments.at(i))};
+        }
+        if (command.options.contains("to") && !m_parser.isSet("to"))
+            throw Problem{QString("'%1' needs a folder: give --to DIR").arg(QString(command.name))};
     }
 
     [[noreturn]] void refuse(const QString& option, const QString& what) const
@@ -175,9 +252,66 @@ private:
         return value;
     }
 
+    static QString library(const QString& text)
+    {
+        QStringList levels = text.split(',');
+        for (QString& level : levels) {
+            bool good = false;
+            const uint number = level.toUInt(&good);
+            if (!good || number > 255 || (levels.size() != 1 && levels.size() != 4))
+                throw Problem{QString("'%1' is no library; give four numbers from 0 to 255 with commas, such as "
+                                      "1,2,0,0, or one number")
+                                  .arg(text)};
+            level = QString::number(number);
+        }
+        return levels.join(',');
+    }
+
+    int timeoutMs(int preset) const
+    {
+        if (!m_parser.isSet("timeout"))
+            return preset;
+        bool good = false;
+        const double seconds = m_parser.value("timeout").toDouble(&good);
+        if (!good || !(seconds >= 0.1 && seconds <= 3600))
+            refuse("timeout", "not possible; give a number of seconds from 0.1 to 3600");
+        return static_cast<int>(seconds * 1000);
+    }
+
+    QString format() const
+    {
+        const QString format = m_parser.isSet("format") ? m_parser.value("format").toUpper() : QString("JPEG");
+        if (format != "JPEG" && format != "PNG" && format != "RGB8")
+            refuse("format", "no format that can be asked for; give jpeg, png or rgb8");
+        return format;
+    }
+
+    QSize size(const QString& format) const
+    {
+        constexpr int BytesInAMessage = 65535;
+        static const QRegularExpression form("^(\\d{1,4})x(\\d{1,4})$");
+        const QRegularExpressionMatch match = form.match(m_parser.isSet("size") ? m_parser.value("size") : "160x120");
+        const QSize size(match.captured(1).toInt(), match.captured(2).toInt());
+        if (size.isEmpty() || size.width() > 4096 || size.height() > 4096)
+            refuse("size", "no size; give WIDTHxHEIGHT such as 160x120, each 1 to 4096");
+        if (format == "RGB8" && size.width() * size.height() * 3 > BytesInAMessage)
+            refuse("size",
+                   "too big for rgb8, which has room for 21845 pixels such as 160x120; give less or another "
+                   "format");
+        return size;
+    }
+
     Options options() const
     {
         Options options;
+        const QStringList words = m_parser.positionalArguments();
+        options.server = words.value(1);
+        options.library = words.size() > 2 ? library(words.at(2)) : QString();
+        options.type = number("type", 1, 255, options.type);
+        options.timeoutMs = timeoutMs(options.timeoutMs);
+        options.to = text("to");
+        options.format = format();
+        options.size = size(options.format);
         options.adapter = text("adapter");
         options.json = m_parser.isSet("json");
         options.seconds = number("seconds", 1, 86400, 0);

@@ -1,6 +1,7 @@
 // The command line: commands, their options, and the checks of their values.
 #pragma once
 
+#include <QSize>
 #include <QString>
 #include <QStringList>
 
@@ -11,14 +12,24 @@ struct Options
     bool json = false;
     int seconds = 0; ///< 0: until it is stopped
     QString log;     ///< masks for Os::Log::SetMasks(); empty: failures only
+
+    QString server;        ///< key or part of a name
+    QString library;       ///< one number, or four with commas; empty: all libraries
+    int type = 1;          ///< MSEX library type, 1 to 255
+    int timeoutMs = 10000; ///< the longest wait for any one thing
+    QString to;            ///< folder
+    QString format;        ///< as the requests take it: "JPEG", "PNG" or "RGB8"
+    QSize size;            ///< pixels
 };
 
 /// What a command line asks for.
 struct CommandLine
 {
-    enum class Action { Help, Version, WrongUse, Adapters, Watch };
+    enum class Action { Help, Version, WrongUse, Run };
     Action action = Action::WrongUse;
-    QString text; ///< the help, the version, or one line that names the problem and what to do
+    int (*run)(const Options&) = nullptr; ///< the command, see commands.h
+    bool drawsText = false;               ///< it needs a QGuiApplication
+    QString text;                         ///< the help, the version, or one line that names the problem and what to do
     Options options;
 };
 

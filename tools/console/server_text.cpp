@@ -18,7 +18,7 @@ ServerText describe(const CITP::citp_stack::SERV_ID& key)
     server.productVersion = QString("%1.%2").arg(sinf.ProductVersionMajor).arg(sinf.ProductVersionMinor);
     if (sinf.GetHighestMsexVersion() >= 2)
         server.productVersion += QString(".%1").arg(sinf.ProductVersionBugfix);
-    server.msexVersion = QString("1.%1").arg(sinf.GetHighestMsexVersion());
+    server.msexMinor = sinf.GetHighestMsexVersion();
     server.layers = static_cast<int>(sinf.LayerDMXSources.size());
     return server;
 }
@@ -32,8 +32,9 @@ QString toText(const ServerText& server, bool brief)
     if (brief)
         return text;
     const QString product = server.product.isEmpty() ? QString("product unknown") : harmless(server.product);
-    return text + QString("  %1 %2  MSEX %3  %4 %5")
-                      .arg(product, server.productVersion, server.msexVersion)
+    return text + QString("  %1 %2  MSEX 1.%3  %4 %5")
+                      .arg(product, server.productVersion)
+                      .arg(server.msexMinor)
                       .arg(server.layers)
                       .arg(server.layers == 1 ? "layer" : "layers");
 }
@@ -45,7 +46,7 @@ QJsonObject toJson(const ServerText& server)
         object.insert("name", server.name);
         object.insert("product", server.product);
         object.insert("productVersion", server.productVersion);
-        object.insert("msexVersion", server.msexVersion);
+        object.insert("msexVersion", QString("1.%1").arg(server.msexMinor));
         object.insert("layers", server.layers);
     }
     return object;

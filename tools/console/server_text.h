@@ -14,7 +14,7 @@ struct ServerText
     QString name;
     QString product;
     QString productVersion;
-    QString msexVersion;
+    quint8 msexMinor = 0; ///< the MSEX version that it is taken to speak is 1. and this
     int layers = 0;
     bool isKnown = false; ///< false if it was gone before it could be asked about; then only #key is filled
 };

@@ -1,5 +1,5 @@
 // The command "watch": listens to the stack, prints its events, and helps once when there are none.
-#include "watch.h"
+#include "commands.h"
 
 #include <citp/citp_stack.h>
 #include <citp_system/os_network_adapter.h>

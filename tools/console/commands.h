@@ -1,0 +1,15 @@
+// The commands, one function and one source file each. Each returns the exit status; those that wait for a server throw
+// Failure or Interrupted (see session.h) instead of failing quietly.
+#pragma once
+
+#include "options.h"
+
+namespace Console {
+int listAdapters(const Options& options);    ///< "adapters"
+int watch(const Options& options);           ///< "watch"; runs the event loop until it is told to end
+int listLibraries(const Options& options);   ///< "libraries"
+int listElements(const Options& options);    ///< "elements"
+int showLayers(const Options& options);      ///< "layers"
+int listPatch(const Options& options);       ///< "patch"
+int fetchThumbnails(const Options& options); ///< "thumbnails"; needs a QGuiApplication, for the fonts
+} // namespace Console

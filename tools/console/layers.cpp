@@ -1,0 +1,163 @@
+// The command "layers": what the layers of a server are playing, as long as it goes on telling.
+#include <citp/citp_msg_msex_lsta.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <QJsonArray>
+#include <cstdio>
+#include <optional>
+
+#include "commands.h"
+#include "printing.h"
+#include "session.h"
+#include "table.h"
+
+namespace Console {
+namespace {
+using LayerStatus = CITP::Msg_MSEX_LSTA::LayerStatus;
+
+// A terminal is redrawn so often at most; elsewhere a table comes once a second, so that a file stays readable.
+constexpr int TerminalMs = 100;
+constexpr int PlainMs = 1000;
+
+QString flagsText(unsigned int flags)
+{
+    return QString("0x%1").arg(flags, 8, 16, QLatin1Char('0'));
+}
+
+void printAsJson(const QString& server, const CITP::Msg_MSEX_LSTA& status)
+{
+    QJsonArray layers;
+    for (const LayerStatus& layer : status.Layers) {
+        layers.append(QJsonObject{{"layer", layer.LayerNumber},
+                                  {"output", layer.PhysicalOutput},
+                                  {"type", layer.LibraryType},
+                                  {"library", layer.LibraryId},
+                                  {"element", layer.MediaNumber},
+                                  {"name", layer.MediaName},
+                                  {"position", static_cast<double>(layer.MediaPosition)},
+                                  {"length", static_cast<double>(layer.MediaLength)},
+                                  {"frameRate", layer.MediaFrameRate},
+                                  {"flags", static_cast<double>(layer.LayerStatusFlags)}});
+    }
+    printJson({{"server", server}, {"time", isoTime()}, {"layers", layers}});
+}
+
+QStringList tableOf(const CITP::Msg_MSEX_LSTA& status)
+{
+    Table table({" LAYER", " OUTPUT", "LIBRARY", " #", " POSITION", " LENGTH", " FPS", "FLAGS", "NAME"});
+    for (const LayerStatus& layer : status.Layers) {
+        table.add({QString::number(layer.LayerNumber), QString::number(layer.PhysicalOutput), layer.LibraryId,
+                   QString::number(layer.MediaNumber), QString::number(layer.MediaPosition),
+                   QString::number(layer.MediaLength), QString::number(layer.MediaFrameRate),
+                   flagsText(layer.LayerStatusFlags), layer.MediaName});
+    }
+    return table.lines();
+}
+
+// Draws over what it drew before, so that the table stands still and its numbers move.
+class LiveTable
+{
+public:
+    LiveTable() : m_isTerminal(isatty(STDOUT_FILENO) != 0) {}
+
+    int intervalMs() const { return m_isTerminal ? TerminalMs : PlainMs; }
+
+    void draw(const QString& title, const QStringList& rows)
+    {
+        const QStringList lines = clipped(QStringList{title} + rows);
+        if (m_isTerminal && m_lines > 0)
+            std::printf("\x1b[%dA\x1b[J", m_lines);
+        for (const QString& line : lines)
+            printLine(line);
+        m_lines = static_cast<int>(lines.size());
+    }
+
+private:
+    // What wraps or scrolls could not be drawn over.
+    QStringList clipped(const QStringList& lines) const
+    {
+        winsize window{};
+        if (!m_isTerminal || ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_row < 2)
+            return lines;
+        QStringList out;
+        for (const QString& line : lines.mid(0, window.ws_row - 1))
+            out << line.left(window.ws_col);
+        return out;
+    }
+
+    bool m_isTerminal;
+    int m_lines = 0;
+};
+
+class Layers
+{
+public:
+    explicit Layers(const Options& options) : m_options(options), m_session(options)
+    {
+        QObject::connect(CITP::citp_stack::Get(), &CITP::citp_stack::layerStatus, &m_scope,
+                         [this](const QString& key, const CITP::Msg_MSEX_LSTA& status) {
+                             if (key == m_session.key())
+                                 take(status);
+                         });
+    }
+
+    void run()
+    {
+        QElapsedTimer running;
+        running.start();
+        const auto isOver = [&] { return m_options.seconds > 0 && running.elapsed() >= m_options.seconds * 1000; };
+        while (!isOver()) {
+            const int count = m_count;
+            m_session.await(
+                "its layer status", [&] { return m_count != count || isOver(); }, [this] { return remark(); });
+            showLatest();
+        }
+    }
+
+private:
+    QString remark() const
+    {
+        if (m_session.msexMinor() == 1)
+            return "(it speaks MSEX 1.1, whose layer status the library does not take)";
+        return m_count > 0 ? QString("(it had sent %1 before)").arg(m_count) : QString();
+    }
+
+    void take(const CITP::Msg_MSEX_LSTA& status)
+    {
+        ++m_count;
+        if (m_options.json)
+            printAsJson(m_session.key(), status);
+        else
+            m_latest.emplace(status);
+    }
+
+    void showLatest()
+    {
+        if (!m_latest || (m_sinceDrawn.isValid() && m_sinceDrawn.elapsed() < m_table.intervalMs()))
+            return;
+        m_table.draw(QString("%1  %2").arg(timeOfDay(), m_session.name()), tableOf(*m_latest));
+        m_latest.reset();
+        m_sinceDrawn.start();
+    }
+
+    const Options& m_options;
+    Session m_session;
+    LiveTable m_table;
+    std::optional<CITP::Msg_MSEX_LSTA> m_latest;
+    QElapsedTimer m_sinceDrawn;
+    int m_count = 0;
+    QObject m_scope; ///< last, so that nothing is taken any more once members go
+};
+} // namespace
+
+int showLayers(const Options& options)
+{
+    try {
+        Layers(options).run();
+    } catch (const Interrupted&) {
+        // How a live table is meant to end.
+    }
+    return 0;
+}
+} // namespace Console

@@ -1,0 +1,69 @@
+// The command "patch": the fixtures that a server tells.
+#include <citp/citp_msg_fptc.h>
+
+#include "commands.h"
+#include "printing.h"
+#include "session.h"
+#include "table.h"
+
+namespace Console {
+namespace {
+// No message ends the patch: it is over when none has come for this long.
+constexpr int QuietMs = 1000;
+
+using Fixtures = QMap<int, CITP::Msg_FPTC_PTCH>;
+
+Fixtures fetchFixtures(Session& session)
+{
+    Fixtures fixtures;
+    QElapsedTimer sinceLast;
+    QObject scope;
+    QObject::connect(CITP::citp_stack::Get(), &CITP::citp_stack::patchMessage, &scope,
+                     [&](const QString& key, const CITP::Msg_FPTC_PTCH& fixture) {
+                         if (key != session.key())
+                             return;
+                         fixtures.insert(fixture.FixtureIdentifier, fixture);
+                         sinceLast.start();
+                     });
+    session.send(CITP::Msg_FPTC_SPTC(nullptr));
+    session.await(
+        "any fixture", [&] { return sinceLast.isValid(); }, [] { return QString("(is its patch empty?)"); });
+    session.pump([&] { return sinceLast.elapsed() >= QuietMs; }, session.limitMs());
+    return fixtures;
+}
+
+void printAsJson(const QString& server, const CITP::Msg_FPTC_PTCH& fixture)
+{
+    printJson({{"server", server},
+               {"fixture", fixture.FixtureIdentifier},
+               {"universe", fixture.Universe},
+               {"channel", fixture.Channel},
+               {"channels", fixture.ChannelCount},
+               {"make", fixture.FixtureMake},
+               {"name", fixture.FixtureName}});
+}
+} // namespace
+
+int listPatch(const Options& options)
+{
+    // Left to the application by the library; without it no fixture reaches this thread.
+    qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH");
+    Session session(options);
+    const Fixtures fixtures = fetchFixtures(session);
+    if (options.json) {
+        for (const CITP::Msg_FPTC_PTCH& fixture : fixtures)
+            printAsJson(session.key(), fixture);
+        return 0;
+    }
+    printLine(QString("%1: %2 fixtures").arg(session.name()).arg(fixtures.size()));
+    Table table({" FIXTURE", " UNIVERSE", " CHANNEL", " CHANNELS", "MAKE", "NAME"});
+    for (const CITP::Msg_FPTC_PTCH& fixture : fixtures) {
+        table.add({QString::number(fixture.FixtureIdentifier), QString::number(fixture.Universe),
+                   QString::number(fixture.Channel), QString::number(fixture.ChannelCount), fixture.FixtureMake,
+                   fixture.FixtureName});
+    }
+    for (const QString& line : table.lines())
+        printLine(line);
+    return 0;
+}
+} // namespace Console

@@ -1,0 +1,96 @@
+// Decoding of thumbnails and making of file names.
+#include "pictures.h"
+
+#include <QBuffer>
+#include <QImageReader>
+
+namespace Console {
+namespace {
+// No thumbnail is bigger; 65535 bytes can announce a picture that would fill the memory.
+constexpr int LongestSide = 4096;
+constexpr int LongestName = 80;
+
+Picture unusable(const QString& problem)
+{
+    Picture picture;
+    picture.problem = problem;
+    return picture;
+}
+
+Picture fromRgb8(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
+{
+    const int width = answer.ThumbnailWidth;
+    const int height = answer.ThumbnailHeight;
+    const auto bytes = qint64(width) * height * 3;
+    if (bytes == 0 || answer.ThumbnailBuffer.size() != bytes)
+        return unusable(
+            QString("%1 bytes are no RGB8 picture of %2x%3").arg(answer.ThumbnailBuffer.size()).arg(width).arg(height));
+    const QImage image(reinterpret_cast<const uchar*>(answer.ThumbnailBuffer.constData()), width, height, width * 3,
+                       QImage::Format_RGB888);
+    QBuffer buffer;
+    buffer.open(QIODevice::WriteOnly);
+    if (!image.save(&buffer, "png"))
+        return unusable("could not be made a PNG picture");
+    return {{}, buffer.data(), "png", "RGB8", image.size()};
+}
+
+Picture fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const char* format, const QString& extension)
+{
+    QByteArray bytes = answer.ThumbnailBuffer;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer, format);
+    reader.setDecideFormatFromContent(false);
+    const QSize size = reader.size();
+    if (size.width() > LongestSide || size.height() > LongestSide)
+        return unusable(QString("%1x%2 is no size for a thumbnail").arg(size.width()).arg(size.height()));
+    const QImage image = reader.read();
+    if (image.isNull())
+        return unusable(QString("%1 bytes are no %2 picture").arg(bytes.size()).arg(QString(format).toUpper()));
+    return {{}, bytes, extension, QString(format).toUpper(), image.size()};
+}
+
+bool isKept(uint codePoint)
+{
+    return QChar::isLetterOrNumber(codePoint) || QChar::isMark(codePoint) ||
+           (codePoint < 0x80 && QByteArray("-+,()").contains(static_cast<char>(codePoint)));
+}
+} // namespace
+
+Picture toPicture(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
+{
+    if (answer.ThumbnailBuffer.isEmpty())
+        return unusable("empty or damaged answer");
+    if (answer.ThumbnailFormat == "RGB8")
+        return fromRgb8(answer);
+    if (answer.ThumbnailFormat == "PNG ")
+        return fromEncoded(answer, "png", "png");
+    if (answer.ThumbnailFormat == "JPEG")
+        return fromEncoded(answer, "jpeg", "jpg");
+    return unusable(QString("unknown format '%1'").arg(answer.ThumbnailFormat));
+}
+
+QString fileNamePart(const QString& name)
+{
+    QString part;
+    int bytes = 0;
+    for (const uint codePoint : name.normalized(QString::NormalizationForm_C).toUcs4()) {
+        const QString character =
+            isKept(codePoint) ? QString::fromUcs4(reinterpret_cast<const char32_t*>(&codePoint), 1) : QString("_");
+        bytes += static_cast<int>(character.toUtf8().size());
+        if (bytes > LongestName)
+            break;
+        part += character;
+    }
+    return part;
+}
+
+QString fileName(const QString& library, int element, const QString& name, const QString& extension)
+{
+    const QString part = fileNamePart(name);
+    return QString("%1-%2%3.%4")
+        .arg(QString(library).replace(',', '.'))
+        .arg(element, 3, 10, QLatin1Char('0'))
+        .arg(part.isEmpty() ? QString() : '-' + part, extension);
+}
+} // namespace Console
