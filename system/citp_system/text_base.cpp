@@ -11,7 +11,6 @@ constexpr std::size_t longestNumber = 20;
 } // namespace
 
 // Only the terminator is set: to clear the whole buffer would be most of the cost of a short log line.
-// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
 text_base::text_base() noexcept : m_length(0)
 {
     m_text[0] = '\0';

@@ -22,8 +22,8 @@ configure()
         -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$packages${prefix_path:+;$prefix_path}" "$@"
 }
 
-# build BUILD_FOLDER [TARGET]
+# build BUILD_FOLDER [TARGET]: with one job, since other tests run at the same time.
 build()
 {
-    "$cmake" --build "$1" --parallel 2 ${2:+--target "$2"}
+    "$cmake" --build "$1" --parallel 1 ${2:+--target "$2"}
 }

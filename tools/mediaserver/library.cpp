@@ -115,6 +115,7 @@ std::vector<LibraryUpdate> differences(const Libraries& before, const Libraries&
         parent.libraries.set(numberOf(key.second));
     }
     std::vector<LibraryUpdate> list;
+    list.reserve(updates.size());
     for (const auto& [key, update] : updates)
         list.push_back(update);
     return list;

@@ -46,7 +46,7 @@ std::vector<Fixture> readPatch(const QString& file, QString& problem)
     }
     std::vector<Fixture> fixtures;
     const QJsonArray array = document.array();
-    for (const QJsonValue& value : array) {
+    for (const QJsonValue value : array) {
         const QJsonObject object = value.toObject();
         try {
             Fixture fixture;

@@ -107,9 +107,10 @@ QByteArray encode(const QImage& image, const char* format, int quality)
 
 QByteArray rawRows(const QImage& image)
 {
+    const int bytesPerRow = 3 * image.width();
     QByteArray rows;
     for (int y = 0; y < image.height(); ++y)
-        rows.append(reinterpret_cast<const char*>(image.constScanLine(y)), image.width() * 3);
+        rows.append(reinterpret_cast<const char*>(image.constScanLine(y)), bytesPerRow);
     return rows;
 }
 
