@@ -1,4 +1,6 @@
 // Announcements, the exchange of greetings, and the vanishing and coming back of simulated servers, byte for byte.
+#include <utility>
+
 #include "mediaserver_fixture.h"
 
 namespace {
@@ -49,6 +51,38 @@ TEST(MediaserverGreeting, GivesEachServerAnAddressAndAPort)
         Console console(addresses[i], static_cast<quint16>(5000 + i));
         program.waitForLine(QString("S %1  127.0.0.1:%2 has connected").arg(i + 1).arg(console.socket().localPort()));
     }
+}
+
+TEST(MediaserverGreeting, UsesTheAddressesOfAnAdapterInTurn)
+{
+    if (!qEnvironmentVariableIsSet("CITP_TEST_NAMESPACE"))
+        GTEST_SKIP() << "adapters are made in a namespace only";
+    const auto ip = [](const char* arguments) {
+        EXPECT_EQ(QProcess::execute("ip", QString(arguments).split(' ')), 0) << arguments;
+    };
+    ip("link add show0 type veth peer name show1");
+    ip("addr add 10.1.0.1/24 dev show0");
+    ip("addr add 10.1.0.2/24 dev show0");
+    ip("link set show1 up");
+    ip("link set show0 up");
+    GroupListener group("10.1.0.1");
+    Program program({"--adapter", "show0", "--count", "3", "--address", "10.1.0.2", "--interval", "100"});
+    const std::pair<const char*, const char*> places[] = {
+        {"10.1.0.2", "cb12"}, {"10.1.0.1", "cc12"}, {"10.1.0.2", "cd12"}};
+    for (const auto& [address, port] : places) {
+        const GroupListener::Datagram datagram = group.next();
+        EXPECT_EQ(datagram.sender.toString().toStdString(), address);
+        EXPECT_EQ(datagram.data.mid(24, 2).toHex().toStdString(), port);
+        program.waitForLine(QString("listens on %1:").arg(address));
+    }
+    // Without a word about the adapter, the one in 10.0.0.0/8 goes before loopback.
+    Program chooser({"--port", "6000", "--interval", "60000"});
+    chooser.waitForLine("listens on 10.1.0.1:6000, announced on show0");
+    EXPECT_EQ(runToEnd({"--adapter", "show0", "--address", "10.1.0.3"}).status, 1);
+    ip("link set show0 down");
+    program.waitForLine("cannot be announced");
+    ip("link set show0 up");
+    program.waitForLine("is announced again");
 }
 
 TEST(MediaserverGreeting, IntroducesItselfInMsex10)

@@ -72,13 +72,13 @@ QNetworkInterface findAdapter(const QString& wanted, QString& problem)
         if (able && (!best.isValid() || rank(adapter) < rank(best)))
             best = adapter;
     }
-    if (!best.isValid() && problem.isEmpty()) {
-        problem = wanted.isEmpty() ? QString("no adapter can be announced on: bring one up and give it an IPv4 address")
-                                   : QString(
-                                         "no adapter has the name or address '%1': choose one of those that "
-                                         "'ip addr' lists")
-                                         .arg(wanted);
-    }
+    if (best.isValid())
+        problem.clear();
+    else if (wanted.isEmpty())
+        problem = "no adapter can be announced on: bring one up and give it an IPv4 address";
+    else if (problem.isEmpty())
+        problem =
+            QString("no adapter has the name or address '%1': choose one of those that 'ip addr' lists").arg(wanted);
     return best;
 }
 

@@ -69,6 +69,8 @@ void Connection::wake()
 
 void Connection::step()
 {
+    if (m_socket->state() != QAbstractSocket::ConnectedState)
+        return;
     if (m_outbox.busy() || m_outbox.backlog() >= BacklogLimit)
         return;
     int wait = 0;

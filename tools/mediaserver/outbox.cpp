@@ -72,7 +72,7 @@ QString Outbox::answer(QByteArray message)
 
 void Outbox::write(const QByteArray& bytes, bool split)
 {
-    if (m_broken)
+    if (m_broken || m_socket.state() != QAbstractSocket::ConnectedState)
         return;
     if (!split && m_bytewise.isEmpty()) {
         m_socket.write(bytes);
@@ -85,9 +85,13 @@ void Outbox::write(const QByteArray& bytes, bool split)
 
 void Outbox::writeByte()
 {
-    m_socket.write(m_bytewise.left(1));
-    m_socket.flush();
-    m_bytewise.remove(0, 1);
+    if (m_socket.state() == QAbstractSocket::ConnectedState) {
+        m_socket.write(m_bytewise.left(1));
+        m_socket.flush();
+        m_bytewise.remove(0, 1);
+    } else {
+        m_bytewise.clear();
+    }
     if (!m_bytewise.isEmpty())
         return;
     m_byteTimer.stop();
