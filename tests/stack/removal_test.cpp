@@ -5,6 +5,10 @@
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_msg_msex_requests.h>
 
+#include <atomic>
+#include <chrono>
+#include <future>
+
 using CITP::citp_stack;
 
 namespace {
@@ -263,6 +267,47 @@ TEST_F(RemovalTest, APacedServerThatDoesNotReadIsRemovedInTheMiddleOfARelease)
     EXPECT_EQ(recorder->events(), (Texts{"libraryInfo " + server.key().toStdString() + " 1", down(server)}));
     FakeServer fresh("127.0.0.5");
     Connection freshConnection = admit(fresh);
+}
+
+TEST_F(RemovalTest, APacedServerThatAnswersInTheMiddleOfAWriteStays)
+{
+    FakeServer server;
+    Connection connection = admitPaced(server);
+    EXPECT_TRUE(stack->sendMsg(server.key(), geli()));
+    EXPECT_TRUE(stack->sendMsg(server.key(), geli()));
+    connection.receive();
+    // The wait for the write reads the answer too; the request that it releases must not be what the wait waits for.
+    runOnWorker([&] {
+        connection.sendSegment(Wire::elin(1));
+        stack->sendMsg(server.key(), geth());
+    });
+    EXPECT_EQ(Wire::code(connection.receive()), "GETh");
+    EXPECT_EQ(Wire::code(connection.receive()), "GELI");
+    sendMarker(server, connection);
+    EXPECT_TRUE(isListed(server));
+}
+
+TEST_F(RemovalTest, AReceiverOfAnAnswerInTheMiddleOfAWriteMayWaitForOtherThreads)
+{
+    FakeServer server;
+    Connection connection = admitPaced(server);
+    std::atomic<bool> wasLocked{false};
+    std::future<int> other;
+    m_receiver = QObject::connect(
+        stack, &citp_stack::libraryInfo, stack,
+        [&](const QString&, const CITP::Msg_MSEX_ELIN&) {
+            other = std::async(std::launch::async, [this] { return stack->getNumNotified(); });
+            wasLocked = other.wait_for(std::chrono::milliseconds(Patience / 10)) != std::future_status::ready;
+        },
+        Qt::DirectConnection);
+    runOnWorker([&] {
+        connection.sendSegment(Wire::elin(1));
+        stack->sendMsg(server.key(), geth());
+    });
+    ASSERT_TRUE(waitForEvent("libraryInfo " + server.key().toStdString() + " 1"));
+    runOnWorker([] {});
+    EXPECT_FALSE(wasLocked);
+    QObject::disconnect(m_receiver);
 }
 
 TEST_F(RemovalTest, APacedServerThatIsGoneWhenAReceiverSendsIsRemovedInsideTheEmission)
