@@ -22,7 +22,8 @@ TEST(ConsoleUsage, HelpNamesEveryCommandAndOption)
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors.toStdString(), "");
     for (const char* const word :
-         {"watch", "adapters", "--adapter", "--json", "--log", "--seconds", "--version", "Exit status"})
+         {"watch", "adapters", "libraries", "elements", "layers", "patch", "thumbnails", "--adapter", "--format",
+          "--json", "--log", "--seconds", "--size", "--timeout", "--to", "--type", "--version", "Exit status"})
         EXPECT_TRUE(outcome.output.contains(word)) << word;
 }
 
@@ -55,6 +56,21 @@ TEST(ConsoleUsage, RefusesWrongUseInOneLine)
     expectRefused({"watch", "--log", "CITP.Stack"}, "NAME=MASK");
     expectRefused({"watch", "--log", "CITP.Stack=32"}, "CITP.Stack=32");
     expectRefused({"adapters", "--seconds", "3"}, "'adapters' knows no --seconds");
+    expectRefused({"libraries"}, "'libraries' needs a SERVER");
+    expectRefused({"libraries", ""}, "'libraries' needs a SERVER");
+    expectRefused({"libraries", "x", "--type", "0"}, "whole number from 1 to 255");
+    expectRefused({"libraries", "x", "--timeout", "0"}, "0.1 to 3600");
+    expectRefused({"libraries", "x", "--timeout", "nan"}, "0.1 to 3600");
+    expectRefused({"elements", "x"}, "'elements' needs a LIBRARY");
+    expectRefused({"elements", "x", "1,2"}, "'1,2' is no library");
+    expectRefused({"elements", "x", "1,2,0,256"}, "is no library");
+    expectRefused({"elements", "x", "../etc"}, "'../etc' is no library");
+    expectRefused({"thumbnails", "x"}, "needs a folder: give --to DIR");
+    expectRefused({"thumbnails", "x", "--to", ""}, "--to");
+    expectRefused({"thumbnails", "x", "--to", "y", "--format", "bmp"}, "jpeg, png or rgb8");
+    expectRefused({"thumbnails", "x", "--to", "y", "--size", "160"}, "WIDTHxHEIGHT");
+    expectRefused({"thumbnails", "x", "--to", "y", "--size", "0x10"}, "WIDTHxHEIGHT");
+    expectRefused({"thumbnails", "x", "--to", "y", "--size", "200x200", "--format", "rgb8"}, "too big for rgb8");
 }
 
 TEST(ConsoleUsage, RefusesAnAdapterThatThisMachineHasNot)

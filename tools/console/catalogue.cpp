@@ -14,6 +14,9 @@ namespace Console {
 namespace {
 using CITP::citp_stack;
 
+// Above all libraries; not sent in MSEX 1.0, which has no levels.
+const char* const Root = "0,0,0,0";
+
 // A server may list a library below itself; identities have no more levels than this.
 constexpr int DeepestLevel = 2;
 
@@ -41,7 +44,7 @@ CITP::Msg_MSEX_ELIN askForLibraries(Session& session, quint8 type, const QString
                      });
     session.send(CITP::Msg_MSEX_GELI(session.msexMinor(), type, parent, {}));
     session.await(
-        parent.isEmpty() ? QString("its libraries") : QString("the libraries below ") + parent,
+        parent == Root ? QString("its libraries") : QString("the libraries below ") + parent,
         [&] { return answer.has_value(); }, [&] { return remark; });
     return *answer;
 }
@@ -157,7 +160,7 @@ std::vector<Library> fetchLibraries(Session& session, quint8 type)
 {
     std::vector<Library> all;
     QSet<QString> known;
-    walk(session, type, session.msexMinor() == 0 ? QString() : QString("0,0,0,0"), 0, known, all);
+    walk(session, type, Root, 0, known, all);
     return all;
 }
 

@@ -280,7 +280,7 @@ private:
 
     QString format() const
     {
-        const QString format = m_parser.isSet("format") ? m_parser.value("format").toUpper() : QString("JPEG");
+        QString format = m_parser.isSet("format") ? m_parser.value("format").toUpper() : QString("JPEG");
         if (format != "JPEG" && format != "PNG" && format != "RGB8")
             refuse("format", "no format that can be asked for; give jpeg, png or rgb8");
         return format;

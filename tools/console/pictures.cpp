@@ -53,7 +53,7 @@ Picture fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const 
 bool isKept(uint codePoint)
 {
     return QChar::isLetterOrNumber(codePoint) || QChar::isMark(codePoint) ||
-           (codePoint < 0x80 && QByteArray("-+,()").contains(static_cast<char>(codePoint)));
+           (codePoint < 0x80 && QByteArray("-+,()._").contains(static_cast<char>(codePoint)));
 }
 } // namespace
 

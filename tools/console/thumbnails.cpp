@@ -29,15 +29,14 @@ struct Thumbnail
     QSize size;
 };
 
-// The libraries that the command is about, with their names as far as they are known.
-std::vector<std::pair<QString, QString>> wantedLibraries(Session& session, const Options& options)
+// The libraries that the command is about; of one that was named, only its identity is known.
+std::vector<Library> wantedLibraries(Session& session, const Options& options)
 {
-    if (!options.library.isEmpty())
-        return {{libraryId(options.library, session.msexMinor()), QString()}};
-    std::vector<std::pair<QString, QString>> libraries;
-    for (const Library& library : fetchLibraries(session, static_cast<quint8>(options.type)))
-        libraries.emplace_back(library.info.LIBID, library.info.Name);
-    return libraries;
+    if (options.library.isEmpty())
+        return fetchLibraries(session, static_cast<quint8>(options.type));
+    Library library;
+    library.info.LIBID = libraryId(options.library, session.msexMinor());
+    return {library};
 }
 
 class Fetcher
@@ -161,11 +160,17 @@ private:
 std::vector<Thumbnail> listWanted(Session& session, const Options& options)
 {
     std::vector<Thumbnail> thumbnails;
-    for (const auto& [id, name] : wantedLibraries(session, options)) {
-        for (const Element& element : fetchElements(session, static_cast<quint8>(options.type), id).elements) {
+    for (const Library& library : wantedLibraries(session, options)) {
+        const auto elements = fetchElements(session, static_cast<quint8>(options.type), library.info.LIBID).elements;
+        if (options.library.isEmpty() && elements.size() != library.info.ElementCount)
+            complain(QString("library %1 should have %2 elements, but lists %3")
+                         .arg(library.info.LIBID)
+                         .arg(library.info.ElementCount)
+                         .arg(elements.size()));
+        for (const Element& element : elements) {
             Thumbnail thumbnail;
-            thumbnail.libraryId = id;
-            thumbnail.libraryName = name;
+            thumbnail.libraryId = library.info.LIBID;
+            thumbnail.libraryName = library.info.Name;
             thumbnail.element = element;
             thumbnails.push_back(thumbnail);
         }

@@ -1,0 +1,114 @@
+// Thumbnail answers turned into files: only good pictures, and names that cannot leave the folder.
+#include "pictures.h"
+
+#include <gtest/gtest.h>
+
+#include <QBuffer>
+
+using namespace Console;
+
+namespace {
+CITP::Msg_MSEX_ETHN answer(const QString& format, int width, int height, const QByteArray& bytes)
+{
+    CITP::Msg_MSEX_ETHN message;
+    message.ThumbnailFormat = format;
+    message.ThumbnailWidth = static_cast<unsigned short>(width);
+    message.ThumbnailHeight = static_cast<unsigned short>(height);
+    message.ThumbnailBuffer = bytes;
+    return message;
+}
+
+QByteArray encoded(const QImage& image, const char* format)
+{
+    QBuffer buffer;
+    buffer.open(QIODevice::WriteOnly);
+    EXPECT_TRUE(image.save(&buffer, format));
+    return buffer.data();
+}
+
+QImage twoByTwo()
+{
+    QImage image(2, 2, QImage::Format_RGB888);
+    image.setPixel(0, 0, qRgb(255, 0, 0));
+    image.setPixel(1, 0, qRgb(0, 255, 0));
+    image.setPixel(0, 1, qRgb(0, 0, 255));
+    image.setPixel(1, 1, qRgb(1, 2, 3));
+    return image;
+}
+
+std::string part(const QString& name)
+{
+    return fileNamePart(name).toStdString();
+}
+} // namespace
+
+TEST(Pictures, Rgb8BecomesPngWithTheSamePixels)
+{
+    const Picture picture = toPicture(answer("RGB8", 2, 2, QByteArray::fromHex("ff000000ff000000ff010203")));
+    EXPECT_EQ(picture.problem.toStdString(), "");
+    EXPECT_EQ(picture.extension.toStdString(), "png");
+    EXPECT_EQ(picture.size, QSize(2, 2));
+    EXPECT_EQ(QImage::fromData(picture.file, "png").convertToFormat(QImage::Format_RGB888), twoByTwo());
+}
+
+TEST(Pictures, Rgb8OfTheWrongLengthIsRefused)
+{
+    EXPECT_EQ(toPicture(answer("RGB8", 2, 2, QByteArray(11, 'x'))).problem.toStdString(),
+              "11 bytes are no RGB8 picture of 2x2");
+    EXPECT_FALSE(toPicture(answer("RGB8", 2, 2, QByteArray(13, 'x'))).problem.isEmpty());
+    EXPECT_FALSE(toPicture(answer("RGB8", 0, 2, QByteArray(3, 'x'))).problem.isEmpty());
+    EXPECT_FALSE(toPicture(answer("RGB8", 65535, 65535, QByteArray(3, 'x'))).problem.isEmpty());
+}
+
+TEST(Pictures, EncodedOnesAreKeptAsTheyCame)
+{
+    const QByteArray png = encoded(twoByTwo(), "png");
+    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, png)).file, png);
+    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, png)).extension.toStdString(), "png");
+    const QByteArray jpeg = encoded(twoByTwo(), "jpeg");
+    EXPECT_EQ(toPicture(answer("JPEG", 2, 2, jpeg)).file, jpeg);
+    EXPECT_EQ(toPicture(answer("JPEG", 2, 2, jpeg)).extension.toStdString(), "jpg");
+}
+
+TEST(Pictures, WhatIsNoPictureIsRefused)
+{
+    EXPECT_EQ(toPicture(answer("JPEG", 2, 2, {})).problem.toStdString(), "empty or damaged answer");
+    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, "nonsense")).problem.toStdString(), "8 bytes are no PNG picture");
+    EXPECT_FALSE(toPicture(answer("JPEG", 2, 2, encoded(twoByTwo(), "png"))).problem.isEmpty());
+    EXPECT_EQ(toPicture(answer("TIFF", 2, 2, "x")).problem.toStdString(), "unknown format 'TIFF'");
+}
+
+TEST(Pictures, APictureTooBigForMemoryIsRefusedUnread)
+{
+    // Width and height of the header chunk made 30000 each, its checksum to match.
+    QByteArray png = encoded(twoByTwo(), "png");
+    png.replace(16, 8, QByteArray::fromHex("0000753000007530"));
+    png.replace(29, 4, QByteArray::fromHex("00000000"));
+    EXPECT_FALSE(toPicture(answer("PNG ", 2, 2, png)).problem.isEmpty());
+    const QByteArray wide = encoded(QImage(5000, 1, QImage::Format_RGB888), "png");
+    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, wide)).problem.toStdString(), "5000x1 is no size for a thumbnail");
+}
+
+TEST(FileNames, KeepLettersAndReplaceWhatCouldDoHarm)
+{
+    EXPECT_EQ(part("Frame 01"), "Frame_01");
+    EXPECT_EQ(part(QString::fromUtf8("Bühne 舞台")), "Bühne_舞台");
+    EXPECT_EQ(part("../../etc/passwd"), ".._.._etc_passwd");
+    EXPECT_EQ(part("a\\b:c*d?e\"f<g>h|i"), "a_b_c_d_e_f_g_h_i");
+    EXPECT_EQ(part(QString("x\x1b[2J\n") + QChar(0x202e) + QChar(0) + "y"), "x__2J___y");
+    EXPECT_EQ(part(QString(QChar(0xd800)) + "x"), "_x");
+    EXPECT_EQ(part(""), "");
+}
+
+TEST(FileNames, AreBounded)
+{
+    EXPECT_EQ(fileNamePart(QString(500, 'a')).size(), 80);
+    EXPECT_LE(fileNamePart(QString(500, QChar(0x821e))).toUtf8().size(), 80);
+}
+
+TEST(FileNames, TellElementsApartWhateverTheirNames)
+{
+    EXPECT_EQ(fileName("1,2,0,0", 7, "a/b", "jpg").toStdString(), "1.2.0.0-007-a_b.jpg");
+    EXPECT_EQ(fileName("1,2,0,0", 8, "a\\b", "jpg").toStdString(), "1.2.0.0-008-a_b.jpg");
+    EXPECT_EQ(fileName("3", 255, "", "png").toStdString(), "3-255.png");
+}

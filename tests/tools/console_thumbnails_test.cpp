@@ -1,0 +1,271 @@
+// citp-console thumbnails beside the simulated media server: a folder of pictures served, fetched and compared, and
+// every fault of the server.
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+#include "console_fixture.h"
+
+namespace {
+const QString key = "127.0.0.2:4811";
+
+Outcome fetch(const QString& folder, const QStringList& arguments)
+{
+    return runConsole(QStringList{"thumbnails", key, "--adapter", "lo", "--to", folder} + arguments);
+}
+
+// Fits the size that is asked for exactly, so that the server does not scale it. Smooth, so that JPEG keeps it well.
+QImage smoothPicture(int width, int height, int phase)
+{
+    QImage image(width, height, QImage::Format_RGB888);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x)
+            image.setPixel(x, y, qRgb(x * 255 / width, y * 255 / height, (x + y + 40 * phase) * 255 / (3 * width)));
+    }
+    return image;
+}
+
+// A tree of pictures, by the path below the folder; names that try to get out of the folder among them.
+QMap<QString, QImage> writePictures(const QString& folder)
+{
+    const QMap<QString, QImage> pictures{{"Sky.png", smoothPicture(160, 120, 0)},
+                                         {QString("a\x1b[2J\\..\\b\n;$(x).png"), smoothPicture(160, 90, 1)},
+                                         {"First/Wide.png", smoothPicture(160, 80, 2)},
+                                         {"First/Tall.png", smoothPicture(90, 120, 0)},
+                                         {"First/Deep/Sea.png", smoothPicture(160, 120, 1)}};
+    QDir(folder).mkpath("First/Deep");
+    for (auto picture = pictures.begin(); picture != pictures.end(); ++picture)
+        EXPECT_TRUE(picture.value().save(folder + '/' + picture.key(), "png"));
+    return pictures;
+}
+
+double meanDifference(const QImage& one, const QImage& other)
+{
+    if (one.size() != other.size())
+        return 255;
+    qint64 sum = 0;
+    for (int y = 0; y < one.height(); ++y) {
+        for (int x = 0; x < one.width(); ++x) {
+            const QRgb a = one.pixel(x, y);
+            const QRgb b = other.pixel(x, y);
+            sum += qAbs(qRed(a) - qRed(b)) + qAbs(qGreen(a) - qGreen(b)) + qAbs(qBlue(a) - qBlue(b));
+        }
+    }
+    return static_cast<double>(sum) / (3.0 * one.width() * one.height());
+}
+
+// Every file that is there is a whole picture.
+void expectGoodFiles(const QString& folder)
+{
+    const QDir dir(folder);
+    const QStringList names = dir.entryList(QDir::Files | QDir::Hidden);
+    for (const QString& name : names)
+        EXPECT_FALSE(QImage(dir.filePath(name)).isNull()) << name.toStdString();
+}
+
+int pictureCount(const QString& folder)
+{
+    return static_cast<int>(QDir(folder).entryList({"*-*-*.*"}, QDir::Files).filter(QRegularExpression("^\\d")).size());
+}
+
+struct Fetching
+{
+    const char* format;
+    const char* msex;
+};
+
+// Names the case in the test's name; the default would be its bytes, addresses among them.
+void PrintTo(const Fetching& fetching, std::ostream* out)
+{
+    *out << fetching.format << " at MSEX " << fetching.msex;
+}
+
+class ThumbnailFormats : public ::testing::TestWithParam<Fetching>
+{
+};
+} // namespace
+
+TEST_P(ThumbnailFormats, ArriveAsTheyWereServed)
+{
+    const QTemporaryDir media;
+    const QTemporaryDir target;
+    const QMap<QString, QImage> pictures = writePictures(media.path());
+    const Server server({"--media", media.path(), "--msex", GetParam().msex});
+    const Outcome outcome = fetch(target.path(), {"--json", "--format", GetParam().format, "--size", "160x120"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+
+    const bool isFlat = qstrcmp(GetParam().msex, "1.0") == 0;
+    const bool isLossy = qstrcmp(GetParam().format, "jpeg") == 0;
+    int compared = 0;
+    for (const QJsonObject& object : jsonLines(outcome.output)) {
+        const QString file = object.value("file").toString();
+        if (file.isEmpty())
+            continue;
+        EXPECT_EQ(QFileInfo(file).absolutePath(), QFileInfo(target.path()).absoluteFilePath());
+        EXPECT_TRUE(QRegularExpression("^[A-Za-z0-9._,()+-]+$").match(QFileInfo(file).fileName()).hasMatch())
+            << file.toStdString();
+        EXPECT_EQ(QFileInfo(file).suffix().toStdString(), isLossy ? "jpg" : "png");
+        QImage served;
+        for (auto picture = pictures.begin(); picture != pictures.end(); ++picture) {
+            if (picture.key().section('/', -1) == object.value("name").toString())
+                served = picture.value();
+        }
+        const QImage fetched = QImage(file).convertToFormat(QImage::Format_RGB888);
+        EXPECT_EQ(fetched.size(), served.size()) << file.toStdString();
+        EXPECT_LT(meanDifference(fetched, served), isLossy ? 4.0 : 1e-9) << file.toStdString();
+        ++compared;
+    }
+    EXPECT_EQ(compared, isFlat ? 4 : 5);
+    EXPECT_EQ(pictureCount(target.path()), compared);
+    EXPECT_FALSE(QImage(target.filePath("contact-sheet.png")).isNull());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryFormatAndVersion, ThumbnailFormats,
+    ::testing::Values(Fetching{"jpeg", "1.0"}, Fetching{"jpeg", "1.1"}, Fetching{"jpeg", "1.2"}, Fetching{"png", "1.0"},
+                      Fetching{"png", "1.1"}, Fetching{"png", "1.2"}, Fetching{"rgb8", "1.0"}, Fetching{"rgb8", "1.1"},
+                      Fetching{"rgb8", "1.2"}),
+    [](const auto& test) {
+        return QString("%1Msex%2").arg(test.param.format, test.param.msex).remove('.').toStdString();
+    });
+
+TEST(ConsoleThumbnails, FetchesOneLibraryAlone)
+{
+    const QTemporaryDir target;
+    const Server server;
+    const Outcome outcome = fetch(target.path(), {"1,2,0,0"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(QDir(target.path()).entryList(QDir::Files).join(' ').toStdString(),
+              "1.2.0.0-000-Colour_bars.jpg 1.2.0.0-001-Grid.jpg 1.2.0.0-002-Checkerboard.jpg 1.2.0.0-003-Rings.jpg "
+              "contact-sheet.png");
+    EXPECT_TRUE(outcome.output.contains("4 of 4 thumbnails written to")) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("4 of 4 thumbnails, ")) << outcome.errors.toStdString();
+}
+
+TEST(ConsoleThumbnails, MakesTheFolderAndAsksForTheSize)
+{
+    const QTemporaryDir target;
+    const Server server;
+    const QString folder = target.filePath("new/deep");
+    EXPECT_EQ(fetch(folder, {"1", "--size", "64x64", "--format", "png"}).status, 0);
+    EXPECT_EQ(QImage(folder + "/1.1.0.0-002-Red.png").size(), QSize(64, 48));
+}
+
+TEST(ConsoleThumbnails, SaysThatTheFolderCannotBe)
+{
+    QTemporaryDir target;
+    QFile file(target.filePath("taken"));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    const Outcome outcome = fetch(file.fileName(), {});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.errors.contains("could not make the folder")) << outcome.errors.toStdString();
+}
+
+TEST(ConsoleThumbnails, ListsFailedOnesAndWritesNoFilesForThem)
+{
+    const QTemporaryDir target;
+    const Server server({"--fault", "oversize"});
+    const Outcome outcome = fetch(target.path(), {"2"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.output.contains("0 of 4 thumbnails written")) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.output.contains("4 missing:\n"));
+    EXPECT_TRUE(outcome.output.contains("library 1,2,0,0, element 3 \"Rings\": empty or damaged answer"));
+    EXPECT_EQ(QDir(target.path()).entryList(QDir::Files).join(' ').toStdString(), "contact-sheet.png");
+}
+
+TEST(ConsoleThumbnails, GivesUpOnAServerThatNeverSendsOne)
+{
+    const QTemporaryDir target;
+    QDir().mkpath(target.filePath("media/Broken"));
+    // Its header promises a picture, so it is listed; its body is not there, so there is no thumbnail to send.
+    const QString path = target.filePath("media/Broken/cut.png");
+    ASSERT_TRUE(smoothPicture(160, 120, 0).save(path, "png"));
+    ASSERT_TRUE(QFile(path).resize(200));
+    const Server server({"--media", target.filePath("media")});
+    const Outcome outcome = fetch(target.filePath("out"), {"--timeout", "1"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.errors.contains("does not answer: no usable thumbnail for 1 s"))
+        << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.output.contains("\"cut.png\": no answer")) << outcome.output.toStdString();
+}
+
+TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheServerGoesDown)
+{
+    const QTemporaryDir target;
+    Console console({"thumbnails", key, "--adapter", "lo", "--to", target.path()});
+    {
+        const Server server({"--fault", "delay", "--fault-delay", "150"});
+        for (int i = 0; i < Patience / 20 && pictureCount(target.path()) == 0; ++i)
+            console.waitForEnd(20);
+    }
+    EXPECT_EQ(console.waitForEnd(), 1);
+    EXPECT_TRUE(console.errors().contains("went down")) << console.errors().toStdString();
+    EXPECT_TRUE(console.output().contains("missing:"));
+    EXPECT_GT(pictureCount(target.path()), 0);
+    EXPECT_LT(pictureCount(target.path()), 40);
+    expectGoodFiles(target.path());
+    EXPECT_TRUE(QFile::exists(target.filePath("contact-sheet.png")));
+}
+
+TEST(ConsoleThumbnails, StopsOnCtrlC)
+{
+    const QTemporaryDir target;
+    const Server server({"--fault", "delay", "--fault-delay", "150"});
+    Console console({"thumbnails", key, "--adapter", "lo", "--to", target.path()});
+    for (int i = 0; i < Patience / 20 && pictureCount(target.path()) == 0; ++i)
+        console.waitForEnd(20);
+    console.interrupt();
+    EXPECT_EQ(console.waitForEnd(), 1);
+    EXPECT_TRUE(console.errors().contains("citp-console: interrupted")) << console.errors().toStdString();
+    EXPECT_LT(pictureCount(target.path()), 40);
+    expectGoodFiles(target.path());
+}
+
+namespace {
+struct FaultCase
+{
+    const char* fault;
+    int status;
+    int pictures;       ///< of 40; -1 for some or none
+    const char* saying; ///< in the output or the errors
+};
+
+void PrintTo(const FaultCase& faultCase, std::ostream* out)
+{
+    *out << faultCase.fault;
+}
+
+class ConsoleUnderFault : public ::testing::TestWithParam<FaultCase>
+{
+};
+} // namespace
+
+TEST_P(ConsoleUnderFault, StaysAliveAndSaysWhatHappened)
+{
+    const QTemporaryDir target;
+    const Server server({"--fault", GetParam().fault, "--fault-delay", "20"});
+    const Outcome outcome = fetch(target.path(), {"--timeout", "2"});
+    EXPECT_EQ(outcome.status, GetParam().status) << outcome.errors.toStdString();
+    EXPECT_TRUE((outcome.output + outcome.errors).contains(GetParam().saying))
+        << outcome.output.toStdString() << outcome.errors.toStdString();
+    if (GetParam().pictures >= 0) {
+        EXPECT_EQ(pictureCount(target.path()), GetParam().pictures);
+    }
+    expectGoodFiles(target.path());
+}
+
+INSTANTIATE_TEST_SUITE_P(EachFault, ConsoleUnderFault,
+                         ::testing::Values(FaultCase{"delay", 0, 40, "40 of 40 thumbnails written"},
+                                           FaultCase{"silence", 1, 0, "did not send its libraries within 2 s"},
+                                           FaultCase{"split", 0, 40, "40 of 40 thumbnails written"},
+                                           FaultCase{"merge", 0, 40, "40 of 40 thumbnails written"},
+                                           FaultCase{"truncate", 1, -1, "citp-console: "},
+                                           FaultCase{"oversize", 1, 0, "40 missing:"},
+                                           FaultCase{"version", 1, 0, "which is not known here"},
+                                           FaultCase{"garbage", 0, 40, "40 of 40 thumbnails written"},
+                                           FaultCase{"noise", 1, 0, "did not send its libraries within 2 s"},
+                                           FaultCase{"reset", 1, 0, "went down"},
+                                           FaultCase{"storm", 0, 40, "40 of 40 thumbnails written"}),
+                         [](const auto& test) { return std::string(test.param.fault); });
