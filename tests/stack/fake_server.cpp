@@ -55,7 +55,11 @@ void setOption(int descriptor, int level, int option, int value)
 bool waitUntilReady(int descriptor, short events, int milliseconds)
 {
     pollfd entry = {descriptor, events, 0};
-    return poll(&entry, 1, milliseconds) == 1;
+    int ready = -1;
+    do {
+        ready = poll(&entry, 1, milliseconds);
+    } while (ready < 0 && errno == EINTR); // a fuzzer's alarm ticks meanwhile
+    return ready == 1;
 }
 
 std::mutex leftoversMutex;
