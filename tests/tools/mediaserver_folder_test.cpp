@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QImage>
 #include <QTemporaryDir>
+#include <cstdio>
 #include <memory>
 
 #include "mediaserver_fixture.h"
@@ -54,12 +55,16 @@ struct Tree
 
     QString path(const QString& name) const { return dir.filePath("shown/" + name); }
 
+    // In one step, so that no scan meets half a picture.
     void save(const QString& name, int width, int height) const
     {
-        EXPECT_TRUE(makeImage(width, height).save(path(name), nullptr, 95)) << name.toStdString();
-        QFile file(path(name));
+        const QString made = dir.filePath("made." + name.section('.', -1));
+        EXPECT_TRUE(makeImage(width, height).save(made, nullptr, 95)) << name.toStdString();
+        QFile file(made);
         EXPECT_TRUE(file.open(QIODevice::ReadWrite));
         EXPECT_TRUE(file.setFileTime(QDateTime::fromString(Day, Qt::ISODate), QFileDevice::FileModificationTime));
+        file.close();
+        EXPECT_EQ(std::rename(QFile::encodeName(made).constData(), QFile::encodeName(path(name)).constData()), 0);
     }
 
     QTemporaryDir dir;
@@ -158,16 +163,16 @@ TEST(MediaserverFolder, ServesPicturesTrueToThePixelAtTheirOwnSize)
     EXPECT_LT(distance / (40 * 30 * 3), 16);
 }
 
-TEST(MediaserverFolder, ShowsWhatIsTransparentAsBlack)
+TEST(MediaserverFolder, ShowsWhatIsTransparentOnBlack)
 {
     const QTemporaryDir dir;
     QImage image(2, 1, QImage::Format_ARGB32);
-    image.setPixel(0, 0, qRgba(255, 0, 255, 0));
+    image.setPixel(0, 0, qRgba(200, 100, 50, 51));
     image.setPixel(1, 0, qRgba(10, 20, 30, 255));
     ASSERT_TRUE(image.save(dir.filePath("clear.png")));
     Served served(dir.path());
     const QByteArray answer = served.ask(hex("01 00 47455468 52474238 0200 0100 01 01 00 00"));
-    EXPECT_EQ(answer.mid(39).toHex().toStdString(), "0000000a141e");
+    EXPECT_EQ(answer.mid(39).toHex().toStdString(), "28140a0a141e");
 }
 
 TEST(MediaserverFolder, TellsOfAnAddedPicture)
@@ -230,6 +235,23 @@ TEST(MediaserverFolder, TellsOfANewFolderAndServesIt)
               hex("01 01 454C5570 01 00000000 04").toHex().toStdString());
     EXPECT_EQ(served.console->nextMessage("ELUp").mid(20).toHex().toStdString(),
               hex("01 01 454C5570 01 01030000 02").toHex().toStdString());
+}
+
+TEST(MediaserverFolder, ForgetsARemovedFolder)
+{
+    const Tree tree;
+    Served served(tree.path(""), {"--msex", "1.1"});
+    ASSERT_TRUE(QDir(tree.path("a")).removeRecursively());
+    // The root has lost library 1, which is told once the folder is quite gone.
+    QByteArray update;
+    do {
+        update = served.console->nextMessage("ELUp");
+    } while (!update.isEmpty() && update.mid(26) != hex("01 00000000 08"));
+    served.console->send(msex(hex("01 01 47454C49 01 00000000 00")));
+    EXPECT_EQ(served.console->nextMessage("ELIn").mid(20).toHex().toStdString(),
+              hex("01 01 454C496E 01 02 01000000 00 00 730068006F0077006E00 0000 00 01 01020000 02 02 6200 0000 00 00")
+                  .toHex()
+                  .toStdString());
 }
 
 TEST(MediaserverFolder, TellsNothingToAConsoleThatHasNotGreeted)

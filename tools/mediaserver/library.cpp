@@ -58,7 +58,9 @@ quint32 parentId(quint32 id)
 quint8 numberOf(quint32 id)
 {
     const quint32 level = id & 0xFF;
-    return level == 0 || level > MaximumLevel ? 0 : static_cast<quint8>((id >> (8 * level)) & 0xFF);
+    if (level == 0 || level > MaximumLevel)
+        return 0;
+    return static_cast<quint8>((id >> (8 * level)) & 0xFF);
 }
 
 QString idText(quint32 id)

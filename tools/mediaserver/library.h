@@ -69,16 +69,16 @@ struct LibraryUpdate
 {
     quint8 type = 0;
     quint32 id = 0;
-    quint8 flags = 0; ///< see UpdateFlag
+    quint32 flags = 0; ///< see UpdateFlag
     std::bitset<256> elements;
     std::bitset<256> libraries;
 };
 
 namespace UpdateFlag {
-constexpr quint8 ElementsUpdated = 0x01;
-constexpr quint8 ElementsAddedOrRemoved = 0x02;
-constexpr quint8 LibrariesUpdated = 0x04;
-constexpr quint8 LibrariesAddedOrRemoved = 0x08;
+constexpr quint32 ElementsUpdated = 0x01;
+constexpr quint32 ElementsAddedOrRemoved = 0x02;
+constexpr quint32 LibrariesUpdated = 0x04;
+constexpr quint32 LibrariesAddedOrRemoved = 0x08;
 } // namespace UpdateFlag
 
 std::vector<LibraryUpdate> differences(const Libraries& before, const Libraries& after);
