@@ -126,7 +126,7 @@ private:
         return true;
     }
 
-    // One line, cut with an ellipsis where it does not fit.
+    // One line. Where it does not fit its middle goes: names of clips differ at their ends.
     void write(const QRect& box, const QString& text, const QColor& ink, int pixels, bool isBold)
     {
         QFont font("sans-serif");
@@ -134,7 +134,7 @@ private:
         font.setBold(isBold);
         m_painter.setFont(font);
         m_painter.setPen(ink);
-        const QString line = QFontMetrics(font).elidedText(text, Qt::ElideRight, box.width());
+        const QString line = QFontMetrics(font).elidedText(text, Qt::ElideMiddle, box.width());
         m_painter.drawText(box, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine, line);
     }
 

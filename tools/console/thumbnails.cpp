@@ -181,7 +181,9 @@ std::vector<Thumbnail> listWanted(Session& session, const Options& options)
 QStringList drawSheets(const Session& session, const Options& options, const std::vector<Thumbnail>& thumbnails)
 {
     std::vector<SheetCell> cells;
+    int written = 0;
     for (const Thumbnail& thumbnail : thumbnails) {
+        written += thumbnail.problem.isEmpty() ? 1 : 0;
         SheetCell cell;
         cell.section = harmless(QString("Library %1   %2").arg(thumbnail.libraryId, thumbnail.libraryName));
         cell.label = harmless(QString("%1  %2").arg(thumbnail.element.number).arg(thumbnail.element.name));
@@ -192,7 +194,9 @@ QStringList drawSheets(const Session& session, const Options& options, const std
         cell.file = thumbnail.file;
         cells.push_back(cell);
     }
-    return writeContactSheets(options.to, toText(session.server()), cells);
+    const QString title =
+        QString("%1  %2 of %3 thumbnails").arg(toText(session.server())).arg(written).arg(thumbnails.size());
+    return writeContactSheets(options.to, title, cells);
 }
 
 void printAsJson(const Session& session, const Thumbnail& thumbnail)
