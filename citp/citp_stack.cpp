@@ -18,6 +18,7 @@
 #include <QMetaType>
 #include <QNetworkProxy>
 #include <QRecursiveMutex>
+#include <QSignalBlocker>
 #include <QTcpSocket>
 #include <QTimer>
 #include <QUdpSocket>
@@ -174,7 +175,8 @@ citp_stack::ServerInfo::ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSo
       m_ploc(ploc),
       m_noDelay(false),
       m_inProgress(false),
-      m_leaving(false)
+      m_leaving(false),
+      m_reading(false)
 {
 }
 
@@ -519,37 +521,64 @@ void citp_stack::rxconnected()
     sendMsg(key, Msg_FPTC_SPTC(static_cast<const std::vector<unsigned short>*>(nullptr)));
 }
 
-/// Cuts the stream into messages. The size field alone decides, with no lower bound: what does not begin a message is
-/// passed on and dropped by processMsgIn(), and a size of 0 is peeked at for ever. Media servers rely on nothing of
-/// this, but the console's behaviour towards broken ones is settled and stays.
 void citp_stack::rxreadyread()
 {
     QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
-    const SERV_ID key = buildServerKey(socket);
+    readMessages(socket, buildServerKey(socket));
+}
+
+/// Cuts the stream into messages. The size field alone decides, with no lower bound: what does not begin a message is
+/// passed on and dropped by processMsgIn(), and a size of 0 is peeked at for ever. Media servers rely on nothing of
+/// this, but the console's behaviour towards broken ones is settled and stays.
+void citp_stack::readMessages(QTcpSocket* socket, const SERV_ID& key)
+{
+    // Asked again after every message: it may have led to the end of this server, and its key may even be another
+    // connection's by now.
+    const auto server = [this, socket, &key]() -> ServerInfo* {
+        ServerInfo* const info = findServer(key);
+        return info && info->m_socket == socket && !info->m_leaving ? info : nullptr;
+    };
+    ServerInfo* info = server();
+    if (!info || info->m_reading) {
+        return; // a reader further down the stack takes what there is, in order
+    }
+    info->m_reading = true;
     while (socket->bytesAvailable() >= HeaderSize && !m_thread->isRestWanted()) {
-        // The last message may have led to the end of this server; its key may even be another connection's by now.
-        const ServerInfo* const info = findServer(key);
-        if (!info || info->m_socket != socket || info->m_leaving) {
-            return;
-        }
         const quint32 size = static_cast<quint32>(Msg_Header::messageSize(socket->peek(HeaderSize)));
         if (socket->bytesAvailable() < static_cast<qint64>(size)) {
-            return;
+            break;
         }
         QByteArray message = socket->read(static_cast<qint64>(size));
         processMsgIn(message, key);
+        info = server();
+        if (!info) {
+            return;
+        }
     }
+    info->m_reading = false;
 }
 
 void citp_stack::rxdisconnected()
 {
-    STACK_LOG(stackLog(), Os::Log::Traffic, "disconnected");
-    removeServerOf(sender());
+    connectionClosed(sender());
 }
 
 void citp_stack::rxerror()
 {
-    const QAbstractSocket* const socket = static_cast<const QAbstractSocket*>(sender());
+    QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
+    connectionFailed(socket, buildServerKey(socket));
+}
+
+void citp_stack::connectionClosed(const QObject* socket)
+{
+    STACK_LOG(stackLog(), Os::Log::Traffic, "disconnected");
+    removeServerOf(socket);
+}
+
+/// Every error ends the connection; what had come before is delivered first.
+void citp_stack::connectionFailed(QTcpSocket* socket, const SERV_ID& key)
+{
+    readMessages(socket, key);
     STACK_LOG(stackLog(), Os::Log::Failure, view(socket->errorString().toUtf8()));
     removeServerOf(socket);
 }
@@ -808,7 +837,8 @@ void citp_stack::releaseNextRequest(const QString& source)
         QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
     }
 
-    // Runs rxPassDown() at once. In it the server may be removed, and its queue with it.
+    // Runs rxPassDown() at once. In it the server may be removed, and its queue with it. No other answer is dealt with
+    // meanwhile: this is called while messages of that server are read, and they are read by one reader at a time.
     Q_EMIT __passDown(source, next);
 
     const std::lock_guard<std::mutex> queueLock(m_queueMutex);
@@ -821,19 +851,33 @@ void citp_stack::releaseNextRequest(const QString& source)
 void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
 {
     STACK_LOG(trafficLog(), Os::Log::Traffic, "-> " << view(server.toLatin1()) << " " << view(hexDump(b).toLatin1()));
-    const StackLock lock(m_mutex);
-    const ServerInfo* info = findServer(server);
-    // Qt would keep what is written before the connection is open and send it ahead of the greeting.
-    if (!info || !info->m_socket || info->m_socket->state() != QAbstractSocket::ConnectedState) {
-        return;
+    QTcpSocket* socket = nullptr;
+    bool failed = false;
+    {
+        const StackLock lock(m_mutex);
+        const ServerInfo* const info = findServer(server);
+        // Qt would keep what is written before the connection is open and send it ahead of the greeting.
+        if (!info || !info->m_socket || info->m_socket->state() != QAbstractSocket::ConnectedState) {
+            return;
+        }
+        socket = info->m_socket;
+        socket->write(b.constData(), b.size());
+        if (info->IsNoDelayEnabled()) {
+            // The length serves as the time-out: a short request may not hold up the other servers for long. The wait
+            // also reads from the socket and notices its end. What it finds is dealt with below: here, with the lock
+            // held and a write half done, nobody may send, receive or remove anything.
+            const QSignalBlocker blocker(socket);
+            failed = !socket->waitForBytesWritten(static_cast<int>(b.size()));
+        }
     }
-    QTcpSocket* const socket = info->m_socket;
-    socket->write(b.constData(), b.size());
-    info = findServer(server);
-    if (info && info->m_socket == socket && info->IsNoDelayEnabled()) {
-        // The length serves as the time-out: a short request may not hold up the other servers for long. The wait also
-        // reads from the socket, and every error ends the connection, its own time-out included.
-        socket->waitForBytesWritten(static_cast<int>(b.size()));
+    if (failed) {
+        connectionFailed(socket, server);
+        if (socket->state() == QAbstractSocket::UnconnectedState) {
+            connectionClosed(socket);
+        }
+    } else if (socket->bytesAvailable() > 0) {
+        QMetaObject::invokeMethod(
+            socket, [this, socket, server] { readMessages(socket, server); }, Qt::QueuedConnection);
     }
 }
 

@@ -70,6 +70,7 @@ public:
         /// The record is on its way out: its serverDown() is being emitted. Nothing more is delivered for it, and
         /// whatever a receiver sets off meanwhile must not remove it a second time.
         bool m_leaving;
+        bool m_reading; ///< messages of this connection are being cut and dispatched
 
         /// Takes ownership of @p netSocket, which may be null; #m_socket stays null.
         ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSocket);
@@ -148,7 +149,8 @@ Q_SIGNALS:
     void layerStatus(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_LSTA&);
     /// One fixture of a server's patch. The library does not register this message with Qt's meta types, so that an
     /// application which does not care for patches is not sent every fixture of every server: a receiver in another
-    /// thread gets it only after `qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH")`.
+    /// thread gets it only after `qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH")`. To be called before
+    /// the connection is made: Qt remembers of a connection that it could not deliver.
     void patchMessage(const CITP::citp_stack::SERV_ID&, const CITP::Msg_FPTC_PTCH&);
     /// A server is connected and has told what it is.
     void serverUp(const CITP::citp_stack::SERV_ID&);
@@ -181,6 +183,9 @@ private:
     void handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc);
     void handleSINF(const QString& source, const Msg_MSEX_SINF& sinf);
     void releaseNextRequest(const QString& source);
+    void readMessages(QTcpSocket* socket, const SERV_ID& key);
+    void connectionClosed(const QObject* socket);
+    void connectionFailed(QTcpSocket* socket, const SERV_ID& key);
     void removeTCP(int descriptor);
     void removeServerOf(const QObject* socket);
     void removeServer(const SERV_ID& key);
