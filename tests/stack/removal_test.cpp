@@ -318,9 +318,11 @@ TEST_F(RemovalTest, APacedServerThatIsGoneWhenAReceiverSendsIsRemovedInsideTheEm
     EXPECT_TRUE(stack->sendMsg(server.key(), geli()));
     connection.receive();
     recorder->clear();
+    std::promise<void> sent; // from then on the connection is the receiver's
     m_receiver = QObject::connect(
         stack, &citp_stack::libraryInfo, stack,
         [&](const QString& key, const CITP::Msg_MSEX_ELIN&) {
+            sent.get_future().wait();
             connection.reset();
             // The first write may still go out; then the reset is there.
             for (int count = 0; count < 3; ++count) {
@@ -331,7 +333,8 @@ TEST_F(RemovalTest, APacedServerThatIsGoneWhenAReceiverSendsIsRemovedInsideTheEm
     log.allowFailureLines(RemoteClosed);
     log.allowFailureLines("Unable to write");
     log.allowFailureLines("sendMsg failed: server not found");
-    connection.sendSegment(Wire::elin(1) + Wire::elin(2) + Wire::lsta(3));
+    connection.send(Wire::elin(1) + Wire::elin(2) + Wire::lsta(3));
+    sent.set_value();
     ASSERT_TRUE(waitForEvent(down(server)));
     tick();
     QObject::disconnect(m_receiver);
