@@ -106,7 +106,9 @@ public:
     {
         QElapsedTimer running;
         running.start();
-        const auto isOver = [&] { return m_options.seconds > 0 && running.elapsed() >= m_options.seconds * 1000; };
+        const auto isOver = [&] {
+            return m_options.seconds > 0 && running.elapsed() >= m_options.seconds * qint64(1000);
+        };
         while (!isOver()) {
             const int count = m_count;
             m_session.await(

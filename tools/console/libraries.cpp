@@ -38,7 +38,7 @@ int listLibraries(const Options& options)
         const auto& info = library.info;
         table.add({info.LIBID, QString("%1-%2").arg(info.DMXRangeMin).arg(info.DMXRangeMax),
                    QString::number(info.ElementCount), QString::number(info.SubLibraryCount),
-                   QString::number(info.SerialNumber), QString(2 * library.depth, ' ') + info.Name});
+                   QString::number(info.SerialNumber), QString("  ").repeated(library.depth) + info.Name});
     }
     for (const QString& line : table.lines())
         printLine(line);

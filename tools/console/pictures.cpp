@@ -25,7 +25,8 @@ Picture fromRgb8(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
     if (bytes == 0 || answer.ThumbnailBuffer.size() != bytes)
         return unusable(
             QString("%1 bytes are no RGB8 picture of %2x%3").arg(answer.ThumbnailBuffer.size()).arg(width).arg(height));
-    const QImage image(reinterpret_cast<const uchar*>(answer.ThumbnailBuffer.constData()), width, height, width * 3,
+    const int rowBytes = width * 3;
+    const QImage image(reinterpret_cast<const uchar*>(answer.ThumbnailBuffer.constData()), width, height, rowBytes,
                        QImage::Format_RGB888);
     QBuffer buffer;
     buffer.open(QIODevice::WriteOnly);
