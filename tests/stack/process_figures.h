@@ -1,0 +1,12 @@
+// What this process holds of the machine: memory, descriptors, threads.
+#pragma once
+
+struct ProcessFigures
+{
+    long residentKiB = 0; ///< memory in RAM, after freed memory has been handed back to the system
+    long heapKiB = 0;     ///< memory that the heap has given out and not got back
+    int descriptors = 0;
+    int threads = 0;
+
+    static ProcessFigures now();
+};
