@@ -44,8 +44,8 @@ class StackHarness
 {
 public:
     /// The process's harness; the first call switches the stack on. Never destroyed.
-    /// Ends the process with status 125, "skipped", where there is no network namespace: what is announced may name any
-    /// host, and the stack would look for it.
+    /// Ends the process with status 125, "skipped", where there is no network namespace: the stack takes the discovery
+    /// port, and what an input announces is connected to.
     static StackHarness& get();
 
     CITP::citp_stack* stack() const { return m_stack; }

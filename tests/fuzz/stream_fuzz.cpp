@@ -30,7 +30,7 @@ struct Outcome
 {
     bool endless = false;  ///< a size of 0: the stack looks at it for ever, as it is meant to
     int releases = 0;      ///< messages that let a waiting request go
-    int announcements = 0; ///< of servers; each may have the stack look for a host
+    int announcements = 0; ///< each may have the stack try a host in vain
     fuzz::Complaints complaints;
     std::vector<std::string> events;
 
@@ -121,7 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const QByteArray introduction = options & SlowServer ? Wire::sinf("coolux") : QByteArray();
     const Outcome outcome = simulate(introduction + stream);
-    // A few lookups of hosts that are not there are enough, and slow.
+    // A few hosts that are not there are enough, and slow.
     if (outcome.endless || outcome.announcements > 2)
         return 0;
 
