@@ -55,8 +55,10 @@ public:
     }
     std::uint32_t u32()
     {
-        const std::uint32_t low = u8() | u8() << 8;
-        return low | u8() << 16 | static_cast<std::uint32_t>(u8()) << 24;
+        std::uint32_t value = 0;
+        for (int shift = 0; shift < 32; shift += 8)
+            value |= static_cast<std::uint32_t>(u8()) << shift;
+        return value;
     }
     QByteArray bytes(std::size_t count)
     {
