@@ -9,6 +9,9 @@
 
 Child::Child(const QString& program, const QStringList& arguments)
 {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("LSAN_OPTIONS", "print_suppressions=0:suppressions=" LEAKS_FILE);
+    m_process.setProcessEnvironment(environment);
     m_process.start(program, arguments);
     EXPECT_TRUE(m_process.waitForStarted(Patience)) << m_process.errorString().toStdString();
 }
