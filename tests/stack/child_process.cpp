@@ -63,7 +63,12 @@ bool ChildProcess::isRunning()
 
 void ChildProcess::kill()
 {
-    ::kill(m_id, SIGKILL);
+    signal(SIGKILL);
+}
+
+void ChildProcess::signal(int number)
+{
+    ::kill(m_id, number);
 }
 
 std::string ChildProcess::waitForEnd(int milliseconds)

@@ -20,6 +20,7 @@ public:
     char readCharacter();
     bool isRunning();
     void kill();
+    void signal(int number);
     /// How the child ended: "exit 0", "signal 11", or "still running" if it has not after @p milliseconds.
     std::string waitForEnd(int milliseconds);
 

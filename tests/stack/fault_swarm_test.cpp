@@ -1,0 +1,173 @@
+// Five hundred servers that appear at once, stream, and disappear at once, again and again.
+#include "child_process.h"
+#include "process_figures.h"
+#include "stack_fixture.h"
+
+#include <citp/citp_msg_msex_lsta.h>
+
+#include <QElapsedTimer>
+#include <QTest>
+
+#include <sys/resource.h>
+
+#include <atomic>
+#include <cstdio>
+#include <map>
+#include <memory>
+
+namespace {
+constexpr int Rounds = 10;
+constexpr int Servers = 500;
+constexpr int PerProgram = 100;
+constexpr int Streamed = 4 * Servers; // layer states of a round, at least
+/// What the first round may leave behind is what is kept for the next one; the later rounds may add no more than this,
+/// all together. A record that stayed would alone be more than a megabyte in a round.
+constexpr long AddedBound = 1024; // KiB
+
+/// Twice as many descriptors as servers, and more than a process is allowed at first.
+void raiseDescriptorLimit()
+{
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+/// Ups and downs of each server, counted where they happen.
+class Attendance
+{
+public:
+    explicit Attendance(CITP::citp_stack* stack)
+    {
+        using CITP::citp_stack;
+        const auto count = [this](int step) {
+            return [this, step](const QString& key) {
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                int& presence = m_presence[key];
+                presence += step;
+                m_doubled += presence < 0 || presence > 1 ? 1 : 0;
+                (step > 0 ? m_ups : m_downs) += 1;
+            };
+        };
+        m_connections = {
+            QObject::connect(stack, &citp_stack::serverUp, stack, count(1), Qt::DirectConnection),
+            QObject::connect(stack, &citp_stack::serverDown, stack, count(-1), Qt::DirectConnection),
+            QObject::connect(
+                stack, &citp_stack::layerStatus, stack, [this] { ++m_layerStates; }, Qt::DirectConnection)};
+    }
+    Attendance(const Attendance&) = delete;
+    Attendance& operator=(const Attendance&) = delete;
+    ~Attendance()
+    {
+        for (const QMetaObject::Connection& connection : m_connections) {
+            QObject::disconnect(connection);
+        }
+    }
+
+    int ups() const { return m_ups; }
+    int downs() const { return m_downs; }
+    int doubled() const { return m_doubled; }
+    long layerStates() const { return m_layerStates; }
+    int known() const
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return static_cast<int>(m_presence.size());
+    }
+
+private:
+    mutable std::mutex m_mutex; // guards the map
+    std::map<QString, int> m_presence;
+    std::atomic<int> m_ups{0};
+    std::atomic<int> m_downs{0};
+    std::atomic<int> m_doubled{0};
+    std::atomic<long> m_layerStates{0};
+    std::vector<QMetaObject::Connection> m_connections;
+};
+} // namespace
+
+class SwarmTest : public StackTest
+{
+protected:
+    void startPrograms()
+    {
+        for (int program = 0; program < Servers / PerProgram; ++program) {
+            m_programs.push_back(std::make_unique<ChildProcess>(std::vector<std::string>{
+                MEDIASERVER, "--quiet", "--adapter", "lo", "--count", std::to_string(PerProgram), "--address",
+                "127.0." + std::to_string(program + 1) + ".1", "--interval", "500", "--layer-rate", "5"}));
+        }
+    }
+
+    void killPrograms()
+    {
+        for (const auto& program : m_programs) {
+            program->kill();
+        }
+        m_programs.clear();
+    }
+
+    ProcessFigures settledFigures()
+    {
+        // Twice, since what a slot leaves to be deleted is deleted behind what is already waiting.
+        runOnWorker([] {});
+        tick();
+        runOnWorker([] {});
+        log.clear();
+        allowEnds();
+        return ProcessFigures::now();
+    }
+
+    void allowEnds()
+    {
+        log.allowFailureLines("The remote host closed the connection");
+        log.allowFailureLines("Connection refused");
+    }
+
+    std::vector<std::unique_ptr<ChildProcess>> m_programs;
+};
+
+TEST_F(SwarmTest, FiveHundredServersComeAndGoTenTimesAndLeaveNothingBehind)
+{
+    if (!hasNamespace()) {
+        GTEST_SKIP() << "needs the ports of a namespace of its own";
+    }
+    raiseDescriptorLimit();
+    recorder.reset(); // would itself grow with every message
+    Attendance attendance(stack);
+    enable();
+    allowEnds();
+    ProcessFigures first;
+    std::printf("%5s %9s %11s %13s %10s %12s\n", "round", "up in ms", "down in ms", "resident KiB", "heap KiB",
+                "descriptors");
+    for (int round = 1; round <= Rounds; ++round) {
+        QElapsedTimer time;
+        time.start();
+        startPrograms();
+        ASSERT_TRUE(waitFor([&] { return attendance.ups() == round * Servers; }))
+            << attendance.ups() - attendance.downs() << " are up in round " << round;
+        const auto upAfter = time.elapsed();
+        const long before = attendance.layerStates();
+        ASSERT_TRUE(waitFor([&] { return attendance.layerStates() >= before + Streamed; }));
+        EXPECT_EQ(stack->getNumNotified(), Servers);
+        time.restart();
+        killPrograms();
+        ASSERT_TRUE(waitFor([&] { return attendance.downs() == round * Servers; }))
+            << attendance.ups() - attendance.downs() << " are up after round " << round;
+        const auto downAfter = time.elapsed();
+        EXPECT_EQ(stack->getNumNotified(), 0);
+        const ProcessFigures now = settledFigures();
+        std::printf("%5d %9lld %11lld %13ld %10ld %12d\n", round, static_cast<long long>(upAfter),
+                    static_cast<long long>(downAfter), now.residentKiB, now.heapKiB, now.descriptors);
+        std::fflush(stdout);
+        if (round == 1) {
+            first = now;
+        }
+        EXPECT_EQ(now.descriptors, first.descriptors);
+        EXPECT_EQ(now.threads, first.threads);
+        EXPECT_LE(now.heapKiB, first.heapKiB + AddedBound);
+        EXPECT_LE(now.residentKiB, first.residentKiB + AddedBound);
+    }
+    EXPECT_EQ(attendance.ups(), Rounds * Servers);
+    EXPECT_EQ(attendance.downs(), Rounds * Servers);
+    EXPECT_EQ(attendance.doubled(), 0);
+    EXPECT_EQ(attendance.known(), Servers);
+}
