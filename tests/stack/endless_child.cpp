@@ -1,5 +1,6 @@
 // A console application whose stack is kept busy for ever by a stream header with size 0. It prints one "X" once the
-// line about it has been logged a thousand times; with the argument "exit" it then ends by itself with status 7.
+// line about it has been logged a thousand times; with an argument it then ends by itself with status 7. The argument
+// "exit-at-rest" makes that 8 if the line is still being logged once the stack's life is over.
 #include <citp/citp_stack.h>
 #include <citp_system/artnet_adapter.h>
 #include <citp_system/os_log.h>
@@ -25,10 +26,27 @@ class Counter : public Os::Log::Sink
         }
     }
 };
+
+/// To be made before the stack, and so destroyed after it: then nothing may be at work there any more.
+class RestCheck
+{
+public:
+    ~RestCheck()
+    {
+        const int before = seen;
+        QThread::msleep(100); // a thread that does not rest logs thousands of lines meanwhile
+        if (seen != before) {
+            _exit(8);
+        }
+    }
+};
 } // namespace
 
 int main(int argc, char** argv)
 {
+    if (argc > 1 && std::strcmp(argv[1], "exit-at-rest") == 0) {
+        static const RestCheck check;
+    }
     static Counter* const counter = new Counter;
     Os::Log::SetSink(counter);
     ArtNet::Adapter::Choose("lo");

@@ -133,3 +133,11 @@ TEST(StackSizeZero, DoesNotKeepTheProcessFromExiting)
         ASSERT_EQ(child.waitForEnd(Patience), "exit 7") << "round " << round;
     }
 }
+
+TEST(StackSizeZero, DoesNotKeepTheThreadFromRestingAtExit)
+{
+    FakeServer server;
+    ChildProcess child({ENDLESS_CHILD, "exit-at-rest"});
+    expectEndlessLines(server, child);
+    EXPECT_EQ(child.waitForEnd(Patience), "exit 7");
+}

@@ -5,6 +5,8 @@
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_msg_msex_requests.h>
 
+#include <sys/resource.h>
+
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -339,6 +341,50 @@ TEST_F(RemovalTest, APacedServerThatIsGoneWhenAReceiverSendsIsRemovedInsideTheEm
     tick();
     QObject::disconnect(m_receiver);
     EXPECT_EQ(recorder->events(), (Texts{"libraryInfo " + server.key().toStdString() + " 1", down(server)}));
+}
+
+TEST_F(RemovalTest, AnEndedConnectionIsNotTakenForOneThatCouldGetNoDescriptor)
+{
+    if (!hasNamespace()) {
+        GTEST_SKIP() << "a key is looked up as a host name, which would leave this machine";
+    }
+    FakeServer server("127.0.0.2");
+    FakeServer ending("127.0.0.3");
+    Connection connection = admit(server);
+    Connection endingConnection = admitPaced(ending);
+    logEverything();
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    int ended = -1;
+    m_receiver = QObject::connect(
+        stack, &citp_stack::layerStatus, stack,
+        [&](const QString&, const CITP::Msg_MSEX_LSTA& status) {
+            if (status.Layers.front().LayerNumber == 1) {
+                const rlimit none = {0, limit.rlim_max};
+                setrlimit(RLIMIT_NOFILE, &none);
+                return;
+            }
+            setrlimit(RLIMIT_NOFILE, &limit);
+            // The server found in between waits for its host name, without a descriptor, and the loop does not turn.
+            endingConnection.reset();
+            for (int count = 0; count < 3; ++count) {
+                stack->sendMsg(ending.key(), geth());
+            }
+            ended = log.count("disconnected");
+        },
+        Qt::DirectConnection);
+    log.expectFailureLine("Host not found");
+    log.allowFailureLines(RemoteClosed);
+    log.allowFailureLines("Unable to write");
+    log.allowFailureLines("sendMsg failed: server not found");
+    connection.sendSegment(Wire::lsta(1) + Wire::ploc(4711) + Wire::lsta(2));
+    ASSERT_TRUE(waitForEvent(status(server, 2)));
+    QObject::disconnect(m_receiver);
+    EXPECT_EQ(ended, 1);
+    EXPECT_EQ(recorder->count(down(ending)), 1);
+    // Its attempt has gone on: the name has been looked up.
+    EXPECT_TRUE(waitForLine("Host not found"));
+    EXPECT_TRUE(isListed(server));
 }
 
 TEST_F(RemovalTest, AnUnpacedServerThatDoesNotReadHoldsUpNobody)
