@@ -440,8 +440,12 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
     }
     // Media servers are on the show network itself; a proxy of the application is for the world outside.
     socket->setProxy(QNetworkProxy::NoProxy);
-    socket->setSocketDescriptor(duplicateDescriptor(*info->m_netSocket), QAbstractSocket::UnconnectedState,
-                                QIODevice::ReadWrite);
+    // An announcement that came over a connection has a server key for a host, which Qt tries to look up as a name; for
+    // as long as that takes, the notifier of a descriptor handed over would fire without end. Qt then makes its own.
+    if (!QHostAddress(host).isNull()) {
+        socket->setSocketDescriptor(duplicateDescriptor(*info->m_netSocket), QAbstractSocket::UnconnectedState,
+                                    QIODevice::ReadWrite);
+    }
     if (!connect(socket, &QTcpSocket::connected, this, &citp_stack::rxconnected)) {
         STACK_FATAL("connect( pSERV->m_socket, SIGNAL( connected() ), this, SLOT( rxconnected()) )");
     }
