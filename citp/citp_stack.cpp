@@ -24,7 +24,10 @@
 #include <QUdpSocket>
 
 #include <fcntl.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <string_view>
 #include <thread>
@@ -43,9 +46,10 @@ constexpr unsigned short DiscoveryPort = 4809;
 constexpr const char* DiscoveryGroup = "224.0.0.180";
 constexpr int DiscoveryBuffer = 65536; // bytes
 constexpr int DiscoveryTtl = 38;       // nothing is ever sent to the group; the console's network set-up expects it
-constexpr int TickInterval = 2000;     // ms
-constexpr qint64 HeaderSize = 20;      // bytes of the CITP header
-constexpr int ExitPatience = 2000;     // ms; how long the end of the process waits for the worker and for callers
+constexpr int DatagramsAtOnce = 256;
+constexpr int TickInterval = 2000; // ms
+constexpr qint64 HeaderSize = 20;  // bytes of the CITP header
+constexpr int ExitPatience = 2000; // ms; how long the end of the process waits for the worker and for callers
 
 Os::Log::Context& stackLog()
 {
@@ -176,7 +180,8 @@ citp_stack::ServerInfo::ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSo
       m_noDelay(false),
       m_inProgress(false),
       m_leaving(false),
-      m_reading(false)
+      m_reading(false),
+      m_failed(false)
 {
 }
 
@@ -220,13 +225,16 @@ citp_stack::citp_stack()
       m_mutex(new QRecursiveMutex),
       m_enabled(true),
       m_resetPending(false),
-      m_thread(new WorkerThread)
+      m_thread(new WorkerThread),
+      m_process(::getpid())
 {
     // Statics die in the reverse order of their making. Everything that the worker thread writes to is made before this
     // object is complete, and so dies after it.
     messageLogContext();
     plocLog();
     trafficLog();
+    // What Qt's sockets share among them is such a static too, made when the first one is given a descriptor.
+    QTcpSocket().setSocketDescriptor(-1);
 
     setEnabled(false);
     registerMetaTypes();
@@ -260,8 +268,10 @@ citp_stack::~citp_stack()
 bool citp_stack::comeToRest()
 {
     processExits = true;
-    if (QThread::currentThread() == m_thread) {
-        return false; // a receiver on the worker thread ends the process: its callers are still in the stack
+    // A receiver on the worker thread that ends the process still has its callers in the stack, and a forked child has
+    // no worker thread.
+    if (QThread::currentThread() == m_thread || ::getpid() != m_process) {
+        return false;
     }
     const auto deleteChildren = [this] {
         const QObjectList children = this->children();
@@ -316,9 +326,14 @@ void citp_stack::timepop()
         resetConnections();
     }
     if (!m_udpSocket && m_udpNetSocket.IsValid()) {
+        const int descriptor = duplicateDescriptor(m_udpNetSocket);
+        if (descriptor == -1) {
+            // Nothing would ever be heard; the next tick may find the process with descriptors to spare.
+            STACK_LOG(stackLog(), Os::Log::Failure, "UDP socket not started: " << std::strerror(errno));
+            return;
+        }
         m_udpSocket = new QUdpSocket;
-        m_udpSocket->setSocketDescriptor(duplicateDescriptor(m_udpNetSocket), QAbstractSocket::BoundState,
-                                         QIODevice::ReadWrite);
+        m_udpSocket->setSocketDescriptor(descriptor, QAbstractSocket::BoundState, QIODevice::ReadWrite);
         connect(m_udpSocket, &QUdpSocket::readyRead, this, &citp_stack::processPendingUDP);
         STACK_LOG(stackLog(), Os::Log::State, "UDP socket started ");
     }
@@ -381,7 +396,9 @@ void citp_stack::openDiscovery()
 
 void citp_stack::processPendingUDP()
 {
-    while (m_udpSocket->hasPendingDatagrams() && !m_thread->isRestWanted()) {
+    // In portions, so that a storm of announcements leaves time for the connections. The socket tells again of what is
+    // left, provided that something was read.
+    for (int count = 0; count < DatagramsAtOnce && m_udpSocket->hasPendingDatagrams(); ++count) {
         QByteArray datagram(static_cast<int>(qMax<qint64>(m_udpSocket->pendingDatagramSize(), 0)), '\0');
         QHostAddress sender;
         quint16 senderPort = 0;
@@ -536,30 +553,43 @@ void citp_stack::rxreadyread()
 /// this, but the console's behaviour towards broken ones is settled and stays.
 void citp_stack::readMessages(QTcpSocket* socket, const SERV_ID& key)
 {
-    // Asked again after every message: it may have led to the end of this server, and its key may even be another
-    // connection's by now.
-    const auto server = [this, socket, &key]() -> ServerInfo* {
-        ServerInfo* const info = findServer(key);
-        return info && info->m_socket == socket && !info->m_leaving ? info : nullptr;
-    };
-    ServerInfo* info = server();
+    ServerInfo* info = serverOf(socket, key);
     if (!info || info->m_reading) {
         return; // a reader further down the stack takes what there is, in order
     }
     info->m_reading = true;
-    while (socket->bytesAvailable() >= HeaderSize && !m_thread->isRestWanted()) {
+    while (socket->bytesAvailable() >= HeaderSize) {
+        if (m_thread->isRestWanted()) {
+            readMessagesLater(socket, key);
+            break;
+        }
         const quint32 size = static_cast<quint32>(Msg_Header::messageSize(socket->peek(HeaderSize)));
         if (socket->bytesAvailable() < static_cast<qint64>(size)) {
             break;
         }
         QByteArray message = socket->read(static_cast<qint64>(size));
         processMsgIn(message, key);
-        info = server();
+        info = serverOf(socket, key);
         if (!info) {
             return;
         }
     }
     info->m_reading = false;
+}
+
+/// Reads from the event loop what lies in @p socket already; it does not tell of that again by itself.
+void citp_stack::readMessagesLater(QTcpSocket* socket, const SERV_ID& key)
+{
+    QMetaObject::invokeMethod(
+        socket, [this, socket, key] { readMessages(socket, key); }, Qt::QueuedConnection);
+}
+
+/// The record of @p key if @p socket is its connection and still counts, else null. To be asked again after everything
+/// that may come back into the stack: the server may be gone then, and its key even be another connection's.
+citp_stack::ServerInfo* citp_stack::serverOf(const QTcpSocket* socket, const SERV_ID& key) const
+{
+    ServerInfo* const info = findServer(key);
+    return info && info->m_socket == socket && !info->m_leaving ? info : nullptr;
 }
 
 void citp_stack::rxdisconnected()
@@ -855,33 +885,42 @@ void citp_stack::releaseNextRequest(const QString& source)
 void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
 {
     STACK_LOG(trafficLog(), Os::Log::Traffic, "-> " << view(server.toLatin1()) << " " << view(hexDump(b).toLatin1()));
-    QTcpSocket* socket = nullptr;
-    bool failed = false;
-    {
-        const StackLock lock(m_mutex);
-        const ServerInfo* const info = findServer(server);
-        // Qt would keep what is written before the connection is open and send it ahead of the greeting.
-        if (!info || !info->m_socket || info->m_socket->state() != QAbstractSocket::ConnectedState) {
-            return;
-        }
-        socket = info->m_socket;
-        socket->write(b.constData(), b.size());
-        if (info->IsNoDelayEnabled()) {
-            // The length serves as the time-out: a short request may not hold up the other servers for long. The wait
-            // also reads from the socket and notices its end. What it finds is dealt with below: here, with the lock
-            // held and a write half done, nobody may send, receive or remove anything.
-            const QSignalBlocker blocker(socket);
-            failed = !socket->waitForBytesWritten(static_cast<int>(b.size()));
-        }
+    const StackLock lock(m_mutex);
+    ServerInfo* const info = findServer(server);
+    // Qt would keep what is written before the connection is open and send it ahead of the greeting.
+    if (!info || !info->m_socket || info->m_socket->state() != QAbstractSocket::ConnectedState || info->m_leaving ||
+        info->m_failed) {
+        return;
     }
-    if (failed) {
-        connectionFailed(socket, server);
-        if (socket->state() == QAbstractSocket::UnconnectedState) {
-            connectionClosed(socket);
-        }
-    } else if (socket->bytesAvailable() > 0) {
+    QTcpSocket* const socket = info->m_socket;
+    socket->write(b.constData(), b.size());
+    if (!info->IsNoDelayEnabled()) {
+        return;
+    }
+    // The length serves as the time-out: a short request may not hold up the other servers for long. The wait also
+    // reads from the socket and notices its end. Both are dealt with from the event loop: here a receiver may be
+    // sending from inside an emission, and those that are still to hear of that one must not hear of the end first.
+    {
+        const QSignalBlocker blocker(socket);
+        info->m_failed = !socket->waitForBytesWritten(static_cast<int>(b.size()));
+    }
+    if (info->m_failed) {
         QMetaObject::invokeMethod(
-            socket, [this, socket, server] { readMessages(socket, server); }, Qt::QueuedConnection);
+            socket, [this, socket, server] { flushFailed(socket, server); }, Qt::QueuedConnection);
+    } else if (socket->bytesAvailable() > 0) {
+        readMessagesLater(socket, server);
+    }
+}
+
+/// What the socket would have told of its end if it had not been kept quiet during the wait.
+void citp_stack::flushFailed(QTcpSocket* socket, const SERV_ID& key)
+{
+    if (!serverOf(socket, key)) {
+        return;
+    }
+    connectionFailed(socket, key);
+    if (socket->state() == QAbstractSocket::UnconnectedState) {
+        connectionClosed(socket);
     }
 }
 

@@ -47,6 +47,11 @@ int main(int argc, char** argv)
     ArtNet::Adapter::Choose("lo");
     QCoreApplication application(argc, argv);
     citp_stack* const stack = citp_stack::Get();
+    if (how == "exit-slowly") {
+        // What is made after the stack goes before it at exit; the stack's thread is then at work without it for a
+        // while.
+        std::atexit([] { QThread::msleep(300); });
+    }
     if (how == "at-once") {
         return Status;
     }
@@ -95,7 +100,7 @@ int main(int argc, char** argv)
         QThread::msleep(30);
         return Status;
     }
-    if (how == "exit") {
+    if (how == "exit" || how == "exit-slowly") {
         std::exit(Status);
     }
     if (how == "from-thread") {

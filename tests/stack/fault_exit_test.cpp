@@ -80,7 +80,7 @@ TEST_P(FaultExit, ComesWithoutCrashOrHang)
 }
 
 INSTANTIATE_TEST_SUITE_P(By, FaultExit,
-                         testing::Values("return", "return-with-events-pending", "exit", "from-thread",
+                         testing::Values("return", "return-with-events-pending", "exit", "exit-slowly", "from-thread",
                                          "from-receiver"),
                          [](const testing::TestParamInfo<const char*>& kind) {
                              std::string name;
