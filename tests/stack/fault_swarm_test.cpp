@@ -16,7 +16,7 @@
 #include <memory>
 
 namespace {
-constexpr int Rounds = 10;
+constexpr int Rounds = MemoryIsTelling ? 10 : 3;
 constexpr int Servers = 500;
 constexpr int PerProgram = 100;
 constexpr int Streamed = 4 * Servers; // layer states of a round, at least
@@ -125,7 +125,7 @@ protected:
     std::vector<std::unique_ptr<ChildProcess>> m_programs;
 };
 
-TEST_F(SwarmTest, FiveHundredServersComeAndGoTenTimesAndLeaveNothingBehind)
+TEST_F(SwarmTest, FiveHundredServersComeAndGoAgainAndAgainAndLeaveNothingBehind)
 {
     if (!hasNamespace()) {
         GTEST_SKIP() << "needs the ports of a namespace of its own";
@@ -163,8 +163,10 @@ TEST_F(SwarmTest, FiveHundredServersComeAndGoTenTimesAndLeaveNothingBehind)
         }
         EXPECT_EQ(now.descriptors, first.descriptors);
         EXPECT_EQ(now.threads, first.threads);
-        EXPECT_LE(now.heapKiB, first.heapKiB + AddedBound);
-        EXPECT_LE(now.residentKiB, first.residentKiB + AddedBound);
+        if (MemoryIsTelling) {
+            EXPECT_LE(now.heapKiB, first.heapKiB + AddedBound);
+            EXPECT_LE(now.residentKiB, first.residentKiB + AddedBound);
+        }
     }
     EXPECT_EQ(attendance.ups(), Rounds * Servers);
     EXPECT_EQ(attendance.downs(), Rounds * Servers);
