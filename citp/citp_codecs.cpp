@@ -128,7 +128,10 @@ QString hexDump(const QByteArray& data)
     static const char digits[] = "0123456789abcdef";
 
     QByteArray dump;
-    dump.reserve((data.size() / bytesPerLine + 1) * charactersPerLine);
+    // Bounded, because a server may state any size, and sizes are 32 bits wide on the consoles.
+    constexpr qint64 mostReserved = 1 << 20; // bytes of data
+    const int lines = static_cast<int>(qMin<qint64>(data.size(), mostReserved)) / bytesPerLine + 1;
+    dump.reserve(lines * charactersPerLine);
     char column[bytesPerLine];
     int pending = 0;
     int offset = 0;

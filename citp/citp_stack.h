@@ -71,6 +71,7 @@ public:
         /// whatever a receiver sets off meanwhile must not remove it a second time.
         bool m_leaving;
         bool m_reading; ///< messages of this connection are being cut and dispatched
+        bool m_failed;  ///< a flushed write has failed; the end of the connection is on its way
 
         /// Takes ownership of @p netSocket, which may be null; #m_socket stays null.
         ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSocket);
@@ -88,7 +89,8 @@ public:
     };
 
     /// The process's stack; the first call makes it and starts its thread, disabled. The object lives until the process
-    /// exits and belongs to the library: never delete it.
+    /// exits and belongs to the library: never delete it. While there is no QCoreApplication, Qt delivers no events,
+    /// and the stack rests.
     static citp_stack* Get();
 
     /// Switches discovery and all connections on or off. Takes effect at the next tick, at most 2000 ms later;
@@ -128,6 +130,17 @@ public:
 
     /// An adapter has changed: arms the reset of the next tick. Called by the adapter monitor on its thread.
     void Changed(const Os::NetworkAdapter& adapter, const Os::NetworkAdapter::State& state, int reason) override;
+
+    // The state, in view for a debugger or a test bench. It belongs to the worker thread; applications leave it alone.
+    QUdpSocket* m_udpSocket;    ///< reads the announcements; there while discovery runs
+    Net::Socket m_udpNetSocket; ///< owns the discovery socket's descriptor, of which #m_udpSocket has a duplicate
+    /// Guards the registry and, in every record, what m_queueMutex does not. Recursive: signals are emitted and sockets
+    /// written under it, and what runs there may come back. Taken before m_queueMutex, never after it.
+    QRecursiveMutex* m_mutex;
+    /// Changed on the worker thread only, and there under both mutexes: a reader holds either one, or is the worker.
+    QMap<QString, ServerInfo*> m_servers;
+    std::atomic<bool> m_enabled;      ///< CITP is wanted
+    std::atomic<bool> m_resetPending; ///< the next tick drops all servers and opens discovery afresh
 
     // The parameter types are written out in full because Qt looks them up by the names that stand here.
 Q_SIGNALS:
@@ -184,26 +197,21 @@ private:
     void handleSINF(const QString& source, const Msg_MSEX_SINF& sinf);
     void releaseNextRequest(const QString& source);
     void readMessages(QTcpSocket* socket, const SERV_ID& key);
+    void readMessagesLater(QTcpSocket* socket, const SERV_ID& key);
+    void flushFailed(QTcpSocket* socket, const SERV_ID& key);
     void connectionClosed(const QObject* socket);
     void connectionFailed(QTcpSocket* socket, const SERV_ID& key);
     void removeTCP(int descriptor);
     void removeServerOf(const QObject* socket);
     void removeServer(const SERV_ID& key);
     ServerInfo* findServer(const SERV_ID& key) const;
+    ServerInfo* serverOf(const QTcpSocket* socket, const SERV_ID& key) const;
 
-    QUdpSocket* m_udpSocket;
-    Net::Socket m_udpNetSocket;
-    /// Guards the registry and, in every record, what m_queueMutex does not. Recursive: signals are emitted and sockets
-    /// written under it, and what runs there may come back. Taken before m_queueMutex, never after it.
-    QRecursiveMutex* m_mutex;
-    /// Changed on the worker thread only, and there under both mutexes: a reader holds either one, or is the worker.
-    QMap<QString, ServerInfo*> m_servers;
-    std::atomic<bool> m_enabled;
-    std::atomic<bool> m_resetPending;
     /// The innermost lock: guards the pacing state of every record (m_inProgress, m_messageQueue). Held for a few
     /// instructions only; no emission, no socket call and no other lock inside it.
     std::mutex m_queueMutex;
     WorkerThread* m_thread;
+    const int m_process; ///< the process that has the thread; a forked child has not
 };
 
 } // namespace CITP

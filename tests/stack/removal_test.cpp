@@ -252,7 +252,7 @@ TEST_F(RemovalTest, APacedServerThatDoesNotReadIsRemovedInTheMiddleOfAWrite)
     EXPECT_EQ(recorder->count(down(server)), 1);
 }
 
-TEST_F(RemovalTest, APacedServerThatDoesNotReadIsRemovedInTheMiddleOfARelease)
+TEST_F(RemovalTest, APacedServerThatDoesNotReadDuringAReleaseIsRemovedAfterWhatItSent)
 {
     FakeServer server("127.0.0.2", 4096);
     Connection connection = admitPaced(server);
@@ -267,7 +267,9 @@ TEST_F(RemovalTest, APacedServerThatDoesNotReadIsRemovedInTheMiddleOfARelease)
     connection.send(Wire::elin(1) + Wire::elin(2) + Wire::lsta(3));
     ASSERT_TRUE(waitForEvent(down(server)));
     tick();
-    EXPECT_EQ(recorder->events(), (Texts{"libraryInfo " + server.key().toStdString() + " 1", down(server)}));
+    const std::string key = server.key().toStdString();
+    EXPECT_EQ(recorder->events(),
+              (Texts{"libraryInfo " + key + " 1", "libraryInfo " + key + " 2", status(server, 3), down(server)}));
     FakeServer fresh("127.0.0.5");
     Connection freshConnection = admit(fresh);
 }
@@ -313,35 +315,66 @@ TEST_F(RemovalTest, AReceiverOfAnAnswerInTheMiddleOfAWriteMayWaitForOtherThreads
     QObject::disconnect(m_receiver);
 }
 
-TEST_F(RemovalTest, APacedServerThatIsGoneWhenAReceiverSendsIsRemovedInsideTheEmission)
+TEST_F(RemovalTest, ReceiversHearOfAnAnswerBeforeTheyHearOfTheEndThatAnotherOfThemFound)
 {
     FakeServer server;
     Connection connection = admitPaced(server);
     EXPECT_TRUE(stack->sendMsg(server.key(), geli()));
     EXPECT_TRUE(stack->sendMsg(server.key(), geli()));
     connection.receive();
-    recorder->clear();
     std::promise<void> sent; // from then on the connection is the receiver's
+    std::future<void> handedOver = sent.get_future();
     m_receiver = QObject::connect(
         stack, &citp_stack::libraryInfo, stack,
         [&](const QString& key, const CITP::Msg_MSEX_ELIN&) {
-            sent.get_future().wait();
-            connection.reset();
+            if (handedOver.valid()) {
+                handedOver.get();
+                connection.reset();
+            }
             // The first write may still go out; then the reset is there.
             for (int count = 0; count < 3; ++count) {
-                stack->sendMsg(key, geth());
+                EXPECT_TRUE(stack->sendMsg(key, geth()));
             }
         },
         Qt::DirectConnection);
+    const Recorder later(stack); // connected behind the one that sends
     log.allowFailureLines(RemoteClosed);
     log.allowFailureLines("Unable to write");
-    log.allowFailureLines("sendMsg failed: server not found");
     connection.send(Wire::elin(1) + Wire::elin(2) + Wire::lsta(3));
     sent.set_value();
     ASSERT_TRUE(waitForEvent(down(server)));
     tick();
     QObject::disconnect(m_receiver);
-    EXPECT_EQ(recorder->events(), (Texts{"libraryInfo " + server.key().toStdString() + " 1", down(server)}));
+    const std::string key = server.key().toStdString();
+    EXPECT_EQ(later.events(),
+              (Texts{"libraryInfo " + key + " 1", "libraryInfo " + key + " 2", status(server, 3), down(server)}));
+}
+
+TEST_F(RemovalTest, ReceiversHearOfAServerBeforeTheyHearOfTheEndThatAnotherOfThemFound)
+{
+    FakeServer server;
+    Connection connection = connectTo(server);
+    std::promise<void> sent;
+    std::future<void> handedOver = sent.get_future();
+    m_receiver = QObject::connect(
+        stack, &citp_stack::serverUp, stack,
+        [&](const QString& key) {
+            handedOver.get();
+            connection.reset();
+            for (int count = 0; count < 3; ++count) {
+                EXPECT_TRUE(stack->sendMsg(key, geth()));
+            }
+        },
+        Qt::DirectConnection);
+    const Recorder later(stack);
+    log.allowFailureLines(RemoteClosed);
+    log.allowFailureLines("Unable to write");
+    connection.send(Wire::sinf("ArKaos"));
+    sent.set_value();
+    ASSERT_TRUE(waitForEvent(down(server)));
+    tick();
+    QObject::disconnect(m_receiver);
+    EXPECT_EQ(later.events(), (Texts{"serverUp " + server.key().toStdString(), down(server)}));
 }
 
 TEST_F(RemovalTest, AnEndedConnectionIsNotTakenForOneThatCouldGetNoDescriptor)
@@ -363,6 +396,7 @@ TEST_F(RemovalTest, AnEndedConnectionIsNotTakenForOneThatCouldGetNoDescriptor)
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     std::vector<Descriptor> all;
     std::promise<int> ended;
+    std::promise<bool> known;
     m_receiver = QObject::connect(
         stack, &citp_stack::layerStatus, stack,
         [&](const QString&, const CITP::Msg_MSEX_LSTA& status) {
@@ -383,6 +417,7 @@ TEST_F(RemovalTest, AnEndedConnectionIsNotTakenForOneThatCouldGetNoDescriptor)
                 stack->sendMsg(ending.key(), geth());
             }
             ended.set_value(log.count("disconnected"));
+            known.set_value(stack->sendMsg(server.key() + QStringLiteral(":4711"), geli()));
         },
         Qt::DirectConnection);
     log.allowFailureLines(RemoteClosed);
@@ -391,9 +426,9 @@ TEST_F(RemovalTest, AnEndedConnectionIsNotTakenForOneThatCouldGetNoDescriptor)
     connection.sendSegment(Wire::lsta(1) + Wire::ploc(4711) + Wire::lsta(2));
     ASSERT_TRUE(waitForEvent(status(server, 2)));
     EXPECT_EQ(ended.get_future().get(), 1);
+    EXPECT_TRUE(known.get_future().get());
     QObject::disconnect(m_receiver);
     EXPECT_EQ(recorder->count(down(ending)), 1);
-    // Its attempt has gone on: the name has been looked up.
     EXPECT_TRUE(waitForLine("Host not found", 2));
     EXPECT_TRUE(isListed(server));
 }
