@@ -233,8 +233,10 @@ citp_stack::citp_stack()
     messageLogContext();
     plocLog();
     trafficLog();
-    // What Qt's sockets share among them is such a static too, made when the first one is given a descriptor.
+    // So is what Qt's sockets share among them, made when the first one is given a descriptor, and what Qt 5 asks for
+    // conversions when it connects one.
     QTcpSocket().setSocketDescriptor(-1);
+    QMetaType::hasRegisteredConverterFunction<QString, int>();
 
     setEnabled(false);
     registerMetaTypes();
