@@ -1,6 +1,6 @@
 // A console application whose stack is kept busy for ever by a stream header with size 0. It prints one "X" once the
 // line about it has been logged a thousand times; with an argument it then ends by itself with status 7. The argument
-// "exit-at-rest" makes that 8 if the line is still being logged once the stack's life is over.
+// "exit-at-rest" makes that 8 if the line is still being logged once the application object is gone.
 #include <citp/citp_stack.h>
 #include <citp_system/artnet_adapter.h>
 #include <citp_system/os_log.h>
@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 namespace {
 std::atomic<int> seen{0};
@@ -27,7 +28,7 @@ class Counter : public Os::Log::Sink
     }
 };
 
-/// To be made before the stack, and so destroyed after it: then nothing may be at work there any more.
+/// To be made before the application object, and so destroyed after it: then nothing may be at work any more.
 class RestCheck
 {
 public:
@@ -44,8 +45,9 @@ public:
 
 int main(int argc, char** argv)
 {
+    std::unique_ptr<RestCheck> check;
     if (argc > 1 && std::strcmp(argv[1], "exit-at-rest") == 0) {
-        static const RestCheck check;
+        check = std::make_unique<RestCheck>();
     }
     static Counter* const counter = new Counter;
     Os::Log::SetSink(counter);

@@ -134,7 +134,7 @@ TEST(StackSizeZero, DoesNotKeepTheProcessFromExiting)
     }
 }
 
-TEST(StackSizeZero, DoesNotKeepTheThreadFromRestingAtExit)
+TEST(StackSizeZero, DoesNotKeepTheThreadFromRestingWhenTheApplicationObjectGoes)
 {
     FakeServer server;
     ChildProcess child({ENDLESS_CHILD, "exit-at-rest"});
