@@ -130,8 +130,8 @@ QString hexDump(const QByteArray& data)
     QByteArray dump;
     // Bounded, because a server may state any size, and sizes are 32 bits wide on the consoles.
     constexpr qint64 mostReserved = 1 << 20; // bytes of data
-    const int lines = static_cast<int>(qMin<qint64>(data.size(), mostReserved)) / bytesPerLine + 1;
-    dump.reserve(lines * charactersPerLine);
+    const qint64 lines = qMin<qint64>(data.size(), mostReserved) / bytesPerLine + 1;
+    dump.reserve(static_cast<decltype(dump.size())>(lines * charactersPerLine));
     char column[bytesPerLine];
     int pending = 0;
     int offset = 0;
