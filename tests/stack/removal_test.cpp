@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QTcpSocket>
+#include <QThread>
 
 #include <atomic>
 #include <chrono>
@@ -375,6 +376,52 @@ TEST_F(RemovalTest, ReceiversHearOfAServerBeforeTheyHearOfTheEndThatAnotherOfThe
     tick();
     QObject::disconnect(m_receiver);
     EXPECT_EQ(later.events(), (Texts{"serverUp " + server.key().toStdString(), down(server)}));
+}
+
+TEST_F(RemovalTest, AReceiverThatRunsTheEventLoopLetsNoMessageOvertakeItsOwn)
+{
+    FakeServer server;
+    Connection connection = admitPaced(server);
+    std::promise<void> sent; // from then on the connection is the receiver's
+    std::future<void> handedOver = sent.get_future();
+    onFirstStatus([&](const QString& key) {
+        handedOver.get();
+        connection.sendSegment(Wire::lsta(2));
+        stack->sendMsg(key, geth()); // the wait for this write reads the second status
+        QCoreApplication::processEvents();
+    });
+    const Recorder later(stack);
+    connection.send(Wire::lsta(1));
+    sent.set_value();
+    ASSERT_TRUE(waitFor([&later] { return later.events().size() >= 2; }));
+    EXPECT_EQ(later.events(), (Texts{status(server, 1), status(server, 2)}));
+}
+
+TEST_F(RemovalTest, AnEndThatAReceiverInServerDownMeetsInTheEventLoopDeletesNothingTwice)
+{
+    FakeServer server;
+    Connection connection = admit(server);
+    recorder->clear();
+    int rounds = 0;
+    m_receiver = QObject::connect(
+        stack, &citp_stack::serverDown, stack,
+        [&](const QString&) {
+            if (rounds != 0) {
+                return;
+            }
+            connection.close();
+            for (; rounds < Patience && log.count(RemoteClosed) == 0; ++rounds) {
+                QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+                QThread::msleep(1);
+            }
+        },
+        Qt::DirectConnection);
+    log.expectFailureLine(RemoteClosed);
+    armReset();
+    tick();
+    QObject::disconnect(m_receiver);
+    EXPECT_EQ(recorder->count(down(server)), 1);
+    EXPECT_TRUE(stack->getServers().empty());
 }
 
 TEST_F(RemovalTest, AnEndedConnectionIsNotTakenForOneWithoutADescriptor)
