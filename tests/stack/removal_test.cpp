@@ -173,6 +173,7 @@ TEST_F(RemovalTest, WhatAReceiverInServerDownSendsToDyingServersDeletesNothingTw
     log.allowFailureLines("sendMsg failed: server not found");
     firstConnection.reset();
     ASSERT_TRUE(waitForEvent(down(first)));
+    ASSERT_TRUE(waitForEvent(down(second)));
     tick();
     EXPECT_EQ(recorder->count(down(first)), 1);
     EXPECT_EQ(recorder->count(down(second)), 1);
