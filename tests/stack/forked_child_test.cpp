@@ -35,6 +35,14 @@ Function* systems(const char* name)
 
 #pragma GCC visibility push(default)
 extern "C" {
+// No search for leaks: the child's would not know the stacks of the threads that only the parent has, and would take
+// for lost what they use.
+const char* __asan_default_options();
+const char* __asan_default_options()
+{
+    return "detect_leaks=0";
+}
+
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex)
 {
     static auto* const real = systems<int(pthread_cond_t*, pthread_mutex_t*)>("pthread_cond_wait");
