@@ -12,7 +12,7 @@ using CITP::Msg_Header;
 /// Keeps the failure lines that the tests provoke out of their output; those that look at them capture them again.
 class Header : public testing::Test
 {
-    LogCapture m_quiet;
+    MessageLogCapture m_quiet;
 };
 
 QByteArray bytes(const char* hex)
@@ -28,14 +28,14 @@ golden::Fields fieldsOf(const Msg_Header& message)
 }
 
 /// The only line logged while @p data is parsed.
-LogCapture::Entry failureOf(const QByteArray& data)
+MessageLogCapture::Entry failureOf(const QByteArray& data)
 {
-    LogCapture log;
+    MessageLogCapture log;
     const Msg_Header header(data);
     EXPECT_FALSE(header.valid);
     const auto entries = log.entries();
     EXPECT_EQ(entries.size(), 1u);
-    return entries.empty() ? LogCapture::Entry{} : entries.front();
+    return entries.empty() ? MessageLogCapture::Entry{} : entries.front();
 }
 
 TEST_F(Header, GivesTheFieldsOfGoldenMessages)
@@ -59,7 +59,7 @@ TEST_F(Header, IsInvalidAndEmptyFromNineteenBytes)
 TEST_F(Header, IsValidOnlyIfTheBufferIsAsLongAsItSays)
 {
     const QByteArray data = bytes(goodHeader);
-    LogCapture log;
+    MessageLogCapture log;
     EXPECT_TRUE(Msg_Header(data).valid);
     EXPECT_TRUE(log.entries().empty());
     EXPECT_FALSE(Msg_Header(data + 'x').valid);
@@ -120,7 +120,7 @@ TEST_F(Header, KeepsWhatWasReadBeforeTheFault)
 
 TEST_F(Header, LogsAFaultAsAFailureWithItsSource)
 {
-    const LogCapture::Entry line = failureOf(QByteArray());
+    const MessageLogCapture::Entry line = failureOf(QByteArray());
     EXPECT_EQ(line.context, "CITP.Message");
     EXPECT_EQ(line.level, 8u);
     EXPECT_EQ(line.text, "error reading CITP header: too short for a CITP message");
@@ -132,7 +132,7 @@ TEST_F(Header, LogsAFaultAsAFailureWithItsSource)
 
 TEST_F(Header, LogsNoFaultWhenFailuresAreMasked)
 {
-    LogCapture log;
+    MessageLogCapture log;
     CITP::CITPLogContext().SetMask(Os::Log::DefaultMask & ~unsigned(Os::Log::Failure));
     const Msg_Header header{QByteArray()};
     CITP::CITPLogContext().SetMask(Os::Log::DefaultMask);

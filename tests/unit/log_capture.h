@@ -1,4 +1,4 @@
-// LogCapture: a log sink that keeps the lines written while it lives, for tests that expect or forbid some.
+// MessageLogCapture: a log sink that keeps the lines written while it lives, for tests that expect or forbid some.
 #pragma once
 
 #include <citp_system/os_log.h>
@@ -8,7 +8,7 @@
 #include <vector>
 
 /// Takes the place of the installed sink for its lifetime.
-class LogCapture : public Os::Log::Sink
+class MessageLogCapture : public Os::Log::Sink
 {
 public:
     struct Entry
@@ -22,8 +22,8 @@ public:
         int callStackDepth;
     };
 
-    LogCapture() : m_previous(Os::Log::SetSink(this)) {}
-    ~LogCapture() override { Os::Log::SetSink(m_previous); }
+    MessageLogCapture() : m_previous(Os::Log::SetSink(this)) {}
+    ~MessageLogCapture() override { Os::Log::SetSink(m_previous); }
 
     void Write(const Os::Log::Line& line) override
     {
