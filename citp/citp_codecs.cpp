@@ -1,4 +1,5 @@
 // Field codecs, debug text and the log contexts of the message classes.
+// SPDX-License-Identifier: Apache-2.0
 #include "citp_codecs.h"
 
 #include "citp_log_p.h"

@@ -1,4 +1,5 @@
 // Field codecs and debug text: the functions that every message class reads and prints its fields with.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_export.h>

@@ -1,4 +1,5 @@
 // The log contexts of the library and the one way in which a line is written. Private; not installed.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/os_log.h>

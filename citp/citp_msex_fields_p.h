@@ -1,4 +1,5 @@
 // Readers of the MSEX fields whose width depends on the version that a message is written in. Private; not installed.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_codecs.h>

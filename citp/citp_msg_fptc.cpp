@@ -1,4 +1,5 @@
 // FPTC messages: reading and printing Ptch, writing SPtc.
+// SPDX-License-Identifier: Apache-2.0
 #include "citp_msg_fptc.h"
 
 #include "citp_codecs.h"

@@ -1,5 +1,6 @@
 // FPTC messages: a patched fixture (Ptch, received) and the request to send the patch (SPtc). Values; any thread, one
 // at a time.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_msg_header.h>

@@ -1,4 +1,5 @@
 // Msg_Header: reading, checking, writing and printing the CITP header.
+// SPDX-License-Identifier: Apache-2.0
 #include "citp_msg_header.h"
 
 #include "citp_codecs.h"

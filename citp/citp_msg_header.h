@@ -1,4 +1,5 @@
 // Msg_Header: the CITP header that opens every message, root of all message classes. Values; any thread, one at a time.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_export.h>

@@ -1,4 +1,5 @@
 // MSEX: reading, writing and printing the layer, and writing the client information.
+// SPDX-License-Identifier: Apache-2.0
 #include "citp_msg_msex.h"
 
 #include "citp_codecs.h"

@@ -1,4 +1,5 @@
 // MSEX: the layer of the media server messages, and the client information (CInf). Values; any thread, one at a time.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_msg_header.h>

@@ -1,4 +1,5 @@
 // The MSEX messages that list the elements of one library: MEIn (media), EEIn (effects) and GLEI (everything else).
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_export.h>

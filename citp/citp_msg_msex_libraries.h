@@ -1,4 +1,5 @@
 // The MSEX messages about a media server's element libraries: ELIn lists them, ELUp tells that one has changed.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_export.h>

@@ -1,4 +1,5 @@
 // LSta: parsing and debug text.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_codecs.h>
 #include <citp/citp_msex_fields_p.h>
 #include <citp/citp_msg_msex_lsta.h>

@@ -1,4 +1,5 @@
 // The MSEX message "LSta": what each layer of a media server is playing.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_export.h>

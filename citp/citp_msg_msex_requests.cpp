@@ -1,4 +1,5 @@
 // The four MSEX requests: their bodies in the three MSEX versions.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_codecs.h>
 #include <citp/citp_msg_msex_requests.h>
 #include <citp/citp_wire_p.h>

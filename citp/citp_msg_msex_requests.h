@@ -1,4 +1,5 @@
 // The four MSEX requests with which a console browses a media server: GELI, GEIn, GELT and GETh.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_export.h>

@@ -1,4 +1,5 @@
 // SInf: reading and printing.
+// SPDX-License-Identifier: Apache-2.0
 #include "citp_msg_msex_sinf.h"
 
 #include "citp_codecs.h"

@@ -1,4 +1,5 @@
 // SInf: what a media server says about itself once it has been greeted. A value; any thread, one at a time.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_msg_msex.h>

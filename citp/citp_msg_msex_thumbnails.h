@@ -1,4 +1,5 @@
 // The MSEX messages that bring a picture: ELTh for a whole element library, EThn for one element.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_export.h>

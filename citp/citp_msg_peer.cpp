@@ -1,4 +1,5 @@
 // PINF messages: reading, writing and printing PLoc and PNam.
+// SPDX-License-Identifier: Apache-2.0
 #include "citp_msg_peer.h"
 
 #include "citp_codecs.h"

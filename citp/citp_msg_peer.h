@@ -1,4 +1,5 @@
 // PINF messages: who is on the network (PLoc) and what a peer is called (PNam). Values; any thread, one at a time.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_msg_header.h>

@@ -1,4 +1,5 @@
 // citp_stack: lifecycle and discovery, the registry, the connections, dispatch, paced sending, and notifications.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_stack.h>
 
 #include "citp_log_p.h"

@@ -2,6 +2,7 @@
 //
 // It owns a worker thread; everything that touches the network, and every signal, happens there. Requests and queries
 // may come from any thread. The registry owns the records of the servers, each record its connection.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_export.h>

@@ -1,5 +1,6 @@
 // WireReader, the one bounded little-endian cursor with which every message body is read, and the writers of fields.
 // Private; not installed.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_codecs.h>

@@ -1,4 +1,5 @@
 // WorkerThread: the stack's thread, which can be brought to rest outside its event loop.
+// SPDX-License-Identifier: Apache-2.0
 #include "citp_worker_p.h"
 
 #include <QCoreApplication>

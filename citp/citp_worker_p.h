@@ -1,4 +1,5 @@
 // WorkerThread: the stack's thread, which can be brought to rest outside its event loop. Private; not installed.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QThread>

@@ -1,4 +1,5 @@
 # What every target is built with: the language, the warnings, the sanitizers, and Qt in the chosen generation.
+# SPDX-License-Identifier: Apache-2.0
 include(GNUInstallDirs)
 
 set(CMAKE_CXX_STANDARD 17)

@@ -2,6 +2,7 @@
 #
 # Everything that depends on the Qt generation carries it in its file name, so that a Qt 6 and a Qt 5 build can be
 # installed into one prefix; the files without it (headers, CitpConfig.cmake) are the same in both.
+# SPDX-License-Identifier: Apache-2.0
 include(CMakePackageConfigHelpers)
 
 set(CITP_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Citp)

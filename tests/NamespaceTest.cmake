@@ -1,4 +1,5 @@
 # Tests that use the network: each test case is a run of its own, in a network namespace of its own.
+# SPDX-License-Identifier: Apache-2.0
 
 # Registers the test cases of a GoogleTest executable with CTest, started through in-namespace.
 function(citp_namespace_test target)

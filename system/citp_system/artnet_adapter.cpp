@@ -1,4 +1,5 @@
 // ArtNet::Adapter: the choice among the machine's adapters.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/artnet_adapter.h>
 #include <citp_system/net_address.h>
 #include <citp_system/os_network_adapter.h>

@@ -1,4 +1,5 @@
 // ArtNet::Adapter: the network adapter that is chosen for Art-Net, and with it for the media servers.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/system_export.h>

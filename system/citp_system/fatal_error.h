@@ -1,4 +1,5 @@
 // _FatalError: the end of the process when a thing that cannot fail has failed.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/system_export.h>

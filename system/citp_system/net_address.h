@@ -1,4 +1,5 @@
 // Net::Address: an IPv4 address with a port.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/system_export.h>

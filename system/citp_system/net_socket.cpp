@@ -1,4 +1,5 @@
 // Net::Socket: the IPv4 socket that owns its descriptor.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/net_socket.h>
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
 // Net::Socket: a UDP or TCP socket that owns its descriptor.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/net_address.h>

@@ -1,4 +1,5 @@
 // Os::AdapterTable: rtnetlink dumps and notices, parsed with libmnl.
+// SPDX-License-Identifier: Apache-2.0
 #include "os_adapter_table_p.h"
 
 #include <arpa/inet.h>

@@ -1,4 +1,5 @@
 // Os::AdapterTable: the machine's adapters as the kernel's rtnetlink messages tell of them. Private; not installed.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/os_network_adapter.h>

@@ -1,4 +1,5 @@
 // Os::Log: the registry of contexts and masks, the installed sink, and the default sink.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_log.h>
 
 #include <QDebug>

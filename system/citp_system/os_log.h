@@ -1,4 +1,5 @@
 // Os::Log: named, nested log contexts with level masks, and the sink that their lines go to.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/os_thread.h>

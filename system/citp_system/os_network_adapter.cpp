@@ -1,4 +1,5 @@
 // Os::NetworkAdapter and Os::NetworkAdapterMonitor: the list of adapters, and the thread that hears of their changes.
+// SPDX-License-Identifier: Apache-2.0
 #include "os_adapter_table_p.h"
 
 #include <citp_system/os_log.h>

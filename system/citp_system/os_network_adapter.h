@@ -1,4 +1,5 @@
 // Os::NetworkAdapter and Os::NetworkAdapterMonitor: the machine's network adapters and notices of their changes.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/system_export.h>

@@ -1,4 +1,5 @@
 // Os::Thread and Os::CallStack: capturing the callers and naming them.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_thread.h>
 
 #include <cxxabi.h>

@@ -1,4 +1,5 @@
 // Os::Thread: the calling thread's call stack, as log lines carry it.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/system_export.h>

@@ -1,4 +1,5 @@
 // text_base: the bounded text under construction.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/text_base.h>
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // text_base: a line of text under construction, in a fixed buffer; what does not fit is cut.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/system_export.h>

@@ -1,5 +1,6 @@
 // Fuzz target: the field codecs, each held against an oracle that is as plain as can be. The input is an offset of four
 // bytes and the buffer.
+// SPDX-License-Identifier: Apache-2.0
 #include "fuzz_input.h"
 
 #include <citp/citp_codecs.h>

@@ -1,5 +1,6 @@
 // Fuzz target: the discovery datagrams. The input is a byte of options, the lengths of the datagrams and their bytes,
 // all of one sender; a second sender then announces a server, and the stack must find it as if nothing had been.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_harness.h"
 #include "wire.h"
 

@@ -1,4 +1,5 @@
 // What the fuzz targets share: how a target takes its bytes apart, and how it says that a promise was broken.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

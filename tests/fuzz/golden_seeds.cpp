@@ -1,5 +1,6 @@
 // Turns the golden messages into inputs that fuzzing starts from: their bytes, with the zeros before them that a target
 // takes for "nothing special".
+// SPDX-License-Identifier: Apache-2.0
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>

@@ -1,4 +1,5 @@
 // Fuzz target: every parsing constructor with its debug text. The input is one message, as a peer would send it.
+// SPDX-License-Identifier: Apache-2.0
 #include "fuzz_input.h"
 #include "reference_parser.h"
 

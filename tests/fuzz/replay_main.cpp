@@ -1,5 +1,6 @@
 // Runs a fuzz target over inputs kept in files, as an ordinary test under any compiler. Exit status 0: all went
 // through.
+// SPDX-License-Identifier: Apache-2.0
 #include "fuzz_input.h"
 
 #include <algorithm>

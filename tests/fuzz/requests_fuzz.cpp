@@ -1,4 +1,5 @@
 // Fuzz target: what the simulated media server makes of what a console sends. The input is a stream and how it is cut.
+// SPDX-License-Identifier: Apache-2.0
 #include "fuzz_input.h"
 
 #include "framing.h"

@@ -1,4 +1,5 @@
 // StackHarness: set-up, the bounded waits, and one direct connection for each signal.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_harness.h"
 
 #include <citp_system/artnet_adapter.h>

@@ -1,5 +1,6 @@
 // StackHarness: the process's real stack, switched on, with a fake server beside it, for the fuzz targets that drive
 // it.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "fake_server.h"

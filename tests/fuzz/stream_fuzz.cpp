@@ -2,6 +2,7 @@
 //
 // The input: a byte of options, the lengths of the pieces in which the stream is sent, and the stream. What the stack
 // makes of it is held against a simulation of the framing.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_harness.h"
 #include "wire.h"
 

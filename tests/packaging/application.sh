@@ -1,4 +1,5 @@
 # Builds and runs an application that says find_package(Citp) and links Citp::citp, with Qt found before and without.
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 

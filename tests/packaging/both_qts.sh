@@ -1,4 +1,5 @@
 # Installs the other Qt generation's build into the same prefix: applications on either Qt find theirs.
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 

@@ -1,4 +1,5 @@
 # What the packaging tests share: the build's settings, and how a project outside of this one is built.
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 set -euo pipefail
 # shellcheck source=settings.sh.in

@@ -1,5 +1,6 @@
 # Builds and installs the library on a console's own system library: here the bundled one, packed as a console would
 # pack its own, with a target name of its own. An application then needs no more than before.
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 

@@ -1,4 +1,5 @@
 # Installs the build under test into a prefix of its own, which the other packaging tests use.
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 

@@ -1,4 +1,5 @@
 # Builds the example that README.md shows, word for word.
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 

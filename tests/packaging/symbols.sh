@@ -1,5 +1,6 @@
 # Holds the exported symbols to the marks in the installed headers: everything marked is there, with its type
 # information, and nothing else.
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 

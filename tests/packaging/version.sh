@@ -1,4 +1,5 @@
 # Holds every place that tells the version to the one in project(VERSION).
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 

@@ -1,5 +1,6 @@
 // The stack on adapters that come and go: a pair of virtual cables whose far end, with the servers, is in a network
 // namespace of its own, and the real monitor in between.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <citp_system/artnet_adapter.h>

@@ -1,5 +1,6 @@
 // What the first call of Get() brings about, and the meta-object with its types. A program of its own, in which nothing
 // has touched the stack before.
+// SPDX-License-Identifier: Apache-2.0
 #include "patch_receiver.h"
 #include "stack_fixture.h"
 

@@ -1,4 +1,5 @@
 // ChildProcess: posix_spawn and waitpid.
+// SPDX-License-Identifier: Apache-2.0
 #include "child_process.h"
 
 #include "fake_server.h"

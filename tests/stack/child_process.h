@@ -1,4 +1,5 @@
 // ChildProcess: a program run by a test, whose end is waited for with a bound.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <sys/types.h>

@@ -1,4 +1,5 @@
 // The life of a connection: greeting, framing of the stream, refusal, loss.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <citp/citp_msg_msex_requests.h>

@@ -1,4 +1,5 @@
 // Descriptors: each is closed once, by its owner, however often servers and discovery come and go.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
 // The start of discovery in a process that has no descriptor to spare at that very moment.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <sys/resource.h>

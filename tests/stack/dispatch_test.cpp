@@ -1,4 +1,5 @@
 // Where inbound messages go: the routing, and what is said about those that go nowhere.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <citp/citp_msg_msex_requests.h>

@@ -1,5 +1,6 @@
 // A console application that uses the stack under load and then ends in the way that its argument names. It prints
 // nothing and exits with status 7.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_msg_msex_requests.h>
 #include <citp/citp_stack.h>

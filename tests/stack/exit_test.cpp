@@ -1,4 +1,5 @@
 // The end of processes that use the stack: whenever and however it comes, it comes, and without a crash.
+// SPDX-License-Identifier: Apache-2.0
 #include "child_process.h"
 #include "fake_server.h"
 #include "wire.h"

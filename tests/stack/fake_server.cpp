@@ -1,4 +1,5 @@
 // FakeServer: bare IPv4 sockets.
+// SPDX-License-Identifier: Apache-2.0
 #include "fake_server.h"
 
 #include "wire.h"

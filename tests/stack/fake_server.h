@@ -1,4 +1,5 @@
 // FakeServer: a media server made of bare sockets, which does what a test tells it to and nothing by itself.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

@@ -1,4 +1,5 @@
 // FarHost: a thread that has left for a namespace of its own and takes work one piece at a time.
+// SPDX-License-Identifier: Apache-2.0
 #include "far_host.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,6 @@
 // FarHost: another machine on the network, namely a thread in a network namespace of its own, in which work can be
 // done.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <sys/types.h>

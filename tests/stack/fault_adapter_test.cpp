@@ -1,4 +1,5 @@
 // The console's own adapters: addresses, cables and the choice for Art-Net change while servers stream.
+// SPDX-License-Identifier: Apache-2.0
 #include "fault_network.h"
 
 #include <citp_system/artnet_adapter.h>

@@ -1,4 +1,5 @@
 // Servers that die in every way a network has for it, and come back.
+// SPDX-License-Identifier: Apache-2.0
 #include "fault_network.h"
 
 #include <citp/citp_msg_msex_requests.h>

@@ -1,4 +1,5 @@
 // The end of processes in the middle of faults: servers that misbehave, stream, and die and come back all the while.
+// SPDX-License-Identifier: Apache-2.0
 #include "child_process.h"
 #include "fake_server.h"
 

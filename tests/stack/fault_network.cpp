@@ -1,4 +1,5 @@
 // FaultNetworkTest: bridges, virtual cables, and waits.
+// SPDX-License-Identifier: Apache-2.0
 #include "fault_network.h"
 
 #include <citp_system/artnet_adapter.h>

@@ -1,5 +1,6 @@
 // FaultNetworkTest: a console with two adapters, a switch for each of their networks, and hosts with media servers on
 // them; every one of them in a network namespace of its own.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "child_process.h"

@@ -1,4 +1,5 @@
 // Five hundred servers that appear at once, stream, and disappear at once, again and again.
+// SPDX-License-Identifier: Apache-2.0
 #include "child_process.h"
 #include "process_figures.h"
 #include "stack_fixture.h"

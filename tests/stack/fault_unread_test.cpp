@@ -1,4 +1,5 @@
 // An application that does not process its events while a server sends at full speed: what piles up, and that it goes.
+// SPDX-License-Identifier: Apache-2.0
 #include "process_figures.h"
 #include "stack_fixture.h"
 

@@ -1,5 +1,6 @@
 // How long the stack waits for a request to a paced server to be written. No clock is read: this program takes the
 // place of the system's poll(), through which Qt waits, and notes the time-outs that it is given.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <citp/citp_msg_msex_requests.h>

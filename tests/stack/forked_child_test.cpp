@@ -1,6 +1,7 @@
 // A child that is forked while the stack is at work, and that ends without ever having been another program. It has
 // none of its parent's threads, so that it must wait for none; that it does not is seen without a clock, as this
 // program takes the place of the system's waits.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <dlfcn.h>

@@ -1,5 +1,6 @@
 // Golden messages: read by the loader of the unit tests, apart from the other sources because it has a log capture of
 // its own.
+// SPDX-License-Identifier: Apache-2.0
 #include "golden_messages.h"
 
 #include <golden.h>

@@ -1,4 +1,5 @@
 // Golden messages for the tests of the stack: what a media server can send, with the debug text it must give.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

@@ -1,4 +1,5 @@
 // The golden messages over a real connection: however the stream is cut, each comes out whole, once, and at once.
+// SPDX-License-Identifier: Apache-2.0
 #include "golden_messages.h"
 #include "stack_fixture.h"
 

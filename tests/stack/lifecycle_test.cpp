@@ -1,4 +1,5 @@
 // The switch, the heartbeat, the discovery socket and the reaction to adapter changes.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <QThread>

@@ -1,4 +1,5 @@
 // LogCapture: keeps the lines and holds the failure lines against what was announced.
+// SPDX-License-Identifier: Apache-2.0
 #include "log_capture.h"
 
 #include <algorithm>

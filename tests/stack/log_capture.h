@@ -1,4 +1,5 @@
 // LogCapture: the log sink of the tests. A failure line that the test did not announce fails the test.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/os_log.h>

@@ -1,4 +1,5 @@
 // What the application is told: servers coming up, counts, and copies of messages in its own threads.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <citp/citp_msg_msex_libraries.h>

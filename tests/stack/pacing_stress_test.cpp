@@ -1,4 +1,5 @@
 // The pacing under load: four application threads send while the server answers.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <citp/citp_msg_msex_requests.h>

@@ -1,5 +1,6 @@
 // PatchReceiver: counts patch messages by the older, string-based kind of connection. The message is only declared
 // here, as it is for the stack, so that this header does not register it.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_stack.h>

@@ -1,4 +1,5 @@
 // ProcessFigures: read from the kernel and from the heap itself.
+// SPDX-License-Identifier: Apache-2.0
 #include "process_figures.h"
 
 #include <malloc.h>

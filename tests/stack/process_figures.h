@@ -1,4 +1,5 @@
 // What this process holds of the machine: memory, descriptors, threads.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// Whether the memory figures say anything: under a sanitizer they are those of its own heap, which keeps what is

@@ -1,4 +1,5 @@
 // Recorder: one direct connection for each signal.
+// SPDX-License-Identifier: Apache-2.0
 #include "recorder.h"
 
 #include <citp/citp_msg_fptc.h>

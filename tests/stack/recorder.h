@@ -1,4 +1,5 @@
 // Recorder: writes down, on the stack's own thread and so in the true order, what the stack's signals say.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_stack.h>

@@ -1,4 +1,5 @@
 // Which announcements make a server, what it is called, and what the application can ask.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <atomic>

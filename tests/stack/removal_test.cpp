@@ -1,4 +1,5 @@
 // Servers that vanish in the middle of something: inside emissions, writes, and the release of a paced request.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <citp/citp_msg_msex_libraries.h>

@@ -1,6 +1,7 @@
 // Applications that end their application object and make another one in the same process, while servers stream. Qt
 // delivers nothing in between, and what the stack missed meanwhile, it must make up for. A program with a main function
 // of its own, as each test makes its own application objects.
+// SPDX-License-Identifier: Apache-2.0
 #include "fake_server.h"
 #include "log_capture.h"
 #include "wire.h"

@@ -1,4 +1,5 @@
 // The way out: what may be sent, and the pacing of the requests to servers that need it.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <citp/citp_msg_fptc.h>

@@ -1,4 +1,5 @@
 // SoakLedger: one account a server.
+// SPDX-License-Identifier: Apache-2.0
 #include "soak_ledger.h"
 
 #include <algorithm>

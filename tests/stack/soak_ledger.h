@@ -1,4 +1,5 @@
 // The soak's books: what was asked of each server, what came back, and what went down with a server.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QString>

@@ -1,5 +1,6 @@
 // The soak: a console that browses simulated media servers which misbehave all the time, for as long as it is told, and
 // at the end a verdict on its memory, its descriptors, its threads and its requests. Run by scripts/soak.
+// SPDX-License-Identifier: Apache-2.0
 #include "process_figures.h"
 #include "soak_ledger.h"
 #include "soak_samples.h"

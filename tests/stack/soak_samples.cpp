@@ -1,4 +1,5 @@
 // SoakSamples: the line of least squares through what was measured.
+// SPDX-License-Identifier: Apache-2.0
 #include "soak_samples.h"
 
 #include <algorithm>

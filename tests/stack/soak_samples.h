@@ -1,4 +1,5 @@
 // The soak's measurements over time, and what is to be read from them.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "process_figures.h"

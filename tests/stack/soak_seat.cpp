@@ -1,4 +1,5 @@
 // SoakSeat: runs the program and reads its report.
+// SPDX-License-Identifier: Apache-2.0
 #include "soak_seat.h"
 
 namespace {

@@ -1,4 +1,5 @@
 // SoakSeat: one simulated media server of the soak, started anew whenever it ends, and what its report says.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "soak_ledger.h"

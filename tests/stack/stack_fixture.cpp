@@ -1,4 +1,5 @@
 // StackTest: set-up and the waits that all tests of the stack share; and the main function of their programs.
+// SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
 #include <citp_system/artnet_adapter.h>

@@ -1,4 +1,5 @@
 // StackTest: a stack that is switched on before each test and off after it, with its log and its signals recorded.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "fake_server.h"

@@ -1,4 +1,5 @@
 // The wire images, written from the layouts of the messages.
+// SPDX-License-Identifier: Apache-2.0
 #include "wire.h"
 
 namespace Wire {

@@ -1,5 +1,6 @@
 // The wire images that media servers send and consoles send, written out byte by byte for the tests of the stack. They
 // share no code with the library, so that each side checks the other.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

@@ -1,4 +1,5 @@
 // What the adapter tests share: virtual adapters, recorded notices, and the monitor held still.
+// SPDX-License-Identifier: Apache-2.0
 #include "adapter_fixture.h"
 
 #include <chrono>

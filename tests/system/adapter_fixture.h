@@ -1,4 +1,5 @@
 // What the adapter tests share: pairs of virtual adapters, and a callback that keeps the notices it gets.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/os_network_adapter.h>

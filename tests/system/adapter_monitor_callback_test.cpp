@@ -1,4 +1,5 @@
 // Tests of Os::NetworkAdapterMonitor: registering and unregistering from callbacks and from other threads.
+// SPDX-License-Identifier: Apache-2.0
 #include "adapter_fixture.h"
 
 #include <atomic>

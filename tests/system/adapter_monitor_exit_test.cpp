@@ -1,4 +1,5 @@
 // Tests of Os::NetworkAdapterMonitor: a process that uses it ends cleanly, whatever goes on.
+// SPDX-License-Identifier: Apache-2.0
 #include "adapter_fixture.h"
 
 #include <cstdlib>

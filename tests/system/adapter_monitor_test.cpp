@@ -1,4 +1,5 @@
 // Tests of Os::NetworkAdapterMonitor with virtual adapters: which changes are told, and to whom.
+// SPDX-License-Identifier: Apache-2.0
 #include "adapter_fixture.h"
 
 #include <algorithm>

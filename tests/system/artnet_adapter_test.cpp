@@ -1,4 +1,5 @@
 // Tests of ArtNet::Adapter: each rule of the choice, with virtual adapters.
+// SPDX-License-Identifier: Apache-2.0
 #include "adapter_fixture.h"
 
 #include <citp_system/artnet_adapter.h>

@@ -1,4 +1,5 @@
 // Tests of Os::Thread::GetCallStack and Os::CallStack.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_thread.h>
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Tests of _FatalError: what it writes, and that the process ends by abort.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/fatal_error.h>
 #include <citp_system/os_log.h>
 

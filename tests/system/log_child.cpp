@@ -1,4 +1,5 @@
 // A program for the log tests: prints the masks that contexts begin with, or writes lines while the process exits.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_log.h>
 
 #include <atomic>

@@ -1,4 +1,5 @@
 // Tests of Os::Log: nesting, masks, sinks, and the way to Qt's message logging.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_log.h>
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // A program for the monitor's exit tests: ends in the way that its argument names.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_network_adapter.h>
 
 #include <atomic>

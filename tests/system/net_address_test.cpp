@@ -1,4 +1,5 @@
 // Tests of Net::Address: text in, text out.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/net_address.h>
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Tests of Net::Socket: whose the descriptor is, binding, multicast, and ending another thread's wait.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/net_socket.h>
 
 #include <arpa/inet.h>

@@ -1,4 +1,5 @@
 // Tests of text_base: building, cutting, numbers.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/text_base.h>
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // citp-console libraries, elements, layers and patch beside a simulated media server.
+// SPDX-License-Identifier: Apache-2.0
 #include <QFile>
 #include <QJsonArray>
 #include <QTemporaryDir>

@@ -1,4 +1,5 @@
 // Child processes for the tests of citp-console, and main(), which gives Qt its application object.
+// SPDX-License-Identifier: Apache-2.0
 #include "console_fixture.h"
 
 #include <QCoreApplication>

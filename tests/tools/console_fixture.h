@@ -1,4 +1,5 @@
 // What the tests of citp-console share: the programs as child processes whose lines can be waited for.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Thumbnail answers turned into files: only good pictures, and names that cannot leave the folder.
+// SPDX-License-Identifier: Apache-2.0
 #include "pictures.h"
 
 #include <gtest/gtest.h>

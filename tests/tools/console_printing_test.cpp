@@ -1,4 +1,5 @@
 // harmless(): nothing that comes from the network may reach a terminal as anything but text.
+// SPDX-License-Identifier: Apache-2.0
 #include "printing.h"
 
 #include <gtest/gtest.h>

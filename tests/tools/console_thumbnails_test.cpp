@@ -1,5 +1,6 @@
 // citp-console thumbnails beside the simulated media server: a folder of pictures served, fetched and compared, and
 // every fault of the server.
+// SPDX-License-Identifier: Apache-2.0
 #include <QDir>
 #include <QFile>
 #include <QImage>

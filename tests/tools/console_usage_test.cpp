@@ -1,4 +1,5 @@
 // Help, version, wrong use and the list of adapters of citp-console.
+// SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 
 #include "console_fixture.h"

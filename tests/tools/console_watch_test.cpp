@@ -1,4 +1,5 @@
 // citp-console watch beside simulated media servers: events, JSON, the end, silence, and names meant to do harm.
+// SPDX-License-Identifier: Apache-2.0
 #include <QDateTime>
 #include <QUdpSocket>
 

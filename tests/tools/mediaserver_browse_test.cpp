@@ -1,4 +1,5 @@
 // What a console asks a simulated server for and what it is told, byte for byte in each MSEX version.
+// SPDX-License-Identifier: Apache-2.0
 #include <QColor>
 #include <QImage>
 #include <QTemporaryFile>

@@ -1,4 +1,5 @@
 // The misbehaviour that can be asked for: each fault alone, some together, and their repetition by seed.
+// SPDX-License-Identifier: Apache-2.0
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <sys/socket.h>

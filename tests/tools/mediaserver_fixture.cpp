@@ -1,4 +1,5 @@
 // Child process and sockets of the tests of citp-mediaserver, and main(), which gives Qt its application object.
+// SPDX-License-Identifier: Apache-2.0
 #include "mediaserver_fixture.h"
 
 #include <QCoreApplication>

@@ -1,4 +1,5 @@
 // What the tests of citp-mediaserver share: the program as a child process, and bare sockets that speak bytes.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <gtest/gtest.h>

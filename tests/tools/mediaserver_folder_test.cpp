@@ -1,4 +1,5 @@
 // A folder tree of pictures as element libraries: structure, true pictures, and the telling of changes.
+// SPDX-License-Identifier: Apache-2.0
 #include <QDateTime>
 #include <QDir>
 #include <QFile>

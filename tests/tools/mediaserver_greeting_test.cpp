@@ -1,4 +1,5 @@
 // Announcements, the exchange of greetings, and the vanishing and coming back of simulated servers, byte for byte.
+// SPDX-License-Identifier: Apache-2.0
 #include <utility>
 
 #include "mediaserver_fixture.h"

@@ -1,4 +1,5 @@
 // The simulator's request parser and stream cutter alone: every length, every byte, and streams in pieces.
+// SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
 #include <QByteArray>

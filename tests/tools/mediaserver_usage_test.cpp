@@ -1,4 +1,5 @@
 // The command line of citp-mediaserver: what it explains, what it refuses and with which status.
+// SPDX-License-Identifier: Apache-2.0
 #include <QRegularExpression>
 #include <QTemporaryFile>
 

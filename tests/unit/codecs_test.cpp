@@ -1,4 +1,5 @@
 // The field codecs: texts, integers, library identifiers, graphic formats and dumps at the edges of their buffers.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_codecs.h>
 #include <gtest/gtest.h>
 

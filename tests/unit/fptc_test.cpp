@@ -1,4 +1,5 @@
 // FPTC messages: Ptch with its hint read the other way round, SPtc, and buffers too short for the layer.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_fptc.h>
 #include <gtest/gtest.h>
 

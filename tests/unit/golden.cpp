@@ -1,4 +1,5 @@
 // Golden messages: the reader of their files, line by line, and the way in which fields are written there.
+// SPDX-License-Identifier: Apache-2.0
 #include "golden.h"
 
 #include <fstream>

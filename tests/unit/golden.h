@@ -1,4 +1,5 @@
 // Golden messages: a message as commented hex beside the fields and the debug text it must give, and the checks on it.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_msg_header.h>

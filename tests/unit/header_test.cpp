@@ -1,4 +1,5 @@
 // The CITP header: what is accepted, what is logged, what is written, and what assignment leaves alone.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_codecs.h>
 #include <citp/citp_msg_header.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // MessageLogCapture: a log sink that keeps the lines written while it lives, for tests that expect or forbid some.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/os_log.h>

@@ -1,4 +1,5 @@
 // The message classes' types across the library's boundary: which class an object is of can be told from outside.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_fptc.h>
 #include <citp/citp_msg_header.h>
 #include <citp/citp_msg_msex.h>

@@ -1,4 +1,5 @@
 // MEIn, EEIn and GLEI: golden messages of every MSEX version, held against the reference parser, and their odd cases.
+// SPDX-License-Identifier: Apache-2.0
 #include "msex_testing.h"
 
 #include <citp/citp_msg_msex_elements.h>

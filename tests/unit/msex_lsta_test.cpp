@@ -1,4 +1,5 @@
 // LSta: golden messages of both MSEX versions, held against the reference parser, and its odd cases.
+// SPDX-License-Identifier: Apache-2.0
 #include "msex_testing.h"
 
 #include <citp/citp_msg_msex_lsta.h>

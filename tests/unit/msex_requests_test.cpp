@@ -1,4 +1,5 @@
 // The MSEX requests: their images on the wire, and what they do with arguments that do not fit.
+// SPDX-License-Identifier: Apache-2.0
 #include "msex_testing.h"
 
 #include <citp/citp_msg_msex_requests.h>

@@ -1,4 +1,5 @@
 // SInf in MSEX 1.0, 1.1 and 1.2, with the established reading of the older servers' layer sources.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_sinf.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
 // The MSEX layer: its version and code, what assignment leaves alone, and the client information.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex.h>
 #include <gtest/gtest.h>
 

@@ -1,5 +1,6 @@
 // What the tests of the MSEX requests and answers share: messages made by hand, and the replay of golden answers
 // against the reference parser.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "golden.h"

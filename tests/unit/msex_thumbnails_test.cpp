@@ -1,4 +1,5 @@
 // ELTh and EThn: golden messages of every MSEX version, held against the reference parser, and their failures.
+// SPDX-License-Identifier: Apache-2.0
 #include "log_capture.h"
 #include "msex_testing.h"
 

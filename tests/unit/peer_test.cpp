@@ -1,4 +1,5 @@
 // PINF messages: PLoc as media servers send it, PLoc as this console writes it, and PNam.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_peer.h>
 #include <gtest/gtest.h>
 

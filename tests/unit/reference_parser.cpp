@@ -1,5 +1,6 @@
 // The second reading of the MSEX answers. Plain on purpose, one block a version, so that it can be checked against the
 // wire tables by eye; it uses nothing of the library but the classes that it fills.
+// SPDX-License-Identifier: Apache-2.0
 #include "reference_parser.h"
 
 #include <QDataStream>

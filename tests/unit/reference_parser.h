@@ -1,5 +1,6 @@
 // The MSEX answers read a second time, straight from their wire tables with QDataStream: what the library's own parsers
 // are held against, field by field, over cut and damaged messages.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_msg_msex_elements.h>

@@ -1,4 +1,5 @@
 // WireReader against a reader made of QDataStream, over random buffers: the same values at the same positions.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_wire_p.h>
 #include <gtest/gtest.h>
 

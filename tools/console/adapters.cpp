@@ -1,4 +1,5 @@
 // The command "adapters", and the words for an adapter that other commands use too.
+// SPDX-License-Identifier: Apache-2.0
 #include "adapters.h"
 
 #include <citp_system/os_network_adapter.h>

@@ -1,4 +1,5 @@
 // The network adapter in use: choosing it, and saying which one it is and why.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/artnet_adapter.h>

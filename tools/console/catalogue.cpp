@@ -1,4 +1,5 @@
 // Requests for libraries and elements, and the matching of the answers to them.
+// SPDX-License-Identifier: Apache-2.0
 #include "catalogue.h"
 
 #include <citp/citp_msg_msex_elements.h>

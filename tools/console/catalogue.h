@@ -1,4 +1,5 @@
 // What a server has: its libraries and their elements, asked for one request at a time.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_msg_msex_libraries.h>

@@ -1,5 +1,6 @@
 // The commands, one function and one source file each. Each returns the exit status; those that wait for a server throw
 // Failure or Interrupted (see session.h) instead of failing quietly.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "options.h"

@@ -1,4 +1,5 @@
 // Layout and drawing of contact sheets.
+// SPDX-License-Identifier: Apache-2.0
 #include "contact_sheet.h"
 
 #include <QDir>

@@ -1,4 +1,5 @@
 // Contact sheets: all pictures on one, with their names, so that one look tells whether they are right.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QString>

@@ -1,4 +1,5 @@
 // The command "elements": what is in one library.
+// SPDX-License-Identifier: Apache-2.0
 #include <QDateTime>
 #include <QJsonArray>
 

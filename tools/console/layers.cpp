@@ -1,4 +1,5 @@
 // The command "layers": what the layers of a server are playing, as long as it goes on telling.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_lsta.h>
 #include <sys/ioctl.h>
 #include <unistd.h>

@@ -1,4 +1,5 @@
 // The command "libraries": the element libraries of a server, sub-libraries below their parents.
+// SPDX-License-Identifier: Apache-2.0
 #include "catalogue.h"
 #include "commands.h"
 #include "printing.h"

@@ -1,5 +1,6 @@
 // The program citp-console: reads the command line, prepares log and adapter, and runs the command until it has ended
 // or a signal ends it.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_log.h>
 #include <sys/signalfd.h>
 #include <unistd.h>

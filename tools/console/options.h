@@ -1,4 +1,5 @@
 // The command line: commands, their options, and the checks of their values.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QSize>

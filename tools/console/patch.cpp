@@ -1,4 +1,5 @@
 // The command "patch": the fixtures that a server tells.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_fptc.h>
 
 #include "commands.h"

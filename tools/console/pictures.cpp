@@ -1,4 +1,5 @@
 // Decoding of thumbnails and making of file names.
+// SPDX-License-Identifier: Apache-2.0
 #include "pictures.h"
 
 #include <QBuffer>

@@ -1,4 +1,5 @@
 // From thumbnail answers to picture files: checking, decoding, and names that are safe as file names.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_msg_msex_thumbnails.h>

@@ -1,4 +1,5 @@
 // Escaping, line output and the log's way to standard error.
+// SPDX-License-Identifier: Apache-2.0
 #include "printing.h"
 
 #include <QChar>

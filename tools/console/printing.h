@@ -1,4 +1,5 @@
 // What the program prints: text from the network made harmless, and whole lines that come out at once.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QJsonObject>

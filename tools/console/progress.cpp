@@ -1,4 +1,5 @@
 // The progress bar and its plain lines.
+// SPDX-License-Identifier: Apache-2.0
 #include "progress.h"
 
 #include <unistd.h>

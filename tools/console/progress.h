@@ -1,4 +1,5 @@
 // Progress: how far a long command has come, on standard error.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QElapsedTimer>

@@ -1,4 +1,5 @@
 // Reads a server's description from the stack and words it.
+// SPDX-License-Identifier: Apache-2.0
 #include "server_text.h"
 
 #include "printing.h"

@@ -1,4 +1,5 @@
 // What an announced server is, in words and in JSON.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_stack.h>

@@ -1,4 +1,5 @@
 // Finding the server and waiting for it.
+// SPDX-License-Identifier: Apache-2.0
 #include "session.h"
 
 #include <QCoreApplication>

@@ -2,6 +2,7 @@
 //
 // Commands run straight through on the main thread. While they wait, the event loop delivers the stack's signals, so
 // what a connected function stores is there when the wait ends.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QElapsedTimer>

@@ -1,4 +1,5 @@
 // Layout of tables.
+// SPDX-License-Identifier: Apache-2.0
 #include "table.h"
 
 #include "printing.h"

@@ -1,4 +1,5 @@
 // Table: rows of text in columns as wide as they need to be.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QStringList>

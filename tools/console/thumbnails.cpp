@@ -1,4 +1,5 @@
 // The command "thumbnails": every picture of a server or library as a file, and all of them on a contact sheet.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_requests.h>
 
 #include <QDir>

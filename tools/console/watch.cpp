@@ -1,4 +1,5 @@
 // The command "watch": listens to the stack, prints its events, and helps once when there are none.
+// SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
 
 #include <citp/citp_stack.h>

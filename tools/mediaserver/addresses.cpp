@@ -1,4 +1,5 @@
 // Choice of the adapter, and of addresses on it.
+// SPDX-License-Identifier: Apache-2.0
 #include "addresses.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // The adapter to announce on, and an address and port for each server.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QHostAddress>

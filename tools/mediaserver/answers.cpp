@@ -1,4 +1,5 @@
 // Looking up what a request asks for.
+// SPDX-License-Identifier: Apache-2.0
 #include "answers.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Which messages answer a request, from the libraries and the patch as they are.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

@@ -1,4 +1,5 @@
 // Names, numbers and patterns of the built-in libraries.
+// SPDX-License-Identifier: Apache-2.0
 #include "builtin.h"
 
 #include "pictures.h"

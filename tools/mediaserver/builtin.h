@@ -1,4 +1,5 @@
 // The libraries that a simulated server has without any files.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "library.h"

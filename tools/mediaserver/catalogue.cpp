@@ -1,4 +1,5 @@
 // Scanning and watching of the folder.
+// SPDX-License-Identifier: Apache-2.0
 #include "catalogue.h"
 
 #include <QSet>

@@ -1,4 +1,5 @@
 // The libraries that all simulated servers of the process show, kept in step with a watched folder.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QFileSystemWatcher>

@@ -1,4 +1,5 @@
 // Reading, answering and ending of a connection.
+// SPDX-License-Identifier: Apache-2.0
 #include "connection.h"
 
 #include <sys/socket.h>

@@ -1,4 +1,5 @@
 // One console's TCP connection to one simulated server: cuts its stream, reads its messages and answers them.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QObject>

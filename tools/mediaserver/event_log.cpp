@@ -1,4 +1,5 @@
 // Formatting and flushing of the report's lines.
+// SPDX-License-Identifier: Apache-2.0
 #include "event_log.h"
 
 #include <QTime>

@@ -1,4 +1,5 @@
 // The running report on standard output: one line an event, with the time and the server it happened to.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QString>

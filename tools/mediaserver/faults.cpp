@@ -1,4 +1,5 @@
 // The damage, done to finished messages.
+// SPDX-License-Identifier: Apache-2.0
 #include "faults.h"
 
 #include "messages.h"

@@ -1,4 +1,5 @@
 // How a simulated server can misbehave on request, repeatably.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

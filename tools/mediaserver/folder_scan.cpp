@@ -1,4 +1,5 @@
 // Listing of folders and pictures, and the numbers that they keep from scan to scan.
+// SPDX-License-Identifier: Apache-2.0
 #include "folder_scan.h"
 
 #include <QDateTime>

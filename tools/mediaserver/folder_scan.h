@@ -1,4 +1,5 @@
 // Turns a folder tree of pictures into media libraries.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QString>

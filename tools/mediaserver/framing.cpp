@@ -1,4 +1,5 @@
 // The bounds that a header must keep before its size is believed.
+// SPDX-License-Identifier: Apache-2.0
 #include "framing.h"
 
 #include "wire.h"

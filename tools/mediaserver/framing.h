@@ -1,4 +1,5 @@
 // Cuts the byte stream of one connection into messages. Holds no socket, so that tests and fuzzers can feed it.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

@@ -1,4 +1,5 @@
 // Library ids, lookups, and the comparison of two states.
+// SPDX-License-Identifier: Apache-2.0
 #include "library.h"
 
 #include <algorithm>

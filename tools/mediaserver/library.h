@@ -1,4 +1,5 @@
 // What a simulated server has to show: libraries of four-level ids and their elements, and how two states differ.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QString>

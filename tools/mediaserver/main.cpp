@@ -1,4 +1,5 @@
 // The program citp-mediaserver: reads the command line, starts the servers, and ends on a signal or after its time.
+// SPDX-License-Identifier: Apache-2.0
 #include <sys/signalfd.h>
 #include <unistd.h>
 #include <QCoreApplication>

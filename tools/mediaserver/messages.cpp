@@ -1,4 +1,5 @@
 // The wire tables, one function a message.
+// SPDX-License-Identifier: Apache-2.0
 #include "messages.h"
 
 #include "wire.h"

@@ -1,4 +1,5 @@
 // The messages that a media server sends, written from their wire tables.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

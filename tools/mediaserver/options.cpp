@@ -1,4 +1,5 @@
 // Options, their help, and the checks of their values.
+// SPDX-License-Identifier: Apache-2.0
 #include "options.h"
 
 #include <QCommandLineParser>

@@ -1,4 +1,5 @@
 // The command line: every option once, with its default and its range, and what is made of it.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QHostAddress>

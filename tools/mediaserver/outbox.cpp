@@ -1,4 +1,5 @@
 // Ordering of what goes out, and the faults of sending.
+// SPDX-License-Identifier: Apache-2.0
 #include "outbox.h"
 
 #include <QStringList>

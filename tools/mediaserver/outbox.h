@@ -1,4 +1,5 @@
 // The way out to one console: messages in order, whole, or with the faults that were asked for.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QObject>

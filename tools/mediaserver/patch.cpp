@@ -1,4 +1,5 @@
 // Reading and checking of the patch file.
+// SPDX-License-Identifier: Apache-2.0
 #include "patch.h"
 
 #include <QFile>

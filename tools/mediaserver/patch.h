@@ -1,4 +1,5 @@
 // The patched fixtures that a simulated server tells, read from a JSON file.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QString>

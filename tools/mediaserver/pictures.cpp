@@ -1,4 +1,5 @@
 // Drawing pixel by pixel, which needs neither fonts nor a display, and encoding with Qt's image classes.
+// SPDX-License-Identifier: Apache-2.0
 #include "pictures.h"
 
 #include <QBuffer>

@@ -1,4 +1,5 @@
 // The drawn pictures of the simulator, and thumbnails of drawn ones and of files.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

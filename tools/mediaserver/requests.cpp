@@ -1,4 +1,5 @@
 // The wire tables of the console's messages, in MSEX 1.0, 1.1 and 1.2 where they differ.
+// SPDX-License-Identifier: Apache-2.0
 #include "requests.h"
 
 #include "wire.h"

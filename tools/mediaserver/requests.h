@@ -1,4 +1,5 @@
 // What a console sends to a media server, and the pure function that reads it from a message's bytes.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

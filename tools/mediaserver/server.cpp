@@ -1,4 +1,5 @@
 // Sockets and timers of one simulated server.
+// SPDX-License-Identifier: Apache-2.0
 #include "server.h"
 
 namespace MediaServer {

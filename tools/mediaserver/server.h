@@ -1,4 +1,5 @@
 // One simulated media server: its announcements, its listening socket, its layers, and its vanishing and coming back.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QNetworkInterface>

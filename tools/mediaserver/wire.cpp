@@ -1,4 +1,5 @@
 // Reading and writing of little-endian fields, and the header's size field.
+// SPDX-License-Identifier: Apache-2.0
 #include "wire.h"
 
 namespace MediaServer {

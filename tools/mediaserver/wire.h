@@ -1,4 +1,5 @@
 // The simulator's own bounded reader and its own writer of CITP's little-endian fields, and the frame of a message.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QByteArray>

@@ -1,4 +1,5 @@
 // An application on the installed library: messages, type information in both directions, the stack at rest.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_peer.h>
 #include <citp/citp_stack.h>
 #include <citp_system/os_log.h>
