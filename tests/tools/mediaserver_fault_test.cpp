@@ -200,6 +200,52 @@ TEST(MediaserverFault, StormSurroundsTheOwnAnnouncementWithOthers)
     EXPECT_GT(cut, 10);
 }
 
+TEST(MediaserverFault, RefuseAnnouncesAClosedPort)
+{
+    GroupListener group;
+    Program program({"--adapter", "lo", "--fault", "refuse", "--interval", "50"});
+    program.waitForLine("fault: refuse");
+    EXPECT_TRUE(group.nextFrom("127.0.0.2").data.contains("MediaServer"));
+    QTcpSocket socket;
+    socket.connectToHost("127.0.0.2", 4811);
+    EXPECT_FALSE(socket.waitForConnected(Patience));
+    EXPECT_EQ(socket.error(), QAbstractSocket::ConnectionRefusedError);
+}
+
+TEST(MediaserverFault, MuteSendsNoSInfAndAnswersRequests)
+{
+    Pair pair("mute");
+    pair.console->send(hex(Greeting) + hex(AskLibraries));
+    pair.program.waitForLine("fault: mute");
+    EXPECT_EQ(pair.console->nextMessage().mid(22, 4).toStdString(), "ELIn");
+}
+
+TEST(MediaserverFault, OddSinfIsOfAVersionThatDoesNotExist)
+{
+    Pair pair("odd-sinf");
+    pair.console->send(hex(Greeting) + hex(AskLibraries));
+    const QByteArray greeting = pair.console->nextMessage();
+    EXPECT_EQ(greeting.mid(22, 4).toStdString(), "SInf");
+    EXPECT_GE(int(greeting.at(21)), 3);
+    EXPECT_EQ(int(pair.console->nextMessage().at(21)), 0);
+}
+
+TEST(MediaserverFault, SpoilChangesThePictureAlone)
+{
+    Program healthy({"--adapter", "lo", "--address", "127.0.0.3"});
+    healthy.waitForLine("listens on");
+    Console console("127.0.0.3", 4811);
+    console.send(hex(AskThumbnail));
+    const QByteArray whole = console.nextMessage();
+    Pair pair("spoil");
+    pair.console->send(hex(AskThumbnail) + hex(AskLibraries));
+    const QByteArray spoiled = pair.console->nextMessage();
+    EXPECT_EQ(spoiled.size(), ThumbnailSize);
+    EXPECT_EQ(spoiled.left(39).toHex().toStdString(), whole.left(39).toHex().toStdString());
+    EXPECT_NE(spoiled.mid(39).toHex().toStdString(), whole.mid(39).toHex().toStdString());
+    EXPECT_EQ(pair.console->nextMessage().size(), LibrariesSize);
+}
+
 TEST(MediaserverFault, FaultsComeTogether)
 {
     Pair pair("truncate,garbage", {"--fault", "version"});

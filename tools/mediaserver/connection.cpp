@@ -123,7 +123,16 @@ void Connection::handleClientInfo(const Request& request)
     for (const quint16 version : request.versions)
         versions << versionText(version);
     report(QString("CInf: speaks MSEX %1").arg(versions.join(", ")));
-    m_outbox.send(serverInformation(m_service.identity, request.index));
+    if (m_faults.strikes(Fault::Mute)) {
+        report("fault: mute");
+        return;
+    }
+    QByteArray information = serverInformation(m_service.identity, request.index);
+    if (m_faults.strikes(Fault::OddSinf)) {
+        report("fault: odd-sinf");
+        information = m_faults.misversioned(information);
+    }
+    m_outbox.send(information);
     report(QString("SInf sent in MSEX 1.%1").arg(m_service.identity.msexMinor));
     m_greeted = true;
 }

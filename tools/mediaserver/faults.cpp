@@ -18,6 +18,18 @@ bool isMsex(const QByteArray& message)
 {
     return message.mid(16, 4) == "MSEX" && message.size() >= MsexHeaderSize;
 }
+
+// Where a thumbnail tells the size of the picture that follows; -1 if it is none, or cut before that.
+int pictureSizeField(const QByteArray& message)
+{
+    const QByteArray code = message.mid(22, 4);
+    if (!isMsex(message) || (code != "ELTh" && code != "EThn"))
+        return -1;
+    // Behind the type come the library, for an element its number, then format, width and height.
+    const int library = message.at(21) == 0 ? 1 : 4;
+    const int sizeField = MsexHeaderSize + 1 + library + (code == "EThn" ? 1 : 0) + 8;
+    return message.size() < sizeField + 2 ? -1 : sizeField;
+}
 } // namespace
 
 const std::vector<FaultDescription>& faultDescriptions()
@@ -36,6 +48,10 @@ const std::vector<FaultDescription>& faultDescriptions()
         {Fault::Noise, "noise", "20 to 200 random bytes come before an answer, and nothing tells where they end"},
         {Fault::Reset, "reset", "the connection is reset in the middle of an answer"},
         {Fault::Storm, "storm", "each announcement is 300 datagrams: its own, foreign ones, cut and damaged ones"},
+        {Fault::Refuse, "refuse", "it announces itself, but the port that it announces is closed"},
+        {Fault::Mute, "mute", "a console's client information is not answered with an SInf"},
+        {Fault::OddSinf, "odd-sinf", "the SInf carries an MSEX version that does not exist, 1.3 to 1.9"},
+        {Fault::Spoil, "spoil", "a thumbnail's picture is random bytes"},
     };
     return all;
 }
@@ -71,13 +87,8 @@ QByteArray Faults::truncated(QByteArray message)
 
 QByteArray Faults::oversized(QByteArray message)
 {
-    const QByteArray code = message.mid(22, 4);
-    if (!isMsex(message) || (code != "ELTh" && code != "EThn"))
-        return message;
-    // Behind the type come the library, for an element its number, then format, width and height.
-    const int library = message.at(21) == 0 ? 1 : 4;
-    const int sizeField = MsexHeaderSize + 1 + library + (code == "EThn" ? 1 : 0) + 8;
-    if (message.size() < sizeField + 2)
+    const int sizeField = pictureSizeField(message);
+    if (sizeField < 0)
         return message;
     message[sizeField] = '\xFF';
     message[sizeField + 1] = '\xFF';
@@ -86,6 +97,15 @@ QByteArray Faults::oversized(QByteArray message)
         setSize(message);
     }
     return message;
+}
+
+QByteArray Faults::spoiled(QByteArray message)
+{
+    const int sizeField = pictureSizeField(message);
+    if (sizeField < 0)
+        return message;
+    const int picture = sizeField + 2;
+    return message.left(picture) + randomBytes(static_cast<int>(message.size()) - picture);
 }
 
 QByteArray Faults::misversioned(QByteArray message)

@@ -19,6 +19,10 @@ enum class Fault : quint32 {
     Noise = 1 << 8,
     Reset = 1 << 9,
     Storm = 1 << 10,
+    Refuse = 1 << 11,
+    Mute = 1 << 12,
+    OddSinf = 1 << 13,
+    Spoil = 1 << 14,
 };
 
 /// Name and explanation of each fault, for the command line.
@@ -55,6 +59,8 @@ public:
     QByteArray truncated(QByteArray message);
     /// Lets a thumbnail announce more bytes than follow; other messages stay as they are.
     QByteArray oversized(QByteArray message);
+    /// Fills a thumbnail's picture with random bytes; other messages stay as they are.
+    QByteArray spoiled(QByteArray message);
     /// Writes an MSEX version that no table knows, 1.3 to 1.9; other layers' messages stay as they are.
     QByteArray misversioned(QByteArray message);
     /// Random bytes that are no message but have a message's length field, so that a reader can pass over them.

@@ -91,7 +91,8 @@ public:
             "FILE");
         add({"fault"},
             "Misbehaves; names with commas between, and the option again, add up. They strike the answers to "
-            "requests and to the asking for the patch, not the SInf. " +
+            "requests and to the asking for the patch, not the SInf, "
+            "unless it says so here. " +
                 faultHelp(),
             "NAME,...");
         add({"fault-rate"}, "Percentage of the occasions at which a fault strikes, 1 to 100; default 100.", "PERCENT");

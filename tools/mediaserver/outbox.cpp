@@ -40,6 +40,8 @@ QString Outbox::answer(QByteArray message)
     };
     if (strikes(Fault::Truncate, "truncate"))
         message = m_faults.truncated(message);
+    if (strikes(Fault::Spoil, "spoil"))
+        message = m_faults.spoiled(message);
     if (strikes(Fault::Oversize, "oversize"))
         message = m_faults.oversized(message);
     if (strikes(Fault::Version, "version"))

@@ -71,6 +71,10 @@ bool Server::start(QString& problem)
                                             .arg(place, m_adapter.name())
                                             .arg(m_behaviour.intervalMs)
                                             .arg(m_service.identity.msexMinor));
+    if (m_faults.strikes(Fault::Refuse)) {
+        m_listener.close();
+        m_log.line(m_service.identity.name, "fault: refuse: it listens no longer");
+    }
     m_announceTimer.start();
     if (m_behaviour.layerRate > 0)
         m_layerTimer.start(1000 / m_behaviour.layerRate);
