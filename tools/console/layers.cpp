@@ -1,14 +1,12 @@
 // The command "layers": what the layers of a server are playing, as long as it goes on telling.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_lsta.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <QJsonArray>
-#include <cstdio>
 #include <optional>
 
 #include "commands.h"
+#include "live_table.h"
 #include "printing.h"
 #include "session.h"
 #include "table.h"
@@ -56,41 +54,6 @@ QStringList tableOf(const CITP::Msg_MSEX_LSTA& status)
     return table.lines();
 }
 
-// Draws over what it drew before, so that the table stands still and its numbers move.
-class LiveTable
-{
-public:
-    LiveTable() : m_isTerminal(isatty(STDOUT_FILENO) != 0) {}
-
-    int intervalMs() const { return m_isTerminal ? TerminalMs : PlainMs; }
-
-    void draw(const QString& title, const QStringList& rows)
-    {
-        const QStringList lines = clipped(QStringList{title} + rows);
-        if (m_isTerminal && m_lines > 0)
-            std::printf("\x1b[%dA\x1b[J", m_lines);
-        for (const QString& line : lines)
-            printLine(line);
-        m_lines = static_cast<int>(lines.size());
-    }
-
-private:
-    // What wraps or scrolls could not be drawn over.
-    QStringList clipped(const QStringList& lines) const
-    {
-        winsize window{};
-        if (!m_isTerminal || ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_row < 2)
-            return lines;
-        QStringList out;
-        for (const QString& line : lines.mid(0, window.ws_row - 1))
-            out << line.left(window.ws_col);
-        return out;
-    }
-
-    bool m_isTerminal;
-    int m_lines = 0;
-};
-
 class Layers
 {
 public:
@@ -137,9 +100,10 @@ private:
 
     void showLatest()
     {
-        if (!m_latest || (m_sinceDrawn.isValid() && m_sinceDrawn.elapsed() < m_table.intervalMs()))
+        if (!m_latest ||
+            (m_sinceDrawn.isValid() && m_sinceDrawn.elapsed() < (m_table.isTerminal() ? TerminalMs : PlainMs)))
             return;
-        m_table.draw(QString("%1  %2").arg(timeOfDay(), m_session.name()), tableOf(*m_latest));
+        m_table.draw(QStringList{QString("%1  %2").arg(timeOfDay(), m_session.name())} + tableOf(*m_latest));
         m_latest.reset();
         m_sinceDrawn.start();
     }

@@ -52,4 +52,19 @@ QJsonObject toJson(const ServerText& server)
     }
     return object;
 }
+
+QStringList matching(const QMap<QString, ServerText>& servers, const QString& wanted)
+{
+    if (servers.contains(wanted))
+        return {wanted};
+    QStringList exact;
+    QStringList partial;
+    for (const ServerText& server : servers) {
+        if (server.name == wanted)
+            exact << server.key;
+        else if (server.name.contains(wanted, Qt::CaseInsensitive))
+            partial << server.key;
+    }
+    return exact.isEmpty() ? partial : exact;
+}
 } // namespace Console

@@ -5,7 +5,8 @@
 #include <citp/citp_stack.h>
 
 #include <QJsonObject>
-#include <QString>
+#include <QMap>
+#include <QStringList>
 
 namespace Console {
 /// What is known of a server; taken when it comes up, so that it can still be named when it is gone.
@@ -25,4 +26,8 @@ ServerText describe(const CITP::citp_stack::SERV_ID& key);
 /// For people, harmless to a terminal: everything, or (@p brief) key and name alone.
 QString toText(const ServerText& server, bool brief = false);
 QJsonObject toJson(const ServerText& server);
+
+/// The keys of those of @p servers, which stand under their keys, that @p wanted means: the one with that key, else all
+/// that are called exactly that, else all that have the text in their names.
+QStringList matching(const QMap<QString, ServerText>& servers, const QString& wanted);
 } // namespace Console

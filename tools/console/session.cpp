@@ -3,6 +3,7 @@
 #include "session.h"
 
 #include <QCoreApplication>
+#include <QTimer>
 
 #include "adapters.h"
 #include "printing.h"
@@ -12,8 +13,6 @@ namespace {
 // Servers announce themselves about once a second: after that long a second one of the same name would have shown.
 constexpr int SettleMs = 1500;
 constexpr int HeartbeatMs = 50;
-// The library begins to listen up to 2 s after it was enabled, and then the server must announce itself.
-constexpr int ShortestSearchMs = 5000;
 
 bool isInterrupted = false;
 
@@ -36,6 +35,22 @@ void interruptSessions()
     isInterrupted = true;
 }
 
+bool pumpUntil(const std::function<bool()>& isDone, int milliseconds)
+{
+    QTimer heartbeat; // wakes the event loop, so that time limits are seen
+    heartbeat.start(HeartbeatMs);
+    QElapsedTimer timer;
+    timer.start();
+    while (!isDone()) {
+        if (isInterrupted)
+            throw Interrupted{};
+        if (timer.elapsed() >= milliseconds)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
 Session::Session(const Options& options) : m_limitMs(options.timeoutMs)
 {
     CITP::citp_stack* const stack = CITP::citp_stack::Get();
@@ -45,8 +60,10 @@ Session::Session(const Options& options) : m_limitMs(options.timeoutMs)
         m_servers.remove(key);
         m_isDown = m_isDown || key == m_server.key;
     });
-    m_heartbeat.start(HeartbeatMs);
     stack->setEnabled(true);
+    // An earlier session may have brought it up.
+    for (const QString& key : stack->getServers())
+        m_servers.insert(key, describe(key));
     find(options.server);
 }
 
@@ -63,18 +80,14 @@ void Session::send(const CITP::Msg_Header& request)
 
 bool Session::pump(const std::function<bool()>& isDone, int milliseconds)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (!isDone()) {
-        if (isInterrupted)
-            throw Interrupted{};
+    const auto isOver = [&] {
+        if (isDone())
+            return true;
         if (m_isDown)
             throw Failure{name() + " went down"};
-        if (timer.elapsed() >= milliseconds)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
-    }
-    return true;
+        return false;
+    };
+    return pumpUntil(isOver, milliseconds);
 }
 
 void Session::await(const QString& what, const std::function<bool()>& isDone, const std::function<QString()>& remark)
@@ -86,26 +99,10 @@ void Session::await(const QString& what, const std::function<bool()>& isDone, co
     }
 }
 
-// The key, or else everything that has the text in its name, or else is called exactly that.
-QStringList Session::matches(const QString& wanted) const
-{
-    if (m_servers.contains(wanted))
-        return {wanted};
-    QStringList exact;
-    QStringList partial;
-    for (const ServerText& server : m_servers) {
-        if (server.name == wanted)
-            exact << server.key;
-        else if (server.name.contains(wanted, Qt::CaseInsensitive))
-            partial << server.key;
-    }
-    return exact.isEmpty() ? partial : exact;
-}
-
 void Session::find(const QString& wanted)
 {
     const int searchMs = qMax(m_limitMs, ShortestSearchMs);
-    if (!pump([&] { return !matches(wanted).isEmpty(); }, searchMs)) {
+    if (!pump([&] { return !matching(m_servers, wanted).isEmpty(); }, searchMs)) {
         const QString heard = m_servers.isEmpty() ? QString(
                                                         "no server at all was heard; 'citp-console watch' says "
                                                         "what to look at")
@@ -114,7 +111,7 @@ void Session::find(const QString& wanted)
                           .arg(harmless(wanted), seconds(searchMs), nameAndAddress(ArtNet::Adapter::Get()), heard)};
     }
     pump([&] { return m_servers.contains(wanted); }, SettleMs);
-    const QStringList keys = matches(wanted);
+    const QStringList keys = matching(m_servers, wanted);
     if (keys.isEmpty())
         throw Failure{QString("server '%1' went down").arg(harmless(wanted))};
     if (keys.size() > 1)

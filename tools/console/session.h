@@ -8,7 +8,6 @@
 #include <QElapsedTimer>
 #include <QMap>
 #include <QObject>
-#include <QTimer>
 #include <functional>
 
 #include "options.h"
@@ -26,8 +25,18 @@ struct Interrupted
 {
 };
 
-/// Makes every wait of a Session end with Interrupted. Main thread.
+/// Makes every wait end with Interrupted. Main thread.
 void interruptSessions();
+
+/// Runs the event loop of the main thread until @p isDone or @p milliseconds have passed. @p isDone is asked several
+/// times a second at least.
+/// @return whether it is done
+/// @throws Interrupted when the user wants to end
+bool pumpUntil(const std::function<bool()>& isDone, int milliseconds);
+
+/// The library begins to listen up to 2 s after it was enabled, and then the server must announce itself: no server can
+/// be expected to be up before this has passed.
+constexpr int ShortestSearchMs = 5000;
 
 class Session : public QObject
 {
@@ -58,13 +67,11 @@ public:
     void await(const QString& what, const std::function<bool()>& isDone, const std::function<QString()>& remark = {});
 
 private:
-    QStringList matches(const QString& wanted) const;
     void find(const QString& wanted);
 
     QMap<QString, ServerText> m_servers;
     ServerText m_server;
     int m_limitMs;
     bool m_isDown = false;
-    QTimer m_heartbeat; ///< wakes the event loop, so that time limits are seen
 };
 } // namespace Console

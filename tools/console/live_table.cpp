@@ -1,0 +1,36 @@
+// Redrawing on a terminal.
+// SPDX-License-Identifier: Apache-2.0
+#include "live_table.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "printing.h"
+
+namespace Console {
+LiveTable::LiveTable() : m_isTerminal(isatty(STDOUT_FILENO) != 0) {}
+
+void LiveTable::draw(const QStringList& lines)
+{
+    const QStringList shown = clipped(lines);
+    if (m_isTerminal && m_lines > 0)
+        std::printf("\x1b[%dA\x1b[J", m_lines);
+    for (const QString& line : shown)
+        printLine(line);
+    m_lines = static_cast<int>(shown.size());
+}
+
+// What wraps or scrolls could not be drawn over.
+QStringList LiveTable::clipped(const QStringList& lines) const
+{
+    winsize window{};
+    if (!m_isTerminal || ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_row < 2)
+        return lines;
+    QStringList out;
+    for (const QString& line : lines.mid(0, window.ws_row - 1))
+        out << line.left(window.ws_col);
+    return out;
+}
+} // namespace Console
