@@ -1,0 +1,75 @@
+// Reads the adapters and words them.
+// SPDX-License-Identifier: Apache-2.0
+#include "adapters.h"
+
+#include <citp_system/artnet_adapter.h>
+#include <citp_system/os_network_adapter.h>
+
+#include <QCoreApplication>
+#include <QHostAddress>
+
+namespace Browser {
+namespace {
+struct Texts
+{
+    Q_DECLARE_TR_FUNCTIONS(Browser::Adapters)
+};
+
+QString reasonFor(const ArtNet::Adapter& adapter)
+{
+    switch (adapter.GetReason()) {
+        case ArtNet::Adapter::Reason::Explicit:
+            return Texts::tr("chosen");
+        case ArtNet::Adapter::Reason::PrimaryRange:
+            return Texts::tr("the first with an address in 2.0.0.0/8");
+        case ArtNet::Adapter::Reason::SecondaryRange:
+            return Texts::tr("the first with an address in 10.0.0.0/8");
+        case ArtNet::Adapter::Reason::AnyAddress:
+            return Texts::tr("the first with an address");
+        case ArtNet::Adapter::Reason::Loopback:
+            return Texts::tr("no other is up with multicast and an address");
+        case ArtNet::Adapter::Reason::None:
+            break;
+    }
+    return ArtNet::Adapter::GetChoice().empty() ? Texts::tr("no adapter has an address")
+                                                : Texts::tr("chosen, but not there or without an address");
+}
+} // namespace
+
+AdapterState adapterInUse()
+{
+    const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
+    return {QString::fromStdString(adapter.GetName()),
+            adapter.IsValid() ? QHostAddress(adapter.GetIpAddress()).toString() : QString(), reasonFor(adapter)};
+}
+
+std::vector<AdapterOption> adapterOptions()
+{
+    std::vector<AdapterOption> options;
+    for (const Os::NetworkAdapter& adapter : Os::NetworkAdapter::GetAll()) {
+        const Os::NetworkAdapter::State& state = adapter.GetState();
+        if (state.ipAddresses.empty())
+            continue;
+        QStringList addresses;
+        for (const std::uint32_t address : state.ipAddresses)
+            addresses << QHostAddress(address).toString();
+        AdapterOption option;
+        option.name = QString::fromStdString(adapter.GetName());
+        option.isUp = state.up && state.running;
+        option.text = option.isUp ? Texts::tr("%1 (%2)").arg(option.name, addresses.join(QStringLiteral(", ")))
+                                  : Texts::tr("%1 (%2), down").arg(option.name, addresses.join(QStringLiteral(", ")));
+        options.push_back(option);
+    }
+    return options;
+}
+
+QString adapterChoice()
+{
+    return QString::fromStdString(ArtNet::Adapter::GetChoice());
+}
+
+void chooseAdapter(const QString& name)
+{
+    ArtNet::Adapter::Choose(name.toStdString());
+}
+} // namespace Browser

@@ -1,0 +1,77 @@
+// Decoding of the three formats, with a limit on what a picture may claim to be.
+// SPDX-License-Identifier: Apache-2.0
+#include "decoding.h"
+
+#include <QBuffer>
+#include <QCoreApplication>
+#include <QImageReader>
+
+namespace Browser {
+namespace {
+// No thumbnail is bigger; 65535 bytes can announce a picture that would fill the memory.
+constexpr int LongestSide = 4096;
+
+struct Texts
+{
+    Q_DECLARE_TR_FUNCTIONS(Browser::Decoding)
+};
+
+Decoded unusable(const QString& problem)
+{
+    return {{}, problem};
+}
+
+Decoded usable(const QImage& image)
+{
+    const bool fits = image.width() <= PreviewPixels.width() && image.height() <= PreviewPixels.height();
+    const QImage scaled = fits ? image : image.scaled(PreviewPixels, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    // The format that is painted without a conversion.
+    return {
+        scaled.convertToFormat(image.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32),
+        {}};
+}
+
+Decoded fromRgb8(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
+{
+    const int width = answer.ThumbnailWidth;
+    const int height = answer.ThumbnailHeight;
+    const qint64 bytes = qint64(width) * height * 3;
+    if (bytes == 0 || answer.ThumbnailBuffer.size() != bytes)
+        return unusable(Texts::tr("%1 bytes are no picture of %2 × %3 pixels")
+                            .arg(answer.ThumbnailBuffer.size())
+                            .arg(width)
+                            .arg(height));
+    return usable(QImage(reinterpret_cast<const uchar*>(answer.ThumbnailBuffer.constData()), width, height, width * 3,
+                         QImage::Format_RGB888));
+}
+
+Decoded fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const char* format)
+{
+    QByteArray bytes = answer.ThumbnailBuffer;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer, format);
+    reader.setDecideFormatFromContent(false);
+    const QSize size = reader.size();
+    if (size.width() > LongestSide || size.height() > LongestSide)
+        return unusable(Texts::tr("%1 × %2 pixels are too many").arg(size.width()).arg(size.height()));
+    const QImage image = reader.read();
+    if (image.isNull())
+        return unusable(Texts::tr("damaged picture"));
+    return usable(image);
+}
+} // namespace
+
+Decoded decode(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
+{
+    if (answer.ThumbnailBuffer.isEmpty())
+        return unusable(Texts::tr("no picture"));
+    if (answer.ThumbnailFormat == QLatin1String("RGB8"))
+        return fromRgb8(answer);
+    if (answer.ThumbnailFormat == QLatin1String("PNG "))
+        return fromEncoded(answer, "png");
+    if (answer.ThumbnailFormat == QLatin1String("JPEG"))
+        return fromEncoded(answer, "jpeg");
+    return unusable(Texts::tr("unknown picture format"));
+}
+} // namespace Browser

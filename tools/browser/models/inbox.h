@@ -1,0 +1,77 @@
+// Inbox: receives everything that the stack tells, in a thread of its own, and hands the window's thread only what is
+// shown, converted, decoded and bundled.
+//
+// So neither a flood of messages nor a large one holds up the window. Made in the window's thread, which also calls its
+// public operations; everything else runs in the inbox's thread, and so do the emissions.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <citp/citp_stack.h>
+
+#include <QMutex>
+#include <QObject>
+#include <QThread>
+#include <QTimer>
+
+#include "announcements.h"
+#include "values.h"
+
+namespace Browser {
+class Inbox : public QObject
+{
+    Q_OBJECT
+
+public:
+    Inbox();
+    /// Ends the thread; nothing is emitted afterwards.
+    ~Inbox() override;
+
+    /// From now on only messages of the server @p key are handed on; notices of servers come from all. Empty for none.
+    void follow(const QString& key);
+
+    /// Starts the thread. Connect before.
+    void start();
+
+Q_SIGNALS:
+    void serverHeard(const QString& key, const QString& name);
+    void serverUp(const Browser::Server& server);
+    void serverDown(const QString& key);
+    void librariesArrived(const Browser::LibraryListPtr& list);
+    void elementsArrived(const Browser::ElementListPtr& list);
+    void pictureArrived(const Browser::Picture& picture);
+    void libraryUpdated(const Browser::LibraryUpdate& update);
+    /// At most 25 times a second.
+    void layersArrived(const QString& server, const Browser::LayerStates& layers);
+    /// Fixtures that came within a twentieth of a second.
+    void fixturesArrived(const QString& server, const Browser::Fixtures& fixtures);
+    void adapterChanged(const Browser::AdapterState& adapter);
+
+private:
+    void begin();
+    void end();
+    bool isFollowed(const QString& key);
+    void tellUp(const QString& key);
+    void takeLibraries(const QString& key, const CITP::Msg_MSEX_ELIN& message);
+    template <typename Message>
+    void takeElements(const QString& key, const Message& message);
+    void takePicture(const QString& key, const CITP::Msg_MSEX_ETHN& message);
+    void takeUpdate(const QString& key, const CITP::Msg_MSEX_ELUP& message);
+    void takeLayers(const QString& key, const CITP::Msg_MSEX_LSTA& message);
+    void takeFixture(const QString& key, const CITP::Msg_FPTC_PTCH& message);
+    void tellLayers();
+    void tellFixtures();
+
+    QThread m_thread;
+    QMutex m_mutex; ///< guards #m_followed
+    QString m_followed;
+    // The inbox's thread only.
+    Announcements* m_announcements = nullptr;
+    QTimer* m_layerPause = nullptr;
+    QTimer* m_fixturePause = nullptr;
+    QString m_layersOf;
+    LayerStates m_layers;
+    bool m_hasLayers = false;
+    QString m_fixturesOf;
+    Fixtures m_fixtures;
+};
+} // namespace Browser

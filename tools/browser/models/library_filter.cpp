@@ -1,0 +1,23 @@
+// Matching of names, upper and lower case alike.
+// SPDX-License-Identifier: Apache-2.0
+#include "library_filter.h"
+
+namespace Browser {
+LibraryFilter::LibraryFilter()
+{
+    setRecursiveFilteringEnabled(true);
+}
+
+void LibraryFilter::setText(const QString& text)
+{
+    m_text = text.trimmed();
+    invalidateFilter();
+}
+
+bool LibraryFilter::filterAcceptsRow(int row, const QModelIndex& parent) const
+{
+    if (m_text.isEmpty() || !parent.isValid())
+        return true;
+    return sourceModel()->index(row, 0, parent).data().toString().contains(m_text, Qt::CaseInsensitive);
+}
+} // namespace Browser

@@ -1,0 +1,173 @@
+// Collecting in bundles, and a ring of lines.
+// SPDX-License-Identifier: Apache-2.0
+#include "log_model.h"
+
+#include "values.h"
+
+namespace Browser {
+namespace {
+constexpr int DrainMs = 100;
+constexpr std::size_t MostCollected = 2000;
+constexpr int LongestLine = 400;
+} // namespace
+
+LogModel::LogModel(int most) : m_most(most), m_former(Os::Log::SetSink(this))
+{
+    connect(&m_drain, &QTimer::timeout, this, &LogModel::drain);
+    m_drain.start(DrainMs);
+}
+
+LogModel::~LogModel()
+{
+    Os::Log::SetSink(m_former);
+}
+
+void LogModel::setTraffic(bool on)
+{
+    Os::Log::SetMask("CITP.*", on ? Os::Log::DefaultMask | Os::Log::Traffic : Os::Log::DefaultMask);
+}
+
+void LogModel::Write(const Os::Log::Line& line)
+{
+    Line taken;
+    taken.time = QTime::currentTime();
+    taken.level = static_cast<int>(line.level);
+    taken.context = QString::fromStdString(line.context.GetName());
+    taken.text = QString::fromUtf8(line.text.c_str());
+    const QMutexLocker lock(&m_mutex);
+    if (m_collected.size() < MostCollected)
+        m_collected.push_back(taken);
+    else
+        ++m_lost;
+}
+
+void LogModel::drain()
+{
+    std::vector<Line> lines;
+    {
+        const QMutexLocker lock(&m_mutex);
+        lines.swap(m_collected);
+        if (m_lost > 0) {
+            Line note;
+            note.time = QTime::currentTime();
+            note.level = Os::Log::Warning;
+            note.context = QStringLiteral("CITP");
+            note.text = tr("%n line(s) came too fast to be shown", nullptr, m_lost);
+            lines.push_back(note);
+        }
+        m_lost = 0;
+    }
+    if (lines.empty())
+        return;
+    if (static_cast<int>(lines.size()) > m_most)
+        lines.erase(lines.begin(), lines.end() - m_most);
+    const int over = rowCount() + static_cast<int>(lines.size()) - m_most;
+    if (over > 0) {
+        beginRemoveRows({}, 0, over - 1);
+        m_lines.erase(m_lines.begin(), m_lines.begin() + over);
+        endRemoveRows();
+    }
+    beginInsertRows({}, rowCount(), rowCount() + static_cast<int>(lines.size()) - 1);
+    m_lines.insert(m_lines.end(), lines.begin(), lines.end());
+    endInsertRows();
+}
+
+void LogModel::clear()
+{
+    beginResetModel();
+    m_lines.clear();
+    endResetModel();
+}
+
+QString LogModel::textForLevel(int level)
+{
+    switch (level) {
+        case Os::Log::Traffic:
+            return tr("traffic");
+        case Os::Log::State:
+            return tr("state");
+        case Os::Log::Warning:
+            return tr("warning");
+        case Os::Log::Failure:
+            return tr("failure");
+        case Os::Log::Critical:
+            return tr("critical");
+        default:
+            return QString::number(level);
+    }
+}
+
+int LogModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : static_cast<int>(m_lines.size());
+}
+
+int LogModel::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : ColumnCount;
+}
+
+QVariant LogModel::data(const QModelIndex& index, int role) const
+{
+    if (!index.isValid() || index.row() >= rowCount())
+        return {};
+    const Line& line = m_lines[static_cast<std::size_t>(index.row())];
+    if (role == LevelRole)
+        return line.level;
+    if (role != Qt::DisplayRole)
+        return {};
+    switch (index.column()) {
+        case Time:
+            return line.time.toString(QStringLiteral("HH:mm:ss.zzz"));
+        case Level:
+            return textForLevel(line.level);
+        case Context:
+            return line.context;
+        case Text:
+            return oneLine(line.text, LongestLine);
+        default:
+            return {};
+    }
+}
+
+QVariant LogModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+        return {};
+    switch (section) {
+        case Time:
+            return tr("Time");
+        case Level:
+            return tr("Level");
+        case Context:
+            return tr("Context");
+        case Text:
+            return tr("Text");
+        default:
+            return {};
+    }
+}
+
+void LogFilter::setContext(const QString& context)
+{
+    m_context = context;
+    invalidateFilter();
+}
+
+void LogFilter::setLevels(int levels)
+{
+    m_levels = levels;
+    invalidateFilter();
+}
+
+bool LogFilter::filterAcceptsRow(int row, const QModelIndex& parent) const
+{
+    const QAbstractItemModel& model = *sourceModel();
+    if ((model.index(row, 0, parent).data(LogModel::LevelRole).toInt() & m_levels) == 0)
+        return false;
+    if (m_context.isEmpty())
+        return true;
+    const QString context = model.index(row, LogModel::Context, parent).data().toString();
+    return context == m_context || context.startsWith(m_context + QLatin1Char('.'));
+}
+} // namespace Browser

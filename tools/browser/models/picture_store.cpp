@@ -1,0 +1,173 @@
+// Choice of the next picture, states and cache.
+// SPDX-License-Identifier: Apache-2.0
+#include "picture_store.h"
+
+#include <algorithm>
+
+#include "decoding.h"
+
+namespace Browser {
+namespace {
+constexpr int LimitKb = 96 * 1024;
+}
+
+PictureStore::PictureStore(Requests& requests) : m_requests(requests), m_images(LimitKb)
+{
+    m_requests.setPictureSource([this] { return next(); });
+    connect(&m_requests, &Requests::pictureCame, this, &PictureStore::take);
+    connect(&m_requests, &Requests::pictureFailed, this, &PictureStore::fail);
+}
+
+void PictureStore::want(Wish wish, std::vector<PictureId> ids)
+{
+    wishes(wish) = std::move(ids);
+    if (!m_requests.isOpen())
+        return;
+    m_requests.askForPictures();
+    if (wish == Wish::Library)
+        Q_EMIT progress(done(), total());
+}
+
+// What has been there once and was pushed out of the cache is fetched again when it is looked at, and only then.
+bool PictureStore::isMissing(const PictureId& id, Wish wish) const
+{
+    if (m_requests.isAsked(id) || m_requests.isAsked({id.type, id.library, id.number, !id.large}))
+        return false;
+    const auto entry = m_entries.constFind(id);
+    if (entry == m_entries.constEnd() || entry->state == State::None)
+        return true;
+    return entry->state == State::Ready && wish != Wish::Library && !m_images.contains(id);
+}
+
+std::optional<PictureId> PictureStore::next()
+{
+    for (const Wish wish : {Wish::Preview, Wish::Visible, Wish::Layers, Wish::Library}) {
+        for (const PictureId& id : wishes(wish)) {
+            if (isMissing(id, wish))
+                return id;
+        }
+    }
+    return {};
+}
+
+PictureStore::State PictureStore::state(const PictureId& id) const
+{
+    const State state = m_entries.value(id).state;
+    if (state == State::Ready)
+        return m_images.contains(id) ? State::Ready : State::Waiting;
+    if (state != State::None)
+        return state;
+    if (m_requests.isAsked(id))
+        return State::Waiting;
+    for (const std::vector<PictureId>& ids : m_wishes) {
+        if (std::find(ids.begin(), ids.end(), id) != ids.end())
+            return State::Waiting;
+    }
+    return State::None;
+}
+
+QImage PictureStore::find(const PictureId& id) const
+{
+    const QImage* const image = m_images.object(id);
+    return image ? *image : QImage();
+}
+
+void PictureStore::clear()
+{
+    m_entries.clear();
+    m_images.clear();
+    for (std::vector<PictureId>& ids : m_wishes)
+        ids.clear();
+    Q_EMIT manyChanged();
+    Q_EMIT progress(0, 0);
+}
+
+void PictureStore::failWaiting(State state, const QString& problem)
+{
+    m_requests.dropPictures();
+    for (const std::vector<PictureId>& ids : m_wishes) {
+        for (const PictureId& id : ids) {
+            Entry& entry = m_entries[id];
+            if (entry.state == State::None)
+                entry = {state, problem};
+        }
+    }
+    Q_EMIT manyChanged();
+    Q_EMIT progress(done(), total());
+}
+
+void PictureStore::cancel()
+{
+    failWaiting(State::Cancelled, {});
+}
+
+void PictureStore::failAll(const QString& problem)
+{
+    failWaiting(State::Failed, problem);
+}
+
+void PictureStore::retry()
+{
+    for (auto entry = m_entries.begin(); entry != m_entries.end();) {
+        if (entry->state == State::Failed || entry->state == State::Cancelled)
+            entry = m_entries.erase(entry);
+        else
+            ++entry;
+    }
+    m_requests.askForPictures();
+    Q_EMIT manyChanged();
+    Q_EMIT progress(done(), total());
+}
+
+void PictureStore::renew(const PictureId& id)
+{
+    if (m_entries.remove(id) == 0)
+        return;
+    m_requests.askForPictures();
+    Q_EMIT changed(id);
+    Q_EMIT progress(done(), total());
+}
+
+void PictureStore::renewLibrary(quint8 type, const QString& library)
+{
+    const QList<PictureId> known = m_entries.keys();
+    for (const PictureId& id : known) {
+        if (id.type == type && id.library == library)
+            m_entries.remove(id);
+    }
+    m_requests.askForPictures();
+    Q_EMIT manyChanged();
+    Q_EMIT progress(done(), total());
+}
+
+int PictureStore::done() const
+{
+    const std::vector<PictureId>& ids = wishes(Wish::Library);
+    return static_cast<int>(std::count_if(
+        ids.begin(), ids.end(), [this](const PictureId& id) { return m_entries.value(id).state != State::None; }));
+}
+
+void PictureStore::take(const PictureId& id, const Picture& picture)
+{
+    const QSize box = id.large ? PreviewPixels : TilePixels;
+    const bool fits = picture.image.width() <= box.width() && picture.image.height() <= box.height();
+    // A server may send more than was asked for.
+    auto* const image =
+        new QImage(fits ? picture.image : picture.image.scaled(box, Qt::KeepAspectRatio, Qt::FastTransformation));
+    m_images.insert(id, image, qMax(1, static_cast<int>(image->sizeInBytes() / 1024)));
+    m_entries[id] = {State::Ready, {}};
+    Q_EMIT changed(id);
+    Q_EMIT progress(done(), total());
+}
+
+void PictureStore::fail(const PictureId& id, const QString& problem, bool isSilent)
+{
+    m_entries[id] = {State::Failed, problem};
+    Q_EMIT changed(id);
+    // Waiting out every single one of them would take minutes and tell nothing new.
+    if (isSilent)
+        failWaiting(State::Failed, problem);
+    else
+        Q_EMIT progress(done(), total());
+}
+} // namespace Browser

@@ -1,0 +1,80 @@
+// Session: the models, what feeds them, and what is chosen in them. The whole browser but for the window.
+//
+// Window's thread; one at a time.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QObject>
+
+#include "element_model.h"
+#include "inbox.h"
+#include "layer_model.h"
+#include "library_filter.h"
+#include "library_model.h"
+#include "log_model.h"
+#include "patch_model.h"
+#include "picture_store.h"
+#include "requests.h"
+#include "server_model.h"
+
+namespace Browser {
+class Session : public QObject
+{
+    Q_OBJECT
+
+public:
+    Session();
+    ~Session() override;
+
+    /// Begins to look for servers.
+    void start();
+
+    LogModel& log() { return m_log; }
+    ServerModel& servers() { return m_servers; }
+    LibraryModel& libraries() { return m_libraries; }
+    LibraryFilter& filteredLibraries() { return m_filteredLibraries; }
+    ElementModel& elements() { return m_elements; }
+    LayerModel& layers() { return m_layers; }
+    PatchModel& patch() { return m_patch; }
+    PictureStore& pictures() { return m_pictures; }
+    Requests& requests() { return m_requests; }
+
+    /// Shows the server @p key; empty for none. If it is not up, its content comes once it is.
+    void chooseServer(const QString& key);
+    QString chosenServer() const { return m_chosen; }
+    bool isChosenUp() const { return m_requests.isOpen(); }
+    /// Shows a library of the chosen server.
+    void chooseLibrary(quint8 type, const QString& library);
+    /// Asks the chosen server for everything that is shown again.
+    void reload();
+
+    /// Looks for servers on the adapter @p name from now on; empty leaves the choice to the library.
+    void chooseAdapter(const QString& name);
+    const AdapterState& adapter() const { return m_adapter; }
+
+Q_SIGNALS:
+    /// chosenServer() or isChosenUp() says something else now.
+    void chosenChanged();
+    void adapterChanged();
+
+private:
+    void open(const Server& server);
+    void setUp(const Server& server);
+    void setDown(const QString& key);
+
+    LogModel m_log;
+    Inbox m_inbox;
+    Requests m_requests;
+    PictureStore m_pictures;
+    ServerModel m_servers;
+    LibraryModel m_libraries;
+    LibraryFilter m_filteredLibraries;
+    ElementModel m_elements;
+    LayerModel m_layers;
+    PatchModel m_patch;
+    QString m_chosen;
+    QString m_shown; ///< whose content the models hold
+    AdapterState m_adapter;
+    bool m_isStarted = false;
+};
+} // namespace Browser
