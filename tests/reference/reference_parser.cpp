@@ -56,6 +56,18 @@ public:
         return text;
     }
 
+    QString text8()
+    {
+        QString text;
+        while (!m_stream.atEnd()) {
+            const quint8 unit = u8();
+            if (unit == 0)
+                break;
+            text += QChar(ushort(unit));
+        }
+        return text;
+    }
+
     QString libraryNumber() { return QString::number(u8()); }
 
     QString libraryId()
@@ -412,6 +424,43 @@ void parse(const QByteArray& msg, Msg_MSEX_ETHN& out)
     picture(msg, s, out);
 }
 
+void parse(const QByteArray& msg, Msg_MSEX_SINF& out)
+{
+    headers(msg, out);
+    if (out.versionMajor != 1 || out.versionMinor > 2) {
+        out.valid = false;
+        return;
+    }
+    Stream s(msg);
+    s.skip(26);
+    if (out.versionMinor < 2) {
+        out.ProductName = s.ucs2();
+        out.ProductVersionMajor = s.u8();
+        out.ProductVersionMinor = s.u8();
+        const int layers = s.u8();
+        Stream sources(msg);
+        sources.skip(26 + 2 * static_cast<int>(out.ProductName.size()) + 3);
+        for (int left = layers; left > 0; --left)
+            out.LayerDMXSources.push_back(sources.text8());
+        return;
+    }
+    for (int left = 36; left > 0; --left)
+        out.UUID += QChar(ushort(s.u8()));
+    out.ProductName = s.ucs2();
+    out.ProductVersionMajor = s.u8();
+    out.ProductVersionMinor = s.u8();
+    out.ProductVersionBugfix = s.u8();
+    for (int left = s.u8(); left > 0; --left)
+        out.SupportedMsexVersions.push_back(s.u16());
+    out.SupportedLibraryTypes = s.u16();
+    for (int left = s.u8(); left > 0; --left)
+        out.ThumbnailFormats.push_back(s.u32());
+    for (int left = s.u8(); left > 0; --left)
+        out.StreamFormats.push_back(s.u32());
+    for (int left = s.u8(); left > 0; --left)
+        out.LayerDMXSources.push_back(s.text8());
+}
+
 bool same(const Msg_MSEX_ELIN& a, const Msg_MSEX_ELIN& b)
 {
     return sameHeaders(a, b) && a.LibraryType == b.LibraryType && sameRecords(a.Libraries, b.Libraries);
@@ -453,5 +502,14 @@ bool same(const Msg_MSEX_ELTH& a, const Msg_MSEX_ELTH& b)
 bool same(const Msg_MSEX_ETHN& a, const Msg_MSEX_ETHN& b)
 {
     return sameThumbnails(a, b) && a.ElementNumber == b.ElementNumber;
+}
+
+bool same(const Msg_MSEX_SINF& a, const Msg_MSEX_SINF& b)
+{
+    return sameHeaders(a, b) && a.UUID == b.UUID && a.ProductName == b.ProductName &&
+           a.ProductVersionMajor == b.ProductVersionMajor && a.ProductVersionMinor == b.ProductVersionMinor &&
+           a.ProductVersionBugfix == b.ProductVersionBugfix && a.SupportedMsexVersions == b.SupportedMsexVersions &&
+           a.SupportedLibraryTypes == b.SupportedLibraryTypes && a.ThumbnailFormats == b.ThumbnailFormats &&
+           a.StreamFormats == b.StreamFormats && a.LayerDMXSources == b.LayerDMXSources;
 }
 } // namespace reference

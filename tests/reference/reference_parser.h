@@ -6,6 +6,7 @@
 #include <citp/citp_msg_msex_elements.h>
 #include <citp/citp_msg_msex_libraries.h>
 #include <citp/citp_msg_msex_lsta.h>
+#include <citp/citp_msg_msex_sinf.h>
 #include <citp/citp_msg_msex_thumbnails.h>
 
 #include <QByteArray>
@@ -21,6 +22,8 @@ void parse(const QByteArray& msg, CITP::Msg_MSEX_GLEI& out);
 void parse(const QByteArray& msg, CITP::Msg_MSEX_LSTA& out);
 void parse(const QByteArray& msg, CITP::Msg_MSEX_ELTH& out);
 void parse(const QByteArray& msg, CITP::Msg_MSEX_ETHN& out);
+/// Without GetHighestMsexVersion(), which nobody but the library can set.
+void parse(const QByteArray& msg, CITP::Msg_MSEX_SINF& out);
 
 /// Whether what parse() fills is the same in both.
 bool same(const CITP::Msg_MSEX_ELIN& a, const CITP::Msg_MSEX_ELIN& b);
@@ -31,4 +34,5 @@ bool same(const CITP::Msg_MSEX_GLEI& a, const CITP::Msg_MSEX_GLEI& b);
 bool same(const CITP::Msg_MSEX_LSTA& a, const CITP::Msg_MSEX_LSTA& b);
 bool same(const CITP::Msg_MSEX_ELTH& a, const CITP::Msg_MSEX_ELTH& b);
 bool same(const CITP::Msg_MSEX_ETHN& a, const CITP::Msg_MSEX_ETHN& b);
+bool same(const CITP::Msg_MSEX_SINF& a, const CITP::Msg_MSEX_SINF& b);
 } // namespace reference

@@ -1,0 +1,58 @@
+// The benchmarks of the messages: under Google Benchmark, or with --instructions once each for callgrind to count.
+// SPDX-License-Identifier: Apache-2.0
+#include "cases.h"
+
+#include <citp_system/os_log.h>
+#include <valgrind/callgrind.h>
+
+#include <QCoreApplication>
+
+#include <cstring>
+
+namespace bench {
+std::vector<Case>& cases()
+{
+    static std::vector<Case> all;
+    return all;
+}
+
+namespace {
+/// Makes callgrind dump the cost of each case under the case's name, summed over a few runs.
+int count()
+{
+    if (!RUNNING_ON_VALGRIND) {
+        std::fputs(
+            "citp_bench_messages: --instructions counts nothing by itself: run it by scripts/bench --instructions\n",
+            stderr);
+        return 2;
+    }
+    constexpr int runs = 10;
+    std::printf("runs %d\n", runs);
+    for (const Case& each : cases()) {
+        // The first runs fill the allocator's caches and bind the symbols.
+        for (int run = 0; run < 3; ++run)
+            each.once();
+        CALLGRIND_ZERO_STATS;
+        for (int run = 0; run < runs; ++run)
+            each.once();
+        CALLGRIND_DUMP_STATS_AT(each.name.c_str());
+    }
+    return 0;
+}
+} // namespace
+} // namespace bench
+
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    bench::addParseCases();
+    if (argc == 2 && std::strcmp(argv[1], "--instructions") == 0)
+        return bench::count();
+    for (const bench::Case& each : bench::cases())
+        benchmark::RegisterBenchmark(each.name.c_str(), each.loop);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 2;
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
