@@ -23,6 +23,7 @@ public:
     /// Waits for a line on standard output that contains @p part, after the lines already waited for.
     /// @return that line; empty, with a failure noted, if it does not come
     QString waitForLine(const QString& part);
+    qint64 id() const { return m_process.processId(); }
     /// As a terminal's Ctrl-C does.
     void interrupt();
     /// Waits for the end of the program.

@@ -22,9 +22,9 @@ TEST(ConsoleUsage, HelpNamesEveryCommandAndOption)
     const Outcome outcome = runConsole({"--help"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors.toStdString(), "");
-    for (const char* const word :
-         {"watch", "adapters", "libraries", "elements", "layers", "patch", "thumbnails", "--adapter", "--format",
-          "--json", "--log", "--seconds", "--size", "--timeout", "--to", "--type", "--version", "Exit status"})
+    for (const char* const word : {"watch", "adapters", "doctor", "libraries", "elements", "layers", "patch",
+                                   "thumbnails", "--adapter", "--format", "--json", "--log", "--seconds", "--size",
+                                   "--timeout", "--to", "--type", "--version", "Exit status"})
         EXPECT_TRUE(outcome.output.contains(word)) << word;
 }
 

@@ -12,5 +12,6 @@ int listLibraries(const Options& options);   ///< "libraries"
 int listElements(const Options& options);    ///< "elements"
 int showLayers(const Options& options);      ///< "layers"
 int listPatch(const Options& options);       ///< "patch"
+int diagnose(const Options& options);        ///< "doctor"
 int fetchThumbnails(const Options& options); ///< "thumbnails"; needs a QGuiApplication, for the fonts
 } // namespace Console

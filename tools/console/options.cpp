@@ -40,6 +40,20 @@ const std::vector<Command>& commands()
          listAdapters,
          {},
          {"adapter", "json", "log"}},
+        {"doctor",
+         "checks what must hold for servers to be seen",
+         "Checks, one after the other, what must hold for a media server to be seen: the adapter, its address, "
+         "multicast\n"
+         "(by joining the group), UDP port 4809 (by opening it as the library does), whether a server is heard within\n"
+         "--timeout, and for each server TCP, the answer to the greeting, the MSEX version, a library and a "
+         "thumbnail.\n"
+         "Prints a line for each, ok, FAILED or skipped, and below a failure what to do about it. SERVER limits it to "
+         "one\n"
+         "server; its key is tried even if it is not heard. Log lines of the library are left out unless --log or\n"
+         "OS_LOG_MASKS asks for them. The exit status is 1 if anything failed.",
+         diagnose,
+         {"[SERVER]"},
+         {"adapter", "json", "log", "timeout"}},
         {"libraries",
          "lists a server's element libraries",
          "Lists the element libraries of a server, sub-libraries (from MSEX 1.1 on) below their parents.",
