@@ -21,6 +21,8 @@ CITP_EXPORT unsigned short getShort(const QByteArray& data, unsigned int offset)
 /// mark is consumed but not kept; nothing else is dropped or swapped. Without a terminator the text ends with the last
 /// whole unit.
 /// @param out receives the text; cleared first
+/// @param data a whole message
+/// @param offset where the text begins
 /// @return bytes consumed, the terminator included; 0 if not even one unit is there
 CITP_EXPORT int getUCS2(QString& out, const QByteArray& data, unsigned int offset);
 

@@ -20,8 +20,10 @@ public:
     /// Reads the layer of @p msg, a whole message. One of fewer than 24 bytes is not valid and leaves the layer's
     /// fields empty; one of fewer than 28 has the hint 0.
     explicit Msg_FPTC(const QByteArray& msg);
+    /// Copies every member.
     Msg_FPTC(const Msg_FPTC& other) = default;
     ~Msg_FPTC() override;
+    /// Copies the fields, and of the CITP header what Msg_Header copies.
     Msg_FPTC& operator=(const Msg_FPTC& other) = default;
 
     /// The FPTC code in @p msg (offset 20); empty for fewer than 28 bytes, a whole FPTC header.
@@ -38,8 +40,10 @@ public:
     Msg_FPTC_PTCH() = default;
     /// Reads @p msg, a whole message. Fields that are cut off are 0 or empty.
     explicit Msg_FPTC_PTCH(const QByteArray& msg);
+    /// Copies every member.
     Msg_FPTC_PTCH(const Msg_FPTC_PTCH& other) = default;
     ~Msg_FPTC_PTCH() override;
+    /// Copies the fields, and of the CITP header what Msg_Header copies.
     Msg_FPTC_PTCH& operator=(const Msg_FPTC_PTCH& other) = default;
 
     quint16 FixtureIdentifier = 0; ///< offset 28
@@ -58,8 +62,10 @@ public:
     /// For sending.
     /// @param identifiers the fixtures wanted, copied; null or empty asks for all. At most 65535 can be told.
     explicit Msg_FPTC_SPTC(const std::vector<unsigned short>* identifiers);
+    /// Copies every member.
     Msg_FPTC_SPTC(const Msg_FPTC_SPTC& other) = default;
     ~Msg_FPTC_SPTC() override;
+    /// Copies the fields, and of the CITP header what Msg_Header copies.
     Msg_FPTC_SPTC& operator=(const Msg_FPTC_SPTC& other) = default;
 
     std::vector<unsigned short> fixtureIdentifiers; ///< the fixtures wanted (offset 30); empty asks for all

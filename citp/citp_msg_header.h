@@ -7,10 +7,13 @@
 #include <QByteArray>
 #include <QString>
 
+/// The client side of CITP: messages as values, their field codecs, and the stack.
 namespace CITP {
 /// The 20 bytes that open every CITP message on UDP and TCP, and the base of every message class.
 ///
 /// A message is a value: built from its fields or parsed from a buffer, and unchanged afterwards except by assignment.
+/// It owns all that it holds. Objects of their own may be used in any thread, one object by one thread at a time.
+///
 /// Parsing never throws for what a peer sent; #valid tells. A received message that is not #valid still holds whatever
 /// fields were read before the fault was found.
 class CITP_EXPORT Msg_Header

@@ -42,8 +42,10 @@ class CITP_EXPORT Msg_MSEX_CInf : public Msg_MSEX
 public:
     /// Ready for sending; the message itself is of MSEX 1.2.
     Msg_MSEX_CInf();
+    /// Copies every member.
     Msg_MSEX_CInf(const Msg_MSEX_CInf& other) = default;
     ~Msg_MSEX_CInf() override;
+    /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_CInf& operator=(const Msg_MSEX_CInf& other) = default;
 };
 

@@ -39,6 +39,7 @@ public:
     /// Parses a whole message, CITP header included. An MSEX minor version above 2 gives an empty list and identity;
     /// `valid` stays as it is.
     explicit Msg_MSEX_MEIN(const QByteArray& msg);
+    /// Copies every member.
     Msg_MSEX_MEIN(const Msg_MSEX_MEIN&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_MEIN& operator=(const Msg_MSEX_MEIN&) = default;
@@ -66,6 +67,7 @@ public:
     Msg_MSEX_EEIN() = default;
     /// Parses a whole message, CITP header included. An MSEX minor version above 2 clears `valid`, and nothing is read.
     explicit Msg_MSEX_EEIN(const QByteArray& msg);
+    /// Copies every member.
     Msg_MSEX_EEIN(const Msg_MSEX_EEIN&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_EEIN& operator=(const Msg_MSEX_EEIN&) = default;
@@ -94,6 +96,7 @@ public:
     /// Parses a whole message, CITP header included. An MSEX minor version other than 1 and 2 clears `valid`, and
     /// nothing is read.
     explicit Msg_MSEX_GLEI(const QByteArray& msg);
+    /// Copies every member.
     Msg_MSEX_GLEI(const Msg_MSEX_GLEI&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_GLEI& operator=(const Msg_MSEX_GLEI&) = default;

@@ -36,6 +36,7 @@ public:
     /// above 2 gives an empty list in a message that stays valid: a server that is newer than this library is answered
     /// by showing nothing, not by dropping what it said.
     explicit Msg_MSEX_ELIN(const QByteArray& msg);
+    /// Copies every member.
     Msg_MSEX_ELIN(const Msg_MSEX_ELIN&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_ELIN& operator=(const Msg_MSEX_ELIN&) = default;
@@ -55,6 +56,7 @@ public:
     /// Parses a whole message, CITP header included. An MSEX minor version above 2 clears `valid`; then only
     /// LibraryType has been read. A header that is invalid does not stop the reading.
     explicit Msg_MSEX_ELUP(const QByteArray& msg);
+    /// Copies every member.
     Msg_MSEX_ELUP(const Msg_MSEX_ELUP&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_ELUP& operator=(const Msg_MSEX_ELUP&) = default;

@@ -38,6 +38,7 @@ public:
     /// other than 0 and 2 clears `valid`, and no layer is read. So a layer status in MSEX 1.1 is rejected, however well
     /// formed. Kept on purpose: applications are built on status coming in 1.0 and 1.2 alone.
     explicit Msg_MSEX_LSTA(const QByteArray& msg);
+    /// Copies every member.
     Msg_MSEX_LSTA(const Msg_MSEX_LSTA&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_LSTA& operator=(const Msg_MSEX_LSTA&) = default;

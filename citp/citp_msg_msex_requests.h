@@ -27,6 +27,7 @@ public:
     /// @param parentId library whose sub-libraries are asked for; not sent in MSEX 1.0, which knows no sub-libraries
     /// @param numbers the libraries asked for; empty asks for all
     Msg_MSEX_GELI(unsigned char minor, unsigned char type, QString parentId, const std::vector<unsigned char>& numbers);
+    /// Copies every member.
     Msg_MSEX_GELI(const Msg_MSEX_GELI&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_GELI& operator=(const Msg_MSEX_GELI&) = default;
@@ -49,6 +50,7 @@ public:
     /// @param numbers the elements asked for; empty asks for all
     Msg_MSEX_GEIN(unsigned char minor, unsigned char type, const QString& id,
                   const std::vector<unsigned char>& numbers);
+    /// Copies every member.
     Msg_MSEX_GEIN(const Msg_MSEX_GEIN&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_GEIN& operator=(const Msg_MSEX_GEIN&) = default;
@@ -75,6 +77,7 @@ public:
     /// @param format "JPEG", "PNG" or "RGB8"; only the first letter counts, as in fromGraphicFormat()
     Msg_MSEX_GELT(unsigned char minor, unsigned char type, const std::vector<QString>& ids, unsigned short height,
                   unsigned short width, const QString& format);
+    /// Copies every member.
     Msg_MSEX_GELT(const Msg_MSEX_GELT&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_GELT& operator=(const Msg_MSEX_GELT&) = default;
@@ -105,6 +108,7 @@ public:
     /// @param numbers the elements asked for; empty asks for all
     Msg_MSEX_GETH(unsigned char minor, unsigned char type, const QString& id, unsigned short height,
                   unsigned short width, const QString& format, const std::vector<unsigned char>& numbers);
+    /// Copies every member.
     Msg_MSEX_GETH(const Msg_MSEX_GETH&) = default;
     /// Leaves the CITP header of the target alone, `valid` included, as Msg_MSEX does.
     Msg_MSEX_GETH& operator=(const Msg_MSEX_GETH&) = default;

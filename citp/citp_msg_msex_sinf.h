@@ -15,6 +15,7 @@ public:
     /// Reads @p msg, a whole message. An MSEX version other than 1.0, 1.1 and 1.2 clears #valid and leaves the body
     /// unread. Fields that are cut off are 0 or empty.
     explicit Msg_MSEX_SINF(const QByteArray& msg);
+    /// Copies every member.
     Msg_MSEX_SINF(const Msg_MSEX_SINF& other) = default;
     ~Msg_MSEX_SINF() override;
     /// Copies everything but the CITP header, which the target keeps.
@@ -23,9 +24,9 @@ public:
     /// The MSEX minor version that the server is taken to speak: that of this message, 0 to 2.
     quint8 GetHighestMsexVersion() const { return HighestMsexVersion; }
 
-    QString ProductName;
-    quint8 ProductVersionMajor = 0;
-    quint8 ProductVersionMinor = 0;
+    QString ProductName;            ///< name for people, UCS-2 on the wire (offset 62; 26 before MSEX 1.2)
+    quint8 ProductVersionMajor = 0; ///< behind the name
+    quint8 ProductVersionMinor = 0; ///< behind the major version
     /// The DMX source of each layer, in layer order. From MSEX 1.0 and 1.1 servers the first text holds, before the
     /// source, the characters of #ProductVersionMinor and of the layer count; if #ProductVersionMinor is 0 the first
     /// text is empty, the second holds the layer count and the first source, and the last source is missing.
@@ -35,7 +36,7 @@ private:
     quint8 HighestMsexVersion = 0;
 
 public:
-    QString UUID;                                      ///< 36 characters; empty before MSEX 1.2
+    QString UUID;                                      ///< 36 characters (offset 26); empty before MSEX 1.2
     quint8 ProductVersionBugfix = 0;                   ///< 0 before MSEX 1.2
     std::vector<unsigned short> SupportedMsexVersions; ///< major in the high byte; empty before MSEX 1.2
     quint16 SupportedLibraryTypes = 0;                 ///< a bit for each library type; 0 before MSEX 1.2

@@ -21,6 +21,7 @@ public:
     Msg_MSEX_Thumbnail_Response_Base() = default;
     /// Parses the headers alone; the body belongs to the derived classes.
     explicit Msg_MSEX_Thumbnail_Response_Base(const QByteArray& msg);
+    /// Copies every member.
     Msg_MSEX_Thumbnail_Response_Base(const Msg_MSEX_Thumbnail_Response_Base&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_Thumbnail_Response_Base& operator=(const Msg_MSEX_Thumbnail_Response_Base&) = default;
@@ -42,6 +43,7 @@ public:
     /// Parses a whole message, CITP header included. Nothing of the body is read if the header is invalid or the MSEX
     /// minor version above 2.
     explicit Msg_MSEX_ELTH(const QByteArray& msg);
+    /// Copies every member.
     Msg_MSEX_ELTH(const Msg_MSEX_ELTH&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_ELTH& operator=(const Msg_MSEX_ELTH&) = default;
@@ -56,6 +58,7 @@ public:
     /// Parses a whole message, CITP header included. Nothing of the body is read if the header is invalid, and
     /// LibraryType alone if the MSEX minor version is above 2.
     explicit Msg_MSEX_ETHN(const QByteArray& msg);
+    /// Copies every member.
     Msg_MSEX_ETHN(const Msg_MSEX_ETHN&) = default;
     /// Leaves the CITP header of the target alone, as Msg_MSEX does.
     Msg_MSEX_ETHN& operator=(const Msg_MSEX_ETHN&) = default;

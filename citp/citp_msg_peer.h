@@ -15,8 +15,10 @@ public:
     explicit Msg_PEER(const QString& code);
     /// Reads the layer of @p msg, a whole message. One that is too short leaves #cookie empty.
     explicit Msg_PEER(const QByteArray& msg);
+    /// Copies every member.
     Msg_PEER(const Msg_PEER& other) = default;
     ~Msg_PEER() override;
+    /// Copies the fields, and of the CITP header what Msg_Header copies.
     Msg_PEER& operator=(const Msg_PEER& other) = default;
 
     using Msg_Header::contentType;
@@ -35,8 +37,10 @@ public:
     Msg_PEER_PLOC(const QString& peerType, const QString& peerName, const QString& peerState, unsigned short tcpPort);
     /// Reads @p msg, a whole message. Fields that are cut off are empty or 0.
     explicit Msg_PEER_PLOC(const QByteArray& msg);
+    /// Copies every member.
     Msg_PEER_PLOC(const Msg_PEER_PLOC& other) = default;
     ~Msg_PEER_PLOC() override;
+    /// Copies the fields, and of the CITP header what Msg_Header copies.
     Msg_PEER_PLOC& operator=(const Msg_PEER_PLOC& other) = default;
 
     QString type;     ///< kind of peer, e.g. "MediaServer" (offset 26)
@@ -54,8 +58,10 @@ public:
     explicit Msg_PEER_PNAM(const QString& peerName);
     /// Reads @p msg, a whole message. A name that is cut off is empty.
     explicit Msg_PEER_PNAM(const QByteArray& msg);
+    /// Copies every member.
     Msg_PEER_PNAM(const Msg_PEER_PNAM& other) = default;
     ~Msg_PEER_PNAM() override;
+    /// Copies the fields, and of the CITP header what Msg_Header copies.
     Msg_PEER_PNAM& operator=(const Msg_PEER_PNAM& other) = default;
 
     QString name; ///< the peer's name (offset 24)

@@ -81,11 +81,15 @@ public:
         ServerInfo(const ServerInfo&) = delete;
         ServerInfo& operator=(const ServerInfo&) = delete;
 
+        /// Whether requests are paced and writes flushed. Any thread that keeps the record from going.
         bool IsNoDelayEnabled() const { return m_noDelay; }
         /// Switches pacing on or off; on also sets TCP no-delay on #m_socket, off leaves that option as it is.
         void SetNoDelay(bool enable);
+        /// Notes whether a paced request is out. Under the stack's queue lock.
         void SetInProgress(bool busy) { m_inProgress = busy; }
+        /// Whether a paced request is out and not answered yet. Under the stack's queue lock.
         bool IsRequestInProgress() const { return m_inProgress; }
+        /// The paced requests that wait, oldest first; still the record's. Under the stack's queue lock.
         std::queue<QByteArray>& GetMessageQueue() { return m_messageQueue; }
     };
 
@@ -112,7 +116,8 @@ public:
 
     /// The keys of the announced servers (those with a serverUp() and no serverDown() yet), in key order.
     std::vector<SERV_ID> getServers();
-    /// What is known of an announced server.
+    /// What is known of an announced server. The answers are copies.
+    /// @param key the server
     /// @param sinf receives the server's SInf; may be null
     /// @param ploc receives its announcement; may be null
     /// @return false, with nothing written, if @p key is no announced server

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+/// What Art-Net and the media servers share: the network adapter.
 namespace ArtNet {
 /// The adapter chosen for Art-Net, as it was at Get(). A value; the choice is made afresh at each Get().
 ///
@@ -41,7 +42,7 @@ public:
     bool IsValid() const noexcept { return m_reason != Reason::None; }
     const std::string& GetName() const noexcept { return m_name; }      ///< the kernel's name, e.g. "eth0"
     std::uint32_t GetIpAddress() const noexcept { return m_ipAddress; } ///< IPv4, host byte order; 0 for none
-    Reason GetReason() const noexcept { return m_reason; }
+    Reason GetReason() const noexcept { return m_reason; }              ///< why it was chosen
 
 private:
     std::string m_name;

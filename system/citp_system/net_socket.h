@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <mutex>
 
+/// IPv4 sockets and addresses.
 namespace Net {
 /// An IPv4 socket. The object is the only owner of its descriptor: it closes it once, in Close() or when it dies, and
 /// nobody else may. A library that wants to adopt the connection is given a duplicate (dup) of GetDescriptor().
@@ -17,7 +18,11 @@ namespace Net {
 class CITP_SYSTEM_EXPORT Socket
 {
 public:
-    enum Protocol { UDP = 0, TCP = 1 };
+    /// What the socket carries: datagrams or a stream.
+    enum Protocol {
+        UDP = 0, ///< datagrams
+        TCP = 1  ///< a stream
+    };
 
     Socket() noexcept = default; ///< not open
     ~Socket();
@@ -27,11 +32,12 @@ public:
     /// Opens a new descriptor, closing one that is open. It is not inherited by child programs.
     /// @return false if the system has none to give; the socket is then not valid
     bool Open(Protocol protocol);
+    /// Whether a descriptor is open.
     bool IsValid() const noexcept { return m_descriptor >= 0; }
     /// The descriptor, still owned by this object; -1 when not open.
     int GetDescriptor() const noexcept { return m_descriptor; }
 
-    bool SetBlocking(bool blocking);
+    bool SetBlocking(bool blocking);          ///< whether operations wait; a new socket does
     bool SetAddressReuse(bool reuse);         ///< SO_REUSEADDR; to be set before Bind
     bool SetReceiveBufferCapacity(int bytes); ///< SO_RCVBUF; the kernel may give another size
     bool Bind(std::uint16_t port);            ///< to @p port on every adapter

@@ -10,6 +10,7 @@
 #include <string>
 
 namespace Os {
+/// Log contexts, their masks, and the sink that lines go to.
 namespace Log {
 class Context;
 
@@ -28,13 +29,13 @@ inline constexpr unsigned DefaultMask = State | Warning | Failure | Critical;
 /// One line, as a sink gets it. Everything it refers to is valid only during Sink::Write.
 struct CITP_SYSTEM_EXPORT Line
 {
-    const Context& context;
-    unsigned level;
-    const text_base& text;
-    const char* function; ///< the signature of the function that writes
-    const char* file;     ///< its source file, by name
-    int line;             ///< the line in that file, from 1
-    const CallStack& callStack;
+    const Context& context;     ///< where it was written
+    unsigned level;             ///< its Level, one bit
+    const text_base& text;      ///< what it says; bytes, UTF-8 or Latin-1 as the writer had it
+    const char* function;       ///< the signature of the function that writes
+    const char* file;           ///< its source file, by name
+    int line;                   ///< the line in that file, from 1
+    const CallStack& callStack; ///< who wrote it, the innermost caller first
 };
 
 /// Where log lines go. An application derives from it and installs its own with SetSink().
@@ -93,6 +94,7 @@ public:
 
     /// The dotted name from the root down, e.g. "CITP.Stack.Traffic".
     const std::string& GetName() const noexcept { return m_name; }
+    /// The levels enabled in this context alone, whatever its ancestors say. Any thread.
     unsigned GetMask() const noexcept { return m_mask.load(std::memory_order_relaxed); }
     /// Enables exactly the levels in @p mask. Any thread.
     void SetMask(unsigned mask) noexcept { m_mask.store(mask, std::memory_order_relaxed); }

@@ -14,6 +14,7 @@ namespace Os {
 class CITP_SYSTEM_EXPORT NetworkAdapter
 {
 public:
+    /// What the kernel says of an adapter at one moment.
     struct CITP_SYSTEM_EXPORT State
     {
         bool present = false;                   ///< the adapter exists
@@ -29,10 +30,11 @@ public:
     };
 
     NetworkAdapter() = default;
+    /// As told; @p name is the kernel's name.
     NetworkAdapter(std::string name, const State& state);
 
     const std::string& GetName() const noexcept { return m_name; } ///< the kernel's name, e.g. "eth0"
-    const State& GetState() const noexcept { return m_state; }
+    const State& GetState() const noexcept { return m_state; }     ///< how it was then; owned by this object
 
     /// All adapters of the machine, in the kernel's order. Any thread. Empty if the kernel does not answer.
     static std::vector<NetworkAdapter> GetAll();
@@ -79,7 +81,9 @@ public:
     /// that appears or becomes usable: that comes up or gets an address. A change is reported when the kernel's
     /// messages have paused for 100 ms, or after 1 s if they do not, to those who are registered then. Registering the
     /// same again changes nothing.
+    /// @param name the kernel's name of the adapter, e.g. "eth0"
     /// @param events the Event bits wanted
+    /// @param callback told on the monitor's thread; stays the caller's and is to be unregistered before it goes
     void Register(const std::string& name, int events, Callback* callback);
 
     /// Takes back the @p events of @p callback's registrations that hear of the adapter @p name: the one under that

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+/// What the system library takes from the operating system: logs, threads, network adapters.
 namespace Os {
 /// The return addresses of a thread's callers at one moment. Capturing costs a walk over the frames; names are looked
 /// up only when Symbolize() is called.
@@ -30,6 +31,7 @@ private:
     void* m_frames[MaxDepth] = {};
 };
 
+/// The calling thread.
 class CITP_SYSTEM_EXPORT Thread
 {
 public:

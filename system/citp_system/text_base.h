@@ -17,7 +17,8 @@ public:
     /// The most characters a text holds, the terminating zero byte not counted.
     static constexpr std::size_t Capacity = 1500;
 
-    text_base() noexcept;
+    text_base() noexcept; ///< empty
+    /// Holds @p text; what goes beyond #Capacity is cut without a sign.
     explicit text_base(std::string_view text) noexcept;
 
     /// Appends @p text; what goes beyond #Capacity is cut without a sign.
@@ -26,10 +27,15 @@ public:
     text_base& operator<<(char character) noexcept;
     /// Appends @p number in decimal.
     text_base& operator<<(long long number) noexcept;
+    /// Appends @p number in decimal.
     text_base& operator<<(unsigned long long number) noexcept;
+    /// Appends @p number in decimal.
     text_base& operator<<(int number) noexcept { return *this << static_cast<long long>(number); }
+    /// Appends @p number in decimal.
     text_base& operator<<(unsigned int number) noexcept { return *this << static_cast<unsigned long long>(number); }
+    /// Appends @p number in decimal.
     text_base& operator<<(long number) noexcept { return *this << static_cast<long long>(number); }
+    /// Appends @p number in decimal.
     text_base& operator<<(unsigned long number) noexcept { return *this << static_cast<unsigned long long>(number); }
 
     /// The text with a zero byte behind it; owned by this object and valid until it changes.
