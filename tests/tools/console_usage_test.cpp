@@ -22,9 +22,10 @@ TEST(ConsoleUsage, HelpNamesEveryCommandAndOption)
     const Outcome outcome = runConsole({"--help"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors.toStdString(), "");
-    for (const char* const word : {"watch", "adapters", "doctor", "libraries", "elements", "layers", "patch",
-                                   "thumbnails", "--adapter", "--format", "--json", "--log", "--seconds", "--size",
-                                   "--timeout", "--to", "--type", "--version", "Exit status"})
+    for (const char* const word :
+         {"watch",  "adapters",  "doctor",  "libraries", "elements", "layers",    "patch",     "thumbnails",
+          "decode", "capture",   "--count", "--summary", "--write",  "--adapter", "--format",  "--json",
+          "--log",  "--seconds", "--size",  "--timeout", "--to",     "--type",    "--version", "Exit status"})
         EXPECT_TRUE(outcome.output.contains(word)) << word;
 }
 
@@ -66,6 +67,12 @@ TEST(ConsoleUsage, RefusesWrongUseInOneLine)
     expectRefused({"elements", "x", "1,2"}, "'1,2' is no library");
     expectRefused({"elements", "x", "1,2,0,256"}, "is no library");
     expectRefused({"elements", "x", "../etc"}, "'../etc' is no library");
+    expectRefused({"decode"}, "'decode' needs a FILE");
+    expectRefused({"decode", "x", "y"}, "'y' belongs to nothing");
+    expectRefused({"decode", "x", "--adapter", "lo"}, "'decode' knows no --adapter");
+    expectRefused({"capture"}, "needs a file: give --write FILE");
+    expectRefused({"capture", "--write", ""}, "--write");
+    expectRefused({"capture", "-w", "x", "--count", "0"}, "whole number from 1 to");
     expectRefused({"thumbnails", "x"}, "needs a folder: give --to DIR");
     expectRefused({"thumbnails", "x", "--to", ""}, "--to");
     expectRefused({"thumbnails", "x", "--to", "y", "--format", "bmp"}, "jpeg, png or rgb8");

@@ -92,11 +92,33 @@ const std::vector<Command>& commands()
          {"SERVER", "[LIBRARY]"},
          {"adapter", "format", "json", "log", "size", "timeout", "to", "type"},
          true},
+        {"decode",
+         "shows what was said on the network, from a capture file",
+         "Reads a capture file, pcap or pcapng, follows the CITP in it, announcements and connections, and prints "
+         "each\n"
+         "message: local time, from where to where, layer and code, size, and what the library makes of it. Marked "
+         "are\n"
+         "messages that the library would not use (WRONG), breaches of the protocol (ERROR), bytes that the capture\n"
+         "lacks (GAP), and connections that begin and end (NOTE). With --json times are UTC.",
+         decode,
+         {"FILE"},
+         {"json", "summary"}},
+        {"capture",
+         "records the CITP traffic of an adapter into a file",
+         "Records announcements and the connections of the servers announced, or recognised by what they say, into a\n"
+         "file for 'decode' and other programs. It hears what this machine sends and receives. Ends after 10 minutes\n"
+         "and 1000000 packets unless told otherwise, or at Ctrl-C, and says how many packets were written and "
+         "dropped.\n"
+         "Needs the right to capture: root's, or 'sudo setcap cap_net_raw+ep' on the program.",
+         capture,
+         {},
+         {"adapter", "count", "seconds", "write"}},
     };
     return all;
 }
 
 const char* const ArgumentHelp[][2] = {
+    {"FILE", "The capture file, pcap or pcapng, of Ethernet, Linux \"any\", loopback or bare IP packets."},
     {"SERVER",
      "The media server, by its key (address and port, such as 2.0.0.10:4811) or a part of its name that no "
      "other server has."},
@@ -118,7 +140,7 @@ QString programDescription()
 QList<QCommandLineOption> knownOptions()
 {
     return {
-        {"adapter",
+        {{"adapter", "i"},
          "Network adapter to use, by name or IPv4 address. Without it the environment variable ARTNET_ADAPTER says so; "
          "else it is the first adapter with an address in 2.0.0.0/8, else in 10.0.0.0/8, else any other, else the "
          "loopback.",
@@ -141,7 +163,10 @@ QList<QCommandLineOption> knownOptions()
          "SECONDS"},
         {"to", "Folder for the files; made if it is not there. Files of the same names are replaced.", "DIR"},
         {"type", "Library type: 1 media, 2 effects, 3 and up others; 1 to 255. Default: 1.", "N"},
-        {"seconds", "Ends after this many seconds, 1 to 86400. Default: runs until Ctrl-C.", "N"},
+        {{"seconds", "duration"}, "Ends after this many seconds, 1 to 86400. Default: runs until Ctrl-C.", "N"},
+        {"count", "Ends after this many packets, 1 to 1000000000. Default: 1000000.", "N"},
+        {"summary", "Prints a table for each server instead of the messages: what was said, how often, and how big."},
+        {{"write", "w"}, "The file to write; one of that name is replaced.", "FILE"},
     };
 }
 
@@ -241,6 +266,8 @@ private:
         }
         if (command.options.contains("to") && !m_parser.isSet("to"))
             throw Problem{QString("'%1' needs a folder: give --to DIR").arg(QString(command.name))};
+        if (command.options.contains("write") && !m_parser.isSet("write"))
+            throw Problem{QString("'%1' needs a file: give --write FILE").arg(QString(command.name))};
     }
 
     [[noreturn]] void refuse(const QString& option, const QString& what) const
@@ -331,6 +358,10 @@ private:
         options.json = m_parser.isSet("json");
         options.seconds = number("seconds", 1, 86400, 0);
         options.log = text("log");
+        options.file = words.value(1);
+        options.summary = m_parser.isSet("summary");
+        options.write = text("write");
+        options.count = number("count", 1, 1000000000, 0);
         return options;
     }
 

@@ -21,6 +21,11 @@ struct Options
     QString to;            ///< folder
     QString format;        ///< as the requests take it: "JPEG", "PNG" or "RGB8"
     QSize size;            ///< pixels
+
+    QString file;         ///< capture file to read
+    bool summary = false; ///< counts instead of messages
+    QString write;        ///< capture file to write
+    int count = 0;        ///< packets; 0: left to the command
 };
 
 /// What a command line asks for.

@@ -1,0 +1,123 @@
+// citp-console capture beside a simulated media server and a console, and what decode makes of its file.
+// SPDX-License-Identifier: Apache-2.0
+#include <QFile>
+#include <QFileInfo>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include "capture_writer.h"
+#include "console_fixture.h"
+
+namespace {
+QStringList capture(const QString& file, const QStringList& more = {})
+{
+    return QStringList{"capture", "--adapter", "lo", "--write", file} + more;
+}
+
+/// Whether this process may capture; in a namespace of its own it always may.
+bool isAllowed()
+{
+    return qEnvironmentVariableIsSet("CITP_TEST_NAMESPACE");
+}
+} // namespace
+
+TEST(ConsoleCapture, RecordsWhatDecodeShows)
+{
+    if (!isAllowed())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const QString file = files.path("show.pcap");
+    Console recorder(capture(file));
+    EXPECT_TRUE(recorder.waitForLine("capturing on ").contains("capturing on lo, 127.0.0.1 for 600 s"));
+    {
+        // Neither of the two is CITP's.
+        QTcpServer other;
+        ASSERT_TRUE(other.listen(QHostAddress::LocalHost));
+        QTcpSocket client;
+        client.connectToHost(QHostAddress::LocalHost, other.serverPort());
+        ASSERT_TRUE(client.waitForConnected(Patience));
+        client.write("nothing of interest");
+        ASSERT_TRUE(client.waitForBytesWritten(Patience));
+
+        const Server server({"--name", "Stage"});
+        Console console({"watch", "--adapter", "lo"});
+        console.waitForLine("up ");
+        const Outcome libraries = runConsole({"libraries", "Stage", "--adapter", "lo"});
+        EXPECT_EQ(libraries.status, 0) << libraries.errors.toStdString();
+        console.interrupt();
+        EXPECT_EQ(console.waitForEnd(), 0);
+    }
+    recorder.interrupt();
+    EXPECT_EQ(recorder.waitForEnd(), 0);
+    EXPECT_EQ(recorder.errors().toStdString(), "");
+    const QString report = recorder.output().split('\n').at(1);
+    EXPECT_TRUE(report.endsWith(QString(" packets written to %1, 0 dropped").arg(file))) << report.toStdString();
+
+    const Outcome decoded = runConsole({"decode", file, "--json"});
+    EXPECT_EQ(decoded.status, 0);
+    EXPECT_EQ(decoded.errors.toStdString(), "");
+    QStringList said;
+    for (const QJsonObject& event : jsonLines(decoded.output)) {
+        EXPECT_EQ(event.value("server").toString().toStdString(), "127.0.0.2:4811");
+        EXPECT_FALSE(event.contains("problem")) << event.value("problem").toString().toStdString();
+        EXPECT_NE(event.value("event").toString().toStdString(), "error")
+            << event.value("text").toString().toStdString();
+        EXPECT_NE(event.value("event").toString().toStdString(), "gap") << event.value("text").toString().toStdString();
+        said << event.value("direction").toString() + ' ' + event.value("code").toString();
+    }
+    for (const char* const expected : {"discovery PLoc", "to server PNam", "to server CInf", "to server SPtc",
+                                       "from server SInf", "to server GELI", "from server ELIn"})
+        EXPECT_TRUE(said.contains(expected)) << expected << " in:\n" << said.join('\n').toStdString();
+}
+
+TEST(ConsoleCapture, EndsAfterItsPacketsAndReportsThem)
+{
+    if (!isAllowed())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const Server server;
+    const QString file = files.path("three.pcap");
+    const Outcome outcome = runConsole(capture(file, {"--count", "3"}));
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.output.contains("\n3 packets written to ")) << outcome.output.toStdString();
+    EXPECT_EQ(jsonLines(runConsole({"decode", file, "--json"}).output).size(), 3u);
+}
+
+TEST(ConsoleCapture, EndsAfterItsSeconds)
+{
+    if (!isAllowed())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const Outcome outcome = runConsole(capture(files.path("quiet.pcap"), {"--seconds", "1"}));
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.output.contains("\n0 packets written to ")) << outcome.output.toStdString();
+}
+
+TEST(ConsoleCapture, SaysWhatToDoWhenItIsNotAllowed)
+{
+    const cap::Files files;
+    Child console("setpriv", QStringList{"--bounding-set", "-net_raw", "--inh-caps", "-net_raw", CONSOLE_PROGRAM} +
+                                 capture(files.path("never.pcap"), {"--seconds", "1"}));
+    EXPECT_EQ(console.waitForEnd(), 1);
+    EXPECT_EQ(console.output().toStdString(), "");
+    EXPECT_EQ(console.errors().count('\n'), 1) << console.errors().toStdString();
+    EXPECT_TRUE(console.errors().startsWith("citp-console: not allowed to capture on lo: run it with sudo, or "))
+        << console.errors().toStdString();
+    EXPECT_TRUE(console.errors().contains("sudo setcap cap_net_raw+ep /")) << console.errors().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(files.path("never.pcap")));
+}
+
+TEST(ConsoleCapture, SaysThatTheFileCannotBeWritten)
+{
+    if (!isAllowed())
+        GTEST_SKIP() << "needs a network namespace";
+    const Outcome outcome = runConsole(capture("/nowhere/at/all.pcap"));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.errors.count('\n'), 1) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("/nowhere/at/all.pcap")) << outcome.errors.toStdString();
+
+    const Server server;
+    const Outcome full = runConsole(capture("/dev/full"));
+    EXPECT_EQ(full.status, 1);
+    EXPECT_TRUE(full.errors.contains("cannot be written")) << full.errors.toStdString();
+}

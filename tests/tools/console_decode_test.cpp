@@ -1,0 +1,342 @@
+// citp-console decode on capture files that the tests write: what it prints, its JSON, its summary, and damaged files.
+// SPDX-License-Identifier: Apache-2.0
+#include <QJsonArray>
+
+#include "capture_writer.h"
+#include "console_fixture.h"
+#include "golden.h"
+
+namespace {
+QByteArray bytesOf(const char* name)
+{
+    return golden::load(name).bytes;
+}
+
+/// A server that announces itself, is greeted and answers.
+cap::Talk shortTalk()
+{
+    cap::Talk talk;
+    talk.announce(bytesOf("ploc_mediaserver").replace(24, 2, QByteArray::fromHex("cb12")));
+    talk.connect();
+    talk.toServer(bytesOf("pnam"));
+    talk.fromServer(bytesOf("sinf_1_2")).acknowledge();
+    talk.toServer(bytesOf("geli_1_2"));
+    talk.fromServer(bytesOf("elin_1_2")).acknowledge();
+    return talk;
+}
+
+QString fileOf(const cap::Files& files, const cap::Talk& talk)
+{
+    return files.write("talk.pcap", cap::pcap(cap::Ethernet, talk.frames));
+}
+
+Outcome decode(const QString& file, const QStringList& more = {})
+{
+    qputenv("TZ", "UTC-1");
+    return runConsole(QStringList{"decode", file} + more);
+}
+
+/// The events of @p talk as words: a message's code, else what is said.
+QStringList words(const cap::Talk& talk)
+{
+    const cap::Files files;
+    const Outcome outcome = decode(fileOf(files, talk), {"--json"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    QStringList list;
+    for (const QJsonObject& event : jsonLines(outcome.output)) {
+        const QString kind = event.value("event").toString();
+        list << (kind == "message" ? event.value("code").toString() : kind + ": " + event.value("text").toString());
+    }
+    return list;
+}
+
+std::string joined(const QStringList& list)
+{
+    return list.join("\n").toStdString();
+}
+} // namespace
+
+TEST(ConsoleDecode, PrintsEachMessage)
+{
+    const cap::Files files;
+    const Outcome outcome = decode(fileOf(files, shortTalk()));
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.errors.toStdString(), "");
+    const QStringList lines = outcome.output.split('\n');
+    ASSERT_GE(lines.size(), 7) << outcome.output.toStdString();
+    EXPECT_EQ(lines.at(0).toStdString(), "2023-11-14, UTC+01:00");
+    EXPECT_TRUE(lines.at(1).startsWith("23:13:20.000  2.0.0.10:50000 -> 224.0.0.180:4809  PINF PLoc "))
+        << lines.at(1).toStdString();
+    EXPECT_TRUE(lines.at(1).contains(" port=4811 type=MediaServer ")) << lines.at(1).toStdString();
+    EXPECT_EQ(lines.at(2).toStdString(), "23:13:20.001  2.0.0.5:40000 -> 2.0.0.10:4811  NOTE: connects");
+    EXPECT_TRUE(lines.at(3).startsWith("23:13:20.004  2.0.0.5:40000 -> 2.0.0.10:4811  PINF PNam "))
+        << lines.at(3).toStdString();
+    EXPECT_TRUE(lines.at(4).startsWith("23:13:20.005  2.0.0.10:4811 -> 2.0.0.5:40000  MSEX SInf 123 bytes  "))
+        << lines.at(4).toStdString();
+    EXPECT_TRUE(lines.at(4).contains(" MSEXVersion=258 ")) << lines.at(4).toStdString();
+    EXPECT_TRUE(lines.at(5).contains("  MSEX GELI ")) << lines.at(5).toStdString();
+    EXPECT_TRUE(lines.at(6).contains("  MSEX ELIn ")) << lines.at(6).toStdString();
+    EXPECT_TRUE(lines.at(6).contains("LibraryCount=")) << lines.at(6).toStdString();
+}
+
+TEST(ConsoleDecode, PrintsOneJsonObjectALine)
+{
+    const cap::Files files;
+    const std::vector<QJsonObject> events = jsonLines(decode(fileOf(files, shortTalk()), {"--json"}).output);
+    ASSERT_EQ(events.size(), 6u);
+    EXPECT_EQ(events[0].value("direction").toString().toStdString(), "discovery");
+    EXPECT_EQ(events[0].value("time").toString().toStdString(), "2023-11-14T22:13:20.000Z");
+    const QJsonObject& sinf = events[3];
+    EXPECT_EQ(sinf.value("event").toString().toStdString(), "message");
+    EXPECT_EQ(sinf.value("time").toString().toStdString(), "2023-11-14T22:13:20.005Z");
+    EXPECT_EQ(sinf.value("from").toString().toStdString(), "2.0.0.10:4811");
+    EXPECT_EQ(sinf.value("to").toString().toStdString(), "2.0.0.5:40000");
+    EXPECT_EQ(sinf.value("server").toString().toStdString(), "2.0.0.10:4811");
+    EXPECT_EQ(sinf.value("direction").toString().toStdString(), "from server");
+    EXPECT_EQ(sinf.value("layer").toString().toStdString(), "MSEX");
+    EXPECT_EQ(sinf.value("code").toString().toStdString(), "SInf");
+    EXPECT_EQ(sinf.value("size").toInt(), 123);
+    EXPECT_FALSE(sinf.contains("problem"));
+    EXPECT_EQ(events[4].value("direction").toString().toStdString(), "to server");
+    for (const QJsonObject& event : events)
+        EXPECT_EQ(event.value("server").toString().toStdString(), "2.0.0.10:4811");
+}
+
+TEST(ConsoleDecode, ReadsEveryLinkTypeInBothFormats)
+{
+    const cap::Files files;
+    const cap::Talk talk = shortTalk();
+    const Outcome expected = decode(fileOf(files, talk));
+    for (const cap::LinkType linkType : {cap::Null, cap::Loop, cap::RawIp, cap::LinuxCooked, cap::LinuxCooked2}) {
+        std::vector<cap::Frame> frames;
+        for (const cap::Frame& frame : talk.frames) {
+            // Without the Ethernet header, and without what fills up a short frame.
+            const int length = static_cast<uchar>(frame.bytes.at(16)) * 256 + static_cast<uchar>(frame.bytes.at(17));
+            frames.push_back({frame.timeUs, cap::framed(linkType, frame.bytes.mid(14, length))});
+        }
+        for (const QByteArray& file : {cap::pcap(linkType, frames), cap::pcapng(linkType, frames)}) {
+            const Outcome outcome = decode(files.write("linktype", file));
+            EXPECT_EQ(outcome.output.toStdString(), expected.output.toStdString())
+                << linkType << outcome.errors.toStdString();
+        }
+    }
+}
+
+TEST(ConsoleDecode, PutsSegmentsInOrderAndDropsRepeatedOnes)
+{
+    const QByteArray elin = bytesOf("elin_1_2");
+    cap::Talk talk(0xfffffff0);
+    talk.connect();
+    talk.fromServerAt(30, elin.mid(30)).fromServerAt(10, elin.mid(10, 25)).fromServerAt(0, elin.left(12));
+    talk.fromServerAt(0, elin.left(30)).fromServerAt(20, elin.mid(20)).lose(static_cast<int>(elin.size()));
+    talk.fromServer(bytesOf("lsta_1_2")).acknowledge();
+    EXPECT_EQ(joined(words(talk)), "note: connects\nELIn\nLSta");
+}
+
+TEST(ConsoleDecode, SaysAGapWithItsSizeAndGoesOn)
+{
+    const QByteArray ethn = bytesOf("ethn_1_2");
+    cap::Talk talk;
+    talk.connect().fromServer(bytesOf("sinf_1_2"));
+    talk.fromServer(ethn.left(40)).lose(5).fromServer(ethn.mid(45) + bytesOf("elin_1_2")).acknowledge();
+    talk.wait(2000).fromServer(bytesOf("lsta_1_2")).acknowledge();
+    EXPECT_EQ(
+        joined(words(talk)),
+        QString("note: connects\nSInf\ngap: 5 bytes are missing from the capture; a message of %1 bytes, MSEX EThn, "
+                "is lost with them\nELIn\nLSta")
+            .arg(ethn.size())
+            .toStdString());
+}
+
+TEST(ConsoleDecode, BeginsInTheMiddleOfAConnectionThatNobodyAnnounced)
+{
+    cap::Talk talk;
+    talk.fromServer(bytesOf("elin_1_2").mid(33) + bytesOf("elin_1_2")).toServer(bytesOf("geli_1_2"));
+    const cap::Files files;
+    const std::vector<QJsonObject> events = jsonLines(decode(fileOf(files, talk), {"--json"}).output);
+    ASSERT_EQ(events.size(), 3u);
+    EXPECT_TRUE(events[0].value("text").toString().startsWith("begins within a message: "));
+    EXPECT_EQ(events[1].value("code").toString().toStdString(), "ELIn");
+    EXPECT_EQ(events[1].value("direction").toString().toStdString(), "from server");
+    EXPECT_EQ(events[2].value("direction").toString().toStdString(), "to server");
+    EXPECT_EQ(events[2].value("server").toString().toStdString(), "2.0.0.10:4811");
+}
+
+TEST(ConsoleDecode, KnowsAConnectionFromItsStartThoughTheAnnouncementComesLater)
+{
+    cap::Talk talk;
+    const QByteArray pnam = bytesOf("pnam");
+    talk.connect().toServer(pnam.left(5)).toServer(pnam.mid(5));
+    talk.announce(bytesOf("ploc_mediaserver").replace(24, 2, QByteArray::fromHex("cb12")));
+    EXPECT_EQ(joined(words(talk)), "note: connects\nPNam\nPLoc");
+}
+
+TEST(ConsoleDecode, SaysWhoEndsAConnectionAndHow)
+{
+    cap::Talk ended = shortTalk();
+    ended.fromServer(bytesOf("sinf_1_2").left(50)).end(cap::Fin);
+    const QStringList said = words(ended);
+    EXPECT_EQ(said.mid(said.size() - 2).join("\n").toStdString(),
+              "note: ends the connection\nerror: ends within a message, MSEX SInf: 50 of 123 bytes");
+
+    cap::Talk reset = shortTalk();
+    reset.end(cap::Reset);
+    EXPECT_EQ(words(reset).last().toStdString(), "note: resets the connection");
+
+    cap::Talk refused;
+    refused.announce(bytesOf("ploc_mediaserver").replace(24, 2, QByteArray::fromHex("cb12")));
+    refused.add(cap::tcp(cap::Talk::Console, cap::Talk::Server, 5, 0, cap::Syn));
+    refused.add(cap::tcp(cap::Talk::Server, cap::Talk::Console, 0, 6, cap::Reset | cap::Ack));
+    EXPECT_EQ(joined(words(refused)), "PLoc\nnote: connects\nnote: refuses the connection");
+}
+
+TEST(ConsoleDecode, TellsConnectionsBetweenTheSameEndsApart)
+{
+    cap::Talk talk = shortTalk();
+    cap::Talk again(777777, 12345);
+    again.connect().fromServer(bytesOf("lsta_1_2"));
+    for (const cap::Frame& frame : again.frames)
+        talk.frames.push_back({talk.frames.back().timeUs + 1000, frame.bytes});
+    EXPECT_EQ(joined(words(talk)), "PLoc\nnote: connects\nPNam\nSInf\nGELI\nELIn\nnote: connects\nLSta");
+}
+
+TEST(ConsoleDecode, MarksWhatTheLibraryWouldNotUse)
+{
+    QByteArray lsta = bytesOf("lsta_1_2");
+    lsta[21] = 1;
+    const cap::Files files;
+    cap::Talk talk;
+    talk.connect().fromServer(lsta + "nonsense" + bytesOf("lsta_1_2"));
+    const Outcome outcome = decode(fileOf(files, talk));
+    EXPECT_TRUE(outcome.output.contains("  WRONG: not accepted in MSEX version 1.1  ")) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.output.contains("  ERROR: 8 bytes that begin no message passed over\n"))
+        << outcome.output.toStdString();
+    EXPECT_EQ(outcome.errors.toStdString(), "");
+}
+
+TEST(ConsoleDecode, SaysFragmentsAndDatagramsThatAreNoMessage)
+{
+    cap::Talk talk;
+    talk.announce("HELLO everybody on the network");
+    talk.add(
+        cap::ipv4(17, 0x0200000a, 0xe00000b4, QByteArray::fromHex("c35012c903000000") + bytesOf("pnam"), 0, 0x2000));
+    talk.add(cap::ipv4(17, 0x0200000a, 0xe00000b4, "the rest", 0, 5));
+    const cap::Files files;
+    const Outcome outcome = decode(fileOf(files, talk));
+    EXPECT_TRUE(outcome.output.contains("ERROR: a datagram of 30 bytes that is no CITP message"))
+        << outcome.output.toStdString();
+    EXPECT_EQ(outcome.output.count("NOTE: a fragmented packet"), 1) << outcome.output.toStdString();
+    EXPECT_EQ(outcome.errors.toStdString(), "citp-console: 2 pieces of fragmented packets are not put together\n");
+}
+
+TEST(ConsoleDecode, LeavesOutWhatIsNotCitp)
+{
+    cap::Talk talk;
+    talk.connect().fromServer("HTTP/1.1 200 OK\r\n\r\nCITP is a protocol, and this is no message of it\r\n");
+    const cap::Files files;
+    const QString file = fileOf(files, talk);
+    const Outcome outcome = decode(file);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output.toStdString(), "");
+    EXPECT_EQ(outcome.errors.toStdString(),
+              QString("citp-console: '%1' holds no CITP among its 4 packets\n").arg(file).toStdString());
+}
+
+TEST(ConsoleDecode, KeepsHostileTextsFromTheTerminalAndFromPassingForLines)
+{
+    QByteArray ploc = bytesOf("ploc_mediaserver").left(24);
+    ploc +=
+        QByteArray::fromHex("cb12") + "MediaServer" + '\0' + "\x1b[2J\n12:00:00.000  forged" + '\0' + "Running" + '\0';
+    cap::Talk talk;
+    talk.announce(golden::withTrueSize(ploc));
+    const cap::Files files;
+    const QString file = fileOf(files, talk);
+    const QString output = decode(file).output;
+    EXPECT_FALSE(output.contains('\x1b'));
+    EXPECT_TRUE(output.contains("\\u001b[2J\n    12:00:00.000  forged")) << output.toStdString();
+    EXPECT_EQ(output.count('\n'), 3) << output.toStdString();
+    EXPECT_FALSE(decode(file, {"--summary"}).output.contains('\x1b'));
+    EXPECT_FALSE(decode(file, {"--json"}).output.contains('\x1b'));
+}
+
+TEST(ConsoleDecode, SumsUpEachServer)
+{
+    cap::Talk talk = shortTalk();
+    QByteArray wrong = bytesOf("lsta_1_2");
+    wrong[21] = 1;
+    talk.wait(1988).fromServer(wrong).fromServer(bytesOf("lsta_1_2")).lose(7).fromServer(bytesOf("lsta_1_2"));
+    talk.frames.back().timeUs = cap::Talk::StartUs + 2000000;
+    const cap::Files files;
+    const QString file = fileOf(files, talk);
+
+    const std::vector<QJsonObject> servers = jsonLines(decode(file, {"--summary", "--json"}).output);
+    ASSERT_EQ(servers.size(), 1u);
+    const QJsonObject& server = servers[0];
+    EXPECT_EQ(server.value("server").toString().toStdString(), "2.0.0.10:4811");
+    EXPECT_EQ(server.value("type").toString().toStdString(), "MediaServer");
+    EXPECT_EQ(server.value("first").toString().toStdString(), "2023-11-14T22:13:20.000Z");
+    EXPECT_EQ(server.value("last").toString().toStdString(), "2023-11-14T22:13:22.000Z");
+    EXPECT_EQ(server.value("connections").toInt(), 1);
+    EXPECT_EQ(server.value("errors").toInt(), 1);
+    EXPECT_EQ(server.value("gaps").toInt(), 1);
+    EXPECT_EQ(server.value("missing").toInt(), 7);
+    const int lsta = static_cast<int>(wrong.size());
+    for (const QJsonValue& value : server.value("messages").toArray()) {
+        const QJsonObject message = value.toObject();
+        if (message.value("code") != "LSta")
+            continue;
+        EXPECT_EQ(message.value("layer").toString().toStdString(), "MSEX");
+        EXPECT_EQ(message.value("direction").toString().toStdString(), "from server");
+        EXPECT_EQ(message.value("count").toInt(), 3);
+        EXPECT_EQ(message.value("bytes").toInt(), 3 * lsta);
+        EXPECT_EQ(message.value("smallest").toInt(), lsta);
+        EXPECT_EQ(message.value("largest").toInt(), lsta);
+        EXPECT_EQ(message.value("wrong").toInt(), 1);
+        EXPECT_DOUBLE_EQ(message.value("perSecond").toDouble(), 1.5);
+    }
+    EXPECT_EQ(server.value("messages").toArray().size(), 6);
+
+    const QString text = decode(file, {"--summary"}).output;
+    EXPECT_TRUE(text.startsWith("2.0.0.10:4811  \"")) << text.toStdString();
+    EXPECT_TRUE(
+        text.contains("seen from 2023-11-14 23:13:20.000 to 2023-11-14 23:13:22.000, 2.0 s; connections begun: 1\n"))
+        << text.toStdString();
+    EXPECT_TRUE(text.contains("protocol errors: 1; gaps in the capture: 1, 7 bytes\n")) << text.toStdString();
+    EXPECT_TRUE(
+        text.simplified().contains(QString("MSEX LSta from server 3 %1 %2 %2 1.5 1 23:13:21.").arg(3 * lsta).arg(lsta)))
+        << text.toStdString();
+}
+
+TEST(ConsoleDecode, SaysWhereADamagedFileBreaksOff)
+{
+    const cap::Files files;
+    const cap::Talk talk = shortTalk();
+    for (const QByteArray& whole : {cap::pcap(cap::Ethernet, talk.frames), cap::pcapng(cap::Ethernet, talk.frames)}) {
+        const QString file = files.write("cut", whole.left(whole.size() - 5));
+        const Outcome outcome = decode(file);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_TRUE(outcome.output.contains("MSEX ELIn")) << outcome.output.toStdString();
+        EXPECT_EQ(outcome.errors.count('\n'), 1) << outcome.errors.toStdString();
+        EXPECT_TRUE(outcome.errors.startsWith(
+            QString("citp-console: '%1' breaks off after %2 packets: ").arg(file).arg(talk.frames.size() - 1)))
+            << outcome.errors.toStdString();
+    }
+}
+
+TEST(ConsoleDecode, RefusesWhatIsNoCaptureInOneLine)
+{
+    const cap::Files files;
+    const std::pair<QString, QString> refused[] = {
+        {files.path("missing"), "cannot be opened"},
+        {files.path(""), "is no file"},
+        {files.write("empty", ""), "is no capture file that can be read"},
+        {files.write("text", "This is a text and no capture at all."), "is no capture file that can be read"},
+        {files.write("ppp", cap::pcap(static_cast<cap::LinkType>(9), {})), "link type PPP"}};
+    for (const auto& [file, complaint] : refused) {
+        const Outcome outcome = decode(file);
+        EXPECT_EQ(outcome.status, 1) << file.toStdString();
+        EXPECT_EQ(outcome.output.toStdString(), "");
+        EXPECT_EQ(outcome.errors.count('\n'), 1) << outcome.errors.toStdString();
+        EXPECT_TRUE(outcome.errors.contains(complaint)) << outcome.errors.toStdString();
+    }
+}

@@ -1,0 +1,401 @@
+// The parts of citp-console decode that need no file: packets, TCP streams, and the cutting of messages.
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+#include <pcap/dlt.h>
+
+#include "capture_writer.h"
+#include "decode/decoder.h"
+#include "decode/message_text.h"
+#include "golden.h"
+
+using namespace Console;
+
+namespace {
+/// What came out of a stream: its bytes, "<3>" for a gap of three.
+class Collected : public StreamSink
+{
+public:
+    void bytes(const QByteArray& data, qint64 timeUs) override
+    {
+        text += QString::fromLatin1(data);
+        lastUs = timeUs;
+    }
+    void gap(qint64 missing, qint64 timeUs) override
+    {
+        text += QString("<%1>").arg(missing);
+        lastUs = timeUs;
+    }
+
+    QString text;
+    qint64 lastUs = 0;
+};
+
+class TcpStreamTest : public ::testing::Test
+{
+protected:
+    void add(quint32 sequence, const char* bytes, qint64 timeUs = 0)
+    {
+        const QByteArray data(bytes);
+        m_stream.add(sequence, data, static_cast<int>(data.size()), timeUs);
+    }
+    std::string text() const { return m_collected.text.toStdString(); }
+
+    Collected m_collected;
+    Budget m_budget{1 << 20};
+    TcpStream m_stream{m_collected, m_budget};
+};
+
+class MessageCutterTest : public ::testing::Test
+{
+protected:
+    void SetUp() override { m_pnam = golden::load("pnam").bytes; }
+
+    /// @return what came of it: "N" for the golden message, else the cut's text
+    static QString word(const Cut& cut, const QByteArray& pnam)
+    {
+        return cut.kind != Cut::Kind::Message ? cut.text : cut.message == pnam ? QString("N") : QString("?");
+    }
+    std::unique_ptr<MessageCutter> make(bool isFromTheStart)
+    {
+        m_words.clear();
+        return std::make_unique<MessageCutter>([this](const Cut& cut) { m_words << word(cut, m_pnam); }, m_budget,
+                                               isFromTheStart);
+    }
+    std::string words() const { return m_words.join("; ").toStdString(); }
+
+    QByteArray m_pnam;
+    Budget m_budget{64 << 20};
+    QStringList m_words;
+};
+
+QByteArray withSize(QByteArray message, quint32 size)
+{
+    for (int i = 0; i < 4; ++i)
+        message[8 + i] = static_cast<char>(size >> (8 * i));
+    return message;
+}
+} // namespace
+
+TEST_F(TcpStreamTest, HandsOnInOrderWhatComesInOrder)
+{
+    add(100, "abc");
+    add(103, "def");
+    EXPECT_EQ(text(), "abcdef");
+}
+
+TEST_F(TcpStreamTest, DropsWhatIsRepeatedWhollyOrInPart)
+{
+    add(100, "abc");
+    add(100, "abc");
+    add(101, "bcde");
+    add(99, "x");
+    EXPECT_EQ(text(), "abcde");
+}
+
+TEST_F(TcpStreamTest, PutsSegmentsBackInOrder)
+{
+    m_stream.start(100);
+    add(106, "gh", 3);
+    add(103, "def", 4);
+    EXPECT_EQ(text(), "");
+    add(100, "abc", 5);
+    EXPECT_EQ(text(), "abcdefgh");
+    EXPECT_EQ(m_collected.lastUs, 5);
+    EXPECT_EQ(m_budget.left(), 1 << 20);
+}
+
+TEST_F(TcpStreamTest, LaysOverlappingSegmentsOverOneAnother)
+{
+    m_stream.start(100);
+    add(104, "efg");
+    add(102, "cdef");
+    add(102, "cdefghi");
+    add(100, "abc");
+    EXPECT_EQ(text(), "abcdefghi");
+}
+
+TEST_F(TcpStreamTest, FollowsNumbersThatWrap)
+{
+    m_stream.start(0xfffffffe);
+    add(2, "ef");
+    add(0xfffffffe, "ab");
+    add(0, "cd");
+    EXPECT_EQ(text(), "abcdef");
+}
+
+TEST_F(TcpStreamTest, SaysWhatIsMissingOnceTheReceiverHasIt)
+{
+    add(100, "abc", 0);
+    add(110, "klm", 10);
+    m_stream.acknowledge(113, 20);
+    EXPECT_EQ(text(), "abc");
+    m_stream.acknowledge(113, 1000010);
+    EXPECT_EQ(text(), "abc<7>klm");
+    add(103, "defghij", 1000020);
+    EXPECT_EQ(text(), "abc<7>klm");
+}
+
+TEST_F(TcpStreamTest, WaitsLongerForWhatNobodyHasAcknowledged)
+{
+    add(100, "abc", 0);
+    add(110, "klm", 10);
+    add(113, "n", 29000000);
+    EXPECT_EQ(text(), "abc");
+    add(114, "o", 31000000);
+    EXPECT_EQ(text(), "abc<7>klmno");
+}
+
+TEST_F(TcpStreamTest, SaysWhatIsMissingAtTheEnd)
+{
+    add(100, "abc");
+    add(105, "fg");
+    add(109, "jk");
+    m_stream.acknowledge(121, 0);
+    m_stream.finish();
+    EXPECT_EQ(text(), "abc<2>fg<2>jk<10>");
+}
+
+TEST_F(TcpStreamTest, TakesTheEndsOwnNumberForNoByte)
+{
+    add(100, "abc");
+    m_stream.acknowledge(104, 0);
+    m_stream.finish();
+    EXPECT_EQ(text(), "abc");
+}
+
+TEST_F(TcpStreamTest, SaysAtOnceWhatTheCaptureCutOff)
+{
+    m_stream.add(100, "abc", 10, 0);
+    m_stream.add(110, "k", 1, 0);
+    EXPECT_EQ(text(), "abc<7>k");
+}
+
+TEST_F(TcpStreamTest, GoesOnBehindAJumpOfTheNumbers)
+{
+    add(100, "abc");
+    add(100 + (32 << 20), "x");
+    add(103, "def");
+    EXPECT_EQ(text(), "abc<33554429>x<-1>def");
+}
+
+TEST_F(TcpStreamTest, HoldsBackNoMoreThanItMay)
+{
+    m_stream.start(0);
+    const QByteArray segment(60000, 's');
+    for (quint32 i = 0; i < 40; ++i)
+        m_stream.add(1 + i * 60000, segment, 60000, 0);
+    EXPECT_TRUE(m_collected.text.startsWith("<1>sss")) << text().substr(0, 20);
+    m_stream.finish();
+    EXPECT_EQ(m_collected.text.size(), 3 + 40 * 60000);
+    EXPECT_EQ(m_budget.left(), 1 << 20);
+}
+
+TEST_F(TcpStreamTest, HoldsBackNoMoreSegmentsThanItMay)
+{
+    m_stream.start(0);
+    for (quint32 i = 0; i <= TcpStream::MostHeldSegments; ++i)
+        add(10 + 2 * i, "s");
+    EXPECT_TRUE(m_collected.text.startsWith("<10>s")) << text();
+    EXPECT_LE((1 << 20) - m_budget.left(), 129 * TcpStream::MostHeldSegments);
+}
+
+TEST(TcpStreams, ShareABudget)
+{
+    Budget budget(1000);
+    Collected first;
+    Collected second;
+    TcpStream one(first, budget);
+    TcpStream other(second, budget);
+    one.start(0);
+    other.start(0);
+    one.add(1, QByteArray(800, 'a'), 800, 0);
+    other.add(1, QByteArray(800, 'b'), 800, 0);
+    EXPECT_EQ(first.text.toStdString(), "");
+    EXPECT_EQ(second.text.size(), 3 + 800);
+}
+
+TEST_F(MessageCutterTest, CutsMessagesWhereverTheSegmentsEnd)
+{
+    const QByteArray stream = m_pnam + m_pnam + m_pnam;
+    for (int split = 0; split <= stream.size(); ++split) {
+        const auto cutter = make(true);
+        cutter->bytes(stream.left(split), 0);
+        cutter->bytes(stream.mid(split), 1);
+        cutter->finish(true);
+        EXPECT_EQ(words(), "N; N; N") << split;
+    }
+}
+
+TEST_F(MessageCutterTest, FindsItsWayIntoAStreamThatHasBegun)
+{
+    const QByteArray stream = m_pnam.mid(7) + m_pnam + m_pnam;
+    for (int split = 0; split <= stream.size(); ++split) {
+        const auto cutter = make(false);
+        cutter->bytes(stream.left(split), 0);
+        cutter->bytes(stream.mid(split), 1);
+        cutter->finish(true);
+        EXPECT_EQ(words(),
+                  QString("begins within a message: %1 bytes passed over; N; N").arg(m_pnam.size() - 7).toStdString());
+    }
+}
+
+TEST_F(MessageCutterTest, SaysWhatBeginsNoMessage)
+{
+    const QByteArray stream = m_pnam + "CITX and more CITP" + m_pnam;
+    for (int split = 0; split <= stream.size(); ++split) {
+        const auto cutter = make(true);
+        cutter->bytes(stream.left(split), 0);
+        cutter->bytes(stream.mid(split), 1);
+        cutter->finish(true);
+        EXPECT_EQ(words(), "N; 18 bytes that begin no message passed over; N") << split;
+    }
+}
+
+TEST_F(MessageCutterTest, StaysInStepAcrossAGapWithinAMessage)
+{
+    const QByteArray message = golden::load("sinf_1_2").bytes;
+    const auto cutter = make(true);
+    cutter->bytes(message.left(30), 0);
+    cutter->gap(50, 0);
+    cutter->bytes(message.mid(80, 10), 0);
+    cutter->gap(1, 0);
+    cutter->bytes(message.mid(91) + m_pnam, 0);
+    EXPECT_EQ(words(),
+              "50 bytes are missing from the capture; a message of 123 bytes, MSEX SInf, is lost with them; "
+              "1 byte is missing from the capture; N");
+}
+
+TEST_F(MessageCutterTest, FindsTheNextMessageBehindAGap)
+{
+    const auto cutter = make(true);
+    cutter->bytes(m_pnam + m_pnam.left(25), 0);
+    cutter->gap(1000, 0);
+    cutter->bytes("rest of something" + m_pnam, 0);
+    EXPECT_EQ(words(), QString("N; 1000 bytes are missing from the capture; a message of %1 bytes, PINF PNam, is lost "
+                               "with them; 17 bytes up to the next message passed over; N")
+                           .arg(m_pnam.size())
+                           .toStdString());
+}
+
+TEST_F(MessageCutterTest, PassesOverAMessageThatAnnouncesTooLittleOrTooMuch)
+{
+    for (const quint32 size : {0u, 19u, 0x7fffffffu, 0xffffffffu}) {
+        const auto cutter = make(true);
+        cutter->bytes(withSize(m_pnam, size) + m_pnam, 0);
+        EXPECT_TRUE(
+            QString::fromStdString(words()).startsWith(QString("a message of layer PINF announces %1 bytes").arg(size)))
+            << words();
+        EXPECT_TRUE(m_words.last() == "N") << words();
+    }
+}
+
+TEST_F(MessageCutterTest, TellsAnEndWithinAMessage)
+{
+    const auto cutter = make(true);
+    cutter->bytes(m_pnam + m_pnam.left(22), 0);
+    cutter->finish(true);
+    EXPECT_EQ(words(), QString("N; ends within a message, PINF: 22 of %1 bytes").arg(m_pnam.size()).toStdString());
+}
+
+TEST_F(MessageCutterTest, GivesUpWhatExceedsItsBudget)
+{
+    m_budget.take(m_budget.left() - 1000);
+    const auto cutter = make(true);
+    cutter->bytes(withSize(m_pnam, 5000) + QByteArray(900, 'x'), 0);
+    cutter->bytes(QByteArray(900, 'x'), 0);
+    EXPECT_TRUE(QString::fromStdString(words()).startsWith("too much is waiting")) << words();
+    EXPECT_EQ(m_budget.left(), 1000);
+    cutter->bytes(m_pnam, 0);
+    EXPECT_TRUE(m_words.last() == "N") << words();
+}
+
+TEST(Packets, AreReadBehindEveryLinkLayer)
+{
+    const std::pair<int, cap::LinkType> types[] = {
+        {DLT_EN10MB, cap::Ethernet},         {DLT_RAW, cap::RawIp}, {DLT_LINUX_SLL, cap::LinuxCooked},
+        {DLT_LINUX_SLL2, cap::LinuxCooked2}, {DLT_NULL, cap::Null}, {DLT_LOOP, cap::Loop}};
+    for (const auto& [dlt, linkType] : types) {
+        const QByteArray frame = cap::framed(linkType, cap::udp({1, 2}, {3, 4809}, "hello", 8));
+        const Packet packet = readPacket(dlt, frame, 5);
+        EXPECT_EQ(packet.kind, Packet::Kind::Udp) << dlt;
+        EXPECT_EQ(packet.from.address, 1u);
+        EXPECT_EQ(packet.from.port, 2);
+        EXPECT_EQ(packet.to.address, 3u);
+        EXPECT_EQ(packet.to.port, 4809);
+        EXPECT_EQ(packet.data.toStdString(), "hello");
+        EXPECT_EQ(packet.length, 5);
+        EXPECT_EQ(packet.timeUs, 5);
+        EXPECT_TRUE(isKnownLinkType(dlt));
+    }
+    EXPECT_FALSE(isKnownLinkType(DLT_PPP));
+}
+
+TEST(Packets, AreReadBehindVlanTags)
+{
+    for (int tags = 0; tags < 4; ++tags) {
+        const QByteArray frame = cap::framed(cap::Ethernet, cap::tcp({1, 2}, {3, 4}, 5, 6, cap::Ack, "hello"), tags);
+        const Packet packet = readPacket(DLT_EN10MB, frame, 0);
+        EXPECT_EQ(packet.kind, Packet::Kind::Tcp) << tags;
+        EXPECT_EQ(packet.data.toStdString(), "hello");
+        EXPECT_EQ(packet.sequence, 5u);
+        EXPECT_EQ(packet.acknowledged, 6u);
+    }
+}
+
+TEST(Packets, KeepToTheFrameWhereverItIsCutOff)
+{
+    const QByteArray packets[] = {cap::udp({1, 2}, {3, 4}, "hello", 40),
+                                  cap::tcp({1, 2}, {3, 4}, 5, 6, cap::Ack, "hello")};
+    for (const QByteArray& whole : packets) {
+        for (int length = 0; length < whole.size(); ++length) {
+            // Without a byte behind it, for the address sanitizer to see one too many.
+            const std::vector<char> exact(whole.begin(), whole.begin() + length);
+            const Packet packet = readPacket(DLT_RAW, QByteArray::fromRawData(exact.data(), length), 0);
+            const bool isRead = packet.kind == Packet::Kind::Udp || packet.kind == Packet::Kind::Tcp;
+            EXPECT_TRUE(isRead || packet.kind == Packet::Kind::Damaged);
+            EXPECT_LE(packet.data.size(), packet.length);
+            EXPECT_EQ(packet.length, isRead ? 5 : 0);
+        }
+    }
+}
+
+TEST(Packets, TellFragmentsApart)
+{
+    const QByteArray first = cap::ipv4(17, 1, 3, QByteArray::fromHex("0002 12c9 0800 0000") + "beginning", 0, 0x2000);
+    EXPECT_EQ(readPacket(DLT_RAW, first, 0).kind, Packet::Kind::Fragment);
+    EXPECT_EQ(readPacket(DLT_RAW, first, 0).to.port, 4809);
+    const QByteArray last = cap::ipv4(17, 1, 3, "CITP the end of it", 0, 1);
+    EXPECT_EQ(readPacket(DLT_RAW, last, 0).kind, Packet::Kind::Fragment);
+    EXPECT_EQ(readPacket(DLT_RAW, last, 0).to.port, 0);
+}
+
+TEST(MessageTexts, AreTheLibrarysOwn)
+{
+    for (const char* const name : {"ploc_mediaserver", "elin_1_0", "elin_1_1", "elin_1_2", "mein_1_2", "eein_1_1",
+                                   "glei_1_2", "lsta_1_0", "lsta_1_2", "elup_1_2", "elth_1_1", "ethn_1_2", "ptch"}) {
+        const golden::Message message = golden::load(name);
+        const MessageText text = describeMessage(message.bytes);
+        const std::string expected = message.text.substr(1, message.text.size() - 2);
+        EXPECT_EQ(golden::quoted(text.text).substr(1, text.text.size()),
+                  expected.substr(0, static_cast<std::size_t>(text.text.size())))
+            << name;
+        EXPECT_EQ(text.problem.toStdString(), "") << name;
+    }
+}
+
+TEST(MessageTexts, TellWhatTheLibraryWouldNotUse)
+{
+    QByteArray lsta = golden::load("lsta_1_0").bytes;
+    lsta[21] = 1;
+    EXPECT_EQ(describeMessage(lsta).problem.toStdString(), "not accepted in MSEX version 1.1");
+    QByteArray newer = golden::load("pnam").bytes;
+    newer[5] = 1;
+    EXPECT_EQ(describeMessage(newer).problem.toStdString(), "CITP version 1.1, not 1.0");
+    EXPECT_TRUE(describeMessage(golden::load("pnam").bytes + 'x').problem.startsWith("announces "));
+    QByteArray thumbnail = golden::load("ethn_1_2").bytes;
+    thumbnail.chop(1);
+    EXPECT_EQ(describeMessage(golden::withTrueSize(thumbnail)).problem.toStdString(),
+              "holds no picture that can be read");
+    EXPECT_EQ(describeMessage(golden::load("geli_1_2").bytes).code.toStdString(), "GELI");
+    EXPECT_TRUE(describeMessage(golden::load("geli_1_2").bytes).text.contains(" body="));
+}

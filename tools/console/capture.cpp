@@ -1,0 +1,166 @@
+// The command "capture": records the CITP traffic of an adapter into a file.
+// SPDX-License-Identifier: Apache-2.0
+#include <pcap/pcap.h>
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QSocketNotifier>
+#include <QTimer>
+#include <memory>
+
+#include "adapters.h"
+#include "commands.h"
+#include "decode/survey.h"
+#include "printing.h"
+#include "session.h"
+
+namespace Console {
+namespace {
+constexpr int LongestFrame = 262144;
+constexpr int BufferBytes = 16 << 20;
+constexpr int LongestPauseMs = 200;
+constexpr int DefaultSeconds = 600;
+constexpr int DefaultCount = 1000000;
+constexpr int PacketsAtATime = 1000;
+// Which ports the servers take is only known once they announce themselves, and by then the console connects. So the
+// kernel hands over all TCP, in its order, and what is kept is decided here.
+constexpr const char* Filter = "udp port 4809 or tcp";
+
+struct Closer
+{
+    void operator()(pcap_t* capture) const { pcap_close(capture); }
+    void operator()(pcap_dumper_t* file) const { pcap_dump_close(file); }
+};
+using Capture = std::unique_ptr<pcap_t, Closer>;
+using Dump = std::unique_ptr<pcap_dumper_t, Closer>;
+
+QString reason(const Capture& capture)
+{
+    return harmless(QString::fromLocal8Bit(pcap_geterr(capture.get())));
+}
+
+Capture openAdapter(const QString& adapter)
+{
+    const QString name = harmless(adapter);
+    char problem[PCAP_ERRBUF_SIZE] = "";
+    Capture capture(pcap_create(QFile::encodeName(adapter).constData(), problem));
+    if (!capture)
+        throw Failure{QString("cannot capture on %1: %2").arg(name, harmless(QString::fromLocal8Bit(problem)))};
+    pcap_set_snaplen(capture.get(), LongestFrame);
+    pcap_set_buffer_size(capture.get(), BufferBytes);
+    pcap_set_immediate_mode(capture.get(), 1);
+    const int status = pcap_activate(capture.get());
+    if (status == PCAP_ERROR_PERM_DENIED)
+        throw Failure{QString("not allowed to capture on %1: run it with sudo, or give the program the right for good "
+                              "with: sudo setcap cap_net_raw+ep %2")
+                          .arg(name, harmless(QCoreApplication::applicationFilePath()))};
+    if (status < 0)
+        throw Failure{QString("cannot capture on %1: %2").arg(name, reason(capture))};
+    bpf_program filter{};
+    if (pcap_compile(capture.get(), &filter, Filter, 1, PCAP_NETMASK_UNKNOWN) != 0)
+        throw Failure{QString("cannot filter on %1: %2").arg(name, reason(capture))};
+    const int filtered = pcap_setfilter(capture.get(), &filter);
+    pcap_freecode(&filter);
+    if (filtered != 0 || !isKnownLinkType(pcap_datalink(capture.get())))
+        throw Failure{QString("cannot filter on %1: %2").arg(name, reason(capture))};
+    return capture;
+}
+
+class Recorder
+{
+public:
+    Recorder(const QString& adapter, const QString& file, qint64 most)
+        : m_name(harmless(file)), m_most(most), m_capture(openAdapter(adapter))
+    {
+        m_file.reset(pcap_dump_open(m_capture.get(), QFile::encodeName(file).constData()));
+        char problem[PCAP_ERRBUF_SIZE] = "";
+        if (!m_file)
+            throw Failure{QString("cannot write: %1").arg(reason(m_capture))};
+        if (pcap_setnonblock(m_capture.get(), 1, problem) != 0)
+            throw Failure{QString("cannot capture: %1").arg(harmless(QString::fromLocal8Bit(problem)))};
+    }
+
+    int descriptor() const { return pcap_get_selectable_fd(m_capture.get()); }
+
+    /// Takes what has come.
+    /// @return false once there is nothing more to be done
+    bool take()
+    {
+        const int taken =
+            pcap_dispatch(m_capture.get(), PacketsAtATime, &Recorder::takeOne, reinterpret_cast<u_char*>(this));
+        if (taken == PCAP_ERROR)
+            m_problem = QString("capturing ended: %1").arg(reason(m_capture));
+        else if (pcap_dump_flush(m_file.get()) != 0)
+            m_problem = QString("'%1' cannot be written: is the disk full?").arg(m_name);
+        return m_problem.isEmpty() && m_written < m_most;
+    }
+
+    /// Says what it came to.
+    /// @throws Failure if it came to an end before its time
+    void report()
+    {
+        pcap_stat counts{};
+        const bool isKnown = pcap_stats(m_capture.get(), &counts) == 0;
+        const QString dropped = isKnown ? QString::number(quint64(counts.ps_drop) + counts.ps_ifdrop) : QString("?");
+        printLine(QString("%1 packets written to %2, %3 dropped").arg(m_written).arg(m_name, dropped));
+        if (!m_problem.isEmpty())
+            throw Failure{m_problem};
+    }
+
+private:
+    static void takeOne(u_char* recorder, const pcap_pkthdr* header, const u_char* data)
+    {
+        reinterpret_cast<Recorder*>(recorder)->write(header, data);
+    }
+
+    void write(const pcap_pkthdr* header, const u_char* data)
+    {
+        const QByteArray frame =
+            QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));
+        if (m_written >= m_most || !m_survey.take(readPacket(pcap_datalink(m_capture.get()), frame, 0)))
+            return;
+        pcap_dump(reinterpret_cast<u_char*>(m_file.get()), header, data);
+        ++m_written;
+    }
+
+    const QString m_name;
+    const qint64 m_most;
+    Capture m_capture;
+    Dump m_file;
+    Survey m_survey;
+    QString m_problem;
+    qint64 m_written = 0;
+};
+} // namespace
+
+int capture(const Options& options)
+{
+    const ArtNet::Adapter used = ArtNet::Adapter::Get();
+    if (!used.IsValid())
+        throw Failure{"no adapter to capture on; 'citp-console adapters' lists them, --adapter chooses one"};
+    const int seconds = options.seconds > 0 ? options.seconds : DefaultSeconds;
+    Recorder recorder(QString::fromStdString(used.GetName()), options.write,
+                      options.count > 0 ? options.count : DefaultCount);
+
+    QTimer ending;
+    ending.setSingleShot(true);
+    QObject::connect(&ending, &QTimer::timeout, &ending, [] { QCoreApplication::exit(0); });
+    const auto take = [&recorder] {
+        if (!recorder.take())
+            QCoreApplication::exit(0);
+    };
+    // Not every adapter's descriptor tells of every packet.
+    QTimer polling;
+    QObject::connect(&polling, &QTimer::timeout, &polling, take);
+    QSocketNotifier arrival(recorder.descriptor(), QSocketNotifier::Read);
+    QObject::connect(&arrival, &QSocketNotifier::activated, &arrival, take);
+
+    printLine(QString("capturing on %1 for %2 s; Ctrl-C ends it before").arg(nameAndAddress(used)).arg(seconds));
+    ending.start(seconds * 1000);
+    polling.start(LongestPauseMs);
+    QCoreApplication::exec();
+    recorder.take();
+    recorder.report();
+    return 0;
+}
+} // namespace Console

@@ -1,0 +1,77 @@
+// Reading of capture files with libpcap.
+// SPDX-License-Identifier: Apache-2.0
+#include "capture_file.h"
+
+#include <pcap/pcap.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "printing.h"
+#include "session.h"
+
+namespace Console {
+namespace {
+struct Closer
+{
+    void operator()(pcap_t* capture) const { pcap_close(capture); }
+};
+using Capture = std::unique_ptr<pcap_t, Closer>;
+
+Capture open(const QString& file)
+{
+    const QString name = harmless(file);
+    if (QFileInfo::exists(file) && !QFileInfo(file).isFile())
+        throw Failure{QString("'%1' is no file; give a capture file, pcap or pcapng").arg(name)};
+    std::FILE* const stream = std::fopen(QFile::encodeName(file).constData(), "rb");
+    if (!stream)
+        throw Failure{QString("'%1' cannot be opened: %2").arg(name, QString::fromLocal8Bit(std::strerror(errno)))};
+    char reason[PCAP_ERRBUF_SIZE] = "";
+    Capture capture(pcap_fopen_offline(stream, reason));
+    if (!capture) {
+        std::fclose(stream);
+        throw Failure{QString("'%1' is no capture file that can be read, pcap or pcapng: %2")
+                          .arg(name, harmless(QString::fromLocal8Bit(reason)))};
+    }
+    const int linkType = pcap_datalink(capture.get());
+    if (!isKnownLinkType(linkType)) {
+        const char* const linkName = pcap_datalink_val_to_name(linkType);
+        throw Failure{QString("'%1' holds packets of link type %2, which is not known here; capture on an Ethernet "
+                              "adapter or on 'any'")
+                          .arg(name, linkName ? QString(linkName) : QString::number(linkType))};
+    }
+    return capture;
+}
+
+// A damaged file may hold any number of seconds.
+qint64 microseconds(const timeval& time)
+{
+    constexpr qint64 MostSeconds = Q_INT64_C(100000000000);
+    const qint64 seconds = qBound(-MostSeconds, static_cast<qint64>(time.tv_sec), MostSeconds);
+    return seconds * 1000000 + qBound(qint64(0), static_cast<qint64>(time.tv_usec), qint64(999999));
+}
+} // namespace
+
+CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& take)
+{
+    const Capture capture = open(file);
+    const int linkType = pcap_datalink(capture.get());
+    CaptureFile outcome;
+    pcap_pkthdr* header = nullptr;
+    const u_char* data = nullptr;
+    int status = 0;
+    while ((status = pcap_next_ex(capture.get(), &header, &data)) == 1) {
+        ++outcome.packets;
+        const QByteArray frame =
+            QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));
+        take(readPacket(linkType, frame, microseconds(header->ts)));
+    }
+    if (status == PCAP_ERROR)
+        outcome.problem = harmless(QString::fromLocal8Bit(pcap_geterr(capture.get())));
+    return outcome;
+}
+} // namespace Console

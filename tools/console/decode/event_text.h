@@ -1,0 +1,26 @@
+// Events in words and in JSON.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+
+#include "decoder.h"
+
+namespace Console {
+/// Local time of day with milliseconds.
+QString localTime(qint64 timeUs);
+/// Local date and time of day with milliseconds.
+QString localDateAndTime(qint64 timeUs);
+/// Local date with the offset from UTC, e.g. "2026-11-21, UTC+01:00".
+QString localDate(qint64 timeUs);
+/// Date and time with milliseconds in UTC, as ISO 8601 writes it.
+QString utcTime(qint64 timeUs);
+
+/// "discovery", "from server" or "to server".
+QString directionText(Event::Direction direction);
+
+/// One line, or more of which all but the first are indented; harmless to a terminal.
+QString toText(const Event& event);
+QJsonObject toJson(const Event& event);
+} // namespace Console

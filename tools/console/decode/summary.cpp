@@ -1,0 +1,171 @@
+// Counting of events, and the tables.
+// SPDX-License-Identifier: Apache-2.0
+#include "summary.h"
+
+#include <citp/citp_msg_msex_sinf.h>
+#include <citp/citp_msg_peer.h>
+
+#include <QJsonArray>
+
+#include "event_text.h"
+#include "printing.h"
+#include "table.h"
+
+namespace Console {
+namespace {
+constexpr int MostServers = 1024;
+constexpr int MostKinds = 128;
+constexpr double Second = 1e6;
+
+double seconds(qint64 fromUs, qint64 toUs)
+{
+    return static_cast<double>(toUs - fromUs) / Second;
+}
+
+QString productOf(const QByteArray& message)
+{
+    const CITP::Msg_MSEX_SINF info(message);
+    if (!info.valid)
+        return {};
+    return QString("%1 %2.%3, MSEX 1.%4")
+        .arg(info.ProductName)
+        .arg(info.ProductVersionMajor)
+        .arg(info.ProductVersionMinor)
+        .arg(info.GetHighestMsexVersion());
+}
+
+void see(qint64 timeUs, bool isFirst, qint64& firstUs, qint64& lastUs)
+{
+    firstUs = isFirst ? timeUs : qMin(firstUs, timeUs);
+    lastUs = isFirst ? timeUs : qMax(lastUs, timeUs);
+}
+} // namespace
+
+void Summary::add(const Event& event)
+{
+    const bool isRoom = m_servers.contains(event.server) || m_servers.size() < MostServers;
+    const QString key = isRoom ? event.server : QString("others");
+    const bool isNew = !m_servers.contains(key);
+    Server& server = m_servers[key];
+    see(event.timeUs, isNew, server.firstUs, server.lastUs);
+    switch (event.kind) {
+        case Cut::Kind::Message:
+            addMessage(server, event);
+            break;
+        case Cut::Kind::Gap:
+            ++server.gaps;
+            server.missing += qMax<qint64>(0, event.missing);
+            break;
+        case Cut::Kind::Error:
+            ++server.errors;
+            break;
+        case Cut::Kind::Note:
+            server.connections += event.isConnecting ? 1 : 0;
+            break;
+    }
+}
+
+void Summary::addMessage(Server& server, const Event& event)
+{
+    const QString wanted = QString("%1 %2 %3").arg(static_cast<int>(event.direction)).arg(event.layer, event.code);
+    const bool isRoom = server.counts.contains(wanted) || server.counts.size() < MostKinds;
+    Count& count = server.counts[isRoom ? wanted : QString("%1 other").arg(static_cast<int>(event.direction))];
+    const qint64 size = event.message.size();
+    see(event.timeUs, count.messages == 0, count.firstUs, count.lastUs);
+    count.smallest = count.messages == 0 ? size : qMin(count.smallest, size);
+    count.largest = qMax(count.largest, size);
+    ++count.messages;
+    count.bytes += size;
+    if (!event.problem.isEmpty()) {
+        ++count.problems;
+        ++server.errors;
+    }
+    if (event.layer == QLatin1String("PINF") && event.code == QLatin1String("PLoc")) {
+        const CITP::Msg_PEER_PLOC announcement(event.message);
+        server.name = announcement.name;
+        server.type = announcement.type;
+    } else if (event.code == QLatin1String("SInf")) {
+        const QString product = productOf(event.message);
+        server.product = product.isEmpty() ? server.product : product;
+    }
+}
+
+// Over the time in which the server was seen: how often it came on the whole. Nothing can be said of a single moment.
+QString Summary::perSecond(const Server& server, const Count& count)
+{
+    const double duration = seconds(server.firstUs, server.lastUs);
+    return duration > 0 ? QString::number(static_cast<double>(count.messages) / duration, 'f', 1) : QString("-");
+}
+
+QStringList Summary::lines() const
+{
+    QStringList lines;
+    for (auto server = m_servers.begin(); server != m_servers.end(); ++server) {
+        QString heading = server.key();
+        if (!server->name.isEmpty())
+            heading += QString("  \"%1\"").arg(server->name);
+        for (const QString& more : {server->type, server->product})
+            heading += more.isEmpty() ? QString() : "  " + more;
+        if (!lines.isEmpty())
+            lines << QString();
+        lines << harmless(heading);
+        lines << QString("seen from %1 to %2, %3 s; connections begun: %4")
+                     .arg(localDateAndTime(server->firstUs), localDateAndTime(server->lastUs))
+                     .arg(seconds(server->firstUs, server->lastUs), 0, 'f', 1)
+                     .arg(server->connections);
+        Table table(
+            {"message", "direction", " count", " bytes", " smallest", " largest", " per s", " wrong", "first", "last"});
+        for (auto kind = server->counts.begin(); kind != server->counts.end(); ++kind) {
+            const Count& count = kind.value();
+            table.add({kind.key().mid(2), directionText(static_cast<Event::Direction>(kind.key().left(1).toInt())),
+                       QString::number(count.messages), QString::number(count.bytes), QString::number(count.smallest),
+                       QString::number(count.largest), perSecond(server.value(), count),
+                       QString::number(count.problems), localTime(count.firstUs), localTime(count.lastUs)});
+        }
+        if (!server->counts.isEmpty())
+            lines += table.lines();
+        lines << QString("protocol errors: %1; gaps in the capture: %2, %3 bytes")
+                     .arg(server->errors)
+                     .arg(server->gaps)
+                     .arg(server->missing);
+    }
+    return lines;
+}
+
+std::vector<QJsonObject> Summary::objects() const
+{
+    std::vector<QJsonObject> objects;
+    for (auto server = m_servers.begin(); server != m_servers.end(); ++server) {
+        QJsonArray messages;
+        const double duration = seconds(server->firstUs, server->lastUs);
+        for (auto kind = server->counts.begin(); kind != server->counts.end(); ++kind) {
+            const Count& count = kind.value();
+            QJsonObject object{{"layer", kind.key().mid(2, 4)},
+                               {"code", kind.key().mid(7)},
+                               {"direction", directionText(static_cast<Event::Direction>(kind.key().left(1).toInt()))},
+                               {"count", count.messages},
+                               {"bytes", count.bytes},
+                               {"smallest", count.smallest},
+                               {"largest", count.largest},
+                               {"wrong", count.problems},
+                               {"first", utcTime(count.firstUs)},
+                               {"last", utcTime(count.lastUs)}};
+            if (duration > 0)
+                object.insert("perSecond", static_cast<double>(count.messages) / duration);
+            messages.append(object);
+        }
+        objects.push_back({{"server", server.key()},
+                           {"name", server->name},
+                           {"type", server->type},
+                           {"product", server->product},
+                           {"first", utcTime(server->firstUs)},
+                           {"last", utcTime(server->lastUs)},
+                           {"connections", server->connections},
+                           {"messages", messages},
+                           {"errors", server->errors},
+                           {"gaps", server->gaps},
+                           {"missing", server->missing}});
+    }
+    return objects;
+}
+} // namespace Console

@@ -1,0 +1,104 @@
+// Finding CITP among the packets of a capture.
+// SPDX-License-Identifier: Apache-2.0
+#include "survey.h"
+
+#include <citp/citp_msg_peer.h>
+
+#include <QStringList>
+
+#include "message_cutter.h"
+
+namespace Console {
+namespace {
+// Bounds for what a hostile capture can make this remember; no show network comes near.
+constexpr std::size_t MostServers = 4096;
+constexpr std::size_t MostConnections = 16384;
+
+const QStringList& saidByServers()
+{
+    static const QStringList codes{"SInf", "ELIn", "ELUp", "MEIn", "EEIn", "GLEI", "LSta", "ELTh", "EThn", "Ptch"};
+    return codes;
+}
+
+const QStringList& saidToServers()
+{
+    static const QStringList codes{"CInf", "GELI", "GEIn", "GELT", "GETh", "SPtc"};
+    return codes;
+}
+} // namespace
+
+Survey::Connection Survey::connectionOf(const Packet& packet)
+{
+    return packet.from < packet.to ? Connection{packet.from, packet.to} : Connection{packet.to, packet.from};
+}
+
+bool Survey::take(const Packet& packet)
+{
+    if (packet.kind == Packet::Kind::Udp)
+        learnFromDatagram(packet);
+    else if (packet.kind == Packet::Kind::Tcp)
+        learnFromSegment(packet);
+    return isCitp(packet);
+}
+
+bool Survey::isCitp(const Packet& packet) const
+{
+    if (packet.kind == Packet::Kind::Other || packet.kind == Packet::Kind::Damaged)
+        return false;
+    if (packet.isUdp)
+        return packet.from.port == DiscoveryPort || packet.to.port == DiscoveryPort;
+    return m_announced.count(packet.from) != 0 || m_announced.count(packet.to) != 0 ||
+           m_connections.count(connectionOf(packet)) != 0;
+}
+
+Endpoint Survey::serverOf(const Connection& connection) const
+{
+    if (m_announced.count(connection.first) != 0)
+        return connection.first;
+    const auto guess = m_connections.find(connection);
+    return guess == m_connections.end() ? connection.second : guess->second.server;
+}
+
+bool Survey::isServerSure(const Connection& connection) const
+{
+    if (m_announced.count(connection.first) != 0 || m_announced.count(connection.second) != 0)
+        return true;
+    const auto guess = m_connections.find(connection);
+    return guess != m_connections.end() && guess->second.isSure;
+}
+
+void Survey::learnFromDatagram(const Packet& packet)
+{
+    if (!isCitp(packet) || packet.data.size() < MessageHeader::Length || m_announced.size() >= MostServers)
+        return;
+    const MessageHeader header = MessageHeader::read(packet.data);
+    if (!header.hasCookie || header.layer != QLatin1String("PINF") || header.code != QLatin1String("PLoc"))
+        return;
+    const CITP::Msg_PEER_PLOC announcement(packet.data);
+    if (announcement.port != 0)
+        m_announced.insert({packet.from.address, announcement.port});
+}
+
+void Survey::learnFromSegment(const Packet& packet)
+{
+    const int at = MessageHeader::find(packet.data);
+    if (at < 0)
+        return;
+    const Connection connection = connectionOf(packet);
+    auto known = m_connections.find(connection);
+    if (known == m_connections.end()) {
+        if (m_connections.size() >= MostConnections)
+            return;
+        // Ports that are handed out for connecting are high ones.
+        const Endpoint likely = packet.from.port < packet.to.port ? packet.from : packet.to;
+        known = m_connections.insert({connection, {likely, false}}).first;
+    }
+    if (known->second.isSure)
+        return;
+    const QString code = MessageHeader::read(packet.data.mid(at, 28)).code;
+    if (saidByServers().contains(code))
+        known->second = {packet.from, true};
+    else if (saidToServers().contains(code))
+        known->second = {packet.to, true};
+}
+} // namespace Console

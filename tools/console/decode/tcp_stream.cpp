@@ -1,0 +1,161 @@
+// Reassembly of one direction of a TCP connection.
+// SPDX-License-Identifier: Apache-2.0
+#include "tcp_stream.h"
+
+namespace Console {
+namespace {
+// No window is that big: whoever is that far away speaks of another stream, or the capture has a hole in between.
+constexpr qint64 LongestJump = 16 << 20;
+constexpr qint64 AcknowledgedGraceUs = 1000000;
+constexpr qint64 LongestWaitUs = 30000000;
+// What a held segment takes besides its bytes.
+constexpr qint64 Overhead = 128;
+
+// How far @p sequence is ahead of @p from; numbers wrap.
+qint64 distance(quint32 from, quint32 sequence)
+{
+    return static_cast<qint32>(sequence - from);
+}
+} // namespace
+
+TcpStream::~TcpStream()
+{
+    while (!m_held.empty())
+        release(m_held.begin());
+}
+
+void TcpStream::start(quint32 sequence)
+{
+    m_isStarted = true;
+    m_next = sequence;
+    m_acknowledged = m_position;
+}
+
+void TcpStream::add(quint32 sequence, const QByteArray& data, int length, qint64 timeUs)
+{
+    if (!m_isStarted)
+        start(sequence);
+    skipOldGaps(timeUs);
+    const qint64 ahead = distance(m_next, sequence);
+    if (ahead > LongestJump || ahead < -LongestJump) {
+        finish();
+        m_sink.gap(ahead > 0 ? ahead : -1, qMax(timeUs, m_timeUs));
+        start(sequence);
+        deliver(data, length, 0, timeUs);
+    } else if (ahead > 0) {
+        hold(m_position + ahead, data, length, timeUs);
+    } else {
+        deliver(data, length, -ahead, timeUs);
+        deliverHeld();
+    }
+}
+
+void TcpStream::acknowledge(quint32 sequence, qint64 timeUs)
+{
+    const qint64 ahead = distance(m_next, sequence);
+    if (!m_isStarted || ahead <= 0 || ahead > LongestJump)
+        return;
+    m_acknowledged = qMax(m_acknowledged, m_position + ahead);
+    skipOldGaps(timeUs);
+}
+
+void TcpStream::finish()
+{
+    while (!m_held.empty())
+        skipGap();
+    // The end of a stream has a number of its own, which is no byte.
+    const qint64 missing = m_acknowledged - m_position;
+    if (missing > 1) {
+        m_sink.gap(missing, m_timeUs);
+        m_position += missing;
+        m_next += static_cast<quint32>(missing);
+    }
+}
+
+void TcpStream::deliver(const QByteArray& data, int length, qint64 skip, qint64 timeUs)
+{
+    if (skip >= length)
+        return;
+    m_timeUs = qMax(m_timeUs, timeUs);
+    const qint64 fresh = length - skip;
+    const qint64 captured = qMax<qint64>(0, data.size() - skip);
+    m_position += fresh;
+    m_next += static_cast<quint32>(fresh);
+    if (captured > 0)
+        m_sink.bytes(QByteArray::fromRawData(data.constData() + skip, static_cast<int>(captured)), m_timeUs);
+    if (captured < fresh)
+        m_sink.gap(fresh - captured, m_timeUs);
+}
+
+void TcpStream::deliverHeld()
+{
+    while (!m_held.empty() && m_held.begin()->first <= m_position) {
+        const auto first = m_held.begin();
+        const qint64 skip = m_position - first->first;
+        const Held held = first->second;
+        release(first);
+        deliver(held.data, held.length, skip, held.timeUs);
+        m_waitsSinceUs = m_timeUs;
+    }
+}
+
+void TcpStream::hold(qint64 position, const QByteArray& data, int length, qint64 timeUs)
+{
+    const auto same = m_held.find(position);
+    if (same != m_held.end()) {
+        if (length <= same->second.length)
+            return;
+        release(same);
+    }
+    if (m_held.empty())
+        m_waitsSinceUs = timeUs;
+    // Over its share, the stream gives up what it waits for: what is held comes first, and then this segment in its
+    // turn.
+    while (!m_held.empty() && (m_heldBytes + data.size() > MostHeldBytes || m_held.size() >= MostHeldSegments))
+        skipGap();
+    if (position > m_position && m_budget.take(data.size() + Overhead)) {
+        m_heldBytes += data.size();
+        m_held.insert({position, {QByteArray(data.constData(), data.size()), length, timeUs}});
+        return;
+    }
+    while (!m_held.empty() && m_held.begin()->first < position)
+        skipGap();
+    if (position > m_position) {
+        m_timeUs = qMax(m_timeUs, timeUs);
+        m_sink.gap(position - m_position, m_timeUs);
+        m_next += static_cast<quint32>(position - m_position);
+        m_position = position;
+    }
+    deliver(data, length, m_position - position, timeUs);
+    deliverHeld();
+}
+
+void TcpStream::release(std::map<qint64, Held>::iterator held)
+{
+    m_heldBytes -= held->second.data.size();
+    m_budget.giveBack(held->second.data.size() + Overhead);
+    m_held.erase(held);
+}
+
+void TcpStream::skipGap()
+{
+    const qint64 missing = m_held.begin()->first - m_position;
+    m_timeUs = qMax(m_timeUs, m_held.begin()->second.timeUs);
+    m_sink.gap(missing, m_timeUs);
+    m_position += missing;
+    m_next += static_cast<quint32>(missing);
+    deliverHeld();
+}
+
+void TcpStream::skipOldGaps(qint64 timeUs)
+{
+    while (!m_held.empty()) {
+        const qint64 waited = timeUs - m_waitsSinceUs;
+        const bool isAcknowledged = m_acknowledged >= m_held.begin()->first;
+        if (waited < (isAcknowledged ? AcknowledgedGraceUs : LongestWaitUs))
+            return;
+        skipGap();
+        m_waitsSinceUs = m_held.empty() ? timeUs : qMax(m_waitsSinceUs, m_held.begin()->second.timeUs);
+    }
+}
+} // namespace Console
