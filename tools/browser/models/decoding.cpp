@@ -41,8 +41,8 @@ Decoded fromRgb8(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
                             .arg(answer.ThumbnailBuffer.size())
                             .arg(width)
                             .arg(height));
-    return usable(QImage(reinterpret_cast<const uchar*>(answer.ThumbnailBuffer.constData()), width, height, width * 3,
-                         QImage::Format_RGB888));
+    return usable(QImage(reinterpret_cast<const uchar*>(answer.ThumbnailBuffer.constData()), width, height,
+                         answer.ThumbnailBuffer.size() / height, QImage::Format_RGB888));
 }
 
 Decoded fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const char* format)
