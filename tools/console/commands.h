@@ -13,6 +13,7 @@ int listElements(const Options& options);    ///< "elements"
 int showLayers(const Options& options);      ///< "layers"
 int listPatch(const Options& options);       ///< "patch"
 int diagnose(const Options& options);        ///< "doctor"
+int showStatistics(const Options& options);  ///< "stats"
 int fetchThumbnails(const Options& options); ///< "thumbnails"; needs a QGuiApplication, for the fonts
 int decode(const Options& options);          ///< "decode"
 int capture(const Options& options);         ///< "capture"; runs the event loop until it is told to end

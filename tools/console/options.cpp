@@ -82,6 +82,21 @@ const std::vector<Command>& commands()
          listPatch,
          {"SERVER"},
          {"adapter", "json", "log", "timeout"}},
+        {"stats",
+         "shows what a server sends and how fast it answers",
+         "Counts what a server sends, by type, with rates and sizes, and times its answers: a table that stays in "
+         "place\n"
+         "on a terminal, else one each --interval, and one of the whole time at the end. Runs until Ctrl-C.\n"
+         "Counted are the messages that the library hands to applications: ELIn, MEIn, EEIn, GLEI, EThn, ELTh, ELUp,\n"
+         "LSta and Ptch, each with the size in its own header. Not counted are announcements, the greeting (PNam,\n"
+         "SInf), what the library drops, and what is sent to the server. To have answers to time it asks, twice a\n"
+         "second at most and one thing at a time, for the media libraries (GELI), the elements of the first one that\n"
+         "has any (GEIn) and the thumbnail of the first of these (GETh); those answers are counted, too. Times are\n"
+         "those an application sees: from handing a request to the library until the answer is handed over. An answer\n"
+         "that comes after --timeout has gone by is taken for one to the next request of its kind.",
+         showStatistics,
+         {"SERVER"},
+         {"adapter", "interval", "json", "log", "seconds", "timeout"}},
         {"thumbnails",
          "fetches the pictures of a server or library into a folder",
          "Fetches the thumbnail of every element of a server, or of one library without its sub-libraries, and writes\n"
@@ -164,6 +179,7 @@ QList<QCommandLineOption> knownOptions()
         {"to", "Folder for the files; made if it is not there. Files of the same names are replaced.", "DIR"},
         {"type", "Library type: 1 media, 2 effects, 3 and up others; 1 to 255. Default: 1.", "N"},
         {{"seconds", "duration"}, "Ends after this many seconds, 1 to 86400. Default: runs until Ctrl-C.", "N"},
+        {"interval", "Seconds between two tables, 1 to 3600. Default: 2.", "N"},
         {"count", "Ends after this many packets, 1 to 1000000000. Default: 1000000.", "N"},
         {"summary", "Prints a table for each server instead of the messages: what was said, how often, and how big."},
         {{"write", "w"}, "The file to write; one of that name is replaced.", "FILE"},
@@ -351,6 +367,7 @@ private:
         options.library = words.size() > 2 ? library(words.at(2)) : QString();
         options.type = number("type", 1, 255, options.type);
         options.timeoutMs = timeoutMs(options.timeoutMs);
+        options.intervalMs = number("interval", 1, 3600, options.intervalMs / 1000) * 1000;
         options.to = text("to");
         options.format = format();
         options.size = size(options.format);

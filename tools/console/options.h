@@ -18,6 +18,7 @@ struct Options
     QString library;       ///< one number, or four with commas; empty: all libraries
     int type = 1;          ///< MSEX library type, 1 to 255
     int timeoutMs = 10000; ///< the longest wait for any one thing
+    int intervalMs = 2000; ///< between two tables
     QString to;            ///< folder
     QString format;        ///< as the requests take it: "JPEG", "PNG" or "RGB8"
     QSize size;            ///< pixels

@@ -1,0 +1,314 @@
+// The command "stats": what a server sends, how much and how often, and how long it takes to answer.
+// SPDX-License-Identifier: Apache-2.0
+#include <citp/citp_msg_fptc.h>
+#include <citp/citp_msg_msex_elements.h>
+#include <citp/citp_msg_msex_libraries.h>
+#include <citp/citp_msg_msex_lsta.h>
+#include <citp/citp_msg_msex_requests.h>
+#include <citp/citp_msg_msex_thumbnails.h>
+
+#include <QJsonArray>
+#include <algorithm>
+#include <array>
+
+#include "commands.h"
+#include "live_table.h"
+#include "printing.h"
+#include "session.h"
+#include "table.h"
+
+namespace Console {
+namespace {
+using CITP::citp_stack;
+
+constexpr quint8 Media = 1;
+const char* const Root = "0,0,0,0";
+// A request every half second, and never two at a time, is less than a console sends while somebody browses.
+constexpr int RequestMs = 500;
+
+QString decimal(double value)
+{
+    return QString::number(value, 'f', 1);
+}
+
+// What came of one type of message.
+struct Received
+{
+    qint64 count = 0;
+    qint64 bytes = 0;
+    quint32 largest = 0;
+    qint64 countBefore = 0; ///< when the last figures were shown
+    qint64 bytesBefore = 0;
+};
+
+// What became of the requests of one type.
+struct Asked
+{
+    const char* name;
+    int sent = 0;
+    int unanswered = 0;
+    std::vector<double> times; ///< of the answers, milliseconds
+
+    // The time that @p percent of the answers kept: the smallest for which that is true.
+    double percentile(int percent) const
+    {
+        if (times.empty())
+            return 0;
+        std::vector<double> sorted = times;
+        const std::size_t rank = (sorted.size() * static_cast<std::size_t>(percent) + 99) / 100;
+        const auto at = sorted.begin() + static_cast<std::ptrdiff_t>(std::max<std::size_t>(rank, 1) - 1);
+        std::nth_element(sorted.begin(), at, sorted.end());
+        return *at;
+    }
+};
+
+class Statistics
+{
+public:
+    explicit Statistics(const Options& options) : m_options(options), m_session(options)
+    {
+        count(&citp_stack::libraryInfo);
+        count(&citp_stack::mediaInfo);
+        count(&citp_stack::effectInfo);
+        count(&citp_stack::genericInfo);
+        count(&citp_stack::elementThumbnail);
+        count(&citp_stack::libraryThumbnail);
+        count(&citp_stack::libraryUpdated);
+        count(&citp_stack::layerStatus);
+        count(&citp_stack::patchMessage);
+        learn();
+    }
+
+    void run()
+    {
+        m_running.start();
+        m_sinceShown.start();
+        QString failure;
+        try {
+            const auto isOver = [this] {
+                return m_options.seconds > 0 && m_running.elapsed() >= m_options.seconds * qint64(1000);
+            };
+            while (!isOver()) {
+                ask();
+                m_session.pump([&] { return isOver() || isRequestDue() || isShowDue(); }, RequestMs);
+                expire();
+                if (isShowDue())
+                    show(false);
+            }
+        } catch (const Interrupted&) {
+            // How a live table is meant to end.
+        } catch (const Failure& caught) {
+            failure = caught.text;
+        }
+        show(true);
+        if (!failure.isEmpty())
+            throw Failure{failure};
+    }
+
+private:
+    enum Request { Libraries, Elements, Thumbnail, None };
+
+    template <typename Message>
+    void count(void (citp_stack::*signal)(const citp_stack::SERV_ID&, const Message&))
+    {
+        QObject::connect(citp_stack::Get(), signal, &m_scope, [this](const QString& key, const Message& message) {
+            if (key != m_session.key())
+                return;
+            Received& received = m_received[message.cookie];
+            ++received.count;
+            received.bytes += message.size;
+            received.largest = std::max(received.largest, message.size);
+        });
+    }
+
+    // The answers, and what they tell to ask for next: a library that has elements, an element that has a picture.
+    void learn()
+    {
+        QObject::connect(citp_stack::Get(), &citp_stack::libraryInfo, &m_scope,
+                         [this](const QString& key, const CITP::Msg_MSEX_ELIN& message) {
+                             if (key != m_session.key() || message.LibraryType != Media)
+                                 return;
+                             const auto full =
+                                 std::find_if(message.Libraries.begin(), message.Libraries.end(),
+                                              [](const auto& library) { return library.ElementCount > 0; });
+                             m_library = full == message.Libraries.end() ? QString() : full->LIBID;
+                             answered(Libraries);
+                         });
+        QObject::connect(citp_stack::Get(), &citp_stack::mediaInfo, &m_scope,
+                         [this](const QString& key, const CITP::Msg_MSEX_MEIN& message) {
+                             if (key != m_session.key() || message.LibraryId != m_library)
+                                 return;
+                             m_hasElement = !message.Media.empty();
+                             m_element = m_hasElement ? message.Media.front().Number : quint8(0);
+                             answered(Elements);
+                         });
+        QObject::connect(
+            citp_stack::Get(), &citp_stack::elementThumbnail, &m_scope,
+            [this](const QString& key, const CITP::Msg_MSEX_ETHN& message) {
+                if (key == m_session.key() && message.LibraryId == m_library && message.ElementNumber == m_element)
+                    answered(Thumbnail);
+            });
+    }
+
+    bool isRequestDue() const
+    {
+        return m_pending == None && (!m_sinceAsked.isValid() || m_sinceAsked.elapsed() >= RequestMs);
+    }
+
+    bool isShowDue() const { return m_sinceShown.elapsed() >= m_options.intervalMs; }
+
+    void ask()
+    {
+        if (!isRequestDue())
+            return;
+        m_sinceAsked.start();
+        m_pending = m_next;
+        ++m_asked[m_pending].sent;
+        const quint8 minor = m_session.msexMinor();
+        switch (m_pending) {
+            case Elements:
+                m_session.send(CITP::Msg_MSEX_GEIN(minor, Media, m_library, {}));
+                break;
+            case Thumbnail:
+                m_session.send(CITP::Msg_MSEX_GETH(minor, Media, m_library, 120, 160, "JPEG", {m_element}));
+                break;
+            default:
+                m_session.send(CITP::Msg_MSEX_GELI(minor, Media, Root, {}));
+                break;
+        }
+    }
+
+    void answered(Request request)
+    {
+        if (m_pending != request)
+            return;
+        m_asked[request].times.push_back(static_cast<double>(m_sinceAsked.nsecsElapsed()) / 1e6);
+        m_pending = None;
+        if (request == Libraries && !m_library.isEmpty())
+            m_next = Elements;
+        else if (request == Elements && m_hasElement)
+            m_next = Thumbnail;
+        else
+            m_next = Libraries;
+    }
+
+    void expire()
+    {
+        if (m_pending == None || m_sinceAsked.elapsed() < m_session.limitMs())
+            return;
+        ++m_asked[m_pending].unanswered;
+        m_pending = None;
+        m_next = Libraries;
+    }
+
+    // The last figures are about the whole time, the others about the time since those before.
+    void show(bool isLast)
+    {
+        const double seconds =
+            std::max(0.001, static_cast<double>(isLast ? m_running.elapsed() : m_sinceShown.elapsed()) / 1000);
+        if (m_options.json)
+            printAsJson(isLast, seconds);
+        else if (isLast)
+            printSummary(seconds);
+        else
+            m_table.draw(lines(false, seconds));
+        for (Received& received : m_received) {
+            received.countBefore = received.count;
+            received.bytesBefore = received.bytes;
+        }
+        m_sinceShown.start();
+    }
+
+    void printSummary(double seconds) const
+    {
+        for (const QString& line : lines(true, seconds))
+            printLine(line);
+    }
+
+    QStringList lines(bool isLast, double seconds) const
+    {
+        const QString duration = decimal(static_cast<double>(m_running.elapsed()) / 1000);
+        QStringList lines{QString("%1  %2  %3")
+                              .arg(timeOfDay(), m_session.name(), (isLast ? "all of %1 s" : "after %1 s"))
+                              .arg(duration)};
+        Table messages({"MESSAGE", " COUNT", " A SECOND", " BYTES A SECOND", " MEAN BYTES", " MOST BYTES"});
+        for (auto entry = m_received.begin(); entry != m_received.end(); ++entry) {
+            const Received& received = entry.value();
+            messages.add({entry.key(), QString::number(received.count),
+                          decimal(static_cast<double>(received.count - (isLast ? 0 : received.countBefore)) / seconds),
+                          decimal(static_cast<double>(received.bytes - (isLast ? 0 : received.bytesBefore)) / seconds),
+                          decimal(static_cast<double>(received.bytes) / static_cast<double>(received.count)),
+                          QString::number(received.largest)});
+        }
+        lines += messages.lines();
+        Table requests({"REQUEST", " SENT", " ANSWERED", " NO ANSWER", " P50 MS", " P95 MS", " MOST MS"});
+        for (const Asked& asked : m_asked) {
+            const auto time = [&asked](int percent) {
+                return asked.times.empty() ? QString("-") : decimal(asked.percentile(percent));
+            };
+            requests.add({asked.name, QString::number(asked.sent), QString::number(asked.times.size()),
+                          QString::number(asked.unanswered), time(50), time(95), time(100)});
+        }
+        return lines + requests.lines();
+    }
+
+    void printAsJson(bool isLast, double seconds) const
+    {
+        QJsonArray messages;
+        for (auto entry = m_received.begin(); entry != m_received.end(); ++entry) {
+            const Received& received = entry.value();
+            messages.append(QJsonObject{
+                {"message", entry.key()},
+                {"count", received.count},
+                {"bytes", received.bytes},
+                {"largest", static_cast<double>(received.largest)},
+                {"perSecond", static_cast<double>(received.count - (isLast ? 0 : received.countBefore)) / seconds},
+                {"bytesPerSecond",
+                 static_cast<double>(received.bytes - (isLast ? 0 : received.bytesBefore)) / seconds}});
+        }
+        QJsonArray requests;
+        for (const Asked& asked : m_asked) {
+            QJsonObject request{{"request", asked.name},
+                                {"sent", asked.sent},
+                                {"answered", static_cast<int>(asked.times.size())},
+                                {"unanswered", asked.unanswered}};
+            if (!asked.times.empty()) {
+                request.insert("p50", asked.percentile(50));
+                request.insert("p95", asked.percentile(95));
+                request.insert("max", asked.percentile(100));
+            }
+            requests.append(request);
+        }
+        printJson({{"server", m_session.key()},
+                   {"time", isoTime()},
+                   {"final", isLast},
+                   {"seconds", static_cast<double>(m_running.elapsed()) / 1000},
+                   {"messages", messages},
+                   {"requests", requests}});
+    }
+
+    const Options& m_options;
+    Session m_session;
+    LiveTable m_table;
+    QMap<QString, Received> m_received; ///< by the message's code
+    std::array<Asked, None> m_asked{{{"GELI", 0, 0, {}}, {"GEIn", 0, 0, {}}, {"GETh", 0, 0, {}}}};
+    Request m_pending = None; ///< the one that is not answered yet
+    Request m_next = Libraries;
+    QString m_library; ///< the last one heard of that has elements; empty if none has
+    bool m_hasElement = false;
+    quint8 m_element = 0; ///< in that library
+    QElapsedTimer m_running;
+    QElapsedTimer m_sinceShown;
+    QElapsedTimer m_sinceAsked;
+    QObject m_scope; ///< last, so that nothing is taken any more once members go
+};
+} // namespace
+
+int showStatistics(const Options& options)
+{
+    // Left to the application by the library; without it no fixture reaches this thread.
+    qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH");
+    Statistics(options).run();
+    return 0;
+}
+} // namespace Console
