@@ -1,4 +1,5 @@
-# What `cmake --install` puts where: the libraries, their headers, the programs, and the package for find_package(Citp).
+# What `cmake --install` puts where: the libraries, their headers, the programs, and the packages for
+# find_package(Citp) and pkg-config.
 #
 # Everything that depends on the Qt generation carries it in its file name, so that a Qt 6 and a Qt 5 build can be
 # installed into one prefix; the files without it (headers, CitpConfig.cmake) are the same in both.
@@ -35,3 +36,12 @@ install(FILES
   ${PROJECT_BINARY_DIR}/CitpConfig.cmake
   ${PROJECT_BINARY_DIR}/CitpConfigVersion.cmake
   DESTINATION ${CITP_PACKAGE_DIR} COMPONENT development)
+
+# Only with the bundled system library: what a console's own is linked with, its CMake package alone knows.
+if(NOT CITP_SYSTEM_PACKAGE)
+  set(CITP_PC_NAME citp-qt${CITP_QT_MAJOR})
+  file(RELATIVE_PATH CITP_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  string(REGEX REPLACE "/$" "" CITP_PC_TO_PREFIX "${CITP_PC_TO_PREFIX}")
+  configure_file(cmake/citp.pc.in ${CITP_PC_NAME}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${CITP_PC_NAME}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endif()

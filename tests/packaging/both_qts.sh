@@ -33,3 +33,10 @@ expect newest 6 0
 expect qt5-first 5 5
 expect qt6-first 6 6
 expect qt5-asked 5 0 -DCITP_QT_MAJOR=5
+
+if [ -z "$system_package" ]; then
+    for qt in 5 6; do
+        found=$(PKG_CONFIG_PATH=$both/$libdir/pkgconfig pkg-config --libs "citp-qt$qt")
+        [[ $found == *"-lcitp-qt$qt "* && $found == *"-lQt${qt}Core"* ]] || fail "pkg-config for Qt $qt says: $found"
+    done
+fi

@@ -20,6 +20,9 @@ for name in $names; do
 done
 same "package file" \
     "$(sed -n 's/^set(PACKAGE_VERSION "\(.*\)")$/\1/p' "$prefix/$libdir/cmake/Citp/CitpConfigVersion.cmake")" "$version"
+[ -n "$system_package" ] || same "pkg-config" \
+    "$(sed -n 's/^Version: //p' "$prefix/$libdir/pkgconfig/citp-qt$qt_major.pc")" "$version"
+same "debian/changelog" "$(sed -n '1s/^citp (\([^)]*\)).*/\1/p' "$source/debian/changelog")" "$version"
 if [ "$has_tools" = ON ]; then
     for program in citp-console citp-mediaserver; do
         same "$program --version" "$("$prefix/bin/$program" --version)" "$program $version"

@@ -1,0 +1,69 @@
+# Holds the installed man pages and the completion to the programs: each command has a page, each is completed, and so is
+# each option.
+# SPDX-License-Identifier: Apache-2.0
+# shellcheck source=common.sh
+. "$(dirname "$0")/common.sh"
+
+[ "$has_tools" = ON ] || { echo "The programs are left out of this build"; exit 77; }
+PATH=$prefix/bin:$PATH
+commands=$(citp-console --help | sed -n '/^Commands:/,/^$/s/^  \([a-z]*\) .*/\1/p')
+[ "$(wc -w <<<"$commands")" -ge 7 ] || fail "citp-console --help lists only: $commands"
+
+# options PROGRAM [COMMAND]
+options() { "$@" --help | sed -nE 's/^ {1,2}(-[a-z], )?(--[a-z-]+).*/\2/p' | sort -u; }
+
+if [ -d "$prefix/share/man/man1" ]; then
+    # shellcheck disable=SC2086 # the commands are words
+    for page in citp-mediaserver citp-console $(printf 'citp-console-%s ' $commands); do
+        file=$prefix/share/man/man1/$page.1
+        [ -e "$file" ] || fail "there is no page $page(1)"
+        grep -q "^$page \\\\- ." "$file" || fail "$page(1) does not say what it is about"
+        # shellcheck disable=SC2086 # a command is a word of its own
+        for option in $(options ${page/console-/console }); do
+            grep -q -- "${option//-/\\\\-}" "$file" || fail "$page(1) leaves out $option"
+        done
+    done
+    echo "man pages:" "$prefix"/share/man/man1/*
+else
+    echo "help2man was not there when this was built: there are no man pages to look at"
+fi
+
+framework=/usr/share/bash-completion/bash_completion
+[ -r "$framework" ] || { echo "bash-completion is not installed here: the completion is not tried"; exit 77; }
+# shellcheck source=/dev/null
+. "$framework"
+# shellcheck source=../../tools/completion/citp-tools.bash
+. "$prefix/share/bash-completion/completions/citp-console"
+cmp "$prefix/share/bash-completion/completions/citp-console" "$prefix/share/bash-completion/completions/citp-mediaserver"
+
+# expect WORD... -- COMPLETION...: the last word is completed to all these and no others.
+expect()
+{
+    COMP_WORDS=()
+    while [ "$1" != -- ]; do COMP_WORDS+=("$1"); shift; done
+    shift
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1)) COMP_LINE="${COMP_WORDS[*]}" COMPREPLY=()
+    COMP_POINT=${#COMP_LINE}
+    set +euo pipefail
+    _citp_tools
+    set -euo pipefail
+    local found wanted
+    found=$(printf '%s\n' "${COMPREPLY[@]}" | sort)
+    wanted=$(printf '%s\n' "$@" | sort)
+    [ "$found" = "$wanted" ] || fail "'${COMP_WORDS[*]}' is completed to '${found//$'\n'/ }' and not to '${wanted//$'\n'/ }'"
+    echo "${COMP_WORDS[*]} -> ${found//$'\n'/ }"
+}
+
+# shellcheck disable=SC2046,SC2086 # all these are lists of words
+{
+    expect citp-console "" -- $commands
+    expect citp-console --adapter lo "" -- $commands
+    expect citp-console wat -- watch
+    expect citp-mediaserver - -- $(options citp-mediaserver)
+    expect citp-mediaserver --msex 1. -- 1.0 1.1 1.2
+    expect citp-mediaserver --fault s -- silence split storm
+    expect citp-mediaserver --count "" --
+    for command in $commands; do
+        expect citp-console "$command" - -- $(options citp-console "$command")
+    done
+}
