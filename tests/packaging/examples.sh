@@ -15,16 +15,16 @@ if [ "${2:-}" != --in-namespace ]; then
     exec "$source/tests/in-namespace" bash "$0" "$1" --in-namespace
 fi
 
-# run NAME SERVER_OPTION... -- ENVIRONMENT...: the example with a server, each for a bounded time.
+# run NAME SECONDS SERVER_OPTION... -- ENVIRONMENT...: the example with a server, each for a bounded time.
 run()
 {
-    local name=$1 log=$work/example-$1/output options=()
-    shift
+    local name=$1 log=$work/example-$1/output seconds=$2 options=()
+    shift 2
     while [ "$1" != -- ]; do options+=("$1"); shift; done
     shift
     "$prefix/bin/citp-mediaserver" --adapter lo --interval 200 --seconds 60 "${options[@]}" >"$log.server" 2>&1 &
     local server=$!
-    env ARTNET_ADAPTER=lo "$@" timeout 60 "$work/example-$name/$name" 8 >"$log" 2>"$log.errors" ||
+    env ARTNET_ADAPTER=lo "$@" timeout 60 "$work/example-$name/$name" "$seconds" >"$log" 2>"$log.errors" ||
         { cat "$log" "$log.errors"; fail "$name ended with $?"; }
     kill "$server"
     wait "$server" || true
@@ -38,7 +38,7 @@ expect()
     grep -qE -- "$2" "$work/example-$1/output" || fail "$1 prints no line like '$2'"
 }
 
-run servers --name Stage --
+run servers 10 --name Stage --
 expect servers '^up    127\.0\.0\.2:4811  "Stage"  Citp Simulator$'
 expect servers '^      127\.0\.0\.2:4811  first library 1,0,0,0  ".+"  [1-9][0-9]* elements$'
 
@@ -49,9 +49,9 @@ JSON
 pictures=$work/example-pictures
 rm -rf "$pictures" && mkdir -p "$pictures/First"
 printf 'P6 1 1 255 abc' >"$pictures/First/one.ppm"
-(sleep 5; cp "$pictures/First/one.ppm" "$pictures/First/two.ppm") &
-run every_signal --name Stage --media "$pictures" --effects 1 --generic 1 --layer-rate 2 --patch "$work/patch.json" \
-    --die-after 7000 --
+(sleep 9; cp "$pictures/First/one.ppm" "$pictures/First/two.ppm") &
+run every_signal 25 --name Stage --media "$pictures" --effects 1 --generic 1 --layer-rate 2 --patch "$work/patch.json" \
+    --die-after 18000 --
 for signal in 'serverUp: "Stage", Citp Simulator' 'libraryInfo: 1 libraries of type 1' 'mediaInfo: 1 media' \
     'effectInfo: [1-9]' 'genericInfo: [1-9]' 'libraryThumbnail: library 1,0,0,0: [0-9]+x[0-9]+ JPEG' \
     'elementThumbnail: .*: [0-9]+x[0-9]+ PNG' 'libraryUpdated: library 1,0,0,0 of type 1' 'layerStatus: layer' \
@@ -68,7 +68,7 @@ for signal in $signals; do
     expect every_signal "  $signal"
 done
 
-run own_system --name Stage -- DESK_SHOW_ADAPTER=lo DESK_TRACE=1
+run own_system 10 --name Stage -- DESK_SHOW_ADAPTER=lo DESK_TRACE=1
 expect own_system '^show adapter lo$'
 expect own_system '^up    127\.0\.0\.2:4811  Citp Simulator$'
 grep -qE '^desk-log [0-9]+ CITP\.Stack' "$work/example-own_system/output.errors" ||
