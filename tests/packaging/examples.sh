@@ -40,7 +40,7 @@ expect()
 
 run servers 10 --name Stage --
 expect servers '^up    127\.0\.0\.2:4811  "Stage"  Citp Simulator$'
-expect servers '^      127\.0\.0\.2:4811  first library 1,0,0,0  ".+"  [1-9][0-9]* elements$'
+expect servers '^      127\.0\.0\.2:4811  first library 1,1,0,0  ".+"  [1-9][0-9]* elements$'
 
 cat >"$work/patch.json" <<'JSON'
 [{"id": 7, "universe": 1, "channel": 33, "channels": 20, "make": "Acme", "name": "Spot"}]
@@ -53,8 +53,8 @@ printf 'P6 1 1 255 abc' >"$pictures/First/one.ppm"
 run every_signal 25 --name Stage --media "$pictures" --effects 1 --generic 1 --layer-rate 2 --patch "$work/patch.json" \
     --die-after 18000 --
 for signal in 'serverUp: "Stage", Citp Simulator' 'libraryInfo: 1 libraries of type 1' 'mediaInfo: 1 media' \
-    'effectInfo: [1-9]' 'genericInfo: [1-9]' 'libraryThumbnail: library 1,0,0,0: [0-9]+x[0-9]+ JPEG' \
-    'elementThumbnail: .*: [0-9]+x[0-9]+ PNG' 'libraryUpdated: library 1,0,0,0 of type 1' 'layerStatus: layer' \
+    'effectInfo: [1-9]' 'genericInfo: [1-9]' 'libraryThumbnail: library 1,1,0,0: [0-9]+x[0-9]+ JPEG' \
+    'elementThumbnail: .*: [0-9]+x[0-9]+ PNG' 'libraryUpdated: library 1,1,0,0 of type 1' 'layerStatus: layer' \
     'patchMessage: fixture 7, Acme Spot, universe 1, channel 33' serverDown; do
     expect every_signal "^127\.0\.0\.2:4811  $signal"
 done
