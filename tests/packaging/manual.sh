@@ -61,7 +61,7 @@ expect()
     expect citp-console wat -- watch
     expect citp-mediaserver - -- $(options citp-mediaserver)
     expect citp-mediaserver --msex 1. -- 1.0 1.1 1.2
-    expect citp-mediaserver --fault s -- silence split storm
+    expect citp-mediaserver --fault s -- silence split spoil storm
     expect citp-mediaserver --count "" --
     for command in $commands; do
         expect citp-console "$command" - -- $(options citp-console "$command")

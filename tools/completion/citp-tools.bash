@@ -9,7 +9,7 @@ _citp_choices()
     awk -v option="--$option" '
         /^  ?-/ { inside = 0; for (i = 1; i <= 2; ++i) { name = $i; sub(/,$/, "", name); if (name == option) inside = 1 } }
         inside { text = text " " $0 }
-        END { print text }' | grep -oE '[.;] [a-z-]+:' | tr -d '.;: '
+        END { print text }' | grep -oE '[.;] +[a-z-]+:' | tr -d '.;: '
 }
 
 _citp_tools()
