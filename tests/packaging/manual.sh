@@ -10,7 +10,7 @@ commands=$(citp-console --help | sed -n '/^Commands:/,/^$/s/^  \([a-z]*\) .*/\1/
 [ "$(wc -w <<<"$commands")" -ge 7 ] || fail "citp-console --help lists only: $commands"
 
 # options PROGRAM [COMMAND]
-options() { "$@" --help | sed -nE 's/^ {1,2}(-[a-z], )?(--[a-z-]+).*/\2/p' | sort -u; }
+options() { "$@" --help | grep -oE '^ {1,2}--?[a-z][a-z-]*(, --?[a-z][a-z-]*)*' | grep -oE -- '--[a-z-]+' | sort -u; }
 
 if [ -d "$prefix/share/man/man1" ]; then
     # shellcheck disable=SC2086 # the commands are words
@@ -58,12 +58,25 @@ expect()
 {
     expect citp-console "" -- $commands
     expect citp-console --adapter lo "" -- $commands
+    expect citp-console -i lo "" -- $commands
+    expect citp-console --json "" -- $commands
     expect citp-console wat -- watch
     expect citp-mediaserver - -- $(options citp-mediaserver)
     expect citp-mediaserver --msex 1. -- 1.0 1.1 1.2
     expect citp-mediaserver --fault s -- silence split spoil storm
     expect citp-mediaserver --count "" --
+    expect citp-console watch --seconds "" --
+    expect citp-console thumbnails --format p -- png
     for command in $commands; do
         expect citp-console "$command" - -- $(options citp-console "$command")
     done
 }
+
+# Where a file is wanted, the folder's are offered, and not where none is.
+rm -rf "$work/completion" && mkdir -p "$work/completion" && cd "$work/completion"
+touch show.pcap
+expect citp-console decode "" -- show.pcap
+expect citp-console capture --write s -- show.pcap
+expect citp-console capture -w "" -- show.pcap
+expect citp-mediaserver --patch "" -- show.pcap
+expect citp-console watch "" --

@@ -12,38 +12,49 @@ _citp_choices()
         END { print text }' | grep -oE '[.;] +[a-z-]+:' | tr -d '.;: '
 }
 
+# Prints the lines that the help text on standard input begins an option with: the names, and what stands for its value.
+_citp_options()
+{
+    grep -oE '^ {1,2}--?[a-z][a-z-]*(, --?[a-z][a-z-]*)*( <|)'
+}
+
+# Prints the long name of the option $1, if it is one and takes a value, by the help text on standard input.
+_citp_with_value()
+{
+    [[ $1 == -* ]] && _citp_options | grep -E -- "[ ]$1(,.*)? <\$" | grep -oE -- '--[a-z-]+' | head -n 1
+}
+
 _citp_tools()
 {
     local cur prev words cword
     _init_completion || return
-    local program=${words[0]} command='' option=${prev#--} i help
+    local program=${words[0]} command='' option i help
 
+    help=$("$program" --help 2>/dev/null)
     if [[ ${program##*/} == citp-console ]]; then
         for ((i = 1; i < cword; ++i)); do
-            if [[ ${words[i]} != -* && ${words[i - 1]} != --!(help|json|version|quiet|summary) ]]; then
+            if [[ ${words[i]} != -* && -z $(_citp_with_value "${words[i - 1]}" <<<"$help") ]]; then
                 command=${words[i]}
+                # Without the words behind the command, which it might refuse.
+                help=$("$program" "$command" --help 2>/dev/null)
                 break
             fi
         done
     fi
-    # Without the words behind the command, which it might refuse.
-    # shellcheck disable=SC2086 # no command is no word
-    help=$("$program" $command --help 2>/dev/null)
 
-    if [[ $prev == --* ]]; then
-        case $option in
-            adapter) _available_interfaces -a; return ;;
-            to | media) _filedir -d; return ;;
-            patch | output) _filedir; return ;;
-            format) COMPREPLY=($(compgen -W 'jpeg png rgb8' -- "$cur")); return ;;
-            msex) COMPREPLY=($(compgen -W '1.0 1.1 1.2' -- "$cur")); return ;;
-            fault) COMPREPLY=($(compgen -W "$(_citp_choices fault <<<"$help")" -- "$cur")); return ;;
-        esac
-        # Any other option that takes a value takes one that nobody can guess.
-        ! grep -qE -- "^ {1,2}(-[a-z], )?--$option <" <<<"$help" || return
-    fi
+    option=$(_citp_with_value "$prev" <<<"$help")
+    case ${option#--} in
+        '') ;;
+        adapter) _available_interfaces -a; return ;;
+        to | media) _filedir -d; return ;;
+        patch | output | write) _filedir; return ;;
+        format) COMPREPLY=($(compgen -W 'jpeg png rgb8' -- "$cur")); return ;;
+        msex) COMPREPLY=($(compgen -W '1.0 1.1 1.2' -- "$cur")); return ;;
+        fault) COMPREPLY=($(compgen -W "$(_citp_choices fault <<<"$help")" -- "$cur")); return ;;
+        *) return ;; # a value that nobody can guess
+    esac
     if [[ $cur == -* ]]; then
-        COMPREPLY=($(compgen -W "$(grep -oE -- '^ {1,2}(-[a-z], )?--[a-z-]+' <<<"$help" | grep -oE -- '--[a-z-]+')" -- "$cur"))
+        COMPREPLY=($(compgen -W "$(_citp_options <<<"$help" | grep -oE -- '--[a-z-]+')" -- "$cur"))
     elif [[ ${program##*/} == citp-console && -z $command ]]; then
         COMPREPLY=($(compgen -W "$(sed -n '/^Commands:/,/^$/s/^  \([a-z]\+\) .*/\1/p' <<<"$help")" -- "$cur"))
     elif grep -qE '^Usage:.* \[?FILE' <<<"$help"; then
