@@ -124,6 +124,7 @@ private:
     std::atomic<bool> m_ending{false};
 
     std::thread m_thread;
+    const pid_t m_process = getpid(); // which has the thread
 };
 
 NetworkAdapterMonitor::Private::Private()
@@ -164,7 +165,8 @@ NetworkAdapterMonitor::Private::~Private()
 
 void NetworkAdapterMonitor::Private::end()
 {
-    if (!m_thread.joinable())
+    // A forked child has no such thread, and the event that ends it is its parent's.
+    if (!m_thread.joinable() || getpid() != m_process)
         return;
     m_ending = true;
     eventfd_write(m_endEvent, 1);
