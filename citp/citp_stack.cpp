@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_stack.h>
 
+#include "citp_handover_p.h"
 #include "citp_log_p.h"
 #include "citp_worker_p.h"
 
@@ -135,19 +136,27 @@ bool waitForCallers()
     return true;
 }
 
+template <typename Message>
+void registerMessage(const char* name)
+{
+    qRegisterMetaType<Message>(name);
+    followCopies<Message>();
+}
+
 void registerMetaTypes()
 {
     static std::once_flag once;
     std::call_once(once, [] {
         qRegisterMetaType<citp_stack::SERV_ID>("CITP::citp_stack::SERV_ID");
-        qRegisterMetaType<Msg_MSEX_ELTH>("CITP::Msg_MSEX_ELTH");
-        qRegisterMetaType<Msg_MSEX_ETHN>("CITP::Msg_MSEX_ETHN");
-        qRegisterMetaType<Msg_MSEX_ELIN>("CITP::Msg_MSEX_ELIN");
-        qRegisterMetaType<Msg_MSEX_MEIN>("CITP::Msg_MSEX_MEIN");
-        qRegisterMetaType<Msg_MSEX_EEIN>("CITP::Msg_MSEX_EEIN");
-        qRegisterMetaType<Msg_MSEX_GLEI>("CITP::Msg_MSEX_GLEI");
-        qRegisterMetaType<Msg_MSEX_LSTA>("CITP::Msg_MSEX_LSTA");
-        qRegisterMetaType<Msg_MSEX_ELUP>("CITP::Msg_MSEX_ELUP");
+        registerMessage<Msg_MSEX_ELTH>("CITP::Msg_MSEX_ELTH");
+        registerMessage<Msg_MSEX_ETHN>("CITP::Msg_MSEX_ETHN");
+        registerMessage<Msg_MSEX_ELIN>("CITP::Msg_MSEX_ELIN");
+        registerMessage<Msg_MSEX_MEIN>("CITP::Msg_MSEX_MEIN");
+        registerMessage<Msg_MSEX_EEIN>("CITP::Msg_MSEX_EEIN");
+        registerMessage<Msg_MSEX_GLEI>("CITP::Msg_MSEX_GLEI");
+        registerMessage<Msg_MSEX_LSTA>("CITP::Msg_MSEX_LSTA");
+        registerMessage<Msg_MSEX_ELUP>("CITP::Msg_MSEX_ELUP");
+        followDelivery();
     });
 }
 

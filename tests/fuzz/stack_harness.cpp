@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stack_harness.h"
 
+#include "worker_call.h"
+
 #include <citp_system/artnet_adapter.h>
 
 #include <QCoreApplication>
@@ -86,7 +88,7 @@ StackHarness::StackHarness()
     m_stack = citp_stack::Get();
     listen();
     m_stack->setEnabled(true);
-    QMetaObject::invokeMethod(m_stack, "timepop", Qt::BlockingQueuedConnection);
+    onWorker([this] { QMetaObject::invokeMethod(m_stack, "timepop", Qt::DirectConnection); });
 }
 
 void StackHarness::listen()
@@ -127,8 +129,7 @@ std::vector<std::string> StackHarness::takeEvents(const QString& key)
 
 void StackHarness::onWorker(const std::function<void()>& work) const
 {
-    QMetaObject::invokeMethod(
-        m_stack, [&work] { work(); }, Qt::BlockingQueuedConnection);
+    runOnThreadOf(m_stack, work);
 }
 
 void StackHarness::settle(const FakeServer& server, std::uint64_t sent) const

@@ -1,80 +1,14 @@
 // The stack on adapters that come and go: a pair of virtual cables whose far end, with the servers, is in a network
 // namespace of its own, and the real monitor in between.
 // SPDX-License-Identifier: Apache-2.0
+#include "far_host.h"
 #include "stack_fixture.h"
 
 #include <citp_system/artnet_adapter.h>
 
 #include <QTest>
 
-#include <sched.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-#include <condition_variable>
 #include <cstdlib>
-#include <mutex>
-#include <thread>
-
-namespace {
-void ip(const std::string& arguments)
-{
-    ASSERT_EQ(std::system(("ip " + arguments).c_str()), 0) << arguments;
-}
-
-/// The far end of the cable: a thread in another namespace, in which work can be done.
-class FarEnd
-{
-public:
-    FarEnd() : m_thread([this] { serve(); })
-    {
-        run([] {});
-    }
-
-    ~FarEnd()
-    {
-        run([this] { m_done = true; });
-        m_thread.join();
-    }
-
-    /// Runs @p work in the far namespace; sockets that it opens stay there.
-    void run(const std::function<void()>& work)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_work = &work;
-        m_changed.notify_all();
-        m_changed.wait(lock, [this] { return !m_work; });
-    }
-
-    void ip(const std::string& arguments)
-    {
-        run([&arguments] { ::ip(arguments); });
-    }
-
-    std::string id() const { return std::to_string(m_id); }
-
-private:
-    void serve()
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_id = static_cast<pid_t>(syscall(SYS_gettid));
-        EXPECT_EQ(unshare(CLONE_NEWNET), 0);
-        while (!m_done) {
-            m_changed.wait(lock, [this] { return m_work; });
-            (*m_work)();
-            m_work = nullptr;
-            m_changed.notify_all();
-        }
-    }
-
-    std::mutex m_mutex; // guards what follows
-    std::condition_variable m_changed;
-    const std::function<void()>* m_work = nullptr;
-    bool m_done = false;
-    pid_t m_id = 0;
-    std::thread m_thread;
-};
-} // namespace
 
 class AdapterTest : public StackTest
 {
@@ -171,7 +105,7 @@ protected:
         return std::move(*connection);
     }
 
-    FarEnd m_far;
+    FarHost m_far;
     std::optional<FakeServer> m_server;
 };
 

@@ -5,6 +5,7 @@
 #include "fake_server.h"
 #include "log_capture.h"
 #include "wire.h"
+#include "worker_call.h"
 
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_stack.h>
@@ -110,7 +111,10 @@ protected:
         m_slow = false;
     }
 
-    void tick() { QMetaObject::invokeMethod(stack, "timepop", Qt::BlockingQueuedConnection); }
+    void tick()
+    {
+        runOnThreadOf(stack, [this] { QMetaObject::invokeMethod(stack, "timepop", Qt::DirectConnection); });
+    }
 
     bool isListed(const FakeServer& server) const
     {

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
+#include "worker_call.h"
+
 #include <citp_system/artnet_adapter.h>
 
 #include <QCoreApplication>
@@ -48,13 +50,12 @@ void StackTest::TearDown()
 
 void StackTest::tick()
 {
-    QMetaObject::invokeMethod(stack, "timepop", Qt::BlockingQueuedConnection);
+    runOnWorker([this] { QMetaObject::invokeMethod(stack, "timepop", Qt::DirectConnection); });
 }
 
 void StackTest::runOnWorker(const std::function<void()>& work)
 {
-    QMetaObject::invokeMethod(
-        stack, [&work] { work(); }, Qt::BlockingQueuedConnection);
+    runOnThreadOf(stack, work);
 }
 
 void StackTest::enable()
