@@ -3,21 +3,14 @@
 #include "citp_codecs.h"
 
 #include "citp_log_p.h"
+#include "citp_msex_fields_p.h"
+#include "citp_wire_p.h"
 
 #include <QStringList>
 #include <QtEndian>
 
-#include <algorithm>
-
 namespace CITP {
 namespace {
-/// The text of a code in its wire form: the four characters, the first in the lowest byte.
-constexpr unsigned int code(char a, char b, char c, char d)
-{
-    return static_cast<unsigned int>(a) | static_cast<unsigned int>(b) << 8 | static_cast<unsigned int>(c) << 16 |
-           static_cast<unsigned int>(d) << 24;
-}
-
 /// The low 8 bits of the number that @p field begins with, blanks and a sign before it allowed; 0 if there is none.
 /// People type such fields, so what follows the digits is let pass. Unsigned arithmetic keeps the low bits right
 /// however many digits there are.
@@ -36,13 +29,63 @@ unsigned int levelFromField(const QString& field)
 }
 } // namespace
 
+QString codeText(const char* bytes)
+{
+    switch (qFromLittleEndian<quint32>(bytes)) {
+        case codeNumber("CITP"):
+            return QStringLiteral("CITP");
+        case codeNumber("MSEX"):
+            return QStringLiteral("MSEX");
+        case codeNumber("SInf"):
+            return QStringLiteral("SInf");
+        case codeNumber("ELIn"):
+            return QStringLiteral("ELIn");
+        case codeNumber("ELUp"):
+            return QStringLiteral("ELUp");
+        case codeNumber("MEIn"):
+            return QStringLiteral("MEIn");
+        case codeNumber("EEIn"):
+            return QStringLiteral("EEIn");
+        case codeNumber("GLEI"):
+            return QStringLiteral("GLEI");
+        case codeNumber("LSta"):
+            return QStringLiteral("LSta");
+        case codeNumber("ELTh"):
+            return QStringLiteral("ELTh");
+        case codeNumber("EThn"):
+            return QStringLiteral("EThn");
+        case codeNumber("JPEG"):
+            return QStringLiteral("JPEG");
+        case codeNumber("PNG "):
+            return QStringLiteral("PNG ");
+        case codeNumber("RGB8"):
+            return QStringLiteral("RGB8");
+        default:
+            return QString(QLatin1String(bytes, 4));
+    }
+}
+
+QString libraryIdText(quint32 id)
+{
+    // By hand: lists have one in each record, and a formatted print costs more than the rest of the record.
+    char16_t text[4 * 3 + 3];
+    char16_t* end = text;
+    for (int shift = 0; shift < 32; shift += 8) {
+        const quint32 level = id >> shift & 0xff;
+        if (shift != 0)
+            *end++ = u',';
+        if (level > 99)
+            *end++ = static_cast<char16_t>(u'0' + level / 100);
+        if (level > 9)
+            *end++ = static_cast<char16_t>(u'0' + level / 10 % 10);
+        *end++ = static_cast<char16_t>(u'0' + level % 10);
+    }
+    return QStringView(text, end).toString();
+}
+
 QString get8bitunicode(const QByteArray& data, unsigned int start)
 {
-    if (qint64(start) >= data.size())
-        return {};
-    const char* const begin = data.constData() + start;
-    const char* const end = std::find(begin, data.constData() + data.size(), '\0');
-    return begin == end ? QString() : QString(QLatin1String(begin, end));
+    return WireReader(data, start).text8();
 }
 
 unsigned short getShort(const QByteArray& data, unsigned int offset)
@@ -54,20 +97,10 @@ unsigned short getShort(const QByteArray& data, unsigned int offset)
 
 int getUCS2(QString& out, const QByteArray& data, unsigned int offset)
 {
-    constexpr char16_t byteOrderMark = 0xfeff;
-    out.clear();
-    int consumed = 0;
-    // 64-bit sums: an offset near 2^32 must not wrap around into the buffer.
-    while (qint64(offset) + consumed + 2 <= data.size()) {
-        const char16_t unit = qFromLittleEndian<quint16>(data.constData() + offset + consumed);
-        consumed += 2;
-        if (unit == 0)
-            break;
-        // Unit by unit, because Qt's converters would drop or swap byte-order marks further on and repair surrogates.
-        if (consumed != 2 || unit != byteOrderMark)
-            out.append(QChar(unit));
-    }
-    return consumed;
+    WireReader reader(data, offset);
+    const qint64 start = reader.position();
+    out = reader.ucs2();
+    return static_cast<int>(reader.position() - start);
 }
 
 QString& addToStr(QString& text, const QString& label, const QString& value)
@@ -100,7 +133,7 @@ unsigned int fromLibraryFormat(const QString& text)
 
 QString& fromLibraryFormat(QString& out, unsigned int id)
 {
-    out = QString::asprintf("%u,%u,%u,%u", id & 0xff, id >> 8 & 0xff, id >> 16 & 0xff, id >> 24);
+    out = libraryIdText(id);
     return out;
 }
 
@@ -108,17 +141,17 @@ unsigned int fromGraphicFormat(const QString& text)
 {
     const QChar first = text.isEmpty() ? QChar() : text.at(0).toUpper();
     if (first == QLatin1Char('P'))
-        return code('P', 'N', 'G', ' ');
+        return codeNumber("PNG ");
     if (first == QLatin1Char('R'))
-        return code('R', 'G', 'B', '8');
-    return code('J', 'P', 'E', 'G');
+        return codeNumber("RGB8");
+    return codeNumber("JPEG");
 }
 
 QString& fromGraphicFormat(QString& out, unsigned int format)
 {
-    out.clear();
-    for (int shift = 0; shift < 32; shift += 8)
-        out.append(QLatin1Char(static_cast<char>(format >> shift & 0xff)));
+    char bytes[4];
+    qToLittleEndian<quint32>(format, bytes);
+    out = codeText(bytes);
     return out;
 }
 

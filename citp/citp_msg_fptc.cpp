@@ -23,7 +23,7 @@ Msg_FPTC::Msg_FPTC(const QByteArray& msg) : Msg_Header(msg)
         valid = false;
         return;
     }
-    cookie = WireReader(msg, codeOffset).fixedText8(4);
+    cookie = WireReader(msg, codeOffset).code();
     // Alone among all fields of the protocol the hint is taken big-endian, although it is written little-endian: kept
     // on purpose.
     if (msg.size() >= bodyOffset)
@@ -36,17 +36,19 @@ QString Msg_FPTC::GetCookie(const QByteArray& msg)
 {
     if (msg.size() < bodyOffset)
         return {};
-    return WireReader(msg, codeOffset).fixedText8(4);
+    return WireReader(msg, codeOffset).code();
 }
 
 Msg_FPTC_PTCH::Msg_FPTC_PTCH(const QByteArray& msg) : Msg_FPTC(msg)
 {
     WireReader reader(msg, bodyOffset);
-    FixtureIdentifier = reader.u16();
-    Universe = reader.u8();
-    reader.skip(1);
-    Channel = reader.u16();
-    ChannelCount = reader.u16();
+    reader.run<8>([this](auto& fields) {
+        FixtureIdentifier = fields.u16();
+        Universe = fields.u8();
+        fields.u8(); // reserved
+        Channel = fields.u16();
+        ChannelCount = fields.u16();
+    });
     FixtureMake = reader.text8();
     FixtureName = reader.text8();
 }

@@ -24,15 +24,17 @@ Msg_Header::Msg_Header(const QByteArray& msg)
         if (msg.size() < headerLength)
             throw "too short for a CITP message";
         WireReader reader(msg);
-        cookie = reader.fixedText8(4);
-        citpMajor = reader.u8();
-        citpMinor = reader.u8();
-        requestIndex = reader.u16();
-        size = reader.u32();
-        partCount = reader.u16();
-        part = reader.u16();
-        m_contentType = reader.fixedText8(4);
-        if (cookie != QLatin1String("CITP"))
+        cookie = reader.code();
+        reader.run<12>([this](auto& fields) {
+            citpMajor = fields.u8();
+            citpMinor = fields.u8();
+            requestIndex = fields.u16();
+            size = fields.u32();
+            partCount = fields.u16();
+            part = fields.u16();
+        });
+        m_contentType = reader.code();
+        if (!msg.startsWith("CITP"))
             throw "header is not CITP";
         if (citpMajor != 1)
             throw "wrong CITP major";
@@ -72,7 +74,7 @@ QString Msg_Header::contentType(const QByteArray& buffer)
 {
     if (buffer.size() < headerLength)
         return {};
-    return WireReader(buffer, contentTypeOffset).fixedText8(4);
+    return WireReader(buffer, contentTypeOffset).code();
 }
 
 void Msg_Header::setSize(QByteArray& buffer)

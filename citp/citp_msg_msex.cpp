@@ -23,7 +23,7 @@ Msg_MSEX::Msg_MSEX(const QByteArray& msg) : Msg_Header(msg)
     WireReader reader(msg, versionOffset);
     versionMajor = reader.u8();
     versionMinor = reader.u8();
-    cookie = reader.fixedText8(4);
+    cookie = reader.code();
 }
 
 Msg_MSEX::~Msg_MSEX() = default;
@@ -40,7 +40,7 @@ QString Msg_MSEX::GetCookie(const QByteArray& msg)
 {
     if (msg.size() < MIN_MSEX_LENGTH)
         return {};
-    return WireReader(msg, codeOffset).fixedText8(4);
+    return WireReader(msg, codeOffset).code();
 }
 
 Msg_MSEX_CInf::Msg_MSEX_CInf() : Msg_MSEX(2, QStringLiteral("CInf")) {}

@@ -5,19 +5,19 @@
 #include <citp/citp_msg_msex_elements.h>
 #include <citp/citp_wire_p.h>
 
-#include <utility>
-
 namespace CITP {
 namespace {
 /// Reads what the records of all three messages begin with; the fields that follow are the caller's.
 template <typename Record>
 void readBeginning(WireReader& reader, unsigned char versionMinor, Record& record, QString& name)
 {
-    record.Number = reader.u8();
-    if (versionMinor == 2)
-        record.SerialNumber = reader.u32();
-    record.DMXRangeMin = reader.u8();
-    record.DMXRangeMax = reader.u8();
+    reader.run<7>([&](auto& fields) {
+        record.Number = fields.u8();
+        if (versionMinor == 2)
+            record.SerialNumber = fields.u32();
+        record.DMXRangeMin = fields.u8();
+        record.DMXRangeMax = fields.u8();
+    });
     name = reader.ucs2();
 }
 
@@ -35,16 +35,16 @@ Msg_MSEX_MEIN::Msg_MSEX_MEIN(const QByteArray& msg) : Msg_MSEX(msg)
     WireReader reader(msg, MIN_MSEX_LENGTH);
     LibraryId = readLibraryId(reader, versionMinor);
     const quint16 count = readCount(reader, versionMinor);
-    Media.reserve(count);
-    for (unsigned int i = 0; i < count; ++i) {
-        MediaInformation medium;
+    Media.resize(count);
+    for (MediaInformation& medium : Media) {
         readBeginning(reader, versionMinor, medium, medium.Name);
-        medium.Timestamp = reader.u64();
-        medium.Width = reader.u16();
-        medium.Height = reader.u16();
-        medium.Length = reader.u32();
-        medium.FrameRate = reader.u8();
-        Media.push_back(std::move(medium));
+        reader.run<17>([&medium](auto& fields) {
+            medium.Timestamp = fields.u64();
+            medium.Width = fields.u16();
+            medium.Height = fields.u16();
+            medium.Length = fields.u32();
+            medium.FrameRate = fields.u8();
+        });
     }
 }
 
@@ -81,15 +81,12 @@ Msg_MSEX_EEIN::Msg_MSEX_EEIN(const QByteArray& msg) : Msg_MSEX(msg)
     WireReader reader(msg, MIN_MSEX_LENGTH);
     LibraryId = readLibraryId(reader, versionMinor);
     const quint16 count = readCount(reader, versionMinor);
-    Effects.reserve(count);
-    for (unsigned int i = 0; i < count; ++i) {
-        EffectInformation effect;
+    Effects.resize(count);
+    for (EffectInformation& effect : Effects) {
         readBeginning(reader, versionMinor, effect, effect.EffectName);
-        const quint8 parameters = reader.u8();
-        effect.ParameterNames.reserve(parameters);
-        for (unsigned int parameter = 0; parameter < parameters; ++parameter)
-            effect.ParameterNames.push_back(reader.ucs2());
-        Effects.push_back(std::move(effect));
+        effect.ParameterNames.resize(reader.u8());
+        for (QString& name : effect.ParameterNames)
+            name = reader.ucs2();
     }
 }
 
@@ -128,12 +125,10 @@ Msg_MSEX_GLEI::Msg_MSEX_GLEI(const QByteArray& msg) : Msg_MSEX(msg)
         LibraryType = reader.u8();
     LibraryId = readLibraryId(reader, versionMinor);
     const quint16 count = readCount(reader, versionMinor);
-    Elements.reserve(count);
-    for (unsigned int i = 0; i < count; ++i) {
-        GenericInformation element;
+    Elements.resize(count);
+    for (GenericInformation& element : Elements) {
         readBeginning(reader, versionMinor, element, element.Name);
         element.Timestamp = reader.u64();
-        Elements.push_back(std::move(element));
     }
 }
 

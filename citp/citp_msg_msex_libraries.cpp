@@ -5,8 +5,6 @@
 #include <citp/citp_msg_msex_libraries.h>
 #include <citp/citp_wire_p.h>
 
-#include <utility>
-
 namespace CITP {
 namespace {
 bool bitIsSet(const std::array<unsigned char, 32>& bits, unsigned char number)
@@ -33,19 +31,21 @@ Msg_MSEX_ELIN::Msg_MSEX_ELIN(const QByteArray& msg) : Msg_MSEX(msg)
     if (versionMinor > 2)
         return;
     const quint16 count = readCount(reader, versionMinor);
-    Libraries.reserve(count);
-    for (unsigned int i = 0; i < count; ++i) {
-        ElementLibraryInformation library;
-        library.LIBID = readLibraryId(reader, versionMinor);
-        if (versionMinor == 2)
-            library.SerialNumber = reader.u32();
-        library.DMXRangeMin = reader.u8();
-        library.DMXRangeMax = reader.u8();
+    Libraries.resize(count);
+    for (ElementLibraryInformation& library : Libraries) {
+        reader.run<10>([&](auto& fields) {
+            library.LIBID = readLibraryId(fields, versionMinor);
+            if (versionMinor == 2)
+                library.SerialNumber = fields.u32();
+            library.DMXRangeMin = fields.u8();
+            library.DMXRangeMax = fields.u8();
+        });
         library.Name = reader.ucs2();
-        if (versionMinor != 0)
-            library.SubLibraryCount = readCount(reader, versionMinor);
-        library.ElementCount = readCount(reader, versionMinor);
-        Libraries.push_back(std::move(library));
+        reader.run<4>([&](auto& fields) {
+            if (versionMinor != 0)
+                library.SubLibraryCount = readCount(fields, versionMinor);
+            library.ElementCount = readCount(fields, versionMinor);
+        });
     }
 }
 

@@ -5,8 +5,6 @@
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_wire_p.h>
 
-#include <utility>
-
 namespace CITP {
 Msg_MSEX_LSTA::Msg_MSEX_LSTA(const QByteArray& msg) : Msg_MSEX(msg)
 {
@@ -16,21 +14,23 @@ Msg_MSEX_LSTA::Msg_MSEX_LSTA(const QByteArray& msg) : Msg_MSEX(msg)
     }
     WireReader reader(msg, MIN_MSEX_LENGTH);
     const quint8 count = reader.u8();
-    Layers.reserve(count);
-    for (unsigned int i = 0; i < count; ++i) {
-        LayerStatus layer;
-        layer.LayerNumber = reader.u8();
-        layer.PhysicalOutput = reader.u8();
-        if (versionMinor == 2)
-            layer.LibraryType = reader.u8();
-        layer.LibraryId = readLibraryId(reader, versionMinor);
-        layer.MediaNumber = reader.u8();
+    Layers.resize(count);
+    for (LayerStatus& layer : Layers) {
+        reader.run<8>([&](auto& fields) {
+            layer.LayerNumber = fields.u8();
+            layer.PhysicalOutput = fields.u8();
+            if (versionMinor == 2)
+                layer.LibraryType = fields.u8();
+            layer.LibraryId = readLibraryId(fields, versionMinor);
+            layer.MediaNumber = fields.u8();
+        });
         layer.MediaName = reader.ucs2();
-        layer.MediaPosition = reader.u32();
-        layer.MediaLength = reader.u32();
-        layer.MediaFrameRate = reader.u8();
-        layer.LayerStatusFlags = reader.u32();
-        Layers.push_back(std::move(layer));
+        reader.run<13>([&layer](auto& fields) {
+            layer.MediaPosition = fields.u32();
+            layer.MediaLength = fields.u32();
+            layer.MediaFrameRate = fields.u8();
+            layer.LayerStatusFlags = fields.u32();
+        });
     }
 }
 

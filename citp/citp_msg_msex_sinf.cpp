@@ -11,14 +11,16 @@ constexpr int uuidLength = 36;
 
 void readLayerSources(WireReader& reader, int count, std::vector<QString>& sources)
 {
+    sources.reserve(static_cast<std::size_t>(count));
     for (int layer = 0; layer < count; ++layer)
         sources.push_back(reader.text8());
 }
 
 void readFormats(WireReader& reader, std::vector<unsigned int>& formats)
 {
-    for (int remaining = reader.u8(); remaining > 0; --remaining)
-        formats.push_back(reader.u32());
+    formats.resize(reader.u8());
+    for (unsigned int& format : formats)
+        format = reader.u32();
 }
 } // namespace
 
@@ -44,8 +46,9 @@ Msg_MSEX_SINF::Msg_MSEX_SINF(const QByteArray& msg) : Msg_MSEX(msg)
         return;
     }
     ProductVersionBugfix = reader.u8();
-    for (int remaining = reader.u8(); remaining > 0; --remaining)
-        SupportedMsexVersions.push_back(reader.u16());
+    SupportedMsexVersions.resize(reader.u8());
+    for (unsigned short& version : SupportedMsexVersions)
+        version = reader.u16();
     SupportedLibraryTypes = reader.u16();
     readFormats(reader, ThumbnailFormats);
     readFormats(reader, StreamFormats);

@@ -7,9 +7,9 @@
 
 namespace CITP {
 namespace {
-/// Reads the picture that ends both messages. Throws a failure text if it is longer than the rest of @p msg; what
+/// Reads the picture that ends both messages. Throws a failure text if it is longer than the rest of the message; what
 /// describes it has then been read.
-void readPicture(WireReader& reader, const QByteArray& msg, Msg_MSEX_Thumbnail_Response_Base& response)
+void readPicture(WireReader& reader, Msg_MSEX_Thumbnail_Response_Base& response)
 {
     fromGraphicFormat(response.ThumbnailFormat, reader.u32());
     response.ThumbnailWidth = reader.u16();
@@ -17,7 +17,8 @@ void readPicture(WireReader& reader, const QByteArray& msg, Msg_MSEX_Thumbnail_R
     const quint16 size = reader.u16();
     if (reader.remaining() < size)
         throw "ThumbnailBufferSize greather than remaining message";
-    response.ThumbnailBuffer.append(msg.constData() + reader.position(), size);
+    if (size != 0)
+        response.ThumbnailBuffer = QByteArray(reader.data(), size);
 }
 } // namespace
 
@@ -35,7 +36,7 @@ Msg_MSEX_ELTH::Msg_MSEX_ELTH(const QByteArray& msg) : Msg_MSEX_Thumbnail_Respons
         WireReader reader(msg, MIN_MSEX_LENGTH);
         LibraryType = reader.u8();
         LibraryId = readLibraryId(reader, versionMinor);
-        readPicture(reader, msg, *this);
+        readPicture(reader, *this);
     } catch (const char*) {
         // The empty ThumbnailBuffer is the message to the receiver.
     }
@@ -54,7 +55,7 @@ Msg_MSEX_ETHN::Msg_MSEX_ETHN(const QByteArray& msg) : Msg_MSEX_Thumbnail_Respons
             throw "bad MSEX version";
         LibraryId = readLibraryId(reader, versionMinor);
         ElementNumber = reader.u8();
-        readPicture(reader, msg, *this);
+        readPicture(reader, *this);
     } catch (const char*) {
         // The empty ThumbnailBuffer is the message to the receiver.
     }

@@ -21,7 +21,7 @@ QString Msg_PEER::contentType(const QByteArray& msg)
 {
     if (msg.size() < bodyOffset)
         return {};
-    return WireReader(msg, codeOffset).fixedText8(4);
+    return WireReader(msg, codeOffset).code();
 }
 
 Msg_PEER_PLOC::Msg_PEER_PLOC(const QString& peerType, const QString& peerName, const QString& peerState,

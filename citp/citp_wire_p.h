@@ -9,7 +9,68 @@
 #include <QString>
 #include <QtEndian>
 
+#include <algorithm>
+#include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace CITP {
+/// The number of a code's four characters as they lie in a message, the first in the lowest byte.
+constexpr quint32 codeNumber(const char (&code)[5])
+{
+    return static_cast<quint32>(static_cast<quint8>(code[0])) |
+           static_cast<quint32>(static_cast<quint8>(code[1])) << 8 |
+           static_cast<quint32>(static_cast<quint8>(code[2])) << 16 |
+           static_cast<quint32>(static_cast<quint8>(code[3])) << 24;
+}
+
+/// The text of the four single-byte characters at @p bytes. The codes that open the messages received again and again
+/// share their text: three allocations a message would cost more than reading a short one.
+QString codeText(const char* bytes);
+
+/// The first 16-bit unit of value 0 from @p from on, which need not be aligned; @p end if there is none.
+/// @param end a whole number of units behind @p from
+inline const char* findZeroUnit(const char* from, const char* end)
+{
+#ifdef __SSE2__
+    for (; end - from >= 16; from += 16) {
+        const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+        const int zeros = _mm_movemask_epi8(_mm_cmpeq_epi16(units, _mm_setzero_si128()));
+        if (zeros != 0)
+            return from + qCountTrailingZeroBits(static_cast<quint32>(zeros));
+    }
+#endif
+    while (from != end && (from[0] != 0 || from[1] != 0))
+        from += 2;
+    return from;
+}
+
+/// Reads integers without looking for the end: only what WireReader::run() hands out after it has looked.
+class UncheckedReader
+{
+public:
+    explicit UncheckedReader(const char* next) : m_next(next) {}
+
+    quint8 u8() { return read<quint8>(); }
+    quint16 u16() { return read<quint16>(); }
+    quint32 u32() { return read<quint32>(); }
+    quint64 u64() { return read<quint64>(); }
+    const char* next() const { return m_next; }
+
+private:
+    template <typename Integer>
+    Integer read()
+    {
+        const Integer value = qFromLittleEndian<Integer>(m_next);
+        m_next += sizeof(Integer);
+        return value;
+    }
+
+    const char* m_next;
+};
+
 /// Reads the fields of a message one after the other and never past its end.
 ///
 /// Media servers in the field send bodies that are cut short and counts that promise more than follows. So running out
@@ -20,7 +81,11 @@ class WireReader
 public:
     /// @param data the whole message
     /// @param offset where reading begins, in bytes; beyond the end counts as the end
-    explicit WireReader(const QByteArray& data, qint64 offset = 0) : m_data(data) { skip(offset); }
+    explicit WireReader(const QByteArray& data, qint64 offset = 0)
+        : m_begin(data.constData()), m_next(m_begin), m_end(m_begin + data.size())
+    {
+        skip(offset);
+    }
     explicit WireReader(QByteArray&&, qint64 = 0) = delete;
 
     quint8 u8() { return read<quint8>(); }
@@ -28,54 +93,98 @@ public:
     quint32 u32() { return read<quint32>(); }
     quint64 u64() { return read<quint64>(); }
 
+    /// Reads a run of integers with one look for the end: calls @p fields with a reader that has u8() to u64().
+    /// @tparam Most the most bytes that @p fields reads
+    template <int Most, typename Fields>
+    void run(Fields fields)
+    {
+        if (remaining() < Most) {
+            fields(*this);
+            return;
+        }
+        UncheckedReader reader(m_next);
+        fields(reader);
+        Q_ASSERT(reader.next() - m_next <= Most);
+        m_next = reader.next();
+    }
+
     /// A null-terminated UCS-2 text, as getUCS2() reads it.
     QString ucs2()
     {
-        QString text;
-        m_position += getUCS2(text, m_data, static_cast<unsigned int>(m_position));
-        return text;
+        constexpr quint16 byteOrderMark = 0xfeff;
+        const char* text = m_next;
+        const char* const lastUnit = m_end - remaining() % 2;
+        const char* const end = findZeroUnit(text, lastUnit);
+        m_next = end == lastUnit ? end : end + 2;
+        if (text != end && qFromLittleEndian<quint16>(text) == byteOrderMark)
+            text += 2;
+        if (text == end)
+            return {};
+        // Copied as it stands, because Qt's converters would drop or swap byte-order marks further on and repair
+        // surrogates.
+        const auto units = static_cast<QString::size_type>((end - text) / 2);
+        QString out(units, Qt::Uninitialized);
+        qFromLittleEndian<quint16>(text, units, out.data());
+        return out;
     }
 
     /// A null-terminated single-byte text, as get8bitunicode() reads it; the terminator is passed too.
     QString text8()
     {
-        QString text = get8bitunicode(m_data, static_cast<unsigned int>(m_position));
-        skip(text.size() + 1);
-        return text;
+        if (m_next == m_end)
+            return {};
+        const char* const text = m_next;
+        const void* const found = std::memchr(text, 0, static_cast<std::size_t>(remaining()));
+        const char* const end = found ? static_cast<const char*>(found) : m_end;
+        m_next = found ? end + 1 : end;
+        return text == end ? QString() : QString(QLatin1String(text, end));
     }
 
     /// A text of exactly @p count single-byte characters without a terminator; missing ones are U+0000.
     QString fixedText8(int count)
     {
-        QString text;
-        text.reserve(count);
-        for (int index = 0; index < count; ++index)
-            text += QLatin1Char(static_cast<char>(u8()));
+        const int there = static_cast<int>(std::min<qint64>(count, remaining()));
+        QString text(QLatin1String(m_next, there));
+        m_next += there;
+        if (there < count)
+            text.append(QString(count - there, QChar(u'\0')));
         return text;
     }
 
-    /// Passes @p count bytes, at most to the end; a negative count passes none.
-    void skip(qint64 count) { m_position += qBound(qint64(0), count, remaining()); }
+    /// A code of four characters, as fixedText8() reads it.
+    QString code()
+    {
+        if (remaining() < 4)
+            return fixedText8(4);
+        m_next += 4;
+        return codeText(m_next - 4);
+    }
 
+    /// Passes @p count bytes, at most to the end; a negative count passes none.
+    void skip(qint64 count) { m_next += qBound(qint64(0), count, remaining()); }
+
+    /// The next byte of the message, of #remaining().
+    const char* data() const { return m_next; }
     /// Offset of the next byte, 0 to the message's length.
-    qint64 position() const { return m_position; }
-    qint64 remaining() const { return m_data.size() - m_position; }
+    qint64 position() const { return m_next - m_begin; }
+    qint64 remaining() const { return m_end - m_next; }
 
 private:
     template <typename Integer>
     Integer read()
     {
         if (remaining() < static_cast<qint64>(sizeof(Integer))) {
-            m_position = m_data.size();
+            m_next = m_end;
             return 0;
         }
-        const Integer value = qFromLittleEndian<Integer>(m_data.constData() + m_position);
-        m_position += static_cast<qint64>(sizeof(Integer));
+        const Integer value = qFromLittleEndian<Integer>(m_next);
+        m_next += sizeof(Integer);
         return value;
     }
 
-    const QByteArray& m_data;
-    qint64 m_position = 0;
+    const char* m_begin;
+    const char* m_next;
+    const char* m_end;
 };
 
 /// Appends @p value to @p out, the lowest byte first.

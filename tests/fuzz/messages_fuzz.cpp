@@ -87,7 +87,7 @@ void parse(const QByteArray& bytes)
         check<Msg_MSEX>(bytes);
         const QString code = Msg_MSEX::GetCookie(bytes);
         if (code == QLatin1String("SInf"))
-            check<Msg_MSEX_SINF>(bytes);
+            checkAnswer<Msg_MSEX_SINF>(bytes);
         else if (code == QLatin1String("ELIn"))
             checkAnswer<Msg_MSEX_ELIN>(bytes);
         else if (code == QLatin1String("ELUp"))
@@ -116,7 +116,7 @@ void parseAsEverything(const QByteArray& bytes)
     check<Msg_FPTC>(bytes);
     check<Msg_FPTC_PTCH>(bytes);
     check<Msg_MSEX>(bytes);
-    check<Msg_MSEX_SINF>(bytes);
+    checkAnswer<Msg_MSEX_SINF>(bytes);
     checkAnswer<Msg_MSEX_ELIN>(bytes);
     checkAnswer<Msg_MSEX_ELUP>(bytes);
     checkAnswer<Msg_MSEX_MEIN>(bytes);

@@ -6,6 +6,8 @@
 #include <QBuffer>
 #include <QDataStream>
 
+#include <cstring>
+#include <memory>
 #include <random>
 
 namespace {
@@ -145,6 +147,58 @@ TEST(WireReader, NeverGoesBack)
     WireReader reader(data, 2);
     reader.skip(-1);
     EXPECT_EQ(reader.position(), 2);
+}
+
+TEST(WireReader, ReadsARunAsItReadsItsFields)
+{
+    const QByteArray whole("\x01\x02\x03\x04\x05\x06\x07\x08\x09");
+    for (int length = 0; length <= whole.size(); ++length) {
+        SCOPED_TRACE(length);
+        // Of exactly its length, for the sanitizer to see a look beyond.
+        const auto exact = std::make_unique<char[]>(static_cast<std::size_t>(length));
+        std::memcpy(exact.get(), whole.constData(), static_cast<std::size_t>(length));
+        const QByteArray data = QByteArray::fromRawData(exact.get(), length);
+        WireReader plain(data);
+        const quint8 first = plain.u8();
+        const quint32 second = plain.u32();
+        const quint16 third = plain.u16();
+        WireReader reader(data);
+        reader.run<7>([&](auto& fields) {
+            EXPECT_EQ(fields.u8(), first);
+            EXPECT_EQ(fields.u32(), second);
+            EXPECT_EQ(fields.u16(), third);
+        });
+        EXPECT_EQ(reader.position(), plain.position());
+        EXPECT_EQ(length >= 7, third == 0x0706);
+    }
+}
+
+TEST(WireReader, PassesNoMoreThanARunHasRead)
+{
+    const QByteArray data("\x01\x02\x03");
+    WireReader reader(data);
+    reader.run<3>([](auto& fields) { EXPECT_EQ(fields.u8(), 1); });
+    EXPECT_EQ(reader.position(), 1);
+}
+
+TEST(FindZeroUnit, FindsTheFirstAtEveryAlignmentAndLength)
+{
+    for (int alignment = 0; alignment < 17; ++alignment)
+        for (int units = 0; units <= 34; ++units)
+            for (int zero = 0; zero <= units; ++zero) {
+                SCOPED_TRACE(testing::Message() << "alignment " << alignment << ", unit " << zero << " of " << units);
+                const auto bytes = std::make_unique<char[]>(static_cast<std::size_t>(alignment + 2 * units));
+                char* const text = bytes.get() + alignment;
+                // Units 0x0001 and 0x0100: every second pair of neighbouring bytes across units is zero.
+                for (int unit = 0; unit < units; ++unit) {
+                    text[2 * unit] = unit % 2 == 0 ? '\1' : '\0';
+                    text[2 * unit + 1] = unit % 2 == 0 ? '\0' : '\1';
+                }
+                // One more behind the first, which must not be the one found; with zero == units there is none.
+                for (int unit = zero; unit < units; unit += 3)
+                    text[2 * unit] = text[2 * unit + 1] = '\0';
+                ASSERT_EQ(CITP::findZeroUnit(text, text + 2 * units), text + 2 * zero);
+            }
 }
 
 TEST(AppendInteger, WritesTheLowestByteFirst)
