@@ -6,24 +6,36 @@
 #include "citp_msex_fields_p.h"
 #include "citp_wire_p.h"
 
-#include <QStringList>
 #include <QtEndian>
+
+#include <algorithm>
+#include <cstring>
 
 namespace CITP {
 namespace {
-/// The low 8 bits of the number that @p field begins with, blanks and a sign before it allowed; 0 if there is none.
-/// People type such fields, so what follows the digits is let pass. Unsigned arithmetic keeps the low bits right
-/// however many digits there are.
-unsigned int levelFromField(const QString& field)
+/// Writes @p value in decimal so that it ends before @p end; ten characters at most.
+/// @return where it begins
+template <typename Character>
+Character* writeDecimal(Character* end, unsigned int value)
 {
-    auto digit = field.cbegin();
-    while (digit != field.cend() && digit->isSpace())
+    for (; value > 9; value /= 10)
+        *--end = Character('0' + value % 10);
+    *--end = Character('0' + value);
+    return end;
+}
+
+/// The low 8 bits of the number that the field from @p digit to @p end begins with, blanks and a sign before it
+/// allowed; 0 if there is none. People type such fields, so what follows the digits is let pass. Unsigned arithmetic
+/// keeps the low bits right however many digits there are.
+unsigned int levelFromField(const QChar* digit, const QChar* end)
+{
+    while (digit != end && digit->isSpace())
         ++digit;
-    const bool negative = digit != field.cend() && *digit == QLatin1Char('-');
-    if (digit != field.cend() && (negative || *digit == QLatin1Char('+')))
+    const bool negative = digit != end && *digit == QLatin1Char('-');
+    if (digit != end && (negative || *digit == QLatin1Char('+')))
         ++digit;
     unsigned int value = 0;
-    for (; digit != field.cend() && *digit >= QLatin1Char('0') && *digit <= QLatin1Char('9'); ++digit)
+    for (; digit != end && *digit >= QLatin1Char('0') && *digit <= QLatin1Char('9'); ++digit)
         value = value * 10 + (digit->unicode() - u'0');
     return (negative ? 0 - value : value) & 0xff;
 }
@@ -110,7 +122,10 @@ QString& addToStr(QString& text, const QString& label, const QString& value)
 
 QString& addToStr(QString& text, const QString& label, unsigned int value)
 {
-    return text.append(label).append(QString::number(value));
+    QChar digits[10];
+    QChar* const end = digits + 10;
+    const QChar* const begin = writeDecimal(end, value);
+    return text.append(label).append(begin, static_cast<int>(end - begin));
 }
 
 unsigned int fromLibraryFormat(const QString& text)
@@ -119,14 +134,16 @@ unsigned int fromLibraryFormat(const QString& text)
         return text.toUInt();
     unsigned int id = 0;
     int shift = 0;
-    const QStringList fields = text.split(QLatin1Char(','));
-    for (const QString& field : fields) {
-        if (field.isEmpty())
-            continue;
-        id |= levelFromField(field) << shift;
-        shift += 8;
-        if (shift == 32)
+    const QChar* field = text.cbegin();
+    while (shift < 32) {
+        const QChar* const end = std::find(field, text.cend(), QLatin1Char(','));
+        if (field != end) {
+            id |= levelFromField(field, end) << shift;
+            shift += 8;
+        }
+        if (end == text.cend())
             break;
+        field = end + 1;
     }
     return id;
 }
@@ -158,7 +175,8 @@ QString& fromGraphicFormat(QString& out, unsigned int format)
 QString hexDump(const QByteArray& data)
 {
     constexpr int bytesPerLine = 16;
-    constexpr int charactersPerLine = 12 + 3 * bytesPerLine + bytesPerLine + 1;
+    constexpr int columnOffset = 12 + 3 * bytesPerLine;
+    constexpr int charactersPerLine = columnOffset + bytesPerLine + 1;
     static const char digits[] = "0123456789abcdef";
 
     QByteArray dump;
@@ -166,25 +184,28 @@ QString hexDump(const QByteArray& data)
     constexpr qint64 mostReserved = 1 << 20; // bytes of data
     const qint64 lines = qMin<qint64>(data.size(), mostReserved) / bytesPerLine + 1;
     dump.reserve(static_cast<decltype(dump.size())>(lines * charactersPerLine));
-    char column[bytesPerLine];
-    int pending = 0;
-    int offset = 0;
-    for (const char character : data) {
-        if (pending == 0)
-            dump.append(QByteArray::number(offset).rightJustified(10, '0')).append("  ", 2);
-        const auto byte = static_cast<unsigned char>(character);
-        dump.append(digits[byte >> 4]).append(digits[byte & 0xf]).append(' ');
-        // The printable characters of the "C" locale, so that a dump does not change with the console's language.
-        column[pending++] = byte >= 0x20 && byte < 0x7f ? character : '.';
-        ++offset;
-        if (pending == bytesPerLine) {
-            dump.append(column, pending).append('\n');
-            pending = 0;
+    // A line is laid out whole, with the column of characters behind the hex of a full line.
+    for (qint64 offset = 0; offset < data.size(); offset += bytesPerLine) {
+        char line[charactersPerLine];
+        std::memset(line, ' ', sizeof(line));
+        char* const offsetEnd = line + 10;
+        std::memset(line, '0', 10);
+        writeDecimal(offsetEnd, static_cast<unsigned int>(offset));
+        char* hex = line + 12;
+        char* column = line + columnOffset;
+        const auto count = static_cast<int>(qMin<qint64>(bytesPerLine, data.size() - offset));
+        for (int i = 0; i < count; ++i) {
+            const char character = data.constData()[offset + i];
+            const auto byte = static_cast<unsigned char>(character);
+            hex[0] = digits[byte >> 4];
+            hex[1] = digits[byte & 0xf];
+            hex += 3;
+            // The printable characters of the "C" locale, so that a dump does not change with the console's language.
+            *column++ = byte >= 0x20 && byte < 0x7f ? character : '.';
         }
-    }
-    if (pending != 0) {
-        const int blanks = 3 * (bytesPerLine - pending);
-        dump.append(QByteArray(blanks, ' ')).append(column, pending);
+        if (count == bytesPerLine)
+            *column++ = '\n';
+        dump.append(line, static_cast<int>(column - line));
     }
     return QString::fromLatin1(dump);
 }

@@ -75,8 +75,12 @@ QByteArray& operator>>(QByteArray& out, const Msg_FPTC_SPTC& message)
 {
     out >> static_cast<const Msg_FPTC&>(message);
     appendInteger(out, static_cast<quint16>(message.fixtureIdentifiers.size()));
-    for (const unsigned short identifier : message.fixtureIdentifiers)
-        appendInteger(out, identifier);
+    if (!message.fixtureIdentifiers.empty()) {
+        const auto count = static_cast<QByteArray::size_type>(message.fixtureIdentifiers.size());
+        const auto identifiersOffset = out.size();
+        out.resize(identifiersOffset + 2 * count);
+        qToLittleEndian<quint16>(message.fixtureIdentifiers.data(), count, out.data() + identifiersOffset);
+    }
     Msg_Header::setSize(out);
     return out;
 }

@@ -9,6 +9,7 @@
 namespace CITP {
 namespace {
 constexpr int headerLength = 20;
+constexpr int requestIndexOffset = 6;
 constexpr int sizeOffset = 8;
 constexpr int contentTypeOffset = 16;
 } // namespace
@@ -85,14 +86,15 @@ void Msg_Header::setSize(QByteArray& buffer)
 
 QByteArray& operator>>(QByteArray& out, const Msg_Header& header)
 {
+    // Most messages that are sent fit, and grow the buffer no further.
+    constexpr int usualLength = 64;
     out.clear();
-    out.append("CITP", 4);
-    appendInteger(out, quint8(1));
-    appendInteger(out, quint8(0));
-    appendInteger(out, header.requestIndex);
-    appendInteger(out, quint32(headerLength));
-    appendInteger(out, quint16(1));
-    appendInteger(out, quint16(0));
+    out.reserve(usualLength);
+    // The cookie, version 1.0, and one part, the first; the index and the size follow.
+    char fields[contentTypeOffset] = {'C', 'I', 'T', 'P', 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0};
+    qToLittleEndian(header.requestIndex, fields + requestIndexOffset);
+    qToLittleEndian(quint32(headerLength), fields + sizeOffset);
+    out.append(fields, contentTypeOffset);
     appendCode(out, header.contentType());
     return out;
 }

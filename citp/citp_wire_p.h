@@ -196,22 +196,27 @@ void appendInteger(QByteArray& out, Integer value)
     out.append(bytes, sizeof(Integer));
 }
 
-/// Appends @p text to @p out as one Latin-1 byte a character, "?" for those above 0xFF; without a terminator. Spelled
-/// out because Qt leaves open what QString::toLatin1() makes of such characters.
+/// @p character as one Latin-1 byte, "?" for those above 0xFF. Spelled out because Qt leaves open what
+/// QString::toLatin1() makes of such characters.
+inline char text8Byte(QChar character)
+{
+    return character.unicode() > 0xff ? '?' : static_cast<char>(character.unicode());
+}
+
+/// Appends @p text to @p out as one byte a character, as text8Byte() makes them; without a terminator.
 inline void appendText8(QByteArray& out, const QString& text)
 {
     for (const QChar character : text)
-        out.append(character.unicode() > 0xff ? '?' : static_cast<char>(character.unicode()));
+        out.append(text8Byte(character));
 }
 
 /// Appends the first four characters of @p code, e.g. "MSEX", as appendText8() does. A shorter code is filled up with
 /// zero bytes, so that the fields behind it stay at their offsets.
 inline void appendCode(QByteArray& out, const QString& code)
 {
-    QByteArray bytes;
-    appendText8(bytes, code.left(4));
-    out.append(bytes);
-    for (auto missing = 4 - bytes.size(); missing > 0; --missing)
-        out.append('\0');
+    char bytes[4] = {};
+    for (int i = 0; i < 4 && i < code.size(); ++i)
+        bytes[i] = text8Byte(code.at(i));
+    out.append(bytes, 4);
 }
 } // namespace CITP
