@@ -50,7 +50,7 @@ constexpr int DiscoveryBuffer = 65536; // bytes
 constexpr int DiscoveryTtl = 38;       // nothing is ever sent to the group; the console's network set-up expects it
 constexpr int DatagramsAtOnce = 256;
 constexpr int TickInterval = 2000; // ms
-constexpr qint64 HeaderSize = 20;  // bytes of the CITP header
+constexpr int HeaderSize = 20;     // bytes of the CITP header
 constexpr int ExitPatience = 2000; // ms; how long the end of the process waits for the worker and for callers
 
 Os::Log::Context& stackLog()
@@ -74,6 +74,18 @@ Os::Log::Context& trafficLog()
 std::string_view view(const QByteArray& text)
 {
     return {text.constData(), static_cast<std::size_t>(text.size())};
+}
+
+/// The code of four characters at @p offset, empty if @p buffer holds fewer than @p least bytes. Seen in place: every
+/// message is told apart by two of them.
+QLatin1String codeAt(const QByteArray& buffer, int offset, int least)
+{
+    return buffer.size() < least ? QLatin1String() : QLatin1String(buffer.constData() + offset, 4);
+}
+
+std::string_view view(QLatin1String text)
+{
+    return {text.data(), static_cast<std::size_t>(text.size())};
 }
 
 /// The registry's lock. The annotations tell the thread sanitizer, which does not see into Qt, what is locked.
@@ -463,6 +475,8 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
     ServerInfo* const info = new ServerInfo(ploc, netSocket.release());
     QTcpSocket* const socket = new QTcpSocket(this);
     info->m_socket = socket;
+    info->m_key = key;
+    m_connections.insert(socket, info);
     {
         const std::lock_guard<std::mutex> queueLock(m_queueMutex);
         m_servers.insert(key, info);
@@ -556,32 +570,34 @@ void citp_stack::rxconnected()
 
 void citp_stack::rxreadyread()
 {
-    QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
-    readMessages(socket, buildServerKey(socket));
+    readMessages(static_cast<QTcpSocket*>(sender()));
 }
 
 /// Cuts the stream into messages. The size field alone decides, with no lower bound: what does not begin a message is
 /// passed on and dropped by processMsgIn(), and a size of 0 is peeked at for ever. Media servers rely on nothing of
 /// this, but the console's behaviour towards broken ones is settled and stays.
-void citp_stack::readMessages(QTcpSocket* socket, const SERV_ID& key)
+void citp_stack::readMessages(QTcpSocket* socket)
 {
-    ServerInfo* info = serverOf(socket, key);
+    ServerInfo* info = serverOf(socket);
     if (!info || info->m_reading) {
         return; // a reader further down the stack takes what there is, in order
     }
     info->m_reading = true;
+    const SERV_ID key = info->m_key;
+    char header[HeaderSize] = {};
     while (socket->bytesAvailable() >= HeaderSize) {
         if (m_thread->isRestWanted()) {
-            readMessagesLater(socket, key);
+            readMessagesLater(socket);
             break;
         }
-        const quint32 size = static_cast<quint32>(Msg_Header::messageSize(socket->peek(HeaderSize)));
+        socket->peek(header, HeaderSize);
+        const quint32 size = static_cast<quint32>(Msg_Header::messageSize(QByteArray::fromRawData(header, HeaderSize)));
         if (socket->bytesAvailable() < static_cast<qint64>(size)) {
             break;
         }
         QByteArray message = socket->read(static_cast<qint64>(size));
         processMsgIn(message, key);
-        info = serverOf(socket, key);
+        info = serverOf(socket);
         if (!info) {
             return;
         }
@@ -590,18 +606,18 @@ void citp_stack::readMessages(QTcpSocket* socket, const SERV_ID& key)
 }
 
 /// Reads from the event loop what lies in @p socket already; it does not tell of that again by itself.
-void citp_stack::readMessagesLater(QTcpSocket* socket, const SERV_ID& key)
+void citp_stack::readMessagesLater(QTcpSocket* socket)
 {
     QMetaObject::invokeMethod(
-        socket, [this, socket, key] { readMessages(socket, key); }, Qt::QueuedConnection);
+        socket, [this, socket] { readMessages(socket); }, Qt::QueuedConnection);
 }
 
-/// The record of @p key if @p socket is its connection and still counts, else null. To be asked again after everything
-/// that may come back into the stack: the server may be gone then, and its key even be another connection's.
-citp_stack::ServerInfo* citp_stack::serverOf(const QTcpSocket* socket, const SERV_ID& key) const
+/// The record whose connection is @p socket, if it still counts, else null. To be asked again after everything that may
+/// come back into the stack: the server may be gone then, and its key even be another connection's.
+citp_stack::ServerInfo* citp_stack::serverOf(const QObject* socket) const
 {
-    ServerInfo* const info = findServer(key);
-    return info && info->m_socket == socket && !info->m_leaving ? info : nullptr;
+    ServerInfo* const info = m_connections.value(socket, nullptr);
+    return info && !info->m_leaving ? info : nullptr;
 }
 
 void citp_stack::rxdisconnected()
@@ -611,8 +627,7 @@ void citp_stack::rxdisconnected()
 
 void citp_stack::rxerror()
 {
-    QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
-    connectionFailed(socket, buildServerKey(socket));
+    connectionFailed(static_cast<QTcpSocket*>(sender()));
 }
 
 void citp_stack::connectionClosed(const QObject* socket)
@@ -622,9 +637,9 @@ void citp_stack::connectionClosed(const QObject* socket)
 }
 
 /// Every error ends the connection; what had come before is delivered first.
-void citp_stack::connectionFailed(QTcpSocket* socket, const SERV_ID& key)
+void citp_stack::connectionFailed(QTcpSocket* socket)
 {
-    readMessages(socket, key);
+    readMessages(socket);
     STACK_LOG(stackLog(), Os::Log::Failure, view(socket->errorString().toUtf8()));
     removeServerOf(socket);
 }
@@ -635,11 +650,8 @@ void citp_stack::connectionFailed(QTcpSocket* socket, const SERV_ID& key)
 void citp_stack::removeServerOf(const QObject* socket)
 {
     const StackLock lock(m_mutex);
-    for (auto server = m_servers.cbegin(); server != m_servers.cend(); ++server) {
-        if (server.value()->m_socket == socket && !server.value()->m_leaving) {
-            removeServer(server.key());
-            return;
-        }
+    if (ServerInfo* const info = serverOf(socket)) {
+        removeServer(info);
     }
 }
 
@@ -648,25 +660,23 @@ void citp_stack::removeTCP(int descriptor)
 {
     const StackLock lock(m_mutex);
     for (auto server = m_servers.cbegin(); server != m_servers.cend(); ++server) {
-        const ServerInfo* const info = server.value();
+        ServerInfo* const info = server.value();
         if (info->m_leaving) {
             continue;
         }
         // A bundled socket without a descriptor says nothing about the connection, so -1 is not looked for there.
         if ((info->m_socket && info->m_socket->socketDescriptor() == descriptor) ||
             (descriptor != -1 && info->m_netSocket && info->m_netSocket->GetDescriptor() == descriptor)) {
-            removeServer(server.key());
+            removeServer(info);
             return;
         }
     }
 }
 
-/// Removes the server @p key, with serverDown() if it was announced. The mutex is held.
-void citp_stack::removeServer(const SERV_ID& serverKey)
+/// Removes the server @p info, with serverDown() if it was announced. The mutex is held.
+void citp_stack::removeServer(ServerInfo* info)
 {
-    // The argument may live in the registry, which changes below.
-    const SERV_ID key = serverKey; // NOLINT(performance-unnecessary-copy-initialization)
-    ServerInfo* const info = findServer(key);
+    const SERV_ID key = info->m_key;
     info->m_leaving = true;
     if (info->m_notified) {
         STACK_LOG(stackLog(), Os::Log::State,
@@ -678,6 +688,7 @@ void citp_stack::removeServer(const SERV_ID& serverKey)
         const std::lock_guard<std::mutex> queueLock(m_queueMutex);
         m_servers.remove(key);
     }
+    m_connections.remove(info->m_socket);
     delete info;
 }
 
@@ -691,11 +702,11 @@ void citp_stack::processMsgIn(QByteArray& buffer, const QString& source)
         STACK_LOG(stackLog(), Os::Log::Failure, "invalid size for CITP");
         return;
     }
-    if (!buffer.startsWith("CITP")) {
+    if (codeAt(buffer, 0, HeaderSize) != QLatin1String("CITP")) {
         STACK_LOG(stackLog(), Os::Log::Failure, "lost in the byte stream");
         return;
     }
-    const QString layer = Msg_Header::contentType(buffer);
+    const QLatin1String layer = codeAt(buffer, 16, HeaderSize);
     if (layer == QLatin1String("PINF")) {
         processPinf(buffer, source);
     } else if (layer == QLatin1String("MSEX")) {
@@ -703,13 +714,13 @@ void citp_stack::processMsgIn(QByteArray& buffer, const QString& source)
     } else if (layer == QLatin1String("FPTC")) {
         processFptc(buffer, source);
     } else {
-        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled CITP " << view(layer.toLatin1()));
+        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled CITP " << view(layer));
     }
 }
 
 void citp_stack::processPinf(const QByteArray& buffer, const QString& source)
 {
-    const QString code = Msg_PEER::contentType(buffer);
+    const QLatin1String code = codeAt(buffer, 20, 24);
     if (code == QLatin1String("PLoc")) {
         const Msg_PEER_PLOC msg(buffer);
         if (plocLog().IsEnabled(Os::Log::Traffic)) {
@@ -719,13 +730,13 @@ void citp_stack::processPinf(const QByteArray& buffer, const QString& source)
         }
         handlePLOC(source, msg);
     } else if (code != QLatin1String("PNam")) {
-        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled PINF " << view(code.toLatin1()));
+        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled PINF " << view(code));
     }
 }
 
 void citp_stack::processMsex(const QByteArray& buffer, const QString& source)
 {
-    const QString code = Msg_MSEX::GetCookie(buffer);
+    const QLatin1String code = codeAt(buffer, 22, 26);
     if (code == QLatin1String("EThn")) {
         const Msg_MSEX_ETHN msg(buffer);
         if (msg.valid) {
@@ -772,20 +783,20 @@ void citp_stack::processMsex(const QByteArray& buffer, const QString& source)
             Q_EMIT libraryUpdated(source, msg);
         }
     } else {
-        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled MSEX " << view(code.toLatin1()));
+        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled MSEX " << view(code));
     }
 }
 
 void citp_stack::processFptc(const QByteArray& buffer, const QString& source)
 {
-    const QString code = Msg_FPTC::GetCookie(buffer);
+    const QLatin1String code = codeAt(buffer, 20, 28);
     if (code == QLatin1String("Ptch")) {
         const Msg_FPTC_PTCH msg(buffer);
         if (msg.valid) {
             Q_EMIT patchMessage(source, msg);
         }
     } else {
-        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled FPTC " << view(code.toLatin1()));
+        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled FPTC " << view(code));
     }
 }
 
@@ -918,19 +929,19 @@ void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
     }
     if (info->m_failed) {
         QMetaObject::invokeMethod(
-            socket, [this, socket, server] { flushFailed(socket, server); }, Qt::QueuedConnection);
+            socket, [this, socket] { flushFailed(socket); }, Qt::QueuedConnection);
     } else if (socket->bytesAvailable() > 0) {
-        readMessagesLater(socket, server);
+        readMessagesLater(socket);
     }
 }
 
 /// What the socket would have told of its end if it had not been kept quiet during the wait.
-void citp_stack::flushFailed(QTcpSocket* socket, const SERV_ID& key)
+void citp_stack::flushFailed(QTcpSocket* socket)
 {
-    if (!serverOf(socket, key)) {
+    if (!serverOf(socket)) {
         return;
     }
-    connectionFailed(socket, key);
+    connectionFailed(socket);
     if (socket->state() == QAbstractSocket::UnconnectedState) {
         connectionClosed(socket);
     }

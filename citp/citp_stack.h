@@ -12,6 +12,7 @@
 #include <citp_system/os_network_adapter.h>
 
 #include <QByteArray>
+#include <QHash>
 #include <QHostAddress>
 #include <QMap>
 #include <QObject>
@@ -73,6 +74,7 @@ public:
         bool m_leaving;
         bool m_reading; ///< messages of this connection are being cut and dispatched
         bool m_failed;  ///< a flushed write has failed; the end of the connection is on its way
+        SERV_ID m_key;  ///< the key under which the registry has this record
 
         /// Takes ownership of @p netSocket, which may be null; #m_socket stays null.
         ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSocket);
@@ -202,20 +204,22 @@ private:
     void handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc);
     void handleSINF(const QString& source, const Msg_MSEX_SINF& sinf);
     void releaseNextRequest(const QString& source);
-    void readMessages(QTcpSocket* socket, const SERV_ID& key);
-    void readMessagesLater(QTcpSocket* socket, const SERV_ID& key);
-    void flushFailed(QTcpSocket* socket, const SERV_ID& key);
+    void readMessages(QTcpSocket* socket);
+    void readMessagesLater(QTcpSocket* socket);
+    void flushFailed(QTcpSocket* socket);
     void connectionClosed(const QObject* socket);
-    void connectionFailed(QTcpSocket* socket, const SERV_ID& key);
+    void connectionFailed(QTcpSocket* socket);
     void removeTCP(int descriptor);
     void removeServerOf(const QObject* socket);
-    void removeServer(const SERV_ID& key);
+    void removeServer(ServerInfo* info);
     ServerInfo* findServer(const SERV_ID& key) const;
-    ServerInfo* serverOf(const QTcpSocket* socket, const SERV_ID& key) const;
+    ServerInfo* serverOf(const QObject* socket) const;
 
     /// The innermost lock: guards the pacing state of every record (m_inProgress, m_messageQueue). Held for a few
     /// instructions only; no emission, no socket call and no other lock inside it.
     std::mutex m_queueMutex;
+    /// The records of the registry by their sockets, of which the slots are told. For the worker thread alone.
+    QHash<const QObject*, ServerInfo*> m_connections;
     WorkerThread* m_thread;
     const int m_process; ///< the process that has the thread; a forked child has not
 };
