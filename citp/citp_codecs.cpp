@@ -9,6 +9,7 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace CITP {
@@ -23,6 +24,28 @@ Character* writeDecimal(Character* end, unsigned int value)
     *--end = Character('0' + value);
     return end;
 }
+
+/// A level of a library identity in decimal with a comma behind it.
+struct LevelText
+{
+    std::array<char16_t, 4> text;
+    std::size_t length;
+};
+
+/// The texts of all levels, "0," to "255,".
+constexpr std::array<LevelText, 256> levelTexts = [] {
+    std::array<LevelText, 256> texts{};
+    for (std::size_t level = 0; level < texts.size(); ++level) {
+        auto& [text, length] = texts[level];
+        if (level > 99)
+            text[length++] = static_cast<char16_t>(u'0' + level / 100);
+        if (level > 9)
+            text[length++] = static_cast<char16_t>(u'0' + level / 10 % 10);
+        text[length++] = static_cast<char16_t>(u'0' + level % 10);
+        text[length++] = u',';
+    }
+    return texts;
+}();
 
 /// The low 8 bits of the number that the field from @p digit to @p end begins with, blanks and a sign before it
 /// allowed; 0 if there is none. People type such fields, so what follows the digits is let pass. Unsigned arithmetic
@@ -79,20 +102,16 @@ QString codeText(const char* bytes)
 
 QString libraryIdText(quint32 id)
 {
-    // By hand: lists have one in each record, and a formatted print costs more than the rest of the record.
-    char16_t text[4 * 3 + 3];
+    // From a table: lists have one in each record, and a formatted print costs more than the rest of the record.
+    char16_t text[4 * 4];
     char16_t* end = text;
-    for (int shift = 0; shift < 32; shift += 8) {
-        const quint32 level = id >> shift & 0xff;
-        if (shift != 0)
-            *end++ = u',';
-        if (level > 99)
-            *end++ = static_cast<char16_t>(u'0' + level / 100);
-        if (level > 9)
-            *end++ = static_cast<char16_t>(u'0' + level / 10 % 10);
-        *end++ = static_cast<char16_t>(u'0' + level % 10);
+    for (int level = 0; level < 4; ++level, id >>= 8) {
+        const LevelText& added = levelTexts[id & 0xff];
+        // Always all four characters; what comes next writes over what is too much.
+        std::memcpy(end, added.text.data(), sizeof(added.text));
+        end += added.length;
     }
-    return QStringView(text, end).toString();
+    return QStringView(text, end - 1).toString();
 }
 
 QString get8bitunicode(const QByteArray& data, unsigned int start)

@@ -30,8 +30,8 @@ constexpr quint32 codeNumber(const char (&code)[5])
 /// share their text: three allocations a message would cost more than reading a short one.
 QString codeText(const char* bytes);
 
-/// The first 16-bit unit of value 0 from @p from on, which need not be aligned; @p end if there is none.
-/// @param end a whole number of units behind @p from
+/// The first 16-bit unit of value 0 from @p from on, which need not be aligned; if there is none before @p end, the
+/// place where less than a unit is left.
 inline const char* findZeroUnit(const char* from, const char* end)
 {
 #ifdef __SSE2__
@@ -42,7 +42,7 @@ inline const char* findZeroUnit(const char* from, const char* end)
             return from + qCountTrailingZeroBits(static_cast<quint32>(zeros));
     }
 #endif
-    while (from != end && (from[0] != 0 || from[1] != 0))
+    while (end - from >= 2 && (from[0] != 0 || from[1] != 0))
         from += 2;
     return from;
 }
@@ -113,19 +113,13 @@ public:
     {
         constexpr quint16 byteOrderMark = 0xfeff;
         const char* text = m_next;
-        const char* const lastUnit = m_end - remaining() % 2;
-        const char* const end = findZeroUnit(text, lastUnit);
-        m_next = end == lastUnit ? end : end + 2;
+        const char* const end = findZeroUnit(text, m_end);
+        m_next = m_end - end < 2 ? end : end + 2;
         if (text != end && qFromLittleEndian<quint16>(text) == byteOrderMark)
             text += 2;
         if (text == end)
             return {};
-        // Copied as it stands, because Qt's converters would drop or swap byte-order marks further on and repair
-        // surrogates.
-        const auto units = static_cast<QString::size_type>((end - text) / 2);
-        QString out(units, Qt::Uninitialized);
-        qFromLittleEndian<quint16>(text, units, out.data());
-        return out;
+        return unitsAsText(text, static_cast<QString::size_type>(static_cast<std::size_t>(end - text) / 2));
     }
 
     /// A null-terminated single-byte text, as get8bitunicode() reads it; the terminator is passed too.
@@ -170,6 +164,15 @@ public:
     qint64 remaining() const { return m_end - m_next; }
 
 private:
+    /// Copied as they stand, because Qt's converters would drop or swap byte-order marks further on and repair
+    /// surrogates.
+    static QString unitsAsText(const char* text, QString::size_type units)
+    {
+        QString out(units, Qt::Uninitialized);
+        qFromLittleEndian<quint16>(text, units, out.data());
+        return out;
+    }
+
     template <typename Integer>
     Integer read()
     {
