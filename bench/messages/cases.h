@@ -17,6 +17,7 @@ struct Case
     std::string name; ///< SUITE/CASE/CONTENDER, e.g. "Parse/MEIn255/library"; scripts/bench compares within a case
     std::function<void()> once; ///< for callgrind: does it one time
     std::function<void(benchmark::State&)> loop;
+    bool wallClock; ///< timed by the clock, as more than one thread works at it
 };
 
 /// All that is measured, in the order of registration.
@@ -24,12 +25,14 @@ std::vector<Case>& cases();
 
 /// Adds @p run, which is given nothing and whose work the compiler cannot drop.
 template <typename Run>
-void add(const std::string& name, Run run)
+void add(const std::string& name, Run run, bool wallClock = false)
 {
-    cases().push_back({name, run, [run](benchmark::State& state) {
+    cases().push_back({name, run,
+                       [run](benchmark::State& state) {
                            for (auto _ : state)
                                run();
-                       }});
+                       },
+                       wallClock});
 }
 
 /// Ends the program if contenders do not do the same: their times would say nothing.
@@ -42,4 +45,7 @@ inline void require(bool same, const char* what)
 }
 
 void addParseCases();
+void addSerialiseCases();
+void addTextCases();
+void addQueuedCases();
 } // namespace bench

@@ -17,8 +17,8 @@ std::vector<Case>& cases()
 }
 
 namespace {
-/// Makes callgrind dump the cost of each case under the case's name, summed over a few runs.
-int count()
+/// Makes callgrind dump the cost of each case whose name has @p part in it under that name, summed over a few runs.
+int count(const char* part)
 {
     if (!RUNNING_ON_VALGRIND) {
         std::fputs(
@@ -29,6 +29,8 @@ int count()
     constexpr int runs = 10;
     std::printf("runs %d\n", runs);
     for (const Case& each : cases()) {
+        if (each.name.find(part) == std::string::npos)
+            continue;
         // The first runs fill the allocator's caches and bind the symbols.
         for (int run = 0; run < 3; ++run)
             each.once();
@@ -37,6 +39,7 @@ int count()
             each.once();
         CALLGRIND_DUMP_STATS_AT(each.name.c_str());
     }
+    cases().clear();
     return 0;
 }
 } // namespace
@@ -46,13 +49,18 @@ int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
     bench::addParseCases();
-    if (argc == 2 && std::strcmp(argv[1], "--instructions") == 0)
-        return bench::count();
+    bench::addSerialiseCases();
+    bench::addTextCases();
+    bench::addQueuedCases();
+    if ((argc == 2 || argc == 3) && std::strcmp(argv[1], "--instructions") == 0)
+        return bench::count(argc == 3 ? argv[2] : "");
     for (const bench::Case& each : bench::cases())
-        benchmark::RegisterBenchmark(each.name.c_str(), each.loop);
+        if (auto* const registered = benchmark::RegisterBenchmark(each.name.c_str(), each.loop); each.wallClock)
+            registered->UseRealTime();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 2;
     benchmark::RunSpecifiedBenchmarks();
+    bench::cases().clear();
     return 0;
 }
