@@ -17,7 +17,7 @@ file(RELATIVE_PATH CITP_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_
 set_target_properties(${CITP_LIBRARIES} PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS ${CITP_LIBRARIES} EXPORT ${CITP_QT}Citp
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
-foreach(program citp-console citp-mediaserver)
+foreach(program citp-browser citp-console citp-mediaserver)
   if(TARGET ${program})
     set_target_properties(${program} PROPERTIES INSTALL_RPATH "$ORIGIN/${CITP_BIN_TO_LIB}")
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)

@@ -174,7 +174,7 @@ if [ "${2:-}" = --inside ]; then
     # On the host's own loopback the servers of other tests would be found too, or this network's.
     [ -z "${CITP_TEST_NO_NAMESPACE:-}" ] || { echo "This host forbids namespaces: the commands are not tried"; exit 77; }
     mkdir -p "$scratch/bin"
-    for program in citp-console citp-mediaserver; do
+    for program in citp-browser citp-console citp-mediaserver; do
         cat >"$scratch/bin/$program" <<PROGRAM
 #!/bin/sh
 if '$prefix/bin/$program' "\$@" --help | tr -s '\n ' ' ' | grep -qE 'until Ctrl-C|on SIGINT'; then

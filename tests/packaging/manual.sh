@@ -14,7 +14,7 @@ options() { "$@" --help | grep -oE '^ {1,2}--?[a-z][a-z-]*(, --?[a-z][a-z-]*)*' 
 
 if [ -d "$prefix/share/man/man1" ]; then
     # shellcheck disable=SC2086 # the commands are words
-    for page in citp-mediaserver citp-console $(printf 'citp-console-%s ' $commands); do
+    for page in citp-browser citp-mediaserver citp-console $(printf 'citp-console-%s ' $commands); do
         file=$prefix/share/man/man1/$page.1
         [ -e "$file" ] || fail "there is no page $page(1)"
         grep -q "^$page \\\\- ." "$file" || fail "$page(1) does not say what it is about"
@@ -34,7 +34,9 @@ framework=/usr/share/bash-completion/bash_completion
 . "$framework"
 # shellcheck source=../../tools/completion/citp-tools.bash
 . "$prefix/share/bash-completion/completions/citp-console"
-cmp "$prefix/share/bash-completion/completions/citp-console" "$prefix/share/bash-completion/completions/citp-mediaserver"
+for program in citp-browser citp-mediaserver; do
+    cmp "$prefix/share/bash-completion/completions/citp-console" "$prefix/share/bash-completion/completions/$program"
+done
 
 # expect WORD... -- COMPLETION...: the last word is completed to all these and no others.
 expect()
@@ -61,6 +63,7 @@ expect()
     expect citp-console -i lo "" -- $commands
     expect citp-console --json "" -- $commands
     expect citp-console wat -- watch
+    expect citp-browser - -- $(options citp-browser)
     expect citp-mediaserver - -- $(options citp-mediaserver)
     expect citp-mediaserver --msex 1. -- 1.0 1.1 1.2
     expect citp-mediaserver --fault s -- silence split spoil storm

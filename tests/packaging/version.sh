@@ -24,7 +24,7 @@ same "package file" \
     "$(sed -n 's/^Version: //p' "$prefix/$libdir/pkgconfig/citp-qt$qt_major.pc")" "$version"
 same "debian/changelog" "$(sed -n '1s/^citp (\([^)]*\)).*/\1/p' "$source/debian/changelog")" "$version"
 if [ "$has_tools" = ON ]; then
-    for program in citp-console citp-mediaserver; do
+    for program in citp-browser citp-console citp-mediaserver; do
         same "$program --version" "$("$prefix/bin/$program" --version)" "$program $version"
     done
 fi

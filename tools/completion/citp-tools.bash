@@ -1,4 +1,4 @@
-# Completion of citp-console and citp-mediaserver in bash. What there is to complete, the programs' own --help says.
+# Completion of citp-browser, citp-console and citp-mediaserver in bash. What there is to complete, the programs' own --help says.
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2207 # COMPREPLY is a list of words
 
@@ -61,4 +61,4 @@ _citp_tools()
         _filedir
     fi
 } &&
-    complete -F _citp_tools citp-console citp-mediaserver
+    complete -F _citp_tools citp-browser citp-console citp-mediaserver

@@ -50,14 +50,14 @@ std::vector<AdapterOption> adapterOptions()
         const Os::NetworkAdapter::State& state = adapter.GetState();
         if (state.ipAddresses.empty())
             continue;
-        QStringList addresses;
-        for (const std::uint32_t address : state.ipAddresses)
-            addresses << QHostAddress(address).toString();
         AdapterOption option;
+        for (const std::uint32_t address : state.ipAddresses)
+            option.addresses << QHostAddress(address).toString();
+        const QString addresses = option.addresses.join(QStringLiteral(", "));
         option.name = QString::fromStdString(adapter.GetName());
         option.isUp = state.up && state.running;
-        option.text = option.isUp ? Texts::tr("%1 (%2)").arg(option.name, addresses.join(QStringLiteral(", ")))
-                                  : Texts::tr("%1 (%2), down").arg(option.name, addresses.join(QStringLiteral(", ")));
+        option.text = option.isUp ? Texts::tr("%1 (%2)").arg(option.name, addresses)
+                                  : Texts::tr("%1 (%2), down").arg(option.name, addresses);
         options.push_back(option);
     }
     return options;

@@ -16,6 +16,7 @@ struct AdapterOption
 {
     QString name;
     QString text; ///< with its addresses and state, for a menu
+    QStringList addresses;
     bool isUp = false;
 };
 

@@ -170,7 +170,7 @@ QVariant ElementModel::data(const QModelIndex& index, int role) const
                 facts << tr("%1 s").arg(QLocale().toString(item.length / double(item.frameRate), 'f', 1))
                       << tr("%1 fps").arg(item.frameRate);
             if (m_kind == Kind::Effects)
-                facts << tr("%n parameter(s)", nullptr, static_cast<int>(item.parameters.size()));
+                facts << tr("Parameters: %1").arg(item.parameters.size());
             return facts.join(QStringLiteral("  "));
         }
         case PictureRole:
@@ -225,8 +225,7 @@ void ElementModel::take(quint8 type, const Numbers& numbers, const ElementListPt
     else
         takeSome(numbers, *list);
     wantPictures();
-    setState(State::Loaded,
-             list->dropped > 0 ? tr("%n entry(s) of the answer were empty", nullptr, list->dropped) : QString());
+    setState(State::Loaded, list->dropped > 0 ? tr("empty entries in the answer: %1").arg(list->dropped) : QString());
 }
 
 void ElementModel::takeAll(const ElementList& list)

@@ -75,7 +75,7 @@ QVariant LayerModel::data(const QModelIndex& index, int role) const
         return m_pictures.find(pictureOf(layer));
     if (role == Qt::TextAlignmentRole &&
         (index.column() == Layer || index.column() == FrameRate || index.column() == Output))
-        return int(Qt::AlignRight | Qt::AlignVCenter);
+        return int(Qt::AlignCenter);
     if (role != Qt::DisplayRole && role != Qt::ToolTipRole)
         return {};
     switch (index.column()) {
@@ -101,6 +101,9 @@ QVariant LayerModel::data(const QModelIndex& index, int role) const
 
 QVariant LayerModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
+    if (orientation == Qt::Horizontal && role == Qt::TextAlignmentRole &&
+        (section == Layer || section == FrameRate || section == Output))
+        return int(Qt::AlignCenter);
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return {};
     switch (section) {

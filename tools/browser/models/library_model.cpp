@@ -209,6 +209,8 @@ QVariant LibraryModel::data(const QModelIndex& index, int role) const
                 return node.isType() ? QVariant() : QVariant(node.library.elements);
             if (node.isType() && node.state == Node::State::Loaded && node.children.empty())
                 return tr("%1 (none)").arg(name);
+            if (node.state == Node::State::Loading)
+                return tr("%1 (loading…)").arg(name);
             if (!node.problem.isEmpty())
                 return QStringLiteral("%1 – %2").arg(name, node.problem);
             return node.isType() || !name.trimmed().isEmpty() ? name : tr("Library %1").arg(node.library.id);
@@ -219,8 +221,8 @@ QVariant LibraryModel::data(const QModelIndex& index, int role) const
             if (!node.isType())
                 lines << tr("Library %1").arg(node.library.id)
                       << tr("DMX %1–%2").arg(node.library.dmxMin).arg(node.library.dmxMax)
-                      << tr("%n element(s)", nullptr, node.library.elements)
-                      << tr("%n sub-library(s)", nullptr, node.library.subLibraries);
+                      << tr("Elements: %1").arg(node.library.elements)
+                      << tr("Sub-libraries: %1").arg(node.library.subLibraries);
             if (!node.problem.isEmpty())
                 lines << node.problem;
             return lines.join(QLatin1Char('\n')).toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("<br>"));

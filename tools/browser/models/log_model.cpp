@@ -52,7 +52,7 @@ void LogModel::drain()
             note.time = QTime::currentTime();
             note.level = Os::Log::Warning;
             note.context = QStringLiteral("CITP");
-            note.text = tr("%n line(s) came too fast to be shown", nullptr, m_lost);
+            note.text = tr("lines that came too fast to be shown: %1").arg(m_lost);
             lines.push_back(note);
         }
         m_lost = 0;

@@ -47,7 +47,7 @@ QVariant PatchModel::data(const QModelIndex& index, int role) const
     if (!index.isValid() || index.row() >= rowCount())
         return {};
     if (role == Qt::TextAlignmentRole)
-        return index.column() < Make ? int(Qt::AlignRight | Qt::AlignVCenter) : int(Qt::AlignLeft | Qt::AlignVCenter);
+        return index.column() < Make ? int(Qt::AlignCenter) : int(Qt::AlignLeft | Qt::AlignVCenter);
     if (role != Qt::DisplayRole && role != Qt::ToolTipRole)
         return {};
     const Fixture& fixture = m_fixtures[static_cast<std::size_t>(index.row())];
@@ -71,6 +71,8 @@ QVariant PatchModel::data(const QModelIndex& index, int role) const
 
 QVariant PatchModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
+    if (orientation == Qt::Horizontal && role == Qt::TextAlignmentRole && (section < Make))
+        return int(Qt::AlignCenter);
     if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return {};
     switch (section) {

@@ -88,7 +88,8 @@ void PictureStore::failWaiting(State state, const QString& problem)
     for (const std::vector<PictureId>& ids : m_wishes) {
         for (const PictureId& id : ids) {
             Entry& entry = m_entries[id];
-            if (entry.state == State::None)
+            // One that was pushed out would have been fetched again.
+            if (entry.state == State::None || (entry.state == State::Ready && !m_images.contains(id)))
                 entry = {state, problem};
         }
     }

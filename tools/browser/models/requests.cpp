@@ -195,11 +195,12 @@ void Requests::takePicture(const Picture& picture)
 {
     if (picture.server != m_server.key)
         return;
+    // One that is not waited for any more is a sign of life too.
+    m_lastPicture = m_clock.elapsed();
     for (const bool large : {false, true}) {
         const PictureId id{picture.type, picture.library, picture.number, large};
         if (m_pictures.remove(id) == 0)
             continue;
-        m_lastPicture = m_clock.elapsed();
         if (picture.problem.isEmpty())
             Q_EMIT pictureCame(id, picture);
         else

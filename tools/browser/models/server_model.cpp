@@ -77,7 +77,7 @@ QVariant ServerModel::data(const QModelIndex& index, int role) const
             QStringList lines{name, tr("State: %1").arg(textFor(row.state)), tr("Address: %1").arg(server.key)};
             if (!product.isEmpty())
                 lines << tr("Product: %1").arg(product)
-                      << tr("MSEX 1.%1, %n layer(s)", nullptr, server.layers).arg(server.msexMinor);
+                      << tr("MSEX 1.%1, layers: %2").arg(server.msexMinor).arg(server.layers);
             return lines.join(QLatin1Char('\n')).toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("<br>"));
         }
         default:

@@ -1,0 +1,119 @@
+// Child processes and drawn pictures.
+// SPDX-License-Identifier: Apache-2.0
+#include "browser_fixture.h"
+
+#include <citp/citp_stack.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QImage>
+#include <QLinearGradient>
+#include <QPainter>
+#include <QtMath>
+
+bool until(const std::function<bool()>& isDone, int milliseconds)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!isDone()) {
+        if (timer.elapsed() > milliseconds)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    return true;
+}
+
+void forgetServers()
+{
+    EXPECT_TRUE(until([] { return CITP::citp_stack::Get()->getServers().empty(); }));
+}
+
+MediaServer::MediaServer(const QStringList& arguments) : m_arguments(QStringList{"--adapter", "lo"} + arguments)
+{
+    start();
+}
+
+MediaServer::~MediaServer()
+{
+    kill();
+}
+
+void MediaServer::start()
+{
+    m_output.clear();
+    m_process.setStandardErrorFile(QProcess::nullDevice());
+    m_process.start(SERVER_PROGRAM, m_arguments);
+    EXPECT_TRUE(m_process.waitForStarted(Patience)) << m_process.errorString().toStdString();
+    EXPECT_TRUE(until([this] { return count("listens on") > 0; })) << m_output.toStdString();
+}
+
+void MediaServer::kill()
+{
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.kill();
+    m_process.waitForFinished(Patience);
+}
+
+void MediaServer::restart()
+{
+    start();
+}
+
+int MediaServer::count(const QString& part, int expected)
+{
+    int count = 0;
+    // What it writes comes on another way than what it answers.
+    until([&] {
+        m_output += QString::fromUtf8(m_process.readAllStandardOutput());
+        count = static_cast<int>(m_output.count(part));
+        return count >= expected;
+    });
+    return count;
+}
+
+PictureFolder::PictureFolder()
+{
+    static const char* const skies[] = {"Dawn", "Morning",   "Noon",  "Storm front",
+                                        "Dusk", "Blue hour", "Night", "Aurora"};
+    static const char* const waves[] = {"Slow swell", "Chop", "Ripples", "Breakers", "Deep sea", "Glitter"};
+    int seed = 0;
+    for (const char* const name : skies)
+        write(QString("1 Skies/%1.jpg").arg(name), ++seed);
+    for (const char* const name : waves)
+        write(QString("2 Water/%1.jpg").arg(name), ++seed);
+    for (int i = 1; i <= 4; ++i)
+        write(QString("2 Water/Rain/Drops %1.jpg").arg(i), ++seed);
+}
+
+void PictureFolder::write(const QString& file, int seed) const
+{
+    const QString path = m_folder.filePath(file);
+    QDir().mkpath(QFileInfo(path).path());
+    QImage image(640, 360, QImage::Format_RGB32);
+    QPainter painter(&image);
+    QLinearGradient ground(0, 0, 0, image.height());
+    ground.setColorAt(0, QColor::fromHsv(seed * 37 % 360, 170, 210));
+    ground.setColorAt(1, QColor::fromHsv((seed * 37 + 60) % 360, 150, 70));
+    painter.fillRect(image.rect(), ground);
+    painter.setRenderHint(QPainter::Antialiasing);
+    for (int band = 0; band < 7; ++band) {
+        QPolygonF wave;
+        wave << QPointF(0, image.height());
+        for (int x = 0; x <= image.width(); x += 8)
+            wave << QPointF(x, 120 + band * 38 + 22 * qSin(x / (40.0 + seed % 5 * 14) + band * 1.3 + seed));
+        wave << QPointF(image.width(), image.height());
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(QColor::fromHsv((seed * 37 + band * 11) % 360, 160, 190 - band * 20, 110));
+        painter.drawPolygon(wave);
+    }
+    painter.end();
+    EXPECT_TRUE(image.save(path, nullptr, 85)) << path.toStdString();
+}
+
+void PictureFolder::remove(const QString& file) const
+{
+    EXPECT_TRUE(QFile::remove(m_folder.filePath(file))) << file.toStdString();
+}

@@ -1,0 +1,59 @@
+// What the tests of the browser share: simulated servers as child processes, a folder of pictures, and waiting.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <functional>
+
+/// How long a test waits for something that must happen, in milliseconds; only a failing test waits that long.
+constexpr int Patience = 30000;
+
+/// Runs the event loop until @p isDone.
+/// @return whether it is done, in time
+bool until(const std::function<bool()>& isDone, int milliseconds = Patience);
+
+/// Waits until the stack, of which a process has one, has lost the servers of the test before.
+void forgetServers();
+
+/// citp-mediaserver on the loopback, with @p arguments besides; it listens once this is constructed.
+class MediaServer
+{
+public:
+    explicit MediaServer(const QStringList& arguments = {});
+    ~MediaServer();
+
+    /// Ends it at once, as a power failure does.
+    void kill();
+    /// Starts it anew after kill().
+    void restart();
+    /// How many times it has written @p part; waits until that are @p expected or it takes too long.
+    int count(const QString& part, int expected = 0);
+
+private:
+    void start();
+
+    QStringList m_arguments;
+    QProcess m_process;
+    QString m_output;
+};
+
+/// A folder of pictures for a server, with two libraries and one below the second.
+class PictureFolder
+{
+public:
+    PictureFolder();
+
+    QString path() const { return m_folder.path(); }
+    /// Writes the picture @p file (with the folder before it), drawn after @p seed.
+    void write(const QString& file, int seed) const;
+    void remove(const QString& file) const;
+
+private:
+    QTemporaryDir m_folder;
+};

@@ -1,0 +1,302 @@
+// The browser's window beside simulated media servers, driven by keys as a user drives it.
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QApplication>
+#include <QDockWidget>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QScrollBar>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QTest>
+
+#include "browser_fixture.h"
+#include "models/session.h"
+#include "window/main_window.h"
+
+namespace {
+using Browser::ElementGrid;
+using Browser::ElementModel;
+using Browser::LibraryModel;
+using Browser::MainWindow;
+using Browser::PictureStore;
+using Browser::ServerModel;
+using Browser::Session;
+
+class BrowserWindow : public ::testing::Test
+{
+protected:
+    BrowserWindow()
+    {
+        forgetServers();
+        QSettings().clear();
+        window = std::make_unique<MainWindow>(session);
+        window->resize(1280, 720);
+        window->show();
+        session.start();
+    }
+
+    template <typename Widget>
+    Widget* find(const char* name)
+    {
+        auto* const widget = window->findChild<Widget*>(QLatin1String(name));
+        EXPECT_NE(widget, nullptr) << name;
+        return widget;
+    }
+    void key(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    {
+        QWidget* const focus = QApplication::focusWidget();
+        QTest::keyClick(focus ? focus : window.get(), static_cast<Qt::Key>(key), modifiers);
+    }
+    bool areAllReady()
+    {
+        return session.elements().rowCount() > 0 && session.pictures().total() > 0 &&
+               session.pictures().done() == session.pictures().total();
+    }
+    int rowsReady()
+    {
+        int ready = 0;
+        for (int row = 0; row < session.elements().rowCount(); ++row)
+            ready += session.pictures().state(session.elements().pictureId(row)) == PictureStore::State::Ready ? 1 : 0;
+        return ready;
+    }
+    QString chosenLibrary() { return session.elements().library(); }
+
+    Session session;
+    std::unique_ptr<MainWindow> window;
+};
+
+const QString Key = "127.0.0.2:4811";
+} // namespace
+
+TEST_F(BrowserWindow, IsUsedByKeysFromTheServerToThePictureAndBackAfterALoss)
+{
+    QApplication::setActiveWindow(window.get());
+    MediaServer server({"--name", "Stage", "--layer-rate", "20"});
+    // The first server that comes up is shown, its media opened.
+    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    EXPECT_EQ(session.chosenServer().toStdString(), Key.toStdString());
+    ASSERT_TRUE(until([this] { return session.libraries().find(1, "1,3,0,0").isValid(); }));
+    EXPECT_EQ(find<QLabel>("counts")->text().toStdString(), "Servers up: 1 of 1");
+
+    key(Qt::Key_2, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::focusWidget(), find<QTreeView>("libraries"));
+    key(Qt::Key_Home);
+    for (int i = 0; i < 3; ++i)
+        key(Qt::Key_Down);
+    EXPECT_EQ(chosenLibrary().toStdString(), "1,3,0,0");
+    key(Qt::Key_Right);
+    ASSERT_TRUE(until([this] { return session.libraries().find(1, "2,3,1,0").isValid(); }));
+    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    EXPECT_FALSE(find<QProgressBar>("progress")->isVisible());
+
+    key(Qt::Key_F, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::focusWidget(), find<QLineEdit>("search"));
+    QTest::keyClicks(QApplication::focusWidget(), "grad");
+    const QTreeView* const tree = find<QTreeView>("libraries");
+    EXPECT_EQ(tree->model()->rowCount(tree->model()->index(0, 0)), 1);
+    // What is filtered away stays on show.
+    EXPECT_EQ(chosenLibrary().toStdString(), "1,3,0,0");
+    find<QLineEdit>("search")->clear();
+    EXPECT_EQ(tree->model()->rowCount(tree->model()->index(0, 0)), 3);
+    EXPECT_EQ(tree->currentIndex().data(LibraryModel::IdRole).toString().toStdString(), "1,3,0,0");
+
+    key(Qt::Key_3, Qt::ControlModifier);
+    auto* const grid = find<ElementGrid>("elements");
+    EXPECT_EQ(QApplication::focusWidget(), grid);
+    key(Qt::Key_End);
+    EXPECT_EQ(grid->currentIndex().row(), 9);
+    key(Qt::Key_Left);
+    EXPECT_EQ(grid->currentIndex().row(), 8);
+    auto* const fields = find<QTreeWidget>("fields");
+    EXPECT_EQ(fields->topLevelItem(0)->text(1).toStdString(), "Frame 08");
+    const auto* const picture = window->findChild<Browser::PictureView*>();
+    EXPECT_TRUE(until([&] { return picture->image().width() > 320; }));
+    EXPECT_TRUE(until([this] { return find<QTableView>("layers")->model()->rowCount() == 2; }));
+
+    server.kill();
+    ASSERT_TRUE(until([this] { return !session.isChosenUp(); }));
+    EXPECT_EQ(find<QLabel>("note")->text().toStdString(), "not connected");
+    EXPECT_EQ(rowsReady(), 10);
+    server.restart();
+    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    EXPECT_TRUE(until([this] { return find<QLabel>("note")->text() == "Elements: 10"; }));
+    EXPECT_EQ(grid->currentIndex().row(), 8);
+    EXPECT_EQ(chosenLibrary().toStdString(), "1,3,0,0");
+}
+
+TEST_F(BrowserWindow, EscapeEndsTheLoading)
+{
+    QApplication::setActiveWindow(window.get());
+    const MediaServer server({"--fault", "delay", "--fault-delay", "250"});
+    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    session.chooseLibrary(1, "1,3,0,0");
+    ASSERT_TRUE(until([this] { return session.elements().rowCount() == 10; }));
+    EXPECT_TRUE(find<QPushButton>("cancel")->isVisible());
+    EXPECT_TRUE(find<QProgressBar>("progress")->isVisible());
+    key(Qt::Key_Escape);
+    EXPECT_FALSE(find<QPushButton>("cancel")->isVisible());
+    EXPECT_EQ(session.pictures().done(), 10);
+    EXPECT_LT(rowsReady(), 10);
+    key(Qt::Key_F5);
+    EXPECT_TRUE(until([this] { return rowsReady() == 10; }));
+}
+
+TEST_F(BrowserWindow, TheTileOfEveryPointIsTheOneThatIsDrawnThere)
+{
+    const MediaServer server;
+    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    session.chooseLibrary(1, "1,3,0,0");
+    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    auto* const grid = find<ElementGrid>("elements");
+    for (const int width : {1280, 1500, 2560}) {
+        window->resize(width, 720);
+        QTest::qWait(20);
+        for (int row = 0; row < 10; ++row) {
+            const QModelIndex index = session.elements().index(row);
+            grid->scrollTo(index);
+            const QRect rect = grid->visualRect(index);
+            EXPECT_EQ(grid->indexAt(rect.center()).row(), row) << width;
+            EXPECT_TRUE(grid->viewport()->rect().contains(rect)) << width << " " << row;
+        }
+    }
+    QTest::mouseClick(grid->viewport(), Qt::LeftButton, Qt::NoModifier,
+                      grid->visualRect(session.elements().index(9)).center());
+    EXPECT_EQ(grid->currentIndex().row(), 9);
+}
+
+TEST_F(BrowserWindow, ALongLibraryWithLongNamesIsScrolledAndPainted)
+{
+    const MediaServer server({"--fault", "silence"});
+    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    session.chooseLibrary(1, "1,9,0,0");
+    // The request for the tree comes first and must run out.
+    session.requests().setTimeLimit(200);
+    ASSERT_TRUE(until([this] { return session.elements().state() == ElementModel::State::Failed; }));
+    session.requests().setTimeLimit(20000);
+    session.chooseLibrary(1, "1,9,0,0");
+    const auto list = std::make_shared<Browser::ElementList>();
+    list->server = session.chosenServer();
+    list->library = "1,9,0,0";
+    for (int i = 0; i < 65535; ++i) {
+        Browser::Element element;
+        element.number = static_cast<quint8>(i);
+        element.name = QString(10000, QChar('a' + i % 26)).left(i % 100 == 0 ? 10000 : 12);
+        list->elements.push_back(element);
+    }
+    session.requests().takeElements(list);
+    ASSERT_EQ(session.elements().rowCount(), 65535);
+    auto* const grid = find<ElementGrid>("elements");
+    QApplication::setActiveWindow(window.get());
+    grid->setFocus();
+    key(Qt::Key_End);
+    EXPECT_EQ(grid->currentIndex().row(), 65534);
+    EXPECT_TRUE(grid->viewport()->rect().contains(grid->visualRect(grid->currentIndex())));
+    key(Qt::Key_PageUp);
+    EXPECT_LT(grid->currentIndex().row(), 65534);
+    QScrollBar* const bar = grid->verticalScrollBar();
+    for (int step = 0; step <= 50; ++step) {
+        bar->setValue(static_cast<int>(qint64(bar->maximum()) * step / 50));
+        EXPECT_FALSE(grid->grab().isNull());
+    }
+    key(Qt::Key_Home);
+    EXPECT_EQ(grid->currentIndex().row(), 0);
+}
+
+TEST_F(BrowserWindow, ManyServersAreListedAndOneIsChosen)
+{
+    const MediaServer servers({"--count", "200"});
+    ASSERT_TRUE(until([this] { return session.servers().countUp() == 200; })) << session.servers().countUp();
+    auto* const list = find<QListView>("servers");
+    QApplication::setActiveWindow(window.get());
+    key(Qt::Key_1, Qt::ControlModifier);
+    key(Qt::Key_End);
+    EXPECT_EQ(session.chosenServer().toStdString(), "127.0.0.201:5010");
+    EXPECT_TRUE(session.isChosenUp());
+    EXPECT_TRUE(list->viewport()->rect().intersects(list->visualRect(list->currentIndex())));
+}
+
+TEST_F(BrowserWindow, TheAdapterIsShownAndChosenFromAMenu)
+{
+    auto* const button = find<QPushButton>("adapter");
+    ASSERT_TRUE(until([&] { return button->text().contains("127.0.0.1"); })) << button->text().toStdString();
+    const MediaServer server;
+    ASSERT_TRUE(until([this] { return session.servers().countUp() == 1; }));
+    QMenu* const menu = button->menu();
+    Q_EMIT menu->aboutToShow();
+    ASSERT_GE(menu->actions().size(), 3);
+    EXPECT_TRUE(menu->actions().at(0)->isChecked());
+    QAction* const loopback = menu->actions().at(2);
+    EXPECT_TRUE(loopback->text().startsWith("lo ")) << loopback->text().toStdString();
+    // The servers are looked for anew there.
+    bool wasLost = false;
+    QObject::connect(&session.servers(), &QAbstractItemModel::dataChanged, &session,
+                     [&] { wasLost = wasLost || session.servers().countUp() == 0; });
+    loopback->trigger();
+    EXPECT_TRUE(until([&] { return wasLost; }));
+    EXPECT_TRUE(until([this] { return session.servers().countUp() == 1; }));
+    Q_EMIT menu->aboutToShow();
+    EXPECT_TRUE(menu->actions().at(2)->isChecked());
+    EXPECT_TRUE(until([&] { return button->toolTip() == "chosen"; }));
+    session.chooseAdapter({});
+}
+
+TEST_F(BrowserWindow, FitsASmallScreenAndSaysWhatIsMissing)
+{
+    ASSERT_TRUE(until([this] { return !session.adapter().address.isEmpty(); }));
+    window->resize(1280, 720);
+    QTest::qWait(50);
+    EXPECT_LE(window->width(), 1280);
+    EXPECT_LE(window->height(), 720);
+    EXPECT_LE(window->minimumSizeHint().width(), 1280);
+    EXPECT_LE(window->minimumSizeHint().height(), 720);
+    EXPECT_EQ(find<QLabel>("counts")->text().toStdString(), "No servers");
+}
+
+TEST_F(BrowserWindow, RemembersServerAndPanes)
+{
+    const MediaServer servers({"--count", "2"});
+    ASSERT_TRUE(until([this] { return session.servers().countUp() == 2; }));
+    session.chooseServer("127.0.0.3:4812");
+    find<QDockWidget>("previewPane")->hide();
+    window->close();
+    EXPECT_EQ(QSettings().value("server").toString().toStdString(), "127.0.0.3:4812");
+    session.chooseServer({});
+    window = std::make_unique<MainWindow>(session);
+    window->show();
+    EXPECT_FALSE(find<QDockWidget>("previewPane")->isVisible());
+    EXPECT_TRUE(until([this] { return session.chosenServer() == "127.0.0.3:4812"; }));
+}
+
+TEST_F(BrowserWindow, TheLogShowsTrafficWhenItIsWanted)
+{
+    const MediaServer server;
+    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    auto* const context = find<QComboBox>("logContext");
+    const QTableView* const log = find<QTableView>("log");
+    context->setCurrentIndex(context->findData("CITP.Stack.Traffic"));
+    EXPECT_EQ(log->model()->rowCount(), 0);
+    find<QCheckBox>("logTraffic")->setChecked(true);
+    session.reload();
+    EXPECT_TRUE(until([&] { return log->model()->rowCount() > 0; }));
+    find<QCheckBox>("logTraffic")->setChecked(false);
+}
+
+int main(int argc, char** argv)
+{
+    // Where there is no display; CTest names the platform otherwise.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QStandardPaths::setTestModeEnabled(true);
+    const QApplication application(argc, argv);
+    QCoreApplication::setOrganizationName("citp");
+    QCoreApplication::setApplicationName(QString("citp-browser-test-%1").arg(QCoreApplication::applicationPid()));
+    ::testing::InitGoogleTest(&argc, argv);
+    const int status = RUN_ALL_TESTS();
+    QSettings().clear();
+    QFile::remove(QSettings().fileName());
+    return status;
+}

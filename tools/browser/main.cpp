@@ -1,0 +1,60 @@
+// citp-browser: the options, the settings, and the window.
+// SPDX-License-Identifier: Apache-2.0
+#include <QApplication>
+#include <QLibraryInfo>
+#include <QLocale>
+#include <QSettings>
+#include <QTranslator>
+
+#include <cstdio>
+#include <cstring>
+
+#include "models/adapters.h"
+#include "models/session.h"
+#include "options.h"
+#include "window/main_window.h"
+
+namespace {
+// The options are looked at without a display: help is for terminals too.
+Browser::Options optionsOf(int argc, char** argv)
+{
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+    return Browser::readOptions(arguments);
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication::setApplicationName(QStringLiteral("citp-browser"));
+    QCoreApplication::setOrganizationName(QStringLiteral("citp"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(CITP_VERSION));
+    const Browser::Options options = optionsOf(argc, argv);
+    if (options.action == Browser::Options::Action::Print) {
+        std::fputs(options.text.toLocal8Bit().constData(), stdout);
+        return 0;
+    }
+    if (options.action == Browser::Options::Action::WrongUse) {
+        std::fprintf(stderr, "citp-browser: %s\n", options.text.toLocal8Bit().constData());
+        return 2;
+    }
+    const QApplication application(argc, argv);
+    QTranslator translator;
+    if (translator.load(QLocale(), QStringLiteral("citp-browser"), QStringLiteral("_"),
+                        QCoreApplication::applicationDirPath() + QStringLiteral("/../share/citp/translations")))
+        QCoreApplication::installTranslator(&translator);
+
+    const QString remembered = QSettings().value(QStringLiteral("adapter")).toString();
+    const QString adapter = options.adapter.isEmpty() ? remembered : options.adapter;
+    // The environment's choice stays as long as nobody has made another.
+    if (!adapter.isEmpty() && (!options.adapter.isEmpty() || Browser::adapterChoice().isEmpty()))
+        Browser::chooseAdapter(adapter);
+    Browser::Session session;
+    Browser::MainWindow window(session);
+    if (!options.server.isEmpty())
+        session.chooseServer(options.server);
+    window.show();
+    session.start();
+    return QApplication::exec();
+}

@@ -1,0 +1,23 @@
+// ElementDelegate: paints an element's tile: picture, number and name, and its facts.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QStyledItemDelegate>
+
+namespace Browser {
+class ElementDelegate : public QStyledItemDelegate
+{
+    Q_OBJECT
+
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    /// The same for every tile.
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+    void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+
+private:
+    void paintPicture(QPainter* painter, const QStyleOptionViewItem& option, const QRect& frame,
+                      const QModelIndex& index) const;
+};
+} // namespace Browser

@@ -1,0 +1,272 @@
+// Places, scrolling, the cursor and painting.
+// SPDX-License-Identifier: Apache-2.0
+#include "element_grid.h"
+
+#include <QPaintEvent>
+#include <QPainter>
+#include <QScrollBar>
+
+#include "element_delegate.h"
+
+namespace Browser {
+namespace {
+constexpr int Edge = 6;
+}
+
+ElementGrid::ElementGrid(QWidget* parent) : QAbstractItemView(parent)
+{
+    setItemDelegate(new ElementDelegate(this));
+    setSelectionMode(SingleSelection);
+    setEditTriggers(NoEditTriggers);
+    setVerticalScrollMode(ScrollPerPixel);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    setTabKeyNavigation(false);
+}
+
+void ElementGrid::setMessage(const QString& message)
+{
+    if (message == m_message)
+        return;
+    m_message = message;
+    viewport()->update();
+}
+
+int ElementGrid::rows() const
+{
+    return model() ? model()->rowCount() : 0;
+}
+
+QSize ElementGrid::tile() const
+{
+    if (m_tile.isEmpty()) {
+        QStyleOptionViewItem option;
+        option.initFrom(this);
+        option.font = font();
+        option.fontMetrics = fontMetrics();
+        m_tile = itemDelegate()->sizeHint(option, {}).expandedTo(QSize(16, 16));
+    }
+    return m_tile;
+}
+
+int ElementGrid::columns() const
+{
+    return qMax(1, (viewport()->width() - 2 * Edge) / tile().width());
+}
+
+// What is left over beside the columns stands half on each side.
+int ElementGrid::margin() const
+{
+    return qMax(Edge, (viewport()->width() - columns() * tile().width()) / 2);
+}
+
+QRect ElementGrid::visualRect(const QModelIndex& index) const
+{
+    if (!index.isValid())
+        return {};
+    const int column = index.row() % columns();
+    const int line = index.row() / columns();
+    return {QPoint(margin() + column * tile().width(), Edge + line * tile().height() - verticalOffset()), tile()};
+}
+
+void ElementGrid::scrollTo(const QModelIndex& index, ScrollHint hint)
+{
+    const QRect rect = visualRect(index);
+    if (!rect.isValid())
+        return;
+    const int height = viewport()->height();
+    int by = 0;
+    if (hint == PositionAtCenter)
+        by = rect.center().y() - height / 2;
+    else if (hint == PositionAtTop || rect.top() < 0)
+        by = rect.top() - Edge;
+    else if (hint == PositionAtBottom || rect.bottom() >= height)
+        by = rect.bottom() - height + Edge;
+    verticalScrollBar()->setValue(verticalScrollBar()->value() + by);
+}
+
+QModelIndex ElementGrid::indexAt(const QPoint& point) const
+{
+    const int x = point.x() - margin();
+    const int y = point.y() + verticalOffset() - Edge;
+    if (x < 0 || y < 0 || x >= columns() * tile().width())
+        return {};
+    const int row = y / tile().height() * columns() + x / tile().width();
+    return row < rows() ? model()->index(row, 0) : QModelIndex();
+}
+
+std::pair<int, int> ElementGrid::visibleRows() const
+{
+    const int first = qMax(0, verticalOffset() - Edge) / tile().height() * columns();
+    const int lastLine = qMax(0, verticalOffset() + viewport()->height() - Edge - 1) / tile().height();
+    return {first, qMin(rows(), (lastLine + 1) * columns()) - 1};
+}
+
+void ElementGrid::tellVisible()
+{
+    const std::pair<int, int> visible = visibleRows();
+    if (visible == m_told)
+        return;
+    m_told = visible;
+    Q_EMIT visibleRowsChanged(visible.first, visible.second);
+}
+
+void ElementGrid::reset()
+{
+    QAbstractItemView::reset();
+    m_told = {0, -1};
+    verticalScrollBar()->setValue(0);
+    updateGeometries();
+    viewport()->update();
+}
+
+void ElementGrid::dataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight, const QVector<int>& /*roles*/)
+{
+    const std::pair<int, int> visible = visibleRows();
+    if (bottomRight.row() >= visible.first && topLeft.row() <= visible.second)
+        viewport()->update();
+}
+
+void ElementGrid::keyboardSearch(const QString& /*search*/) {}
+
+QModelIndex ElementGrid::moveCursor(CursorAction action, Qt::KeyboardModifiers /*modifiers*/)
+{
+    if (rows() == 0)
+        return {};
+    const int page = qMax(1, viewport()->height() / tile().height()) * columns();
+    int row = currentIndex().row();
+    if (row < 0)
+        return model()->index(visibleRows().first, 0);
+    switch (action) {
+        case MoveLeft:
+        case MovePrevious:
+            row -= 1;
+            break;
+        case MoveRight:
+        case MoveNext:
+            row += 1;
+            break;
+        case MoveUp:
+            row -= row >= columns() ? columns() : 0;
+            break;
+        case MoveDown:
+            // From above a last line that is not full, to its end.
+            row += row / columns() < (rows() - 1) / columns() ? columns() : 0;
+            break;
+        case MovePageUp:
+            row = row >= page ? row - page : row % columns();
+            break;
+        case MovePageDown:
+            row += page;
+            break;
+        case MoveHome:
+            row = 0;
+            break;
+        case MoveEnd:
+            row = rows() - 1;
+            break;
+    }
+    return model()->index(qBound(0, row, rows() - 1), 0);
+}
+
+int ElementGrid::verticalOffset() const
+{
+    return verticalScrollBar()->value();
+}
+
+bool ElementGrid::isIndexHidden(const QModelIndex& /*index*/) const
+{
+    return false;
+}
+
+void ElementGrid::setSelection(const QRect& rect, QItemSelectionModel::SelectionFlags flags)
+{
+    const QModelIndex index = indexAt(rect.center());
+    selectionModel()->select(index.isValid() ? QItemSelection(index, index) : QItemSelection(), flags);
+}
+
+QRegion ElementGrid::visualRegionForSelection(const QItemSelection& selection) const
+{
+    QRegion region;
+    for (const QItemSelectionRange& range : selection) {
+        const std::pair<int, int> visible = visibleRows();
+        for (int row = qMax(range.top(), visible.first); row <= qMin(range.bottom(), visible.second); ++row)
+            region += visualRect(model()->index(row, 0));
+    }
+    return region;
+}
+
+void ElementGrid::paintEvent(QPaintEvent* event)
+{
+    QPainter painter(viewport());
+    if (rows() == 0) {
+        painter.setPen(palette().color(QPalette::PlaceholderText));
+        painter.drawText(viewport()->rect().adjusted(24, 24, -24, -24), Qt::AlignCenter | Qt::TextWordWrap, m_message);
+        return;
+    }
+    QStyleOptionViewItem option;
+    option.initFrom(this);
+    option.font = font();
+    option.fontMetrics = fontMetrics();
+    option.widget = this;
+    const QStyle::State state = option.state & ~QStyle::State_HasFocus;
+    const std::pair<int, int> visible = visibleRows();
+    for (int row = visible.first; row <= visible.second; ++row) {
+        const QModelIndex index = model()->index(row, 0);
+        option.rect = visualRect(index);
+        if (!event->region().intersects(option.rect))
+            continue;
+        option.state = state;
+        option.state.setFlag(QStyle::State_Selected, selectionModel()->isSelected(index));
+        option.state.setFlag(QStyle::State_HasFocus, hasFocus() && index == currentIndex());
+        itemDelegate()->paint(&painter, option, index);
+    }
+}
+
+void ElementGrid::resizeEvent(QResizeEvent* event)
+{
+    // The first tile that was seen stays in view when the columns become more or fewer.
+    const int first = m_told.first;
+    QAbstractItemView::resizeEvent(event);
+    updateGeometries();
+    if (first > 0)
+        verticalScrollBar()->setValue(first / columns() * tile().height());
+}
+
+void ElementGrid::changeEvent(QEvent* event)
+{
+    QAbstractItemView::changeEvent(event);
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange) {
+        m_tile = QSize();
+        updateGeometries();
+    }
+}
+
+void ElementGrid::scrollContentsBy(int dx, int dy)
+{
+    viewport()->scroll(dx, dy);
+    tellVisible();
+}
+
+void ElementGrid::updateGeometries()
+{
+    const int lines = (rows() + columns() - 1) / columns();
+    verticalScrollBar()->setSingleStep(tile().height() / 4);
+    verticalScrollBar()->setPageStep(viewport()->height());
+    verticalScrollBar()->setRange(0, qMax(0, lines * tile().height() + 2 * Edge - viewport()->height()));
+    QAbstractItemView::updateGeometries();
+    tellVisible();
+}
+
+void ElementGrid::rowsInserted(const QModelIndex& parent, int start, int end)
+{
+    QAbstractItemView::rowsInserted(parent, start, end);
+    scheduleDelayedItemsLayout();
+}
+
+void ElementGrid::rowsAboutToBeRemoved(const QModelIndex& parent, int start, int end)
+{
+    QAbstractItemView::rowsAboutToBeRemoved(parent, start, end);
+    scheduleDelayedItemsLayout();
+}
+} // namespace Browser

@@ -1,0 +1,61 @@
+// ElementGrid: a grid of tiles of one size, as ElementDelegate paints them.
+//
+// Where a tile lies is computed from its row, so that the number of elements costs nothing: the icon mode of Qt's own
+// list view lays out every single item.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QAbstractItemView>
+
+namespace Browser {
+class ElementGrid : public QAbstractItemView
+{
+    Q_OBJECT
+
+public:
+    explicit ElementGrid(QWidget* parent = nullptr);
+
+    /// Shown in the middle while there are no tiles.
+    void setMessage(const QString& message);
+
+    QRect visualRect(const QModelIndex& index) const override;
+    void scrollTo(const QModelIndex& index, ScrollHint hint = EnsureVisible) override;
+    QModelIndex indexAt(const QPoint& point) const override;
+    void reset() override;
+    void dataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight,
+                     const QVector<int>& roles = QVector<int>()) override;
+    /// Does nothing: looking through all names for each key would hold up the window.
+    void keyboardSearch(const QString& search) override;
+
+Q_SIGNALS:
+    /// The tiles that can be seen are others now; @p last is below @p first if there are none.
+    void visibleRowsChanged(int first, int last);
+
+protected:
+    QModelIndex moveCursor(CursorAction action, Qt::KeyboardModifiers modifiers) override;
+    int horizontalOffset() const override { return 0; }
+    int verticalOffset() const override;
+    bool isIndexHidden(const QModelIndex& index) const override;
+    void setSelection(const QRect& rect, QItemSelectionModel::SelectionFlags flags) override;
+    QRegion visualRegionForSelection(const QItemSelection& selection) const override;
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void changeEvent(QEvent* event) override;
+    void scrollContentsBy(int dx, int dy) override;
+    void updateGeometries() override;
+    void rowsInserted(const QModelIndex& parent, int start, int end) override;
+    void rowsAboutToBeRemoved(const QModelIndex& parent, int start, int end) override;
+
+private:
+    int rows() const;
+    QSize tile() const;
+    int columns() const;
+    int margin() const;
+    std::pair<int, int> visibleRows() const;
+    void tellVisible();
+
+    QString m_message;
+    std::pair<int, int> m_told{0, -1};
+    mutable QSize m_tile; ///< empty: the delegate is to be asked
+};
+} // namespace Browser

@@ -1,0 +1,89 @@
+// The filters' controls, and the table that stays at its end.
+// SPDX-License-Identifier: Apache-2.0
+#include "log_pane.h"
+
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QVBoxLayout>
+
+namespace Browser {
+LogPane::LogPane(LogModel& log, QWidget* parent)
+    : QWidget(parent),
+      m_log(log),
+      m_context(new QComboBox(this)),
+      m_level(new QComboBox(this)),
+      m_traffic(new QCheckBox(tr("&Traffic"), this)),
+      m_view(new QTableView(this))
+{
+    m_filter.setSourceModel(&m_log);
+    m_context->addItem(tr("All contexts"), QString());
+    for (const char* const context : {"CITP", "CITP.Message", "CITP.Stack", "CITP.Stack.Ploc", "CITP.Stack.Traffic"})
+        m_context->addItem(QString::fromLatin1(context), QString::fromLatin1(context));
+    m_level->addItem(tr("All levels"), 31);
+    m_level->addItem(tr("State and above"), 30);
+    m_level->addItem(tr("Warnings and above"), 28);
+    m_level->addItem(tr("Failures and above"), 24);
+    m_context->setObjectName(QStringLiteral("logContext"));
+    m_level->setObjectName(QStringLiteral("logLevel"));
+    m_traffic->setObjectName(QStringLiteral("logTraffic"));
+    m_traffic->setToolTip(tr("Logs every message that comes or goes, with its bytes"));
+
+    auto* const contextLabel = new QLabel(tr("Conte&xt:"), this);
+    contextLabel->setBuddy(m_context);
+    auto* const levelLabel = new QLabel(tr("Le&vel:"), this);
+    levelLabel->setBuddy(m_level);
+    auto* const clear = new QPushButton(tr("Cl&ear"), this);
+    auto* const controls = new QHBoxLayout;
+    for (QWidget* const widget :
+         std::initializer_list<QWidget*>{contextLabel, m_context, levelLabel, m_level, m_traffic})
+        controls->addWidget(widget);
+    controls->addStretch();
+    controls->addWidget(clear);
+    auto* const layout = new QVBoxLayout(this);
+    layout->setContentsMargins(4, 4, 4, 0);
+    layout->addLayout(controls);
+    layout->addWidget(m_view);
+
+    m_view->setObjectName(QStringLiteral("log"));
+    m_view->setModel(&m_filter);
+    m_view->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_view->setShowGrid(false);
+    m_view->setWordWrap(false);
+    m_view->setTabKeyNavigation(false);
+    m_view->verticalHeader()->hide();
+    // Fixed heights: measuring every line would take longer the more there are.
+    m_view->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    m_view->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 4);
+    m_view->horizontalHeader()->setStretchLastSection(true);
+    m_view->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    const QFontMetrics metrics = fontMetrics();
+    m_view->setColumnWidth(LogModel::Time, metrics.horizontalAdvance(QStringLiteral("00:00:00.0000")) + 12);
+    m_view->setColumnWidth(LogModel::Level, metrics.horizontalAdvance(QStringLiteral("warning 00")) + 12);
+    m_view->setColumnWidth(LogModel::Context, metrics.horizontalAdvance(QStringLiteral("CITP.Stack.Traffic")) + 16);
+
+    connect(m_context, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+            [this] { m_filter.setContext(m_context->currentData().toString()); });
+    connect(m_level, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &LogPane::applyLevels);
+    connect(m_traffic, &QCheckBox::toggled, this, [this](bool on) { m_log.setTraffic(on); });
+    connect(clear, &QPushButton::clicked, this, [this] { m_log.clear(); });
+    connect(&m_filter, &QAbstractItemModel::rowsAboutToBeInserted, this, [this] {
+        const QScrollBar* const bar = m_view->verticalScrollBar();
+        m_isAtEnd = bar->value() == bar->maximum();
+    });
+    connect(&m_filter, &QAbstractItemModel::rowsInserted, this, &LogPane::followEnd);
+}
+
+void LogPane::applyLevels()
+{
+    m_filter.setLevels(m_level->currentData().toInt());
+}
+
+void LogPane::followEnd()
+{
+    if (m_isAtEnd)
+        m_view->scrollToBottom();
+}
+} // namespace Browser

@@ -1,0 +1,275 @@
+// What happens when something is chosen, comes or goes. The panes are made in main_window_panes.cpp.
+// SPDX-License-Identifier: Apache-2.0
+#include "main_window.h"
+
+#include <QActionGroup>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDockWidget>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QSettings>
+
+#include "models/adapters.h"
+
+namespace Browser {
+MainWindow::MainWindow(Session& session) : m_session(session)
+{
+    setWindowTitle(tr("CITP Browser"));
+    setDockNestingEnabled(true);
+    makeElements();
+    makeServers();
+    makeLibraries();
+    makePreview();
+    makeLayers();
+    makePatch();
+    makeLog();
+    makeMenus();
+    makeStatus();
+    makeFrame();
+    connect(&m_session, &Session::chosenChanged, this, &MainWindow::showChosen);
+    connect(&m_session, &Session::adapterChanged, this, &MainWindow::showAdapter);
+    restore();
+    showAdapter();
+    showChosen();
+    chooseFirst();
+    countServers();
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    remember();
+    event->accept();
+}
+
+QString MainWindow::serverName() const
+{
+    const Server server = m_session.servers().server(m_session.chosenServer());
+    return server.name.isEmpty() ? server.key : server.name;
+}
+
+// The server of the last time, or else the first that comes up, as long as the user has chosen none.
+void MainWindow::chooseFirst()
+{
+    if (!m_session.chosenServer().isEmpty())
+        return;
+    const ServerModel& servers = m_session.servers();
+    for (int row = 0; row < servers.rowCount(); ++row) {
+        const QModelIndex index = servers.index(row);
+        const bool isLast = index.data(ServerModel::KeyRole).toString() == m_lastServer;
+        const bool isUp = index.data(ServerModel::StateRole).toInt() == static_cast<int>(ServerModel::State::Up);
+        if (isUp && (isLast || m_lastServer.isEmpty())) {
+            m_servers->setCurrentIndex(index);
+            return;
+        }
+    }
+}
+
+void MainWindow::showChosen()
+{
+    const int row = m_session.servers().rowOf(m_session.chosenServer());
+    if (row >= 0 && m_servers->currentIndex().row() != row)
+        m_servers->setCurrentIndex(m_session.servers().index(row));
+    showElementState();
+    if (m_session.isChosenUp() && !m_libraries->currentIndex().isValid())
+        openMedia();
+}
+
+void MainWindow::openMedia()
+{
+    const QModelIndex media = m_session.filteredLibraries().mapFromSource(m_session.libraries().find(1, RootLibrary));
+    if (media.isValid())
+        m_libraries->expand(media);
+}
+
+void MainWindow::showLibrary(const QModelIndex& index)
+{
+    if (!index.isValid())
+        return;
+    const QString id = index.data(LibraryModel::IdRole).toString();
+    if (id != RootLibrary)
+        m_session.chooseLibrary(static_cast<quint8>(index.data(LibraryModel::TypeRole).toInt()), id);
+}
+
+// The tree is built anew when rows come and go; the library that is shown is marked in it again.
+void MainWindow::restoreLibrary()
+{
+    const ElementModel& elements = m_session.elements();
+    if (elements.library().isEmpty() || m_libraries->currentIndex().isValid())
+        return;
+    const QModelIndex index =
+        m_session.filteredLibraries().mapFromSource(m_session.libraries().find(elements.type(), elements.library()));
+    if (index.isValid())
+        m_libraries->setCurrentIndex(index);
+}
+
+// The library's name behind those of the libraries above it.
+QString MainWindow::wayOf(quint8 type, const QString& library) const
+{
+    QStringList names;
+    for (QModelIndex index = m_session.libraries().find(type, library); index.isValid(); index = index.parent())
+        names.prepend(index.data().toString());
+    return names.isEmpty() ? library : names.join(QStringLiteral(" › "));
+}
+
+QString MainWindow::elementMessage() const
+{
+    const ServerModel& servers = m_session.servers();
+    const ElementModel& elements = m_session.elements();
+    if (m_session.chosenServer().isEmpty()) {
+        const AdapterState& adapter = m_session.adapter();
+        if (servers.rowCount() > 0)
+            return tr("Choose a server on the left.");
+        if (adapter.address.isEmpty())
+            return tr("No network adapter to listen on: %1.\nThe button in the lower right corner chooses another.")
+                .arg(adapter.reason);
+        return tr("No media server is heard on %1 (%2) yet.\nServers announce themselves about once a second. If none "
+                  "appears, look at the cable, at the adapter in the lower right corner, and at the log.")
+            .arg(adapter.name, adapter.address);
+    }
+    switch (elements.state()) {
+        case ElementModel::State::Loading:
+            return tr("Loading the elements of the library…");
+        case ElementModel::State::Failed:
+            return tr("The elements could not be loaded: %1.\nF5 asks again.").arg(elements.problem());
+        case ElementModel::State::Loaded:
+            return tr("This library has no elements.");
+        case ElementModel::State::Empty:
+            break;
+    }
+    if (!m_session.isChosenUp())
+        return tr("%1 is not connected. Its content is shown as soon as it is.").arg(serverName());
+    return tr("Choose a library to see its elements.");
+}
+
+void MainWindow::showElementState()
+{
+    const ElementModel& elements = m_session.elements();
+    m_elements->setMessage(elementMessage());
+    const QString server = m_session.chosenServer().isEmpty() ? QString() : serverName();
+    QString title = server.isEmpty() ? tr("No server chosen") : server;
+    if (!elements.library().isEmpty())
+        title = tr("%1 › %2", "server, and way to the library").arg(server, wayOf(elements.type(), elements.library()));
+    m_title->setText(fontMetrics().elidedText(title, Qt::ElideMiddle, qMax(200, m_elementsPane->width() - 40)));
+    m_title->setToolTip(title.toHtmlEscaped());
+    QString note;
+    if (!server.isEmpty() && !m_session.isChosenUp())
+        note = tr("not connected");
+    else if (elements.rowCount() > 0)
+        note = tr("Elements: %1").arg(elements.rowCount()) +
+               (elements.problem().isEmpty() ? QString() : QStringLiteral(" – ") + elements.problem());
+    m_note->setText(note);
+    if (elements.state() == ElementModel::State::Empty || elements.state() == ElementModel::State::Loading)
+        showPreview();
+}
+
+void MainWindow::showProgress(int done, int total)
+{
+    const bool isBusy = done < total && m_session.isChosenUp();
+    m_progress->setMaximum(qMax(1, total));
+    m_progress->setValue(done);
+    m_progress->setVisible(isBusy);
+    // A button that goes takes the keyboard with it.
+    if (!isBusy && m_cancel->hasFocus())
+        m_elements->setFocus();
+    m_cancel->setVisible(isBusy);
+}
+
+void MainWindow::showPreview()
+{
+    const QModelIndex index = m_elements->currentIndex();
+    ElementModel& elements = m_session.elements();
+    m_hasPreview = index.isValid() && index.row() < elements.rowCount();
+    if (!m_hasPreview) {
+        m_preview->clear();
+        m_session.pictures().want(PictureStore::Wish::Preview, {});
+        return;
+    }
+    m_number = elements.element(index.row()).number;
+    m_preview->setFields(elements.fields(index.row()));
+    m_session.pictures().want(PictureStore::Wish::Preview, {elements.pictureId(index.row(), true)});
+    showPicture();
+}
+
+void MainWindow::showPicture()
+{
+    if (!m_hasPreview)
+        return;
+    const ElementModel& elements = m_session.elements();
+    const PictureStore& pictures = m_session.pictures();
+    const PictureId large{elements.type(), elements.library(), m_number, true};
+    const PictureId small{elements.type(), elements.library(), m_number, false};
+    const QImage image = pictures.find(large);
+    QString text = tr("loading…");
+    if (pictures.state(large) == PictureStore::State::Failed)
+        text = tr("No picture: %1").arg(pictures.problem(large));
+    else if (pictures.state(large) == PictureStore::State::Cancelled || !m_session.isChosenUp())
+        text = tr("not loaded");
+    m_preview->setPicture(image.isNull() ? pictures.find(small) : image, text);
+}
+
+void MainWindow::fillAdapterMenu()
+{
+    m_adapterMenu->clear();
+    // Owned by the menu's actions' lifetime: a former group goes with the former actions.
+    delete m_adapterMenu->findChild<QActionGroup*>();
+    auto* const group = new QActionGroup(m_adapterMenu);
+    const QString choice = adapterChoice();
+    const auto add = [&](const QString& text, const QString& name) {
+        QAction* const action = m_adapterMenu->addAction(text);
+        action->setCheckable(true);
+        action->setChecked(name == choice);
+        group->addAction(action);
+        connect(action, &QAction::triggered, this, [this, name] { m_session.chooseAdapter(name); });
+    };
+    add(tr("&Automatic"), {});
+    m_adapterMenu->addSeparator();
+    bool isThere = choice.isEmpty();
+    for (const AdapterOption& option : adapterOptions()) {
+        add(QString(option.text).replace(QLatin1Char('&'), QStringLiteral("&&")), option.name);
+        isThere = isThere || option.name == choice;
+    }
+    if (!isThere)
+        add(tr("%1 (not there)").arg(choice), choice);
+}
+
+void MainWindow::showAdapter()
+{
+    const AdapterState& adapter = m_session.adapter();
+    m_adapter->setText(adapter.address.isEmpty() ? tr("Adapter: none")
+                                                 : tr("Adapter: %1, %2").arg(adapter.name, adapter.address));
+    m_adapter->setToolTip(adapter.reason.toHtmlEscaped());
+    showElementState();
+}
+
+void MainWindow::countServers()
+{
+    const int all = m_session.servers().rowCount();
+    m_counts->setText(all == 0 ? tr("No servers")
+                               : tr("Servers up: %1 of %2").arg(m_session.servers().countUp()).arg(all));
+}
+
+void MainWindow::restore()
+{
+    const QSettings settings;
+    restoreGeometry(settings.value(QStringLiteral("geometry")).toByteArray());
+    m_isArranged = restoreState(settings.value(QStringLiteral("panes")).toByteArray());
+    m_lastServer = settings.value(QStringLiteral("server")).toString();
+    for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})
+        view->horizontalHeader()->restoreState(settings.value(QLatin1String(name)).toByteArray());
+}
+
+void MainWindow::remember() const
+{
+    QSettings settings;
+    settings.setValue(QStringLiteral("geometry"), saveGeometry());
+    settings.setValue(QStringLiteral("panes"), saveState());
+    settings.setValue(QStringLiteral("server"), m_session.chosenServer());
+    for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})
+        settings.setValue(QLatin1String(name), view->horizontalHeader()->saveState());
+    settings.setValue(QStringLiteral("adapter"), adapterChoice());
+}
+} // namespace Browser

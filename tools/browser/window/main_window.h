@@ -1,0 +1,90 @@
+// MainWindow: the panes, what is chosen in them, and what is remembered of them.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QLineEdit>
+#include <QListView>
+#include <QMainWindow>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTableView>
+#include <QTreeView>
+
+#include "element_grid.h"
+#include "log_pane.h"
+#include "models/session.h"
+#include "preview_pane.h"
+
+namespace Browser {
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    /// @param session outlives this object
+    explicit MainWindow(Session& session);
+    ~MainWindow() override;
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+
+private:
+    QDockWidget* addPane(const QString& name, const QString& title, QWidget* content, Qt::DockWidgetArea area);
+    void makeServers();
+    void makeLibraries();
+    void makeElements();
+    void makePreview();
+    void makeLayers();
+    void makePatch();
+    void makeLog();
+    void makeMenus();
+    void makeStatus();
+    void makeFrame();
+    /// Puts every pane where it is at first.
+    void arrange();
+
+    void chooseFirst();
+    void showChosen();
+    void showLibrary(const QModelIndex& index);
+    void openMedia();
+    void restoreLibrary();
+    void showElementState();
+    void showProgress(int done, int total);
+    void showPreview();
+    void showPicture();
+    void fillAdapterMenu();
+    void showAdapter();
+    void countServers();
+    QString elementMessage() const;
+    QString serverName() const;
+    QString wayOf(quint8 type, const QString& library) const;
+
+    void restore();
+    void remember() const;
+
+    Session& m_session;
+    QListView* m_servers = nullptr;
+    QWidget* m_librariesPane = nullptr;
+    QLineEdit* m_search = nullptr;
+    QTreeView* m_libraries = nullptr;
+    QWidget* m_elementsPane = nullptr;
+    QLabel* m_title = nullptr;
+    QLabel* m_note = nullptr;
+    QProgressBar* m_progress = nullptr;
+    QPushButton* m_cancel = nullptr;
+    ElementGrid* m_elements = nullptr;
+    PreviewPane* m_preview = nullptr;
+    QTableView* m_layers = nullptr;
+    QTableView* m_patch = nullptr;
+    LogPane* m_log = nullptr;
+    QLabel* m_counts = nullptr;
+    QPushButton* m_adapter = nullptr;
+    QMenu* m_adapterMenu = nullptr;
+    std::vector<QDockWidget*> m_panes;
+    QString m_lastServer; ///< of the run before
+    quint8 m_number = 0;  ///< of the element in the preview
+    bool m_hasPreview = false;
+    bool m_isArranged = false;
+};
+} // namespace Browser

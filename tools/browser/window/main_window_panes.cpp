@@ -1,0 +1,352 @@
+// The window's panes, menus and status line, and how they are arranged at first.
+// SPDX-License-Identifier: Apache-2.0
+#include <QAction>
+#include <QApplication>
+#include <QDockWidget>
+#include <QGuiApplication>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QScreen>
+#include <QScrollBar>
+#include <QShortcut>
+#include <QStatusBar>
+#include <QStyle>
+#include <QVBoxLayout>
+
+#include "layer_delegate.h"
+#include "library_delegate.h"
+#include "main_window.h"
+#include "server_delegate.h"
+
+namespace Browser {
+namespace {
+constexpr int LayerRowHeight = 44;
+
+void makeTable(QTableView* view, const QString& name)
+{
+    view->setObjectName(name);
+    view->setSelectionBehavior(QAbstractItemView::SelectRows);
+    view->setSelectionMode(QAbstractItemView::SingleSelection);
+    view->setShowGrid(false);
+    view->setAlternatingRowColors(true);
+    view->setWordWrap(false);
+    view->setTabKeyNavigation(false);
+    view->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    view->setFrameShape(QFrame::NoFrame);
+    view->verticalHeader()->hide();
+    view->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    view->horizontalHeader()->setHighlightSections(false);
+    view->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+}
+
+int widthOf(const QWidget* widget, const QString& text)
+{
+    return widget->fontMetrics().horizontalAdvance(text) + 20;
+}
+} // namespace
+
+QDockWidget* MainWindow::addPane(const QString& name, const QString& title, QWidget* content, Qt::DockWidgetArea area)
+{
+    auto* const pane = new QDockWidget(title, this);
+    pane->setObjectName(name + QStringLiteral("Pane"));
+    pane->setWidget(content);
+    addDockWidget(area, pane);
+    m_panes.push_back(pane);
+    return pane;
+}
+
+void MainWindow::makeServers()
+{
+    m_servers = new QListView;
+    m_servers->setObjectName(QStringLiteral("servers"));
+    m_servers->setModel(&m_session.servers());
+    m_servers->setItemDelegate(new ServerDelegate(m_servers));
+    m_servers->setUniformItemSizes(true);
+    m_servers->setFrameShape(QFrame::NoFrame);
+    m_servers->setAccessibleName(tr("Servers"));
+    m_servers->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    m_servers->setMinimumWidth(190);
+    addPane(QStringLiteral("servers"), tr("Servers"), m_servers, Qt::LeftDockWidgetArea);
+    connect(m_servers->selectionModel(), &QItemSelectionModel::currentChanged, this, [this](const QModelIndex& index) {
+        if (index.isValid())
+            m_session.chooseServer(index.data(ServerModel::KeyRole).toString());
+    });
+    const ServerModel& servers = m_session.servers();
+    const auto follow = [this] {
+        chooseFirst();
+        countServers();
+        showElementState();
+    };
+    connect(&servers, &QAbstractItemModel::rowsInserted, this, follow);
+    connect(&servers, &QAbstractItemModel::rowsRemoved, this, follow);
+    connect(&servers, &QAbstractItemModel::dataChanged, this, follow);
+}
+
+void MainWindow::makeLibraries()
+{
+    m_librariesPane = new QWidget;
+    m_search = new QLineEdit(m_librariesPane);
+    m_search->setObjectName(QStringLiteral("search"));
+    m_search->setPlaceholderText(tr("Filter by name (Ctrl+F)"));
+    m_search->setToolTip(tr("Shows the libraries that have this in their name, among those that were opened"));
+    m_search->setClearButtonEnabled(true);
+    m_search->setAccessibleName(tr("Filter of the libraries"));
+    m_libraries = new QTreeView(m_librariesPane);
+    m_libraries->setObjectName(QStringLiteral("libraries"));
+    m_libraries->setModel(&m_session.filteredLibraries());
+    m_libraries->setItemDelegate(new LibraryDelegate(m_libraries));
+    m_libraries->setUniformRowHeights(true);
+    m_libraries->setFrameShape(QFrame::NoFrame);
+    m_libraries->setAccessibleName(tr("Libraries"));
+    m_libraries->setMinimumWidth(190);
+    m_libraries->header()->setStretchLastSection(false);
+    m_libraries->header()->setSectionResizeMode(0, QHeaderView::Stretch);
+    m_libraries->header()->setSectionResizeMode(1, QHeaderView::Fixed);
+    m_libraries->header()->resizeSection(1, widthOf(m_libraries, tr("Elements")));
+    auto* const layout = new QVBoxLayout(m_librariesPane);
+    layout->setContentsMargins(4, 4, 4, 0);
+    layout->setSpacing(4);
+    layout->addWidget(m_search);
+    layout->addWidget(m_libraries);
+    addPane(QStringLiteral("libraries"), tr("Libraries"), m_librariesPane, Qt::LeftDockWidgetArea);
+    // The types have no count: their names, and what went wrong with them, take the whole row.
+    const auto span = [this] {
+        for (int row = 0; row < m_libraries->model()->rowCount(); ++row)
+            m_libraries->setFirstColumnSpanned(row, {}, true);
+    };
+    connect(m_libraries->model(), &QAbstractItemModel::modelReset, this, span);
+    connect(m_search, &QLineEdit::textChanged, this, [this](const QString& text) {
+        // What the filter hides must not pass the choice on to its neighbour.
+        m_libraries->setCurrentIndex({});
+        m_session.filteredLibraries().setText(text);
+        if (!text.trimmed().isEmpty())
+            m_libraries->expandAll();
+        restoreLibrary();
+    });
+    connect(m_search, &QLineEdit::returnPressed, this, [this] { m_libraries->setFocus(); });
+    connect(m_libraries->selectionModel(), &QItemSelectionModel::currentChanged, this, &MainWindow::showLibrary);
+    connect(&m_session.filteredLibraries(), &QAbstractItemModel::rowsInserted, this, &MainWindow::restoreLibrary);
+    connect(&m_session.filteredLibraries(), &QAbstractItemModel::dataChanged, this, [this] { showElementState(); });
+}
+
+void MainWindow::makeElements()
+{
+    m_elementsPane = new QWidget(this);
+    m_title = new QLabel(m_elementsPane);
+    m_title->setTextFormat(Qt::PlainText);
+    m_title->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    QFont bold = m_title->font();
+    bold.setBold(true);
+    m_title->setFont(bold);
+    m_note = new QLabel(m_elementsPane);
+    m_note->setObjectName(QStringLiteral("note"));
+    m_note->setTextFormat(Qt::PlainText);
+    m_progress = new QProgressBar(m_elementsPane);
+    m_progress->setObjectName(QStringLiteral("progress"));
+    m_progress->setFormat(tr("%v of %m pictures"));
+    m_progress->setMinimumWidth(180);
+    m_cancel = new QPushButton(tr("&Cancel"), m_elementsPane);
+    m_cancel->setObjectName(QStringLiteral("cancel"));
+    m_cancel->setToolTip(tr("Loads no more pictures of this library (Esc)"));
+    auto* const below = new QHBoxLayout;
+    below->addWidget(m_note);
+    below->addStretch();
+    below->addWidget(m_progress);
+    below->addWidget(m_cancel);
+    // The line keeps its height when bar and button go.
+    m_note->setMinimumHeight(m_cancel->sizeHint().height());
+    m_elements = new ElementGrid(m_elementsPane);
+    m_elements->setObjectName(QStringLiteral("elements"));
+    m_elements->setModel(&m_session.elements());
+    m_elements->setFrameShape(QFrame::NoFrame);
+    m_elements->setAccessibleName(tr("Elements"));
+    auto* const layout = new QVBoxLayout(m_elementsPane);
+    layout->setContentsMargins(8, 6, 8, 4);
+    layout->setSpacing(4);
+    layout->addWidget(m_title);
+    layout->addLayout(below);
+    layout->addWidget(m_elements, 1);
+    setCentralWidget(m_elementsPane);
+    showProgress(0, 0);
+
+    ElementModel& elements = m_session.elements();
+    connect(m_elements, &ElementGrid::visibleRowsChanged, &elements, &ElementModel::setVisibleRows);
+    connect(&elements, &ElementModel::stateChanged, this, &MainWindow::showElementState);
+    connect(&m_session.pictures(), &PictureStore::progress, this, &MainWindow::showProgress);
+    connect(m_cancel, &QPushButton::clicked, this, [this] { m_session.pictures().cancel(); });
+}
+
+void MainWindow::makePreview()
+{
+    m_preview = new PreviewPane;
+    addPane(QStringLiteral("preview"), tr("Element"), m_preview, Qt::RightDockWidgetArea);
+    connect(m_elements->selectionModel(), &QItemSelectionModel::currentChanged, this, &MainWindow::showPreview);
+    const ElementModel& elements = m_session.elements();
+    connect(&elements, &QAbstractItemModel::modelReset, this, &MainWindow::showPreview);
+    connect(&elements, &QAbstractItemModel::dataChanged, this, [this](const QModelIndex& from, const QModelIndex& to) {
+        const int row = m_elements->currentIndex().row();
+        if (row < from.row() || row > to.row())
+            return;
+        m_preview->setFields(m_session.elements().fields(row));
+        showPicture();
+    });
+    connect(&m_session.pictures(), &PictureStore::changed, this, [this](const PictureId& id) {
+        if (id.number == m_number)
+            showPicture();
+    });
+    connect(&m_session.pictures(), &PictureStore::manyChanged, this, &MainWindow::showPicture);
+}
+
+void MainWindow::makeLayers()
+{
+    m_layers = new QTableView;
+    makeTable(m_layers, QStringLiteral("layers"));
+    m_layers->setAccessibleName(tr("Layers"));
+    m_layers->setModel(&m_session.layers());
+    m_layers->setItemDelegate(new LayerDelegate(m_layers));
+    m_layers->verticalHeader()->setDefaultSectionSize(LayerRowHeight);
+    const std::vector<std::pair<int, int>> widths{
+        {LayerModel::Layer, widthOf(this, tr("Layer"))},
+        {LayerModel::Picture, LayerRowHeight * 4 / 3 + 8},
+        {LayerModel::Position, 160},
+        {LayerModel::FrameRate, widthOf(this, tr("000 fps"))},
+        {LayerModel::Place, widthOf(this, QStringLiteral("1,255,255,255 / 255"))},
+        {LayerModel::Output, widthOf(this, tr("Output"))},
+        {LayerModel::Flags, widthOf(this, QStringLiteral("0x00000000"))}};
+    for (const auto& [column, width] : widths)
+        m_layers->setColumnWidth(column, width);
+    m_layers->horizontalHeader()->setSectionResizeMode(LayerModel::Name, QHeaderView::Stretch);
+    addPane(QStringLiteral("layers"), tr("Layers"), m_layers, Qt::BottomDockWidgetArea);
+}
+
+void MainWindow::makePatch()
+{
+    m_patch = new QTableView;
+    makeTable(m_patch, QStringLiteral("patch"));
+    m_patch->setAccessibleName(tr("Fixture patch"));
+    auto* const sorted = new QSortFilterProxyModel(m_patch);
+    sorted->setSourceModel(&m_session.patch());
+    m_patch->setModel(sorted);
+    m_patch->setSortingEnabled(true);
+    m_patch->sortByColumn(PatchModel::Identifier, Qt::AscendingOrder);
+    m_patch->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 8);
+    m_patch->setColumnWidth(PatchModel::Make, 160);
+    for (const int column : {PatchModel::Identifier, PatchModel::Universe, PatchModel::Channel, PatchModel::Channels})
+        m_patch->setColumnWidth(column, widthOf(this, tr("Universe")) + 16);
+    m_patch->horizontalHeader()->setStretchLastSection(true);
+    addPane(QStringLiteral("patch"), tr("Fixture patch"), m_patch, Qt::BottomDockWidgetArea);
+}
+
+void MainWindow::makeLog()
+{
+    m_log = new LogPane(m_session.log());
+    addPane(QStringLiteral("log"), tr("Log"), m_log, Qt::BottomDockWidgetArea);
+}
+
+// Beside the tabs, which bear the same names, title bars would take a line of every list.
+void MainWindow::makeFrame()
+{
+    setCorner(Qt::BottomLeftCorner, Qt::LeftDockWidgetArea);
+    setCorner(Qt::BottomRightCorner, Qt::BottomDockWidgetArea);
+    setTabPosition(Qt::BottomDockWidgetArea, QTabWidget::North);
+    for (const char* const name : {"layersPane", "patchPane", "logPane"})
+        findChild<QDockWidget*>(QLatin1String(name))->setTitleBarWidget(new QWidget(this));
+    const QScreen* const screen = QGuiApplication::primaryScreen();
+    const QSize room = screen ? screen->availableSize() : QSize(1280, 720);
+    resize(qMin(room.width(), qMax(1180, room.width() * 4 / 5)), qMin(room.height(), qMax(680, room.height() * 4 / 5)));
+    setTabOrder(m_servers, m_search);
+    setTabOrder(m_search, m_libraries);
+    setTabOrder(m_libraries, m_elements);
+    setTabOrder(m_elements, m_cancel);
+    m_servers->setFocus();
+}
+
+void MainWindow::makeMenus()
+{
+    QMenu* const file = menuBar()->addMenu(tr("&File"));
+    QAction* const quit = file->addAction(tr("&Quit"), this, &QWidget::close);
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+
+    QMenu* const server = menuBar()->addMenu(tr("&Server"));
+    QAction* const reload = server->addAction(tr("&Reload"), this, [this] { m_session.reload(); });
+    reload->setShortcut(QKeySequence(Qt::Key_F5));
+    QAction* const cancel =
+        server->addAction(tr("&Cancel loading pictures"), this, [this] { m_session.pictures().cancel(); });
+    cancel->setShortcut(QKeySequence(Qt::Key_Escape));
+    server->addSeparator();
+    m_adapterMenu = server->addMenu(tr("Network &adapter"));
+    connect(m_adapterMenu, &QMenu::aboutToShow, this, &MainWindow::fillAdapterMenu);
+
+    QMenu* const view = menuBar()->addMenu(tr("&View"));
+    for (QDockWidget* const pane : m_panes)
+        view->addAction(pane->toggleViewAction());
+
+    QMenu* const go = menuBar()->addMenu(tr("&Go"));
+    const auto addPlace = [&](const QString& text, int key, QWidget* widget) {
+        QAction* const action = go->addAction(text, this, [widget] {
+            for (QWidget* above = widget->parentWidget(); above; above = above->parentWidget()) {
+                if (auto* const pane = qobject_cast<QDockWidget*>(above)) {
+                    pane->show();
+                    pane->raise();
+                }
+            }
+            widget->setFocus(Qt::ShortcutFocusReason);
+        });
+        action->setShortcut(QKeySequence(key));
+    };
+    addPlace(tr("&Servers"), int(Qt::CTRL) | Qt::Key_1, m_servers);
+    addPlace(tr("&Libraries"), int(Qt::CTRL) | Qt::Key_2, m_libraries);
+    addPlace(tr("&Elements"), int(Qt::CTRL) | Qt::Key_3, m_elements);
+    addPlace(tr("La&yers"), int(Qt::CTRL) | Qt::Key_4, m_layers);
+    addPlace(tr("Fixture &patch"), int(Qt::CTRL) | Qt::Key_5, m_patch);
+    addPlace(tr("L&og"), int(Qt::CTRL) | Qt::Key_6, m_log->findChild<QTableView*>(QStringLiteral("log")));
+    view->addSeparator();
+    view->addAction(tr("&Arrange as at first"), this, &MainWindow::arrange)->setObjectName(QStringLiteral("arrange"));
+    addPlace(tr("&Filter the libraries"), int(Qt::CTRL) | Qt::Key_F, m_search);
+}
+
+void MainWindow::makeStatus()
+{
+    m_counts = new QLabel(this);
+    m_counts->setObjectName(QStringLiteral("counts"));
+    m_adapter = new QPushButton(this);
+    m_adapter->setObjectName(QStringLiteral("adapter"));
+    m_adapter->setMenu(m_adapterMenu);
+    m_adapter->setFlat(true);
+    statusBar()->addWidget(m_counts);
+    statusBar()->addPermanentWidget(m_adapter);
+}
+
+void MainWindow::showEvent(QShowEvent* event)
+{
+    QMainWindow::showEvent(event);
+    // Panes can be given sizes once the window has its own.
+    if (!m_isArranged)
+        QMetaObject::invokeMethod(this, &MainWindow::arrange, Qt::QueuedConnection);
+    m_isArranged = true;
+}
+
+void MainWindow::arrange()
+{
+    const auto pane = [this](const char* name) { return findChild<QDockWidget*>(QLatin1String(name)); };
+    for (QDockWidget* const each : m_panes) {
+        each->setFloating(false);
+        each->show();
+    }
+    for (const char* const name : {"serversPane", "librariesPane"})
+        addDockWidget(Qt::LeftDockWidgetArea, pane(name));
+    addDockWidget(Qt::RightDockWidgetArea, pane("previewPane"));
+    for (const char* const name : {"layersPane", "patchPane", "logPane"})
+        addDockWidget(Qt::BottomDockWidgetArea, pane(name));
+    splitDockWidget(pane("serversPane"), pane("librariesPane"), Qt::Horizontal);
+    tabifyDockWidget(pane("layersPane"), pane("patchPane"));
+    tabifyDockWidget(pane("layersPane"), pane("logPane"));
+    pane("layersPane")->raise();
+    resizeDocks({pane("serversPane"), pane("librariesPane"), pane("previewPane")},
+                {qMin(width() * 15 / 100, 260), qMin(width() * 16 / 100, 320), qMin(width() * 22 / 100, 600)},
+                Qt::Horizontal);
+    resizeDocks({pane("layersPane")}, {height() * 28 / 100}, Qt::Vertical);
+}
+} // namespace Browser

@@ -1,0 +1,107 @@
+// The light, which differs in shape as well as in colour, and the lines.
+// SPDX-License-Identifier: Apache-2.0
+#include "server_delegate.h"
+
+#include <QPainter>
+
+#include "models/server_model.h"
+#include "painting.h"
+
+namespace Browser {
+namespace {
+constexpr int Inside = 6;
+constexpr int Light = 12;
+
+// The colours of signals, which mean the same on a light and on a dark ground.
+const QColor Green(46, 160, 67);
+const QColor Amber(219, 142, 0);
+
+void paintLight(QPainter* painter, const QRectF& place, ServerModel::State state, const QColor& plain)
+{
+    painter->setRenderHint(QPainter::Antialiasing);
+    painter->setBrush(Qt::NoBrush);
+    switch (state) {
+        case ServerModel::State::Seen:
+            painter->setPen(QPen(Amber, 2));
+            painter->drawEllipse(place);
+            break;
+        case ServerModel::State::Connecting:
+            painter->setPen(QPen(Amber, 2));
+            painter->drawEllipse(place);
+            painter->setBrush(Amber);
+            painter->drawPie(place, 90 * 16, 180 * 16);
+            break;
+        case ServerModel::State::Up:
+            painter->setPen(QPen(Green, 2));
+            painter->setBrush(Green);
+            painter->drawEllipse(place);
+            break;
+        case ServerModel::State::Lost:
+            painter->setPen(QPen(plain, 2));
+            painter->drawEllipse(place);
+            painter->drawLine(place.topLeft() + QPointF(2, 2), place.bottomRight() - QPointF(2, 2));
+            break;
+    }
+}
+} // namespace
+
+QSize ServerDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& /*index*/) const
+{
+    return {100, 3 * option.fontMetrics.height() + 2 * Inside};
+}
+
+void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
+{
+    const auto state = static_cast<ServerModel::State>(index.data(ServerModel::StateRole).toInt());
+    const bool isSelected = option.state.testFlag(QStyle::State_Selected);
+    const bool isLost = state == ServerModel::State::Lost;
+    const QPalette& palette = option.palette;
+    // Grey, but still to be read.
+    const QColor grey = faint(palette, 0.5);
+    const QColor ink = isSelected ? palette.color(QPalette::HighlightedText)
+                       : isLost   ? grey
+                                  : palette.color(QPalette::Text);
+    const QColor less = isSelected || isLost ? ink : faint(palette);
+
+    painter->save();
+    if (isSelected)
+        painter->fillRect(option.rect, palette.highlight());
+    const QRect inner = option.rect.adjusted(Inside, Inside, -Inside, -Inside);
+    const int line = option.fontMetrics.height();
+    if (isSelected) {
+        // The light keeps its own colours on the selection's.
+        painter->setRenderHint(QPainter::Antialiasing);
+        painter->setPen(Qt::NoPen);
+        painter->setBrush(palette.base());
+        painter->drawEllipse(QRectF(inner.left() - 1, inner.top() + (line - Light) / 2.0 - 3, Light + 6, Light + 6));
+    }
+    paintLight(painter, QRectF(inner.left() + 2, inner.top() + (line - Light) / 2.0, Light, Light), state, grey);
+
+    QRect text = inner.adjusted(Light + 3 * Inside, 0, 0, 0);
+    text.setHeight(line);
+    QFont bold = option.font;
+    bold.setBold(true);
+    const QString product = index.data(ServerModel::ProductRole).toString();
+    const QString stateText = ServerModel::textFor(state);
+    const bool saysState = state != ServerModel::State::Up;
+    painter->setPen(ink);
+    painter->setFont(bold);
+    painter->drawText(
+        text, Qt::AlignLeft | Qt::AlignVCenter,
+        QFontMetrics(bold).elidedText(index.data(ServerModel::NameRole).toString(), Qt::ElideRight, text.width()));
+    painter->setFont(option.font);
+    painter->setPen(less);
+    text.translate(0, line);
+    const QString second = !saysState ? product
+                           : product.isEmpty()
+                               ? stateText
+                               : tr("%1 · %2", "state of a server, and its product").arg(stateText, product);
+    painter->drawText(text, Qt::AlignLeft | Qt::AlignVCenter,
+                      option.fontMetrics.elidedText(second, Qt::ElideRight, text.width()));
+    text.translate(0, line);
+    painter->drawText(
+        text, Qt::AlignLeft | Qt::AlignVCenter,
+        option.fontMetrics.elidedText(index.data(ServerModel::AddressRole).toString(), Qt::ElideRight, text.width()));
+    painter->restore();
+}
+} // namespace Browser
