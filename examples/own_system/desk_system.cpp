@@ -27,7 +27,6 @@
 #include <cstring>
 
 // ---- The logger: one line on standard error, as this desk's log collector reads it
-// ------------------------------------
 
 namespace Os {
 namespace Log {
@@ -59,7 +58,6 @@ CallStack Thread::GetCallStack() noexcept
 }
 
 // ---- The adapters
-// -----------------------------------------------------------------------------------------------------
 
 NetworkAdapterMonitor::Callback::~Callback() = default;
 
@@ -108,7 +106,6 @@ Adapter Adapter::Get()
 } // namespace ArtNet
 
 // ---- Sockets
-// ----------------------------------------------------------------------------------------------------------
 
 namespace Net {
 Address::Address(std::uint32_t hostIp, std::uint16_t port) noexcept : m_hostIp(hostIp), m_port(port) {}
@@ -218,7 +215,6 @@ void Socket::Close()
 } // namespace Net
 
 // ---- Text and the end
-// -------------------------------------------------------------------------------------------------
 
 text_base::text_base() noexcept : m_length(0)
 {
