@@ -35,11 +35,15 @@ QString codeText(const char* bytes);
 inline const char* findZeroUnit(const char* from, const char* end)
 {
 #ifdef __SSE2__
-    for (; end - from >= 16; from += 16) {
-        const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-        const int zeros = _mm_movemask_epi8(_mm_cmpeq_epi16(units, _mm_setzero_si128()));
-        if (zeros != 0)
-            return from + qCountTrailingZeroBits(static_cast<quint32>(zeros));
+    if (end - from >= 16) {
+        const char* const last = end - 16;
+        do {
+            const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+            const int zeros = _mm_movemask_epi8(_mm_cmpeq_epi16(units, _mm_setzero_si128()));
+            if (zeros != 0)
+                return from + qCountTrailingZeroBits(static_cast<quint32>(zeros));
+            from += 16;
+        } while (from <= last);
     }
 #endif
     while (end - from >= 2 && (from[0] != 0 || from[1] != 0))
