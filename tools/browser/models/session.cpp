@@ -125,6 +125,7 @@ void Session::setDown(const QString& key)
     m_layers.clear();
     // Asked for or still to be asked for: no tile goes on waiting.
     m_requests.close(tr("server lost"));
+    m_pictures.failAll(tr("server lost"));
     Q_EMIT chosenChanged();
 }
 } // namespace Browser
