@@ -1,0 +1,154 @@
+// The stack on the loopback, clocks, and messages.
+// SPDX-License-Identifier: Apache-2.0
+#include "seat.h"
+
+#include "wire.h"
+
+#include <citp_system/artnet_adapter.h>
+#include <citp_system/os_log.h>
+
+#include <QCoreApplication>
+#include <QObject>
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+
+ThreadClock ThreadClock::ofThisThread()
+{
+    ThreadClock clock;
+    pthread_getcpuclockid(pthread_self(), &clock.m_clock);
+    return clock;
+}
+
+double ThreadClock::seconds() const
+{
+    timespec time = {};
+    clock_gettime(m_clock, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+double now()
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+void runOn(QObject* object, const std::function<void()>& work)
+{
+    QMetaObject::invokeMethod(
+        object, [&work] { work(); }, Qt::BlockingQueuedConnection);
+}
+
+LoopThread::LoopThread() : m_place(new QObject)
+{
+    m_place->moveToThread(&m_thread);
+    m_thread.start();
+    runOn(m_place, [this] { m_clock = ThreadClock::ofThisThread(); });
+}
+
+LoopThread::~LoopThread()
+{
+    m_place->deleteLater();
+    m_thread.quit();
+    m_thread.wait();
+}
+
+Seat& Seat::get()
+{
+    static Seat seat;
+    return seat;
+}
+
+Seat::Seat()
+{
+    ArtNet::Adapter::Choose("lo");
+    Os::Log::SetMask("CITP.*", Os::Log::Failure | Os::Log::Critical);
+    m_stack = CITP::citp_stack::Get();
+    runOn(m_stack, [this] { m_workerClock = ThreadClock::ofThisThread(); });
+    clear();
+}
+
+void Seat::tick()
+{
+    QMetaObject::invokeMethod(m_stack, "timepop", Qt::BlockingQueuedConnection);
+}
+
+void Seat::clear()
+{
+    m_stack->setEnabled(false);
+    m_stack->setEnabled(true);
+    tick();
+    closeLeftovers();
+}
+
+Connection Seat::admit(FakeServer& server, const char* product)
+{
+    server.announce();
+    Connection connection = server.accept();
+    for (int part = 0; part < 3; ++part) {
+        connection.receive();
+    }
+    connection.send(Wire::sinf(product));
+    for (int waited = 0; !m_stack->getServerInfo(server.key(), nullptr, nullptr); ++waited) {
+        if (waited == Patience) {
+            throw std::runtime_error("the stack does not announce the server");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return connection;
+}
+
+EndOfFlood::EndOfFlood(QObject* receiver)
+    : m_connection(QObject::connect(Seat::get().stack(), &CITP::citp_stack::libraryUpdated, receiver,
+                                    [this] { m_seen.release(); }))
+{
+}
+
+EndOfFlood::~EndOfFlood()
+{
+    QObject::disconnect(m_connection);
+}
+
+namespace Messages {
+QByteArray lsta()
+{
+    QByteArray layers;
+    for (unsigned layer = 0; layer < 7; ++layer) {
+        layers += Wire::u8(layer) + Wire::u8(0) + Wire::u8(1) + Wire::u32(layer) + Wire::u8(9) +
+                  Wire::ucs2("Moving clouds over sea") + Wire::u32(1234) + Wire::u32(5678) + Wire::u8(25) +
+                  Wire::u32(1);
+    }
+    return Wire::msex(2, "LSta", Wire::u8(7) + layers);
+}
+
+QByteArray ethn()
+{
+    constexpr unsigned size = 30 * 1024;
+    return Wire::msex(0, "EThn",
+                      Wire::u8(1) + Wire::u8(2) + Wire::u8(6) + QByteArray("JPEG") + Wire::u16(320) + Wire::u16(240) +
+                          Wire::u16(size) + QByteArray(static_cast<int>(size), 'p'));
+}
+
+QByteArray pnam()
+{
+    return Wire::pinf("PNam", QByteArray(lsta().size() - 24, 'n'));
+}
+
+QByteArray elin()
+{
+    return Wire::elin(1);
+}
+
+QByteArray sinf()
+{
+    return Wire::sinf("Product");
+}
+
+QByteArray end()
+{
+    return Wire::elup(1);
+}
+} // namespace Messages
