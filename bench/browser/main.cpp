@@ -1,0 +1,241 @@
+// Scrolls a library of 65535 elements while their pictures come from a simulated server, and prints how long each event
+// held up the window's thread: the distribution for each way of scrolling, and how many took longer than a frame.
+// SPDX-License-Identifier: Apache-2.0
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QKeyEvent>
+#include <QPainter>
+#include <QProcess>
+#include <QScrollBar>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QTimer>
+#include <QWheelEvent>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <functional>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "models/session.h"
+#include "window/main_window.h"
+
+namespace {
+constexpr int Elements = 65535;
+constexpr int FrameNs = 1000000000 / 60;
+constexpr int PhaseMs = 8000;
+constexpr int PatienceMs = 30000;
+// About half of the pictures, so that they keep coming and going.
+constexpr int PicturesKiB = 24 * 1024;
+
+// How long events took, in nanoseconds: by the clock, and on the processor, which other programs do not lengthen.
+struct Times
+{
+    std::vector<qint64> clock;
+    std::vector<qint64> processor;
+};
+
+qint64 processorNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return qint64(now.tv_sec) * 1000000000 + now.tv_nsec;
+}
+
+// Notes how long every event takes from its arrival to its end.
+class Watched : public QApplication
+{
+public:
+    using QApplication::QApplication;
+
+    bool notify(QObject* receiver, QEvent* event) override
+    {
+        // Asked in every thread.
+        if (QThread::currentThread() != thread() || m_depth > 0)
+            return QApplication::notify(receiver, event);
+        ++m_depth;
+        QElapsedTimer timer;
+        timer.start();
+        const qint64 before = processorNs();
+        const bool result = QApplication::notify(receiver, event);
+        m_times.processor.push_back(processorNs() - before);
+        m_times.clock.push_back(timer.nsecsElapsed());
+        --m_depth;
+        return result;
+    }
+    Times take() { return std::exchange(m_times, {}); }
+
+private:
+    int m_depth = 0;
+    Times m_times;
+};
+
+void expect(const char* what, const std::function<bool()>& isDone)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!isDone()) {
+        if (timer.elapsed() > PatienceMs)
+            throw std::runtime_error(what);
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+}
+
+void printHeads()
+{
+    std::printf("%-22s %-10s %7s %9s %8s %8s %8s %8s %8s\n", "milliseconds", "", "events", "median", "90 %", "99 %",
+                "99.9 %", "longest", "> 16.7");
+}
+
+void print(const char* name, const char* by, std::vector<qint64> times)
+{
+    if (times.empty())
+        throw std::runtime_error("an event");
+    std::sort(times.begin(), times.end());
+    const auto at = [&](double share) {
+        return double(times[static_cast<std::size_t>(share * double(times.size() - 1))]) / 1e6;
+    };
+    const auto longer = times.end() - std::upper_bound(times.begin(), times.end(), qint64(FrameNs));
+    std::printf("%-22s %-10s %7zu %9.3f %8.3f %8.3f %8.3f %8.3f %8td\n", name, by, times.size(), at(0.5), at(0.9),
+                at(0.99), at(0.999), at(1), longer);
+}
+
+void print(const char* name, const Times& times)
+{
+    print(name, "clock", times.clock);
+    print("", "processor", times.processor);
+}
+
+// Has @p step called 60 times a second for the time of a phase.
+void run(Watched& application, const char* name, const std::function<void(int)>& step)
+{
+    application.take();
+    QEventLoop loop;
+    QTimer ticks;
+    ticks.setTimerType(Qt::PreciseTimer);
+    int tick = 0;
+    QObject::connect(&ticks, &QTimer::timeout, &loop, [&] { step(tick++); });
+    ticks.start(1000 / 60);
+    QTimer::singleShot(PhaseMs, &loop, &QEventLoop::quit);
+    loop.exec();
+    print(name, application.take());
+}
+
+void writePictures(const QString& folder)
+{
+    QDir().mkpath(folder);
+    for (int i = 0; i < 256; ++i) {
+        QImage image(640, 360, QImage::Format_RGB32);
+        QPainter painter(&image);
+        QLinearGradient ground(0, 0, image.width(), image.height());
+        ground.setColorAt(0, QColor::fromHsv(i * 37 % 360, 180, 220));
+        ground.setColorAt(1, QColor::fromHsv((i * 37 + 90) % 360, 160, 60));
+        painter.fillRect(image.rect(), ground);
+        painter.end();
+        if (!image.save(QDir(folder).filePath(QString("Picture %1.jpg").arg(i))))
+            throw std::runtime_error("a picture written");
+    }
+}
+
+std::shared_ptr<const Browser::ElementList> longList(const QString& server, const QString& library)
+{
+    const auto list = std::make_shared<Browser::ElementList>();
+    list->server = server;
+    list->library = library;
+    for (int i = 0; i < Elements; ++i) {
+        Browser::Element element;
+        element.number = static_cast<quint8>(i);
+        element.name = QString("Element %1").arg(i);
+        element.width = 640;
+        element.height = 360;
+        element.length = 250;
+        element.frameRate = 25;
+        list->elements.push_back(element);
+    }
+    return list;
+}
+
+void post(QWidget* widget, int key)
+{
+    for (const QEvent::Type type : {QEvent::KeyPress, QEvent::KeyRelease})
+        QCoreApplication::postEvent(widget, new QKeyEvent(type, key, Qt::NoModifier));
+}
+
+void scroll(Watched& application, Browser::Session& session, Browser::MainWindow& window)
+{
+    auto* const grid = window.findChild<Browser::ElementGrid*>("elements");
+    QScrollBar* const bar = grid->verticalScrollBar();
+    grid->setFocus();
+    printHeads();
+    // The list comes as any other, in place of the answer to this question.
+    session.elements().reload();
+    const auto list = longList(session.chosenServer(), session.elements().library());
+    application.take();
+    QMetaObject::invokeMethod(
+        &session, [&] { session.requests().takeElements(list); }, Qt::QueuedConnection);
+    expect("65535 elements", [&] { return session.elements().rowCount() == Elements; });
+    QCoreApplication::processEvents();
+    print("taking the list", application.take());
+    run(application, "wheel", [&](int) {
+        const QPointF place(grid->viewport()->rect().center());
+        QCoreApplication::postEvent(
+            grid->viewport(), new QWheelEvent(place, grid->viewport()->mapToGlobal(place.toPoint()), {}, {0, -120},
+                                              Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false));
+    });
+    run(application, "bar dragged", [&](int tick) {
+        const int there = tick % 480 < 240 ? tick % 240 : 240 - tick % 240;
+        bar->setSliderPosition(static_cast<int>(qint64(bar->maximum()) * there / 240));
+    });
+    run(application, "page down", [&](int tick) {
+        if (tick % 6 == 0)
+            post(grid, Qt::Key_PageDown);
+    });
+    run(application, "next element chosen", [&](int tick) {
+        if (tick % 2 == 0)
+            post(grid, Qt::Key_Right);
+    });
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QStandardPaths::setTestModeEnabled(true);
+    Watched application(argc, argv);
+    QCoreApplication::setOrganizationName("citp");
+    QCoreApplication::setApplicationName("citp-bench-browser");
+    QSettings().clear();
+    const QTemporaryDir folder;
+    writePictures(folder.filePath("1 Long"));
+    QProcess server;
+    server.setStandardOutputFile(QProcess::nullDevice());
+    server.setStandardErrorFile(QProcess::nullDevice());
+    server.start(SERVER_PROGRAM, {"--adapter", "lo", "--media", folder.path(), "--layer-rate", "25"});
+    int status = 0;
+    try {
+        Browser::Session session;
+        session.pictures().setLimit(PicturesKiB);
+        Browser::MainWindow window(session);
+        window.resize(1920, 1080);
+        window.show();
+        session.start();
+        expect("a server", [&] { return session.isChosenUp(); });
+        session.chooseLibrary(1, "1,1,0,0");
+        expect("a library", [&] { return session.elements().rowCount() > 0; });
+        scroll(application, session, window);
+    } catch (const std::runtime_error& error) {
+        std::fprintf(stderr, "citp_bench_browser: this did not happen: %s\n", error.what());
+        status = 1;
+    }
+    server.kill();
+    server.waitForFinished();
+    return status;
+}
