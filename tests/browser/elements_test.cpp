@@ -53,6 +53,23 @@ TEST_F(BrowserModels, WhatCanBeSeenIsAskedForFirst)
     EXPECT_GE(qMin(order.at(0), order.at(1)), 8);
 }
 
+TEST_F(BrowserModels, WhatComesIntoSightOvertakesTheRest)
+{
+    const MediaServer server({"--fault", "delay", "--fault-delay", "200"});
+    openServer();
+    QList<int> order;
+    QObject::connect(&session.pictures(), &PictureStore::changed, &session, [&](const PictureId& id) {
+        if (session.pictures().state(id) == State::Ready)
+            order << id.number;
+    });
+    openLibrary("1,3,0,0");
+    session.elements().setVisibleRows(8, 9);
+    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_EQ(order.size(), 10);
+    // The first four were under way by then.
+    EXPECT_LT(qMax(order.indexOf(8), order.indexOf(9)), qMin(order.indexOf(6), order.indexOf(7)));
+}
+
 TEST_F(BrowserModels, CancellingLeavesNoTileWaiting)
 {
     MediaServer server({"--fault", "delay", "--fault-delay", "600"});
