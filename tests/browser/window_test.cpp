@@ -159,7 +159,8 @@ TEST_F(BrowserWindow, TheTileOfEveryPointIsTheOneThatIsDrawnThere)
             const QModelIndex index = session.elements().index(row);
             grid->scrollTo(index);
             const QRect rect = grid->visualRect(index);
-            EXPECT_EQ(grid->indexAt(rect.center()).row(), row) << width;
+            for (const QPoint& point : {rect.topLeft(), rect.center(), rect.bottomRight()})
+                EXPECT_EQ(grid->indexAt(point).row(), row) << width;
             EXPECT_TRUE(grid->viewport()->rect().contains(rect)) << width << " " << row;
         }
     }
