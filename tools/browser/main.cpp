@@ -21,6 +21,11 @@ Browser::Options optionsOf(int argc, char** argv)
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments << QString::fromLocal8Bit(argv[i]);
+    // For its name in the help, which Qt 5 takes from an application without asking whether there is one.
+    int count = 1;
+    char name[] = "citp-browser";
+    char* names[] = {name, nullptr};
+    const QCoreApplication application(count, names);
     return Browser::readOptions(arguments);
 }
 } // namespace

@@ -39,9 +39,8 @@ Options readOptions(const QStringList& arguments)
     if (parser.isSet("help") || parser.isSet("version")) {
         options.action = Options::Action::Print;
         options.text = QStringLiteral("citp-browser " CITP_VERSION "\n");
-        // There is no application yet that would know its name.
         if (parser.isSet("help"))
-            options.text = parser.helpText().replace(QLatin1String("<executable_name>"), QLatin1String("citp-browser"));
+            options.text = parser.helpText();
         return options;
     }
     if (!parser.positionalArguments().isEmpty())
