@@ -135,6 +135,15 @@ TEST_F(TcpStreamTest, SaysWhatIsMissingOnceTheReceiverHasIt)
     EXPECT_EQ(text(), "abc<7>klm");
 }
 
+TEST_F(TcpStreamTest, TellsWhenAStreamOfWhichNothingWasCapturedWasAcknowledged)
+{
+    m_stream.start(100);
+    m_stream.acknowledge(200, 20);
+    m_stream.finish();
+    EXPECT_EQ(text(), "<100>");
+    EXPECT_EQ(m_collected.lastUs, 20);
+}
+
 TEST_F(TcpStreamTest, WaitsLongerForWhatNobodyHasAcknowledged)
 {
     add(100, "abc", 0);

@@ -56,6 +56,7 @@ void TcpStream::acknowledge(quint32 sequence, qint64 timeUs)
     if (!m_isStarted || ahead <= 0 || ahead > LongestJump)
         return;
     m_acknowledged = qMax(m_acknowledged, m_position + ahead);
+    m_acknowledgedUs = qMax(m_acknowledgedUs, timeUs);
     skipOldGaps(timeUs);
 }
 
@@ -66,6 +67,8 @@ void TcpStream::finish()
     // The end of a stream has a number of its own, which is no byte.
     const qint64 missing = m_acknowledged - m_position;
     if (missing > 1) {
+        // Perhaps of a stream of which no byte was captured.
+        m_timeUs = qMax(m_timeUs, m_acknowledgedUs);
         m_sink.gap(missing, m_timeUs);
         m_position += missing;
         m_next += static_cast<quint32>(missing);

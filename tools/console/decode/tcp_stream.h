@@ -89,11 +89,12 @@ private:
     StreamSink& m_sink;
     Budget& m_budget;
     bool m_isStarted = false;
-    quint32 m_next = 0;            ///< number of the next byte
-    qint64 m_position = 0;         ///< the same, counted from the start and never wrapping
-    qint64 m_acknowledged = 0;     ///< like #m_position: the receiver has all before it
-    qint64 m_timeUs = INT64_MIN;   ///< of the latest segment handed on
-    std::map<qint64, Held> m_held; ///< by position; all beyond #m_position
+    quint32 m_next = 0;                  ///< number of the next byte
+    qint64 m_position = 0;               ///< the same, counted from the start and never wrapping
+    qint64 m_acknowledged = 0;           ///< like #m_position: the receiver has all before it
+    qint64 m_acknowledgedUs = INT64_MIN; ///< when the receiver last said that it has more
+    qint64 m_timeUs = INT64_MIN;         ///< of the latest segment handed on
+    std::map<qint64, Held> m_held;       ///< by position; all beyond #m_position
     qint64 m_heldBytes = 0;
     qint64 m_waitsSinceUs = 0; ///< while something is held back: since when for the same byte
 };
