@@ -84,6 +84,9 @@ public:
     void end();
 
 private:
+    // It has neither the monitor's thread nor anybody who would give back what that thread held at the fork.
+    bool isInForkedChild() const { return getpid() != m_process; }
+
     struct Registration
     {
         std::string name;
@@ -124,7 +127,7 @@ private:
     std::atomic<bool> m_ending{false};
 
     std::thread m_thread;
-    const pid_t m_process = getpid(); // which has the thread
+    const pid_t m_process = getpid();
 };
 
 NetworkAdapterMonitor::Private::Private()
@@ -165,8 +168,8 @@ NetworkAdapterMonitor::Private::~Private()
 
 void NetworkAdapterMonitor::Private::end()
 {
-    // A forked child has no such thread, and the event that ends it is its parent's.
-    if (!m_thread.joinable() || getpid() != m_process)
+    // The event that ends the thread is shared with the parent.
+    if (!m_thread.joinable() || isInForkedChild())
         return;
     m_ending = true;
     eventfd_write(m_endEvent, 1);
@@ -179,6 +182,8 @@ void NetworkAdapterMonitor::Private::end()
 
 void NetworkAdapterMonitor::Private::registerCallback(const std::string& name, int events, Callback* callback)
 {
+    if (isInForkedChild())
+        return;
     const std::lock_guard lock(m_mutex);
     const auto same =
         std::find_if(m_registrations.begin(), m_registrations.end(), [&](const Registration& registration) {
@@ -193,6 +198,8 @@ void NetworkAdapterMonitor::Private::registerCallback(const std::string& name, i
 template <typename Predicate>
 void NetworkAdapterMonitor::Private::unregisterCallback(Callback* callback, int events, Predicate concerned)
 {
+    if (isInForkedChild())
+        return;
     std::unique_lock lock(m_mutex);
     const auto remove = [&] {
         for (Registration& registration : m_registrations)

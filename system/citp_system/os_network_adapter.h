@@ -73,7 +73,8 @@ public:
         virtual void Changed(const NetworkAdapter& adapter, const NetworkAdapter::State& state, int reason) = 0;
     };
 
-    /// The process's monitor; made, with its thread, at the first call and ended at process exit.
+    /// The process's monitor; made, with its thread, at the first call and ended at process exit. In a forked child it
+    /// is silent: registering and unregistering do nothing there and wait for nothing.
     static NetworkAdapterMonitor* Get();
 
     /// Asks for notices of the adapter called @p name. A registration whose name does not exist (yet), the empty name
