@@ -52,7 +52,8 @@ constexpr std::array<LevelText, 256> levelTexts = [] {
 /// keeps the low bits right however many digits there are.
 unsigned int levelFromField(const QChar* digit, const QChar* end)
 {
-    while (digit != end && digit->isSpace())
+    // The blanks of ASCII alone.
+    while (digit != end && (*digit == QLatin1Char(' ') || (*digit >= QLatin1Char('\t') && *digit <= QLatin1Char('\r'))))
         ++digit;
     const bool negative = digit != end && *digit == QLatin1Char('-');
     if (digit != end && (negative || *digit == QLatin1Char('+')))

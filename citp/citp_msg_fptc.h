@@ -38,7 +38,8 @@ class CITP_EXPORT Msg_FPTC_PTCH : public Msg_FPTC
 {
 public:
     Msg_FPTC_PTCH() = default;
-    /// Reads @p msg, a whole message. Fields that are cut off are 0 or empty.
+    /// Reads @p msg, a whole message. What is missing reads as 0 or empty; a text that is cut off ends with
+    /// the message.
     explicit Msg_FPTC_PTCH(const QByteArray& msg);
     /// Copies every member.
     Msg_FPTC_PTCH(const Msg_FPTC_PTCH& other) = default;

@@ -48,7 +48,7 @@ public:
     /// The four characters that tell the layer, e.g. "MSEX" (offset 16).
     QString contentType() const { return m_contentType; }
 
-    bool valid = true;        ///< false once parsing has found the message unusable; never true again
+    bool valid = true;        ///< false once the message was found unusable, or impossible to write; never true again
     quint32 size = 0;         ///< length of the whole message in bytes, as read (offset 8); 0 when built for sending
     quint8 citpMajor = 0;     ///< CITP version, as read (offset 4)
     quint8 citpMinor = 0;     ///< CITP version, as read (offset 5)

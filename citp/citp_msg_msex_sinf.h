@@ -13,7 +13,8 @@ class CITP_EXPORT Msg_MSEX_SINF : public Msg_MSEX
 public:
     Msg_MSEX_SINF() = default;
     /// Reads @p msg, a whole message. An MSEX version other than 1.0, 1.1 and 1.2 clears #valid and leaves the body
-    /// unread. Fields that are cut off are 0 or empty.
+    /// unread. What is missing reads as 0 or empty; a text that is cut off ends with the message, a #UUID that is cut
+    /// off is filled up with U+0000.
     explicit Msg_MSEX_SINF(const QByteArray& msg);
     /// Copies every member.
     Msg_MSEX_SINF(const Msg_MSEX_SINF& other) = default;
@@ -21,7 +22,8 @@ public:
     /// Copies everything but the CITP header, which the target keeps.
     Msg_MSEX_SINF& operator=(const Msg_MSEX_SINF& other) = default;
 
-    /// The MSEX minor version that the server is taken to speak: that of this message, 0 to 2.
+    /// The MSEX minor version that the server is taken to speak: that of this message, 0 to 2; 0 if
+    /// that is another.
     quint8 GetHighestMsexVersion() const { return HighestMsexVersion; }
 
     QString ProductName;            ///< name for people, UCS-2 on the wire (offset 62; 26 before MSEX 1.2)

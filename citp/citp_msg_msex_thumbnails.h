@@ -31,7 +31,7 @@ public:
     QString LibraryId;                  ///< the library: a number in MSEX 1.0 ("7"), else four levels; offset 27
     unsigned short ThumbnailHeight = 0; ///< pixels; behind the width on the wire
     unsigned short ThumbnailWidth = 0;  ///< pixels
-    QString ThumbnailFormat;            ///< the format's four characters: "RGB8", "JPEG" or "PNG "
+    QString ThumbnailFormat;            ///< the format's four characters, e.g. "RGB8", "JPEG" or "PNG "
     QByteArray ThumbnailBuffer;         ///< the picture in that format, at most 65535 bytes; empty if there is none
 };
 

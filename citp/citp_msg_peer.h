@@ -35,7 +35,8 @@ public:
     Msg_PEER_PLOC() = default;
     /// For sending.
     Msg_PEER_PLOC(const QString& peerType, const QString& peerName, const QString& peerState, unsigned short tcpPort);
-    /// Reads @p msg, a whole message. Fields that are cut off are empty or 0.
+    /// Reads @p msg, a whole message. What is missing reads as empty or 0; a text that is cut off ends with
+    /// the message.
     explicit Msg_PEER_PLOC(const QByteArray& msg);
     /// Copies every member.
     Msg_PEER_PLOC(const Msg_PEER_PLOC& other) = default;
@@ -56,7 +57,7 @@ public:
     Msg_PEER_PNAM() = default;
     /// For sending.
     explicit Msg_PEER_PNAM(const QString& peerName);
-    /// Reads @p msg, a whole message. A name that is cut off is empty.
+    /// Reads @p msg, a whole message. A name without its terminator ends with the message.
     explicit Msg_PEER_PNAM(const QByteArray& msg);
     /// Copies every member.
     Msg_PEER_PNAM(const Msg_PEER_PNAM& other) = default;
