@@ -81,6 +81,13 @@ TEST(GetUcs2, EndsAtTheLastWholeUnitWithoutATerminator)
     EXPECT_EQ(result.consumed, 2);
 }
 
+TEST(GetUcs2, KeepsTheLastUnitOfABufferWithoutATerminator)
+{
+    const Ucs2 result = ucs2(bytes("4100 4200"), 0);
+    EXPECT_EQ(result.text, QStringLiteral("AB"));
+    EXPECT_EQ(result.consumed, 4);
+}
+
 TEST(GetUcs2, IsEmptyAtTheLastByteAndBeyond)
 {
     const QByteArray data = bytes("4100 4200");
@@ -228,9 +235,28 @@ TEST(FromLibraryFormat, ReadsTheSignAndTheLeadingDigitsOfAField)
     EXPECT_EQ(fromLibraryFormat(QStringLiteral("-,1")), 0x00000100u);
 }
 
+TEST(FromLibraryFormat, PassesTheBlanksOfAsciiAndNoOthers)
+{
+    EXPECT_EQ(fromLibraryFormat(QStringLiteral(" \t\n\v\f\r5, 6,\r-1")), 0x00ff0605u);
+    EXPECT_EQ(fromLibraryFormat(units({0x2003, '5', ',', 0xa0, '6', ',', 0x85, '7', ',', '\b', '8'})), 0u);
+    EXPECT_EQ(fromLibraryFormat(units({0x0e, '5', ',', '1'})), 0x00000100u);
+}
+
 TEST(FromLibraryFormat, IgnoresFieldsBeyondTheFourth)
 {
     EXPECT_EQ(fromLibraryFormat(QStringLiteral("1,2,3,4,5,6")), 0x04030201u);
+}
+
+TEST(FromLibraryFormat, WritesEveryLevelAsPrintfDoes)
+{
+    for (unsigned level = 0; level < 256; ++level)
+        for (unsigned position = 0; position < 4; ++position) {
+            // The neighbours are of three digits, of two and of one.
+            const unsigned id = (0x07c80c07u & ~(0xffu << (8 * position))) | level << (8 * position);
+            QString text;
+            EXPECT_EQ(fromLibraryFormat(text, id),
+                      QString::asprintf("%u,%u,%u,%u", id & 0xff, id >> 8 & 0xff, id >> 16 & 0xff, id >> 24));
+        }
 }
 
 TEST(FromLibraryFormat, WritesFourNumbersTheLowestByteFirst)

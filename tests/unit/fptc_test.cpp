@@ -100,6 +100,23 @@ TEST(Fptc, WritesEveryFixtureThoughTheCountIsCutToSixteenBits)
     EXPECT_EQ(out.size(), 30 + 2 * 65537);
 }
 
+TEST(Fptc, ReadsAsZeroWhatLiesBeyondTheEnd)
+{
+    const QByteArray whole = ptchWith("01020304 0102 03 04 0506 0708 00 00");
+    for (int length = 28; length <= whole.size(); ++length) {
+        SCOPED_TRACE(length);
+        const Msg_FPTC_PTCH message(golden::withTrueSize(whole.left(length)));
+        EXPECT_TRUE(message.valid);
+        EXPECT_EQ(message.hint, 0x01020304u);
+        EXPECT_EQ(message.FixtureIdentifier, length < 30 ? 0 : 0x0201);
+        EXPECT_EQ(message.Universe, length < 31 ? 0 : 3);
+        EXPECT_EQ(message.Channel, length < 34 ? 0 : 0x0605);
+        EXPECT_EQ(message.ChannelCount, length < 36 ? 0 : 0x0807);
+        EXPECT_TRUE(message.FixtureMake.isEmpty());
+        EXPECT_TRUE(message.FixtureName.isEmpty());
+    }
+}
+
 TEST(Fptc, TakesTheNameBehindAnEmptyMake)
 {
     const Msg_FPTC_PTCH message(ptchWith("00000000 0000 00 00 0000 0000 00 4142 00"));

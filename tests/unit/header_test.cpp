@@ -123,6 +123,7 @@ TEST_F(Header, LogsAFaultAsAFailureWithItsSource)
 {
     const MessageLogCapture::Entry line = failureOf(QByteArray());
     EXPECT_EQ(line.context, "CITP.Message");
+    EXPECT_EQ(line.mask, 30u);
     EXPECT_EQ(line.level, 8u);
     EXPECT_EQ(line.text, "error reading CITP header: too short for a CITP message");
     EXPECT_EQ(line.function, "CITP::Msg_Header::Msg_Header(const QByteArray&)");

@@ -15,6 +15,7 @@ public:
     struct Entry
     {
         std::string context;
+        unsigned mask; // of the context
         unsigned level;
         std::string text;
         std::string function;
@@ -29,8 +30,8 @@ public:
     void Write(const Os::Log::Line& line) override
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_entries.push_back({line.context.GetName(), line.level, line.text.c_str(), line.function, line.file, line.line,
-                             line.callStack.GetDepth()});
+        m_entries.push_back({line.context.GetName(), line.context.GetMask(), line.level, line.text.c_str(),
+                             line.function, line.file, line.line, line.callStack.GetDepth()});
     }
 
     /// The lines so far, in the order in which they were written.

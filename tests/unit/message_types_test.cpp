@@ -25,12 +25,12 @@ class MessageType : public testing::Test
 {
 };
 
-using MessageTypes =
-    testing::Types<CITP::Msg_Header, CITP::Msg_PEER, CITP::Msg_PEER_PLOC, CITP::Msg_PEER_PNAM, CITP::Msg_FPTC,
-                   CITP::Msg_FPTC_PTCH, CITP::Msg_FPTC_SPTC, CITP::Msg_MSEX, CITP::Msg_MSEX_CInf, CITP::Msg_MSEX_SINF,
-                   CITP::Msg_MSEX_GELI, CITP::Msg_MSEX_GEIN, CITP::Msg_MSEX_GELT, CITP::Msg_MSEX_GETH,
-                   CITP::Msg_MSEX_ELIN, CITP::Msg_MSEX_ELUP, CITP::Msg_MSEX_MEIN, CITP::Msg_MSEX_EEIN,
-                   CITP::Msg_MSEX_GLEI, CITP::Msg_MSEX_LSTA, CITP::Msg_MSEX_ELTH, CITP::Msg_MSEX_ETHN>;
+using MessageTypes = testing::Types<CITP::Msg_Header, CITP::Msg_PEER, CITP::Msg_PEER_PLOC, CITP::Msg_PEER_PNAM,
+                                    CITP::Msg_FPTC, CITP::Msg_FPTC_PTCH, CITP::Msg_FPTC_SPTC, CITP::Msg_MSEX,
+                                    CITP::Msg_MSEX_CInf, CITP::Msg_MSEX_SINF, CITP::Msg_MSEX_GELI, CITP::Msg_MSEX_GEIN,
+                                    CITP::Msg_MSEX_GELT, CITP::Msg_MSEX_GETH, CITP::Msg_MSEX_ELIN, CITP::Msg_MSEX_ELUP,
+                                    CITP::Msg_MSEX_MEIN, CITP::Msg_MSEX_EEIN, CITP::Msg_MSEX_GLEI, CITP::Msg_MSEX_LSTA,
+                                    CITP::Msg_MSEX_Thumbnail_Response_Base, CITP::Msg_MSEX_ELTH, CITP::Msg_MSEX_ETHN>;
 TYPED_TEST_SUITE(MessageType, MessageTypes);
 
 TYPED_TEST(MessageType, IsAValueThatCanBeDeletedThroughTheRoot)

@@ -194,6 +194,12 @@ TEST(Peer, AssignsAllButWhatTheHeaderKeeps)
     EXPECT_EQ(plocFields(target), expected);
 }
 
+TEST(Peer, HasNoPortIfItsSecondByteIsMissing)
+{
+    EXPECT_EQ(Msg_PEER_PLOC(plocWith("cb")).port, 0);
+    EXPECT_EQ(Msg_PEER_PLOC(plocWith("cb12")).port, 4811);
+}
+
 TEST(Peer, IsEmptyAndValidByDefault)
 {
     const Msg_PEER_PLOC message;

@@ -37,14 +37,25 @@ public:
     QString ucs2()
     {
         QString text;
-        m_stream.skipRawData(CITP::getUCS2(text, m_data, static_cast<unsigned int>(position())));
+        for (bool first = true; m_data.size() - position() >= 2; first = false) {
+            const auto unit = integer<quint16>();
+            if (unit == 0)
+                break;
+            if (!first || unit != 0xfeff)
+                text += QChar(unit);
+        }
         return text;
     }
 
     QString text8()
     {
-        const QString text = CITP::get8bitunicode(m_data, static_cast<unsigned int>(position()));
-        m_stream.skipRawData(static_cast<int>(text.size()) + 1);
+        QString text;
+        while (position() < m_data.size()) {
+            const auto unit = integer<quint8>();
+            if (unit == 0)
+                break;
+            text += QChar(ushort(unit));
+        }
         return text;
     }
 
@@ -68,9 +79,11 @@ private:
 QByteArray randomBuffer(std::mt19937& random)
 {
     QByteArray data;
-    for (auto length = random() % 64; length > 0; --length) {
+    // In some, texts run on over several of the blocks in which their end is looked for.
+    const auto rarity = random() % 2 == 0 ? 6 : 60;
+    for (auto length = random() % 200; length > 0; --length) {
         // Zero bytes and byte-order marks often enough for texts to end and to begin with them.
-        const auto kind = random() % 6;
+        const auto kind = random() % rarity;
         data.append(static_cast<char>(kind == 0 ? 0 : kind == 1 ? 0xff : kind == 2 ? 0xfe : random() & 0xff));
     }
     return data;
