@@ -7,6 +7,8 @@
 #include <QMessageLogger>
 #include <QString>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <charconv>
@@ -67,7 +69,11 @@ public:
 
     void remove(Context* context)
     {
-        const std::lock_guard lock(m_mutex);
+        std::unique_lock lock(m_mutex, std::defer_lock);
+        if (!isInForkedChild())
+            lock.lock();
+        else if (!lock.try_lock())
+            return; // held at the fork, by a thread that the child does not have
         m_contexts.erase(std::remove(m_contexts.begin(), m_contexts.end(), context), m_contexts.end());
     }
 
@@ -138,6 +144,9 @@ public:
 
 private:
     Registry();
+    bool isInForkedChild() const { return getpid() != m_process; }
+
+    const pid_t m_process = getpid();
 
     // Guards everything up to the sink's locks. Nothing else is called or locked while it is held.
     std::mutex m_mutex;
@@ -212,8 +221,9 @@ Registry::Registry() : m_qtSink(new QtSink), m_stderrSink(new StderrSink), m_def
 
 void Registry::leaveQt()
 {
-    // The process may have been told to exit from inside a sink, which holds the lock already.
-    if (writing) {
+    // The process may have been told to exit from inside a sink, which holds the lock already. And a forked child has
+    // nobody who writes, but maybe the lock of one who did.
+    if (writing || isInForkedChild()) {
         m_defaultSink = m_stderrSink.get();
         return;
     }

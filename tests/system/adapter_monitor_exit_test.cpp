@@ -16,8 +16,8 @@ TEST_P(AdapterMonitorExitTest, TheProcessEndsCleanly)
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, AdapterMonitorExitTest,
-                         testing::Values("without-monitor", "idle", "in-callback", "during-callback", "in-forked-child",
-                                         "while-changing"),
+                         testing::Values("without-monitor", "without-descriptor", "idle", "in-callback",
+                                         "during-callback", "in-forked-child", "while-changing"),
                          [](const auto& way) {
                              std::string name = way.param;
                              for (char& character : name)

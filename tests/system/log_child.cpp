@@ -1,11 +1,17 @@
-// A program for the log tests: prints the masks that contexts begin with, or writes lines while the process exits.
+// A program for the log tests: prints the masks that contexts begin with, or writes lines while the process, or a
+// forked child of it, exits.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_log.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -30,7 +36,63 @@ void writeForEver(std::atomic<bool>& started)
     }
 }
 
+// A sink that keeps its writer inside until told otherwise.
+class HoldingSink : public Os::Log::Sink
+{
+public:
+    void Write(const Os::Log::Line&) override
+    {
+        entered = true;
+        for (int round = 0; round < 6000 && !released; ++round)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::atomic<bool> entered{false};
+    std::atomic<bool> released{false};
+};
+
+class ExitingSink : public Os::Log::Sink
+{
+public:
+    void Write(const Os::Log::Line&) override { std::exit(0); }
+};
+
+bool inForkedChild = false;
+
+// Forks while a thread is inside the sink, which in the child it never leaves.
+int endOfAForkedChild()
+{
+    static HoldingSink sink;
+    Os::Log::SetSink(&sink);
+    std::thread writer([] {
+        childContext().Write(Os::Log::Failure, text_base("held"), __PRETTY_FUNCTION__, "log_child.cpp", __LINE__,
+                             Os::CallStack());
+    });
+    while (!sink.entered)
+        std::this_thread::yield();
+    const pid_t child = fork();
+    inForkedChild = child == 0;
+    if (inForkedChild) {
+        alarm(30); // seconds; against an end that waits for ever
+        std::exit(0);
+    }
+    int status = 0;
+    const bool ended = child > 0 && waitpid(child, &status, 0) == child && status == 0;
+    sink.released = true;
+    writer.join();
+    Os::Log::SetSink(nullptr);
+    return ended ? 0 : 6;
+}
+
 } // namespace
+
+// Whether the address sanitizer passes over the search for leaks. It would wait in a forked child for locks that only
+// threads of the parent could give back.
+extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off();
+
+int __lsan_is_turned_off()
+{
+    return inForkedChild ? 1 : 0;
+}
 
 int main(int argc, char** argv)
 {
@@ -42,6 +104,15 @@ int main(int argc, char** argv)
             std::this_thread::yield();
         return 0;
     }
+    if (argc > 1 && std::string(argv[1]) == "exit-in-sink") {
+        static ExitingSink sink;
+        Os::Log::SetSink(&sink);
+        childContext().Write(Os::Log::Failure, text_base("last"), __PRETTY_FUNCTION__, "log_child.cpp", __LINE__,
+                             Os::CallStack());
+        return 4;
+    }
+    if (argc > 1 && std::string(argv[1]) == "exit-in-forked-child")
+        return endOfAForkedChild();
     std::printf("%u %u\n", rootContext().GetMask(), childContext().GetMask());
     return 0;
 }

@@ -339,6 +339,18 @@ QProcess& runChild(QProcess& process, const QStringList& arguments, const char* 
     return process;
 }
 
+TEST(Log, TheProcessMayEndFromInsideASink)
+{
+    QProcess process;
+    runChild(process, {QStringLiteral("exit-in-sink")}, nullptr);
+}
+
+TEST(Log, AForkedChildEndsWhileItsParentWrites)
+{
+    QProcess process;
+    runChild(process, {QStringLiteral("exit-in-forked-child")}, nullptr);
+}
+
 TEST(Log, TakesMasksFromTheEnvironment)
 {
     QProcess process;

@@ -1,5 +1,6 @@
 // A program for the monitor's exit tests: ends in the way that its argument names.
 // SPDX-License-Identifier: Apache-2.0
+#include <citp_system/os_log.h>
 #include <citp_system/os_network_adapter.h>
 
 #include <atomic>
@@ -11,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -66,6 +68,34 @@ bool isAnyEventSignalled()
 // Dies after everything that main makes.
 Callback longLived;
 
+class CountingSink : public Os::Log::Sink
+{
+public:
+    void Write(const Os::Log::Line& line) override
+    {
+        if (std::string(line.text.c_str()).rfind("No notices of adapter changes, cannot open a netlink socket", 0) == 0)
+            ++count;
+    }
+    std::atomic<int> count{0};
+};
+
+// The monitor gets no descriptor. It says so, once, and what is asked of it does nothing.
+int withoutADescriptor()
+{
+    static CountingSink sink;
+    Os::Log::SetSink(&sink);
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none = {0, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    Monitor* const monitor = Monitor::Get();
+    setrlimit(RLIMIT_NOFILE, &limit);
+    monitor->Register("v0", 3, &longLived);
+    touchAdapters(1);
+    monitor->Unregister("v0", Monitor::AllEvents, &longLived);
+    return sink.count == 1 && !longLived.called ? 0 : 8;
+}
+
 bool inForkedChild = false;
 
 // Forks while a callback runs, which in the child never comes back. A signalled event would keep the monitor's thread
@@ -106,6 +136,8 @@ int main(int argc, char** argv)
     const std::string way = argc > 1 ? argv[1] : "";
     if (way == "without-monitor")
         return 0;
+    if (way == "without-descriptor")
+        return withoutADescriptor();
     longLived.exits = way == "in-callback";
     longLived.lingers = way == "during-callback";
     Monitor::Get()->Register("v0", 3, &longLived);
