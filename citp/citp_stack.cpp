@@ -560,6 +560,9 @@ int citp_stack::getNumNotified()
 void citp_stack::rxconnected()
 {
     QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
+    if (!serverOf(socket)) {
+        return; // a reset went before what was under way
+    }
     const SERV_ID key = buildServerKey(socket);
     STACK_LOG(stackLog(), Os::Log::Traffic, "connected to " << view(key.toLatin1()));
     socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);

@@ -56,8 +56,8 @@ public:
     /// server heard on a second address is a second server.
     typedef QString SERV_ID;
 
-    /// The record of one known server. Made, changed and deleted on the worker thread only; other threads see the
-    /// members that a lock guards (see citp_stack) and never the record itself.
+    /// The record of one known server. Made, changed and deleted on the worker thread only, but for what paces its
+    /// requests; other threads see the members that a lock guards (see citp_stack) and never the record itself.
     class CITP_EXPORT ServerInfo
     {
     public:

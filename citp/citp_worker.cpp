@@ -11,11 +11,18 @@ namespace CITP {
 namespace {
 std::atomic<WorkerThread*> worker{nullptr};
 
+/// This process's worker; none in a forked child, where nobody would answer or give back its lock.
+WorkerThread* ownWorker()
+{
+    WorkerThread* const thread = worker;
+    return thread && thread->process() == QCoreApplication::applicationPid() ? thread : nullptr;
+}
+
 constexpr int Patience = 2000; // ms
 
 void restWithoutApplication()
 {
-    WorkerThread* const thread = worker;
+    WorkerThread* const thread = ownWorker();
     if (thread && QThread::currentThread() != thread) {
         thread->rest(Patience);
     }
@@ -24,7 +31,7 @@ void restWithoutApplication()
 void followApplication()
 {
     qAddPostRoutine(restWithoutApplication);
-    if (WorkerThread* const thread = worker) {
+    if (WorkerThread* const thread = ownWorker()) {
         thread->resume();
     }
 }
@@ -34,7 +41,7 @@ void followApplication()
 Q_COREAPP_STARTUP_FUNCTION(followApplication)
 } // namespace
 
-WorkerThread::WorkerThread()
+WorkerThread::WorkerThread() : m_process(QCoreApplication::applicationPid())
 {
     worker = this;
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -62,7 +69,12 @@ bool WorkerThread::restForGood(int milliseconds, std::function<void()> lastWork)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_lastWork = std::move(lastWork);
-    return waitForRest(lock, milliseconds);
+    if (waitForRest(lock, milliseconds)) {
+        return true;
+    }
+    // Statics that the work would need are gone when the thread rests after all.
+    m_lastWork = nullptr;
+    return false;
 }
 
 void WorkerThread::resume()

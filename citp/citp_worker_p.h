@@ -23,10 +23,13 @@ public:
     /// Asks the thread to leave its event loop and waits for it, at most @p milliseconds. Not for the thread itself.
     /// @return whether it is at rest; if not, it will rest as soon as it can
     bool rest(int milliseconds);
-    /// The same for the last time: the thread then runs @p lastWork, and nothing after it.
+    /// The same for the last time: the thread then runs @p lastWork, and nothing after it. It runs nothing if it does
+    /// not come to rest in time.
     bool restForGood(int milliseconds, std::function<void()> lastWork);
     /// Lets the thread go back to its event loop.
     void resume();
+    /// The process whose thread it is; a forked child has the object and not the thread.
+    qint64 process() const { return m_process; }
     /// Whether a rest was asked for. A loop that may take long gives up when it sees this.
     bool isRestWanted() const { return m_restWanted.load(std::memory_order_relaxed); }
 
@@ -35,6 +38,8 @@ protected:
 
 private:
     bool waitForRest(std::unique_lock<std::mutex>& lock, int milliseconds);
+
+    const qint64 m_process;
 
     std::mutex m_mutex; ///< guards what follows
     std::condition_variable m_changed;

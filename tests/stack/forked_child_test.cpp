@@ -4,6 +4,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
+#include <QCoreApplication>
+
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/wait.h>
@@ -72,12 +74,13 @@ int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, cl
 class ForkedChildTest : public StackTest
 {
 protected:
-    /// How a child ends that calls exit().
-    static std::string endOfChild()
+    /// How a child ends that does @p last and calls exit().
+    static std::string endOfChild(void (*last)() = [] {})
     {
         const pid_t child = fork();
         if (child == 0) {
             isChild = true;
+            last();
             std::exit(Status);
         }
         int status = 0;
@@ -102,4 +105,14 @@ TEST_F(ForkedChildTest, EndsWithoutAWaitAndLeavesItsParentTheServers)
         sendMarker(server, connection);
     }
     EXPECT_EQ(recorder->count("serverDown " + server.key().toStdString()), 0);
+}
+
+TEST_F(ForkedChildTest, DestroysItsApplicationObjectWithoutAWait)
+{
+    enable();
+    FakeServer server;
+    Connection connection = admit(server);
+    // As main() does when it returns; the child does not come back there.
+    ASSERT_EQ(endOfChild([] { QCoreApplication::instance()->~QCoreApplication(); }), "exit " + std::to_string(Status));
+    sendMarker(server, connection);
 }
