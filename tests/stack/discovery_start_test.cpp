@@ -14,6 +14,7 @@ class DiscoveryStartTest : public StackTest
 
 TEST_F(DiscoveryStartTest, ASocketThatCouldNotBeDuplicatedIsReportedAndStartedByTheNextTick)
 {
+    holdTicks();
     stack->setEnabled(true);
     bool isOpen = false;
     log.expectFailureLine(std::string("UDP socket not started: ") + std::strerror(EMFILE));

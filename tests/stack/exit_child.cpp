@@ -80,7 +80,7 @@ int main(int argc, char** argv)
     QElapsedTimer time;
     time.start();
     while (stack->getNumNotified() < 2) {
-        if (time.elapsed() > 30000) {
+        if (time.elapsed() > 60000) {
             return 2;
         }
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
@@ -88,7 +88,7 @@ int main(int argc, char** argv)
     std::thread(sendForEver, stack).detach();
     std::thread(sendForEver, stack).detach();
     while (received < 50) {
-        if (time.elapsed() > 30000) {
+        if (time.elapsed() > 60000) {
             return 3;
         }
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);

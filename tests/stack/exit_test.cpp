@@ -63,7 +63,7 @@ void expectEveryRoundToEnd(const char* how)
     StreamingServers servers;
     for (int round = 0; round < Rounds; ++round) {
         ChildProcess child({EXIT_CHILD, how});
-        ASSERT_EQ(child.waitForEnd(2 * Patience), "exit 7") << "round " << round;
+        ASSERT_EQ(child.waitForEnd(3 * Patience), "exit 7") << "round " << round;
     }
 }
 

@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <set>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -27,6 +28,14 @@ namespace {
 [[noreturn]] void fail(const std::string& what)
 {
     throw std::runtime_error(what + (errno ? std::string(": ") + std::strerror(errno) : std::string()));
+}
+
+/// The port of one end of a connection: getsockname's or getpeername's.
+quint16 portOf(int descriptor, int (*name)(int, sockaddr*, socklen_t*))
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof address;
+    return name(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0 ? ntohs(address.sin_port) : 0;
 }
 
 sockaddr_in addressOf(const std::string& host, quint16 port)
@@ -241,10 +250,7 @@ void FakeServer::listen(int backlog)
     if (::listen(m_listener.get(), backlog) != 0) {
         fail("listen");
     }
-    sockaddr_in address = {};
-    socklen_t size = sizeof address;
-    getsockname(m_listener.get(), reinterpret_cast<sockaddr*>(&address), &size);
-    m_port = ntohs(address.sin_port);
+    m_port = portOf(m_listener.get(), getsockname);
 }
 
 void FakeServer::announce(const char* name) const
@@ -273,6 +279,9 @@ Connection FakeServer::accept()
 
 std::optional<Connection> FakeServer::tryAccept(int milliseconds)
 {
+    if (m_early) {
+        return std::exchange(m_early, std::nullopt);
+    }
     if (!waitUntilReady(m_listener.get(), POLLIN, milliseconds)) {
         return std::nullopt;
     }
@@ -292,12 +301,17 @@ void FakeServer::leaveUnanswered()
 void FakeServer::answerAgain()
 {
     ::listen(m_listener.get(), 16);
+    std::set<quint16> ports;
     for (Descriptor& blocker : m_blockers) {
+        ports.insert(portOf(blocker.get(), getsockname));
         blocker.close();
     }
-    // The blockers' own connections are first in the queue, and are at their end.
-    while (waitUntilReady(m_listener.get(), POLLIN, 0)) {
-        Descriptor(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    // The blockers' own connections are first in the queue, and are at their end. The console's may be behind them.
+    while (!m_early && waitUntilReady(m_listener.get(), POLLIN, 0)) {
+        Descriptor accepted(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (ports.count(portOf(accepted.get(), getpeername)) == 0) {
+            m_early.emplace(std::move(accepted));
+        }
     }
 }
 

@@ -107,6 +107,7 @@ private:
     Descriptor m_listener;
     Descriptor m_announcer;
     Descriptor m_blockers[4];
+    std::optional<Connection> m_early; ///< accepted before it was asked for
 };
 
 /// The number of this process's descriptor of the stack's end of a connection to @p server; -1 if there is none. The

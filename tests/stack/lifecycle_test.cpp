@@ -127,6 +127,7 @@ TEST_F(LifecycleTest, TheDiscoverySocketIsSetUpForTheGroup)
 
 TEST_F(LifecycleTest, DisablingDropsEveryServerAndClosesDiscovery)
 {
+    holdTicks();
     enable();
     FakeServer server;
     Connection connection = admit(server);
@@ -143,6 +144,7 @@ TEST_F(LifecycleTest, DisablingDropsEveryServerAndClosesDiscovery)
 
 TEST_F(LifecycleTest, EnablingThenDisablingBeforeTheTickOpensNothing)
 {
+    holdTicks();
     stack->setEnabled(true);
     stack->setEnabled(false);
     tick();
@@ -153,6 +155,7 @@ TEST_F(LifecycleTest, EnablingThenDisablingBeforeTheTickOpensNothing)
 
 TEST_F(LifecycleTest, EnablingThenDisablingBeforeTheTickDropsTheServers)
 {
+    holdTicks();
     enable();
     FakeServer server;
     Connection connection = admit(server);
@@ -215,6 +218,7 @@ TEST_F(LifecycleTest, TwoThreadsMaySwitchAtTheSameTime)
 
 TEST_F(LifecycleTest, AnAdapterChangeDropsEveryServerAtTheNextTickAndTheyAreFoundAgain)
 {
+    holdTicks();
     enable();
     FakeServer first("127.0.0.2");
     FakeServer second("127.0.0.3");

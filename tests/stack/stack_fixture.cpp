@@ -8,6 +8,7 @@
 
 #include <QCoreApplication>
 #include <QTest>
+#include <QTimer>
 
 #include <sys/ioctl.h>
 
@@ -43,6 +44,9 @@ void StackTest::TearDown()
     recorder.reset();
     stack->setEnabled(false);
     tick();
+    if (m_ticksHeld) {
+        runOnWorker([this] { stack->findChild<QTimer*>()->start(); });
+    }
     closeLeftovers();
     Os::Log::SetMask("CITP.*", Os::Log::DefaultMask);
     EXPECT_EQ(log.verdict(), "");
@@ -51,6 +55,12 @@ void StackTest::TearDown()
 void StackTest::tick()
 {
     runOnWorker([this] { QMetaObject::invokeMethod(stack, "timepop", Qt::DirectConnection); });
+}
+
+void StackTest::holdTicks()
+{
+    m_ticksHeld = true;
+    runOnWorker([this] { stack->findChild<QTimer*>()->stop(); });
 }
 
 void StackTest::runOnWorker(const std::function<void()>& work)

@@ -31,6 +31,8 @@ protected:
 
     /// The heartbeat, now instead of within 2000 ms, on the stack's thread.
     void tick();
+    /// From here to the end of the test only tick() ticks.
+    void holdTicks();
     /// Runs @p work on the stack's thread and waits for it.
     void runOnWorker(const std::function<void()>& work);
     void enable();
@@ -58,4 +60,7 @@ protected:
     LogCapture& log;
     CITP::citp_stack* const stack;
     std::optional<Recorder> recorder;
+
+private:
+    bool m_ticksHeld = false;
 };
