@@ -7,7 +7,7 @@
 
 namespace CITP {
 namespace {
-constexpr int codeOffset = 20;
+constexpr int fptcCodeOffset = 20;
 constexpr int hintOffset = 24;
 constexpr int bodyOffset = 28;
 } // namespace
@@ -23,7 +23,7 @@ Msg_FPTC::Msg_FPTC(const QByteArray& msg) : Msg_Header(msg)
         valid = false;
         return;
     }
-    cookie = WireReader(msg, codeOffset).code();
+    cookie = WireReader(msg, fptcCodeOffset).code();
     // Alone among all fields of the protocol the hint is taken big-endian, although it is written little-endian: kept
     // on purpose.
     if (msg.size() >= bodyOffset)
@@ -36,7 +36,7 @@ QString Msg_FPTC::GetCookie(const QByteArray& msg)
 {
     if (msg.size() < bodyOffset)
         return {};
-    return WireReader(msg, codeOffset).code();
+    return WireReader(msg, fptcCodeOffset).code();
 }
 
 Msg_FPTC_PTCH::Msg_FPTC_PTCH(const QByteArray& msg) : Msg_FPTC(msg)

@@ -8,7 +8,7 @@
 namespace CITP {
 namespace {
 constexpr int versionOffset = 20;
-constexpr int codeOffset = 22;
+constexpr int msexCodeOffset = 22;
 } // namespace
 
 Msg_MSEX::Msg_MSEX(unsigned char minor, const QString& code)
@@ -40,7 +40,7 @@ QString Msg_MSEX::GetCookie(const QByteArray& msg)
 {
     if (msg.size() < MIN_MSEX_LENGTH)
         return {};
-    return WireReader(msg, codeOffset).code();
+    return WireReader(msg, msexCodeOffset).code();
 }
 
 Msg_MSEX_CInf::Msg_MSEX_CInf() : Msg_MSEX(2, QStringLiteral("CInf")) {}

@@ -7,7 +7,7 @@
 
 namespace CITP {
 namespace {
-constexpr int codeOffset = 20;
+constexpr int peerCodeOffset = 20;
 constexpr int bodyOffset = 24;
 } // namespace
 
@@ -21,7 +21,7 @@ QString Msg_PEER::contentType(const QByteArray& msg)
 {
     if (msg.size() < bodyOffset)
         return {};
-    return WireReader(msg, codeOffset).code();
+    return WireReader(msg, peerCodeOffset).code();
 }
 
 Msg_PEER_PLOC::Msg_PEER_PLOC(const QString& peerType, const QString& peerName, const QString& peerState,
