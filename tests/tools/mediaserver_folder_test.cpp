@@ -1,12 +1,15 @@
 // A folder tree of pictures as element libraries: structure, true pictures, and the telling of changes.
 // SPDX-License-Identifier: Apache-2.0
+#include <QColorSpace>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QImage>
 #include <QTemporaryDir>
+#include <QtEndian>
 #include <cstdio>
 #include <memory>
+#include <random>
 
 #include "mediaserver_fixture.h"
 
@@ -174,6 +177,49 @@ TEST(MediaserverFolder, ShowsWhatIsTransparentOnBlack)
     Served served(dir.path());
     const QByteArray answer = served.ask(hex("01 00 47455468 52474238 0200 0100 01 01 00 00"));
     EXPECT_EQ(answer.mid(39).toHex().toStdString(), "28140a0a141e");
+}
+
+TEST(MediaserverFolder, LeavesOutWhatAPictureCarriesBesideItsPixels)
+{
+    // More than a thumbnail may have, and nothing that could be compressed below it.
+    std::mt19937 random;
+    QByteArray letters;
+    for (int i = 0; i < 200000; ++i)
+        letters.append(static_cast<char>('a' + random() % 26));
+    const QImage plain = makeImage(40, 30);
+    // A profile begins with its size, a multiple of four.
+    QByteArray profile = QColorSpace(QColorSpace::SRgb).iccProfile() + letters;
+    profile.append(3 - (profile.size() + 3) % 4, '\0');
+    qToBigEndian(static_cast<quint32>(profile.size()), profile.data());
+    QImage profiled = plain;
+    profiled.setColorSpace(QColorSpace::fromIccProfile(profile));
+    QImage told = plain;
+    for (int i = 0; i < 10; ++i)
+        told.setText(QString("Text%1").arg(i), QString::fromLatin1(letters.mid(i * 20000, 20000)));
+    const QTemporaryDir dir;
+    // Numbered by name.
+    ASSERT_TRUE(profiled.save(dir.filePath("0.jpg")));
+    ASSERT_TRUE(profiled.save(dir.filePath("1.png")));
+    ASSERT_TRUE(told.save(dir.filePath("2.jpg")));
+    ASSERT_TRUE(told.save(dir.filePath("3.png")));
+    for (const char* const name : {"0.jpg", "1.png"})
+        ASSERT_EQ(QImage(dir.filePath(name)).colorSpace().iccProfile().size(), profile.size()) << name;
+    for (const char* const name : {"2.jpg", "3.png"})
+        ASSERT_EQ(QImage(dir.filePath(name)).textKeys().size(), 10) << name;
+    Served served(dir.path());
+    for (const char* const format : {"4A504547", "504E4720"}) {
+        for (char number = 0; number < 4; ++number) {
+            SCOPED_TRACE(QString("%1 as %2").arg(int(number)).arg(format).toStdString());
+            const QByteArray answer =
+                served.ask(hex("01 00 47455468") + hex(format) + hex("2800 1E00 01 01 00 01") + QByteArray(1, number));
+            // Its own size, so nothing was made smaller for want of room.
+            ASSERT_EQ(answer.mid(33, 4).toHex().toStdString(), "28001e00");
+            const QImage sent = QImage::fromData(answer.mid(39));
+            EXPECT_EQ(sent.size(), plain.size());
+            EXPECT_TRUE(sent.textKeys().isEmpty());
+            EXPECT_TRUE(sent.colorSpace().iccProfile().isEmpty());
+        }
+    }
 }
 
 TEST(MediaserverFolder, TellsOfAnAddedPicture)

@@ -97,13 +97,16 @@ QImage drawFrame(int number)
     });
 }
 
+// The pixels alone: a colour profile or texts of the file would be written along, and they stay as large as they are
+// however small the picture is made.
 QByteArray encode(const QImage& image, const char* format, int quality)
 {
+    const QImage bare(image.constBits(), image.width(), image.height(), image.bytesPerLine(), image.format());
     QBuffer buffer;
     buffer.open(QIODevice::WriteOnly);
     QImageWriter writer(&buffer, format);
     writer.setQuality(quality);
-    return writer.write(image) ? buffer.data() : QByteArray();
+    return writer.write(bare) ? buffer.data() : QByteArray();
 }
 
 QByteArray rawRows(const QImage& image)
