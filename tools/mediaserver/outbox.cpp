@@ -9,7 +9,8 @@
 namespace MediaServer {
 namespace {
 constexpr int MergeCount = 4;
-// How long an answer waits for others to come with it, in milliseconds.
+// How long an answer waits for another to come with it, in milliseconds; afresh with each, so that what is ready to be
+// answered comes together on a busy machine too.
 constexpr int MergeWait = 100;
 // Time for half an answer to leave before the reset, which would take it along, in milliseconds.
 constexpr int ResetWait = 50;
@@ -59,7 +60,7 @@ QString Outbox::answer(QByteArray message)
         m_merged += message;
         if (++m_mergedCount == MergeCount)
             flushMerged();
-        else if (!m_mergeTimer.isActive())
+        else
             m_mergeTimer.start(MergeWait);
     } else {
         flushMerged();
