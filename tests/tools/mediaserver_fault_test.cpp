@@ -62,7 +62,7 @@ TEST(MediaserverFault, NoFaultGivesTheSizesThatTheOthersAreHeldAgainst)
 
 TEST(MediaserverFault, DelayHoldsAnswersBackAndSendsThemAll)
 {
-    Pair pair("delay", {"--fault-delay", "400"});
+    Pair pair("delay", {"--fault-delay", "3000"});
     pair.console->send(hex(AskLibraries) + hex(AskThumbnail));
     pair.program.waitForLine("fault: delay");
     // The request is known to have come; its answer has not.

@@ -248,7 +248,7 @@ TEST(MediaserverGreeting, OneOfTwoServersVanishesWithoutAWord)
 {
     GroupListener group;
     Program program(
-        {"--adapter", "lo", "--count", "2", "--interval", "20", "--die-after", "1500", "--die-server", "2"});
+        {"--adapter", "lo", "--count", "2", "--interval", "20", "--die-after", "5000", "--die-server", "2"});
     program.waitForLine("listens on 127.0.0.3:4812");
     EXPECT_EQ(group.nextFrom("127.0.0.3").sender, QHostAddress("127.0.0.3"));
     Console survivor("127.0.0.2", 4811);
