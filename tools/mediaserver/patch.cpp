@@ -10,7 +10,7 @@
 namespace MediaServer {
 namespace {
 // What is wrong with the fixture, as part of a sentence.
-struct Fault
+struct BadField
 {
     QString text;
 };
@@ -19,7 +19,7 @@ quint16 number(const QJsonObject& object, const char* key, int highest)
 {
     const double value = object.value(QLatin1String(key)).toDouble(-1);
     if (value < 0 || value > highest || value != static_cast<int>(value))
-        throw Fault{QString("\"%1\" must be a whole number from 0 to %2").arg(key).arg(highest)};
+        throw BadField{QString("\"%1\" must be a whole number from 0 to %2").arg(key).arg(highest)};
     return static_cast<quint16>(value);
 }
 
@@ -27,7 +27,7 @@ QString text(const QJsonObject& object, const char* key)
 {
     const QJsonValue value = object.value(QLatin1String(key));
     if (!value.isString())
-        throw Fault{QString("\"%1\" must be a text").arg(key)};
+        throw BadField{QString("\"%1\" must be a text").arg(key)};
     return value.toString();
 }
 } // namespace
@@ -58,7 +58,7 @@ std::vector<Fixture> readPatch(const QString& file, QString& problem)
             fixture.make = text(object, "make");
             fixture.name = text(object, "name");
             fixtures.push_back(fixture);
-        } catch (const Fault& fault) {
+        } catch (const BadField& fault) {
             problem = QString("the patch %1: fixture %2: %3").arg(file).arg(fixtures.size() + 1).arg(fault.text);
             return {};
         }
