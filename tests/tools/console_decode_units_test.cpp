@@ -187,6 +187,23 @@ TEST_F(TcpStreamTest, GoesOnBehindAJumpOfTheNumbers)
     EXPECT_EQ(text(), "abc<33554429>x<-1>def");
 }
 
+TEST_F(TcpStreamTest, CountsNothingAsMissingTwiceAtAJump)
+{
+    add(100, "abc");
+    add(105, "fg");
+    add(107 + (32 << 20), "x");
+    EXPECT_EQ(text(), "abc<2>fg<33554432>x");
+}
+
+TEST_F(TcpStreamTest, RepeatsNothingAtAJumpThatWhatItHeldBackReachesOver)
+{
+    constexpr int LongestJump = 16 << 20;
+    add(100, "abc");
+    add(103 + LongestJump, "klm");
+    add(104 + LongestJump, "lmno");
+    EXPECT_EQ(text(), "abc<16777216>klmno");
+}
+
 TEST_F(TcpStreamTest, HoldsBackNoMoreThanItMay)
 {
     m_stream.start(0);

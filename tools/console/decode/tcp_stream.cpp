@@ -36,12 +36,18 @@ void TcpStream::add(quint32 sequence, const QByteArray& data, int length, qint64
     if (!m_isStarted)
         start(sequence);
     skipOldGaps(timeUs);
-    const qint64 ahead = distance(m_next, sequence);
+    qint64 ahead = distance(m_next, sequence);
     if (ahead > LongestJump || ahead < -LongestJump) {
+        const bool isBack = ahead < 0;
         finish();
-        m_sink.gap(ahead > 0 ? ahead : -1, qMax(timeUs, m_timeUs));
-        start(sequence);
-        deliver(data, length, 0, timeUs);
+        // What came out of that has shortened the jump, and may reach over it.
+        ahead = distance(m_next, sequence);
+        if (isBack || ahead > 0) {
+            m_sink.gap(isBack ? -1 : ahead, qMax(timeUs, m_timeUs));
+            start(sequence);
+            ahead = 0;
+        }
+        deliver(data, length, -ahead, timeUs);
     } else if (ahead > 0) {
         hold(m_position + ahead, data, length, timeUs);
     } else {
