@@ -48,6 +48,7 @@ void checkStream(fuzz::Input& input, bool isFromTheStart)
     {
         MessageCutter cutter(expected.out(), wholeBudget, isFromTheStart);
         cutter.bytes(stream, 0);
+        FUZZ_REQUIRE(cutter.capacity() <= 4 * ((1 << 20) - wholeBudget.left()));
         cutter.finish(true);
     }
     FUZZ_REQUIRE(expected.bytes() <= stream.size());
@@ -83,6 +84,7 @@ void checkStream(fuzz::Input& input, bool isFromTheStart)
             for (int times = (order & 8) != 0 ? 2 : 1; times > 0; --times)
                 pieces.add(first + static_cast<std::uint32_t>(segment.offset - earlier), exact.view(),
                            static_cast<int>(exact.view().size()), 0);
+            FUZZ_REQUIRE(cutter.capacity() <= 4 * ((1 << 20) - budget.left()));
         }
         pieces.acknowledge(first + static_cast<std::uint32_t>(stream.size()) + 1, 0);
         pieces.finish();

@@ -335,6 +335,23 @@ TEST_F(MessageCutterTest, GivesUpWhatExceedsItsBudget)
     EXPECT_TRUE(m_words.last() == "N") << words();
 }
 
+TEST_F(MessageCutterTest, KeepsNoMemoryForWhatItHasHandedOn)
+{
+    constexpr int Size = 1 << 20;
+    const QByteArray message = withSize(m_pnam + QByteArray(Size - m_pnam.size(), 'x'), Size);
+    const auto cutter = make(true);
+    cutter->bytes(message.left(Size - 1), 0);
+    EXPECT_GE(cutter->capacity(), Size - 1);
+    cutter->bytes(message.right(1), 0);
+    EXPECT_EQ(words(), "?");
+    EXPECT_EQ(cutter->capacity(), 0);
+
+    cutter->bytes(message + m_pnam.left(25), 0);
+    EXPECT_LE(cutter->capacity(), 4 * 25);
+    cutter->bytes(m_pnam.mid(25), 0);
+    EXPECT_EQ(words(), "?; ?; N");
+}
+
 TEST(Packets, AreReadBehindEveryLinkLayer)
 {
     const std::pair<int, cap::LinkType> types[] = {

@@ -214,6 +214,9 @@ void MessageCutter::compact()
 {
     m_buffer.remove(0, m_front);
     m_front = 0;
+    // The budget counts bytes, and removing them frees no memory: what a long message took would be kept for ever.
+    if (m_buffer.capacity() > 4 * m_buffer.size())
+        m_buffer.squeeze();
     m_budget.giveBack(m_charged - m_buffer.size());
     m_charged = m_buffer.size();
 }

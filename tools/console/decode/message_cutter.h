@@ -63,6 +63,9 @@ public:
     /// Nothing more will come: says what is left over.
     /// @param isClosed the sender has ended the stream here, so that what is left over is its fault
     void finish(bool isClosed);
+    /// Bytes of memory that what waits to be put together takes: at most four times as many as have been taken of the
+    /// budget for it.
+    qint64 capacity() const { return m_buffer.capacity(); }
 
 private:
     /// Why the next header is being looked for.
