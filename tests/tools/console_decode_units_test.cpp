@@ -352,6 +352,30 @@ TEST_F(MessageCutterTest, KeepsNoMemoryForWhatItHasHandedOn)
     EXPECT_EQ(words(), "?; ?; N");
 }
 
+TEST(Surveys, TakeTheAnnouncedEndForTheServerWhicheverItIs)
+{
+    const std::pair<quint32, quint32> addresses[] = {{1, 2}, {2, 1}};
+    for (const auto& [consoleIp, serverIp] : addresses) {
+        // PNam is said both ways, and of the two ports the console's is the likelier one for a server.
+        const Endpoint console{consoleIp, 4000};
+        const Endpoint server{serverIp, 50000};
+        const QByteArray greeting = cap::tcp({console.address, console.port}, {server.address, server.port}, 1, 1,
+                                             cap::Ack, golden::load("pnam").bytes);
+        const QByteArray announcement =
+            cap::udp({server.address, 60000}, {0xe00000b4, DiscoveryPort},
+                     golden::load("ploc_mediaserver").bytes.replace(24, 2, QByteArray::fromHex("50c3")));
+        const Packet said = readPacket(DLT_RAW, greeting, 0);
+        const Survey::Connection connection = Survey::connectionOf(said);
+        Survey survey;
+        EXPECT_TRUE(survey.take(said));
+        EXPECT_EQ(toText(survey.serverOf(connection)).toStdString(), toText(console).toStdString());
+        EXPECT_FALSE(survey.isServerSure(connection));
+        EXPECT_TRUE(survey.take(readPacket(DLT_RAW, announcement, 1)));
+        EXPECT_EQ(toText(survey.serverOf(connection)).toStdString(), toText(server).toStdString());
+        EXPECT_TRUE(survey.isServerSure(connection));
+    }
+}
+
 TEST(Packets, AreReadBehindEveryLinkLayer)
 {
     const std::pair<int, cap::LinkType> types[] = {

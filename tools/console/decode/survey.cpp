@@ -55,6 +55,8 @@ Endpoint Survey::serverOf(const Connection& connection) const
 {
     if (m_announced.count(connection.first) != 0)
         return connection.first;
+    if (m_announced.count(connection.second) != 0)
+        return connection.second;
     const auto guess = m_connections.find(connection);
     return guess == m_connections.end() ? connection.second : guess->second.server;
 }

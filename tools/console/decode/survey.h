@@ -43,6 +43,6 @@ private:
     void learnFromSegment(const Packet& packet);
 
     std::set<Endpoint> m_announced;
-    std::map<Connection, Guess> m_connections; ///< those in which a header was seen and no end was announced
+    std::map<Connection, Guess> m_connections; ///< those in which a header was seen; an announced end needs no guess
 };
 } // namespace Console
