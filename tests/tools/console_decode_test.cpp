@@ -242,6 +242,20 @@ TEST(ConsoleDecode, LeavesOutWhatIsNotCitp)
               QString("citp-console: '%1' holds no CITP among its 4 packets\n").arg(file).toStdString());
 }
 
+TEST(ConsoleDecode, NamesTheFileAsItIs)
+{
+    cap::Talk talk;
+    talk.connect();
+    const cap::Files files;
+    const QByteArray whole = cap::pcap(cap::Ethernet, talk.frames);
+    const QString file = files.write("50%2 %3.pcap", whole.left(whole.size() - 5));
+    const Outcome outcome = decode(file);
+    EXPECT_TRUE(outcome.errors.startsWith("citp-console: '" + file +
+                                          "' holds no CITP among its 2 packets\ncitp-console: '" + file +
+                                          "' breaks off after 2 packets: "))
+        << outcome.errors.toStdString();
+}
+
 TEST(ConsoleDecode, KeepsHostileTextsFromTheTerminalAndFromPassingForLines)
 {
     QByteArray ploc = bytesOf("ploc_mediaserver").left(24);

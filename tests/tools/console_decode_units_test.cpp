@@ -3,9 +3,13 @@
 #include <gtest/gtest.h>
 #include <pcap/dlt.h>
 
+#include <QJsonArray>
+#include <QRegularExpression>
+
 #include "capture_writer.h"
 #include "decode/decoder.h"
 #include "decode/message_text.h"
+#include "decode/summary.h"
 #include "golden.h"
 
 using namespace Console;
@@ -352,6 +356,16 @@ TEST_F(MessageCutterTest, KeepsNoMemoryForWhatItHasHandedOn)
     EXPECT_EQ(words(), "?; ?; N");
 }
 
+TEST_F(MessageCutterTest, ShowsLayersAsTheyAre)
+{
+    QByteArray message = m_pnam.left(22);
+    message.replace(16, 4, "%2%3");
+    const auto cutter = make(true);
+    cutter->bytes(message, 0);
+    cutter->finish(true);
+    EXPECT_EQ(words(), QString("ends within a message, %2%3: 22 of %1 bytes").arg(m_pnam.size()).toStdString());
+}
+
 TEST(Surveys, TakeTheAnnouncedEndForTheServerWhicheverItIs)
 {
     const std::pair<quint32, quint32> addresses[] = {{1, 2}, {2, 1}};
@@ -374,6 +388,43 @@ TEST(Surveys, TakeTheAnnouncedEndForTheServerWhicheverItIs)
         EXPECT_EQ(toText(survey.serverOf(connection)).toStdString(), toText(server).toStdString());
         EXPECT_TRUE(survey.isServerSure(connection));
     }
+}
+
+TEST(Summaries, ShowProductsAsTheyAreNamed)
+{
+    Event event;
+    event.layer = "MSEX";
+    event.code = "SInf";
+    event.message = golden::load("sinf_1_2").bytes;
+    event.message.replace(QByteArray::fromHex("5700e90000d8"), QByteArray::fromHex("250032007800"));
+    Summary summary;
+    summary.add(event);
+    EXPECT_EQ(summary.objects().at(0).value("product").toString().toStdString(), "%2x 2.10, MSEX 1.2");
+}
+
+TEST(Summaries, CountTheRestOfTooManyKindsAsOne)
+{
+    Summary summary;
+    Event event;
+    event.layer = "MSEX";
+    event.message = golden::load("pnam").bytes;
+    for (int i = 0; i < 200; ++i) {
+        event.code = QString("%1").arg(i, 4);
+        summary.add(event);
+    }
+    int others = 0;
+    const QJsonArray messages = summary.objects().at(0).value("messages").toArray();
+    for (const QJsonValue& value : messages) {
+        const QJsonObject message = value.toObject();
+        if (message.value("layer").toString() == "MSEX")
+            continue;
+        ++others;
+        EXPECT_EQ(message.value("layer").toString().toStdString(), "other");
+        EXPECT_EQ(message.value("code").toString().toStdString(), "");
+        EXPECT_EQ(message.value("count").toInt(), 200 - (messages.size() - 1));
+    }
+    EXPECT_EQ(others, 1);
+    EXPECT_EQ(summary.lines().filter(QRegularExpression("^other  +discovery ")).size(), 1);
 }
 
 TEST(Packets, AreReadBehindEveryLinkLayer)

@@ -99,9 +99,10 @@ int decode(const Options& options)
     complainAbout(decoder);
     const QString name = harmless(options.file);
     if (events == 0)
-        complain(QString("'%1' holds no CITP among its %2 packets").arg(name).arg(file.packets));
+        complain(QString("'%1' holds no CITP among its %2 packets").arg(name, QString::number(file.packets)));
     if (!file.problem.isEmpty())
-        complain(QString("'%1' breaks off after %2 packets: %3").arg(name).arg(file.packets).arg(file.problem));
+        complain(
+            QString("'%1' breaks off after %2 packets: %3").arg(name, QString::number(file.packets), file.problem));
     return file.problem.isEmpty() ? 0 : 1;
 }
 } // namespace Console

@@ -108,8 +108,8 @@ void MessageCutter::finish(bool isClosed)
         endSearch();
     } else if (left.size() >= MessageHeader::Length) {
         const MessageHeader header = MessageHeader::read(left);
-        say(kind,
-            QString("ends within a message, %1: %2 of %3 bytes").arg(nameOf(header)).arg(left.size()).arg(header.size));
+        say(kind, QString("ends within a message, %1: %2 of %3 bytes")
+                      .arg(nameOf(header), QString::number(left.size()), QString::number(header.size)));
     } else if (!left.isEmpty()) {
         say(kind, QString("ends within a header: %1").arg(bytesText(left.size())));
     }

@@ -16,6 +16,8 @@ namespace {
 constexpr int MostServers = 1024;
 constexpr int MostKinds = 128;
 constexpr double Second = 1e6;
+// Stands for the layer and code of the kinds that are counted as one; longer than any layer.
+constexpr const char* Others = "other";
 
 double seconds(qint64 fromUs, qint64 toUs)
 {
@@ -28,10 +30,8 @@ QString productOf(const QByteArray& message)
     if (!info.valid)
         return {};
     return QString("%1 %2.%3, MSEX 1.%4")
-        .arg(info.ProductName)
-        .arg(info.ProductVersionMajor)
-        .arg(info.ProductVersionMinor)
-        .arg(info.GetHighestMsexVersion());
+        .arg(info.ProductName, QString::number(info.ProductVersionMajor), QString::number(info.ProductVersionMinor),
+             QString::number(info.GetHighestMsexVersion()));
 }
 
 void see(qint64 timeUs, bool isFirst, qint64& firstUs, qint64& lastUs)
@@ -69,7 +69,7 @@ void Summary::addMessage(Server& server, const Event& event)
 {
     const QString wanted = QString("%1 %2 %3").arg(static_cast<int>(event.direction)).arg(event.layer, event.code);
     const bool isRoom = server.counts.contains(wanted) || server.counts.size() < MostKinds;
-    Count& count = server.counts[isRoom ? wanted : QString("%1 other").arg(static_cast<int>(event.direction))];
+    Count& count = server.counts[isRoom ? wanted : QString("%1 %2").arg(static_cast<int>(event.direction)).arg(Others)];
     const qint64 size = event.message.size();
     see(event.timeUs, count.messages == 0, count.firstUs, count.lastUs);
     count.smallest = count.messages == 0 ? size : qMin(count.smallest, size);
@@ -140,8 +140,9 @@ std::vector<QJsonObject> Summary::objects() const
         const double duration = seconds(server->firstUs, server->lastUs);
         for (auto kind = server->counts.begin(); kind != server->counts.end(); ++kind) {
             const Count& count = kind.value();
-            QJsonObject object{{"layer", kind.key().mid(2, 4)},
-                               {"code", kind.key().mid(7)},
+            const bool isOthers = kind.key().mid(2) == QLatin1String(Others);
+            QJsonObject object{{"layer", isOthers ? QString(Others) : kind.key().mid(2, 4)},
+                               {"code", isOthers ? QString() : kind.key().mid(7)},
                                {"direction", directionText(static_cast<Event::Direction>(kind.key().left(1).toInt()))},
                                {"count", count.messages},
                                {"bytes", count.bytes},
