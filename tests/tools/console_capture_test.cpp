@@ -1,9 +1,17 @@
 // citp-console capture beside a simulated media server and a console, and what decode makes of its file.
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
+#include <linux/if.h>
+#include <linux/if_tun.h>
+#include <net/if_arp.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <QFile>
 #include <QFileInfo>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <cstring>
 
 #include "capture_writer.h"
 #include "console_fixture.h"
@@ -19,6 +27,31 @@ bool isAllowed()
 {
     return qEnvironmentVariableIsSet("CITP_TEST_NAMESPACE");
 }
+
+/// The adapter "odd", 2.0.0.9, whose packets come as on bare Wi-Fi; it goes with this object.
+class OddAdapter
+{
+public:
+    OddAdapter() : m_device(open("/dev/net/tun", O_RDWR | O_CLOEXEC))
+    {
+        ifreq request{};
+        request.ifr_flags = IFF_TUN | IFF_NO_PI;
+        std::strcpy(request.ifr_name, "odd");
+        m_isThere = m_device >= 0 && ioctl(m_device, TUNSETIFF, &request) == 0 &&
+                    ioctl(m_device, TUNSETLINK, ARPHRD_IEEE80211) == 0 &&
+                    QProcess::execute("ip", {"addr", "add", "2.0.0.9/8", "dev", "odd"}) == 0 &&
+                    QProcess::execute("ip", {"link", "set", "odd", "up"}) == 0;
+    }
+    ~OddAdapter() { close(m_device); }
+    OddAdapter(const OddAdapter&) = delete;
+    OddAdapter& operator=(const OddAdapter&) = delete;
+
+    bool isThere() const { return m_isThere; }
+
+private:
+    const int m_device;
+    bool m_isThere = false;
+};
 } // namespace
 
 TEST(ConsoleCapture, RecordsWhatDecodeShows)
@@ -105,6 +138,30 @@ TEST(ConsoleCapture, SaysWhatToDoWhenItIsNotAllowed)
         << console.errors().toStdString();
     EXPECT_TRUE(console.errors().contains("sudo setcap cap_net_raw+ep /")) << console.errors().toStdString();
     EXPECT_FALSE(QFileInfo::exists(files.path("never.pcap")));
+}
+
+TEST(ConsoleCapture, DoesNotMixItsPacketsWithItsReport)
+{
+    const Outcome outcome = runConsole(capture("-", {"--seconds", "1"}));
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.output.toStdString(), "");
+    EXPECT_EQ(outcome.errors.toStdString(),
+              "citp-console: --write: packets cannot go to standard output; give a file, e.g. network.pcap\n");
+}
+
+TEST(ConsoleCapture, NamesALinkTypeThatItCannotRead)
+{
+    if (!isAllowed())
+        GTEST_SKIP() << "needs a network namespace";
+    const OddAdapter adapter;
+    if (!adapter.isThere())
+        GTEST_SKIP() << "needs /dev/net/tun";
+    const cap::Files files;
+    const Outcome outcome =
+        runConsole({"capture", "--adapter", "odd", "--seconds", "1", "--write", files.path("never.pcap")});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.errors.toStdString(),
+              "citp-console: cannot capture on odd: its link type, IEEE802_11, is not known here\n");
 }
 
 TEST(ConsoleCapture, SaysThatTheFileCannotBeWritten)

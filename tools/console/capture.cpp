@@ -16,6 +16,7 @@
 
 namespace Console {
 namespace {
+constexpr int WrongUse = 2;
 constexpr int LongestFrame = 262144;
 constexpr int BufferBytes = 16 << 20;
 constexpr int LongestPauseMs = 200;
@@ -56,12 +57,18 @@ Capture openAdapter(const QString& adapter)
                           .arg(name, harmless(QCoreApplication::applicationFilePath()))};
     if (status < 0)
         throw Failure{QString("cannot capture on %1: %2").arg(name, reason(capture))};
+    const int linkType = pcap_datalink(capture.get());
+    if (!isKnownLinkType(linkType)) {
+        const char* const linkName = pcap_datalink_val_to_name(linkType);
+        throw Failure{QString("cannot capture on %1: its link type, %2, is not known here")
+                          .arg(name, linkName ? QString(linkName) : QString::number(linkType))};
+    }
     bpf_program filter{};
     if (pcap_compile(capture.get(), &filter, Filter, 1, PCAP_NETMASK_UNKNOWN) != 0)
         throw Failure{QString("cannot filter on %1: %2").arg(name, reason(capture))};
     const int filtered = pcap_setfilter(capture.get(), &filter);
     pcap_freecode(&filter);
-    if (filtered != 0 || !isKnownLinkType(pcap_datalink(capture.get())))
+    if (filtered != 0)
         throw Failure{QString("cannot filter on %1: %2").arg(name, reason(capture))};
     return capture;
 }
@@ -135,6 +142,11 @@ private:
 
 int capture(const Options& options)
 {
+    // libpcap would take it for standard output, where the report goes.
+    if (options.write == QLatin1String("-")) {
+        complain("--write: packets cannot go to standard output; give a file, e.g. network.pcap");
+        return WrongUse;
+    }
     const ArtNet::Adapter used = ArtNet::Adapter::Get();
     if (!used.IsValid())
         throw Failure{"no adapter to capture on; 'citp-console adapters' lists them, --adapter chooses one"};
