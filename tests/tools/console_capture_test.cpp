@@ -83,7 +83,9 @@ TEST(ConsoleCapture, RecordsWhatDecodeShows)
     recorder.interrupt();
     EXPECT_EQ(recorder.waitForEnd(), 0);
     EXPECT_EQ(recorder.errors().toStdString(), "");
-    const QString report = recorder.output().split('\n').at(1);
+    const QStringList lines = recorder.output().split('\n');
+    ASSERT_GE(lines.size(), 2) << recorder.output().toStdString();
+    const QString& report = lines.at(1);
     EXPECT_TRUE(report.endsWith(QString(" packets written to %1, 0 dropped").arg(file))) << report.toStdString();
 
     const Outcome decoded = runConsole({"decode", file, "--json"});
