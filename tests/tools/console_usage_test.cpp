@@ -82,6 +82,18 @@ TEST(ConsoleUsage, RefusesWrongUseInOneLine)
     expectRefused({"thumbnails", "x", "--to", "y", "--size", "200x200", "--format", "rgb8"}, "too big for rgb8");
 }
 
+TEST(ConsoleUsage, FailsWhenItsOutputCannotBeWritten)
+{
+    for (const char* const words : {"--help", "--version", "adapters", "adapters --json"}) {
+        Child full("sh", {"-c", QString("exec " CONSOLE_PROGRAM " %1 > /dev/full").arg(words)});
+        EXPECT_EQ(full.waitForEnd(), 1) << words;
+        EXPECT_EQ(full.errors().toStdString(),
+                  "citp-console: what it printed could not all be written; is the disk "
+                  "full?\n")
+            << words;
+    }
+}
+
 TEST(ConsoleUsage, RefusesAnAdapterThatThisMachineHasNot)
 {
     expectRefused({"watch", "--adapter", "nosuch0"}, "'nosuch0' is no adapter or IPv4 address of this machine");

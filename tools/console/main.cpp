@@ -7,9 +7,11 @@
 
 #include <QGuiApplication>
 #include <QSocketNotifier>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <memory>
+#include <thread>
 
 #include "adapters.h"
 #include "options.h"
@@ -22,14 +24,20 @@ namespace {
 constexpr int Failed = 1;
 constexpr int WrongUse = 2;
 
-// SIGINT and SIGTERM arrive as bytes to read, so that ending runs like any other event. Blocked before any thread
-// starts, because each thread inherits the mask.
-int openSignals()
+sigset_t endingSignals()
 {
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGINT);
     sigaddset(&ending, SIGTERM);
+    return ending;
+}
+
+// SIGINT and SIGTERM arrive as bytes to read, so that ending runs like any other event. Blocked before any thread
+// starts, because each thread inherits the mask.
+int openSignals()
+{
+    const sigset_t ending = endingSignals();
     sigprocmask(SIG_BLOCK, &ending, nullptr);
     return signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
 }
@@ -53,11 +61,29 @@ QString prepareLog(const QString& masks)
         .arg(harmless(QString::fromStdString(problem)));
 }
 
+// What runs outside of the event loop, such as printing into a pipe that nobody reads, takes no notice of the first
+// signal, so one that comes later ends the program on the spot. What comes right behind the first is no second wish:
+// timeout(1), for one, sends everything twice.
+void endOnTheSpotIfAskedAgain(int signalDescriptor)
+{
+    std::thread([signalDescriptor] {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        signalfd_siginfo known{};
+        while (read(signalDescriptor, &known, sizeof known) > 0) {
+        }
+        const sigset_t ending = endingSignals();
+        pthread_sigmask(SIG_UNBLOCK, &ending, nullptr);
+        for (;;)
+            pause();
+    }).detach();
+}
+
 // Once; the rest of the way to the end is the same as for any other end.
 void endOnSignal(QSocketNotifier& notifier)
 {
     QObject::connect(&notifier, &QSocketNotifier::activated, &notifier, [&notifier] {
         notifier.setEnabled(false);
+        endOnTheSpotIfAskedAgain(static_cast<int>(notifier.socket()));
         interruptSessions();
         QCoreApplication::exit(0);
     });
@@ -77,6 +103,15 @@ int run(const CommandLine& line)
     } catch (const Interrupted&) {
         complain("interrupted");
     }
+    return Failed;
+}
+
+// Lines that could not be written are known of only here; nobody may take the rest for the whole.
+int unlessCutShort(int status)
+{
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return status;
+    complain("what it printed could not all be written; is the disk full?");
     return Failed;
 }
 
@@ -116,12 +151,12 @@ int main(int argc, char** argv)
         case CommandLine::Action::Help:
         case CommandLine::Action::Version:
             std::fputs(line.text.toUtf8().constData(), stdout);
-            return 0;
+            return unlessCutShort(0);
         case CommandLine::Action::Run:
             break;
     }
     const std::unique_ptr<QCoreApplication> application = makeApplication(argc, argv, line.drawsText);
     QSocketNotifier ending(signalDescriptor, QSocketNotifier::Read);
     endOnSignal(ending);
-    return run(line);
+    return unlessCutShort(run(line));
 }
