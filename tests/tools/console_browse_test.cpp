@@ -95,7 +95,7 @@ TEST(ConsoleBrowse, ListsElementsAsJson)
 
 TEST(ConsoleBrowse, FindsAServerByAUniquePartOfItsName)
 {
-    const Server servers({"--count", "2", "--name", "Stage"});
+    const Server servers({"--count", "2", "--name", "Stage", "--interval", "100"});
     EXPECT_TRUE(rows(browse({"libraries", "stage 2"})).first().contains("127.0.0.3:4812"));
     expectFailure(browse({"libraries", "tage"}), "'tage' is part of several names");
     expectFailure(browse({"libraries", "Backdrop", "--timeout", "1"}),
@@ -104,8 +104,8 @@ TEST(ConsoleBrowse, FindsAServerByAUniquePartOfItsName)
 
 TEST(ConsoleBrowse, PrefersANameThatIsTheWhole)
 {
-    const Server one({"--name", "Stage"});
-    const Server other({"--name", "Stage left", "--address", "127.0.0.9", "--port", "4900"});
+    const Server one({"--name", "Stage", "--interval", "100"});
+    const Server other({"--name", "Stage left", "--address", "127.0.0.9", "--port", "4900", "--interval", "100"});
     EXPECT_TRUE(rows(browse({"libraries", "Stage"})).first().contains(key));
 }
 
