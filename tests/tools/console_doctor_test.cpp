@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 
+#include "../stack/wire.h"
 #include "console_fixture.h"
 
 namespace {
@@ -274,6 +275,26 @@ TEST(ConsoleDoctor, SaysWhoIsHeardWhenTheServerIsNot)
     const Outcome outcome = examineBriefly({"Balcony"});
     expectFailure(outcome, "heard", "no server 'Balcony' for 2 s; heard were: 127.0.0.2:4811  \"Stage\"",
                   after("heard"));
+}
+
+TEST(ConsoleDoctor, KeepsNoMoreOfAFloodOfAnnouncementsThanAnyShowHas)
+{
+    const QByteArray name(300, 'x');
+    Console doctor({"doctor", "Balcony", "--adapter", "lo", "--timeout", "5"});
+    QUdpSocket flood;
+    ASSERT_TRUE(flood.bind(QHostAddress("127.0.0.9"), 0));
+    unsigned port = 0;
+    for (int i = 0; i < Patience / 50 && doctor.waitForEnd(50) == -1; ++i) {
+        for (int datagram = 0; datagram < 100; ++datagram) {
+            port = port % 2000 + 1;
+            flood.writeDatagram(Wire::ploc(port, "MediaServer", name.constData()), QHostAddress("224.0.0.180"), 4809);
+        }
+    }
+    EXPECT_EQ(doctor.waitForEnd(), 1);
+    // How many of the flood reach a busy machine's program is not for this test to say.
+    EXPECT_LE(doctor.output().count("127.0.0.9:"), 1024);
+    EXPECT_TRUE(doctor.output().contains('"' + QString(256, 'x') + '"')) << "no announcement was heard";
+    EXPECT_FALSE(doctor.output().contains(QString(257, 'x')));
 }
 
 TEST(ConsoleDoctor, TellsAServerThatIsNotHeardFromOneThatIsNotThere)

@@ -17,6 +17,9 @@ namespace {
 constexpr int DatagramsAtOnce = 500;
 constexpr int LargestDatagram = 65536;
 constexpr int MostOtherPeers = 5;
+// More than any show has. A flood of announcements, each of another server, shall not fill the memory.
+constexpr int MostServers = 1024;
+constexpr int LongestName = 256;
 
 int errorOf(bool good)
 {
@@ -73,9 +76,10 @@ void Discovery::take(const QByteArray& datagram, const QString& sender)
     if (location.type == "MediaServer" && location.port != 0) {
         ServerText server;
         server.key = CITP::citp_stack::buildServerKey(sender, location.port);
-        server.name = location.name;
+        server.name = location.name.left(LongestName);
         server.isKnown = true;
-        m_servers.insert(server.key, server);
+        if (m_servers.size() < MostServers || m_servers.contains(server.key))
+            m_servers.insert(server.key, server);
         return;
     }
     const QString peer = harmless(QString("%1 (%2) at %3%4")

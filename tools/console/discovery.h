@@ -31,7 +31,8 @@ public:
     /// Takes in what has come so far.
     void read();
 
-    /// The media servers heard, under their keys; key and name are what is known of them.
+    /// The media servers heard, the first 1024 of them, under their keys; key and the name's beginning are what is
+    /// known of them.
     const QMap<QString, ServerText>& servers() const { return m_servers; }
     /// Who else was heard, in words and harmless: other peers, and datagrams that are no announcement.
     QString others() const;
