@@ -184,6 +184,26 @@ TEST(ConsoleBrowse, ListsThePatchHarmlessly)
     EXPECT_EQ(fixtures[1].value("channels").toInt(), 20);
 }
 
+TEST(ConsoleBrowse, KeepsFiguresApartFromANameThatLooksLikeTheirPlaces)
+{
+    const QTemporaryDir folder;
+    QFile file(folder.filePath("patch.json"));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(R"([{"id": 7, "universe": 1, "channel": 21, "channels": 20, "make": "Acme", "name": "Wash"}])");
+    file.close();
+    const Server server({"--name", "%1%2%3", "--patch", file.fileName()});
+    const std::string start = "server 127.0.0.2:4811 \"%1%2%3\": ";
+    EXPECT_EQ(rows(browse({"libraries", key})).value(0).toStdString(), start + "5 libraries of type 1");
+    EXPECT_EQ(rows(browse({"elements", key, "2"})).value(0).toStdString(),
+              start + "4 elements in library 1,2,0,0 of type 1");
+    EXPECT_EQ(rows(browse({"patch", key})).value(0).toStdString(), start + "1 fixtures");
+    const Outcome stats = browse({"stats", key, "--seconds", "1"});
+    EXPECT_TRUE(stats.output.contains("server 127.0.0.2:4811  \"%1%2%3\"  all of ")) << stats.output.toStdString();
+    const Outcome thumbnails = browse({"thumbnails", key, "2", "--to", folder.filePath("new")});
+    EXPECT_TRUE(thumbnails.output.startsWith("server 127.0.0.2:4811  \"%1%2%3\": 4 of 4 thumbnails written to "))
+        << thumbnails.output.toStdString();
+}
+
 TEST(ConsoleBrowse, SaysThatNoFixtureComes)
 {
     const Server server;

@@ -82,10 +82,7 @@ int listElements(const Options& options)
         return 0;
     }
     printLine(QString("%1: %2 elements in library %3 of type %4")
-                  .arg(session.name())
-                  .arg(list.elements.size())
-                  .arg(library)
-                  .arg(options.type));
+                  .arg(session.name(), QString::number(list.elements.size()), library, QString::number(options.type)));
     if (list.elements.empty())
         return 0;
     Table table(titles(list.kind));

@@ -31,7 +31,8 @@ int listLibraries(const Options& options)
             printAsJson(session, library, options.type);
         return 0;
     }
-    printLine(QString("%1: %2 libraries of type %3").arg(session.name()).arg(libraries.size()).arg(options.type));
+    printLine(QString("%1: %2 libraries of type %3")
+                  .arg(session.name(), QString::number(libraries.size()), QString::number(options.type)));
     if (libraries.empty())
         return 0;
     Table table({"LIBRARY", " DMX", " ELEMENTS", " SUB-LIBRARIES", " SERIAL", "NAME"});

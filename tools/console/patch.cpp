@@ -56,7 +56,7 @@ int listPatch(const Options& options)
             printAsJson(session.key(), fixture);
         return 0;
     }
-    printLine(QString("%1: %2 fixtures").arg(session.name()).arg(fixtures.size()));
+    printLine(QString("%1: %2 fixtures").arg(session.name(), QString::number(fixtures.size())));
     Table table({" FIXTURE", " UNIVERSE", " CHANNEL", " CHANNELS", "MAKE", "NAME"});
     for (const CITP::Msg_FPTC_PTCH& fixture : fixtures) {
         table.add({QString::number(fixture.FixtureIdentifier), QString::number(fixture.Universe),

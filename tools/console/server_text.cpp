@@ -2,9 +2,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "server_text.h"
 
+#include <QRegularExpression>
+
 #include "printing.h"
 
 namespace Console {
+namespace {
+bool looksLikeKey(const QString& text)
+{
+    static const QRegularExpression form("^\\d{1,3}(\\.\\d{1,3}){3}:\\d{1,5}$");
+    return form.match(text).hasMatch();
+}
+} // namespace
+
 ServerText describe(const CITP::citp_stack::SERV_ID& key)
 {
     ServerText server;
@@ -34,10 +44,8 @@ QString toText(const ServerText& server, bool brief)
         return text;
     const QString product = server.product.isEmpty() ? QString("product unknown") : harmless(server.product);
     return text + QString("  %1 %2  MSEX 1.%3  %4 %5")
-                      .arg(product, server.productVersion)
-                      .arg(server.msexMinor)
-                      .arg(server.layers)
-                      .arg(server.layers == 1 ? "layer" : "layers");
+                      .arg(product, server.productVersion, QString::number(server.msexMinor),
+                           QString::number(server.layers), server.layers == 1 ? "layer" : "layers");
 }
 
 QJsonObject toJson(const ServerText& server)
@@ -57,6 +65,9 @@ QStringList matching(const QMap<QString, ServerText>& servers, const QString& wa
 {
     if (servers.contains(wanted))
         return {wanted};
+    // A name is free to choose: one that holds the key of another server must not stand in for it.
+    if (looksLikeKey(wanted))
+        return {};
     QStringList exact;
     QStringList partial;
     for (const ServerText& server : servers) {

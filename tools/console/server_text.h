@@ -27,7 +27,7 @@ ServerText describe(const CITP::citp_stack::SERV_ID& key);
 QString toText(const ServerText& server, bool brief = false);
 QJsonObject toJson(const ServerText& server);
 
-/// The keys of those of @p servers, which stand under their keys, that @p wanted means: the one with that key, else all
-/// that are called exactly that, else all that have the text in their names.
+/// The keys of those of @p servers, which stand under their keys, that @p wanted means: the one with that key; else,
+/// unless it looks like a key, all that are called exactly that; else all that have the text in their names.
 QStringList matching(const QMap<QString, ServerText>& servers, const QString& wanted);
 } // namespace Console

@@ -228,9 +228,8 @@ private:
     QStringList lines(bool isLast, double seconds) const
     {
         const QString duration = decimal(static_cast<double>(m_running.elapsed()) / 1000);
-        QStringList lines{QString("%1  %2  %3")
-                              .arg(timeOfDay(), m_session.name(), (isLast ? "all of %1 s" : "after %1 s"))
-                              .arg(duration)};
+        QStringList lines{
+            QString("%1  %2  %3 %4 s").arg(timeOfDay(), m_session.name(), isLast ? "all of" : "after", duration)};
         Table messages({"MESSAGE", " COUNT", " A SECOND", " BYTES A SECOND", " MEAN BYTES", " MOST BYTES"});
         for (auto entry = m_received.begin(); entry != m_received.end(); ++entry) {
             const Received& received = entry.value();

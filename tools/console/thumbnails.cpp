@@ -140,8 +140,7 @@ private:
             for (const Request& request : qAsConst(m_pending))
                 m_thumbnails[request.index].problem = "no answer";
             throw Failure{QString("%1 does not answer: no usable thumbnail for %2 s; --timeout allows more time")
-                              .arg(m_session.name())
-                              .arg(m_session.limitMs() / 1000.0)};
+                              .arg(m_session.name(), QString::number(m_session.limitMs() / 1000.0))};
         }
         m_hasExpired = false;
     }
@@ -196,7 +195,8 @@ QStringList drawSheets(const Session& session, const Options& options, const std
         cells.push_back(cell);
     }
     const QString title =
-        QString("%1  %2 of %3 thumbnails").arg(toText(session.server())).arg(written).arg(thumbnails.size());
+        QString("%1  %2 of %3 thumbnails")
+            .arg(toText(session.server()), QString::number(written), QString::number(thumbnails.size()));
     return writeContactSheets(options.to, title, cells);
 }
 
@@ -236,10 +236,7 @@ int report(const Session& session, const Options& options, const std::vector<Thu
         return missing;
     }
     printLine(QString("%1: %2 of %3 thumbnails written to %4")
-                  .arg(session.name())
-                  .arg(total - missing)
-                  .arg(total)
-                  .arg(harmless(options.to)));
+                  .arg(session.name(), QString::number(total - missing), QString::number(total), harmless(options.to)));
     if (missing > 0)
         printLine(QString("%1 missing:").arg(missing));
     for (const Thumbnail& thumbnail : thumbnails) {

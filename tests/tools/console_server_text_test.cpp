@@ -1,0 +1,54 @@
+// Which servers a word on the command line means, and what is said of one.
+// SPDX-License-Identifier: Apache-2.0
+#include "server_text.h"
+
+#include <gtest/gtest.h>
+
+using namespace Console;
+
+namespace {
+ServerText named(const QString& key, const QString& name)
+{
+    ServerText server;
+    server.key = key;
+    server.name = name;
+    server.isKnown = true;
+    return server;
+}
+
+std::string meantBy(const QString& wanted)
+{
+    const QMap<QString, ServerText> servers{{"2.0.0.10:4811", named("2.0.0.10:4811", "Stage")},
+                                            {"2.0.0.11:4811", named("2.0.0.11:4811", "Stage left")},
+                                            {"2.0.0.12:4811", named("2.0.0.12:4811", "2.0.0.99:4811 was mine")},
+                                            {"2.0.0.13:4811", named("2.0.0.13:4811", "2.0.0.98:4811")},
+                                            {"2.0.0.14:4811", named("2.0.0.14:4811", "Rig 1:2")}};
+    return matching(servers, wanted).join(' ').toStdString();
+}
+} // namespace
+
+TEST(ServerText, MatchesAKeyThenTheWholeNameThenAPartOfIt)
+{
+    EXPECT_EQ(meantBy("2.0.0.11:4811"), "2.0.0.11:4811");
+    EXPECT_EQ(meantBy("Stage"), "2.0.0.10:4811");
+    EXPECT_EQ(meantBy("STAGE"), "2.0.0.10:4811 2.0.0.11:4811");
+    EXPECT_EQ(meantBy("1:2"), "2.0.0.14:4811");
+    EXPECT_EQ(meantBy("2.0.0.9"), "2.0.0.12:4811 2.0.0.13:4811");
+    EXPECT_EQ(meantBy("Balcony"), "");
+}
+
+TEST(ServerText, TakesNoNameForAKeyThatIsNotThere)
+{
+    EXPECT_EQ(meantBy("2.0.0.99:4811"), "");
+    EXPECT_EQ(meantBy("2.0.0.98:4811"), "");
+}
+
+TEST(ServerText, KeepsFiguresApartFromTextsThatLookLikeTheirPlaces)
+{
+    ServerText server = named("2.0.0.10:4811", "%1%2");
+    server.product = "%1%2%3%4%5";
+    server.productVersion = "1.0";
+    server.msexMinor = 2;
+    server.layers = 3;
+    EXPECT_EQ(toText(server).toStdString(), "2.0.0.10:4811  \"%1%2\"  %1%2%3%4%5 1.0  MSEX 1.2  3 layers");
+}
