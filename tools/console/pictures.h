@@ -19,7 +19,8 @@ struct Picture
     QSize size;        ///< of the decoded picture, in pixels
 };
 
-/// Checks and decodes @p answer. Nothing that it holds can make this throw or take more than a few megabytes.
+/// Checks and decodes @p answer. Nothing that it holds can make this throw, nor take more memory than a decoded
+/// picture of 4096x4096 pixels does, which is 128 MiB.
 Picture toPicture(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer);
 
 /// @p name as a part of a file name on any system: letters, digits, marks and a few signs are kept, everything else
