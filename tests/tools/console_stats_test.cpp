@@ -92,6 +92,17 @@ TEST(ConsoleStats, GivesItsLastFiguresOnCtrlCAndWhenTheServerGoes)
     EXPECT_TRUE(console.errors().contains("went down")) << console.errors().toStdString();
 }
 
+TEST(ConsoleStats, EndsAsAskedWhileTheServerIsStillSearched)
+{
+    Console console(statsOfServer + QStringList{"--log", "CITP.*=31"});
+    // The library's first words come once it is at work, and so once Ctrl-C is waited for.
+    for (int i = 0; i < Patience / 20 && console.errors().isEmpty(); ++i)
+        console.waitForEnd(20);
+    console.interrupt();
+    EXPECT_EQ(console.waitForEnd(), 0);
+    EXPECT_FALSE(console.errors().contains("citp-console: ")) << console.errors().toStdString();
+}
+
 TEST(ConsoleStats, RefusesWrongUse)
 {
     EXPECT_EQ(runConsole({"stats"}).status, 2);

@@ -307,7 +307,11 @@ int showStatistics(const Options& options)
 {
     // Left to the application by the library; without it no fixture reaches this thread.
     qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH");
-    Statistics(options).run();
+    try {
+        Statistics(options).run();
+    } catch (const Interrupted&) {
+        // While the server was still searched: ended as asked, with nothing to show.
+    }
     return 0;
 }
 } // namespace Console
