@@ -196,6 +196,19 @@ TEST(ConsoleThumbnails, GivesUpOnAServerThatNeverSendsOne)
     EXPECT_TRUE(outcome.output.contains("\"cut.png\": no answer")) << outcome.output.toStdString();
 }
 
+TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheContactSheetCannotBeWritten)
+{
+    const QTemporaryDir target;
+    ASSERT_TRUE(QDir(target.path()).mkdir("contact-sheet.png"));
+    const Server server;
+    const Outcome outcome = fetch(target.path(), {"2"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.output.contains("4 of 4 thumbnails written")) << outcome.output.toStdString();
+    EXPECT_FALSE(outcome.output.contains("contact sheet: ")) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("could not write " + target.filePath("contact-sheet.png")))
+        << outcome.errors.toStdString();
+}
+
 TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheServerGoesDown)
 {
     const QTemporaryDir target;

@@ -20,6 +20,8 @@ const char* const Root = "0,0,0,0";
 
 // A server may list a library below itself; identities have no more levels than this.
 constexpr int DeepestLevel = 2;
+// No server has so many; one that lies could name 16 million, each of which would be asked about.
+constexpr std::size_t MostLibraries = 65536;
 
 // An answer in a version that the library does not know comes without content.
 QString unknownVersion(const CITP::Msg_MSEX& message)
@@ -54,7 +56,16 @@ CITP::Msg_MSEX_ELIN askForLibraries(Session& session, quint8 type, const QString
 void complainAboutDoubles(int count, const QString& what)
 {
     if (count > 0)
-        complain(QString("%1 lists %2 twice: left out; the answer may be damaged").arg(what).arg(count));
+        complain(QString("%1 lists %2 twice: left out; the answer may be damaged").arg(what, QString::number(count)));
+}
+
+// Whether the identity continues that of the library above: one level more, and the same numbers up to there.
+bool isBelow(const QString& id, const QString& parent)
+{
+    const QStringList levels = id.split(',');
+    const QStringList above = parent.split(',');
+    const int depth = above.constFirst().toInt();
+    return levels.constFirst().toInt() == depth + 1 && levels.mid(1, depth) == above.mid(1, depth);
 }
 
 // Depth first, so that children stand below their parents.
@@ -62,17 +73,29 @@ void walk(Session& session, quint8 type, const QString& parent, int depth, QSet<
           std::vector<Library>& all)
 {
     int doubles = 0;
+    int strangers = 0;
     for (const auto& info : askForLibraries(session, type, parent).Libraries) {
         if (known.contains(info.LIBID)) {
             ++doubles;
             continue;
         }
+        // At the top there is nothing to go by, and nothing that could be confused.
+        if (depth > 0 && !isBelow(info.LIBID, parent)) {
+            ++strangers;
+            continue;
+        }
+        if (all.size() >= MostLibraries)
+            throw Failure{QString("%1 lists more than %2 libraries, which cannot be")
+                              .arg(session.name(), QString::number(MostLibraries))};
         known.insert(info.LIBID);
         all.push_back({info, depth});
         if (info.SubLibraryCount > 0 && depth < DeepestLevel)
             walk(session, type, info.LIBID, depth + 1, known, all);
     }
     complainAboutDoubles(doubles, session.name());
+    if (strangers > 0)
+        complain(QString("%1 lists %2 libraries that are not below %3, of which it was asked: left out")
+                     .arg(session.name(), QString::number(strangers), parent));
 }
 
 void removeDoubles(std::vector<Element>& elements, const QString& id)

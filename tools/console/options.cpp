@@ -78,7 +78,8 @@ const std::vector<Command>& commands()
         {"patch",
          "lists a server's fixture patch",
          "Asks a server for its fixture patch and lists the fixtures. Universes and channels are the server's own\n"
-         "numbers. Nothing tells the end of a patch: it is taken to be whole when nothing has come for a second.",
+         "numbers. Nothing tells the end of a patch: it is taken to be whole when nothing has come for a second. One\n"
+         "that is still coming after --timeout is a failure.",
          listPatch,
          {"SERVER"},
          {"adapter", "json", "log", "timeout"}},
@@ -102,7 +103,9 @@ const std::vector<Command>& commands()
          "Fetches the thumbnail of every element of a server, or of one library without its sub-libraries, and writes\n"
          "each into a file of its own and all of them onto a contact sheet, contact-sheet.png. RGB8 pictures become "
          "PNG\n"
-         "files, others are written as they came. What is missing is listed, and the exit status is then 1.",
+         "files, others are written as they came. What is missing is listed, and the exit status is then 1.\n"
+         "A library that does not tell its elements is passed over and counts as missing; after two in a row the\n"
+         "server is given up.",
          fetchThumbnails,
          {"SERVER", "[LIBRARY]"},
          {"adapter", "format", "json", "log", "size", "timeout", "to", "type"},

@@ -29,7 +29,9 @@ Fixtures fetchFixtures(Session& session)
     session.send(CITP::Msg_FPTC_SPTC(nullptr));
     session.await(
         "any fixture", [&] { return sinceLast.isValid(); }, [] { return QString("(is its patch empty?)"); });
-    session.pump([&] { return sinceLast.elapsed() >= QuietMs; }, session.limitMs());
+    if (!session.pump([&] { return sinceLast.elapsed() >= QuietMs; }, session.limitMs() + QuietMs))
+        throw Failure{QString("%1 is still sending its patch after %2 s; --timeout allows more time")
+                          .arg(session.name(), QString::number(session.limitMs() / 1000.0))};
     return fixtures;
 }
 

@@ -52,6 +52,7 @@ public:
     /// For messages to people, e.g. server 127.0.0.2:4811 "Stage".
     QString name() const;
     int limitMs() const { return m_limitMs; }
+    bool isDown() const { return m_isDown; }
 
     /// @throws Failure if the stack refuses it, as when the server is lost
     void send(const CITP::Msg_Header& request);

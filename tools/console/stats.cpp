@@ -121,12 +121,13 @@ private:
         });
     }
 
-    // The answers, and what they tell to ask for next: a library that has elements, an element that has a picture.
+    // The answers, and what they tell to ask for next: a library that has elements, an element that has a picture. What
+    // comes without having been asked for tells nothing, lest an answer not fit the request under way.
     void learn()
     {
         QObject::connect(citp_stack::Get(), &citp_stack::libraryInfo, &m_scope,
                          [this](const QString& key, const CITP::Msg_MSEX_ELIN& message) {
-                             if (key != m_session.key() || message.LibraryType != Media)
+                             if (key != m_session.key() || message.LibraryType != Media || m_pending != Libraries)
                                  return;
                              const auto full =
                                  std::find_if(message.Libraries.begin(), message.Libraries.end(),
@@ -136,7 +137,7 @@ private:
                          });
         QObject::connect(citp_stack::Get(), &citp_stack::mediaInfo, &m_scope,
                          [this](const QString& key, const CITP::Msg_MSEX_MEIN& message) {
-                             if (key != m_session.key() || message.LibraryId != m_library)
+                             if (key != m_session.key() || message.LibraryId != m_library || m_pending != Elements)
                                  return;
                              m_hasElement = !message.Media.empty();
                              m_element = m_hasElement ? message.Media.front().Number : quint8(0);

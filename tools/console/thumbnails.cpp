@@ -157,11 +157,30 @@ private:
     QObject m_scope; ///< last, so that nothing is taken any more once members go
 };
 
-std::vector<Thumbnail> listWanted(Session& session, const Options& options)
+struct Wanted
 {
     std::vector<Thumbnail> thumbnails;
+    bool isWhole = true; ///< every library has told its elements
+};
+
+// A single library that does not tell costs its own time only; two in succession mean that the server tells nothing.
+Wanted listWanted(Session& session, const Options& options)
+{
+    Wanted wanted;
+    bool hasFailed = false;
     for (const Library& library : wantedLibraries(session, options)) {
-        const auto elements = fetchElements(session, static_cast<quint8>(options.type), library.info.LIBID).elements;
+        std::vector<Element> elements;
+        try {
+            elements = fetchElements(session, static_cast<quint8>(options.type), library.info.LIBID).elements;
+            hasFailed = false;
+        } catch (const Failure& failure) {
+            if (hasFailed || session.isDown() || !options.library.isEmpty())
+                throw;
+            complain(failure.text);
+            hasFailed = true;
+            wanted.isWhole = false;
+            continue;
+        }
         if (options.library.isEmpty() && elements.size() != library.info.ElementCount)
             complain(QString("library %1 should have %2 elements, but lists %3")
                          .arg(library.info.LIBID)
@@ -172,10 +191,10 @@ std::vector<Thumbnail> listWanted(Session& session, const Options& options)
             thumbnail.libraryId = library.info.LIBID;
             thumbnail.libraryName = library.info.Name;
             thumbnail.element = element;
-            thumbnails.push_back(thumbnail);
+            wanted.thumbnails.push_back(thumbnail);
         }
     }
-    return thumbnails;
+    return wanted;
 }
 
 QStringList drawSheets(const Session& session, const Options& options, const std::vector<Thumbnail>& thumbnails)
@@ -257,7 +276,8 @@ int fetchThumbnails(const Options& options)
     if (!QDir().mkpath(options.to))
         throw Failure{QString("could not make the folder %1").arg(harmless(options.to))};
     Session session(options);
-    std::vector<Thumbnail> thumbnails = listWanted(session, options);
+    Wanted wanted = listWanted(session, options);
+    std::vector<Thumbnail>& thumbnails = wanted.thumbnails;
     Fetcher fetcher(session, options, thumbnails);
     // What was fetched before a failure is worth its report.
     QString failure;
@@ -268,11 +288,19 @@ int fetchThumbnails(const Options& options)
     } catch (const Interrupted&) {
         failure = "interrupted";
     }
-    const int missing = report(session, options, thumbnails, drawSheets(session, options, thumbnails));
+    QStringList sheets;
+    bool isWhole = wanted.isWhole;
+    try {
+        sheets = drawSheets(session, options, thumbnails);
+    } catch (const Failure& caught) {
+        complain(caught.text);
+        isWhole = false;
+    }
+    const int missing = report(session, options, thumbnails, sheets);
     if (fetcher.strangers() > 0)
         complain(QString("%1 answers were to nothing that was asked, or damaged").arg(fetcher.strangers()));
     if (!failure.isEmpty())
         throw Failure{failure};
-    return missing > 0 ? 1 : 0;
+    return missing > 0 || !isWhole ? 1 : 0;
 }
 } // namespace Console

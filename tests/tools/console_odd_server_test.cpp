@@ -1,0 +1,163 @@
+// citp-console before servers that no sound program would be: that lie, tell only half, send what nobody
+// asked for, or never come to an end.
+// SPDX-License-Identifier: Apache-2.0
+#include <QDir>
+#include <QJsonArray>
+#include <QTemporaryDir>
+
+#include "../stack/wire.h"
+#include "console_fixture.h"
+#include "odd_server.h"
+
+namespace {
+QByteArray id(unsigned level, unsigned first, unsigned second = 0, unsigned third = 0)
+{
+    return Wire::u8(level) + Wire::u8(first) + Wire::u8(second) + Wire::u8(third);
+}
+
+// The identity in a request for libraries or elements, behind the two headers and the type.
+QByteArray idIn(const QByteArray& request)
+{
+    return request.mid(27, 4);
+}
+
+QByteArray library(const QByteArray& id, unsigned subLibraries, unsigned elements, const char* name = "Library")
+{
+    return id + Wire::u32(1) + Wire::u8(0) + Wire::u8(255) + Wire::ucs2(name) + Wire::u16(subLibraries) +
+           Wire::u16(elements);
+}
+
+QByteArray elin(const QList<QByteArray>& libraries)
+{
+    return Wire::msex(2, "ELIn", Wire::u8(1) + Wire::u16(static_cast<unsigned>(libraries.size())) + libraries.join());
+}
+
+// One element of the library, number 0.
+QByteArray mein(const QByteArray& id)
+{
+    return Wire::msex(2, "MEIn",
+                      id + Wire::u16(1) + Wire::u8(0) + Wire::u32(1) + Wire::u8(0) + Wire::u8(0) + Wire::ucs2("Clip") +
+                          Wire::u32(0) + Wire::u32(0) + Wire::u16(2) + Wire::u16(2) + Wire::u32(1) + Wire::u8(25));
+}
+
+// That element's picture: one blue pixel, RGB8.
+QByteArray ethn(const QByteArray& id)
+{
+    return Wire::msex(2, "EThn",
+                      Wire::u8(1) + id + Wire::u8(0) + QByteArray("RGB8") + Wire::u16(1) + Wire::u16(1) + Wire::u16(3) +
+                          QByteArray("\0\0\xff", 3));
+}
+
+Outcome run(const QString& command, const OddServer& server, const QStringList& more)
+{
+    return runConsole(QStringList{command, server.key(), "--adapter", "lo"} + more);
+}
+} // namespace
+
+TEST(ConsoleBeforeOddServers, GivesUpOnLibrariesWithoutEnd)
+{
+    const OddServer server([](const QByteArray& message) {
+        if (Wire::code(message) != "GELI")
+            return QByteArray();
+        QByteArray parent = idIn(message);
+        const auto level = static_cast<int>(parent.at(0));
+        QList<QByteArray> libraries;
+        for (unsigned number = 0; number < 256; ++number) {
+            QByteArray child = parent;
+            child[0] = static_cast<char>(level + 1);
+            child[level + 1] = static_cast<char>(number);
+            libraries << library(child, 1, 1, "");
+        }
+        return elin(libraries);
+    });
+    const Outcome outcome = run("libraries", server, {});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output.toStdString(), "");
+    EXPECT_TRUE(outcome.errors.contains("lists more than 65536 libraries")) << outcome.errors.toStdString();
+}
+
+TEST(ConsoleBeforeOddServers, LeavesOutLibrariesThatAreNotBelowTheOneAskedFor)
+{
+    const OddServer server([](const QByteArray& message) {
+        if (Wire::code(message) != "GELI")
+            return QByteArray();
+        if (idIn(message) == id(0, 0))
+            return elin({library(id(1, 3), 1, 0), library(id(1, 4), 0, 0)});
+        return elin({library(id(2, 9, 1), 0, 0), library(id(1, 5), 0, 0), library(id(2, 3, 7), 0, 0)});
+    });
+    const Outcome outcome = run("libraries", server, {"--json"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    QStringList listed;
+    for (const QJsonObject& object : jsonLines(outcome.output))
+        listed << object.value("library").toString();
+    EXPECT_EQ(listed.join(' ').toStdString(), "1,3,0,0 2,3,7,0 1,4,0,0");
+    EXPECT_TRUE(outcome.errors.contains("2 libraries that are not below 1,3,0,0")) << outcome.errors.toStdString();
+}
+
+TEST(ConsoleBeforeOddServers, SaysThatAPatchGoesOnAndOn)
+{
+    const OddServer server([](const QByteArray&) { return QByteArray(); }, Wire::ptch(3));
+    const Outcome outcome = run("patch", server, {"--timeout", "1"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output.toStdString(), "");
+    EXPECT_TRUE(outcome.errors.contains("is still sending its patch after 1 s; --timeout allows more time"))
+        << outcome.errors.toStdString();
+}
+
+TEST(ConsoleBeforeOddServers, TimesAnswersBesideOnesThatNobodyAskedFor)
+{
+    const OddServer server(
+        [](const QByteArray& message) {
+            const QByteArray code = Wire::code(message);
+            return code == "GELI"   ? elin({library(id(1, 1), 0, 1)})
+                   : code == "GEIn" ? mein(id(1, 1))
+                   : code == "GETh" ? ethn(id(1, 1))
+                                    : QByteArray();
+        },
+        elin({}));
+    const Outcome outcome = run("stats", server, {"--seconds", "5", "--json"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    const std::vector<QJsonObject> blocks = jsonLines(outcome.output);
+    ASSERT_FALSE(blocks.empty());
+    const QJsonArray requests = blocks.back().value("requests").toArray();
+    ASSERT_EQ(requests.size(), 3);
+    for (const QJsonValue& request : requests) {
+        const std::string name = request.toObject().value("request").toString().toStdString();
+        EXPECT_GT(request.toObject().value("answered").toInt(), 0) << name;
+        EXPECT_EQ(request.toObject().value("unanswered").toInt(), 0) << name;
+    }
+}
+
+TEST(ConsoleBeforeOddServers, FetchesWhatThereIsBesideALibraryThatTellsNothing)
+{
+    const OddServer server([](const QByteArray& message) {
+        const QByteArray code = Wire::code(message);
+        if (code == "GELI")
+            return elin({library(id(1, 1), 0, 1), library(id(1, 2), 0, 1)});
+        if (code == "GEIn" && idIn(message) == id(1, 2))
+            return mein(id(1, 2));
+        return code == "GETh" ? ethn(id(1, 2)) : QByteArray();
+    });
+    const QTemporaryDir target;
+    const Outcome outcome = run("thumbnails", server, {"--timeout", "3", "--to", target.path()});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.output.contains("1 of 1 thumbnails written")) << outcome.output.toStdString();
+    EXPECT_EQ(outcome.errors.count("did not send the elements of library 1,1,0,0 within 3 s"), 1)
+        << outcome.errors.toStdString();
+    EXPECT_EQ(QDir(target.path()).entryList(QDir::Files).join(' ').toStdString(),
+              "1.2.0.0-000-Clip.png contact-sheet.png");
+}
+
+TEST(ConsoleBeforeOddServers, GivesUpWhenLibraryAfterLibraryTellsNothing)
+{
+    const OddServer server([](const QByteArray& message) {
+        return Wire::code(message) == "GELI"
+                   ? elin({library(id(1, 1), 0, 1), library(id(1, 2), 0, 1), library(id(1, 3), 0, 1)})
+                   : QByteArray();
+    });
+    const QTemporaryDir target;
+    const Outcome outcome = run("thumbnails", server, {"--timeout", "1", "--to", target.path()});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output.toStdString(), "");
+    EXPECT_EQ(outcome.errors.count("did not send the elements of library"), 2) << outcome.errors.toStdString();
+}
