@@ -209,6 +209,34 @@ TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheContactSheetCannotBeWritten)
         << outcome.errors.toStdString();
 }
 
+TEST(ConsoleThumbnails, DrawsNoSheetTallerThanCanBeDrawn)
+{
+    const QTemporaryDir target;
+    const QTemporaryDir media;
+    QImage red(16, 12, QImage::Format_RGB888);
+    red.fill(Qt::red);
+    for (int i = 0; i < 180; ++i) {
+        const QString folder = media.filePath(QString("Library %1").arg(i));
+        ASSERT_TRUE(QDir().mkpath(folder) && red.save(folder + "/red.png"));
+    }
+    const Server server({"--media", media.path()});
+    const Outcome outcome = fetch(target.path(), {"--format", "png"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.output.contains("180 of 180 thumbnails written")) << outcome.output.toStdString();
+    // Each picture is a field of its own in the first column, red in the middle.
+    int drawn = 0;
+    for (const QString& name : QDir(target.path()).entryList({"contact-sheet*.png"})) {
+        const QImage sheet(target.filePath(name));
+        bool wasRed = false;
+        for (int y = 0; y < sheet.height(); ++y) {
+            const bool isRed = sheet.pixel(94, y) == qRgb(255, 0, 0);
+            drawn += isRed && !wasRed ? 1 : 0;
+            wasRed = isRed;
+        }
+    }
+    EXPECT_EQ(drawn, 180);
+}
+
 TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheServerGoesDown)
 {
     const QTemporaryDir target;

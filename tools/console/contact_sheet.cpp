@@ -14,6 +14,8 @@
 namespace Console {
 namespace {
 constexpr int CellsOnASheet = 300;
+// Qt 5 draws nothing beyond 32767 pixels; many sections with few cells each get there first.
+constexpr int TallestSheet = 30000;
 constexpr int FewestColumns = 4;
 constexpr int MostColumns = 10;
 constexpr QSize PictureSize(160, 120);
@@ -59,6 +61,7 @@ int columnsFor(const SheetCell* begin, const SheetCell* end)
     return columns;
 }
 
+// Of these cells, as many from the first on as one sheet takes.
 Layout arrange(const SheetCell* begin, const SheetCell* end)
 {
     Layout layout;
@@ -74,11 +77,13 @@ Layout arrange(const SheetCell* begin, const SheetCell* end)
         }
         if (opens)
             y += SectionHeight;
+        if (y + CellHeight > TallestSheet)
+            break;
+        layout.size = QSize(Gap + columns * CellWidth, y + CellHeight);
         section = &cell->section;
         layout.cells.push_back({cell, QPoint(Gap + column * CellWidth, y), opens});
         ++column;
     }
-    layout.size = QSize(Gap + columns * CellWidth, y + CellHeight);
     return layout;
 }
 
@@ -154,9 +159,10 @@ void save(const QImage& sheet, const QString& path)
 QStringList writeContactSheets(const QString& folder, const QString& title, const std::vector<SheetCell>& cells)
 {
     QStringList paths;
-    for (std::size_t first = 0; first < cells.size(); first += CellsOnASheet) {
+    for (std::size_t first = 0; first < cells.size();) {
         const std::size_t count = std::min(cells.size() - first, static_cast<std::size_t>(CellsOnASheet));
         const Layout layout = arrange(cells.data() + first, cells.data() + first + count);
+        first += layout.cells.size();
         QImage sheet(layout.size, QImage::Format_RGB32);
         {
             SheetPainter painter(sheet);
@@ -165,7 +171,7 @@ QStringList writeContactSheets(const QString& folder, const QString& title, cons
                 painter.cell(placed);
         }
         const QString name =
-            first == 0 ? QString("contact-sheet.png") : QString("contact-sheet-%1.png").arg(first / CellsOnASheet + 1);
+            paths.isEmpty() ? QString("contact-sheet.png") : QString("contact-sheet-%1.png").arg(paths.size() + 1);
         paths << QDir(folder).filePath(name);
         save(sheet, paths.constLast());
     }

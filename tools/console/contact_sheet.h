@@ -16,8 +16,8 @@ struct SheetCell
     QString file;    ///< picture file; empty for a picture that is missing
 };
 
-/// Draws @p cells, a few hundred on each sheet, and writes the sheets as PNG files into @p folder: "contact-sheet.png",
-/// "contact-sheet-2.png" and so on. Needs a QGuiApplication.
+/// Draws @p cells, at most a few hundred on each sheet, and writes the sheets as PNG files into @p folder:
+/// "contact-sheet.png", "contact-sheet-2.png" and so on. Needs a QGuiApplication.
 /// @param title at the head of each sheet; shown as it is, like the cells' texts
 /// @return the paths written
 /// @throws Failure if a file cannot be written
