@@ -27,13 +27,13 @@ constexpr int PacketsAtATime = 1000;
 // kernel hands over all TCP, in its order, and what is kept is decided here.
 constexpr const char* Filter = "udp port 4809 or tcp";
 
-struct Closer
+struct CaptureCloser
 {
     void operator()(pcap_t* capture) const { pcap_close(capture); }
     void operator()(pcap_dumper_t* file) const { pcap_dump_close(file); }
 };
-using Capture = std::unique_ptr<pcap_t, Closer>;
-using Dump = std::unique_ptr<pcap_dumper_t, Closer>;
+using Capture = std::unique_ptr<pcap_t, CaptureCloser>;
+using Dump = std::unique_ptr<pcap_dumper_t, CaptureCloser>;
 
 QString reason(const Capture& capture)
 {

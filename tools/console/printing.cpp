@@ -29,7 +29,7 @@ bool isHarmful(uint codePoint)
     }
 }
 
-QString harmless(const QString& text, bool keepLineFeeds)
+QString withoutControls(const QString& text, bool keepLineFeeds)
 {
     QString out;
     out.reserve(text.size());
@@ -58,13 +58,13 @@ void write(std::FILE* file, const QString& line)
 // Traffic lines hold dumps of several lines; their line feeds are the library's own.
 void logToStandardError(QtMsgType, const QMessageLogContext& context, const QString& text)
 {
-    write(stderr, QString("%1 %2: %3").arg(timeOfDay(), QString(context.category), harmless(text, true)));
+    write(stderr, QString("%1 %2: %3").arg(timeOfDay(), QString(context.category), withoutControls(text, true)));
 }
 } // namespace
 
 QString harmless(const QString& text)
 {
-    return harmless(text, false);
+    return withoutControls(text, false);
 }
 
 void printLine(const QString& line)

@@ -10,7 +10,7 @@
 
 namespace Browser {
 namespace {
-struct Texts
+struct AdapterTexts
 {
     Q_DECLARE_TR_FUNCTIONS(Browser::Adapters)
 };
@@ -19,20 +19,20 @@ QString reasonFor(const ArtNet::Adapter& adapter)
 {
     switch (adapter.GetReason()) {
         case ArtNet::Adapter::Reason::Explicit:
-            return Texts::tr("chosen");
+            return AdapterTexts::tr("chosen");
         case ArtNet::Adapter::Reason::PrimaryRange:
-            return Texts::tr("the first with an address in 2.0.0.0/8");
+            return AdapterTexts::tr("the first with an address in 2.0.0.0/8");
         case ArtNet::Adapter::Reason::SecondaryRange:
-            return Texts::tr("the first with an address in 10.0.0.0/8");
+            return AdapterTexts::tr("the first with an address in 10.0.0.0/8");
         case ArtNet::Adapter::Reason::AnyAddress:
-            return Texts::tr("the first with an address");
+            return AdapterTexts::tr("the first with an address");
         case ArtNet::Adapter::Reason::Loopback:
-            return Texts::tr("no other is up with multicast and an address");
+            return AdapterTexts::tr("no other is up with multicast and an address");
         case ArtNet::Adapter::Reason::None:
             break;
     }
-    return ArtNet::Adapter::GetChoice().empty() ? Texts::tr("no adapter has an address")
-                                                : Texts::tr("chosen, but not there or without an address");
+    return ArtNet::Adapter::GetChoice().empty() ? AdapterTexts::tr("no adapter has an address")
+                                                : AdapterTexts::tr("chosen, but not there or without an address");
 }
 } // namespace
 
@@ -56,8 +56,8 @@ std::vector<AdapterOption> adapterOptions()
         const QString addresses = option.addresses.join(QStringLiteral(", "));
         option.name = QString::fromStdString(adapter.GetName());
         option.isUp = state.up && state.running;
-        option.text = option.isUp ? Texts::tr("%1 (%2)").arg(option.name, addresses)
-                                  : Texts::tr("%1 (%2), down").arg(option.name, addresses);
+        option.text = option.isUp ? AdapterTexts::tr("%1 (%2)").arg(option.name, addresses)
+                                  : AdapterTexts::tr("%1 (%2), down").arg(option.name, addresses);
         options.push_back(option);
     }
     return options;

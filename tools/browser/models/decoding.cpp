@@ -11,7 +11,7 @@ namespace {
 // No thumbnail is bigger; 65535 bytes can announce a picture that would fill the memory.
 constexpr int LongestSide = 4096;
 
-struct Texts
+struct PictureTexts
 {
     Q_DECLARE_TR_FUNCTIONS(Browser::Decoding)
 };
@@ -37,7 +37,7 @@ Decoded fromRgb8(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
     const int height = answer.ThumbnailHeight;
     const qint64 bytes = qint64(width) * height * 3;
     if (bytes == 0 || answer.ThumbnailBuffer.size() != bytes)
-        return unusable(Texts::tr("%1 bytes are no picture of %2 × %3 pixels")
+        return unusable(PictureTexts::tr("%1 bytes are no picture of %2 × %3 pixels")
                             .arg(answer.ThumbnailBuffer.size())
                             .arg(width)
                             .arg(height));
@@ -54,10 +54,10 @@ Decoded fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const 
     reader.setDecideFormatFromContent(false);
     const QSize size = reader.size();
     if (size.width() > LongestSide || size.height() > LongestSide)
-        return unusable(Texts::tr("%1 × %2 pixels are too many").arg(size.width()).arg(size.height()));
+        return unusable(PictureTexts::tr("%1 × %2 pixels are too many").arg(size.width()).arg(size.height()));
     const QImage image = reader.read();
     if (image.isNull())
-        return unusable(Texts::tr("damaged picture"));
+        return unusable(PictureTexts::tr("damaged picture"));
     return usable(image);
 }
 } // namespace
@@ -65,13 +65,13 @@ Decoded fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const 
 Decoded decode(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
 {
     if (answer.ThumbnailBuffer.isEmpty())
-        return unusable(Texts::tr("no picture"));
+        return unusable(PictureTexts::tr("no picture"));
     if (answer.ThumbnailFormat == QLatin1String("RGB8"))
         return fromRgb8(answer);
     if (answer.ThumbnailFormat == QLatin1String("PNG "))
         return fromEncoded(answer, "png");
     if (answer.ThumbnailFormat == QLatin1String("JPEG"))
         return fromEncoded(answer, "jpeg");
-    return unusable(Texts::tr("unknown picture format"));
+    return unusable(PictureTexts::tr("unknown picture format"));
 }
 } // namespace Browser

@@ -9,8 +9,6 @@
 
 namespace Browser {
 namespace {
-constexpr int MarkMs = 8000;
-constexpr int UnmarkMs = 500;
 // More insertions and removals than this, and the list is shown afresh instead.
 constexpr int MostMoves = 32;
 

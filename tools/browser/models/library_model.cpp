@@ -9,8 +9,6 @@
 
 namespace Browser {
 namespace {
-constexpr int MarkMs = 8000;
-constexpr int UnmarkMs = 500;
 constexpr quint8 LastKnownType = 3;
 } // namespace
 

@@ -26,6 +26,10 @@ struct Server
     QString pictureFormat;    ///< what thumbnails are asked for in: "JPEG", "PNG" or "RGB8"
 };
 
+/// What is new in a list stays marked for this long, and the marks are looked over this often.
+constexpr int MarkMs = 8000;
+constexpr int UnmarkMs = 500;
+
 /// The parent of the top-level libraries.
 inline const QString RootLibrary = QStringLiteral("0,0,0,0");
 

@@ -16,13 +16,13 @@
 
 namespace Console {
 namespace {
-struct Closer
+struct FileCloser
 {
     void operator()(pcap_t* capture) const { pcap_close(capture); }
 };
-using Capture = std::unique_ptr<pcap_t, Closer>;
+using OpenFile = std::unique_ptr<pcap_t, FileCloser>;
 
-Capture open(const QString& file)
+OpenFile open(const QString& file)
 {
     const QString name = harmless(file);
     if (QFileInfo::exists(file) && !QFileInfo(file).isFile())
@@ -31,7 +31,7 @@ Capture open(const QString& file)
     if (!stream)
         throw Failure{QString("'%1' cannot be opened: %2").arg(name, QString::fromLocal8Bit(std::strerror(errno)))};
     char reason[PCAP_ERRBUF_SIZE] = "";
-    Capture capture(pcap_fopen_offline(stream, reason));
+    OpenFile capture(pcap_fopen_offline(stream, reason));
     if (!capture) {
         std::fclose(stream);
         throw Failure{QString("'%1' is no capture file that can be read, pcap or pcapng: %2")
@@ -58,7 +58,7 @@ qint64 microseconds(const timeval& time)
 
 CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& take)
 {
-    const Capture capture = open(file);
+    const OpenFile capture = open(file);
     const int linkType = pcap_datalink(capture.get());
     CaptureFile outcome;
     pcap_pkthdr* header = nullptr;

@@ -13,7 +13,7 @@
 
 namespace Console {
 namespace {
-constexpr int MostServers = 1024;
+constexpr int MostSummarised = 1024;
 constexpr int MostKinds = 128;
 constexpr double Second = 1e6;
 // Stands for the layer and code of the kinds that are counted as one; longer than any layer.
@@ -43,7 +43,7 @@ void see(qint64 timeUs, bool isFirst, qint64& firstUs, qint64& lastUs)
 
 void Summary::add(const Event& event)
 {
-    const bool isRoom = m_servers.contains(event.server) || m_servers.size() < MostServers;
+    const bool isRoom = m_servers.contains(event.server) || m_servers.size() < MostSummarised;
     const QString key = isRoom ? event.server : QString("others");
     const bool isNew = !m_servers.contains(key);
     Server& server = m_servers[key];

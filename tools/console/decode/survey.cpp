@@ -11,7 +11,7 @@
 namespace Console {
 namespace {
 // Bounds for what a hostile capture can make this remember; no show network comes near.
-constexpr std::size_t MostServers = 4096;
+constexpr std::size_t MostAnnounced = 4096;
 constexpr std::size_t MostConnections = 16384;
 
 const QStringList& saidByServers()
@@ -71,7 +71,7 @@ bool Survey::isServerSure(const Connection& connection) const
 
 void Survey::learnFromDatagram(const Packet& packet)
 {
-    if (!isCitp(packet) || packet.data.size() < MessageHeader::Length || m_announced.size() >= MostServers)
+    if (!isCitp(packet) || packet.data.size() < MessageHeader::Length || m_announced.size() >= MostAnnounced)
         return;
     const MessageHeader header = MessageHeader::read(packet.data);
     if (!header.hasCookie || header.layer != QLatin1String("PINF") || header.code != QLatin1String("PLoc"))
