@@ -38,7 +38,9 @@ void forgetServers()
     EXPECT_TRUE(until([] { return CITP::citp_stack::Get()->getServers().empty(); }));
 }
 
-MediaServer::MediaServer(const QStringList& arguments) : m_arguments(QStringList{"--adapter", "lo"} + arguments)
+// One that a test which crashed has left behind ends by itself.
+MediaServer::MediaServer(const QStringList& arguments)
+    : m_arguments(QStringList{"--adapter", "lo", "--seconds", "600"} + arguments)
 {
     start();
 }
