@@ -14,6 +14,7 @@
 #include <QTest>
 
 #include "browser_fixture.h"
+#include "models/adapters.h"
 #include "models/session.h"
 #include "window/main_window.h"
 
@@ -220,6 +221,41 @@ TEST_F(BrowserWindow, ManyServersAreListedAndOneIsChosen)
     EXPECT_TRUE(list->viewport()->rect().intersects(list->visualRect(list->currentIndex())));
 }
 
+TEST_F(BrowserWindow, AServerThatIsForgottenDoesNotPassTheChoiceOnToItsNeighbour)
+{
+    session.servers().setKeepTime(300);
+    MediaServer server;
+    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    ASSERT_EQ(session.chosenServer().toStdString(), Key.toStdString());
+    const MediaServer neighbour({"--address", "127.0.0.3", "--port", "4812"});
+    ASSERT_TRUE(until([this] { return session.servers().countUp() == 2; }));
+    session.chooseLibrary(1, "1,3,0,0");
+    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    server.kill();
+    ASSERT_TRUE(until([this] { return session.servers().rowCount() == 1; }));
+    EXPECT_EQ(session.chosenServer().toStdString(), Key.toStdString());
+    EXPECT_EQ(rowsReady(), 10);
+    const auto* const list = find<QListView>("servers");
+    EXPECT_FALSE(list->currentIndex().isValid());
+    server.restart();
+    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    EXPECT_EQ(list->currentIndex().data(ServerModel::KeyRole).toString().toStdString(), Key.toStdString());
+    EXPECT_EQ(chosenLibrary().toStdString(), "1,3,0,0");
+}
+
+TEST_F(BrowserWindow, GoingToTheServersChoosesNone)
+{
+    session.chooseServer("127.0.0.9:4811");
+    session.servers().hear("127.0.0.77:4999", "Ghost");
+    QApplication::setActiveWindow(window.get());
+    key(Qt::Key_3, Qt::ControlModifier);
+    key(Qt::Key_1, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::focusWidget(), find<QListView>("servers"));
+    EXPECT_EQ(session.chosenServer().toStdString(), "127.0.0.9:4811");
+    key(Qt::Key_Down);
+    EXPECT_EQ(session.chosenServer().toStdString(), "127.0.0.77:4999");
+}
+
 TEST_F(BrowserWindow, TheAdapterIsShownAndChosenFromAMenu)
 {
     auto* const button = find<QPushButton>("adapter");
@@ -242,7 +278,19 @@ TEST_F(BrowserWindow, TheAdapterIsShownAndChosenFromAMenu)
     Q_EMIT menu->aboutToShow();
     EXPECT_TRUE(menu->actions().at(2)->isChecked());
     EXPECT_TRUE(until([&] { return button->toolTip() == "chosen"; }));
+    window->close();
+    EXPECT_EQ(QSettings().value("adapter").toString().toStdString(), "lo");
     session.chooseAdapter({});
+}
+
+TEST_F(BrowserWindow, OnlyTheUsersChoiceOfAnAdapterIsRemembered)
+{
+    QSettings().setValue("adapter", "eth7");
+    // As the environment does for one run.
+    Browser::chooseAdapter("lo");
+    window->close();
+    EXPECT_EQ(QSettings().value("adapter").toString().toStdString(), "eth7");
+    Browser::chooseAdapter({});
 }
 
 TEST_F(BrowserWindow, FitsASmallScreenAndSaysWhatIsMissing)
@@ -270,6 +318,18 @@ TEST_F(BrowserWindow, RemembersServerAndPanes)
     window->show();
     EXPECT_FALSE(find<QDockWidget>("previewPane")->isVisible());
     EXPECT_TRUE(until([this] { return session.chosenServer() == "127.0.0.3:4812"; }));
+}
+
+TEST_F(BrowserWindow, RemembersAServerThatIsNotThereThisTime)
+{
+    QSettings().setValue("server", "127.0.0.9:4811");
+    window = std::make_unique<MainWindow>(session);
+    window->show();
+    const MediaServer server;
+    ASSERT_TRUE(until([this] { return session.servers().countUp() == 1; }));
+    EXPECT_EQ(session.chosenServer().toStdString(), "");
+    window->close();
+    EXPECT_EQ(QSettings().value("server").toString().toStdString(), "127.0.0.9:4811");
 }
 
 TEST_F(BrowserWindow, TheLogShowsTrafficWhenItIsWanted)

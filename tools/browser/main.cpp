@@ -28,6 +28,16 @@ Browser::Options optionsOf(int argc, char** argv)
     const QCoreApplication application(count, names);
     return Browser::readOptions(arguments);
 }
+
+// Without one Qt would abort.
+bool hasDisplay()
+{
+    for (const char* const name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY", "WAYLAND_SOCKET"}) {
+        if (!qEnvironmentVariableIsEmpty(name))
+            return true;
+    }
+    return false;
+}
 } // namespace
 
 int main(int argc, char** argv)
@@ -44,6 +54,10 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "citp-browser: %s\n", options.text.toLocal8Bit().constData());
         return 2;
     }
+    if (!hasDisplay()) {
+        std::fputs("citp-browser: there is no display; start it in a graphical session, or set DISPLAY\n", stderr);
+        return 1;
+    }
     const QApplication application(argc, argv);
     QTranslator translator;
     if (translator.load(QLocale(), QStringLiteral("citp-browser"), QStringLiteral("_"),
@@ -55,6 +69,8 @@ int main(int argc, char** argv)
     // The environment's choice stays as long as nobody has made another.
     if (!adapter.isEmpty() && (!options.adapter.isEmpty() || Browser::adapterChoice().isEmpty()))
         Browser::chooseAdapter(adapter);
+    if (!options.adapter.isEmpty())
+        QSettings().setValue(QStringLiteral("adapter"), options.adapter);
     Browser::Session session;
     Browser::MainWindow window(session);
     if (!options.server.isEmpty())

@@ -2,7 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "options.h"
 
+#include <citp/citp_stack.h>
+
 #include <QCommandLineParser>
+#include <QHostAddress>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -22,6 +25,15 @@ Options wrong(const QString& what)
     options.action = Options::Action::WrongUse;
     options.text = what;
     return options;
+}
+
+// Written in any other way it would never be that of a server.
+bool isKey(const QString& text)
+{
+    const QHostAddress host(text.section(QLatin1Char(':'), 0, 0));
+    const unsigned short port = text.section(QLatin1Char(':'), 1).toUShort();
+    return host.protocol() == QAbstractSocket::IPv4Protocol && port > 0 &&
+           CITP::citp_stack::buildServerKey(host.toString(), port) == text;
 }
 } // namespace
 
@@ -56,8 +68,7 @@ Options readOptions(const QStringList& arguments)
         return wrong(QStringLiteral("--adapter: '%1' is no adapter or IPv4 address of this machine; 'citp-console "
                                     "adapters' lists them")
                          .arg(oneLine(options.adapter)));
-    static const QRegularExpression key(QStringLiteral("^\\d{1,3}(\\.\\d{1,3}){3}:\\d{1,5}$"));
-    if (parser.isSet("server") && !key.match(options.server).hasMatch())
+    if (parser.isSet("server") && !isKey(options.server))
         return wrong(QStringLiteral("--server: '%1' is no server's key; give one such as 2.0.0.10:4811")
                          .arg(oneLine(options.server)));
     return options;

@@ -51,7 +51,8 @@ QString MainWindow::serverName() const
     return server.name.isEmpty() ? server.key : server.name;
 }
 
-// The server of the last time, or else the first that comes up, as long as the user has chosen none.
+// The server of the last time once it is up, or the first that comes up where none is remembered, as long as the user
+// has chosen none.
 void MainWindow::chooseFirst()
 {
     if (!m_session.chosenServer().isEmpty())
@@ -223,7 +224,10 @@ void MainWindow::fillAdapterMenu()
         action->setCheckable(true);
         action->setChecked(name == choice);
         group->addAction(action);
-        connect(action, &QAction::triggered, this, [this, name] { m_session.chooseAdapter(name); });
+        connect(action, &QAction::triggered, this, [this, name] {
+            QSettings().setValue(QStringLiteral("adapter"), name);
+            m_session.chooseAdapter(name);
+        });
     };
     add(tr("&Automatic"), {});
     m_adapterMenu->addSeparator();
@@ -267,9 +271,10 @@ void MainWindow::remember() const
     QSettings settings;
     settings.setValue(QStringLiteral("geometry"), saveGeometry());
     settings.setValue(QStringLiteral("panes"), saveState());
-    settings.setValue(QStringLiteral("server"), m_session.chosenServer());
+    // One that has not come up this time is remembered further.
+    if (!m_session.chosenServer().isEmpty())
+        settings.setValue(QStringLiteral("server"), m_session.chosenServer());
     for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})
         settings.setValue(QLatin1String(name), view->horizontalHeader()->saveState());
-    settings.setValue(QStringLiteral("adapter"), adapterChoice());
 }
 } // namespace Browser

@@ -61,7 +61,16 @@ void MainWindow::makeServers()
 {
     m_servers = new QListView;
     m_servers->setObjectName(QStringLiteral("servers"));
+    // Before the view sees it: a server that is forgotten must not pass the choice on to its neighbour.
+    connect(&m_session.servers(), &QAbstractItemModel::rowsAboutToBeRemoved, m_servers,
+            [this](const QModelIndex& /*parent*/, int first, int last) {
+                const int row = m_servers->currentIndex().row();
+                if (row >= first && row <= last)
+                    m_servers->setCurrentIndex({});
+            });
     m_servers->setModel(&m_session.servers());
+    // Said once, or the view takes its first row for chosen when the keyboard comes to it.
+    m_servers->setCurrentIndex({});
     m_servers->setItemDelegate(new ServerDelegate(m_servers));
     m_servers->setUniformItemSizes(true);
     m_servers->setFrameShape(QFrame::NoFrame);
