@@ -58,11 +58,13 @@ protected:
     }
     bool isNew(int row) { return session.elements().index(row).data(Browser::ElementModel::IsNewRole).toBool(); }
     /// As if the chosen server had answered with @p count elements, whose names have @p nameLength characters.
-    void answerElements(const QString& library, int count, int nameLength = 8)
+    void answerElements(const QString& library, int count, int nameLength = 8,
+                        Browser::Kind kind = Browser::Kind::Media)
     {
         const auto list = std::make_shared<Browser::ElementList>();
         list->server = session.chosenServer();
         list->library = library;
+        list->kind = kind;
         for (int i = 0; i < count; ++i) {
             Browser::Element element;
             element.number = static_cast<quint8>(i);

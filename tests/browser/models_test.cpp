@@ -1,7 +1,13 @@
 // The browser's models beside simulated media servers: servers, libraries, layers, patch and log.
 // SPDX-License-Identifier: Apache-2.0
+#include <citp/citp_msg_msex_thumbnails.h>
+
 #include <QFile>
+#include <QNetworkInterface>
 #include <QSignalSpy>
+#include <QUdpSocket>
+
+#include <atomic>
 
 #include "models_fixture.h"
 
@@ -54,6 +60,46 @@ TEST_F(BrowserModels, AServerThatDoesNotAcceptIsConnecting)
     EXPECT_EQ(servers.stateOf("127.0.0.77:4999"), ServerModel::State::Seen);
     servers.hear("127.0.0.77:4999", "Ghost");
     EXPECT_EQ(servers.stateOf("127.0.0.77:4999"), ServerModel::State::Connecting);
+}
+
+TEST_F(BrowserModels, AnAnnouncementWithoutAServerBehindItIsSeenAndThenConnecting)
+{
+    QUdpSocket socket;
+    ASSERT_TRUE(socket.bind(QHostAddress("127.0.0.77")));
+    socket.setMulticastInterface(QNetworkInterface::interfaceFromName("lo"));
+    // As media servers write it, which the library has no need to.
+    QByteArray announcement("CITP\x01\x00\x00\x00\x36\x00\x00\x00\x01\x00\x00\x00PINFPLoc\x87\x13", 26);
+    announcement += QByteArray("MediaServer\0Ghost 1\0Running\0", 28);
+    ASSERT_EQ(announcement.size(), 54);
+    ServerModel& servers = session.servers();
+    QList<ServerModel::State> states;
+    const auto note = [&] {
+        const ServerModel::State state = servers.stateOf("127.0.0.77:4999");
+        if (states.isEmpty() || states.last() != state)
+            states << state;
+    };
+    QObject::connect(&servers, &QAbstractItemModel::rowsInserted, &session, note);
+    QObject::connect(&servers, &QAbstractItemModel::dataChanged, &session, note);
+    ASSERT_TRUE(until([&] {
+        socket.writeDatagram(announcement, QHostAddress("224.0.0.180"), 4809);
+        // As often as the browser looks, and not as a flood.
+        return until([&] { return states.size() >= 2; }, 200);
+    }));
+    EXPECT_EQ(states.at(0), ServerModel::State::Seen);
+    EXPECT_EQ(states.at(1), ServerModel::State::Connecting);
+    EXPECT_EQ(servers.index(0).data(ServerModel::NameRole).toString().toStdString(), "Ghost 1");
+}
+
+TEST(BrowserServers, OneThatIsUpIsListedBesideAnyNumberOfForgedOnes)
+{
+    ServerModel servers;
+    for (int i = 0; i < 1100; ++i)
+        servers.hear(QString("127.1.%1.%2:4811").arg(i / 250).arg(i % 250 + 1), "Forged");
+    EXPECT_EQ(servers.rowCount(), 1000);
+    Browser::Server server;
+    server.key = StageKey;
+    servers.setUp(server);
+    EXPECT_EQ(servers.stateOf(StageKey), ServerModel::State::Up);
 }
 
 TEST_F(BrowserModels, ManyServersStandInTheOrderOfTheirAddresses)
@@ -131,6 +177,46 @@ TEST_F(BrowserModels, AnUpdateRenewsTheRowsThatItTouches)
     ASSERT_TRUE(until([&] { return libraries.find(1, "1,3,0,0").sibling(2, 1).data().toInt() == 0; }));
 }
 
+TEST_F(BrowserModels, AServerThatComesBackAsAnotherIsShownAfresh)
+{
+    MediaServer old({"--msex", "1.0"});
+    openServer();
+    LibraryModel& libraries = session.libraries();
+    EXPECT_EQ(namesBelow(libraries, {}).join('|').toStdString(), "Media|Effects");
+    expand(1, Browser::RootLibrary);
+    openLibrary("2");
+    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    old.kill();
+    ASSERT_TRUE(until([this] { return !session.isChosenUp(); }));
+    const MediaServer updated({"--effects", "1", "--generic", "1"});
+    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    EXPECT_EQ(namesBelow(libraries, {}).join('|').toStdString(), "Media|Effects|Generic");
+    // Identities of the other version mean nothing.
+    EXPECT_EQ(session.elements().state(), Browser::ElementModel::State::Empty);
+    EXPECT_EQ(session.elements().rowCount(), 0);
+    expand(1, Browser::RootLibrary);
+    openLibrary("1,2,0,0");
+    EXPECT_TRUE(until([this] { return areAllReady(); }));
+}
+
+TEST_F(BrowserModels, AnAnswerAfterAFailureTakesTheFailureBack)
+{
+    const PictureFolder folder;
+    const MediaServer server({"--media", folder.path()});
+    openServer();
+    expand(1, Browser::RootLibrary);
+    LibraryModel& libraries = session.libraries();
+    // As when an earlier update was not answered in time.
+    Q_EMIT session.requests().librariesFailed(1, Browser::RootLibrary, "no answer");
+    const auto problem = [&] {
+        return libraries.find(1, Browser::RootLibrary).data(LibraryModel::ProblemRole).toString().toStdString();
+    };
+    EXPECT_EQ(problem(), "no answer");
+    folder.write("1 Skies/Fog.jpg", 50);
+    ASSERT_TRUE(until([&] { return libraries.find(1, "1,1,0,0").sibling(0, 1).data().toInt() == 9; }));
+    EXPECT_EQ(problem(), "");
+}
+
 TEST_F(BrowserModels, LayersMoveAndShowWhatTheyPlay)
 {
     for (const char* const msex : {"1.0", "1.2"}) {
@@ -163,6 +249,12 @@ TEST_F(BrowserModels, ThePatchComesWithTheServer)
     ASSERT_TRUE(until([&] { return patch.rowCount() == 2; }));
     EXPECT_EQ(patch.index(0, PatchModel::Identifier).data().toInt(), 2);
     EXPECT_EQ(patch.index(1, PatchModel::Name).data().toString().toStdString(), "Wash");
+    // One that the server has no more: it says nothing of it, so only asking for all tells.
+    patch.take({{99, 0, 1, 1, "Acme", "Gone"}});
+    EXPECT_EQ(patch.rowCount(), 3);
+    session.reload();
+    EXPECT_TRUE(until([&] { return patch.rowCount() == 2; }));
+    EXPECT_EQ(patch.index(1, PatchModel::Name).data().toString().toStdString(), "Wash");
     session.chooseServer({});
     EXPECT_EQ(patch.rowCount(), 0);
 }
@@ -186,6 +278,66 @@ TEST_F(BrowserModels, TheLogIsFilteredAndShowsTrafficOnDemand)
     filter.setLevels(31);
     filter.setContext("CITP.Stack");
     EXPECT_EQ(filter.rowCount(), log.rowCount());
+}
+
+TEST(BrowserLog, EndingTheTrafficLeavesTheMasksOfTheEnvironment)
+{
+    const QByteArray former = qgetenv("OS_LOG_MASKS");
+    Os::Log::Context root("CITP");
+    const Os::Log::Context chosen("Chosen", &root);
+    const Os::Log::Context other("Other", &root);
+    qputenv("OS_LOG_MASKS", "CITP.Chosen=8");
+    Os::Log::SetMasks("CITP.Chosen=8");
+    LogModel log;
+    log.setTraffic(true);
+    EXPECT_EQ(chosen.GetMask(), 31U);
+    EXPECT_EQ(other.GetMask(), 31U);
+    log.setTraffic(false);
+    EXPECT_EQ(chosen.GetMask(), 8U);
+    EXPECT_EQ(other.GetMask(), Os::Log::DefaultMask);
+    qputenv("OS_LOG_MASKS", former);
+}
+
+TEST(BrowserInbox, DecodesNothingMoreOnceItIsToGo)
+{
+    auto inbox = std::make_unique<Browser::Inbox>();
+    std::atomic<int> decoded{0};
+    std::atomic<bool> isFlooded{false};
+    QObject::connect(
+        inbox.get(), &Browser::Inbox::pictureArrived, inbox.get(),
+        [&] {
+            ++decoded;
+            do
+                QThread::msleep(10);
+            while (!isFlooded);
+        },
+        Qt::DirectConnection);
+    inbox->follow(StageKey);
+    std::atomic<bool> isListening{false};
+    QObject::connect(
+        inbox.get(), &Browser::Inbox::adapterChanged, inbox.get(), [&isListening] { isListening = true; },
+        Qt::DirectConnection);
+    inbox->start();
+    CITP::Msg_MSEX_ETHN answer;
+    answer.ThumbnailFormat = "RGB8";
+    answer.ThumbnailWidth = 1;
+    answer.ThumbnailHeight = 1;
+    answer.ThumbnailBuffer = "RGB";
+    ASSERT_TRUE(until([&] { return isListening.load(); }));
+    ASSERT_TRUE(until([&] {
+        Q_EMIT CITP::citp_stack::Get()->elementThumbnail(StageKey, answer);
+        return decoded > 0;
+    }));
+    // Seconds of work.
+    constexpr int Flood = 1000;
+    for (int i = 0; i < Flood; ++i)
+        Q_EMIT CITP::citp_stack::Get()->elementThumbnail(StageKey, answer);
+    const int before = decoded;
+    isFlooded = true;
+    // Now the thread is at all that has gathered, which Qt lets it finish.
+    ASSERT_TRUE(until([&] { return decoded > before + 1; }));
+    inbox.reset();
+    EXPECT_LT(decoded, Flood);
 }
 
 TEST(BrowserLog, KeepsTheLastLines)

@@ -68,6 +68,26 @@ void Announcements::open(const AdapterState& adapter)
                                      QNetworkInterface::interfaceFromName(adapter.name));
 }
 
+// Notes it as told if so.
+bool Announcements::mayTell(const QString& key)
+{
+    const qint64 now = m_clock.elapsed();
+    const auto told = m_lastTold.constFind(key);
+    if (told != m_lastTold.constEnd() && now - *told < TellAgainMs)
+        return false;
+    // Those of a while ago make room; looked for at intervals only, or a flood would be looked through for each of its
+    // datagrams.
+    if (m_lastTold.size() >= MostServers && now - m_lastPurge >= TellAgainMs) {
+        m_lastPurge = now;
+        for (auto old = m_lastTold.begin(); old != m_lastTold.end();)
+            old = now - *old >= TellAgainMs ? m_lastTold.erase(old) : std::next(old);
+    }
+    if (m_lastTold.size() >= MostServers && !m_lastTold.contains(key))
+        return false;
+    m_lastTold.insert(key, now);
+    return true;
+}
+
 void Announcements::read()
 {
     QByteArray datagram;
@@ -82,12 +102,8 @@ void Announcements::read()
         if (announcement.type != QLatin1String("MediaServer") || announcement.port == 0)
             continue;
         const QString key = CITP::citp_stack::buildServerKey(sender.toString(), announcement.port);
-        const auto told = m_lastTold.constFind(key);
-        const qint64 now = m_clock.elapsed();
-        if (told != m_lastTold.constEnd() ? now - *told < TellAgainMs : m_lastTold.size() >= MostServers)
-            continue;
-        m_lastTold.insert(key, now);
-        Q_EMIT heard(key, oneLine(announcement.name));
+        if (mayTell(key))
+            Q_EMIT heard(key, oneLine(announcement.name));
     }
     if (m_socket->hasPendingDatagrams())
         QMetaObject::invokeMethod(

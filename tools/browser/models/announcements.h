@@ -35,12 +35,14 @@ private:
     void followAdapter();
     void open(const AdapterState& adapter);
     void read();
+    bool mayTell(const QString& key);
 
     QTimer m_follow;
     std::unique_ptr<QUdpSocket> m_socket;
     AdapterState m_adapter;
     bool m_isStarted = false;
     QHash<QString, qint64> m_lastTold; ///< when each server was told last, in milliseconds of #m_clock
+    qint64 m_lastPurge = 0;            ///< of #m_lastTold, likewise
     QElapsedTimer m_clock;
 };
 } // namespace Browser

@@ -9,7 +9,7 @@
 namespace Browser {
 namespace {
 // No thumbnail is bigger; 65535 bytes can announce a picture that would fill the memory.
-constexpr int LongestSide = 4096;
+constexpr int LongestSide = 2048;
 
 struct PictureTexts
 {

@@ -19,7 +19,7 @@ struct Decoded
     QString problem; ///< for people
 };
 
-/// Checks and decodes @p answer. Nothing that it holds can make this throw or take more than a few megabytes. Any
-/// thread.
+/// Checks and decodes @p answer. Nothing that it holds can make this throw, or take more than some tens of
+/// megabytes while it runs. Any thread.
 Decoded decode(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer);
 } // namespace Browser

@@ -135,6 +135,8 @@ Inbox::Inbox()
 
 Inbox::~Inbox()
 {
+    // What still waits for its thread is decoded for nobody.
+    follow({});
     m_thread.quit();
     m_thread.wait();
 }

@@ -318,6 +318,8 @@ void LibraryModel::takeAll(Node* node, const std::vector<Library>& libraries)
 // What was asked for and is not in the answer is not there any more.
 void LibraryModel::takeSome(Node* node, const Numbers& numbers, const std::vector<Library>& libraries)
 {
+    node->problem.clear();
+    tellChanged(node);
     for (int row = static_cast<int>(node->children.size()) - 1; row >= 0; --row) {
         const QString id = node->children[static_cast<std::size_t>(row)]->library.id;
         const bool isAsked = std::find(numbers.begin(), numbers.end(), numberOf(id)) != numbers.end();

@@ -11,8 +11,10 @@ constexpr std::size_t MostCollected = 2000;
 constexpr int LongestLine = 400;
 } // namespace
 
-LogModel::LogModel(int most) : m_most(most), m_former(Os::Log::SetSink(this))
+LogModel::LogModel(int most) : m_most(most)
 {
+    // Lines come from here on.
+    m_former = Os::Log::SetSink(this);
     connect(&m_drain, &QTimer::timeout, this, &LogModel::drain);
     m_drain.start(DrainMs);
 }
@@ -25,6 +27,9 @@ LogModel::~LogModel()
 void LogModel::setTraffic(bool on)
 {
     Os::Log::SetMask("CITP.*", on ? Os::Log::DefaultMask | Os::Log::Traffic : Os::Log::DefaultMask);
+    // What the user has chosen there holds again.
+    if (!on)
+        Os::Log::SetMasks(qgetenv("OS_LOG_MASKS").toStdString());
 }
 
 void LogModel::Write(const Os::Log::Line& line)

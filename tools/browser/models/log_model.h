@@ -30,7 +30,7 @@ public:
     explicit LogModel(int most = 5000);
     ~LogModel() override;
 
-    /// Whether every message is logged, with a dump of its bytes.
+    /// Whether every message is logged, with a dump of its bytes; if not, the environment's masks hold as at the start.
     void setTraffic(bool on);
     void clear();
 
@@ -56,7 +56,7 @@ private:
     const int m_most;
     std::deque<Line> m_lines;
     QTimer m_drain;
-    Os::Log::Sink* m_former;
+    Os::Log::Sink* m_former = nullptr;
     QMutex m_mutex; ///< guards what follows
     std::vector<Line> m_collected;
     int m_lost = 0; ///< came faster than they could be shown

@@ -141,6 +141,18 @@ void PictureStore::renewLibrary(quint8 type, const QString& library)
     Q_EMIT progress(done(), total());
 }
 
+void PictureStore::renewAllBut(quint8 type, const QString& library)
+{
+    const QList<PictureId> known = m_entries.keys();
+    for (const PictureId& id : known) {
+        if (id.type != type || id.library != library)
+            m_entries.remove(id);
+    }
+    m_requests.askForPictures();
+    Q_EMIT manyChanged();
+    Q_EMIT progress(done(), total());
+}
+
 int PictureStore::done() const
 {
     const std::vector<PictureId>& ids = wishes(Wish::Library);

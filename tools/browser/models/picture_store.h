@@ -55,6 +55,10 @@ public:
     void renew(const PictureId& id);
     /// All pictures of the library have changed.
     void renewLibrary(quint8 type, const QString& library);
+    /// All pictures may have changed.
+    void renewAll() { renewAllBut(0, {}); }
+    /// All pictures but those of the library may have changed.
+    void renewAllBut(quint8 type, const QString& library);
 
     /// Of the Library wish: how many are there or have failed, and of how many.
     int done() const;

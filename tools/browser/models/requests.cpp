@@ -23,6 +23,19 @@ QSize pixelsFor(const PictureId& id, const QString& format)
         return RawPixels;
     return id.large ? PreviewPixels : TilePixels;
 }
+
+// Of what kind the elements in libraries of this type are.
+Kind kindOf(quint8 type)
+{
+    switch (type) {
+        case 1:
+            return Kind::Media;
+        case 2:
+            return Kind::Effects;
+        default:
+            return Kind::Generic;
+    }
+}
 } // namespace
 
 Requests::Requests()
@@ -178,7 +191,7 @@ void Requests::takeLibraries(const LibraryListPtr& list)
 
 void Requests::takeElements(const ElementListPtr& list)
 {
-    if (!m_list || !m_list->isElements || list->server != m_server.key)
+    if (!m_list || !m_list->isElements || list->server != m_server.key || list->kind != kindOf(m_list->type))
         return;
     if (list->unknownMinor < 0 && list->library != m_list->library)
         return;

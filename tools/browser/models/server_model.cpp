@@ -7,6 +7,7 @@
 #include <QHostAddress>
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace Browser {
@@ -112,13 +113,13 @@ int ServerModel::countUp() const
         std::count_if(m_rows.begin(), m_rows.end(), [](const Row& row) { return row.state == State::Up; }));
 }
 
-// The row of the server, a new one if need be; -1 if there are too many.
-int ServerModel::rowFor(const Server& server)
+// The row of the server, a new one if need be; -1 if there are @p most already.
+int ServerModel::rowFor(const Server& server, std::size_t most)
 {
     const int known = rowOf(server.key);
     if (known >= 0)
         return known;
-    if (m_rows.size() >= MostRows)
+    if (m_rows.size() >= most)
         return -1;
     const auto place = std::find_if(m_rows.begin(), m_rows.end(),
                                     [&](const Row& row) { return orderOf(server.key) < orderOf(row.server.key); });
@@ -146,7 +147,7 @@ void ServerModel::hear(const QString& key, const QString& name)
     server.key = key;
     server.name = name;
     const bool isNew = rowOf(key) < 0;
-    const int row = rowFor(server);
+    const int row = rowFor(server, MostRows);
     if (row < 0)
         return;
     Row& heard = m_rows[static_cast<std::size_t>(row)];
@@ -158,9 +159,8 @@ void ServerModel::hear(const QString& key, const QString& name)
 
 void ServerModel::setUp(const Server& server)
 {
-    const int row = rowFor(server);
-    if (row < 0)
-        return;
+    // One that is connected is no forgery, and it is told only once.
+    const int row = rowFor(server, std::numeric_limits<std::size_t>::max());
     m_rows[static_cast<std::size_t>(row)].server = server;
     setState(row, State::Up);
 }

@@ -64,7 +64,7 @@ private:
         qint64 heard = 0; ///< announced last
     };
 
-    int rowFor(const Server& server);
+    int rowFor(const Server& server, std::size_t most);
     void setState(int row, State state);
     void forgetOld();
 

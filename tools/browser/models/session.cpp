@@ -50,12 +50,23 @@ void Session::start()
 
 void Session::open(const Server& server)
 {
-    const bool isAnother = m_shown != server.key;
+    // With another version or other types of libraries it is another server, whatever its address: what was loaded has
+    // no meaning for it.
+    const Server& former = m_requests.server();
+    const bool isAnother =
+        m_shown != server.key || former.msexMinor != server.msexMinor || former.libraryTypes != server.libraryTypes;
     m_shown = server.key;
+    if (isAnother) {
+        m_elements.clear();
+        m_pictures.clear();
+    }
     m_requests.open(server);
     if (isAnother) {
         m_libraries.setServer(server);
     } else {
+        // Its list tells which pictures of the library on show are others now; of those that are not on show nothing
+        // does.
+        m_pictures.renewAllBut(m_elements.type(), m_elements.rowCount() > 0 ? m_elements.library() : QString());
         m_libraries.reload();
         m_elements.reload();
         m_pictures.retry();
@@ -94,7 +105,9 @@ void Session::reload()
         return;
     m_libraries.reload();
     m_elements.reload();
-    m_pictures.retry();
+    m_pictures.renewAll();
+    // The server does not tell which fixtures it has no more.
+    m_patch.clear();
     CITP::citp_stack::Get()->sendMsg(m_chosen, CITP::Msg_FPTC_SPTC(nullptr));
 }
 
