@@ -22,8 +22,8 @@ public:
     /// Copies everything but the CITP header, which the target keeps.
     Msg_MSEX_SINF& operator=(const Msg_MSEX_SINF& other) = default;
 
-    /// The MSEX minor version that the server is taken to speak: that of this message, 0 to 2; 0 if
-    /// that is another.
+    /// The MSEX minor version that the server is taken to speak: that of this message, 0 to 2; 0 as well
+    /// if the message is of none of these versions.
     quint8 GetHighestMsexVersion() const { return HighestMsexVersion; }
 
     QString ProductName;            ///< name for people, UCS-2 on the wire (offset 62; 26 before MSEX 1.2)
