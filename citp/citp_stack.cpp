@@ -30,6 +30,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <string_view>
 #include <thread>
@@ -48,7 +49,7 @@ constexpr unsigned short DiscoveryPort = 4809;
 constexpr const char* DiscoveryGroup = "224.0.0.180";
 constexpr int DiscoveryBuffer = 65536; // bytes
 constexpr int DiscoveryTtl = 38;       // nothing is ever sent to the group; the console's network set-up expects it
-constexpr int DatagramsAtOnce = 256;
+constexpr int DatagramsAtOnce = 512;
 constexpr int TickInterval = 2000; // ms
 constexpr int HeaderSize = 20;     // bytes of the CITP header
 constexpr int ExitPatience = 2000; // ms; how long the end of the process waits for the worker and for callers
@@ -420,14 +421,24 @@ void citp_stack::openDiscovery()
 
 void citp_stack::processPendingUDP()
 {
-    // In portions, so that a storm of announcements leaves time for the connections. The socket tells again of what is
-    // left, provided that something was read.
-    for (int count = 0; count < DatagramsAtOnce && m_udpSocket->hasPendingDatagrams(); ++count) {
-        QByteArray datagram(static_cast<int>(qMax<qint64>(m_udpSocket->pendingDatagramSize(), 0)), '\0');
-        QHostAddress sender;
-        quint16 senderPort = 0;
-        m_udpSocket->readDatagram(datagram.data(), datagram.size(), &sender, &senderPort);
-        processMsgIn(datagram, sender.toString());
+    // Before each announcement is handled, all that came meanwhile is read: a new server's takes long, and the socket's
+    // buffer holds some 170, so that of hundreds sent at the same moment many would be lost. In portions, so that a
+    // storm of them leaves time for the connections; the socket tells again of what is left.
+    std::deque<std::pair<QByteArray, QString>> waiting;
+    int count = 0;
+    while (true) {
+        for (; count < DatagramsAtOnce && m_udpSocket->hasPendingDatagrams(); ++count) {
+            QByteArray datagram(static_cast<int>(qMax<qint64>(m_udpSocket->pendingDatagramSize(), 0)), '\0');
+            QHostAddress sender;
+            quint16 senderPort = 0;
+            m_udpSocket->readDatagram(datagram.data(), datagram.size(), &sender, &senderPort);
+            waiting.emplace_back(std::move(datagram), sender.toString());
+        }
+        if (waiting.empty()) {
+            return;
+        }
+        processMsgIn(waiting.front().first, waiting.front().second);
+        waiting.pop_front();
     }
 }
 

@@ -177,6 +177,28 @@ TEST_F(DispatchTest, ADatagramMustBeAsLongAsItSays)
     EXPECT_TRUE(recorder->events().empty());
 }
 
+TEST_F(DispatchTest, DatagramsThatComeWhileOthersAreHandledAreNotLost)
+{
+    // The discovery socket's buffer holds some 170 of them.
+    constexpr int Bursts = 12;
+    constexpr int BurstLength = 40;
+    int handled = 0;
+    const QMetaObject::Connection receiver = QObject::connect(
+        stack, &CITP::citp_stack::layerStatus, stack,
+        [this, &handled] {
+            if (++handled <= Bursts) {
+                for (int count = 0; count < BurstLength; ++count) {
+                    m_server.sendDatagram(Wire::lsta(2));
+                }
+            }
+        },
+        Qt::DirectConnection);
+    m_server.sendDatagram(Wire::lsta(1));
+    EXPECT_TRUE(waitForEvent("layerStatus 127.0.0.2 2", Bursts * BurstLength))
+        << recorder->count("layerStatus 127.0.0.2 2") << " of " << Bursts * BurstLength;
+    runOnWorker([&receiver] { QObject::disconnect(receiver); });
+}
+
 TEST_F(DispatchTest, AThumbnailThatFailsToParseIsEmittedWithAnEmptyImage)
 {
     Connection connection = admit(m_server);
