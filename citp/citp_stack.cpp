@@ -50,9 +50,22 @@ constexpr const char* DiscoveryGroup = "224.0.0.180";
 constexpr int DiscoveryBuffer = 65536; // bytes
 constexpr int DiscoveryTtl = 38;       // nothing is ever sent to the group; the console's network set-up expects it
 constexpr int DatagramsAtOnce = 512;
-constexpr int TickInterval = 2000; // ms
-constexpr int HeaderSize = 20;     // bytes of the CITP header
-constexpr int ExitPatience = 2000; // ms; how long the end of the process waits for the worker and for callers
+constexpr int TickInterval = 2000;          // ms
+constexpr int HeaderSize = 20;              // bytes of the CITP header
+constexpr quint32 LongestAtOnce = 0x100000; // bytes
+constexpr int ExitPatience = 2000;          // ms; how long the end of the process waits for the worker and for callers
+
+/// The next @p size bytes of @p device, which are there. Room for them is made at once; Qt's own read() makes it in
+/// steps, and is left to what is so long that Qt 5 may have to cut it.
+QByteArray readWhole(QIODevice& device, quint32 size)
+{
+    if (size > LongestAtOnce) {
+        return device.read(size);
+    }
+    QByteArray bytes(static_cast<int>(size), Qt::Uninitialized);
+    bytes.resize(static_cast<int>(qMax<qint64>(device.read(bytes.data(), size), 0)));
+    return bytes;
+}
 
 Os::Log::Context& stackLog()
 {
@@ -599,17 +612,17 @@ void citp_stack::readMessages(QTcpSocket* socket)
     info->m_reading = true;
     const SERV_ID key = info->m_key;
     char header[HeaderSize] = {};
-    while (socket->bytesAvailable() >= HeaderSize) {
+    for (qint64 available = 0; (available = socket->bytesAvailable()) >= HeaderSize;) {
         if (m_thread->isRestWanted()) {
             readMessagesLater(socket);
             break;
         }
         socket->peek(header, HeaderSize);
         const quint32 size = static_cast<quint32>(Msg_Header::messageSize(QByteArray::fromRawData(header, HeaderSize)));
-        if (socket->bytesAvailable() < static_cast<qint64>(size)) {
+        if (available < static_cast<qint64>(size)) {
             break;
         }
-        QByteArray message = socket->read(static_cast<qint64>(size));
+        QByteArray message = readWhole(*socket, size);
         processMsgIn(message, key);
         info = serverOf(socket);
         if (!info) {
