@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "browser_fixture.h"
 
+#include <citp/citp_handover_p.h>
 #include <citp/citp_stack.h>
 
 #include <QCoreApplication>
@@ -13,12 +14,29 @@
 #include <QPainter>
 #include <QtMath>
 
+#include "models/values.h"
+
 /// Asked by the leak sanitizer. The stack keeps the records of the servers that it knows until the process ends, on
 /// purpose; the message bus's library keeps its memory for itself when Qt leaves it.
 extern "C" Q_DECL_EXPORT const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions()
 {
     return "leak:CITP::citp_stack::handlePLOC\nleak:libdbus-1.so\n";
+}
+
+void followValues()
+{
+    using namespace Browser;
+    registerValues();
+    CITP::followCopies<Server>();
+    CITP::followCopies<LibraryListPtr>();
+    CITP::followCopies<ElementListPtr>();
+    CITP::followCopies<Picture>();
+    CITP::followCopies<LayerStates>();
+    CITP::followCopies<Fixtures>();
+    CITP::followCopies<LibraryUpdate>();
+    CITP::followCopies<AdapterState>();
+    CITP::followDelivery();
 }
 
 bool until(const std::function<bool()>& isDone, int milliseconds)

@@ -14,6 +14,9 @@
 /// How long a test waits for something that must happen, in milliseconds; only a failing test waits that long.
 constexpr int Patience = 30000;
 
+/// Tells the thread sanitizer of the values that wait in event queues between the browser's threads; to be called once.
+void followValues();
+
 /// Runs the event loop until @p isDone.
 /// @return whether it is done, in time
 bool until(const std::function<bool()>& isDone, int milliseconds = Patience);

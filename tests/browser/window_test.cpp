@@ -355,6 +355,7 @@ int main(int argc, char** argv)
     const QApplication application(argc, argv);
     QCoreApplication::setOrganizationName("citp");
     QCoreApplication::setApplicationName(QString("citp-browser-test-%1").arg(QCoreApplication::applicationPid()));
+    followValues();
     ::testing::InitGoogleTest(&argc, argv);
     const int status = RUN_ALL_TESTS();
     QSettings().clear();

@@ -97,6 +97,18 @@ TEST_F(ConnectionTest, AMessageInSeveralSegmentsIsHandedOnOnceWithItsLastByte)
     EXPECT_EQ(recorder->events().size(), 2u);
 }
 
+TEST_F(ConnectionTest, AMessageOfMegabytesIsTakenWholeAndTheNextOneAfterIt)
+{
+    FakeServer server;
+    Connection connection = admit(server);
+    recorder->clear();
+    const QByteArray message = Wire::mein(1) + QByteArray(3 * 1024 * 1024, 'x');
+    connection.send(Wire::withSize(message, static_cast<quint32>(message.size())));
+    connection.send(Wire::mein(2));
+    ASSERT_TRUE(waitForEvent("mediaInfo " + keyOf(server) + " 2"));
+    EXPECT_EQ(recorder->events(), (Texts{"mediaInfo " + keyOf(server) + " 1", "mediaInfo " + keyOf(server) + " 2"}));
+}
+
 TEST_F(ConnectionTest, NineteenBytesWaitForMore)
 {
     logEverything();
