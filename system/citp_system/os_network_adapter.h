@@ -100,8 +100,8 @@ public:
     NetworkAdapterMonitor& operator=(const NetworkAdapterMonitor&) = delete;
 
 private:
-    NetworkAdapterMonitor();
-    class Private;
+    CITP_SYSTEM_HIDDEN NetworkAdapterMonitor();
+    class CITP_SYSTEM_HIDDEN Private;
     std::unique_ptr<Private> d;
 };
 } // namespace Os
