@@ -3,7 +3,6 @@
 #pragma once
 
 #include <citp/citp_export.h>
-
 #include <citp_system/os_log.h>
 
 #include <QByteArray>

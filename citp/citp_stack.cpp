@@ -1,10 +1,11 @@
-// citp_stack: lifecycle and discovery, the registry, the connections, dispatch, paced sending, and notifications.
-// SPDX-License-Identifier: Apache-2.0
+// citp_stack: the path of servers and messages: announcement, registry, connection, framing, dispatch, sending.
+// Creation, thread and end of the stack are in citp_lifetime.cpp. SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_stack.h>
 
-#include "citp_handover_p.h"
+#include "citp_lifetime_p.h"
+#include "citp_lock_p.h"
 #include "citp_log_p.h"
-#include "citp_worker_p.h"
+#include "citp_stack_p.h"
 
 #include <citp/citp_codecs.h>
 #include <citp/citp_msg_fptc.h>
@@ -13,211 +14,323 @@
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_msg_msex_requests.h>
 #include <citp/citp_msg_msex_thumbnails.h>
+
 #include <citp_system/artnet_adapter.h>
 #include <citp_system/fatal_error.h>
 
 #include <QCoreApplication>
 #include <QMetaType>
 #include <QNetworkProxy>
-#include <QRecursiveMutex>
 #include <QSignalBlocker>
 #include <QTcpSocket>
 #include <QTimer>
 #include <QUdpSocket>
 
 #include <fcntl.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <memory>
-#include <string_view>
-#include <thread>
+#include <mutex>
 #include <utility>
 
-#if defined(__SANITIZE_THREAD__)
-#include <sanitizer/tsan_interface.h>
-#endif
-
-#define STACK_LOG(context, level, pieces) CITP_LOG(context, level, "citp_stack.cpp", __LINE__, Q_FUNC_INFO, pieces)
+// A line names the operation that readers of the log know, even if a helper of that operation writes it.
+#define STACK_LOG_AS(function, context, level, pieces) \
+    CITP_LOG(context, level, "citp_stack.cpp", __LINE__, function, pieces)
+#define STACK_LOG(context, level, pieces) STACK_LOG_AS(Q_FUNC_INFO, context, level, pieces)
+// The texts quote connections in the string form, which the console's crash reports have always shown and are searched
+// for; the code connects the same signals and slots by their addresses.
 #define STACK_FATAL(text) _FatalError("Verify: '" text "' is FALSE", __LINE__, "citp_stack.cpp (" __DATE__ ") ")
 
 namespace CITP {
 namespace {
-constexpr unsigned short DiscoveryPort = 4809;
-constexpr const char* DiscoveryGroup = "224.0.0.180";
-constexpr int DiscoveryBuffer = 65536; // bytes
-constexpr int DiscoveryTtl = 38;       // nothing is ever sent to the group; the console's network set-up expects it
-constexpr int DatagramsAtOnce = 512;
-constexpr int TickInterval = 2000;          // ms
-constexpr int HeaderSize = 20;              // bytes of the CITP header
-constexpr quint32 LongestAtOnce = 0x100000; // bytes
-constexpr int ExitPatience = 2000;          // ms; how long the end of the process waits for the worker and for callers
+constexpr const char* timepopSignature = "void CITP::citp_stack::timepop()";
+constexpr const char* removeTcpSignature = "void CITP::citp_stack::removeTCP(int)";
 
-/// The next @p size bytes of @p device, which are there. Room for them is made at once; Qt's own read() makes it in
-/// steps, and is left to what is so long that Qt 5 may have to cut it.
-QByteArray readWhole(QIODevice& device, quint32 size)
-{
-    if (size > LongestAtOnce) {
-        return device.read(size);
-    }
-    QByteArray bytes(static_cast<int>(size), Qt::Uninitialized);
-    bytes.resize(static_cast<int>(qMax<qint64>(device.read(bytes.data(), size), 0)));
-    return bytes;
-}
-
-Os::Log::Context& stackLog()
-{
-    static Os::Log::Context context("Stack", &CITPLogContext());
-    return context;
-}
-
-Os::Log::Context& plocLog()
-{
-    static Os::Log::Context context("Ploc", &stackLog());
-    return context;
-}
-
-Os::Log::Context& trafficLog()
-{
-    static Os::Log::Context context("Traffic", &stackLog());
-    return context;
-}
-
-std::string_view view(const QByteArray& text)
-{
-    return {text.constData(), static_cast<std::size_t>(text.size())};
-}
-
-/// The code of four characters at @p offset, empty if @p buffer holds fewer than @p least bytes. Seen in place: every
-/// message is told apart by two of them.
-QLatin1String codeAt(const QByteArray& buffer, int offset, int least)
-{
-    return buffer.size() < least ? QLatin1String() : QLatin1String(buffer.constData() + offset, 4);
-}
-
-std::string_view view(QLatin1String text)
-{
-    return {text.data(), static_cast<std::size_t>(text.size())};
-}
-
-/// The registry's lock. The annotations tell the thread sanitizer, which does not see into Qt, what is locked.
-class StackLock
-{
-public:
-    explicit StackLock(QRecursiveMutex* mutex) : m_mutex(mutex)
-    {
-#if defined(__SANITIZE_THREAD__)
-        __tsan_mutex_pre_lock(m_mutex, __tsan_mutex_write_reentrant);
-        m_mutex->lock();
-        __tsan_mutex_post_lock(m_mutex, __tsan_mutex_write_reentrant, 0);
-#else
-        m_mutex->lock();
-#endif
-    }
-
-    ~StackLock()
-    {
-#if defined(__SANITIZE_THREAD__)
-        __tsan_mutex_pre_unlock(m_mutex, __tsan_mutex_write_reentrant);
-        m_mutex->unlock();
-        __tsan_mutex_post_unlock(m_mutex, __tsan_mutex_write_reentrant);
-#else
-        m_mutex->unlock();
-#endif
-    }
-
-    StackLock(const StackLock&) = delete;
-    StackLock& operator=(const StackLock&) = delete;
-
-private:
-    QRecursiveMutex* const m_mutex;
-};
-
-// These outlive every destructor: threads that have not heard of the process's end yet can still ask them.
-std::atomic<bool> processExits{false};
-std::atomic<int> callersInside{0};
-
-/// Counts a thread into the stack, unless the process is exiting: then it must not touch the stack any more.
-class Caller
-{
-public:
-    Caller() { ++callersInside; }
-    ~Caller() { --callersInside; }
-    Caller(const Caller&) = delete;
-    Caller& operator=(const Caller&) = delete;
-
-    bool isTooLate() const { return processExits; }
-};
-
-bool waitForCallers()
-{
-    for (int waited = 0; callersInside > 0; ++waited) {
-        if (waited == ExitPatience) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
-
-template <typename Message>
-void registerMessage(const char* name)
-{
-    qRegisterMetaType<Message>(name);
-    followCopies<Message>();
-}
-
-void registerMetaTypes()
-{
-    static std::once_flag once;
-    std::call_once(once, [] {
-        qRegisterMetaType<citp_stack::SERV_ID>("CITP::citp_stack::SERV_ID");
-        registerMessage<Msg_MSEX_ELTH>("CITP::Msg_MSEX_ELTH");
-        registerMessage<Msg_MSEX_ETHN>("CITP::Msg_MSEX_ETHN");
-        registerMessage<Msg_MSEX_ELIN>("CITP::Msg_MSEX_ELIN");
-        registerMessage<Msg_MSEX_MEIN>("CITP::Msg_MSEX_MEIN");
-        registerMessage<Msg_MSEX_EEIN>("CITP::Msg_MSEX_EEIN");
-        registerMessage<Msg_MSEX_GLEI>("CITP::Msg_MSEX_GLEI");
-        registerMessage<Msg_MSEX_LSTA>("CITP::Msg_MSEX_LSTA");
-        registerMessage<Msg_MSEX_ELUP>("CITP::Msg_MSEX_ELUP");
-        followDelivery();
-    });
-}
-
-/// A second descriptor for what @p socket has open, to be owned by the Qt socket that adopts it. Each owner so closes a
-/// number of its own; with one number for both, the second close would hit whatever has been given that number since.
+/// A second descriptor for what @p socket has open, for the Qt socket that adopts it: each object closes its own. With
+/// one descriptor for both, the second close would hit whatever has been given that number since.
 int duplicateDescriptor(const Net::Socket& socket)
 {
     return socket.IsValid() ? ::fcntl(socket.GetDescriptor(), F_DUPFD_CLOEXEC, 0) : -1;
 }
+} // namespace
 
-/// Serialises @p msg into @p out if it is a @c Message.
-template <typename Message>
-bool serialiseAs(const Msg_Header& msg, QByteArray& out)
+// --- Announcements ---------------------------------------------------------------------------------------------------
+
+namespace {
+constexpr unsigned short discoveryPort = 4809;
+constexpr const char* discoveryGroup = "224.0.0.180";
+constexpr int discoveryReceiveBuffer = 65536; // bytes
+constexpr int discoveryTtl = 38;              // nothing is sent to the group; the console's network set-up expects it
+constexpr int maxDatagramsPerBatch = 512;
+constexpr int tickInterval = 2000; // ms
+
+/// Opens the socket for announcements. A failure is only logged: a console whose port is taken still runs.
+void openDiscovery(Net::Socket& socket)
 {
-    const Message* const message = dynamic_cast<const Message*>(&msg);
-    if (!message) {
-        return false;
+    const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
+    const Net::Address address(adapter.GetIpAddress(), discoveryPort);
+    socket.Open(Net::Socket::UDP);
+    socket.SetAddressReuse(true);
+    socket.SetReceiveBufferCapacity(discoveryReceiveBuffer);
+    STACK_LOG_AS(timepopSignature, stackLogContext(), Os::Log::State, "Binding to address " << address.ToString());
+    // To the port on every adapter: bound to the adapter's address, the socket would not receive what the group gets.
+    if (!socket.Bind(discoveryPort)) {
+        STACK_LOG_AS(timepopSignature, stackLogContext(), Os::Log::Failure, "Bind failed");
     }
-    out >> *message;
-    return true;
+    if (!socket.JoinMulticastGroup(Net::Address(discoveryGroup).GetHostIp(), adapter.GetIpAddress())) {
+        STACK_LOG_AS(timepopSignature, stackLogContext(), Os::Log::Failure, "Multicast join failed");
+    }
+    socket.SetMulticastTtl(discoveryTtl);
+    socket.SetMulticastLoopback(false);
 }
 } // namespace
 
-// --- The record of a server ------------------------------------------------------------------------------------------
+void citp_stack::process()
+{
+    QTimer* const timer = new QTimer(this);
+    if (!connect(timer, &QTimer::timeout, this, &citp_stack::timepop)) {
+        STACK_FATAL("connect(timer, SIGNAL(timeout()), this, SLOT(timepop()) )");
+    }
+    // Qt's default timer may be 5 % early or late.
+    timer->setTimerType(Qt::PreciseTimer);
+    timer->start(tickInterval);
+    if (!connect(this, &citp_stack::__passDown, this, &citp_stack::rxPassDown)) {
+        STACK_FATAL(
+            "connect(this, SIGNAL( __passDown( const CITP::citp_stack::SERV_ID &, const QByteArray &)), "
+            "this, SLOT( rxPassDown( const CITP::citp_stack::SERV_ID &, const QByteArray &)))");
+    }
+}
+
+void citp_stack::setEnabled(bool enable)
+{
+    const Caller caller;
+    if (isShuttingDown() || m_enabled == enable) {
+        return;
+    }
+    STACK_LOG(stackLogContext(), Os::Log::State, "CITP processing now " << (enable ? "enabled" : "disabled"));
+    m_enabled = enable;
+    m_resetPending = true;
+}
+
+void citp_stack::Changed(const Os::NetworkAdapter& adapter, const Os::NetworkAdapter::State&, int)
+{
+    if (isShuttingDown()) {
+        return;
+    }
+    STACK_LOG(stackLogContext(), Os::Log::State, "Network adapter change detected");
+    m_resetPending = true;
+    // Another adapter may be the chosen one now.
+    Os::NetworkAdapterMonitor* const monitor = Os::NetworkAdapterMonitor::Get();
+    monitor->Unregister(adapter.GetName(), 65535, this);
+    monitor->Register(ArtNet::Adapter::Get().GetName(), 3, this);
+}
+
+void citp_stack::timepop()
+{
+    if (m_resetPending.exchange(false)) {
+        d->removeAllServers();
+        if (m_udpNetSocket.IsValid()) {
+            m_udpNetSocket.Cancel();
+            m_udpNetSocket.Close();
+        }
+        delete m_udpSocket;
+        m_udpSocket = nullptr;
+        if (m_enabled) {
+            openDiscovery(m_udpNetSocket);
+        }
+    }
+    if (!m_udpSocket && m_udpNetSocket.IsValid()) {
+        const int descriptor = duplicateDescriptor(m_udpNetSocket);
+        if (descriptor == -1) {
+            // Without a descriptor nothing would ever be heard; the next tick tries again.
+            STACK_LOG(stackLogContext(), Os::Log::Failure, "UDP socket not started: " << std::strerror(errno));
+            return;
+        }
+        m_udpSocket = new QUdpSocket;
+        m_udpSocket->setSocketDescriptor(descriptor, QAbstractSocket::BoundState, QIODevice::ReadWrite);
+        connect(m_udpSocket, &QUdpSocket::readyRead, this, &citp_stack::processPendingUDP);
+        STACK_LOG(stackLogContext(), Os::Log::State, "UDP socket started ");
+    }
+    if (m_udpSocket && m_udpNetSocket.IsValid()) {
+        // The console's own announcement is prepared and not sent: the console only listens on the group, so that no
+        // peer tries to connect to it.
+        QByteArray announcement;
+        announcement >>
+            Msg_PEER_PLOC(QStringLiteral("LightingConsole"), QStringLiteral("Tarn 4"), QStringLiteral("Running"), 0);
+    }
+}
+
+void citp_stack::processPendingUDP()
+{
+    // All that has arrived meanwhile is read before each announcement is handled: handling a new server takes long, the
+    // socket's buffer holds some 170 announcements, and of hundreds sent together many would be lost. The batch is
+    // limited, so that a storm of announcements leaves time for the connections; the socket signals again for the rest.
+    std::deque<std::pair<QByteArray, QString>> backlog;
+    int count = 0;
+    while (true) {
+        for (; count < maxDatagramsPerBatch && m_udpSocket->hasPendingDatagrams(); ++count) {
+            QByteArray datagram(static_cast<int>(qMax<qint64>(m_udpSocket->pendingDatagramSize(), 0)), '\0');
+            QHostAddress sender;
+            quint16 senderPort = 0;
+            m_udpSocket->readDatagram(datagram.data(), datagram.size(), &sender, &senderPort);
+            backlog.emplace_back(std::move(datagram), sender.toString());
+        }
+        if (backlog.empty()) {
+            return;
+        }
+        processMsgIn(backlog.front().first, backlog.front().second);
+        backlog.pop_front();
+    }
+}
+
+// --- Registry --------------------------------------------------------------------------------------------------------
+
+citp_stack::SERV_ID citp_stack::buildServerKey(const QString& host, unsigned short port)
+{
+    return host + QLatin1Char(':') + QString::number(port);
+}
+
+citp_stack::SERV_ID citp_stack::buildServerKey(QTcpSocket* socket)
+{
+    return buildServerKey(socket->peerName(), socket->peerPort());
+}
+
+QHostAddress citp_stack::getHostAddressFromSERV_ID(const SERV_ID& key)
+{
+    return QHostAddress(key.section(QLatin1Char(':'), 0, 0));
+}
+
+citp_stack::Record* citp_stack::Private::find(const SERV_ID& key) const
+{
+    return static_cast<Record*>(q->m_servers.value(key, nullptr));
+}
+
+citp_stack::Record* citp_stack::Private::recordOf(const QObject* socket) const
+{
+    Record* const record = connections.value(socket, nullptr);
+    return record && !record->isLeaving ? record : nullptr;
+}
+
+std::vector<citp_stack::SERV_ID> citp_stack::getServers()
+{
+    std::vector<SERV_ID> keys;
+    const Caller caller;
+    if (isShuttingDown()) {
+        return keys;
+    }
+    const StackLock lock(m_mutex);
+    for (auto server = m_servers.cbegin(); server != m_servers.cend(); ++server) {
+        if (server.value()->m_notified) {
+            keys.push_back(server.key());
+        }
+    }
+    return keys;
+}
+
+bool citp_stack::getServerInfo(const SERV_ID& key, Msg_MSEX_SINF* sinf, Msg_PEER_PLOC* ploc)
+{
+    const Caller caller;
+    if (isShuttingDown()) {
+        return false;
+    }
+    const StackLock lock(m_mutex);
+    const Record* const record = d->find(key);
+    if (!record || !record->m_notified) {
+        return false;
+    }
+    if (ploc) {
+        *ploc = record->m_ploc;
+    }
+    if (sinf) {
+        *sinf = record->m_sinf;
+    }
+    return true;
+}
+
+int citp_stack::getNumNotified()
+{
+    const Caller caller;
+    if (isShuttingDown()) {
+        return 0;
+    }
+    const StackLock lock(m_mutex);
+    return d->countNotified();
+}
+
+int citp_stack::Private::countNotified() const
+{
+    int count = 0;
+    for (const ServerInfo* info : std::as_const(q->m_servers)) {
+        count += info->m_notified ? 1 : 0;
+    }
+    return count;
+}
+
+void citp_stack::Private::removeAllServers()
+{
+    const StackLock lock(q->m_mutex);
+    const auto first = [this]() -> const ServerInfo* {
+        for (const ServerInfo* info : std::as_const(q->m_servers)) {
+            if (!static_cast<const Record*>(info)->isLeaving) {
+                return info;
+            }
+        }
+        return nullptr;
+    };
+    while (const ServerInfo* const info = first()) {
+        q->removeTCP(static_cast<int>(info->m_socket->socketDescriptor()));
+    }
+}
+
+void citp_stack::removeTCP(int descriptor)
+{
+    const StackLock lock(m_mutex);
+    for (ServerInfo* info : std::as_const(m_servers)) {
+        Record* const record = static_cast<Record*>(info);
+        if (record->isLeaving) {
+            continue;
+        }
+        // A closed Net::Socket says nothing about the connection, so -1 is not looked for there.
+        if ((record->m_socket && record->m_socket->socketDescriptor() == descriptor) ||
+            (descriptor != -1 && record->m_netSocket && record->m_netSocket->GetDescriptor() == descriptor)) {
+            d->removeServer(record);
+            return;
+        }
+    }
+}
+
+void citp_stack::Private::removeServerOf(const QObject* socket)
+{
+    const StackLock lock(q->m_mutex);
+    if (Record* const record = recordOf(socket)) {
+        removeServer(record);
+    }
+}
+
+void citp_stack::Private::removeServer(Record* record)
+{
+    const SERV_ID key = record->key;
+    record->isLeaving = true;
+    if (record->m_notified) {
+        STACK_LOG_AS(removeTcpSignature, stackLogContext(), Os::Log::State,
+                     "removed " << toAscii(key) << " " << toAscii(record->m_ploc.name)
+                                << " (total=" << countNotified() - 1 << ")");
+        Q_EMIT q->serverDown(key);
+    }
+    {
+        const std::lock_guard<std::mutex> queueLock(queueMutex);
+        q->m_servers.remove(key);
+    }
+    connections.remove(record->m_socket);
+    delete record;
+}
 
 citp_stack::ServerInfo::ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSocket)
-    : m_socket(nullptr),
-      m_netSocket(netSocket),
-      m_notified(false),
-      m_ploc(ploc),
-      m_noDelay(false),
-      m_inProgress(false),
-      m_leaving(false),
-      m_reading(false),
-      m_failed(false)
+    : m_socket(nullptr), m_netSocket(netSocket), m_notified(false), m_ploc(ploc), m_noDelay(false), m_inProgress(false)
 {
 }
 
@@ -237,246 +350,7 @@ void citp_stack::ServerInfo::SetNoDelay(bool enable)
     }
 }
 
-// --- Lifecycle -------------------------------------------------------------------------------------------------------
-
-citp_stack* citp_stack::Get()
-{
-    // Destroyed at exit like any static, but only if nothing is at work in it any more.
-    union Holder {
-        citp_stack stack;
-        Holder() : stack() {}
-        ~Holder()
-        {
-            if (stack.comeToRest()) {
-                stack.~citp_stack();
-            }
-        }
-    };
-    static Holder holder;
-    return &holder.stack;
-}
-
-citp_stack::citp_stack()
-    : m_udpSocket(nullptr),
-      m_mutex(new QRecursiveMutex),
-      m_enabled(true),
-      m_resetPending(false),
-      m_thread(new WorkerThread),
-      m_process(::getpid())
-{
-    // Statics die in the reverse order of their making. Everything that the worker thread writes to is made before this
-    // object is complete, and so dies after it.
-    messageLogContext();
-    plocLog();
-    trafficLog();
-    // So is what Qt's sockets share among them, made when the first one is given a descriptor, and what Qt 5 asks for
-    // conversions when it connects one.
-    QTcpSocket().setSocketDescriptor(-1);
-    QMetaType::hasRegisteredConverterFunction<QString, int>();
-
-    setEnabled(false);
-    registerMetaTypes();
-
-    m_thread->setObjectName(QStringLiteral("citp-stack"));
-    moveToThread(m_thread);
-    connect(m_thread, &QThread::started, this, &citp_stack::process);
-    connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
-    m_thread->start(QThread::InheritPriority);
-    m_thread->setPriority(QThread::LowPriority);
-
-    // The monitor first, so that it watches by the time the choice is made: no change falls in between.
-    Os::NetworkAdapterMonitor* const monitor = Os::NetworkAdapterMonitor::Get();
-    monitor->Register(ArtNet::Adapter::Get().GetName(), 3, this);
-}
-
-/// The thread is left as it is, neither asked to end nor waited for, and the records of the registry and the discovery
-/// socket go down with the process: serverDown() is for servers that are lost, not for a console that is switched off.
-citp_stack::~citp_stack()
-{
-    delete m_mutex;
-    const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
-    Os::NetworkAdapterMonitor::Get()->Unregister(adapter.GetName(), 65535, this);
-    // A change notice that was under way may have registered the stack anew, under another name. Later ones do not.
-    Os::NetworkAdapterMonitor::Get()->Unregister(this);
-}
-
-/// Makes the stack safe to destroy. The thread is brought to rest first, and the sockets and the timer are deleted in
-/// it, because Qt allows that in no other thread; nobody can tell, since it has long stopped delivering anything.
-/// @return false if the worker thread or a caller could not be waited for; the stack must then stay as it is
-bool citp_stack::comeToRest()
-{
-    processExits = true;
-    // A receiver on the worker thread that ends the process still has its callers in the stack, and a forked child has
-    // no worker thread.
-    if (QThread::currentThread() == m_thread || ::getpid() != m_process) {
-        return false;
-    }
-    const auto deleteChildren = [this] {
-        const QObjectList children = this->children();
-        for (QObject* child : children) {
-            child->blockSignals(true);
-            delete child;
-        }
-    };
-    return m_thread->restForGood(ExitPatience, deleteChildren) && waitForCallers();
-}
-
-void citp_stack::setEnabled(bool enable)
-{
-    const Caller caller;
-    if (caller.isTooLate() || m_enabled.exchange(enable) == enable) {
-        return;
-    }
-    STACK_LOG(stackLog(), Os::Log::State, "CITP processing now " << (enable ? "enabled" : "disabled"));
-    m_resetPending = true;
-}
-
-void citp_stack::Changed(const Os::NetworkAdapter& adapter, const Os::NetworkAdapter::State&, int)
-{
-    if (processExits) {
-        return;
-    }
-    STACK_LOG(stackLog(), Os::Log::State, "Network adapter change detected");
-    m_resetPending = true;
-    // The choice may fall on another adapter now.
-    Os::NetworkAdapterMonitor* const monitor = Os::NetworkAdapterMonitor::Get();
-    monitor->Unregister(adapter.GetName(), 65535, this);
-    monitor->Register(ArtNet::Adapter::Get().GetName(), 3, this);
-}
-
-void citp_stack::process()
-{
-    QTimer* const timer = new QTimer(this);
-    if (!connect(timer, &QTimer::timeout, this, &citp_stack::timepop)) {
-        STACK_FATAL("connect(timer, SIGNAL(timeout()), this, SLOT(timepop()) )");
-    }
-    timer->start(TickInterval);
-    if (!connect(this, &citp_stack::__passDown, this, &citp_stack::rxPassDown)) {
-        STACK_FATAL(
-            "connect(this, SIGNAL( __passDown( const CITP::citp_stack::SERV_ID &, const QByteArray &)), "
-            "this, SLOT( rxPassDown( const CITP::citp_stack::SERV_ID &, const QByteArray &)))");
-    }
-}
-
-void citp_stack::timepop()
-{
-    if (m_resetPending.exchange(false)) {
-        resetConnections();
-    }
-    if (!m_udpSocket && m_udpNetSocket.IsValid()) {
-        const int descriptor = duplicateDescriptor(m_udpNetSocket);
-        if (descriptor == -1) {
-            // Nothing would ever be heard; the next tick may find the process with descriptors to spare.
-            STACK_LOG(stackLog(), Os::Log::Failure, "UDP socket not started: " << std::strerror(errno));
-            return;
-        }
-        m_udpSocket = new QUdpSocket;
-        m_udpSocket->setSocketDescriptor(descriptor, QAbstractSocket::BoundState, QIODevice::ReadWrite);
-        connect(m_udpSocket, &QUdpSocket::readyRead, this, &citp_stack::processPendingUDP);
-        STACK_LOG(stackLog(), Os::Log::State, "UDP socket started ");
-    }
-    if (m_udpSocket && m_udpNetSocket.IsValid()) {
-        // The console's own announcement is made ready and then not sent: the console only listens on the group, so
-        // that no peer tries to connect to it.
-        QByteArray announcement;
-        announcement >>
-            Msg_PEER_PLOC(QStringLiteral("LightingConsole"), QStringLiteral("Tarn 4"), QStringLiteral("Running"), 0);
-    }
-}
-
-/// Drops every server and the discovery socket, and opens that anew if the stack is enabled.
-void citp_stack::resetConnections()
-{
-    {
-        const StackLock lock(m_mutex);
-        const auto firstToGo = [this]() -> ServerInfo* {
-            for (ServerInfo* info : std::as_const(m_servers)) {
-                if (!info->m_leaving) {
-                    return info;
-                }
-            }
-            return nullptr;
-        };
-        while (const ServerInfo* const info = firstToGo()) {
-            removeTCP(static_cast<int>(info->m_socket->socketDescriptor()));
-        }
-    }
-    if (m_udpNetSocket.IsValid()) {
-        m_udpNetSocket.Cancel();
-        m_udpNetSocket.Close();
-    }
-    delete m_udpSocket;
-    m_udpSocket = nullptr;
-    if (m_enabled) {
-        openDiscovery();
-    }
-}
-
-/// Opens the socket for announcements. What fails is logged and no more: a console whose port is taken still runs.
-void citp_stack::openDiscovery()
-{
-    const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
-    const Net::Address address(adapter.GetIpAddress(), DiscoveryPort);
-    m_udpNetSocket.Open(Net::Socket::UDP);
-    m_udpNetSocket.SetAddressReuse(true);
-    m_udpNetSocket.SetReceiveBufferCapacity(DiscoveryBuffer);
-    STACK_LOG(stackLog(), Os::Log::State, "Binding to address " << address.ToString());
-    // To the port on every adapter: bound to the adapter's address, the socket would not get what is sent to the group.
-    if (!m_udpNetSocket.Bind(DiscoveryPort)) {
-        STACK_LOG(stackLog(), Os::Log::Failure, "Bind failed");
-    }
-    if (!m_udpNetSocket.JoinMulticastGroup(Net::Address(DiscoveryGroup).GetHostIp(), adapter.GetIpAddress())) {
-        STACK_LOG(stackLog(), Os::Log::Failure, "Multicast join failed");
-    }
-    m_udpNetSocket.SetMulticastTtl(DiscoveryTtl);
-    m_udpNetSocket.SetMulticastLoopback(false);
-}
-
-void citp_stack::processPendingUDP()
-{
-    // Before each announcement is handled, all that came meanwhile is read: a new server's takes long, and the socket's
-    // buffer holds some 170, so that of hundreds sent at the same moment many would be lost. In portions, so that a
-    // storm of them leaves time for the connections; the socket tells again of what is left.
-    std::deque<std::pair<QByteArray, QString>> waiting;
-    int count = 0;
-    while (true) {
-        for (; count < DatagramsAtOnce && m_udpSocket->hasPendingDatagrams(); ++count) {
-            QByteArray datagram(static_cast<int>(qMax<qint64>(m_udpSocket->pendingDatagramSize(), 0)), '\0');
-            QHostAddress sender;
-            quint16 senderPort = 0;
-            m_udpSocket->readDatagram(datagram.data(), datagram.size(), &sender, &senderPort);
-            waiting.emplace_back(std::move(datagram), sender.toString());
-        }
-        if (waiting.empty()) {
-            return;
-        }
-        processMsgIn(waiting.front().first, waiting.front().second);
-        waiting.pop_front();
-    }
-}
-
-// --- Registry and discovery ------------------------------------------------------------------------------------------
-
-citp_stack::SERV_ID citp_stack::buildServerKey(const QString& host, unsigned short port)
-{
-    return host + QLatin1Char(':') + QString::number(port);
-}
-
-citp_stack::SERV_ID citp_stack::buildServerKey(QTcpSocket* socket)
-{
-    return buildServerKey(socket->peerName(), socket->peerPort());
-}
-
-QHostAddress citp_stack::getHostAddressFromSERV_ID(const SERV_ID& key)
-{
-    return QHostAddress(key.section(QLatin1Char(':'), 0, 0));
-}
-
-/// The record of @p key, or null. The caller holds a lock of m_servers or is the worker thread.
-citp_stack::ServerInfo* citp_stack::findServer(const SERV_ID& key) const
-{
-    return m_servers.value(key, nullptr);
-}
+// --- Connections -----------------------------------------------------------------------------------------------------
 
 void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
 {
@@ -493,25 +367,25 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
     netSocket->Open(Net::Socket::TCP);
     netSocket->SetBlocking(false);
     netSocket->Bind(Net::Address(ArtNet::Adapter::Get().GetIpAddress()));
-    STACK_LOG(stackLog(), Os::Log::Traffic,
-              "start connect to " << view(host.toLatin1()) << " port " << static_cast<unsigned>(ploc.port));
+    STACK_LOG(stackLogContext(), Os::Log::Traffic,
+              "start connect to " << toAscii(host) << " port " << static_cast<unsigned>(ploc.port));
 
-    ServerInfo* const info = new ServerInfo(ploc, netSocket.release());
+    Record* const record = new Record(key, ploc, netSocket.release());
     QTcpSocket* const socket = new QTcpSocket(this);
-    info->m_socket = socket;
-    info->m_key = key;
-    m_connections.insert(socket, info);
+    record->m_socket = socket;
+    d->connections.insert(socket, record);
     {
-        const std::lock_guard<std::mutex> queueLock(m_queueMutex);
-        m_servers.insert(key, info);
+        const std::lock_guard<std::mutex> queueLock(d->queueMutex);
+        m_servers.insert(key, record);
     }
-    // Media servers are on the show network itself; a proxy of the application is for the world outside.
+    // Media servers are on the show network itself; a proxy of the application is for other networks.
     socket->setProxy(QNetworkProxy::NoProxy);
     // An announcement that came over a connection has a server key for a host, which Qt tries to look up as a name; for
-    // as long as that takes, the notifier of a descriptor handed over would fire without end. Qt then makes its own.
-    if (!QHostAddress(host).isNull()) {
-        socket->setSocketDescriptor(duplicateDescriptor(*info->m_netSocket), QAbstractSocket::UnconnectedState,
-                                    QIODevice::ReadWrite);
+    // as long as that takes, the notifier of an adopted descriptor would fire without end. Qt then opens its own.
+    if (QHostAddress(host).isNull() ||
+        socket->setSocketDescriptor(duplicateDescriptor(*record->m_netSocket), QAbstractSocket::UnconnectedState,
+                                    QIODevice::ReadWrite)) {
+        record->m_netSocket->Close();
     }
     if (!connect(socket, &QTcpSocket::connected, this, &citp_stack::rxconnected)) {
         STACK_FATAL("connect( pSERV->m_socket, SIGNAL( connected() ), this, SLOT( rxconnected()) )");
@@ -525,347 +399,298 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
     if (!connect(socket, &QTcpSocket::readyRead, this, &citp_stack::rxreadyread)) {
         STACK_FATAL("connect( pSERV->m_socket, SIGNAL( readyRead() ), this, SLOT(rxreadyread()) )");
     }
-    // May fail at once and come back through rxerror(), which removes the record: nothing of it is touched after this.
+    // May fail immediately and call rxerror(), which deletes the record: it is not used after this.
     socket->connectToHost(host, ploc.port, QIODevice::ReadWrite);
 }
-
-std::vector<citp_stack::SERV_ID> citp_stack::getServers()
-{
-    std::vector<SERV_ID> keys;
-    const Caller caller;
-    if (caller.isTooLate()) {
-        return keys;
-    }
-    const StackLock lock(m_mutex);
-    for (auto server = m_servers.cbegin(); server != m_servers.cend(); ++server) {
-        if (server.value()->m_notified) {
-            keys.push_back(server.key());
-        }
-    }
-    return keys;
-}
-
-bool citp_stack::getServerInfo(const SERV_ID& key, Msg_MSEX_SINF* sinf, Msg_PEER_PLOC* ploc)
-{
-    const Caller caller;
-    if (caller.isTooLate()) {
-        return false;
-    }
-    const StackLock lock(m_mutex);
-    const ServerInfo* const info = findServer(key);
-    if (!info || !info->m_notified) {
-        return false;
-    }
-    if (ploc) {
-        *ploc = info->m_ploc;
-    }
-    if (sinf) {
-        *sinf = info->m_sinf;
-    }
-    return true;
-}
-
-int citp_stack::getNumNotified()
-{
-    const Caller caller;
-    if (caller.isTooLate()) {
-        return 0;
-    }
-    const StackLock lock(m_mutex);
-    int count = 0;
-    for (const ServerInfo* info : std::as_const(m_servers)) {
-        count += info->m_notified ? 1 : 0;
-    }
-    return count;
-}
-
-// --- Connections -----------------------------------------------------------------------------------------------------
 
 void citp_stack::rxconnected()
 {
     QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
-    if (!serverOf(socket)) {
-        return; // a reset went before what was under way
+    if (!d->recordOf(socket)) {
+        return; // removed by a reset while the connection came up
     }
     const SERV_ID key = buildServerKey(socket);
-    STACK_LOG(stackLog(), Os::Log::Traffic, "connected to " << view(key.toLatin1()));
+    STACK_LOG(stackLogContext(), Os::Log::Traffic, "connected to " << toAscii(key));
     socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
     sendMsg(key, Msg_PEER_PNAM(QStringLiteral("TarnCitpLayer")));
     sendMsg(key, Msg_MSEX_CInf());
     sendMsg(key, Msg_FPTC_SPTC(static_cast<const std::vector<unsigned short>*>(nullptr)));
 }
 
-void citp_stack::rxreadyread()
+void citp_stack::rxdisconnected()
 {
-    readMessages(static_cast<QTcpSocket*>(sender()));
+    STACK_LOG(stackLogContext(), Os::Log::Traffic, "disconnected");
+    d->removeServerOf(sender());
 }
 
-/// Cuts the stream into messages. The size field alone decides, with no lower bound: what does not begin a message is
-/// passed on and dropped by processMsgIn(), and a size of 0 is peeked at for ever. Media servers rely on nothing of
-/// this, but the console's behaviour towards broken ones is settled and stays.
-void citp_stack::readMessages(QTcpSocket* socket)
+/// Every error ends the connection. What has arrived before it is delivered first.
+void citp_stack::rxerror()
 {
-    ServerInfo* info = serverOf(socket);
-    if (!info || info->m_reading) {
-        return; // a reader further down the stack takes what there is, in order
+    QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
+    d->readMessages(socket);
+    STACK_LOG(stackLogContext(), Os::Log::Failure, socket->errorString().toStdString());
+    d->removeServerOf(socket);
+}
+
+// --- Framing ---------------------------------------------------------------------------------------------------------
+
+namespace {
+constexpr int headerLength = 20;                 // bytes of the CITP header
+constexpr quint32 maxPreallocatedSize = 1 << 20; // bytes
+
+/// The next @p size bytes of @p device, which are there. Qt's own read() grows the buffer in steps, so it is only used
+/// for sizes that Qt 5 may have to cut.
+QByteArray readWhole(QIODevice& device, quint32 size)
+{
+    if (size > maxPreallocatedSize) {
+        return device.read(size);
     }
-    info->m_reading = true;
-    const SERV_ID key = info->m_key;
-    char header[HeaderSize] = {};
-    for (qint64 available = 0; (available = socket->bytesAvailable()) >= HeaderSize;) {
-        if (m_thread->isRestWanted()) {
-            readMessagesLater(socket);
+    QByteArray bytes(static_cast<int>(size), Qt::Uninitialized);
+    bytes.resize(static_cast<int>(qMax<qint64>(device.read(bytes.data(), size), 0)));
+    return bytes;
+}
+
+/// Has readyRead() emitted from the event loop for what lies in @p socket: Qt does not signal the same bytes twice.
+void signalReadyReadLater(QTcpSocket* socket)
+{
+    QMetaObject::invokeMethod(socket, &QTcpSocket::readyRead, Qt::QueuedConnection);
+}
+} // namespace
+
+void citp_stack::rxreadyread()
+{
+    d->readMessages(static_cast<QTcpSocket*>(sender()));
+}
+
+/// The size field alone decides, without a lower bound: what does not begin a message is passed on and dropped by
+/// processMsgIn(), and a size of 0 is read for ever. This is how the console has always treated broken servers.
+void citp_stack::Private::readMessages(QTcpSocket* socket)
+{
+    Record* record = recordOf(socket);
+    if (!record || record->isReading) {
+        return; // a caller further up the call stack is reading this connection, in order
+    }
+    record->isReading = true;
+    const SERV_ID key = record->key;
+    char header[headerLength] = {};
+    for (qint64 available = 0; (available = socket->bytesAvailable()) >= headerLength;) {
+        if (worker->isStopRequested()) {
+            signalReadyReadLater(socket);
             break;
         }
-        socket->peek(header, HeaderSize);
-        const quint32 size = static_cast<quint32>(Msg_Header::messageSize(QByteArray::fromRawData(header, HeaderSize)));
+        socket->peek(header, headerLength);
+        const quint32 size =
+            static_cast<quint32>(Msg_Header::messageSize(QByteArray::fromRawData(header, headerLength)));
         if (available < static_cast<qint64>(size)) {
             break;
         }
         QByteArray message = readWhole(*socket, size);
-        processMsgIn(message, key);
-        info = serverOf(socket);
-        if (!info) {
+        q->processMsgIn(message, key);
+        record = recordOf(socket);
+        if (!record) {
             return;
         }
     }
-    info->m_reading = false;
-}
-
-/// Reads from the event loop what lies in @p socket already; it does not tell of that again by itself.
-void citp_stack::readMessagesLater(QTcpSocket* socket)
-{
-    QMetaObject::invokeMethod(
-        socket, [this, socket] { readMessages(socket); }, Qt::QueuedConnection);
-}
-
-/// The record whose connection is @p socket, if it still counts, else null. To be asked again after everything that may
-/// come back into the stack: the server may be gone then, and its key even be another connection's.
-citp_stack::ServerInfo* citp_stack::serverOf(const QObject* socket) const
-{
-    ServerInfo* const info = m_connections.value(socket, nullptr);
-    return info && !info->m_leaving ? info : nullptr;
-}
-
-void citp_stack::rxdisconnected()
-{
-    connectionClosed(sender());
-}
-
-void citp_stack::rxerror()
-{
-    connectionFailed(static_cast<QTcpSocket*>(sender()));
-}
-
-void citp_stack::connectionClosed(const QObject* socket)
-{
-    STACK_LOG(stackLog(), Os::Log::Traffic, "disconnected");
-    removeServerOf(socket);
-}
-
-/// Every error ends the connection; what had come before is delivered first.
-void citp_stack::connectionFailed(QTcpSocket* socket)
-{
-    readMessages(socket);
-    STACK_LOG(stackLog(), Os::Log::Failure, view(socket->errorString().toUtf8()));
-    removeServerOf(socket);
-}
-
-/// Removes the server whose connection is @p socket. The socket itself is what is looked for, not its descriptor: when
-/// a connection ends, Qt reports the error while the descriptor is still there and the disconnection when it is gone,
-/// and by then the answer "no descriptor" could as well be another server's.
-void citp_stack::removeServerOf(const QObject* socket)
-{
-    const StackLock lock(m_mutex);
-    if (ServerInfo* const info = serverOf(socket)) {
-        removeServer(info);
-    }
-}
-
-/// Removes the first server whose connection has @p descriptor; -1 stands for a connection that has none.
-void citp_stack::removeTCP(int descriptor)
-{
-    const StackLock lock(m_mutex);
-    for (auto server = m_servers.cbegin(); server != m_servers.cend(); ++server) {
-        ServerInfo* const info = server.value();
-        if (info->m_leaving) {
-            continue;
-        }
-        // A bundled socket without a descriptor says nothing about the connection, so -1 is not looked for there.
-        if ((info->m_socket && info->m_socket->socketDescriptor() == descriptor) ||
-            (descriptor != -1 && info->m_netSocket && info->m_netSocket->GetDescriptor() == descriptor)) {
-            removeServer(info);
-            return;
-        }
-    }
-}
-
-/// Removes the server @p info, with serverDown() if it was announced. The mutex is held.
-void citp_stack::removeServer(ServerInfo* info)
-{
-    const SERV_ID key = info->m_key;
-    info->m_leaving = true;
-    if (info->m_notified) {
-        STACK_LOG(stackLog(), Os::Log::State,
-                  "removed " << view(key.toLatin1()) << " " << view(info->m_ploc.name.toLatin1())
-                             << " (total=" << getNumNotified() - 1 << ")");
-        Q_EMIT serverDown(key);
-    }
-    {
-        const std::lock_guard<std::mutex> queueLock(m_queueMutex);
-        m_servers.remove(key);
-    }
-    m_connections.remove(info->m_socket);
-    delete info;
+    record->isReading = false;
 }
 
 // --- Dispatch --------------------------------------------------------------------------------------------------------
 
+namespace {
+constexpr int cookieOffset = 0;
+constexpr int contentTypeOffset = 16;
+
+/// A layer: where its messages hold their code, and how long a message must be for the code to be read.
+struct Layer
+{
+    QLatin1String contentType;
+    int codeOffset;
+    int minimumLength;
+};
+
+constexpr Layer layers[] = {
+    {QLatin1String("PINF", 4), 20, 24}, {QLatin1String("MSEX", 4), 22, 26}, {QLatin1String("FPTC", 4), 20, 28}};
+constexpr const Layer& pinf = layers[0];
+constexpr const Layer& msex = layers[1];
+constexpr const Layer& fptc = layers[2];
+
+/// A message that is parsed and emitted.
+struct Inbound
+{
+    const Layer& layer;
+    QLatin1String code;
+    const char* metaType; ///< the name under which the class is registered for queued signals, null if it is not
+    void (*registerType)(const char* name);
+    void (*notify)(citp_stack& stack, const QByteArray& buffer, const QString& source);
+    bool releasesRequest; ///< whether it lets the next paced request go, valid or not
+};
+
+template <typename Message, auto signal>
+constexpr Inbound inbound(const Layer& layer, const char* code, const char* metaType, bool releasesRequest = false)
+{
+    return {layer,
+            QLatin1String(code, 4),
+            metaType,
+            [](const char* name) { qRegisterMetaType<Message>(name); },
+            [](citp_stack& stack, const QByteArray& buffer, const QString& source) {
+                const Message message(buffer);
+                if (message.valid) {
+                    Q_EMIT(stack.*signal)(source, message);
+                }
+            },
+            releasesRequest};
+}
+
+constexpr bool releasesRequest = true;
+
+// In the order in which the classes are registered. EEIn and GLEI release nothing: servers that need pacing answer a
+// request for elements with a MEIn. Ptch is not registered, see citp_stack::patchMessage().
+constexpr Inbound inboundMessages[] = {
+    inbound<Msg_MSEX_ELTH, &citp_stack::libraryThumbnail>(msex, "ELTh", "CITP::Msg_MSEX_ELTH"),
+    inbound<Msg_MSEX_ETHN, &citp_stack::elementThumbnail>(msex, "EThn", "CITP::Msg_MSEX_ETHN"),
+    inbound<Msg_MSEX_ELIN, &citp_stack::libraryInfo>(msex, "ELIn", "CITP::Msg_MSEX_ELIN", releasesRequest),
+    inbound<Msg_MSEX_MEIN, &citp_stack::mediaInfo>(msex, "MEIn", "CITP::Msg_MSEX_MEIN", releasesRequest),
+    inbound<Msg_MSEX_EEIN, &citp_stack::effectInfo>(msex, "EEIn", "CITP::Msg_MSEX_EEIN"),
+    inbound<Msg_MSEX_GLEI, &citp_stack::genericInfo>(msex, "GLEI", "CITP::Msg_MSEX_GLEI"),
+    inbound<Msg_MSEX_LSTA, &citp_stack::layerStatus>(msex, "LSta", "CITP::Msg_MSEX_LSTA"),
+    inbound<Msg_MSEX_ELUP, &citp_stack::libraryUpdated>(msex, "ELUp", "CITP::Msg_MSEX_ELUP"),
+    inbound<Msg_FPTC_PTCH, &citp_stack::patchMessage>(fptc, "Ptch", nullptr),
+};
+
+/// The code of four characters at @p offset, empty if @p buffer holds fewer than @p minimumLength bytes. A view of the
+/// buffer: two codes are compared for every message.
+QLatin1String codeAt(const QByteArray& buffer, int offset, int minimumLength)
+{
+    return buffer.size() < minimumLength ? QLatin1String() : QLatin1String(buffer.constData() + offset, 4);
+}
+} // namespace
+
+void registerMetaTypes()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        qRegisterMetaType<citp_stack::SERV_ID>("CITP::citp_stack::SERV_ID");
+        for (const Inbound& message : inboundMessages) {
+            if (message.metaType) {
+                message.registerType(message.metaType);
+            }
+        }
+    });
+}
+
 void citp_stack::processMsgIn(QByteArray& buffer, const QString& source)
 {
-    STACK_LOG(trafficLog(), Os::Log::Traffic,
-              "<- " << view(source.toLatin1()) << " " << view(hexDump(buffer).toLatin1()));
-    if (buffer.size() < HeaderSize) {
-        STACK_LOG(stackLog(), Os::Log::Failure, "invalid size for CITP");
+    STACK_LOG(trafficLogContext(), Os::Log::Traffic, "<- " << toAscii(source) << " " << toAscii(hexDump(buffer)));
+    if (buffer.size() < headerLength) {
+        STACK_LOG(stackLogContext(), Os::Log::Failure, "invalid size for CITP");
         return;
     }
-    if (codeAt(buffer, 0, HeaderSize) != QLatin1String("CITP")) {
-        STACK_LOG(stackLog(), Os::Log::Failure, "lost in the byte stream");
+    if (codeAt(buffer, cookieOffset, headerLength) != QLatin1String("CITP")) {
+        STACK_LOG(stackLogContext(), Os::Log::Failure, "lost in the byte stream");
         return;
     }
-    const QLatin1String layer = codeAt(buffer, 16, HeaderSize);
-    if (layer == QLatin1String("PINF")) {
-        processPinf(buffer, source);
-    } else if (layer == QLatin1String("MSEX")) {
-        processMsex(buffer, source);
-    } else if (layer == QLatin1String("FPTC")) {
-        processFptc(buffer, source);
-    } else {
-        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled CITP " << view(layer));
+    const QLatin1String contentType = codeAt(buffer, contentTypeOffset, headerLength);
+    const Layer* const layer = std::find_if(std::begin(layers), std::end(layers), [contentType](const Layer& known) {
+        return known.contentType == contentType;
+    });
+    if (layer == std::end(layers)) {
+        STACK_LOG(stackLogContext(), Os::Log::Traffic, "unhandled CITP " << toAscii(contentType));
+        return;
     }
-}
-
-void citp_stack::processPinf(const QByteArray& buffer, const QString& source)
-{
-    const QLatin1String code = codeAt(buffer, 20, 24);
-    if (code == QLatin1String("PLoc")) {
-        const Msg_PEER_PLOC msg(buffer);
-        if (plocLog().IsEnabled(Os::Log::Traffic)) {
+    const QLatin1String code = codeAt(buffer, layer->codeOffset, layer->minimumLength);
+    for (const Inbound& message : inboundMessages) {
+        if (&message.layer == layer && message.code == code) {
+            message.notify(*this, buffer, source);
+            if (message.releasesRequest) {
+                d->releaseNextRequest(source);
+            }
+            return;
+        }
+    }
+    if (layer == &pinf && code == QLatin1String("PLoc")) {
+        const Msg_PEER_PLOC ploc(buffer);
+        if (plocLogContext().IsEnabled(Os::Log::Traffic)) {
             QString text;
-            text >> msg;
-            STACK_LOG(plocLog(), Os::Log::Traffic, "PLOC: " << view(text.toLatin1()));
+            text >> ploc;
+            STACK_LOG(plocLogContext(), Os::Log::Traffic, "PLOC: " << toAscii(text));
         }
-        handlePLOC(source, msg);
-    } else if (code != QLatin1String("PNam")) {
-        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled PINF " << view(code));
-    }
-}
-
-void citp_stack::processMsex(const QByteArray& buffer, const QString& source)
-{
-    const QLatin1String code = codeAt(buffer, 22, 26);
-    if (code == QLatin1String("EThn")) {
-        const Msg_MSEX_ETHN msg(buffer);
-        if (msg.valid) {
-            Q_EMIT elementThumbnail(source, msg);
-        }
-    } else if (code == QLatin1String("SInf")) {
+        handlePLOC(source, ploc);
+    } else if (layer == &msex && code == QLatin1String("SInf")) {
         handleSINF(source, Msg_MSEX_SINF(buffer));
-    } else if (code == QLatin1String("ELTh")) {
-        const Msg_MSEX_ELTH msg(buffer);
-        if (msg.valid) {
-            Q_EMIT libraryThumbnail(source, msg);
-        }
-    } else if (code == QLatin1String("ELIn")) {
-        const Msg_MSEX_ELIN msg(buffer);
-        if (msg.valid) {
-            Q_EMIT libraryInfo(source, msg);
-        }
-        releaseNextRequest(source);
-    } else if (code == QLatin1String("MEIn")) {
-        const Msg_MSEX_MEIN msg(buffer);
-        if (msg.valid) {
-            Q_EMIT mediaInfo(source, msg);
-        }
-        releaseNextRequest(source);
-    } else if (code == QLatin1String("EEIn")) {
-        // No release here and for GLEI: servers that need pacing answer a request for elements with a MEIn.
-        const Msg_MSEX_EEIN msg(buffer);
-        if (msg.valid) {
-            Q_EMIT effectInfo(source, msg);
-        }
-    } else if (code == QLatin1String("GLEI")) {
-        const Msg_MSEX_GLEI msg(buffer);
-        if (msg.valid) {
-            Q_EMIT genericInfo(source, msg);
-        }
-    } else if (code == QLatin1String("LSta")) {
-        const Msg_MSEX_LSTA msg(buffer);
-        if (msg.valid) {
-            Q_EMIT layerStatus(source, msg);
-        }
-    } else if (code == QLatin1String("ELUp")) {
-        const Msg_MSEX_ELUP msg(buffer);
-        if (msg.valid) {
-            Q_EMIT libraryUpdated(source, msg);
-        }
-    } else {
-        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled MSEX " << view(code));
-    }
-}
-
-void citp_stack::processFptc(const QByteArray& buffer, const QString& source)
-{
-    const QLatin1String code = codeAt(buffer, 20, 28);
-    if (code == QLatin1String("Ptch")) {
-        const Msg_FPTC_PTCH msg(buffer);
-        if (msg.valid) {
-            Q_EMIT patchMessage(source, msg);
-        }
-    } else {
-        STACK_LOG(stackLog(), Os::Log::Traffic, "unhandled FPTC " << view(code));
+    } else if (layer != &pinf || code != QLatin1String("PNam")) {
+        STACK_LOG(stackLogContext(), Os::Log::Traffic, "unhandled " << toAscii(contentType) << " " << toAscii(code));
     }
 }
 
 void citp_stack::handleSINF(const QString& source, const Msg_MSEX_SINF& sinf)
 {
     const StackLock lock(m_mutex);
-    ServerInfo* const info = findServer(source);
-    if (!info || info->m_notified) {
+    Record* const record = d->find(source);
+    if (!record || record->m_notified) {
         return;
     }
-    info->m_sinf = sinf;
-    info->m_notified = true;
+    record->m_sinf = sinf;
+    record->m_notified = true;
     // The products that lose requests which come before the last one is answered.
     if (sinf.ProductName.contains(QLatin1String("coolux"), Qt::CaseInsensitive) ||
         sinf.ProductName.contains(QLatin1String("arkaos"), Qt::CaseInsensitive)) {
-        info->SetNoDelay(true);
+        record->SetNoDelay(true);
     }
-    STACK_LOG(stackLog(), Os::Log::State,
-              "added " << view(source.toLatin1()) << " " << view(info->m_ploc.name.toLatin1())
-                       << " (total=" << getNumNotified() << ")");
+    STACK_LOG(
+        stackLogContext(), Os::Log::State,
+        "added " << toAscii(source) << " " << toAscii(record->m_ploc.name) << " (total=" << d->countNotified() << ")");
     Q_EMIT serverUp(source);
 }
 
 // --- Sending ---------------------------------------------------------------------------------------------------------
 
+namespace {
+/// A message that sendMsg() takes.
+struct Outbound
+{
+    bool (*matches)(const Msg_Header& msg);
+    void (*serialise)(QByteArray& out, const Msg_Header& msg);
+    bool isPaced; ///< whether paced servers get it one at a time
+};
+
+template <typename Message>
+constexpr Outbound outbound(bool isPaced = false)
+{
+    return {[](const Msg_Header& msg) { return dynamic_cast<const Message*>(&msg) != nullptr; },
+            [](QByteArray& out, const Msg_Header& msg) { out >> static_cast<const Message&>(msg); }, isPaced};
+}
+
+constexpr bool isPaced = true;
+
+constexpr Outbound outboundMessages[] = {
+    outbound<Msg_MSEX_GELT>(),        outbound<Msg_MSEX_GETH>(), outbound<Msg_MSEX_GELI>(isPaced),
+    outbound<Msg_MSEX_GEIN>(isPaced), outbound<Msg_PEER_PNAM>(), outbound<Msg_MSEX_CInf>(),
+    outbound<Msg_FPTC_SPTC>(),
+};
+
+/// Whether @p queued is the very request @p held, and not another one with the same content. Holding a share of the
+/// bytes keeps their address from being used again, so that the address identifies the request.
+bool isSameRequest(const QByteArray& queued, const QByteArray& held)
+{
+    return !held.isNull() && queued.constData() == held.constData();
+}
+} // namespace
+
 bool citp_stack::sendMsg(const QString& server, const Msg_Header& msg)
 {
     const Caller caller;
-    if (caller.isTooLate()) {
+    if (isShuttingDown()) {
         return false;
     }
     try {
         if (!msg.valid) {
             throw "message err";
         }
+        const Outbound* const outbound = std::find_if(std::begin(outboundMessages), std::end(outboundMessages),
+                                                      [&msg](const Outbound& known) { return known.matches(msg); });
         QByteArray buffer;
-        const bool thumbnails = serialiseAs<Msg_MSEX_GELT>(msg, buffer) || serialiseAs<Msg_MSEX_GETH>(msg, buffer);
-        const bool paced =
-            !thumbnails && (serialiseAs<Msg_MSEX_GELI>(msg, buffer) || serialiseAs<Msg_MSEX_GEIN>(msg, buffer));
-        if (!thumbnails && !paced && !serialiseAs<Msg_PEER_PNAM>(msg, buffer) &&
-            !serialiseAs<Msg_MSEX_CInf>(msg, buffer)) {
-            serialiseAs<Msg_FPTC_SPTC>(msg, buffer);
+        if (outbound != std::end(outboundMessages)) {
+            outbound->serialise(buffer, msg);
         }
         if (buffer.isEmpty()) {
             throw "cannot send this message type";
@@ -877,100 +702,95 @@ bool citp_stack::sendMsg(const QString& server, const Msg_Header& msg)
             }
         }
         {
-            const std::lock_guard<std::mutex> queueLock(m_queueMutex);
-            ServerInfo* const info = findServer(server);
-            if (info && paced && info->IsNoDelayEnabled()) {
-                if (info->IsRequestInProgress()) {
-                    info->GetMessageQueue().push(buffer);
+            const std::lock_guard<std::mutex> queueLock(d->queueMutex);
+            Record* const record = d->find(server);
+            if (record && outbound->isPaced && record->IsNoDelayEnabled()) {
+                if (record->IsRequestInProgress()) {
+                    record->GetMessageQueue().push(buffer);
                     return true;
                 }
-                info->SetInProgress(true);
+                record->SetInProgress(true);
             }
         }
         Q_EMIT __passDown(server, buffer);
         return true;
     } catch (const char* failure) {
-        STACK_LOG(stackLog(), Os::Log::Failure, "sendMsg failed: " << failure);
+        STACK_LOG(stackLogContext(), Os::Log::Failure, "sendMsg failed: " << failure);
         return false;
     }
 }
 
-/// An ELIn or MEIn has come from @p source: lets the next waiting request go, or notes that there is none.
-void citp_stack::releaseNextRequest(const QString& source)
+void citp_stack::Private::releaseNextRequest(const QString& source)
 {
     QByteArray next;
     for (;;) {
         {
-            const std::lock_guard<std::mutex> queueLock(m_queueMutex);
-            ServerInfo* const info = findServer(source);
-            if (!info) {
+            const std::lock_guard<std::mutex> queueLock(queueMutex);
+            Record* const record = find(source);
+            if (!record) {
                 return;
             }
-            if (info->GetMessageQueue().empty()) {
-                info->SetInProgress(false);
+            if (record->GetMessageQueue().empty()) {
+                record->SetInProgress(false);
                 return;
             }
-            // Holding a share of the bytes keeps their address from being used again: it identifies the request.
-            if (!next.isNull() && info->GetMessageQueue().front().constData() == next.constData()) {
+            if (isSameRequest(record->GetMessageQueue().front(), next)) {
                 break;
             }
-            next = info->GetMessageQueue().front();
+            next = record->GetMessageQueue().front();
         }
-        // What the same thread sent before this request may still be on its way from there to here; it goes first. That
-        // may end the server or release the request, so then it is looked at again.
-        QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+        // What the same thread has sent before this request may still be queued as an event; it goes first. That may
+        // remove the server or release the request, so the queue is looked at again.
+        QCoreApplication::sendPostedEvents(q, QEvent::MetaCall);
     }
 
-    // Runs rxPassDown() at once. In it the server may be removed, and its queue with it. No other answer is dealt with
-    // meanwhile: this is called while messages of that server are read, and they are read by one reader at a time.
-    Q_EMIT __passDown(source, next);
+    // Calls rxPassDown() directly, which may remove the server and its queue. No other answer is handled meanwhile:
+    // this runs while messages of that server are read, and they have one reader at a time.
+    Q_EMIT q->__passDown(source, next);
 
-    const std::lock_guard<std::mutex> queueLock(m_queueMutex);
-    ServerInfo* const info = findServer(source);
-    if (info && !info->GetMessageQueue().empty() && info->GetMessageQueue().front().constData() == next.constData()) {
-        info->GetMessageQueue().pop();
+    const std::lock_guard<std::mutex> queueLock(queueMutex);
+    Record* const record = find(source);
+    if (record && !record->GetMessageQueue().empty() && isSameRequest(record->GetMessageQueue().front(), next)) {
+        record->GetMessageQueue().pop();
     }
 }
 
 void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
 {
-    STACK_LOG(trafficLog(), Os::Log::Traffic, "-> " << view(server.toLatin1()) << " " << view(hexDump(b).toLatin1()));
+    STACK_LOG(trafficLogContext(), Os::Log::Traffic, "-> " << toAscii(server) << " " << toAscii(hexDump(b)));
     const StackLock lock(m_mutex);
-    ServerInfo* const info = findServer(server);
+    Record* const record = d->find(server);
     // Qt would keep what is written before the connection is open and send it ahead of the greeting.
-    if (!info || !info->m_socket || info->m_socket->state() != QAbstractSocket::ConnectedState || info->m_leaving ||
-        info->m_failed) {
+    if (!record || !record->m_socket || record->m_socket->state() != QAbstractSocket::ConnectedState ||
+        record->isLeaving || record->hasFailed) {
         return;
     }
-    QTcpSocket* const socket = info->m_socket;
+    QTcpSocket* const socket = record->m_socket;
     socket->write(b.constData(), b.size());
-    if (!info->IsNoDelayEnabled()) {
+    if (!record->IsNoDelayEnabled()) {
         return;
     }
-    // The length serves as the time-out: a short request may not hold up the other servers for long. The wait also
-    // reads from the socket and notices its end. Both are dealt with from the event loop: here a receiver may be
-    // sending from inside an emission, and those that are still to hear of that one must not hear of the end first.
+    // The length serves as the timeout in ms, so that a short request does not hold up the other servers for long. The
+    // wait also reads from the socket and notices its end. Both are signalled from the event loop: the caller may be
+    // inside an emission, whose other receivers must not hear of the end before they hear of that.
     {
         const QSignalBlocker blocker(socket);
-        info->m_failed = !socket->waitForBytesWritten(static_cast<int>(b.size()));
+        record->hasFailed = !socket->waitForBytesWritten(static_cast<int>(b.size()));
     }
-    if (info->m_failed) {
+    if (record->hasFailed) {
         QMetaObject::invokeMethod(
-            socket, [this, socket] { flushFailed(socket); }, Qt::QueuedConnection);
+            socket,
+            [this, socket] {
+                if (d->recordOf(socket)) {
+                    Q_EMIT socket->errorOccurred(socket->error());
+                    if (socket->state() == QAbstractSocket::UnconnectedState) {
+                        Q_EMIT socket->disconnected();
+                    }
+                }
+            },
+            Qt::QueuedConnection);
     } else if (socket->bytesAvailable() > 0) {
-        readMessagesLater(socket);
-    }
-}
-
-/// What the socket would have told of its end if it had not been kept quiet during the wait.
-void citp_stack::flushFailed(QTcpSocket* socket)
-{
-    if (!serverOf(socket)) {
-        return;
-    }
-    connectionFailed(socket);
-    if (socket->state() == QAbstractSocket::UnconnectedState) {
-        connectionClosed(socket);
+        signalReadyReadLater(socket);
     }
 }
 

@@ -12,14 +12,13 @@
 #include <citp_system/os_network_adapter.h>
 
 #include <QByteArray>
-#include <QHash>
 #include <QHostAddress>
 #include <QMap>
 #include <QObject>
 #include <QString>
 
 #include <atomic>
-#include <mutex>
+#include <memory>
 #include <queue>
 #include <vector>
 
@@ -39,7 +38,6 @@ class Msg_MSEX_ETHN;
 class Msg_MSEX_GLEI;
 class Msg_MSEX_LSTA;
 class Msg_MSEX_MEIN;
-class WorkerThread;
 
 /// The client side of CITP: discovery of media servers, one TCP connection to each, requests and notifications.
 ///
@@ -56,25 +54,19 @@ public:
     /// server heard on a second address is a second server.
     typedef QString SERV_ID;
 
-    /// The record of one known server. Made, changed and deleted on the worker thread only, but for what paces its
-    /// requests; other threads see the members that a lock guards (see citp_stack) and never the record itself.
+    /// The record of one known server. Created, changed and deleted on the worker thread only, except the pacing state;
+    /// other threads see the members that a lock guards (see citp_stack) and never the record itself.
     class CITP_EXPORT ServerInfo
     {
     public:
-        QTcpSocket* m_socket;        ///< the connection; a Qt child of the stack; null until the registry sets it
-        Net::Socket* m_netSocket;    ///< owned; made the connection's descriptor, of which #m_socket has a duplicate
-        bool m_notified;             ///< serverUp() has been emitted for this record
-        Msg_MSEX_SINF m_sinf;        ///< the first SInf of this connection; later ones do not replace it
-        Msg_PEER_PLOC m_ploc;        ///< the announcement that led to this record
-        std::atomic<bool> m_noDelay; ///< requests are paced and writes flushed
-        bool m_inProgress;           ///< a paced request has been passed down and is not answered yet
+        QTcpSocket* m_socket;     ///< the connection; a Qt child of the stack; null until the registry sets it
+        Net::Socket* m_netSocket; ///< owned; opened and bound the connection; closed once #m_socket has taken it over
+        bool m_notified;          ///< serverUp() has been emitted for this record
+        Msg_MSEX_SINF m_sinf;     ///< the first SInf of this connection; later ones do not replace it
+        Msg_PEER_PLOC m_ploc;     ///< the announcement that led to this record
+        std::atomic<bool> m_noDelay;           ///< requests are paced and writes flushed
+        bool m_inProgress;                     ///< a paced request has been passed down and is not answered yet
         std::queue<QByteArray> m_messageQueue; ///< paced requests that wait, whole messages, oldest first
-        /// The record is on its way out: its serverDown() is being emitted. Nothing more is delivered for it, and
-        /// whatever a receiver sets off meanwhile must not remove it a second time.
-        bool m_leaving;
-        bool m_reading; ///< messages of this connection are being cut and dispatched
-        bool m_failed;  ///< a flushed write has failed; the end of the connection is on its way
-        SERV_ID m_key;  ///< the key under which the registry has this record
 
         /// Takes ownership of @p netSocket, which may be null; #m_socket stays null.
         ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSocket);
@@ -139,13 +131,14 @@ public:
     /// An adapter has changed: arms the reset of the next tick. Called by the adapter monitor on its thread.
     void Changed(const Os::NetworkAdapter& adapter, const Os::NetworkAdapter::State& state, int reason) override;
 
-    // The state, in view for a debugger or a test bench. It belongs to the worker thread; applications leave it alone.
-    QUdpSocket* m_udpSocket;    ///< reads the announcements; there while discovery runs
+    // The state, visible to a debugger or a test bench. It belongs to the worker thread; applications do not use it.
+    QUdpSocket* m_udpSocket;    ///< reads the announcements; exists while discovery runs
     Net::Socket m_udpNetSocket; ///< owns the discovery socket's descriptor, of which #m_udpSocket has a duplicate
-    /// Guards the registry and, in every record, what m_queueMutex does not. Recursive: signals are emitted and sockets
-    /// written under it, and what runs there may come back. Taken before m_queueMutex, never after it.
+    /// Guards the registry and every record in it, except the pacing state, which has a lock of its own that is taken
+    /// inside this one and never the other way round. Recursive: signals are emitted and sockets written under it, and
+    /// receivers may call back into the stack.
     QRecursiveMutex* m_mutex;
-    /// Changed on the worker thread only, and there under both mutexes: a reader holds either one, or is the worker.
+    /// Changed on the worker thread only, and there under both locks: a reader holds either one, or is the worker.
     QMap<QString, ServerInfo*> m_servers;
     std::atomic<bool> m_enabled;      ///< CITP is wanted
     std::atomic<bool> m_resetPending; ///< the next tick drops all servers and opens discovery afresh
@@ -181,47 +174,32 @@ Q_SIGNALS:
     void __passDown(const CITP::citp_stack::SERV_ID&, const QByteArray&);
 
 private Q_SLOTS:
-    void process();
-    void processPendingUDP();
-    void timepop();
-    void rxdisconnected();
-    void rxerror();
-    void rxreadyread();
-    void rxconnected();
-    void rxPassDown(const CITP::citp_stack::SERV_ID&, const QByteArray& b);
+    // Hidden: Qt calls them through the meta-object, and no application may.
+    CITP_HIDDEN void process();
+    CITP_HIDDEN void processPendingUDP();
+    CITP_HIDDEN void timepop();
+    CITP_HIDDEN void rxdisconnected();
+    CITP_HIDDEN void rxerror();
+    CITP_HIDDEN void rxreadyread();
+    CITP_HIDDEN void rxconnected();
+    CITP_HIDDEN void rxPassDown(const CITP::citp_stack::SERV_ID&, const QByteArray& b);
 
 private:
-    citp_stack();
-    ~citp_stack() override;
-    bool comeToRest();
+    struct CITP_HIDDEN Record;
+    struct CITP_HIDDEN Private;
 
-    void resetConnections();
-    void openDiscovery();
-    void processMsgIn(QByteArray& buffer, const QString& source);
-    void processPinf(const QByteArray& buffer, const QString& source);
-    void processMsex(const QByteArray& buffer, const QString& source);
-    void processFptc(const QByteArray& buffer, const QString& source);
-    void handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc);
-    void handleSINF(const QString& source, const Msg_MSEX_SINF& sinf);
-    void releaseNextRequest(const QString& source);
-    void readMessages(QTcpSocket* socket);
-    void readMessagesLater(QTcpSocket* socket);
-    void flushFailed(QTcpSocket* socket);
-    void connectionClosed(const QObject* socket);
-    void connectionFailed(QTcpSocket* socket);
-    void removeTCP(int descriptor);
-    void removeServerOf(const QObject* socket);
-    void removeServer(ServerInfo* info);
-    ServerInfo* findServer(const SERV_ID& key) const;
-    ServerInfo* serverOf(const QObject* socket) const;
+    CITP_HIDDEN citp_stack();
+    CITP_HIDDEN ~citp_stack() override;
+    CITP_HIDDEN void processMsgIn(QByteArray& buffer, const QString& source);
+    CITP_HIDDEN void handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc);
+    CITP_HIDDEN void handleSINF(const QString& source, const Msg_MSEX_SINF& sinf);
+    /// Removes the first server in key order whose connection has @p descriptor; -1 stands for a connection that has
+    /// none. For the reset only. The slots look their server up by its socket: when a connection ends, Qt reports the
+    /// error while the descriptor is still there and the disconnection when it is gone, and by then "no descriptor"
+    /// could as well be another server's.
+    CITP_HIDDEN void removeTCP(int descriptor);
 
-    /// The innermost lock: guards the pacing state of every record (m_inProgress, m_messageQueue). Held for a few
-    /// instructions only; no emission, no socket call and no other lock inside it.
-    std::mutex m_queueMutex;
-    /// The records of the registry by their sockets, of which the slots are told. For the worker thread alone.
-    QHash<const QObject*, ServerInfo*> m_connections;
-    WorkerThread* m_thread;
-    const int m_process; ///< the process that has the thread; a forked child has not
+    const std::unique_ptr<Private> d;
 };
 
 } // namespace CITP

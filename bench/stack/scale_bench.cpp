@@ -212,13 +212,13 @@ void key(benchmark::State& state, bool made)
     FakeServer server;
     Connection connection = seat.admit(server, "Product");
     runOn(seat.stack(), [&] {
-        QHash<const QObject*, citp_stack::ServerInfo*> connections;
-        for (citp_stack::ServerInfo* const info : std::as_const(seat.stack()->m_servers)) {
-            connections.insert(info->m_socket, info);
+        QHash<const QObject*, citp_stack::SERV_ID> keys;
+        for (const auto& [key, info] : seat.stack()->m_servers.toStdMap()) {
+            keys.insert(info->m_socket, key);
         }
         QTcpSocket* const socket = seat.stack()->m_servers.value(server.key())->m_socket;
         for (auto _ : state) {
-            benchmark::DoNotOptimize(made ? citp_stack::buildServerKey(socket) : connections.value(socket)->m_key);
+            benchmark::DoNotOptimize(made ? citp_stack::buildServerKey(socket) : keys.value(socket));
         }
     });
     connection.close();

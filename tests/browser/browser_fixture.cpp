@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "browser_fixture.h"
 
-#include <citp/citp_handover_p.h>
 #include <citp/citp_stack.h>
 
 #include <QCoreApplication>
@@ -16,6 +15,10 @@
 
 #include "models/values.h"
 
+#if defined(__SANITIZE_THREAD__) && QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+#include <citp/citp_thread_sanitizer_p.h>
+#endif
+
 /// Asked by the leak sanitizer. The stack keeps the records of the servers that it knows until the process ends, on
 /// purpose; the message bus's library keeps its memory for itself when Qt leaves it.
 extern "C" Q_DECL_EXPORT const char* __lsan_default_suppressions();
@@ -28,15 +31,16 @@ void followValues()
 {
     using namespace Browser;
     registerValues();
-    CITP::followCopies<Server>();
-    CITP::followCopies<LibraryListPtr>();
-    CITP::followCopies<ElementListPtr>();
-    CITP::followCopies<Picture>();
-    CITP::followCopies<LayerStates>();
-    CITP::followCopies<Fixtures>();
-    CITP::followCopies<LibraryUpdate>();
-    CITP::followCopies<AdapterState>();
-    CITP::followDelivery();
+#if defined(__SANITIZE_THREAD__) && QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    CITP::annotateCopies<Server>();
+    CITP::annotateCopies<LibraryListPtr>();
+    CITP::annotateCopies<ElementListPtr>();
+    CITP::annotateCopies<Picture>();
+    CITP::annotateCopies<LayerStates>();
+    CITP::annotateCopies<Fixtures>();
+    CITP::annotateCopies<LibraryUpdate>();
+    CITP::annotateCopies<AdapterState>();
+#endif
 }
 
 bool until(const std::function<bool()>& isDone, int milliseconds)

@@ -247,8 +247,8 @@ TEST(ProtocolTableTest, TellsTheCodesThatTheStackKnows)
     auto match = code.globalMatch(read("citp/citp_stack.cpp"));
     while (match.hasNext())
         known.insert(match.next().captured(1).toStdString());
-    for (const char* other : {"CITP", "PINF", "MSEX", "FPTC", "Ploc"})
-        EXPECT_EQ(known.erase(other), 1U) << other; // the cookie, the layers, a log context
+    for (const char* other : {"CITP", "PINF", "MSEX", "FPTC"})
+        EXPECT_EQ(known.erase(other), 1U) << other; // the cookie, the layers
 
     Names incoming;
     for (const auto& [name, row] : readTable()) {
