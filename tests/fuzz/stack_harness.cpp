@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stack_harness.h"
 
+#include "wait.h"
 #include "worker_call.h"
 
 #include <citp_system/artnet_adapter.h>
@@ -25,10 +26,11 @@ using CITP::citp_stack;
 
 namespace fuzz {
 namespace {
-/// Tries @p done again and again, at first without a pause, at most for about Patience ms. @return whether it was done
+/// Tries @p done again and again, at first without a pause, at most for about TestTimeout ms. @return whether it was
+/// done
 bool retry(const std::function<bool()>& done)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(Patience);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(TestTimeout);
     for (int round = 0; !done(); ++round) {
         if (std::chrono::steady_clock::now() > end)
             return false;

@@ -4,6 +4,7 @@
 // makes of it is held against a simulation of the framing.
 // SPDX-License-Identifier: Apache-2.0
 #include "stack_harness.h"
+#include "wait.h"
 #include "wire.h"
 
 #include <citp/citp_msg_fptc.h>
@@ -105,7 +106,7 @@ Outcome simulate(const QByteArray& stream)
 int countRequests(Connection& connection, int expected)
 {
     int count = 0;
-    while (const auto request = connection.tryReceive(count < expected ? Patience : 0)) {
+    while (const auto request = connection.tryReceive(count < expected ? TestTimeout : 0)) {
         FUZZ_REQUIRE(Wire::code(*request) == "GELI");
         ++count;
     }

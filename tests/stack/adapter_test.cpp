@@ -88,7 +88,7 @@ protected:
     Connection admitServer()
     {
         std::optional<Connection> connection;
-        for (int tries = 0; !connection && tries < Patience / 100; ++tries) {
+        for (int tries = 0; !connection && tries < TestTimeout / 100; ++tries) {
             tick();
             try {
                 m_server->announce();

@@ -42,9 +42,9 @@ TEST(StackBirth, TheFirstGetMakesADisabledStackAndRegistersTheMessages)
     EXPECT_TRUE(isRegistered("CITP::citp_stack::SERV_ID"));
     EXPECT_FALSE(isRegistered("CITP::Msg_FPTC_PTCH"));
     EXPECT_EQ(log.texts(), std::vector<std::string>{"CITP processing now disabled"});
-    EXPECT_EQ(log.lines().front().level, 2u);
+    EXPECT_EQ(log.entries().front().level, 2u);
     citp_stack::Get();
-    EXPECT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.entries().size(), 1u);
     EXPECT_TRUE(citp_stack::Get()->getServers().empty());
     EXPECT_EQ(citp_stack::Get()->getNumNotified(), 0);
 }

@@ -119,7 +119,7 @@ TEST_F(ConnectionTest, NineteenBytesWaitForMore)
     const QByteArray message = Wire::lsta(1);
     connection.sendSegment(message.left(19));
     settle(server, connection);
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(log.entries().empty());
     connection.sendSegment(message.mid(19));
     EXPECT_TRUE(waitForEvent("layerStatus " + keyOf(server) + " 1"));
 }
@@ -259,7 +259,7 @@ TEST_F(ConnectionTest, AnAnnouncedServerThatClosesIsRemovedOnce)
     EXPECT_EQ(recorder->events(), Texts{"serverDown " + keyOf(server)});
     EXPECT_TRUE(stack->getServers().empty());
     EXPECT_FALSE(stack->getServerInfo(server.key(), nullptr, nullptr));
-    const std::vector<LogCapture::Captured> lines = log.lines();
+    const std::vector<LogCapture::Entry> lines = log.entries();
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_EQ(lines[0].level, 8u);
     EXPECT_EQ(lines[1].level, 2u);

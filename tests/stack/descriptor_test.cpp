@@ -105,7 +105,7 @@ protected:
     {
         for (std::size_t index = 0; index < 3; ++index) {
             std::optional<Connection> connection;
-            for (int tries = 0; !connection && tries < Patience / 100; ++tries) {
+            for (int tries = 0; !connection && tries < TestTimeout / 100; ++tries) {
                 m_servers[index].announce();
                 connection = m_servers[index].tryAccept(100);
             }

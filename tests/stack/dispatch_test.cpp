@@ -42,7 +42,7 @@ TEST_F(DispatchTest, NineteenBytesHaveAnInvalidSize)
     log.allowFailureLines("invalid size for CITP");
     m_server.sendDatagram(Wire::message("MSEX", {}).left(19));
     ASSERT_TRUE(waitForLine("invalid size for CITP"));
-    const std::vector<LogCapture::Captured> lines = log.lines();
+    const std::vector<LogCapture::Entry> lines = log.entries();
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0].context, "CITP.Stack.Traffic");
     EXPECT_EQ(lines[0].level, 1u);
@@ -61,14 +61,14 @@ TEST_F(DispatchTest, AnotherFirstWordIsLostInTheByteStream)
     m_server.sendDatagram(bytes);
     ASSERT_TRUE(waitForLine("lost in the byte stream"));
     EXPECT_EQ(log.texts(), Texts{"lost in the byte stream"});
-    EXPECT_EQ(log.lines().back().level, 8u);
+    EXPECT_EQ(log.entries().back().level, 8u);
 }
 
 TEST_F(DispatchTest, AnUnknownLayerIsUnhandled)
 {
     EXPECT_EQ(linesFor(Wire::message("PINX", {})), Texts{"unhandled CITP PINX"});
     EXPECT_EQ(linesFor(Wire::message("msex", {})), Texts{"unhandled CITP msex"});
-    for (const LogCapture::Captured& line : log.lines()) {
+    for (const LogCapture::Entry& line : log.entries()) {
         EXPECT_EQ(line.level, 1u) << line.text;
     }
 }
@@ -224,7 +224,7 @@ TEST_F(DispatchTest, TheTrafficLineComesBeforeAnyCheckAndOnlyWhenAskedFor)
     Os::Log::SetMask("CITP.*", Os::Log::DefaultMask);
     log.clear();
     sendMarker(m_server, connection);
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(log.entries().empty());
 }
 
 TEST_F(DispatchTest, TwoMessagesInOneReadAreBothDispatchedInOrder)

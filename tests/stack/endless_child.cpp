@@ -60,7 +60,7 @@ int main(int argc, char** argv)
     while (seen < 1000) {
         QThread::msleep(1);
     }
-    if (write(STDOUT_FILENO, "X", 1) != 1) {
+    if (write(STDOUT_FILENO, "X\n", 2) != 2) {
         return 2;
     }
     if (argc > 1) {

@@ -63,7 +63,7 @@ void expectEveryRoundToEnd(const char* how)
     StreamingServers servers;
     for (int round = 0; round < Rounds; ++round) {
         ChildProcess child({EXIT_CHILD, how});
-        ASSERT_EQ(child.waitForEnd(3 * Patience), "exit 7") << "round " << round;
+        ASSERT_EQ(child.waitForEnd(), "exit 7") << "round " << round;
     }
 }
 
@@ -76,7 +76,7 @@ void expectEndlessLines(FakeServer& server, ChildProcess& child)
     }
     ASSERT_TRUE(connection);
     connection->send(Wire::withSize(Wire::message("MSEX", {}), 0));
-    ASSERT_EQ(child.readCharacter(), 'X');
+    child.waitForLine("X");
 }
 } // namespace
 
@@ -122,7 +122,7 @@ TEST(StackSizeZero, IsReportedWithoutEndUntilTheProcessIsKilled)
     expectEndlessLines(server, child);
     EXPECT_TRUE(child.isRunning());
     child.kill();
-    EXPECT_EQ(child.waitForEnd(Patience), "signal 9");
+    EXPECT_EQ(child.waitForEnd(), "signal 9");
 }
 
 TEST(StackSizeZero, DoesNotKeepTheProcessFromExiting)
@@ -131,7 +131,7 @@ TEST(StackSizeZero, DoesNotKeepTheProcessFromExiting)
         FakeServer server;
         ChildProcess child({ENDLESS_CHILD, "exit"});
         expectEndlessLines(server, child);
-        ASSERT_EQ(child.waitForEnd(Patience), "exit 7") << "round " << round;
+        ASSERT_EQ(child.waitForEnd(), "exit 7") << "round " << round;
     }
 }
 
@@ -140,5 +140,5 @@ TEST(StackSizeZero, DoesNotKeepTheThreadFromRestingWhenTheApplicationObjectGoes)
     FakeServer server;
     ChildProcess child({ENDLESS_CHILD, "exit-at-rest"});
     expectEndlessLines(server, child);
-    EXPECT_EQ(child.waitForEnd(Patience), "exit 7");
+    EXPECT_EQ(child.waitForEnd(), "exit 7");
 }

@@ -76,7 +76,7 @@ TEST_P(FaultExit, ComesWithoutCrashOrHang)
     FaultyServers servers;
     for (int round = 0; round < rounds(); ++round) {
         ChildProcess child({EXIT_CHILD, GetParam()});
-        ASSERT_EQ(child.waitForEnd(2 * Patience), "exit 7") << "round " << round;
+        ASSERT_EQ(child.waitForEnd(), "exit 7") << "round " << round;
     }
 }
 

@@ -35,7 +35,7 @@ public:
     bool waitForCount(std::size_t count)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, std::chrono::milliseconds(Patience), [&] { return m_list.size() >= count; });
+        return m_changed.wait_for(lock, std::chrono::milliseconds(TestTimeout), [&] { return m_list.size() >= count; });
     }
 
     std::vector<std::string> take()
@@ -90,7 +90,7 @@ protected:
     void sendPiece(const QByteArray& bytes)
     {
         m_connection->send(bytes);
-        const QDeadlineTimer deadline(Patience);
+        const QDeadlineTimer deadline(TestTimeout);
         int unread = 1;
         while (ioctl(m_stackDescriptor, FIONREAD, &unread) == 0 && unread > 0) {
             ASSERT_FALSE(deadline.hasExpired()) << "the stack does not read";

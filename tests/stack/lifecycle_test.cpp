@@ -101,12 +101,12 @@ TEST_F(LifecycleTest, EnablingOpensDiscoveryAtTheNextTick)
     tick();
     EXPECT_EQ(log.texts(),
               (Texts{"CITP processing now enabled", "Binding to address 127.0.0.1:4809", "UDP socket started "}));
-    for (const LogCapture::Captured& line : log.lines()) {
+    for (const LogCapture::Entry& line : log.entries()) {
         EXPECT_EQ(line.level, 2u) << line.text;
         EXPECT_EQ(line.file, "citp_stack.cpp") << line.text;
         EXPECT_NE(line.function.find("citp_stack::"), std::string::npos) << line.text;
         EXPECT_GT(line.line, 0) << line.text;
-        EXPECT_GT(line.depth, 0) << line.text;
+        EXPECT_GT(line.callStackDepth, 0) << line.text;
     }
 }
 
@@ -174,7 +174,7 @@ TEST_F(LifecycleTest, EnablingTwiceSaysItOnceAndResetsNothing)
     log.clear();
     stack->setEnabled(true);
     tick();
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(log.entries().empty());
     EXPECT_TRUE(isListed(server));
 }
 
@@ -294,7 +294,7 @@ TEST_F(LifecycleTest, NothingIsEverSentOnTheGroup)
     std::vector<QByteArray> heard;
     while (heard.empty() || heard.back() != last) {
         pollfd entry = {listener.get(), POLLIN, 0};
-        ASSERT_EQ(poll(&entry, 1, Patience), 1);
+        ASSERT_EQ(poll(&entry, 1, TestTimeout), 1);
         char datagram[2048];
         const ssize_t size = recv(listener.get(), datagram, sizeof datagram, 0);
         ASSERT_GE(size, 0);

@@ -49,7 +49,7 @@ TEST_F(NotificationTest, TheTotalCountsTheAnnouncedServersOnly)
     EXPECT_EQ(stack->getNumNotified(), 2);
     EXPECT_EQ(log.texts(), (Texts{"added " + first.key().toStdString() + " Server (total=1)",
                                   "added " + third.key().toStdString() + " Third (total=2)"}));
-    EXPECT_EQ(log.lines().back().level, 2u);
+    EXPECT_EQ(log.entries().back().level, 2u);
 }
 
 TEST_F(NotificationTest, ASinfThatFailsToParseStillAnnounces)

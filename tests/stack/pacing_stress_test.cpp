@@ -87,7 +87,7 @@ protected:
         }
         std::vector<Request> received;
         while (static_cast<int>(received.size()) < Threads * RequestsPerThread) {
-            std::optional<QByteArray> message = connection.tryReceive(Patience);
+            std::optional<QByteArray> message = connection.tryReceive(TestTimeout);
             if (!message) {
                 ADD_FAILURE() << "only " << received.size() << " requests came";
                 break;

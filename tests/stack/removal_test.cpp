@@ -305,7 +305,7 @@ TEST_F(RemovalTest, AReceiverOfAnAnswerInTheMiddleOfAWriteMayWaitForOtherThreads
         stack, &citp_stack::libraryInfo, stack,
         [&](const QString&, const CITP::Msg_MSEX_ELIN&) {
             other = std::async(std::launch::async, [this] { return stack->getNumNotified(); });
-            wasLocked = other.wait_for(std::chrono::milliseconds(Patience / 10)) != std::future_status::ready;
+            wasLocked = other.wait_for(std::chrono::milliseconds(TestTimeout / 10)) != std::future_status::ready;
         },
         Qt::DirectConnection);
     runOnWorker([&] {
@@ -412,7 +412,7 @@ TEST_F(RemovalTest, AnEndThatAReceiverInServerDownMeetsInTheEventLoopDeletesNoth
                 return;
             }
             connection.close();
-            for (; rounds < Patience && log.count(RemoteClosed) == 0; ++rounds) {
+            for (; rounds < TestTimeout && log.count(RemoteClosed) == 0; ++rounds) {
                 QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
                 QThread::msleep(1);
             }

@@ -4,6 +4,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fake_server.h"
 #include "log_capture.h"
+#include "wait.h"
 #include "wire.h"
 #include "worker_call.h"
 
@@ -31,18 +32,6 @@ namespace {
 void pause(int milliseconds)
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
-
-/// Waits without an event loop, as there may be no application.
-bool waitFor(const std::function<bool()>& condition)
-{
-    for (int waited = 0; !condition(); ++waited) {
-        if (waited >= Patience) {
-            return false;
-        }
-        pause(1);
-    }
-    return true;
 }
 
 /// Announces a server that is known already, as fast as it can.
@@ -126,7 +115,7 @@ protected:
     std::optional<Connection> admit(FakeServer& server)
     {
         std::optional<Connection> connection;
-        for (int tries = 0; !connection && tries < Patience / 20; ++tries) {
+        for (int tries = 0; !connection && tries < TestTimeout / 20; ++tries) {
             server.announce();
             connection = server.tryAccept(20);
         }

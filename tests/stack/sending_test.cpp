@@ -86,7 +86,7 @@ TEST_F(SendingTest, AnInvalidMessageIsRefused)
     EXPECT_FALSE(send(message));
     EXPECT_EQ(log.texts(),
               (Texts{"added " + m_server.key().toStdString() + " Server (total=1)", "sendMsg failed: message err"}));
-    EXPECT_EQ(log.lines().back().level, 8u);
+    EXPECT_EQ(log.entries().back().level, 8u);
     EXPECT_TRUE(send(geli(2)));
     EXPECT_EQ(next(connection), "GELI 2");
 }

@@ -1,4 +1,4 @@
-// StackTest: set-up and the waits that all tests of the stack share; and the main function of their programs.
+// StackTest: set-up and the waits that all tests of the stack share.
 // SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
@@ -6,27 +6,13 @@
 
 #include <citp_system/artnet_adapter.h>
 
-#include <QCoreApplication>
-#include <QTest>
 #include <QTimer>
 
 #include <sys/ioctl.h>
 
 #include <algorithm>
-#include <csignal>
-#include <cstdlib>
 
 using CITP::citp_stack;
-
-bool waitFor(const std::function<bool()>& condition)
-{
-    return QTest::qWaitFor(condition, Patience);
-}
-
-bool hasNamespace()
-{
-    return std::getenv("CITP_TEST_NAMESPACE") != nullptr;
-}
 
 StackTest::StackTest() : log(LogCapture::get()), stack(citp_stack::Get()) {}
 
@@ -136,12 +122,4 @@ bool StackTest::waitForEvent(const std::string& event, int count) const
 bool StackTest::waitForLine(const std::string& text, int count) const
 {
     return waitFor([this, &text, count] { return log.count(text) >= count; });
-}
-
-int main(int argc, char** argv)
-{
-    std::signal(SIGPIPE, SIG_IGN);
-    testing::InitGoogleTest(&argc, argv);
-    QCoreApplication application(argc, argv);
-    return RUN_ALL_TESTS();
 }

@@ -4,7 +4,9 @@
 
 #include "fake_server.h"
 #include "log_capture.h"
+#include "network.h"
 #include "recorder.h"
+#include "wait.h"
 #include "wire.h"
 
 #include <citp/citp_stack.h>
@@ -15,12 +17,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-/// Waits, with events being processed, until @p condition holds. @return false if it does not in time
-bool waitFor(const std::function<bool()>& condition);
-
-/// Whether the test has a network namespace to itself (see in-namespace) and may change its adapters.
-bool hasNamespace();
 
 class StackTest : public testing::Test
 {

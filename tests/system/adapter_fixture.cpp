@@ -2,14 +2,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "adapter_fixture.h"
 
+#include "wait.h"
+
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 
 namespace {
 
-// Waiting ends by the event; this only bounds a test that fails.
-constexpr auto patience = std::chrono::seconds(30);
+constexpr auto timeout = std::chrono::milliseconds(TestTimeout);
 
 using Monitor = Os::NetworkAdapterMonitor;
 
@@ -20,11 +21,6 @@ void makeSpareAdapter(const std::string& name)
 
 } // namespace
 
-void ip(const std::string& arguments)
-{
-    ASSERT_EQ(std::system(("ip " + arguments).c_str()), 0) << "ip " << arguments;
-}
-
 void ipBatch(const std::string& commands)
 {
     FILE* const pipe = popen("ip -batch -", "w");
@@ -33,16 +29,11 @@ void ipBatch(const std::string& commands)
     ASSERT_EQ(pclose(pipe), 0) << commands;
 }
 
-bool inNamespace()
-{
-    return std::getenv("CITP_TEST_NAMESPACE") != nullptr;
-}
-
 void AdapterTest::SetUp()
 {
     if (std::getenv("CITP_TEST_NO_NAMESPACE"))
         GTEST_SKIP() << "this host has no network namespaces to change adapters in";
-    if (!inNamespace())
+    if (!hasNamespace())
         GTEST_SKIP() << "changes adapters: to be started through tests/in-namespace";
     // The kernel gives IPv6 addresses by itself, some time after an adapter has come up; they would only blur the runs.
     ASSERT_EQ(std::system("echo 1 >/proc/sys/net/ipv6/conf/default/disable_ipv6 || true"), 0);
@@ -52,7 +43,7 @@ void AdapterTest::SetUp()
 
 Recorder::~Recorder()
 {
-    if (inNamespace())
+    if (hasNamespace())
         Monitor::Get()->Unregister(this);
 }
 
@@ -66,7 +57,7 @@ void Recorder::Changed(const Os::NetworkAdapter& adapter, const Os::NetworkAdapt
 bool Recorder::waitFor(const std::string& name, const std::function<bool(const Os::NetworkAdapter::State&)>& fits)
 {
     std::unique_lock lock(m_mutex);
-    return m_changed.wait_for(lock, patience, [&] {
+    return m_changed.wait_for(lock, timeout, [&] {
         for (auto notice = m_notices.rbegin(); notice != m_notices.rend(); ++notice)
             if (notice->name == name)
                 return fits(notice->state);
@@ -98,7 +89,7 @@ HeldMonitor::HeldMonitor()
     Monitor::Get()->Register("held", Monitor::AllEvents, this);
     ip("link del held");
     std::unique_lock lock(m_mutex);
-    EXPECT_TRUE(m_changed.wait_for(lock, patience, [this] { return m_held; }));
+    EXPECT_TRUE(m_changed.wait_for(lock, timeout, [this] { return m_held; }));
 }
 
 HeldMonitor::~HeldMonitor()

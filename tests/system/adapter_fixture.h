@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "network.h"
+
 #include <citp_system/os_network_adapter.h>
 
 #include <gtest/gtest.h>
@@ -12,14 +14,8 @@
 #include <string>
 #include <vector>
 
-/// Runs `ip` with @p arguments; a failure fails the test.
-void ip(const std::string& arguments);
-
 /// Runs many `ip` commands in one process, one command a line, so that they follow each other at once.
 void ipBatch(const std::string& commands);
-
-/// Whether the test has a network namespace of its own, in which it may do as it likes.
-bool inNamespace();
 
 /// Skips unless the test has a network namespace of its own. Begins with veth pair v0/v1, v0 down, v1 up.
 class AdapterTest : public testing::Test

@@ -1,6 +1,7 @@
 // Tests of Os::NetworkAdapterMonitor: registering and unregistering from callbacks and from other threads.
 // SPDX-License-Identifier: Apache-2.0
 #include "adapter_fixture.h"
+#include "wait.h"
 
 #include <atomic>
 #include <chrono>
@@ -14,7 +15,7 @@ namespace {
 using Monitor = Os::NetworkAdapterMonitor;
 using State = Os::NetworkAdapter::State;
 
-constexpr auto patience = std::chrono::seconds(30);
+constexpr auto timeout = std::chrono::milliseconds(TestTimeout);
 
 class AdapterMonitorCallbackTest : public AdapterTest
 {
@@ -133,7 +134,7 @@ public:
     void Changed(const Os::NetworkAdapter&, const State&, int) override
     {
         entered.set_value();
-        EXPECT_EQ(release.get_future().wait_for(patience), std::future_status::ready);
+        EXPECT_EQ(release.get_future().wait_for(timeout), std::future_status::ready);
         left = true;
     }
     std::promise<void> entered;
@@ -147,7 +148,7 @@ void expectUnregisterToWait(int threads, const std::function<void(Blocking&)>& u
     Blocking blocking;
     Monitor::Get()->Register("v0", 3, &blocking);
     touchAdapter();
-    ASSERT_EQ(blocking.entered.get_future().wait_for(patience), std::future_status::ready);
+    ASSERT_EQ(blocking.entered.get_future().wait_for(timeout), std::future_status::ready);
     std::atomic<int> begun{0};
     std::atomic<int> early{0};
     std::vector<std::thread> waiting;
@@ -190,7 +191,7 @@ TEST_F(AdapterMonitorCallbackTest, UnregisteringAnotherCallbackDoesNotWait)
     Monitor::Get()->Register("v0", 3, &blocking);
     Monitor::Get()->Register("v0", 3, &other);
     touchAdapter();
-    ASSERT_EQ(blocking.entered.get_future().wait_for(patience), std::future_status::ready);
+    ASSERT_EQ(blocking.entered.get_future().wait_for(timeout), std::future_status::ready);
     // The callback is let go only afterwards, so waiting for it would never end.
     Monitor::Get()->Unregister(&other);
     Monitor::Get()->Register("v0", 3, &other);

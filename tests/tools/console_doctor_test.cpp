@@ -11,8 +11,8 @@
 #include <map>
 #include <memory>
 
-#include "../stack/wire.h"
 #include "console_fixture.h"
+#include "wire.h"
 
 namespace {
 const QStringList All{"adapter", "address",  "multicast", "port",    "heard",

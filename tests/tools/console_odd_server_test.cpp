@@ -5,9 +5,9 @@
 #include <QJsonArray>
 #include <QTemporaryDir>
 
-#include "../stack/wire.h"
 #include "console_fixture.h"
 #include "odd_server.h"
+#include "wire.h"
 
 namespace {
 QByteArray id(unsigned level, unsigned first, unsigned second = 0, unsigned third = 0)

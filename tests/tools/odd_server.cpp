@@ -7,8 +7,8 @@
 #include <optional>
 #include <utility>
 
-#include "../stack/fake_server.h"
-#include "../stack/wire.h"
+#include "fake_server.h"
+#include "wire.h"
 
 OddServer::OddServer(Answer answer, const QByteArray& unasked)
     : m_answer(std::move(answer)),

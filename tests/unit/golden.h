@@ -80,7 +80,7 @@ void check(const std::string& name, Fields (*fieldsOf)(const Class&))
 {
     SCOPED_TRACE(name);
     const Message golden = load(name);
-    MessageLogCapture log;
+    LogCapture log;
     const Class message(golden.bytes);
     EXPECT_EQ(fieldsOf(message), golden.fields);
     EXPECT_EQ(textOf(message), golden.text);

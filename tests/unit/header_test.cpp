@@ -13,7 +13,7 @@ using CITP::Msg_Header;
 /// Keeps the failure lines that the tests provoke out of their output; those that look at them capture them again.
 class Header : public testing::Test
 {
-    MessageLogCapture m_quiet;
+    LogCapture m_quiet;
 };
 
 QByteArray bytes(const char* hex)
@@ -29,14 +29,14 @@ golden::Fields fieldsOf(const Msg_Header& message)
 }
 
 /// The only line logged while @p data is parsed.
-MessageLogCapture::Entry failureOf(const QByteArray& data)
+LogCapture::Entry failureOf(const QByteArray& data)
 {
-    MessageLogCapture log;
+    LogCapture log;
     const Msg_Header header(data);
     EXPECT_FALSE(header.valid);
     const auto entries = log.entries();
     EXPECT_EQ(entries.size(), 1u);
-    return entries.empty() ? MessageLogCapture::Entry{} : entries.front();
+    return entries.empty() ? LogCapture::Entry{} : entries.front();
 }
 
 TEST_F(Header, GivesTheFieldsOfGoldenMessages)
@@ -60,7 +60,7 @@ TEST_F(Header, IsInvalidAndEmptyFromNineteenBytes)
 TEST_F(Header, IsValidOnlyIfTheBufferIsAsLongAsItSays)
 {
     const QByteArray data = bytes(goodHeader);
-    MessageLogCapture log;
+    LogCapture log;
     EXPECT_TRUE(Msg_Header(data).valid);
     EXPECT_TRUE(log.entries().empty());
     EXPECT_FALSE(Msg_Header(data + 'x').valid);
@@ -121,7 +121,7 @@ TEST_F(Header, KeepsWhatWasReadBeforeTheFault)
 
 TEST_F(Header, LogsAFaultAsAFailureWithItsSource)
 {
-    const MessageLogCapture::Entry line = failureOf(QByteArray());
+    const LogCapture::Entry line = failureOf(QByteArray());
     EXPECT_EQ(line.context, "CITP.Message");
     EXPECT_EQ(line.mask, 30u);
     EXPECT_EQ(line.level, 8u);
@@ -134,7 +134,7 @@ TEST_F(Header, LogsAFaultAsAFailureWithItsSource)
 
 TEST_F(Header, LogsNoFaultWhenFailuresAreMasked)
 {
-    MessageLogCapture log;
+    LogCapture log;
     CITP::CITPLogContext().SetMask(Os::Log::DefaultMask & ~unsigned(Os::Log::Failure));
     const Msg_Header header{QByteArray()};
     CITP::CITPLogContext().SetMask(Os::Log::DefaultMask);

@@ -123,7 +123,7 @@ TEST(MsexEthn, APictureThatIsCutByOneByteIsNotStoredAndTheMessageStaysValid)
 TEST(MsexThumbnails, AnUnknownVersionIsSilentValidAndEmpty)
 {
     const char body[] = "01 04000000 09 4a504547 a000 7800 0100 ff";
-    MessageLogCapture log;
+    LogCapture log;
     const Msg_MSEX_ELTH elth(msex::message(3, "ELTh", body));
     const Msg_MSEX_ETHN ethn(msex::message(3, "EThn", body));
     EXPECT_TRUE(log.entries().empty());
@@ -145,7 +145,7 @@ TEST(MsexThumbnails, AnUnknownVersionIsSilentValidAndEmpty)
 
 TEST(MsexThumbnails, ATooLongPictureIsSilent)
 {
-    MessageLogCapture log;
+    LogCapture log;
     const Msg_MSEX_ELTH elth(msex::message(0, "ELTh", "01 04 4a504547 a000 7800 0500 ffd8ffd9"));
     const Msg_MSEX_ETHN ethn(msex::message(0, "EThn", "01 04 09 4a504547 a000 7800 0500 ffd8ffd9"));
     EXPECT_TRUE(elth.valid && ethn.valid);

@@ -2,18 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "far_host.h"
 
+#include "network.h"
+
 #include <gtest/gtest.h>
 
 #include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#include <cstdlib>
-
-void ip(const std::string& arguments)
-{
-    ASSERT_EQ(std::system(("ip " + arguments).c_str()), 0) << arguments;
-}
 
 FarHost::FarHost() : m_thread([this] { serve(); })
 {

@@ -9,10 +9,6 @@
 #include <string>
 #include <utility>
 
-/// The time after which a thing that has not happened counts as never going to happen, in ms. Generous: no test's
-/// result depends on how fast the machine is.
-constexpr int Patience = 30000;
-
 /// A descriptor with one owner.
 class Descriptor
 {

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fake_server.h"
 
+#include "wait.h"
 #include "wire.h"
 
 #include <arpa/inet.h>
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <mutex>
 #include <set>
@@ -130,7 +132,7 @@ void Connection::send(const QByteArray& bytes)
     auto left = bytes.size();
     while (left > 0) {
         errno = 0;
-        if (!waitUntilReady(m_descriptor.get(), POLLOUT, Patience)) {
+        if (!waitUntilReady(m_descriptor.get(), POLLOUT, TestTimeout)) {
             fail("the console does not take what is sent");
         }
         const ssize_t sent = ::send(m_descriptor.get(), at, static_cast<std::size_t>(left), MSG_NOSIGNAL);
@@ -146,10 +148,11 @@ void Connection::sendSegment(const QByteArray& bytes)
 {
     setOption(m_descriptor.get(), IPPROTO_TCP, TCP_NODELAY, 1);
     send(bytes);
-    int unacknowledged = 1;
-    for (int waited = 0; unacknowledged > 0 && waited < Patience; ++waited) {
-        ioctl(m_descriptor.get(), SIOCOUTQ, &unacknowledged);
-        std::this_thread::sleep_for(std::chrono::milliseconds(unacknowledged > 0 ? 1 : 0));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(TestTimeout);
+    int unacknowledged = 0;
+    while (ioctl(m_descriptor.get(), SIOCOUTQ, &unacknowledged) == 0 && unacknowledged > 0 &&
+           std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
 
@@ -161,7 +164,7 @@ bool Connection::trySend(const QByteArray& bytes)
 QByteArray Connection::receive()
 {
     errno = 0;
-    const std::optional<QByteArray> message = tryReceive(Patience);
+    const std::optional<QByteArray> message = tryReceive(TestTimeout);
     if (!message) {
         fail("no message from the console");
     }
@@ -201,7 +204,7 @@ void Connection::waitForEnd()
 {
     for (;;) {
         errno = 0;
-        if (!waitUntilReady(m_descriptor.get(), POLLIN, Patience)) {
+        if (!waitUntilReady(m_descriptor.get(), POLLIN, TestTimeout)) {
             fail("the console does not end the connection");
         }
         char part[4096];
@@ -270,7 +273,7 @@ void FakeServer::sendDatagram(const QByteArray& datagram) const
 Connection FakeServer::accept()
 {
     errno = 0;
-    std::optional<Connection> connection = tryAccept(Patience);
+    std::optional<Connection> connection = tryAccept(TestTimeout);
     if (!connection) {
         fail("the console does not connect");
     }

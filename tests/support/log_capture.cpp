@@ -1,4 +1,4 @@
-// LogCapture: keeps the lines and holds the failure lines against what was announced.
+// LogCapture: keeps the lines and compares the failure lines with those announced.
 // SPDX-License-Identifier: Apache-2.0
 #include "log_capture.h"
 
@@ -7,11 +7,7 @@
 
 LogCapture& LogCapture::get()
 {
-    static LogCapture* const capture = [] {
-        LogCapture* const made = new LogCapture;
-        Os::Log::SetSink(made);
-        return made;
-    }();
+    static LogCapture* const capture = new LogCapture;
     return *capture;
 }
 
@@ -19,8 +15,8 @@ void LogCapture::Write(const Os::Log::Line& line)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     const std::string text(line.text.c_str(), line.text.length());
-    m_lines.push_back(
-        {line.context.GetName(), line.level, text, line.function, line.file, line.line, line.callStack.GetDepth()});
+    m_entries.push_back({line.context.GetName(), line.context.GetMask(), line.level, text, line.function, line.file,
+                         line.line, line.callStack.GetDepth()});
     if (!(line.level & (Os::Log::Failure | Os::Log::Critical))) {
         return;
     }
@@ -44,17 +40,17 @@ void LogCapture::allowFailureLines(const std::string& text)
     m_allowed.push_back(text);
 }
 
-std::vector<LogCapture::Captured> LogCapture::lines() const
+std::vector<LogCapture::Entry> LogCapture::entries() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_lines;
+    return m_entries;
 }
 
 std::vector<std::string> LogCapture::texts(const std::string& context) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<std::string> found;
-    for (const Captured& line : m_lines) {
+    for (const Entry& line : m_entries) {
         if (line.context == context) {
             found.push_back(line.text);
         }
@@ -66,7 +62,7 @@ int LogCapture::count(const std::string& text) const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return static_cast<int>(
-        std::count_if(m_lines.begin(), m_lines.end(), [&text](const Captured& line) { return line.text == text; }));
+        std::count_if(m_entries.begin(), m_entries.end(), [&text](const Entry& line) { return line.text == text; }));
 }
 
 std::string LogCapture::verdict() const
@@ -86,10 +82,21 @@ std::string LogCapture::verdict() const
     return problems;
 }
 
+std::vector<std::string> LogCapture::takeTexts()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> texts;
+    for (const Entry& entry : m_entries) {
+        texts.push_back(entry.text);
+    }
+    m_entries.clear();
+    return texts;
+}
+
 void LogCapture::clear()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_lines.clear();
+    m_entries.clear();
     m_expected.clear();
     m_allowed.clear();
     m_unannounced.clear();

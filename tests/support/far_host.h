@@ -11,9 +11,6 @@
 #include <string>
 #include <thread>
 
-/// Runs `ip` with @p arguments where the calling thread is; failure fails the test.
-void ip(const std::string& arguments);
-
 class FarHost
 {
 public:
