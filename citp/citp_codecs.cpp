@@ -1,6 +1,6 @@
 // Field codecs, debug text and the log contexts of the message classes.
 // SPDX-License-Identifier: Apache-2.0
-#include "citp_codecs.h"
+#include <citp/citp_codecs.h>
 
 #include "citp_log_p.h"
 #include "citp_msex_fields_p.h"
@@ -19,8 +19,9 @@ namespace {
 template <typename Character>
 Character* writeDecimal(Character* end, unsigned int value)
 {
-    for (; value > 9; value /= 10)
+    for (; value > 9; value /= 10) {
         *--end = Character('0' + value % 10);
+    }
     *--end = Character('0' + value);
     return end;
 }
@@ -37,10 +38,12 @@ constexpr std::array<LevelText, 256> levelTexts = [] {
     std::array<LevelText, 256> texts{};
     for (std::size_t level = 0; level < texts.size(); ++level) {
         auto& [text, length] = texts[level];
-        if (level > 99)
+        if (level > 99) {
             text[length++] = static_cast<char16_t>(u'0' + level / 100);
-        if (level > 9)
+        }
+        if (level > 9) {
             text[length++] = static_cast<char16_t>(u'0' + level / 10 % 10);
+        }
         text[length++] = static_cast<char16_t>(u'0' + level % 10);
         text[length++] = u',';
     }
@@ -53,14 +56,18 @@ constexpr std::array<LevelText, 256> levelTexts = [] {
 unsigned int levelFromField(const QChar* digit, const QChar* end)
 {
     // The blanks of ASCII alone.
-    while (digit != end && (*digit == QLatin1Char(' ') || (*digit >= QLatin1Char('\t') && *digit <= QLatin1Char('\r'))))
+    while (digit != end &&
+           (*digit == QLatin1Char(' ') || (*digit >= QLatin1Char('\t') && *digit <= QLatin1Char('\r')))) {
         ++digit;
+    }
     const bool negative = digit != end && *digit == QLatin1Char('-');
-    if (digit != end && (negative || *digit == QLatin1Char('+')))
+    if (digit != end && (negative || *digit == QLatin1Char('+'))) {
         ++digit;
+    }
     unsigned int value = 0;
-    for (; digit != end && *digit >= QLatin1Char('0') && *digit <= QLatin1Char('9'); ++digit)
+    for (; digit != end && *digit >= QLatin1Char('0') && *digit <= QLatin1Char('9'); ++digit) {
         value = value * 10 + (digit->unicode() - u'0');
+    }
     return (negative ? 0 - value : value) & 0xff;
 }
 } // namespace
@@ -122,8 +129,9 @@ QString get8bitunicode(const QByteArray& data, unsigned int start)
 
 unsigned short getShort(const QByteArray& data, unsigned int offset)
 {
-    if (qint64(offset) + 2 > data.size())
+    if (qint64(offset) + 2 > data.size()) {
         return 0;
+    }
     return qFromLittleEndian<quint16>(data.constData() + offset);
 }
 
@@ -150,8 +158,9 @@ QString& addToStr(QString& text, const QString& label, unsigned int value)
 
 unsigned int fromLibraryFormat(const QString& text)
 {
-    if (!text.contains(QLatin1Char(',')))
+    if (!text.contains(QLatin1Char(','))) {
         return text.toUInt();
+    }
     unsigned int id = 0;
     int shift = 0;
     const QChar* field = text.cbegin();
@@ -161,8 +170,9 @@ unsigned int fromLibraryFormat(const QString& text)
             id |= levelFromField(field, end) << shift;
             shift += 8;
         }
-        if (end == text.cend())
+        if (end == text.cend()) {
             break;
+        }
         field = end + 1;
     }
     return id;
@@ -177,10 +187,12 @@ QString& fromLibraryFormat(QString& out, unsigned int id)
 unsigned int fromGraphicFormat(const QString& text)
 {
     const QChar first = text.isEmpty() ? QChar() : text.at(0).toUpper();
-    if (first == QLatin1Char('P'))
+    if (first == QLatin1Char('P')) {
         return codeNumber("PNG ");
-    if (first == QLatin1Char('R'))
+    }
+    if (first == QLatin1Char('R')) {
         return codeNumber("RGB8");
+    }
     return codeNumber("JPEG");
 }
 
@@ -223,8 +235,9 @@ QString hexDump(const QByteArray& data)
             // The printable characters of the "C" locale, so that a dump does not change with the console's language.
             *column++ = byte >= 0x20 && byte < 0x7f ? character : '.';
         }
-        if (count == bytesPerLine)
+        if (count == bytesPerLine) {
             *column++ = '\n';
+        }
         dump.append(line, static_cast<int>(column - line));
     }
     return QString::fromLatin1(dump);

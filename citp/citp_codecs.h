@@ -3,6 +3,7 @@
 #pragma once
 
 #include <citp/citp_export.h>
+
 #include <citp_system/os_log.h>
 
 #include <QByteArray>

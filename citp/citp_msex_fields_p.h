@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "citp_wire_p.h"
+
 #include <citp/citp_codecs.h>
-#include <citp/citp_wire_p.h>
 
 namespace CITP {
 /// The four levels of @p id as text, the lowest byte first: "1,2,0,0".
@@ -14,8 +15,9 @@ QString libraryIdText(quint32 id);
 template <typename Reader>
 QString readLibraryId(Reader& reader, unsigned char versionMinor)
 {
-    if (versionMinor == 0)
+    if (versionMinor == 0) {
         return QString::number(reader.u8());
+    }
     return libraryIdText(reader.u32());
 }
 

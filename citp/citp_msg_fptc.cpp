@@ -1,9 +1,10 @@
 // FPTC messages: reading and printing Ptch, writing SPtc.
 // SPDX-License-Identifier: Apache-2.0
-#include "citp_msg_fptc.h"
+#include <citp/citp_msg_fptc.h>
 
-#include "citp_codecs.h"
 #include "citp_wire_p.h"
+
+#include <citp/citp_codecs.h>
 
 namespace CITP {
 namespace {
@@ -26,16 +27,18 @@ Msg_FPTC::Msg_FPTC(const QByteArray& msg) : Msg_Header(msg)
     cookie = WireReader(msg, fptcCodeOffset).code();
     // Alone among all fields of the protocol the hint is taken big-endian, although it is written little-endian: kept
     // on purpose.
-    if (msg.size() >= bodyOffset)
+    if (msg.size() >= bodyOffset) {
         hint = qFromBigEndian<quint32>(msg.constData() + hintOffset);
+    }
 }
 
 Msg_FPTC::~Msg_FPTC() = default;
 
 QString Msg_FPTC::GetCookie(const QByteArray& msg)
 {
-    if (msg.size() < bodyOffset)
+    if (msg.size() < bodyOffset) {
         return {};
+    }
     return WireReader(msg, fptcCodeOffset).code();
 }
 
@@ -57,8 +60,9 @@ Msg_FPTC_PTCH::~Msg_FPTC_PTCH() = default;
 
 Msg_FPTC_SPTC::Msg_FPTC_SPTC(const std::vector<unsigned short>* identifiers) : Msg_FPTC(QStringLiteral("SPtc"), 0)
 {
-    if (identifiers)
+    if (identifiers) {
         fixtureIdentifiers = *identifiers;
+    }
 }
 
 Msg_FPTC_SPTC::~Msg_FPTC_SPTC() = default;

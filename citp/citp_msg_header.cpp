@@ -1,10 +1,11 @@
 // Msg_Header: reading, checking, writing and printing the CITP header.
 // SPDX-License-Identifier: Apache-2.0
-#include "citp_msg_header.h"
+#include <citp/citp_msg_header.h>
 
-#include "citp_codecs.h"
 #include "citp_log_p.h"
 #include "citp_wire_p.h"
+
+#include <citp/citp_codecs.h>
 
 namespace CITP {
 namespace {
@@ -22,8 +23,9 @@ Msg_Header::Msg_Header(unsigned short index, const QString& layer)
 Msg_Header::Msg_Header(const QByteArray& msg)
 {
     try {
-        if (msg.size() < headerLength)
+        if (msg.size() < headerLength) {
             throw "too short for a CITP message";
+        }
         WireReader reader(msg);
         cookie = reader.code();
         reader.run<12>([this](auto& fields) {
@@ -35,14 +37,18 @@ Msg_Header::Msg_Header(const QByteArray& msg)
             part = fields.u16();
         });
         m_contentType = reader.code();
-        if (!msg.startsWith("CITP"))
+        if (!msg.startsWith("CITP")) {
             throw "header is not CITP";
-        if (citpMajor != 1)
+        }
+        if (citpMajor != 1) {
             throw "wrong CITP major";
-        if (citpMinor != 0)
+        }
+        if (citpMinor != 0) {
             throw "wrong CITP minor";
-        if (qint64(msg.size()) != qint64(size))
+        }
+        if (qint64(msg.size()) != qint64(size)) {
             throw "header size != datagram size";
+        }
     } catch (const char* text) {
         // Where the line says it comes from is part of its contract, so it stays when the code moves.
         CITP_LOG(messageLogContext(), Os::Log::Failure, "citp_msg_header", 166,
@@ -66,22 +72,25 @@ Msg_Header& Msg_Header::operator=(const Msg_Header& other)
 
 int Msg_Header::messageSize(const QByteArray& buffer)
 {
-    if (buffer.size() < headerLength)
+    if (buffer.size() < headerLength) {
         return 0;
+    }
     return qFromLittleEndian<qint32>(buffer.constData() + sizeOffset);
 }
 
 QString Msg_Header::contentType(const QByteArray& buffer)
 {
-    if (buffer.size() < headerLength)
+    if (buffer.size() < headerLength) {
         return {};
+    }
     return WireReader(buffer, contentTypeOffset).code();
 }
 
 void Msg_Header::setSize(QByteArray& buffer)
 {
-    if (buffer.size() >= sizeOffset + 4)
+    if (buffer.size() >= sizeOffset + 4) {
         qToLittleEndian(static_cast<quint32>(buffer.size()), buffer.data() + sizeOffset);
+    }
 }
 
 QByteArray& operator>>(QByteArray& out, const Msg_Header& header)

@@ -1,9 +1,10 @@
 // MSEX: reading, writing and printing the layer, and writing the client information.
 // SPDX-License-Identifier: Apache-2.0
-#include "citp_msg_msex.h"
+#include <citp/citp_msg_msex.h>
 
-#include "citp_codecs.h"
 #include "citp_wire_p.h"
+
+#include <citp/citp_codecs.h>
 
 namespace CITP {
 namespace {
@@ -18,8 +19,9 @@ Msg_MSEX::Msg_MSEX(unsigned char minor, const QString& code)
 
 Msg_MSEX::Msg_MSEX(const QByteArray& msg) : Msg_Header(msg)
 {
-    if (msg.size() < MIN_MSEX_LENGTH)
+    if (msg.size() < MIN_MSEX_LENGTH) {
         return;
+    }
     WireReader reader(msg, versionOffset);
     versionMajor = reader.u8();
     versionMinor = reader.u8();
@@ -38,8 +40,9 @@ Msg_MSEX& Msg_MSEX::operator=(const Msg_MSEX& other)
 
 QString Msg_MSEX::GetCookie(const QByteArray& msg)
 {
-    if (msg.size() < MIN_MSEX_LENGTH)
+    if (msg.size() < MIN_MSEX_LENGTH) {
         return {};
+    }
     return WireReader(msg, msexCodeOffset).code();
 }
 
@@ -61,8 +64,9 @@ QByteArray& operator>>(QByteArray& out, const Msg_MSEX_CInf& message)
     out >> static_cast<const Msg_MSEX&>(message);
     const quint16 supportedVersions[] = {0x0100, 0x0101, 0x0102};
     appendInteger(out, quint8(3));
-    for (const quint16 version : supportedVersions)
+    for (const quint16 version : supportedVersions) {
         appendInteger(out, version);
+    }
     Msg_Header::setSize(out);
     return out;
 }

@@ -1,9 +1,11 @@
 // MEIn, EEIn and GLEI: parsing and debug text.
 // SPDX-License-Identifier: Apache-2.0
-#include <citp/citp_codecs.h>
-#include <citp/citp_msex_fields_p.h>
 #include <citp/citp_msg_msex_elements.h>
-#include <citp/citp_wire_p.h>
+
+#include "citp_msex_fields_p.h"
+#include "citp_wire_p.h"
+
+#include <citp/citp_codecs.h>
 
 namespace CITP {
 namespace {
@@ -13,8 +15,9 @@ void readBeginning(WireReader& reader, unsigned char versionMinor, Record& recor
 {
     reader.run<7>([&](auto& fields) {
         record.Number = fields.u8();
-        if (versionMinor == 2)
+        if (versionMinor == 2) {
             record.SerialNumber = fields.u32();
+        }
         record.DMXRangeMin = fields.u8();
         record.DMXRangeMax = fields.u8();
     });
@@ -30,8 +33,9 @@ unsigned int lowHalf(unsigned long long timestamp)
 
 Msg_MSEX_MEIN::Msg_MSEX_MEIN(const QByteArray& msg) : Msg_MSEX(msg)
 {
-    if (versionMinor > 2)
+    if (versionMinor > 2) {
         return;
+    }
     WireReader reader(msg, MIN_MSEX_LENGTH);
     LibraryId = readLibraryId(reader, versionMinor);
     const quint16 count = readCount(reader, versionMinor);
@@ -57,8 +61,9 @@ QString& operator>>(QString& text, const Msg_MSEX_MEIN& m)
     text += QLatin1Char('\n');
     for (const Msg_MSEX_MEIN::MediaInformation& medium : m.Media) {
         addToStr(text, QStringLiteral("Number="), medium.Number);
-        if (m.versionMinor == 2)
+        if (m.versionMinor == 2) {
             addToStr(text, QStringLiteral(" SerialNumber="), medium.SerialNumber);
+        }
         addToStr(text, QStringLiteral(" DMXRangeMin="), medium.DMXRangeMin);
         addToStr(text, QStringLiteral(" DMXRangMax="), medium.DMXRangeMax);
         addToStr(text, QStringLiteral(" Name="), medium.Name);
@@ -85,8 +90,9 @@ Msg_MSEX_EEIN::Msg_MSEX_EEIN(const QByteArray& msg) : Msg_MSEX(msg)
     for (EffectInformation& effect : Effects) {
         readBeginning(reader, versionMinor, effect, effect.EffectName);
         effect.ParameterNames.resize(reader.u8());
-        for (QString& name : effect.ParameterNames)
+        for (QString& name : effect.ParameterNames) {
             name = reader.ucs2();
+        }
     }
 }
 
@@ -100,8 +106,9 @@ QString& operator>>(QString& text, const Msg_MSEX_EEIN& m)
     for (const Msg_MSEX_EEIN::EffectInformation& effect : m.Effects) {
         text += QLatin1Char('\n');
         addToStr(text, QStringLiteral("\t#="), effect.Number);
-        if (m.versionMinor == 2)
+        if (m.versionMinor == 2) {
             addToStr(text, QStringLiteral(" Serial#="), effect.SerialNumber);
+        }
         addToStr(text, QStringLiteral(" DMXRangeMin="), effect.DMXRangeMin);
         addToStr(text, QStringLiteral(" DMXRangeMax="), effect.DMXRangeMax);
         addToStr(text, QStringLiteral(" EffectName="), effect.EffectName);
@@ -121,8 +128,9 @@ Msg_MSEX_GLEI::Msg_MSEX_GLEI(const QByteArray& msg) : Msg_MSEX(msg)
         return;
     }
     WireReader reader(msg, MIN_MSEX_LENGTH);
-    if (versionMinor == 2)
+    if (versionMinor == 2) {
         LibraryType = reader.u8();
+    }
     LibraryId = readLibraryId(reader, versionMinor);
     const quint16 count = readCount(reader, versionMinor);
     Elements.resize(count);
@@ -139,13 +147,15 @@ QString& operator>>(QString& text, const Msg_MSEX_GLEI& m)
     text >> static_cast<const Msg_MSEX&>(m);
     addToStr(text, QStringLiteral(" LibraryID="), m.LibraryId);
     addToStr(text, QStringLiteral(" ELementCount="), static_cast<unsigned int>(m.Elements.size()));
-    if (!m.Elements.empty())
+    if (!m.Elements.empty()) {
         text += QLatin1Char('\n');
+    }
     for (const Msg_MSEX_GLEI::GenericInformation& element : m.Elements) {
         text += QLatin1Char('\t');
         addToStr(text, QStringLiteral(" elem  #="), element.Number);
-        if (m.versionMinor == 2)
+        if (m.versionMinor == 2) {
             addToStr(text, QStringLiteral(" serial#="), element.SerialNumber);
+        }
         addToStr(text, QStringLiteral(" DMXRangeMin="), element.DMXRangeMin);
         addToStr(text, QStringLiteral(" DMXRangeMax="), element.DMXRangeMax);
         addToStr(text, QStringLiteral(" Name="), element.Name);

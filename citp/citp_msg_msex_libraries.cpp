@@ -1,9 +1,11 @@
 // ELIn and ELUp: parsing and debug text.
 // SPDX-License-Identifier: Apache-2.0
-#include <citp/citp_codecs.h>
-#include <citp/citp_msex_fields_p.h>
 #include <citp/citp_msg_msex_libraries.h>
-#include <citp/citp_wire_p.h>
+
+#include "citp_msex_fields_p.h"
+#include "citp_wire_p.h"
+
+#include <citp/citp_codecs.h>
 
 namespace CITP {
 namespace {
@@ -16,34 +18,40 @@ bool bitIsSet(const std::array<unsigned char, 32>& bits, unsigned char number)
 void appendNumbersOfBits(QString& text, const std::array<unsigned char, 32>& bits)
 {
     const QString blank = QStringLiteral(" ");
-    for (unsigned int number = 0; number <= 255; ++number)
-        if (bitIsSet(bits, static_cast<unsigned char>(number)))
+    for (unsigned int number = 0; number <= 255; ++number) {
+        if (bitIsSet(bits, static_cast<unsigned char>(number))) {
             addToStr(text, blank, number);
+        }
+    }
 }
 } // namespace
 
 Msg_MSEX_ELIN::Msg_MSEX_ELIN(const QByteArray& msg) : Msg_MSEX(msg)
 {
-    if (!valid)
+    if (!valid) {
         return;
+    }
     WireReader reader(msg, MIN_MSEX_LENGTH);
     LibraryType = reader.u8();
-    if (versionMinor > 2)
+    if (versionMinor > 2) {
         return;
+    }
     const quint16 count = readCount(reader, versionMinor);
     Libraries.resize(count);
     for (ElementLibraryInformation& library : Libraries) {
         reader.run<10>([&](auto& fields) {
             library.LIBID = readLibraryId(fields, versionMinor);
-            if (versionMinor == 2)
+            if (versionMinor == 2) {
                 library.SerialNumber = fields.u32();
+            }
             library.DMXRangeMin = fields.u8();
             library.DMXRangeMax = fields.u8();
         });
         library.Name = reader.ucs2();
         reader.run<4>([&](auto& fields) {
-            if (versionMinor != 0)
+            if (versionMinor != 0) {
                 library.SubLibraryCount = readCount(fields, versionMinor);
+            }
             library.ElementCount = readCount(fields, versionMinor);
         });
     }
@@ -58,13 +66,15 @@ QString& operator>>(QString& text, const Msg_MSEX_ELIN& m)
     addToStr(text, QStringLiteral(" LibraryCount="), static_cast<unsigned int>(m.Libraries.size()));
     for (const Msg_MSEX_ELIN::ElementLibraryInformation& library : m.Libraries) {
         addToStr(text, QStringLiteral(" LIBID="), library.LIBID);
-        if (m.versionMinor == 2)
+        if (m.versionMinor == 2) {
             addToStr(text, QStringLiteral(" SerialNumber="), library.SerialNumber);
+        }
         addToStr(text, QStringLiteral(" DMXRangeMin="), library.DMXRangeMin);
         addToStr(text, QStringLiteral(" DMXRangeMax="), library.DMXRangeMax);
         addToStr(text, QStringLiteral(" Name="), library.Name);
-        if (m.versionMinor == 1 || m.versionMinor == 2)
+        if (m.versionMinor == 1 || m.versionMinor == 2) {
             addToStr(text, QStringLiteral(" SubLibraryCount="), library.SubLibraryCount);
+        }
         addToStr(text, QStringLiteral(" ElementCount="), library.ElementCount);
     }
     return text;
@@ -81,10 +91,12 @@ Msg_MSEX_ELUP::Msg_MSEX_ELUP(const QByteArray& msg) : Msg_MSEX(msg)
     LibraryId = readLibraryId(reader, versionMinor);
     UpdateFlags = reader.u8();
     if (versionMinor == 2) {
-        for (unsigned char& bits : AffectedElements)
+        for (unsigned char& bits : AffectedElements) {
             bits = reader.u8();
-        for (unsigned char& bits : AffectedLibraries)
+        }
+        for (unsigned char& bits : AffectedLibraries) {
             bits = reader.u8();
+        }
     }
 }
 
@@ -105,19 +117,25 @@ QString& operator>>(QString& text, const Msg_MSEX_ELUP& m)
     text >> static_cast<const Msg_MSEX&>(m);
     addToStr(text, QStringLiteral(" GetLibraryId="), m.LibraryId);
     addToStr(text, QStringLiteral(" GetLibraryType="), m.LibraryType);
-    if (m.UpdateFlags & 0x01)
+    if (m.UpdateFlags & 0x01) {
         text += QStringLiteral("\nexisting elements updated");
-    if (m.UpdateFlags & 0x02)
+    }
+    if (m.UpdateFlags & 0x02) {
         text += QStringLiteral("\nelements added or removed");
-    if (m.UpdateFlags & 0x04)
+    }
+    if (m.UpdateFlags & 0x04) {
         text += QStringLiteral("\nsub libraries updated");
-    if (m.UpdateFlags & 0x08)
+    }
+    if (m.UpdateFlags & 0x08) {
         text += QStringLiteral("\nsub libraries added or removed");
+    }
     if (m.versionMinor == 2) {
-        if (m.UpdateFlags & 0x10)
+        if (m.UpdateFlags & 0x10) {
             text += QStringLiteral("\nall elements affected");
-        if (m.UpdateFlags & 0x20)
+        }
+        if (m.UpdateFlags & 0x20) {
             text += QStringLiteral("\nall sub libs affected");
+        }
         text += QStringLiteral("\nElements changed:");
         appendNumbersOfBits(text, m.AffectedElements);
         text += QStringLiteral("\nSublibraries changed:");

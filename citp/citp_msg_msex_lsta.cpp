@@ -1,9 +1,11 @@
 // LSta: parsing and debug text.
 // SPDX-License-Identifier: Apache-2.0
-#include <citp/citp_codecs.h>
-#include <citp/citp_msex_fields_p.h>
 #include <citp/citp_msg_msex_lsta.h>
-#include <citp/citp_wire_p.h>
+
+#include "citp_msex_fields_p.h"
+#include "citp_wire_p.h"
+
+#include <citp/citp_codecs.h>
 
 namespace CITP {
 Msg_MSEX_LSTA::Msg_MSEX_LSTA(const QByteArray& msg) : Msg_MSEX(msg)
@@ -19,8 +21,9 @@ Msg_MSEX_LSTA::Msg_MSEX_LSTA(const QByteArray& msg) : Msg_MSEX(msg)
         reader.run<8>([&](auto& fields) {
             layer.LayerNumber = fields.u8();
             layer.PhysicalOutput = fields.u8();
-            if (versionMinor == 2)
+            if (versionMinor == 2) {
                 layer.LibraryType = fields.u8();
+            }
             layer.LibraryId = readLibraryId(fields, versionMinor);
             layer.MediaNumber = fields.u8();
         });
@@ -44,8 +47,9 @@ QString& operator>>(QString& text, const Msg_MSEX_LSTA& m)
         text += QStringLiteral("\n\t");
         addToStr(text, QStringLiteral("#="), layer.LayerNumber);
         addToStr(text, QStringLiteral(" PhysicalOutput="), layer.PhysicalOutput);
-        if (m.versionMinor == 2)
+        if (m.versionMinor == 2) {
             addToStr(text, QStringLiteral(" LibraryType="), layer.LibraryType);
+        }
         addToStr(text, QStringLiteral(" LibraryID="), layer.LibraryId);
         addToStr(text, QStringLiteral(" MediaNumber="), layer.MediaNumber);
         addToStr(text, QStringLiteral(" MediaName="), layer.MediaName);

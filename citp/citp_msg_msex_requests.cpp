@@ -1,15 +1,17 @@
 // The four MSEX requests: their bodies in the three MSEX versions.
 // SPDX-License-Identifier: Apache-2.0
-#include <citp/citp_codecs.h>
 #include <citp/citp_msg_msex_requests.h>
-#include <citp/citp_wire_p.h>
+
+#include "citp_wire_p.h"
+
+#include <citp/citp_codecs.h>
 
 #include <utility>
 
 namespace CITP {
 namespace {
 /// The length of four levels of one digit each, "1,0,0,0".
-constexpr int SHORTEST_LIBRARY_ID = 7;
+constexpr int minLibraryIdLength = 7;
 
 void appendNumbers(QByteArray& out, const std::vector<unsigned char>& numbers)
 {
@@ -18,18 +20,20 @@ void appendNumbers(QByteArray& out, const std::vector<unsigned char>& numbers)
 
 void appendCount(QByteArray& out, unsigned char versionMinor, std::size_t count)
 {
-    if (versionMinor < 2)
+    if (versionMinor < 2) {
         appendInteger(out, static_cast<quint8>(count));
-    else
+    } else {
         appendInteger(out, static_cast<quint16>(count));
+    }
 }
 
 void appendLibrary(QByteArray& out, unsigned char versionMinor, const QString& id)
 {
-    if (versionMinor == 0)
+    if (versionMinor == 0) {
         appendInteger(out, static_cast<quint8>(id.toUInt()));
-    else
+    } else {
         appendInteger(out, static_cast<quint32>(fromLibraryFormat(id)));
+    }
 }
 
 void appendPicture(QByteArray& out, const QString& format, unsigned short width, unsigned short height)
@@ -84,8 +88,9 @@ Msg_MSEX_GETH::Msg_MSEX_GETH(unsigned char minor, unsigned char type, const QStr
       thumbnailFormat(format),
       elementNumbers(numbers)
 {
-    if (minor != 0 && id.size() < SHORTEST_LIBRARY_ID)
+    if (minor != 0 && id.size() < minLibraryIdLength) {
         valid = false;
+    }
 }
 
 Msg_MSEX_GETH::~Msg_MSEX_GETH() = default;
@@ -94,10 +99,12 @@ QByteArray& operator>>(QByteArray& out, const Msg_MSEX_GELI& m)
 {
     out >> static_cast<const Msg_MSEX&>(m);
     appendInteger(out, m.libraryType);
-    if (m.versionMinor == 1 || m.versionMinor == 2)
+    if (m.versionMinor == 1 || m.versionMinor == 2) {
         appendLibrary(out, m.versionMinor, m.libraryParentId);
-    if (m.versionMinor <= 2)
+    }
+    if (m.versionMinor <= 2) {
         appendCount(out, m.versionMinor, m.libraryNumbers.size());
+    }
     appendNumbers(out, m.libraryNumbers);
     Msg_Header::setSize(out);
     return out;
@@ -122,16 +129,18 @@ QByteArray& operator>>(QByteArray& out, const Msg_MSEX_GELT& m)
     appendPicture(out, m.thumbnailFormat, m.thumbnailWidth, m.thumbnailHeight);
     appendInteger(out, m.libraryType);
     appendCount(out, m.versionMinor, m.libraryIds.size());
-    for (const QString& id : m.libraryIds)
+    for (const QString& id : m.libraryIds) {
         appendLibrary(out, m.versionMinor, id);
+    }
     Msg_Header::setSize(out);
     return out;
 }
 
 QByteArray& operator>>(QByteArray& out, const Msg_MSEX_GETH& m)
 {
-    if (!m.valid)
+    if (!m.valid) {
         return out;
+    }
     out >> static_cast<const Msg_MSEX&>(m);
     appendPicture(out, m.thumbnailFormat, m.thumbnailWidth, m.thumbnailHeight);
     appendInteger(out, m.libraryType);

@@ -1,9 +1,10 @@
 // SInf: reading and printing.
 // SPDX-License-Identifier: Apache-2.0
-#include "citp_msg_msex_sinf.h"
+#include <citp/citp_msg_msex_sinf.h>
 
-#include "citp_codecs.h"
 #include "citp_wire_p.h"
+
+#include <citp/citp_codecs.h>
 
 namespace CITP {
 namespace {
@@ -12,15 +13,17 @@ constexpr int uuidLength = 36;
 void readLayerSources(WireReader& reader, int count, std::vector<QString>& sources)
 {
     sources.reserve(static_cast<std::size_t>(count));
-    for (int layer = 0; layer < count; ++layer)
+    for (int layer = 0; layer < count; ++layer) {
         sources.push_back(reader.text8());
+    }
 }
 
 void readFormats(WireReader& reader, std::vector<unsigned int>& formats)
 {
     formats.resize(reader.u8());
-    for (unsigned int& format : formats)
+    for (unsigned int& format : formats) {
         format = reader.u32();
+    }
 }
 } // namespace
 
@@ -32,8 +35,9 @@ Msg_MSEX_SINF::Msg_MSEX_SINF(const QByteArray& msg) : Msg_MSEX(msg)
     }
     HighestMsexVersion = versionMinor;
     WireReader reader(msg, MIN_MSEX_LENGTH);
-    if (versionMinor == 2)
+    if (versionMinor == 2) {
         UUID = reader.fixedText8(uuidLength);
+    }
     ProductName = reader.ucs2();
     ProductVersionMajor = reader.u8();
     ProductVersionMinor = reader.u8();
@@ -47,8 +51,9 @@ Msg_MSEX_SINF::Msg_MSEX_SINF(const QByteArray& msg) : Msg_MSEX(msg)
     }
     ProductVersionBugfix = reader.u8();
     SupportedMsexVersions.resize(reader.u8());
-    for (unsigned short& version : SupportedMsexVersions)
+    for (unsigned short& version : SupportedMsexVersions) {
         version = reader.u16();
+    }
     SupportedLibraryTypes = reader.u16();
     readFormats(reader, ThumbnailFormats);
     readFormats(reader, StreamFormats);
@@ -65,19 +70,24 @@ QString& operator>>(QString& text, const Msg_MSEX_SINF& message)
     addToStr(text, " ProductName=", message.ProductName);
     addToStr(text, " ProductVersionMajor=", message.ProductVersionMajor);
     addToStr(text, " ProductVersionMinor=", message.ProductVersionMinor);
-    for (const QString& source : message.LayerDMXSources)
+    for (const QString& source : message.LayerDMXSources) {
         addToStr(text, " DMXSource=", source);
-    if (message.versionMinor != 2)
+    }
+    if (message.versionMinor != 2) {
         return text;
+    }
     addToStr(text, " UUID=", message.UUID);
     addToStr(text, " bugfix=", message.ProductVersionBugfix);
-    for (const unsigned short version : message.SupportedMsexVersions)
+    for (const unsigned short version : message.SupportedMsexVersions) {
         addToStr(text, " MSEXVersion=", version);
+    }
     addToStr(text, " SupportedLibraryTypes=", message.SupportedLibraryTypes);
-    for (const unsigned int code : message.ThumbnailFormats)
+    for (const unsigned int code : message.ThumbnailFormats) {
         addToStr(text, " thumbnailformat=", fromGraphicFormat(format, code));
-    for (const unsigned int code : message.StreamFormats)
+    }
+    for (const unsigned int code : message.StreamFormats) {
         addToStr(text, " streamformat=", fromGraphicFormat(format, code));
+    }
     return text;
 }
 } // namespace CITP

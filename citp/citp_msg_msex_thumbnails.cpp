@@ -1,9 +1,11 @@
 // ELTh and EThn: parsing and debug text.
 // SPDX-License-Identifier: Apache-2.0
-#include <citp/citp_codecs.h>
-#include <citp/citp_msex_fields_p.h>
 #include <citp/citp_msg_msex_thumbnails.h>
-#include <citp/citp_wire_p.h>
+
+#include "citp_msex_fields_p.h"
+#include "citp_wire_p.h"
+
+#include <citp/citp_codecs.h>
 
 namespace CITP {
 namespace {
@@ -15,10 +17,12 @@ void readPicture(WireReader& reader, Msg_MSEX_Thumbnail_Response_Base& response)
     response.ThumbnailWidth = reader.u16();
     response.ThumbnailHeight = reader.u16();
     const quint16 size = reader.u16();
-    if (reader.remaining() < size)
+    if (reader.remaining() < size) {
         throw "ThumbnailBufferSize greather than remaining message";
-    if (size != 0)
+    }
+    if (size != 0) {
         response.ThumbnailBuffer = QByteArray(reader.data(), size);
+    }
 }
 } // namespace
 
@@ -28,11 +32,13 @@ Msg_MSEX_Thumbnail_Response_Base::~Msg_MSEX_Thumbnail_Response_Base() = default;
 
 Msg_MSEX_ELTH::Msg_MSEX_ELTH(const QByteArray& msg) : Msg_MSEX_Thumbnail_Response_Base(msg)
 {
-    if (!valid)
+    if (!valid) {
         return;
+    }
     try {
-        if (versionMinor > 2)
+        if (versionMinor > 2) {
             throw "wrong version";
+        }
         WireReader reader(msg, MIN_MSEX_LENGTH);
         LibraryType = reader.u8();
         LibraryId = readLibraryId(reader, versionMinor);
@@ -46,13 +52,15 @@ Msg_MSEX_ELTH::~Msg_MSEX_ELTH() = default;
 
 Msg_MSEX_ETHN::Msg_MSEX_ETHN(const QByteArray& msg) : Msg_MSEX_Thumbnail_Response_Base(msg)
 {
-    if (!valid)
+    if (!valid) {
         return;
+    }
     try {
         WireReader reader(msg, MIN_MSEX_LENGTH);
         LibraryType = reader.u8();
-        if (versionMinor > 2)
+        if (versionMinor > 2) {
             throw "bad MSEX version";
+        }
         LibraryId = readLibraryId(reader, versionMinor);
         ElementNumber = reader.u8();
         readPicture(reader, *this);

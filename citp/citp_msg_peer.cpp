@@ -1,9 +1,10 @@
 // PINF messages: reading, writing and printing PLoc and PNam.
 // SPDX-License-Identifier: Apache-2.0
-#include "citp_msg_peer.h"
+#include <citp/citp_msg_peer.h>
 
-#include "citp_codecs.h"
 #include "citp_wire_p.h"
+
+#include <citp/citp_codecs.h>
 
 namespace CITP {
 namespace {
@@ -19,8 +20,9 @@ Msg_PEER::~Msg_PEER() = default;
 
 QString Msg_PEER::contentType(const QByteArray& msg)
 {
-    if (msg.size() < bodyOffset)
+    if (msg.size() < bodyOffset) {
         return {};
+    }
     return WireReader(msg, peerCodeOffset).code();
 }
 
@@ -69,8 +71,9 @@ QByteArray& operator>>(QByteArray& out, const Msg_PEER_PLOC& message)
 
     QByteArray cover(1, '\0');
     appendInteger(cover, message.state.isNull() ? quint32(0xffffffff) : static_cast<quint32>(2 * message.state.size()));
-    for (const QChar character : message.state)
+    for (const QChar character : message.state) {
         appendInteger(cover, quint16(character.unicode()));
+    }
     cover.append('\0');
     out.replace(textsOffset, cover.size(), cover);
 

@@ -40,14 +40,16 @@ inline const char* findZeroUnit(const char* from, const char* end)
         do {
             const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
             const int zeros = _mm_movemask_epi8(_mm_cmpeq_epi16(units, _mm_setzero_si128()));
-            if (zeros != 0)
+            if (zeros != 0) {
                 return from + qCountTrailingZeroBits(static_cast<quint32>(zeros));
+            }
             from += 16;
         } while (from <= last);
     }
 #endif
-    while (end - from >= 2 && (from[0] != 0 || from[1] != 0))
+    while (end - from >= 2 && (from[0] != 0 || from[1] != 0)) {
         from += 2;
+    }
     return from;
 }
 
@@ -119,18 +121,21 @@ public:
         const char* text = m_next;
         const char* const end = findZeroUnit(text, m_end);
         m_next = m_end - end < 2 ? end : end + 2;
-        if (text != end && qFromLittleEndian<quint16>(text) == byteOrderMark)
+        if (text != end && qFromLittleEndian<quint16>(text) == byteOrderMark) {
             text += 2;
-        if (text == end)
+        }
+        if (text == end) {
             return {};
+        }
         return unitsAsText(text, static_cast<QString::size_type>(static_cast<std::size_t>(end - text) / 2));
     }
 
     /// A null-terminated single-byte text, as get8bitunicode() reads it; the terminator is passed too.
     QString text8()
     {
-        if (m_next == m_end)
+        if (m_next == m_end) {
             return {};
+        }
         const char* const text = m_next;
         const void* const found = std::memchr(text, 0, static_cast<std::size_t>(remaining()));
         const char* const end = found ? static_cast<const char*>(found) : m_end;
@@ -144,16 +149,18 @@ public:
         const int there = static_cast<int>(std::min<qint64>(count, remaining()));
         QString text(QLatin1String(m_next, there));
         m_next += there;
-        if (there < count)
+        if (there < count) {
             text.append(QString(count - there, QChar(u'\0')));
+        }
         return text;
     }
 
     /// A code of four characters, as fixedText8() reads it.
     QString code()
     {
-        if (remaining() < 4)
+        if (remaining() < 4) {
             return fixedText8(4);
+        }
         m_next += 4;
         return codeText(m_next - 4);
     }
@@ -213,8 +220,9 @@ inline char text8Byte(QChar character)
 /// Appends @p text to @p out as one byte a character, as text8Byte() makes them; without a terminator.
 inline void appendText8(QByteArray& out, const QString& text)
 {
-    for (const QChar character : text)
+    for (const QChar character : text) {
         out.append(text8Byte(character));
+    }
 }
 
 /// Appends the first four characters of @p code, e.g. "MSEX", as appendText8() does. A shorter code is filled up with
@@ -222,8 +230,9 @@ inline void appendText8(QByteArray& out, const QString& text)
 inline void appendCode(QByteArray& out, const QString& code)
 {
     char bytes[4] = {};
-    for (int i = 0; i < 4 && i < code.size(); ++i)
+    for (int i = 0; i < 4 && i < code.size(); ++i) {
         bytes[i] = text8Byte(code.at(i));
+    }
     out.append(bytes, 4);
 }
 } // namespace CITP

@@ -1,6 +1,7 @@
 // ArtNet::Adapter: the choice among the machine's adapters.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/artnet_adapter.h>
+
 #include <citp_system/net_address.h>
 #include <citp_system/os_network_adapter.h>
 
@@ -23,8 +24,9 @@ struct Choice
 
     Choice()
     {
-        if (const char* environment = std::getenv("ARTNET_ADAPTER"))
+        if (const char* environment = std::getenv("ARTNET_ADAPTER")) {
             text = environment;
+        }
     }
 
     static Choice& get()
@@ -57,8 +59,9 @@ Adapter Adapter::Get()
     Adapter chosen;
     // Takes an address of 0 for no fit.
     const auto choose = [&chosen](const NetworkAdapter& adapter, std::uint32_t address, Reason reason) {
-        if (address == 0)
+        if (address == 0) {
             return false;
+        }
         chosen.m_name = adapter.GetName();
         chosen.m_ipAddress = address;
         chosen.m_reason = reason;
@@ -75,8 +78,9 @@ Adapter Adapter::Get()
                        named                          ? adapter.GetState().ipAddress
                        : hasAddress(adapter, address) ? address
                                                       : 0,
-                       Reason::Explicit))
+                       Reason::Explicit)) {
                 break;
+            }
         }
         return chosen;
     }
@@ -85,17 +89,24 @@ Adapter Adapter::Get()
         return adapter.GetState().up && adapter.GetState().multicast && !adapter.GetState().loopback;
     };
     for (const auto& [firstByte, reason] :
-         {std::pair(2U, Reason::PrimaryRange), std::pair(10U, Reason::SecondaryRange)})
-        for (const NetworkAdapter& adapter : all)
-            if (eligible(adapter) && choose(adapter, addressInRange(adapter, firstByte), reason))
+         {std::pair(2U, Reason::PrimaryRange), std::pair(10U, Reason::SecondaryRange)}) {
+        for (const NetworkAdapter& adapter : all) {
+            if (eligible(adapter) && choose(adapter, addressInRange(adapter, firstByte), reason)) {
                 return chosen;
-    for (const NetworkAdapter& adapter : all)
-        if (eligible(adapter) && choose(adapter, adapter.GetState().ipAddress, Reason::AnyAddress))
+            }
+        }
+    }
+    for (const NetworkAdapter& adapter : all) {
+        if (eligible(adapter) && choose(adapter, adapter.GetState().ipAddress, Reason::AnyAddress)) {
             return chosen;
-    for (const NetworkAdapter& adapter : all)
+        }
+    }
+    for (const NetworkAdapter& adapter : all) {
         if (adapter.GetState().loopback && adapter.GetState().up &&
-            choose(adapter, adapter.GetState().ipAddress, Reason::Loopback))
+            choose(adapter, adapter.GetState().ipAddress, Reason::Loopback)) {
             return chosen;
+        }
+    }
     return chosen;
 }
 

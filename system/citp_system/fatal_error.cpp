@@ -1,6 +1,7 @@
 // _FatalError: says what has failed and ends the process.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/fatal_error.h>
+
 #include <citp_system/os_log.h>
 
 #include <cstdio>

@@ -12,8 +12,9 @@ Address::Address(std::uint32_t hostIp, std::uint16_t port) noexcept : m_hostIp(h
 Address::Address(const char* text, std::uint16_t port) noexcept : m_port(port)
 {
     in_addr address{};
-    if (text && inet_pton(AF_INET, text, &address) == 1)
+    if (text && inet_pton(AF_INET, text, &address) == 1) {
         m_hostIp = ntohl(address.s_addr);
+    }
 }
 
 std::string Address::ToString() const

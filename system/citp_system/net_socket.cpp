@@ -38,8 +38,9 @@ bool Socket::Open(Protocol protocol)
 bool Socket::SetBlocking(bool blocking)
 {
     const int flags = ::fcntl(m_descriptor, F_GETFL);
-    if (flags < 0)
+    if (flags < 0) {
         return false;
+    }
     return ::fcntl(m_descriptor, F_SETFL, blocking ? flags & ~O_NONBLOCK : flags | O_NONBLOCK) == 0;
 }
 
@@ -98,15 +99,17 @@ void Socket::Cancel()
 {
     const std::lock_guard lock(m_mutex);
     // A datagram socket without a peer reports an error here, but its readers are woken all the same.
-    if (m_descriptor >= 0)
+    if (m_descriptor >= 0) {
         ::shutdown(m_descriptor, SHUT_RDWR);
+    }
 }
 
 void Socket::Close()
 {
     const std::lock_guard lock(m_mutex);
-    if (m_descriptor < 0)
+    if (m_descriptor < 0) {
         return;
+    }
     // Never tried again after EINTR: on Linux the number is free by then and may already belong to another thread.
     ::close(m_descriptor);
     m_descriptor = -1;

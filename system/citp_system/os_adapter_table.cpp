@@ -31,8 +31,9 @@ int collectAttribute(const nlattr* attribute, void* data)
 {
     auto& attributes = *static_cast<Attributes*>(data);
     const std::size_t type = mnl_attr_get_type(attribute);
-    if (type < attributes.size())
+    if (type < attributes.size()) {
         attributes[type] = attribute;
+    }
     return MNL_CB_OK;
 }
 
@@ -41,14 +42,17 @@ void compare(std::vector<AdapterTable::Change>& changes, const std::string& name
 {
     int events = 0;
     if (before.present != after.present || before.up != after.up || before.running != after.running ||
-        before.multicast != after.multicast)
+        before.multicast != after.multicast) {
         events |= Event::LinkEvent;
+    }
     if (before.ipAddress != after.ipAddress ||
         !std::is_permutation(before.ipAddresses.begin(), before.ipAddresses.end(), after.ipAddresses.begin(),
-                             after.ipAddresses.end()))
+                             after.ipAddresses.end())) {
         events |= Event::AddressEvent;
-    if (events == 0)
+    }
+    if (events == 0) {
         return;
+    }
     const bool cameUp = after.up && after.running && !(before.up && before.running);
     const bool gotAddress = std::any_of(after.ipAddresses.begin(), after.ipAddresses.end(), [&](std::uint32_t address) {
         return std::find(before.ipAddresses.begin(), before.ipAddresses.end(), address) == before.ipAddresses.end();
@@ -73,15 +77,17 @@ bool dumpInto(AdapterTable& table, mnl_socket* socket, std::uint16_t type, unsig
     // Both requests begin with the family; the longer of the two bodies serves both.
     auto* const body = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(header, sizeof(ifinfomsg)));
     body->ifi_family = family;
-    if (mnl_socket_sendto(socket, header, header->nlmsg_len) < 0)
+    if (mnl_socket_sendto(socket, header, header->nlmsg_len) < 0) {
         return false;
+    }
 
     std::vector<char> buffer(receiveCapacity);
     int result = MNL_CB_OK;
     while (result > MNL_CB_STOP) {
         const ssize_t size = mnl_socket_recvfrom(socket, buffer.data(), buffer.size());
-        if (size < 0)
+        if (size < 0) {
             return false;
+        }
         result = mnl_cb_run(buffer.data(), static_cast<std::size_t>(size), sequence, mnl_socket_get_portid(socket),
                             applyDumped, &table);
     }
@@ -94,15 +100,18 @@ std::optional<AdapterTable> AdapterTable::dump()
 {
     for (int attempt = 0; attempt < dumpAttempts; ++attempt) {
         const Socket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), &mnl_socket_close);
-        if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0)
+        if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
             return std::nullopt;
+        }
         AdapterTable table;
         if (dumpInto(table, socket.get(), RTM_GETLINK, AF_UNSPEC, 1) &&
-            dumpInto(table, socket.get(), RTM_GETADDR, AF_INET, 2))
+            dumpInto(table, socket.get(), RTM_GETADDR, AF_INET, 2)) {
             return table;
+        }
         // EINTR is the kernel's word for a dump that is not consistent.
-        if (errno != EINTR)
+        if (errno != EINTR) {
             return std::nullopt;
+        }
     }
     return std::nullopt;
 }
@@ -123,12 +132,14 @@ std::vector<AdapterTable::Change> AdapterTable::apply(const nlmsghdr* message)
 
 std::vector<AdapterTable::Change> AdapterTable::applyLink(const nlmsghdr* message)
 {
-    if (mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg))
+    if (mnl_nlmsg_get_payload_len(message) < sizeof(ifinfomsg)) {
         return {};
+    }
     const auto* const body = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
     // Bridges tell of their ports in messages of the same type; the port leaving the bridge is no adapter vanishing.
-    if (body->ifi_family != AF_UNSPEC)
+    if (body->ifi_family != AF_UNSPEC) {
         return {};
+    }
 
     std::vector<Change> changes;
     Entry* entry = find(body->ifi_index);
@@ -144,8 +155,9 @@ std::vector<AdapterTable::Change> AdapterTable::applyLink(const nlmsghdr* messag
     mnl_attr_parse(message, sizeof(ifinfomsg), collectAttribute, &attributes);
     const nlattr* const nameAttribute = attributes[IFLA_IFNAME];
     // Wireless drivers send messages without a name or a change of state.
-    if (!nameAttribute || mnl_attr_validate(nameAttribute, MNL_TYPE_NUL_STRING) < 0)
+    if (!nameAttribute || mnl_attr_validate(nameAttribute, MNL_TYPE_NUL_STRING) < 0) {
         return {};
+    }
     const std::string name = mnl_attr_get_str(nameAttribute);
 
     if (!entry) {
@@ -170,26 +182,30 @@ std::vector<AdapterTable::Change> AdapterTable::applyLink(const nlmsghdr* messag
 
 std::vector<AdapterTable::Change> AdapterTable::applyAddress(const nlmsghdr* message)
 {
-    if (mnl_nlmsg_get_payload_len(message) < sizeof(ifaddrmsg))
+    if (mnl_nlmsg_get_payload_len(message) < sizeof(ifaddrmsg)) {
         return {};
+    }
     const auto* const body = static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(message));
     Entry* const entry = find(static_cast<int>(body->ifa_index));
-    if (body->ifa_family != AF_INET || !entry)
+    if (body->ifa_family != AF_INET || !entry) {
         return {};
+    }
     Attributes attributes{};
     mnl_attr_parse(message, sizeof(ifaddrmsg), collectAttribute, &attributes);
     // On a point-to-point link IFA_ADDRESS is the peer.
     const nlattr* const attribute = attributes[IFA_LOCAL] ? attributes[IFA_LOCAL] : attributes[IFA_ADDRESS];
-    if (!attribute || mnl_attr_validate(attribute, MNL_TYPE_U32) < 0)
+    if (!attribute || mnl_attr_validate(attribute, MNL_TYPE_U32) < 0) {
         return {};
+    }
     const std::uint32_t address = ntohl(mnl_attr_get_u32(attribute));
 
     const State before = entry->state;
     std::vector<std::uint32_t>& addresses = entry->state.ipAddresses;
     const auto position = std::find(addresses.begin(), addresses.end(), address);
     if (message->nlmsg_type == RTM_DELADDR) {
-        if (position != addresses.end())
+        if (position != addresses.end()) {
             addresses.erase(position);
+        }
     } else if (position == addresses.end()) {
         addresses.push_back(address);
     }
@@ -209,11 +225,14 @@ std::vector<AdapterTable::Change> AdapterTable::differences(const AdapterTable& 
         });
         return same ? table.state(entry.name) : State();
     };
-    for (const Entry& entry : m_entries)
+    for (const Entry& entry : m_entries) {
         compare(changes, entry.name, entry.state, sameIn(newer, entry));
-    for (const Entry& entry : newer.m_entries)
-        if (!sameIn(*this, entry).present)
+    }
+    for (const Entry& entry : newer.m_entries) {
+        if (!sameIn(*this, entry).present) {
             compare(changes, entry.name, State(), entry.state);
+        }
+    }
     return changes;
 }
 

@@ -31,10 +31,12 @@ constexpr std::string_view subtreeMark = ".*";
 
 bool matches(std::string_view pattern, std::string_view name)
 {
-    if (pattern == name)
+    if (pattern == name) {
         return true;
-    if (pattern.size() < subtreeMark.size() || pattern.substr(pattern.size() - subtreeMark.size()) != subtreeMark)
+    }
+    if (pattern.size() < subtreeMark.size() || pattern.substr(pattern.size() - subtreeMark.size()) != subtreeMark) {
         return false;
+    }
     const std::string_view root = pattern.substr(0, pattern.size() - subtreeMark.size());
     return name == root ||
            (name.size() > root.size() && name.substr(0, root.size()) == root && name[root.size()] == '.');
@@ -62,18 +64,21 @@ public:
     {
         const std::lock_guard lock(m_mutex);
         m_contexts.push_back(context);
-        for (const auto& [pattern, mask] : m_masks)
-            if (matches(pattern, context->GetName()))
+        for (const auto& [pattern, mask] : m_masks) {
+            if (matches(pattern, context->GetName())) {
                 context->SetMask(mask);
+            }
+        }
     }
 
     void remove(Context* context)
     {
         std::unique_lock lock(m_mutex, std::defer_lock);
-        if (!isInForkedChild())
+        if (!isInForkedChild()) {
             lock.lock();
-        else if (!lock.try_lock())
+        } else if (!lock.try_lock()) {
             return; // held at the fork, by a thread that the child does not have
+        }
         m_contexts.erase(std::remove(m_contexts.begin(), m_contexts.end(), context), m_contexts.end());
     }
 
@@ -84,9 +89,11 @@ public:
             std::remove_if(m_masks.begin(), m_masks.end(), [&](const auto& entry) { return entry.first == pattern; }),
             m_masks.end());
         m_masks.emplace_back(pattern, mask);
-        for (Context* context : m_contexts)
-            if (matches(pattern, context->GetName()))
+        for (Context* context : m_contexts) {
+            if (matches(pattern, context->GetName())) {
                 context->SetMask(mask);
+            }
+        }
     }
 
     std::string setMasks(std::string_view text)
@@ -99,8 +106,9 @@ public:
             const auto parsed = equals == std::string_view::npos
                                     ? std::from_chars_result{entry.data(), std::errc::invalid_argument}
                                     : std::from_chars(entry.data() + equals + 1, end, mask);
-            if (equals == 0 || parsed.ec != std::errc() || parsed.ptr != end || mask > allLevels)
+            if (equals == 0 || parsed.ec != std::errc() || parsed.ptr != end || mask > allLevels) {
                 return "'" + std::string(entry) + "' is not NAME=MASK with a mask from 0 to 31";
+            }
             setMask(std::string(entry.substr(0, equals)), mask);
             text.remove_prefix(std::min(text.size(), entry.size() + 1));
         }
@@ -124,8 +132,9 @@ public:
             lock.unlock();
             auto made = std::make_unique<QLoggingCategory>(name.c_str());
             lock.lock();
-            if (!category)
+            if (!category) {
                 category = std::move(made);
+            }
         }
         return *category;
     }
@@ -174,14 +183,17 @@ public:
         // The stream and not the printf form: that would end at a zero byte.
         const QString text = QString::fromUtf8(line.text.c_str(), static_cast<int>(line.text.length()));
         if (line.level >= Critical) {
-            if (category.isCriticalEnabled())
+            if (category.isCriticalEnabled()) {
                 logger.critical().nospace().noquote() << text;
+            }
         } else if (line.level >= Warning) {
-            if (category.isWarningEnabled())
+            if (category.isWarningEnabled()) {
                 logger.warning().nospace().noquote() << text;
+            }
         } else if (line.level >= State) {
-            if (category.isInfoEnabled())
+            if (category.isInfoEnabled()) {
                 logger.info().nospace().noquote() << text;
+            }
         } else if (category.isDebugEnabled()) {
             logger.debug().nospace().noquote() << text;
         }
@@ -215,8 +227,9 @@ public:
 
 Registry::Registry() : m_qtSink(new QtSink), m_stderrSink(new StderrSink), m_defaultSink(m_qtSink.get())
 {
-    if (const char* masks = std::getenv("OS_LOG_MASKS"))
+    if (const char* masks = std::getenv("OS_LOG_MASKS")) {
         m_environmentError = setMasks(masks);
+    }
 }
 
 void Registry::leaveQt()
@@ -234,8 +247,9 @@ void Registry::leaveQt()
 
 void Registry::write(const Line& line)
 {
-    if (writing)
+    if (writing) {
         return;
+    }
     writing = true;
     {
         static const QtUse qtUse;
@@ -274,8 +288,9 @@ Context::Context(const char* name, Context* parent, unsigned mask)
 {
     Registry::get().add(this);
     const std::string error = Registry::get().takeEnvironmentError();
-    if (!error.empty())
+    if (!error.empty()) {
         qWarning("OS_LOG_MASKS: %s", error.c_str());
+    }
 }
 
 Context::~Context()
@@ -286,8 +301,9 @@ Context::~Context()
 void Context::Write(unsigned level, const text_base& text, const char* function, const char* file, int line,
                     const CallStack& callStack) const
 {
-    if (IsEnabled(level))
+    if (IsEnabled(level)) {
         Registry::get().write(Line{*this, level, text, function, file, line, callStack});
+    }
 }
 
 } // namespace Log

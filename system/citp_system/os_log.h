@@ -82,9 +82,11 @@ public:
     /// Whether a line of @p level would be written. A few loads; ask before building a line. Any thread.
     bool IsEnabled(unsigned level) const noexcept
     {
-        for (const Context* context = this; context; context = context->m_parent)
-            if (!(context->m_mask.load(std::memory_order_relaxed) & level))
+        for (const Context* context = this; context; context = context->m_parent) {
+            if (!(context->m_mask.load(std::memory_order_relaxed) & level)) {
                 return false;
+            }
+        }
         return true;
     }
 

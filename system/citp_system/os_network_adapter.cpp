@@ -1,9 +1,10 @@
 // Os::NetworkAdapter and Os::NetworkAdapterMonitor: the list of adapters, and the thread that hears of their changes.
 // SPDX-License-Identifier: Apache-2.0
+#include <citp_system/os_network_adapter.h>
+
 #include "os_adapter_table_p.h"
 
 #include <citp_system/os_log.h>
-#include <citp_system/os_network_adapter.h>
 
 #include <libmnl/libmnl.h>
 #include <linux/rtnetlink.h>
@@ -44,8 +45,9 @@ void logFailure(std::string_view what, int error)
 {
     // Never destroyed: the monitor's thread may write while the process exits.
     static auto* const context = new Log::Context("NetworkAdapterMonitor");
-    if (!context->IsEnabled(Log::Failure))
+    if (!context->IsEnabled(Log::Failure)) {
         return;
+    }
     text_base text;
     text << what << ": " << std::strerror(error);
     context->Write(Log::Failure, text, __PRETTY_FUNCTION__, "os_network_adapter.cpp", __LINE__, Thread::GetCallStack());
@@ -64,9 +66,11 @@ NetworkAdapter::NetworkAdapter(std::string name, const State& state) : m_name(st
 std::vector<NetworkAdapter> NetworkAdapter::GetAll()
 {
     std::vector<NetworkAdapter> adapters;
-    if (const auto table = AdapterTable::dump())
-        for (const AdapterTable::Entry& entry : table->entries())
+    if (const auto table = AdapterTable::dump()) {
+        for (const AdapterTable::Entry& entry : table->entries()) {
             adapters.emplace_back(entry.name, entry.state);
+        }
+    }
     return adapters;
 }
 
@@ -145,8 +149,9 @@ NetworkAdapterMonitor::Private::Private()
         return;
     }
     // Asked for after subscribing: a change in between is then told twice and never lost.
-    if (auto table = AdapterTable::dump())
+    if (auto table = AdapterTable::dump()) {
         m_table = std::move(*table);
+    }
 
     // The application's signal handlers are not run on this thread, which inherits the mask.
     sigset_t all;
@@ -160,58 +165,68 @@ NetworkAdapterMonitor::Private::Private()
 NetworkAdapterMonitor::Private::~Private()
 {
     end();
-    if (m_socket)
+    if (m_socket) {
         mnl_socket_close(m_socket);
-    if (m_endEvent >= 0)
+    }
+    if (m_endEvent >= 0) {
         close(m_endEvent);
+    }
 }
 
 void NetworkAdapterMonitor::Private::end()
 {
     // The event that ends the thread is shared with the parent.
-    if (!m_thread.joinable() || isInForkedChild())
+    if (!m_thread.joinable() || isInForkedChild()) {
         return;
+    }
     m_ending = true;
     eventfd_write(m_endEvent, 1);
     // The process may have been told to exit from inside a callback.
-    if (onMonitorThread)
+    if (onMonitorThread) {
         m_thread.detach();
-    else
+    } else {
         m_thread.join();
+    }
 }
 
 void NetworkAdapterMonitor::Private::registerCallback(const std::string& name, int events, Callback* callback)
 {
-    if (isInForkedChild())
+    if (isInForkedChild()) {
         return;
+    }
     const std::lock_guard lock(m_mutex);
     const auto same =
         std::find_if(m_registrations.begin(), m_registrations.end(), [&](const Registration& registration) {
             return registration.name == name && registration.callback == callback;
         });
-    if (same != m_registrations.end())
+    if (same != m_registrations.end()) {
         same->events |= events;
-    else
+    } else {
         m_registrations.push_back({name, events, callback});
+    }
 }
 
 template <typename Predicate>
 void NetworkAdapterMonitor::Private::unregisterCallback(Callback* callback, int events, Predicate concerned)
 {
-    if (isInForkedChild())
+    if (isInForkedChild()) {
         return;
+    }
     std::unique_lock lock(m_mutex);
     const auto remove = [&] {
-        for (Registration& registration : m_registrations)
-            if (registration.callback == callback && concerned(registration.name))
+        for (Registration& registration : m_registrations) {
+            if (registration.callback == callback && concerned(registration.name)) {
                 registration.events &= ~events;
+            }
+        }
         m_registrations.erase(std::remove_if(m_registrations.begin(), m_registrations.end(),
                                              [](const Registration& registration) { return registration.events == 0; }),
                               m_registrations.end());
     };
     remove();
-    if (onMonitorThread || m_called != callback)
+    if (onMonitorThread || m_called != callback) {
         return;
+    }
     m_callEnded.wait(lock, [&] { return m_called != callback; });
     // The call that was running may have registered again.
     remove();
@@ -228,8 +243,9 @@ void NetworkAdapterMonitor::Private::run()
     onMonitorThread = true;
     pthread_setname_np(pthread_self(), "adapter-monitor");
     while (wait() && readMessages()) {
-        if (m_pending.empty() || timeToDelivery() > 0)
+        if (m_pending.empty() || timeToDelivery() > 0) {
             continue;
+        }
         // Asked afresh, because the order of an adapter's addresses cannot be told from the messages.
         resynchronise(false);
         deliver();
@@ -255,10 +271,12 @@ bool NetworkAdapterMonitor::Private::readMessages()
 {
     for (int count = 0; count < messagesAtOnce; ++count) {
         const ssize_t size = mnl_socket_recvfrom(m_socket, m_buffer.data(), m_buffer.size());
-        if (size < 0 && errno == EINTR)
+        if (size < 0 && errno == EINTR) {
             continue;
-        if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+        }
+        if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
             return true;
+        }
         if (size < 0 && (errno == ENOBUFS || errno == ENOSPC)) {
             // Messages are lost, and what they told may have undone itself: every adapter counts as changed.
             resynchronise(true);
@@ -271,8 +289,9 @@ bool NetworkAdapterMonitor::Private::readMessages()
         auto* message = reinterpret_cast<const nlmsghdr*>(m_buffer.data());
         for (int left = static_cast<int>(size); mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
             const std::lock_guard lock(m_mutex);
-            for (const AdapterTable::Change& change : m_table.apply(message))
+            for (const AdapterTable::Change& change : m_table.apply(message)) {
                 note(change);
+            }
         }
     }
     return true;
@@ -281,8 +300,9 @@ bool NetworkAdapterMonitor::Private::readMessages()
 void NetworkAdapterMonitor::Private::note(const AdapterTable::Change& change)
 {
     m_burstLatest = Clock::now();
-    if (m_pending.empty())
+    if (m_pending.empty()) {
         m_burstBegin = m_burstLatest;
+    }
     const auto same = std::find_if(m_pending.begin(), m_pending.end(),
                                    [&](const Pending& pending) { return pending.name == change.name; });
     if (same == m_pending.end()) {
@@ -298,20 +318,24 @@ void NetworkAdapterMonitor::Private::resynchronise(bool everything)
     auto table = AdapterTable::dump();
     const std::lock_guard lock(m_mutex);
     if (table) {
-        for (const AdapterTable::Change& change : m_table.differences(*table))
+        for (const AdapterTable::Change& change : m_table.differences(*table)) {
             note(change);
+        }
         m_table = std::move(*table);
     }
-    if (everything)
-        for (const AdapterTable::Entry& entry : m_table.entries())
+    if (everything) {
+        for (const AdapterTable::Entry& entry : m_table.entries()) {
             note({entry.name, LinkEvent | AddressEvent, entry.state.IsUsable()});
+        }
+    }
 }
 
 // With m_mutex held.
 int NetworkAdapterMonitor::Private::eventsHeard(const Registration& registration, const Pending& pending) const
 {
-    if (registration.name == pending.name || (pending.gained && standsForAny(registration.name)))
+    if (registration.name == pending.name || (pending.gained && standsForAny(registration.name))) {
         return registration.events & pending.events;
+    }
     return 0;
 }
 
@@ -322,19 +346,24 @@ void NetworkAdapterMonitor::Private::deliver()
         std::unique_lock lock(m_mutex);
         const NetworkAdapter::State state = m_table.state(notice.name);
         std::vector<Callback*> callbacks;
-        for (const Registration& registration : m_registrations)
+        for (const Registration& registration : m_registrations) {
             if (eventsHeard(registration, notice) != 0 &&
-                std::find(callbacks.begin(), callbacks.end(), registration.callback) == callbacks.end())
+                std::find(callbacks.begin(), callbacks.end(), registration.callback) == callbacks.end()) {
                 callbacks.push_back(registration.callback);
+            }
+        }
 
         for (Callback* const callback : callbacks) {
             // Looked up again: an earlier call or another thread may have unregistered, and deleted, this one.
             int events = 0;
-            for (const Registration& registration : m_registrations)
-                if (registration.callback == callback)
+            for (const Registration& registration : m_registrations) {
+                if (registration.callback == callback) {
                     events |= eventsHeard(registration, notice);
-            if (events == 0 || m_ending)
+                }
+            }
+            if (events == 0 || m_ending) {
                 continue;
+            }
             m_called = callback;
             lock.unlock();
             callback->Changed(NetworkAdapter(notice.name, state), state, events);
@@ -347,8 +376,9 @@ void NetworkAdapterMonitor::Private::deliver()
 
 NetworkAdapterMonitor::Callback::~Callback()
 {
-    if (NetworkAdapterMonitor* const monitor = theMonitor.load())
+    if (NetworkAdapterMonitor* const monitor = theMonitor.load()) {
         monitor->Unregister(this);
+    }
 }
 
 NetworkAdapterMonitor::NetworkAdapterMonitor() : d(std::make_unique<Private>()) {}

@@ -37,10 +37,12 @@ std::string describeFrame(const void* frame)
     Dl_info info{};
     // The return address of a call that never returns is the first byte behind its function, so the call itself, one
     // byte before, is looked up.
-    if (!frame || !dladdr(reinterpret_cast<const void*>(address - 1), &info))
+    if (!frame || !dladdr(reinterpret_cast<const void*>(address - 1), &info)) {
         return hexText(address);
-    if (info.dli_sname)
+    }
+    if (info.dli_sname) {
         return readableName(info.dli_sname) + '+' + hexText(address - reinterpret_cast<std::uintptr_t>(info.dli_saddr));
+    }
     return std::string(info.dli_fname ? info.dli_fname : "?") + '+' +
            hexText(address - reinterpret_cast<std::uintptr_t>(info.dli_fbase));
 }
@@ -56,8 +58,9 @@ std::vector<std::string> CallStack::Symbolize() const
 {
     std::vector<std::string> lines;
     lines.reserve(static_cast<std::size_t>(m_depth));
-    for (int index = 0; index < m_depth; ++index)
+    for (int index = 0; index < m_depth; ++index) {
         lines.push_back(describeFrame(m_frames[index]));
+    }
     return lines;
 }
 
