@@ -1,4 +1,4 @@
-// ArtNet::Adapter: the choice among the machine's adapters.
+// ArtNet::Adapter: selecting one of the machine's adapters.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/artnet_adapter.h>
 
@@ -16,7 +16,7 @@ namespace {
 
 using Os::NetworkAdapter;
 
-// The explicit choice. Never destroyed: the choice is asked for while the process's static objects are destroyed.
+// The explicit choice. Never destroyed: it is read while the static objects of the process are destroyed.
 struct Choice
 {
     std::mutex mutex;
@@ -36,7 +36,7 @@ struct Choice
     }
 };
 
-// The first of the adapter's addresses in the range x.0.0.0/8; 0 if it has none there.
+// The first address of the adapter in the range firstByte.0.0.0/8; 0 if it has none.
 std::uint32_t addressInRange(const NetworkAdapter& adapter, std::uint32_t firstByte)
 {
     const auto& addresses = adapter.GetState().ipAddresses;
@@ -56,33 +56,33 @@ bool hasAddress(const NetworkAdapter& adapter, std::uint32_t address)
 Adapter Adapter::Get()
 {
     const std::vector<NetworkAdapter> all = NetworkAdapter::GetAll();
-    Adapter chosen;
-    // Takes an address of 0 for no fit.
-    const auto choose = [&chosen](const NetworkAdapter& adapter, std::uint32_t address, Reason reason) {
+    Adapter selected;
+    // An address of 0 means that the adapter does not match.
+    const auto select = [&selected](const NetworkAdapter& adapter, std::uint32_t address, Reason reason) {
         if (address == 0) {
             return false;
         }
-        chosen.m_name = adapter.GetName();
-        chosen.m_ipAddress = address;
-        chosen.m_reason = reason;
+        selected.m_name = adapter.GetName();
+        selected.m_ipAddress = address;
+        selected.m_reason = reason;
         return true;
     };
 
     const std::string choice = GetChoice();
     if (!choice.empty()) {
-        chosen.m_name = choice;
+        selected.m_name = choice;
         const std::uint32_t address = Net::Address(choice.c_str()).GetHostIp();
         for (const NetworkAdapter& adapter : all) {
-            const bool named = adapter.GetName() == choice;
-            if (choose(adapter,
-                       named                          ? adapter.GetState().ipAddress
+            const bool nameMatches = adapter.GetName() == choice;
+            if (select(adapter,
+                       nameMatches                    ? adapter.GetState().ipAddress
                        : hasAddress(adapter, address) ? address
                                                       : 0,
                        Reason::Explicit)) {
                 break;
             }
         }
-        return chosen;
+        return selected;
     }
 
     const auto eligible = [](const NetworkAdapter& adapter) {
@@ -91,23 +91,23 @@ Adapter Adapter::Get()
     for (const auto& [firstByte, reason] :
          {std::pair(2U, Reason::PrimaryRange), std::pair(10U, Reason::SecondaryRange)}) {
         for (const NetworkAdapter& adapter : all) {
-            if (eligible(adapter) && choose(adapter, addressInRange(adapter, firstByte), reason)) {
-                return chosen;
+            if (eligible(adapter) && select(adapter, addressInRange(adapter, firstByte), reason)) {
+                return selected;
             }
         }
     }
     for (const NetworkAdapter& adapter : all) {
-        if (eligible(adapter) && choose(adapter, adapter.GetState().ipAddress, Reason::AnyAddress)) {
-            return chosen;
+        if (eligible(adapter) && select(adapter, adapter.GetState().ipAddress, Reason::AnyAddress)) {
+            return selected;
         }
     }
     for (const NetworkAdapter& adapter : all) {
         if (adapter.GetState().loopback && adapter.GetState().up &&
-            choose(adapter, adapter.GetState().ipAddress, Reason::Loopback)) {
-            return chosen;
+            select(adapter, adapter.GetState().ipAddress, Reason::Loopback)) {
+            return selected;
         }
     }
-    return chosen;
+    return selected;
 }
 
 void Adapter::Choose(const std::string& nameOrAddress)

@@ -1,4 +1,4 @@
-// ArtNet::Adapter: the network adapter that is chosen for Art-Net, and with it for the media servers.
+// ArtNet::Adapter: the network adapter selected for Art-Net and for the media servers.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -7,42 +7,48 @@
 #include <cstdint>
 #include <string>
 
-/// What Art-Net and the media servers share: the network adapter.
+/// The network adapter that Art-Net and the media servers share.
 namespace ArtNet {
-/// The adapter chosen for Art-Net, as it was at Get(). A value; the choice is made afresh at each Get().
+/// The network adapter selected for Art-Net. A value: it holds the result of one call of Get() and does not follow
+/// later changes.
 ///
-/// The choice: the adapter named explicitly, by Choose() or, as long as that has not been called, by the environment
-/// variable ARTNET_ADAPTER; without one, the first adapter that is up, multicast-capable and has an address in
-/// 2.0.0.0/8 (the primary Art-Net range), else in 10.0.0.0/8 (the secondary), else any other such adapter with an IPv4
-/// address, else the loopback. An explicit choice that is not there is never replaced by another adapter: a show must
-/// not wander off to the office network.
+/// Get() returns the adapter that is set explicitly: by Choose() or, until Choose() is called, by the environment
+/// variable ARTNET_ADAPTER. Without an explicit choice it returns the first adapter that matches, in this order:
+/// 1. up, multicast-capable, with an address in 2.0.0.0/8 (the primary Art-Net range)
+/// 2. up, multicast-capable, with an address in 10.0.0.0/8 (the secondary Art-Net range)
+/// 3. up, multicast-capable, with any IPv4 address
+/// 4. the loopback adapter
+///
+/// If the explicit choice does not exist, no other adapter takes its place: the traffic of a show must not move to
+/// another network, such as that of the office, by itself.
 class CITP_SYSTEM_EXPORT Adapter
 {
 public:
-    /// Why an adapter was chosen, best first.
+    /// Why an adapter was selected, highest priority first.
     enum class Reason {
-        Explicit,       ///< chosen by name or address
+        Explicit,       ///< set by name or address
         PrimaryRange,   ///< has an address in 2.0.0.0/8
         SecondaryRange, ///< has an address in 10.0.0.0/8
-        AnyAddress,     ///< the first other one with an address
-        Loopback,       ///< nothing else is usable
-        None            ///< no adapter; the explicit choice is missing or has no address, or the machine has none
+        AnyAddress,     ///< has another IPv4 address
+        Loopback,       ///< no other adapter is usable
+        None            ///< no adapter: the explicit choice is missing or has no address, or the machine has no adapter
     };
 
-    /// Makes the choice now. Any thread; asks the kernel, so not for a hot path.
+    /// Selects the adapter. Queries the kernel each time, so do not call it on a hot path. Thread-safe.
     static Adapter Get();
 
-    /// Sets the explicit choice: an adapter's name ("eth0") or an IPv4 address of this machine ("2.0.0.10"); the empty
-    /// text takes it back. Holds from the next Get() on. Any thread.
+    /// Sets the explicit choice, which takes effect at the next Get(). Thread-safe.
+    /// @param nameOrAddress an adapter name ("eth0") or an IPv4 address of this machine ("2.0.0.10"); empty removes the
+    ///   choice
     static void Choose(const std::string& nameOrAddress);
-    /// The explicit choice in force, empty for none.
+    /// The current explicit choice; empty if there is none. Thread-safe.
     static std::string GetChoice();
 
-    /// False when there is no adapter; the address is then 0 and the name is the explicit choice's, or empty.
+    /// False if no adapter was selected. The address is then 0, and the name is that of the explicit choice or empty.
     bool IsValid() const noexcept { return m_reason != Reason::None; }
     const std::string& GetName() const noexcept { return m_name; }      ///< the kernel's name, e.g. "eth0"
-    std::uint32_t GetIpAddress() const noexcept { return m_ipAddress; } ///< IPv4, host byte order; 0 for none
-    Reason GetReason() const noexcept { return m_reason; }              ///< why it was chosen
+    std::uint32_t GetIpAddress() const noexcept { return m_ipAddress; } ///< IPv4 address, host byte order; 0 for none
+    Reason GetReason() const noexcept { return m_reason; }              ///< why the adapter was selected
 
 private:
     std::string m_name;

@@ -1,4 +1,4 @@
-// _FatalError: says what has failed and ends the process.
+// _FatalError: reports the failure and aborts the process.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/fatal_error.h>
 
@@ -9,10 +9,10 @@
 
 void _FatalError(const char* text, int line, const char* file)
 {
-    // stderr first: a sink may hang or be gone by now.
+    // stderr first: the log sink may block or may no longer exist.
     std::fprintf(stderr, "Fatal error: %s, line %d, %s\n", text, line, file);
     std::fflush(stderr);
-    // Never destroyed: a fatal error may come while the process's static objects are being destroyed.
+    // Never destroyed: a fatal error can occur while the static objects of the process are destroyed.
     static auto* const context = new Os::Log::Context("System");
     text_base message;
     message << "Fatal error: " << text << ", line " << line << ", " << file;

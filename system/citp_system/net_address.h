@@ -13,14 +13,14 @@ class CITP_SYSTEM_EXPORT Address
 {
 public:
     Address() = default; ///< 0.0.0.0, port 0: any address, any port
-    /// From numbers in host byte order; port 0 is any port.
+    /// An address from numbers in host byte order. Port 0 means any port.
     explicit Address(std::uint32_t hostIp, std::uint16_t port = 0) noexcept;
-    /// From dotted decimal ("224.0.0.180"); a text that is not an IPv4 address gives 0.0.0.0.
+    /// An address in dotted decimal ("224.0.0.180"). Any other text gives 0.0.0.0.
     explicit Address(const char* text, std::uint16_t port = 0) noexcept;
 
     std::uint32_t GetHostIp() const noexcept { return m_hostIp; } ///< the address, host byte order
     std::uint16_t GetPort() const noexcept { return m_port; }     ///< the port, host byte order
-    /// Dotted decimal, a colon and the port: "2.0.0.10:4809".
+    /// The address in dotted decimal, a colon and the port: "2.0.0.10:4809".
     std::string ToString() const;
 
 private:

@@ -1,4 +1,4 @@
-// Net::Socket: the IPv4 socket that owns its descriptor.
+// Net::Socket: an IPv4 socket that owns its descriptor.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/net_socket.h>
 
@@ -82,7 +82,7 @@ bool Socket::JoinMulticastGroup(std::uint32_t groupIp, std::uint32_t adapterIp)
 
 bool Socket::SetMulticastTtl(int hops)
 {
-    // The kernel would take -1 for its default.
+    // The kernel takes -1 as a request for its default.
     if (hops < 0) {
         errno = EINVAL;
         return false;
@@ -98,7 +98,7 @@ bool Socket::SetMulticastLoopback(bool loopback)
 void Socket::Cancel()
 {
     const std::lock_guard lock(m_mutex);
-    // A datagram socket without a peer reports an error here, but its readers are woken all the same.
+    // On a datagram socket without a peer this fails, but still wakes its readers.
     if (m_descriptor >= 0) {
         ::shutdown(m_descriptor, SHUT_RDWR);
     }
@@ -110,7 +110,7 @@ void Socket::Close()
     if (m_descriptor < 0) {
         return;
     }
-    // Never tried again after EINTR: on Linux the number is free by then and may already belong to another thread.
+    // Not repeated after EINTR: Linux has already released the number, and another thread may have reused it.
     ::close(m_descriptor);
     m_descriptor = -1;
 }

@@ -1,4 +1,4 @@
-// Os::AdapterTable: rtnetlink dumps and notices, parsed with libmnl.
+// Os::AdapterTable: rtnetlink dumps and notifications, parsed with libmnl.
 // SPDX-License-Identifier: Apache-2.0
 #include "os_adapter_table_p.h"
 
@@ -19,12 +19,12 @@ using Event = NetworkAdapterMonitor::Event;
 using State = NetworkAdapter::State;
 using Socket = std::unique_ptr<mnl_socket, decltype(&mnl_socket_close)>;
 
-// Larger than any part that the kernel sends of a dump.
-constexpr std::size_t receiveCapacity = 32768;
-// How often a dump is begun again because the adapters changed while it was made.
-constexpr int dumpAttempts = 10;
+// Larger than any part of a dump that the kernel sends.
+constexpr std::size_t receiveBufferSize = 32768;
+// A dump is repeated if the adapters changed during it.
+constexpr int maxDumpAttempts = 10;
 
-// The attributes of a message by type, as far as they are looked at here.
+// The attributes of a message by type; larger types are ignored.
 using Attributes = std::array<const nlattr*, 16>;
 
 int collectAttribute(const nlattr* attribute, void* data)
@@ -37,8 +37,8 @@ int collectAttribute(const nlattr* attribute, void* data)
     return MNL_CB_OK;
 }
 
-void compare(std::vector<AdapterTable::Change>& changes, const std::string& name, const State& before,
-             const State& after)
+void appendChange(std::vector<AdapterTable::Change>& changes, const std::string& name, const State& before,
+                  const State& after)
 {
     int events = 0;
     if (before.present != after.present || before.up != after.up || before.running != after.running ||
@@ -66,7 +66,7 @@ int applyDumped(const nlmsghdr* message, void* data)
     return MNL_CB_OK;
 }
 
-// Runs one dump into the table; false with the reason in errno.
+// Adds the result of one dump request to the table; returns false with the reason in errno.
 bool dumpInto(AdapterTable& table, mnl_socket* socket, std::uint16_t type, unsigned char family, unsigned sequence)
 {
     alignas(nlmsghdr) std::array<char, 256> request{};
@@ -74,14 +74,14 @@ bool dumpInto(AdapterTable& table, mnl_socket* socket, std::uint16_t type, unsig
     header->nlmsg_type = type;
     header->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     header->nlmsg_seq = sequence;
-    // Both requests begin with the family; the longer of the two bodies serves both.
+    // Both request bodies begin with the family, so the longer of the two structures serves both.
     auto* const body = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(header, sizeof(ifinfomsg)));
     body->ifi_family = family;
     if (mnl_socket_sendto(socket, header, header->nlmsg_len) < 0) {
         return false;
     }
 
-    std::vector<char> buffer(receiveCapacity);
+    std::vector<char> buffer(receiveBufferSize);
     int result = MNL_CB_OK;
     while (result > MNL_CB_STOP) {
         const ssize_t size = mnl_socket_recvfrom(socket, buffer.data(), buffer.size());
@@ -98,7 +98,7 @@ bool dumpInto(AdapterTable& table, mnl_socket* socket, std::uint16_t type, unsig
 
 std::optional<AdapterTable> AdapterTable::dump()
 {
-    for (int attempt = 0; attempt < dumpAttempts; ++attempt) {
+    for (int attempt = 0; attempt < maxDumpAttempts; ++attempt) {
         const Socket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), &mnl_socket_close);
         if (!socket || mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
             return std::nullopt;
@@ -108,7 +108,7 @@ std::optional<AdapterTable> AdapterTable::dump()
             dumpInto(table, socket.get(), RTM_GETADDR, AF_INET, 2)) {
             return table;
         }
-        // EINTR is the kernel's word for a dump that is not consistent.
+        // EINTR: the kernel marked the dump as inconsistent.
         if (errno != EINTR) {
             return std::nullopt;
         }
@@ -136,7 +136,7 @@ std::vector<AdapterTable::Change> AdapterTable::applyLink(const nlmsghdr* messag
         return {};
     }
     const auto* const body = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
-    // Bridges tell of their ports in messages of the same type; the port leaving the bridge is no adapter vanishing.
+    // Bridges report their ports in messages of the same type. A port that leaves a bridge is not a removed adapter.
     if (body->ifi_family != AF_UNSPEC) {
         return {};
     }
@@ -145,7 +145,7 @@ std::vector<AdapterTable::Change> AdapterTable::applyLink(const nlmsghdr* messag
     Entry* entry = find(body->ifi_index);
     if (message->nlmsg_type == RTM_DELLINK) {
         if (entry) {
-            compare(changes, entry->name, entry->state, State());
+            appendChange(changes, entry->name, entry->state, State());
             m_entries.erase(m_entries.begin() + (entry - m_entries.data()));
         }
         return changes;
@@ -154,7 +154,7 @@ std::vector<AdapterTable::Change> AdapterTable::applyLink(const nlmsghdr* messag
     Attributes attributes{};
     mnl_attr_parse(message, sizeof(ifinfomsg), collectAttribute, &attributes);
     const nlattr* const nameAttribute = attributes[IFLA_IFNAME];
-    // Wireless drivers send messages without a name or a change of state.
+    // Wireless drivers send messages that carry neither a name nor a change of state.
     if (!nameAttribute || mnl_attr_validate(nameAttribute, MNL_TYPE_NUL_STRING) < 0) {
         return {};
     }
@@ -172,11 +172,11 @@ std::vector<AdapterTable::Change> AdapterTable::applyLink(const nlmsghdr* messag
     state.multicast = (body->ifi_flags & IFF_MULTICAST) != 0;
     state.loopback = (body->ifi_flags & IFF_LOOPBACK) != 0;
     if (entry->name != name) {
-        compare(changes, entry->name, before, State());
+        appendChange(changes, entry->name, before, State());
         entry->name = name;
         before = State();
     }
-    compare(changes, name, before, state);
+    appendChange(changes, name, before, state);
     return changes;
 }
 
@@ -192,7 +192,7 @@ std::vector<AdapterTable::Change> AdapterTable::applyAddress(const nlmsghdr* mes
     }
     Attributes attributes{};
     mnl_attr_parse(message, sizeof(ifaddrmsg), collectAttribute, &attributes);
-    // On a point-to-point link IFA_ADDRESS is the peer.
+    // On a point-to-point link, IFA_ADDRESS is the address of the peer.
     const nlattr* const attribute = attributes[IFA_LOCAL] ? attributes[IFA_LOCAL] : attributes[IFA_ADDRESS];
     if (!attribute || mnl_attr_validate(attribute, MNL_TYPE_U32) < 0) {
         return {};
@@ -211,26 +211,26 @@ std::vector<AdapterTable::Change> AdapterTable::applyAddress(const nlmsghdr* mes
     }
     entry->state.ipAddress = addresses.empty() ? 0 : addresses.front();
     std::vector<Change> changes;
-    compare(changes, entry->name, before, entry->state);
+    appendChange(changes, entry->name, before, entry->state);
     return changes;
 }
 
 std::vector<AdapterTable::Change> AdapterTable::differences(const AdapterTable& newer) const
 {
     std::vector<Change> changes;
-    const auto sameIn = [](const AdapterTable& table, const Entry& entry) {
-        // Another number under the same name is another adapter: memberships went with the old one.
-        const bool same = std::any_of(table.m_entries.begin(), table.m_entries.end(), [&](const Entry& candidate) {
+    const auto stateIn = [](const AdapterTable& table, const Entry& entry) {
+        // Another index with the same name is another adapter: the multicast memberships ended with the old one.
+        const bool exists = std::any_of(table.m_entries.begin(), table.m_entries.end(), [&](const Entry& candidate) {
             return candidate.name == entry.name && candidate.index == entry.index;
         });
-        return same ? table.state(entry.name) : State();
+        return exists ? table.state(entry.name) : State();
     };
     for (const Entry& entry : m_entries) {
-        compare(changes, entry.name, entry.state, sameIn(newer, entry));
+        appendChange(changes, entry.name, entry.state, stateIn(newer, entry));
     }
     for (const Entry& entry : newer.m_entries) {
-        if (!sameIn(*this, entry).present) {
-            compare(changes, entry.name, State(), entry.state);
+        if (!stateIn(*this, entry).present) {
+            appendChange(changes, entry.name, State(), entry.state);
         }
     }
     return changes;

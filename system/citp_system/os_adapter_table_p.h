@@ -1,4 +1,4 @@
-// Os::AdapterTable: the machine's adapters as the kernel's rtnetlink messages tell of them. Private; not installed.
+// Os::AdapterTable: the network adapters of the machine, from the kernel's rtnetlink messages. Private; not installed.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -12,38 +12,38 @@
 struct nlmsghdr;
 
 namespace Os {
-/// The adapters with their state, kept up to date by applying the kernel's messages one by one. Not synchronised.
+/// The adapters with their state, updated with apply() for each rtnetlink message. Not thread-safe.
 class AdapterTable
 {
 public:
     struct Entry
     {
-        int index; ///< the kernel's number for the adapter; stays when it is renamed
+        int index; ///< the kernel's interface index; does not change when the adapter is renamed
         std::string name;
         NetworkAdapter::State state;
     };
 
-    /// What a message changed.
+    /// A change of one adapter.
     struct Change
     {
         std::string name;
         int events;  ///< NetworkAdapterMonitor::Event bits
-        bool gained; ///< the adapter appeared, came up or got an address
+        bool gained; ///< the adapter was added, came up or got an address
     };
 
-    /// Asks the kernel for all adapters.
-    /// @return nothing if the kernel does not answer
+    /// Requests all adapters from the kernel.
+    /// @return no value if the kernel does not answer
     static std::optional<AdapterTable> dump();
 
-    /// Takes in one message, a notice or a part of a dump.
-    /// @return the changes it made: none for what does not concern IPv4 traffic, two for a change of name
+    /// Applies one message: a notification or a part of a dump.
+    /// @return the resulting changes: none if IPv4 traffic is not affected, two if an adapter was renamed
     std::vector<Change> apply(const nlmsghdr* message);
 
-    /// The changes that lead from this table to @p newer.
+    /// The changes from this table to @p newer.
     std::vector<Change> differences(const AdapterTable& newer) const;
 
     const std::vector<Entry>& entries() const noexcept { return m_entries; }
-    /// The adapter's state; one with nothing present if there is no such adapter.
+    /// The state of the adapter @p name; not present if it does not exist.
     NetworkAdapter::State state(const std::string& name) const;
 
 private:

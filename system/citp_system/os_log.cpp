@@ -1,4 +1,4 @@
-// Os::Log: the registry of contexts and masks, the installed sink, and the default sink.
+// Os::Log: the registry of contexts and masks, the installed sink, and the default sinks.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_log.h>
 
@@ -27,23 +27,24 @@ namespace Log {
 namespace {
 
 constexpr unsigned allLevels = Traffic | State | Warning | Failure | Critical;
-constexpr std::string_view subtreeMark = ".*";
+constexpr std::string_view subtreeSuffix = ".*";
 
 bool matches(std::string_view pattern, std::string_view name)
 {
     if (pattern == name) {
         return true;
     }
-    if (pattern.size() < subtreeMark.size() || pattern.substr(pattern.size() - subtreeMark.size()) != subtreeMark) {
+    if (pattern.size() < subtreeSuffix.size() ||
+        pattern.substr(pattern.size() - subtreeSuffix.size()) != subtreeSuffix) {
         return false;
     }
-    const std::string_view root = pattern.substr(0, pattern.size() - subtreeMark.size());
+    const std::string_view root = pattern.substr(0, pattern.size() - subtreeSuffix.size());
     return name == root ||
            (name.size() > root.size() && name.substr(0, root.size()) == root && name[root.size()] == '.');
 }
 
-// All contexts and masks of the process. Never destroyed: contexts are static objects of any order, and threads may
-// still be writing while the process exits.
+// All contexts and masks of the process. Never destroyed: contexts are static objects that are destroyed in any order,
+// and threads may still write during process exit.
 class Registry
 {
 public:
@@ -53,8 +54,8 @@ public:
         return *registry;
     }
 
-    // A place for the name that stays for ever.
-    const std::string& keepName(std::string name)
+    // Returns a copy of the name that is never destroyed.
+    const std::string& internName(std::string name)
     {
         const std::lock_guard lock(m_mutex);
         return m_names.try_emplace(std::move(name)).first->first;
@@ -77,7 +78,7 @@ public:
         if (!isInForkedChild()) {
             lock.lock();
         } else if (!lock.try_lock()) {
-            return; // held at the fork, by a thread that the child does not have
+            return; // locked at the fork by a thread that does not exist in the child
         }
         m_contexts.erase(std::remove(m_contexts.begin(), m_contexts.end(), context), m_contexts.end());
     }
@@ -115,20 +116,20 @@ public:
         return {};
     }
 
-    // What was wrong with the environment's masks; told once.
+    // The error in OS_LOG_MASKS, returned once; empty if there was none.
     std::string takeEnvironmentError()
     {
         const std::lock_guard lock(m_mutex);
         return std::exchange(m_environmentError, {});
     }
 
-    // The category of a context's name. Made at its first line, because most contexts never write to Qt.
+    // The category with the name of a context. Created for its first line, because most contexts never write to Qt.
     const QLoggingCategory& category(const std::string& name)
     {
         std::unique_lock lock(m_mutex);
         std::unique_ptr<QLoggingCategory>& category = m_names[name];
         if (!category) {
-            // Made without the lock: the application's category filter runs here and may itself log.
+            // Created without the lock: this runs the application's category filter, which may log.
             lock.unlock();
             auto made = std::make_unique<QLoggingCategory>(name.c_str());
             lock.lock();
@@ -141,15 +142,15 @@ public:
 
     Sink* exchangeSink(Sink* sink)
     {
-        // The door keeps new writers out while this one waits; without it a busy log could keep it waiting for ever.
-        const std::lock_guard door(m_sinkDoor);
+        // The turnstile stops new writers while this thread waits; otherwise a busy log could starve it.
+        const std::lock_guard turnstile(m_sinkTurnstile);
         const std::lock_guard lock(m_sinkMutex);
         return std::exchange(m_sink, sink);
     }
 
     void write(const Line& line);
-    // Leaves Qt's message logging alone from now on; its parts are destroyed when the process exits.
-    void leaveQt();
+    // Makes the default sink write to stderr: Qt's static objects are destroyed during process exit.
+    void stopUsingQt();
 
 private:
     Registry();
@@ -157,22 +158,22 @@ private:
 
     const pid_t m_process = getpid();
 
-    // Guards everything up to the sink's locks. Nothing else is called or locked while it is held.
+    // Protects the members up to the sink's mutexes. While it is held, no foreign code runs and no lock is taken.
     std::mutex m_mutex;
     std::map<std::string, std::unique_ptr<QLoggingCategory>> m_names;
     std::vector<Context*> m_contexts;
-    std::vector<std::pair<std::string, unsigned>> m_masks; // the later entry wins
+    std::vector<std::pair<std::string, unsigned>> m_masks; // later entries have precedence
     std::string m_environmentError;
 
-    std::mutex m_sinkDoor;         // taken before m_sinkMutex and released once that is held
-    std::shared_mutex m_sinkMutex; // held shared during Sink::Write, alone while m_sink changes
+    std::mutex m_sinkTurnstile;    // locked before m_sinkMutex
+    std::shared_mutex m_sinkMutex; // locked shared during Sink::Write(), exclusively to change m_sink
     Sink* m_sink = nullptr;
     const std::unique_ptr<Sink> m_qtSink;
     const std::unique_ptr<Sink> m_stderrSink;
     std::atomic<Sink*> m_defaultSink;
 };
 
-// Hands lines to Qt's message logging, so that they appear where the application's own lines appear.
+// Passes lines to Qt's message logging, so that they appear together with those of the application.
 class QtSink : public Sink
 {
 public:
@@ -180,7 +181,7 @@ public:
     {
         const QLoggingCategory& category = Registry::get().category(line.context.GetName());
         const QMessageLogger logger(line.file, line.line, line.function, category.categoryName());
-        // The stream and not the printf form: that would end at a zero byte.
+        // Not the printf form, which would end at a zero byte.
         const QString text = QString::fromUtf8(line.text.c_str(), static_cast<int>(line.text.length()));
         if (line.level >= Critical) {
             if (category.isCriticalEnabled()) {
@@ -200,7 +201,7 @@ public:
     }
 };
 
-// Where lines go once Qt's message logging may be gone.
+// The default sink when Qt's message logging may be gone.
 class StderrSink : public Sink
 {
 public:
@@ -211,18 +212,19 @@ public:
 };
 
 // Whether this thread is inside a sink.
-thread_local bool writing = false;
+thread_local bool insideSink = false;
 
-// Ends the use of Qt at exit, before Qt's own static objects go: it makes them first, so that they die later.
-class QtUse
+// Stops the use of Qt during process exit, before Qt's static objects are destroyed. The constructor creates those
+// first, so that they are destroyed later.
+class QtExitGuard
 {
 public:
-    QtUse()
+    QtExitGuard()
     {
         const QLoggingCategory category("");
         qFormatLogMessage(QtDebugMsg, QMessageLogContext(), QString());
     }
-    ~QtUse() { Registry::get().leaveQt(); }
+    ~QtExitGuard() { Registry::get().stopUsingQt(); }
 };
 
 Registry::Registry() : m_qtSink(new QtSink), m_stderrSink(new StderrSink), m_defaultSink(m_qtSink.get())
@@ -232,34 +234,34 @@ Registry::Registry() : m_qtSink(new QtSink), m_stderrSink(new StderrSink), m_def
     }
 }
 
-void Registry::leaveQt()
+void Registry::stopUsingQt()
 {
-    // The process may have been told to exit from inside a sink, which holds the lock already. And a forked child has
-    // nobody who writes, but maybe the lock of one who did.
-    if (writing || isInForkedChild()) {
+    // A sink may have called exit(); its thread already holds the lock. A forked child has no other writers, but may
+    // have inherited the lock of one.
+    if (insideSink || isInForkedChild()) {
         m_defaultSink = m_stderrSink.get();
         return;
     }
-    const std::lock_guard door(m_sinkDoor);
+    const std::lock_guard turnstile(m_sinkTurnstile);
     const std::lock_guard lock(m_sinkMutex);
     m_defaultSink = m_stderrSink.get();
 }
 
 void Registry::write(const Line& line)
 {
-    if (writing) {
+    if (insideSink) {
         return;
     }
-    writing = true;
+    insideSink = true;
     {
-        static const QtUse qtUse;
-        std::unique_lock door(m_sinkDoor);
+        static const QtExitGuard qtExitGuard;
+        std::unique_lock turnstile(m_sinkTurnstile);
         const std::shared_lock lock(m_sinkMutex);
-        door.unlock();
+        turnstile.unlock();
         Sink* const sink = m_sink ? m_sink : m_defaultSink.load();
         sink->Write(line);
     }
-    writing = false;
+    insideSink = false;
 }
 
 } // namespace
@@ -282,7 +284,7 @@ std::string SetMasks(const std::string& text)
 }
 
 Context::Context(const char* name, Context* parent, unsigned mask)
-    : m_name(Registry::get().keepName(parent ? parent->GetName() + '.' + name : std::string(name))),
+    : m_name(Registry::get().internName(parent ? parent->GetName() + '.' + name : std::string(name))),
       m_parent(parent),
       m_mask(mask)
 {

@@ -1,4 +1,4 @@
-// Os::NetworkAdapter and Os::NetworkAdapterMonitor: the list of adapters, and the thread that hears of their changes.
+// Os::NetworkAdapter and Os::NetworkAdapterMonitor: the list of adapters, and the thread that monitors their changes.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_network_adapter.h>
 
@@ -31,19 +31,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A burst of messages about one change is over when nothing has come for this long ...
-constexpr auto quietTime = std::chrono::milliseconds(100);
-// ... or when it has lasted this long: an adapter that never settles must not keep the notice back.
-constexpr auto longestBurst = std::chrono::seconds(1);
-// Room for the messages of a thousand changes, so that an overrun stays a rarity.
-constexpr int receiveBufferCapacity = 1 << 20;
-constexpr std::size_t messageCapacity = 32768;
-// Messages read in one go, so that a flood of them does not keep notices back.
-constexpr int messagesAtOnce = 256;
+// A burst of messages about one change ends when no message has arrived for this time ...
+constexpr auto quietPeriod = std::chrono::milliseconds(100);
+// ... or after this time: an adapter that never settles must not delay the notification for ever.
+constexpr auto maxBurstDuration = std::chrono::seconds(1);
+// Space for the messages of a thousand changes, so that overruns are rare.
+constexpr int socketBufferSize = 1 << 20;
+constexpr std::size_t receiveBufferSize = 32768;
+// Limits the messages read in one batch, so that a flood of them does not delay notifications.
+constexpr int maxMessagesPerBatch = 256;
 
 void logFailure(std::string_view what, int error)
 {
-    // Never destroyed: the monitor's thread may write while the process exits.
+    // Never destroyed: the monitor thread may log during process exit.
     static auto* const context = new Log::Context("NetworkAdapterMonitor");
     if (!context->IsEnabled(Log::Failure)) {
         return;
@@ -53,11 +53,11 @@ void logFailure(std::string_view what, int error)
     context->Write(Log::Failure, text, __PRETTY_FUNCTION__, "os_network_adapter.cpp", __LINE__, Thread::GetCallStack());
 }
 
-// Whether the running thread is the monitor's.
+// Whether the current thread is the monitor thread.
 thread_local bool onMonitorThread = false;
 
-// The process's monitor once there is one; a callback that never registered must not make one just to unregister.
-std::atomic<NetworkAdapterMonitor*> theMonitor{nullptr};
+// The monitor if it exists: the destructor of a callback must not create one to unregister from.
+std::atomic<NetworkAdapterMonitor*> instance{nullptr};
 
 } // namespace
 
@@ -82,13 +82,14 @@ public:
 
     void registerCallback(const std::string& name, int events, Callback* callback);
     template <typename Predicate>
-    void unregisterCallback(Callback* callback, int events, Predicate concerned);
-    // Whether a registration under this name stands for any adapter. With m_mutex held.
-    bool standsForAny(const std::string& name) const;
-    void end();
+    void unregisterCallback(Callback* callback, int events, Predicate matches);
+    // Whether a registration for this name matches any adapter. Requires m_mutex.
+    bool matchesAnyAdapter(const std::string& name) const;
+    // Stops the thread and waits for its end, unless called on it.
+    void stop();
 
 private:
-    // It has neither the monitor's thread nor anybody who would give back what that thread held at the fork.
+    // A forked child has no monitor thread, and nothing releases the locks that this thread held at the fork.
     bool isInForkedChild() const { return getpid() != m_process; }
 
     struct Registration
@@ -105,30 +106,33 @@ private:
     };
 
     void run();
-    // Both report whether to go on.
+    // Both return false if the thread is to end.
     bool wait();
     bool readMessages();
+    // Milliseconds until the pending notifications are due, rounded up; 0 if they are due.
     int timeToDelivery() const;
-    void note(const AdapterTable::Change& change);
-    void resynchronise(bool everything);
+    void addPending(const AdapterTable::Change& change);
+    // Replaces the table by a new dump and adds the differences to the pending changes, or a change of every adapter.
+    void resynchronise(bool reportAll);
     void deliver();
-    int eventsHeard(const Registration& registration, const Pending& pending) const;
+    // The events of a pending change that a registration asks for. Requires m_mutex.
+    int matchingEvents(const Registration& registration, const Pending& pending) const;
 
-    // The monitor's thread alone, after construction.
+    // After construction, only the monitor thread uses these.
     mnl_socket* m_socket = nullptr;
-    int m_endEvent = -1;
-    std::vector<char> m_buffer = std::vector<char>(messageCapacity);
-    std::vector<Pending> m_pending; // the adapters touched in the present burst
+    int m_stopEvent = -1;
+    std::vector<char> m_buffer = std::vector<char>(receiveBufferSize);
+    std::vector<Pending> m_pending; // the adapters that changed in the current burst
     Clock::time_point m_burstBegin;
     Clock::time_point m_burstLatest;
 
-    // Guards what follows. Never held while a callback runs, and nothing else is locked under it.
+    // Protects the following members. Not held while a callback runs; no other lock is taken while it is held.
     mutable std::mutex m_mutex;
-    std::condition_variable m_callEnded;
-    AdapterTable m_table; // written by the monitor's thread alone
+    std::condition_variable m_callbackReturned;
+    AdapterTable m_table; // written only by the monitor thread
     std::vector<Registration> m_registrations;
-    Callback* m_called = nullptr; // whose Changed is running
-    std::atomic<bool> m_ending{false};
+    Callback* m_runningCallback = nullptr;
+    std::atomic<bool> m_stopping{false};
 
     std::thread m_thread;
     const pid_t m_process = getpid();
@@ -137,23 +141,22 @@ private:
 NetworkAdapterMonitor::Private::Private()
 {
     m_socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    m_endEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (!m_socket || m_endEvent < 0) {
+    m_stopEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (!m_socket || m_stopEvent < 0) {
         logFailure("No notices of adapter changes, cannot open a netlink socket", errno);
         return;
     }
-    setsockopt(mnl_socket_get_fd(m_socket), SOL_SOCKET, SO_RCVBUF, &receiveBufferCapacity,
-               sizeof receiveBufferCapacity);
+    setsockopt(mnl_socket_get_fd(m_socket), SOL_SOCKET, SO_RCVBUF, &socketBufferSize, sizeof socketBufferSize);
     if (mnl_socket_bind(m_socket, RTMGRP_LINK | RTMGRP_IPV4_IFADDR, MNL_SOCKET_AUTOPID) < 0) {
         logFailure("No notices of adapter changes, cannot subscribe to them", errno);
         return;
     }
-    // Asked for after subscribing: a change in between is then told twice and never lost.
+    // Dumped after subscribing: a change in between is then reported twice instead of lost.
     if (auto table = AdapterTable::dump()) {
         m_table = std::move(*table);
     }
 
-    // The application's signal handlers are not run on this thread, which inherits the mask.
+    // The thread inherits this mask, so the signal handlers of the application never run on it.
     sigset_t all;
     sigset_t previous;
     sigfillset(&all);
@@ -164,24 +167,24 @@ NetworkAdapterMonitor::Private::Private()
 
 NetworkAdapterMonitor::Private::~Private()
 {
-    end();
+    stop();
     if (m_socket) {
         mnl_socket_close(m_socket);
     }
-    if (m_endEvent >= 0) {
-        close(m_endEvent);
+    if (m_stopEvent >= 0) {
+        close(m_stopEvent);
     }
 }
 
-void NetworkAdapterMonitor::Private::end()
+void NetworkAdapterMonitor::Private::stop()
 {
-    // The event that ends the thread is shared with the parent.
+    // A forked child shares the event with its parent and would stop the parent's thread.
     if (!m_thread.joinable() || isInForkedChild()) {
         return;
     }
-    m_ending = true;
-    eventfd_write(m_endEvent, 1);
-    // The process may have been told to exit from inside a callback.
+    m_stopping = true;
+    eventfd_write(m_stopEvent, 1);
+    // A callback may have called exit().
     if (onMonitorThread) {
         m_thread.detach();
     } else {
@@ -207,7 +210,7 @@ void NetworkAdapterMonitor::Private::registerCallback(const std::string& name, i
 }
 
 template <typename Predicate>
-void NetworkAdapterMonitor::Private::unregisterCallback(Callback* callback, int events, Predicate concerned)
+void NetworkAdapterMonitor::Private::unregisterCallback(Callback* callback, int events, Predicate matches)
 {
     if (isInForkedChild()) {
         return;
@@ -215,7 +218,7 @@ void NetworkAdapterMonitor::Private::unregisterCallback(Callback* callback, int 
     std::unique_lock lock(m_mutex);
     const auto remove = [&] {
         for (Registration& registration : m_registrations) {
-            if (registration.callback == callback && concerned(registration.name)) {
+            if (registration.callback == callback && matches(registration.name)) {
                 registration.events &= ~events;
             }
         }
@@ -224,15 +227,15 @@ void NetworkAdapterMonitor::Private::unregisterCallback(Callback* callback, int 
                               m_registrations.end());
     };
     remove();
-    if (onMonitorThread || m_called != callback) {
+    if (onMonitorThread || m_runningCallback != callback) {
         return;
     }
-    m_callEnded.wait(lock, [&] { return m_called != callback; });
-    // The call that was running may have registered again.
+    m_callbackReturned.wait(lock, [&] { return m_runningCallback != callback; });
+    // The callback that was running may have registered again.
     remove();
 }
 
-bool NetworkAdapterMonitor::Private::standsForAny(const std::string& name) const
+bool NetworkAdapterMonitor::Private::matchesAnyAdapter(const std::string& name) const
 {
     const NetworkAdapter::State state = m_table.state(name);
     return !state.present || state.loopback;
@@ -246,7 +249,7 @@ void NetworkAdapterMonitor::Private::run()
         if (m_pending.empty() || timeToDelivery() > 0) {
             continue;
         }
-        // Asked afresh, because the order of an adapter's addresses cannot be told from the messages.
+        // A new dump, because the messages do not show the order of an adapter's addresses.
         resynchronise(false);
         deliver();
     }
@@ -254,22 +257,21 @@ void NetworkAdapterMonitor::Private::run()
 
 bool NetworkAdapterMonitor::Private::wait()
 {
-    pollfd descriptors[] = {{mnl_socket_get_fd(m_socket), POLLIN, 0}, {m_endEvent, POLLIN, 0}};
+    pollfd descriptors[] = {{mnl_socket_get_fd(m_socket), POLLIN, 0}, {m_stopEvent, POLLIN, 0}};
     poll(descriptors, 2, m_pending.empty() ? -1 : timeToDelivery());
-    return !m_ending;
+    return !m_stopping;
 }
 
-// In milliseconds, rounded up; 0 when it is due.
 int NetworkAdapterMonitor::Private::timeToDelivery() const
 {
-    const auto due = std::min(m_burstLatest + quietTime, m_burstBegin + longestBurst);
+    const auto due = std::min(m_burstLatest + quietPeriod, m_burstBegin + maxBurstDuration);
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now());
     return std::max(0, static_cast<int>(left.count()));
 }
 
 bool NetworkAdapterMonitor::Private::readMessages()
 {
-    for (int count = 0; count < messagesAtOnce; ++count) {
+    for (int count = 0; count < maxMessagesPerBatch; ++count) {
         const ssize_t size = mnl_socket_recvfrom(m_socket, m_buffer.data(), m_buffer.size());
         if (size < 0 && errno == EINTR) {
             continue;
@@ -278,7 +280,7 @@ bool NetworkAdapterMonitor::Private::readMessages()
             return true;
         }
         if (size < 0 && (errno == ENOBUFS || errno == ENOSPC)) {
-            // Messages are lost, and what they told may have undone itself: every adapter counts as changed.
+            // Messages were lost, and their changes may have been reverted: report every adapter as changed.
             resynchronise(true);
             continue;
         }
@@ -290,14 +292,14 @@ bool NetworkAdapterMonitor::Private::readMessages()
         for (int left = static_cast<int>(size); mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
             const std::lock_guard lock(m_mutex);
             for (const AdapterTable::Change& change : m_table.apply(message)) {
-                note(change);
+                addPending(change);
             }
         }
     }
     return true;
 }
 
-void NetworkAdapterMonitor::Private::note(const AdapterTable::Change& change)
+void NetworkAdapterMonitor::Private::addPending(const AdapterTable::Change& change)
 {
     m_burstLatest = Clock::now();
     if (m_pending.empty()) {
@@ -313,27 +315,26 @@ void NetworkAdapterMonitor::Private::note(const AdapterTable::Change& change)
     }
 }
 
-void NetworkAdapterMonitor::Private::resynchronise(bool everything)
+void NetworkAdapterMonitor::Private::resynchronise(bool reportAll)
 {
     auto table = AdapterTable::dump();
     const std::lock_guard lock(m_mutex);
     if (table) {
         for (const AdapterTable::Change& change : m_table.differences(*table)) {
-            note(change);
+            addPending(change);
         }
         m_table = std::move(*table);
     }
-    if (everything) {
+    if (reportAll) {
         for (const AdapterTable::Entry& entry : m_table.entries()) {
-            note({entry.name, LinkEvent | AddressEvent, entry.state.IsUsable()});
+            addPending({entry.name, LinkEvent | AddressEvent, entry.state.IsUsable()});
         }
     }
 }
 
-// With m_mutex held.
-int NetworkAdapterMonitor::Private::eventsHeard(const Registration& registration, const Pending& pending) const
+int NetworkAdapterMonitor::Private::matchingEvents(const Registration& registration, const Pending& pending) const
 {
-    if (registration.name == pending.name || (pending.gained && standsForAny(registration.name))) {
+    if (registration.name == pending.name || (pending.gained && matchesAnyAdapter(registration.name))) {
         return registration.events & pending.events;
     }
     return 0;
@@ -341,42 +342,42 @@ int NetworkAdapterMonitor::Private::eventsHeard(const Registration& registration
 
 void NetworkAdapterMonitor::Private::deliver()
 {
-    const std::vector<Pending> notices = std::exchange(m_pending, {});
-    for (const Pending& notice : notices) {
+    const std::vector<Pending> notifications = std::exchange(m_pending, {});
+    for (const Pending& notification : notifications) {
         std::unique_lock lock(m_mutex);
-        const NetworkAdapter::State state = m_table.state(notice.name);
+        const NetworkAdapter::State state = m_table.state(notification.name);
         std::vector<Callback*> callbacks;
         for (const Registration& registration : m_registrations) {
-            if (eventsHeard(registration, notice) != 0 &&
+            if (matchingEvents(registration, notification) != 0 &&
                 std::find(callbacks.begin(), callbacks.end(), registration.callback) == callbacks.end()) {
                 callbacks.push_back(registration.callback);
             }
         }
 
         for (Callback* const callback : callbacks) {
-            // Looked up again: an earlier call or another thread may have unregistered, and deleted, this one.
+            // Evaluated again: an earlier callback or another thread may have unregistered and deleted this one.
             int events = 0;
             for (const Registration& registration : m_registrations) {
                 if (registration.callback == callback) {
-                    events |= eventsHeard(registration, notice);
+                    events |= matchingEvents(registration, notification);
                 }
             }
-            if (events == 0 || m_ending) {
+            if (events == 0 || m_stopping) {
                 continue;
             }
-            m_called = callback;
+            m_runningCallback = callback;
             lock.unlock();
-            callback->Changed(NetworkAdapter(notice.name, state), state, events);
+            callback->Changed(NetworkAdapter(notification.name, state), state, events);
             lock.lock();
-            m_called = nullptr;
-            m_callEnded.notify_all();
+            m_runningCallback = nullptr;
+            m_callbackReturned.notify_all();
         }
     }
 }
 
 NetworkAdapterMonitor::Callback::~Callback()
 {
-    if (NetworkAdapterMonitor* const monitor = theMonitor.load()) {
+    if (NetworkAdapterMonitor* const monitor = instance.load()) {
         monitor->Unregister(this);
     }
 }
@@ -387,15 +388,15 @@ NetworkAdapterMonitor::~NetworkAdapterMonitor() = default;
 
 NetworkAdapterMonitor* NetworkAdapterMonitor::Get()
 {
-    // Ends the thread at exit. The monitor itself is never destroyed, because callbacks with a longer life still
-    // unregister then.
-    struct Ending
+    // Stops the thread at process exit. The monitor itself is never destroyed, because callbacks that live longer still
+    // unregister.
+    struct ExitGuard
     {
-        Ending() { theMonitor = new NetworkAdapterMonitor; }
-        ~Ending() { theMonitor.load()->d->end(); }
+        ExitGuard() { instance = new NetworkAdapterMonitor; }
+        ~ExitGuard() { instance.load()->d->stop(); }
     };
-    static const Ending ending;
-    return theMonitor;
+    static const ExitGuard exitGuard;
+    return instance;
 }
 
 void NetworkAdapterMonitor::Register(const std::string& name, int events, Callback* callback)
@@ -406,7 +407,7 @@ void NetworkAdapterMonitor::Register(const std::string& name, int events, Callba
 void NetworkAdapterMonitor::Unregister(const std::string& name, int events, Callback* callback)
 {
     d->unregisterCallback(callback, events, [this, &name](const std::string& registered) {
-        return registered == name || d->standsForAny(registered);
+        return registered == name || d->matchesAnyAdapter(registered);
     });
 }
 

@@ -1,4 +1,4 @@
-// Os::NetworkAdapter and Os::NetworkAdapterMonitor: the machine's network adapters and notices of their changes.
+// Os::NetworkAdapter and Os::NetworkAdapterMonitor: the network adapters of the machine, and notifications of changes.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -10,33 +10,33 @@
 #include <vector>
 
 namespace Os {
-/// One network adapter as it was when this object was made. A value; IPv4 only.
+/// A snapshot of one network adapter. A value; IPv4 only.
 class CITP_SYSTEM_EXPORT NetworkAdapter
 {
 public:
-    /// What the kernel says of an adapter at one moment.
+    /// The state of an adapter at one moment, as the kernel reports it.
     struct CITP_SYSTEM_EXPORT State
     {
         bool present = false;                   ///< the adapter exists
-        bool up = false;                        ///< switched on by the administrator
-        bool running = false;                   ///< has a carrier: the cable is in
-        bool multicast = false;                 ///< can send and receive multicast
-        bool loopback = false;                  ///< is the machine's loopback
-        std::uint32_t ipAddress = 0;            ///< first IPv4 address in host byte order; 0 if it has none
-        std::vector<std::uint32_t> ipAddresses; ///< all its IPv4 addresses in host byte order, #ipAddress first
+        bool up = false;                        ///< administratively up (IFF_UP)
+        bool running = false;                   ///< operational (IFF_RUNNING): has a carrier
+        bool multicast = false;                 ///< supports multicast (IFF_MULTICAST)
+        bool loopback = false;                  ///< is the loopback adapter (IFF_LOOPBACK)
+        std::uint32_t ipAddress = 0;            ///< first IPv4 address, host byte order; 0 for none
+        std::vector<std::uint32_t> ipAddresses; ///< all IPv4 addresses, host byte order, #ipAddress first
 
-        /// Can carry IPv4 traffic now.
+        /// Whether the adapter can carry IPv4 traffic: it is present, up and running and has an address.
         bool IsUsable() const noexcept { return present && up && running && ipAddress != 0; }
     };
 
-    NetworkAdapter() = default;
-    /// As told; @p name is the kernel's name.
+    NetworkAdapter() = default; ///< an adapter without a name that is not present
+    /// A snapshot with the given content; @p name is the kernel's name.
     NetworkAdapter(std::string name, const State& state);
 
     const std::string& GetName() const noexcept { return m_name; } ///< the kernel's name, e.g. "eth0"
-    const State& GetState() const noexcept { return m_state; }     ///< how it was then; owned by this object
+    const State& GetState() const noexcept { return m_state; }     ///< the state at that moment; owned by this object
 
-    /// All adapters of the machine, in the kernel's order. Any thread. Empty if the kernel does not answer.
+    /// All adapters of the machine in the kernel's order; empty if the kernel does not answer. Thread-safe.
     static std::vector<NetworkAdapter> GetAll();
 
 private:
@@ -44,55 +44,58 @@ private:
     State m_state;
 };
 
-/// Watches the machine's adapters on a thread of its own and tells those who registered.
+/// Monitors the adapters of the machine on its own thread and notifies the registered callbacks.
 ///
-/// All operations may be called from any thread, from inside a callback too.
+/// All functions are thread-safe and may be called from inside a callback.
 class CITP_SYSTEM_EXPORT NetworkAdapterMonitor
 {
 public:
-    /// What a registration wants to hear of, and what a notice reports; bits to be combined.
+    /// Kinds of changes, as bits: those that a registration asks for, and those that a notification reports.
     enum Event : int {
-        LinkEvent = 1,    ///< link up or down, adapter appeared or vanished
+        LinkEvent = 1,    ///< link up or down, adapter added or removed
         AddressEvent = 2, ///< IPv4 address added or removed
-        AllEvents = 65535 ///< with Unregister: whatever was registered
+        AllEvents = 65535 ///< with Unregister(): all registered events
     };
 
-    /// To be derived from by whoever wants notices. Its destructor unregisters it; a class whose notices may come
-    /// while it is being destroyed unregisters itself first.
+    /// Receives notifications. The destructor of this class unregisters the object. A derived class that can be
+    /// notified while its own destructor runs must unregister itself at the start of that destructor.
     class CITP_SYSTEM_EXPORT Callback
     {
     public:
         virtual ~Callback();
-        /// An adapter has changed. Called on the monitor's thread with none of the monitor's locks held; must not
-        /// throw. The kernel's messages about one change are collected until they pause, so one change gives one call.
-        /// A change that undid itself meanwhile (address removed and added again) is reported too, since multicast
-        /// memberships do not survive it.
+        /// Called on the monitor thread after an adapter has changed, without any lock of the monitor held. Must not
+        /// throw. Messages of the kernel about one change are collected, so that one change causes one call. A change
+        /// that was reverted meanwhile (address removed and added again) is reported too, because it ends multicast
+        /// memberships.
         /// @param adapter the adapter that changed
-        /// @param state how it is now
-        /// @param reason the NetworkAdapterMonitor::Event bits that happened
+        /// @param state its current state
+        /// @param reason the Event bits that occurred
         virtual void Changed(const NetworkAdapter& adapter, const NetworkAdapter::State& state, int reason) = 0;
     };
 
-    /// The process's monitor; made, with its thread, at the first call and ended at process exit. In a forked child it
-    /// is silent: registering and unregistering do nothing there and wait for nothing.
+    /// The only monitor of the process. The first call starts its thread, which stops at process exit. In a forked
+    /// child it is inactive: registering and unregistering do nothing and do not block.
     static NetworkAdapterMonitor* Get();
 
-    /// Asks for notices of the adapter called @p name. A registration whose name does not exist (yet), the empty name
-    /// included, and one for the loopback (which is used only for want of anything better) hears also of any adapter
-    /// that appears or becomes usable: that comes up or gets an address. A change is reported when the kernel's
-    /// messages have paused for 100 ms, or after 1 s if they do not, to those who are registered then. Registering the
-    /// same again changes nothing.
+    /// Registers @p callback for changes of the adapter @p name.
+    ///
+    /// A registration is also notified of every adapter that is added, comes up or gets an address if @p name does not
+    /// exist (yet), is empty, or is that of the loopback adapter, which is only a fallback.
+    ///
+    /// A change is reported when the messages of the kernel have paused for 100 ms, or after 1 s if they do not pause,
+    /// to the callbacks that are registered then. Repeating a registration has no effect; other @p events are added.
     /// @param name the kernel's name of the adapter, e.g. "eth0"
-    /// @param events the Event bits wanted
-    /// @param callback told on the monitor's thread; stays the caller's and is to be unregistered before it goes
+    /// @param events the requested Event bits
+    /// @param callback notified on the monitor thread; owned by the caller, who unregisters it before destroying it
     void Register(const std::string& name, int events, Callback* callback);
 
-    /// Takes back the @p events of @p callback's registrations that hear of the adapter @p name: the one under that
-    /// name and those that stand for any adapter. When this returns on a thread other than the monitor's, no call of
-    /// @p callback is running or will come for them, even if the call that was running registered again.
+    /// Removes @p events from the registrations of @p callback that match the adapter @p name: the one with that name
+    /// and those that match any adapter (see Register()). Waits for a running call of @p callback, unless called on the
+    /// monitor thread. Afterwards @p callback is not called for these events, even if the running call registered them
+    /// again.
     void Unregister(const std::string& name, int events, Callback* callback);
 
-    /// Takes back all registrations of @p callback; waits as above.
+    /// Removes all registrations of @p callback. Waits for a running call as above.
     void Unregister(Callback* callback);
 
     ~NetworkAdapterMonitor();

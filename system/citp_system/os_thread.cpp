@@ -1,4 +1,4 @@
-// Os::Thread and Os::CallStack: capturing the callers and naming them.
+// Os::Thread and Os::CallStack: capturing the call stack and looking up function names.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_thread.h>
 
@@ -16,14 +16,14 @@
 namespace Os {
 namespace {
 
-std::string hexText(std::uintptr_t number)
+std::string toHex(std::uintptr_t number)
 {
     char text[2 + 2 * sizeof number + 1];
     std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(number));
     return text;
 }
 
-std::string readableName(const char* symbol)
+std::string demangle(const char* symbol)
 {
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(symbol, nullptr, nullptr, &status),
@@ -35,16 +35,16 @@ std::string describeFrame(const void* frame)
 {
     const auto address = reinterpret_cast<std::uintptr_t>(frame);
     Dl_info info{};
-    // The return address of a call that never returns is the first byte behind its function, so the call itself, one
-    // byte before, is looked up.
+    // The return address of a call to a noreturn function may be the first byte after the calling function. The byte
+    // before it always belongs to the caller.
     if (!frame || !dladdr(reinterpret_cast<const void*>(address - 1), &info)) {
-        return hexText(address);
+        return toHex(address);
     }
     if (info.dli_sname) {
-        return readableName(info.dli_sname) + '+' + hexText(address - reinterpret_cast<std::uintptr_t>(info.dli_saddr));
+        return demangle(info.dli_sname) + '+' + toHex(address - reinterpret_cast<std::uintptr_t>(info.dli_saddr));
     }
     return std::string(info.dli_fname ? info.dli_fname : "?") + '+' +
-           hexText(address - reinterpret_cast<std::uintptr_t>(info.dli_fbase));
+           toHex(address - reinterpret_cast<std::uintptr_t>(info.dli_fbase));
 }
 
 } // namespace
@@ -64,13 +64,13 @@ std::vector<std::string> CallStack::Symbolize() const
     return lines;
 }
 
-// Never inlined: it must have a return address of its own.
+// Not inlined: the frame search needs the return address of this function.
 __attribute__((noinline)) CallStack Thread::GetCallStack() noexcept
 {
-    // Above the caller stand this function and, in a build with sanitizers, their version of backtrace.
-    constexpr int most = CallStack::MaxDepth + 2;
-    void* frames[most];
-    void** const end = frames + backtrace(frames, most);
+    // Frames of this function and, in a sanitizer build, of the sanitizer's backtrace() precede the caller's.
+    constexpr int maxFrames = CallStack::MaxDepth + 2;
+    void* frames[maxFrames];
+    void** const end = frames + backtrace(frames, maxFrames);
     void** const caller = std::find(frames, end, __builtin_return_address(0));
     CallStack stack;
     stack.m_depth = static_cast<int>(std::min<std::ptrdiff_t>(end - caller, CallStack::MaxDepth));

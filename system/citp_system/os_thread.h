@@ -1,4 +1,4 @@
-// Os::Thread: the calling thread's call stack, as log lines carry it.
+// Os::Thread and Os::CallStack: the call stack of the calling thread, which every log line carries.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -7,22 +7,22 @@
 #include <string>
 #include <vector>
 
-/// What the system library takes from the operating system: logs, threads, network adapters.
+/// Operating system services: logging, threads, network adapters.
 namespace Os {
-/// The return addresses of a thread's callers at one moment. Capturing costs a walk over the frames; names are looked
-/// up only when Symbolize() is called.
+/// The return addresses of a thread's callers, captured at one moment. Capturing walks the frames; only Symbolize()
+/// looks up names. A value.
 class CITP_SYSTEM_EXPORT CallStack
 {
 public:
-    /// The most frames that are kept; deeper callers are left out.
+    /// The maximum number of frames; outer callers beyond it are omitted.
     static constexpr int MaxDepth = 32;
 
-    /// Frames held, 0 to #MaxDepth.
+    /// The number of frames, 0 to #MaxDepth.
     int GetDepth() const noexcept { return m_depth; }
-    /// The return address of frame @p index (0 is the innermost); null beyond the depth.
+    /// The return address of frame @p index, 0 for the innermost; null if @p index is out of range.
     const void* GetFrame(int index) const noexcept;
-    /// One line for each frame, innermost first: the function's readable name and offset where they are known, else
-    /// the module and address. Slow; takes the dynamic linker's lock.
+    /// One line for each frame, innermost first: the demangled name of the function and the offset in it if the
+    /// function is exported, else the module and the offset in it. Slow, and takes the lock of the dynamic linker.
     std::vector<std::string> Symbolize() const;
 
 private:
@@ -35,7 +35,7 @@ private:
 class CITP_SYSTEM_EXPORT Thread
 {
 public:
-    /// The call stack of the calling thread, the caller of this function innermost.
+    /// The call stack of the calling thread. The innermost frame is the caller of this function. Thread-safe.
     static CallStack GetCallStack() noexcept;
 };
 } // namespace Os

@@ -1,4 +1,4 @@
-// text_base: a line of text under construction, in a fixed buffer; what does not fit is cut.
+// text_base: a text in a buffer of fixed size, built piece by piece; excess characters are cut off.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -7,23 +7,23 @@
 #include <cstddef>
 #include <string_view>
 
-/// A text of bounded length, built piece by piece without touching the heap. It serves log lines, which must never
-/// cost an allocation and must never overflow, whatever a peer sent.
+/// A text of bounded length, built piece by piece without heap allocations. Log lines are built in it: they must not
+/// allocate and must not overflow, whatever a peer sent.
 ///
-/// Not synchronised: one object belongs to one thread. The text is bytes; no encoding is assumed.
+/// Not thread-safe. The text consists of bytes; no encoding is assumed.
 class CITP_SYSTEM_EXPORT text_base
 {
 public:
-    /// The most characters a text holds, the terminating zero byte not counted.
+    /// The maximum length in bytes, without the terminating zero byte.
     static constexpr std::size_t Capacity = 1500;
 
-    text_base() noexcept; ///< empty
-    /// Holds @p text; what goes beyond #Capacity is cut without a sign.
+    text_base() noexcept; ///< an empty text
+    /// A copy of @p text, cut off at #Capacity bytes without a mark.
     explicit text_base(std::string_view text) noexcept;
 
-    /// Appends @p text; what goes beyond #Capacity is cut without a sign.
+    /// Appends @p text, cut off at #Capacity bytes in total without a mark.
     text_base& operator<<(std::string_view text) noexcept;
-    /// Appends @p character; dropped when the text is full.
+    /// Appends @p character, or drops it if the text is full.
     text_base& operator<<(char character) noexcept;
     /// Appends @p number in decimal.
     text_base& operator<<(long long number) noexcept;
@@ -38,9 +38,9 @@ public:
     /// Appends @p number in decimal.
     text_base& operator<<(unsigned long number) noexcept { return *this << static_cast<unsigned long long>(number); }
 
-    /// The text with a zero byte behind it; owned by this object and valid until it changes.
+    /// The text with a terminating zero byte; owned by this object and valid until the text changes.
     const char* c_str() const noexcept { return m_text; }
-    /// Characters held, 0 to #Capacity.
+    /// The length in bytes, 0 to #Capacity.
     std::size_t length() const noexcept { return m_length; }
 
 private:
