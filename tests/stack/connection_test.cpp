@@ -72,6 +72,21 @@ TEST_F(ConnectionTest, KeepAliveIsOnFromTheStartAndNoDelayIsNot)
     EXPECT_EQ(option(descriptor, IPPROTO_TCP, TCP_NODELAY), 0);
 }
 
+TEST_F(ConnectionTest, AConnectionTakesOneDescriptor)
+{
+    FakeServer first("127.0.0.2");
+    FakeServer second("127.0.0.3");
+    Connection firstConnection = admit(first);
+    Connection secondConnection = connectTo(second);
+    EXPECT_EQ(stackDescriptors(first).size(), 1U);
+    EXPECT_EQ(stackDescriptors(second).size(), 1U);
+    armReset();
+    tick();
+    firstConnection.waitForEnd();
+    secondConnection.waitForEnd();
+    EXPECT_TRUE(waitFor([&] { return stackDescriptors(first).empty() && stackDescriptors(second).empty(); }));
+}
+
 TEST_F(ConnectionTest, TwoMessagesInOneSegmentAreHandedOnInOrder)
 {
     FakeServer server;

@@ -1,5 +1,5 @@
-// A console application that uses the stack under load and then ends in the way that its argument names. It prints
-// nothing and exits with status 7.
+// A console application that uses the stack under load and then ends in the way that its argument names. It exits with
+// status 7 and prints nothing but, for "remove-at-exit", the lines on removed servers.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_msg_msex_requests.h>
@@ -13,7 +13,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <thread>
 
@@ -22,9 +24,18 @@ using CITP::citp_stack;
 namespace {
 constexpr int Status = 7;
 
-class Silence : public Os::Log::Sink
+std::atomic<bool> printsRemovals{false};
+std::atomic<bool> exits{false};
+
+class RemovalSink : public Os::Log::Sink
 {
-    void Write(const Os::Log::Line&) override {}
+    void Write(const Os::Log::Line& line) override
+    {
+        if (printsRemovals && std::strncmp(line.text.c_str(), "removed ", 8) == 0) {
+            std::printf("%s\n", line.text.c_str());
+            std::fflush(stdout);
+        }
+    }
 };
 
 void sendForEver(citp_stack* stack)
@@ -43,8 +54,8 @@ void sendForEver(citp_stack* stack)
 int main(int argc, char** argv)
 {
     const std::string how = argc > 1 ? argv[1] : "";
-    static Silence* const silence = new Silence;
-    Os::Log::SetSink(silence);
+    static RemovalSink* const sink = new RemovalSink;
+    Os::Log::SetSink(sink);
     ArtNet::Adapter::Choose("lo");
     QCoreApplication application(argc, argv);
     citp_stack* const stack = citp_stack::Get();
@@ -94,6 +105,31 @@ int main(int argc, char** argv)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
     }
 
+    if (how == "remove-at-exit") {
+        // The worker is inside a receiver when the process begins to exit, and removes both servers then.
+        QObject::connect(
+            stack, &citp_stack::layerStatus, stack,
+            [stack] {
+                if (printsRemovals.exchange(true)) {
+                    return;
+                }
+                while (!exits) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                }
+                // By now the library refuses callers.
+                while (!stack->getServers().empty()) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                }
+                QMetaObject::invokeMethod(stack, "timepop", Qt::DirectConnection);
+            },
+            Qt::DirectConnection);
+        while (!printsRemovals) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        stack->m_resetPending = true;
+        exits = true;
+        std::exit(Status);
+    }
     if (how == "return") {
         return Status;
     }

@@ -100,6 +100,17 @@ TEST(StackExit, ByExitFromAnotherThread)
     expectEveryRoundToEnd("from-thread");
 }
 
+TEST(StackExit, ServersThatAreRemovedMeanwhileAreCountedRight)
+{
+    StreamingServers servers;
+    ChildProcess child({EXIT_CHILD, "remove-at-exit"});
+    ASSERT_EQ(child.waitForEnd(), "exit 7");
+    const std::string lines = child.output();
+    EXPECT_NE(lines.find("removed 127.0.0.2:"), std::string::npos) << lines;
+    EXPECT_NE(lines.find(" Server (total=1)\nremoved 127.0.0.3:"), std::string::npos) << lines;
+    EXPECT_NE(lines.find(" Server (total=0)\n"), std::string::npos) << lines;
+}
+
 TEST(StackExit, ByExitFromAReceiverOnTheWorkerThread)
 {
     expectEveryRoundToEnd("from-receiver");

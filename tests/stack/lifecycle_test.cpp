@@ -20,27 +20,6 @@ using CITP::citp_stack;
 namespace {
 using Texts = std::vector<std::string>;
 
-/// A UDP socket on the discovery port that hears the group; -1 if the port cannot be had.
-Descriptor openDiscoveryPort(bool share)
-{
-    Descriptor descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const int yes = 1;
-    if (share) {
-        setsockopt(descriptor.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    }
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(4809);
-    if (bind(descriptor.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        return Descriptor();
-    }
-    ip_mreq membership = {};
-    inet_pton(AF_INET, "224.0.0.180", &membership.imr_multiaddr);
-    inet_pton(AF_INET, "127.0.0.1", &membership.imr_interface);
-    setsockopt(descriptor.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership);
-    return descriptor;
-}
-
 /// The descriptors of this process that are UDP sockets on the discovery port.
 std::vector<int> discoveryDescriptors()
 {
@@ -84,6 +63,7 @@ TEST_F(LifecycleTest, TheWorkerThreadRunsAtLowPriorityWithATickOfTwoSeconds)
         const auto timers = stack->findChildren<QTimer*>();
         ASSERT_EQ(timers.size(), 1);
         EXPECT_EQ(timers.front()->interval(), 2000);
+        EXPECT_EQ(timers.front()->timerType(), Qt::PreciseTimer);
         EXPECT_FALSE(timers.front()->isSingleShot());
         EXPECT_TRUE(timers.front()->isActive());
     });

@@ -318,18 +318,45 @@ void FakeServer::answerAgain()
     }
 }
 
-int stackDescriptor(const FakeServer& server)
+Descriptor openDiscoveryPort(bool share)
+{
+    Descriptor descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const int yes = 1;
+    if (share) {
+        setsockopt(descriptor.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    }
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(4809);
+    if (bind(descriptor.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        return Descriptor();
+    }
+    ip_mreq membership = {};
+    inet_pton(AF_INET, "224.0.0.180", &membership.imr_multiaddr);
+    inet_pton(AF_INET, "127.0.0.1", &membership.imr_interface);
+    setsockopt(descriptor.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership);
+    return descriptor;
+}
+
+std::vector<int> stackDescriptors(const FakeServer& server)
 {
     const sockaddr_in wanted = addressOf(server.host().toStdString(), server.port());
+    std::vector<int> found;
     for (int descriptor = 0; descriptor < 1024; ++descriptor) {
         sockaddr_in address = {};
         socklen_t size = sizeof address;
         if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
             address.sin_addr.s_addr == wanted.sin_addr.s_addr && address.sin_port == wanted.sin_port) {
-            return descriptor;
+            found.push_back(descriptor);
         }
     }
-    return -1;
+    return found;
+}
+
+int stackDescriptor(const FakeServer& server)
+{
+    const std::vector<int> descriptors = stackDescriptors(server);
+    return descriptors.empty() ? -1 : descriptors.front();
 }
 
 void fillStackSocket(const FakeServer& server)

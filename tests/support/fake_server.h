@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 /// A descriptor with one owner.
 class Descriptor
@@ -106,8 +107,14 @@ private:
     std::optional<Connection> m_early; ///< accepted before it was asked for
 };
 
-/// The number of this process's descriptor of the stack's end of a connection to @p server; -1 if there is none. The
-/// stack lives in the same process, and so its sockets can be looked at.
+/// A UDP socket on the discovery port that is a member of the group; not open if the port cannot be had.
+/// @param share with other sockets that share the port too
+Descriptor openDiscoveryPort(bool share);
+
+/// This process's descriptors of the stack's end of connections to @p server. The stack runs in the same process, so its
+/// sockets can be inspected.
+std::vector<int> stackDescriptors(const FakeServer& server);
+/// The first of them; -1 if there is none.
 int stackDescriptor(const FakeServer& server);
 /// Fills what the kernel buffers for that connection, so that the next write of the stack cannot go out.
 void fillStackSocket(const FakeServer& server);
