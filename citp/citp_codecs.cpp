@@ -1,4 +1,4 @@
-// Field codecs, debug text and the log contexts of the message classes.
+// Field codecs, debug text, and the log contexts of the message classes.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_codecs.h>
 
@@ -14,8 +14,8 @@
 
 namespace CITP {
 namespace {
-/// Writes @p value in decimal so that it ends before @p end; ten characters at most.
-/// @return where it begins
+/// Writes @p value in decimal, at most ten characters, so that it ends before @p end.
+/// @return the first character
 template <typename Character>
 Character* writeDecimal(Character* end, unsigned int value)
 {
@@ -26,14 +26,14 @@ Character* writeDecimal(Character* end, unsigned int value)
     return end;
 }
 
-/// A level of a library identity in decimal with a comma behind it.
+/// A level of a library identifier in decimal, followed by a comma.
 struct LevelText
 {
     std::array<char16_t, 4> text;
     std::size_t length;
 };
 
-/// The texts of all levels, "0," to "255,".
+/// All levels, "0," to "255,".
 constexpr std::array<LevelText, 256> levelTexts = [] {
     std::array<LevelText, 256> texts{};
     for (std::size_t level = 0; level < texts.size(); ++level) {
@@ -50,12 +50,12 @@ constexpr std::array<LevelText, 256> levelTexts = [] {
     return texts;
 }();
 
-/// The low 8 bits of the number that the field from @p digit to @p end begins with, blanks and a sign before it
-/// allowed; 0 if there is none. People type such fields, so what follows the digits is let pass. Unsigned arithmetic
-/// keeps the low bits right however many digits there are.
+/// The low 8 bits of the number at the start of the field from @p digit to @p end; 0 if there is none. White space and
+/// a sign may precede the number. Users type these fields, so trailing characters are ignored. Unsigned arithmetic
+/// keeps the low bits correct for any number of digits.
 unsigned int levelFromField(const QChar* digit, const QChar* end)
 {
-    // The blanks of ASCII alone.
+    // Only ASCII white space.
     while (digit != end &&
            (*digit == QLatin1Char(' ') || (*digit >= QLatin1Char('\t') && *digit <= QLatin1Char('\r')))) {
         ++digit;
@@ -110,12 +110,12 @@ QString codeText(const char* bytes)
 
 QString libraryIdText(quint32 id)
 {
-    // From a table: lists have one in each record, and a formatted print costs more than the rest of the record.
+    // From a table: lists hold an identifier in each record, and formatted output costs more than the rest of a record.
     char16_t text[4 * 4];
     char16_t* end = text;
     for (int level = 0; level < 4; ++level, id >>= 8) {
         const LevelText& added = levelTexts[id & 0xff];
-        // Always all four characters; what comes next writes over what is too much.
+        // Always copies four characters; the next level overwrites the excess.
         std::memcpy(end, added.text.data(), sizeof(added.text));
         end += added.length;
     }
@@ -212,11 +212,11 @@ QString hexDump(const QByteArray& data)
     static const char digits[] = "0123456789abcdef";
 
     QByteArray dump;
-    // Bounded, because a server may state any size, and sizes are 32 bits wide on the consoles.
-    constexpr qint64 mostReserved = 1 << 20; // bytes of data
-    const qint64 lines = qMin<qint64>(data.size(), mostReserved) / bytesPerLine + 1;
+    // Limited, because a server can announce any size and consoles may have a 32-bit address space.
+    constexpr qint64 maxReserved = 1 << 20; // bytes of data
+    const qint64 lines = qMin<qint64>(data.size(), maxReserved) / bytesPerLine + 1;
     dump.reserve(static_cast<decltype(dump.size())>(lines * charactersPerLine));
-    // A line is laid out whole, with the column of characters behind the hex of a full line.
+    // The character column of every line follows the width of 16 bytes in hexadecimal.
     for (qint64 offset = 0; offset < data.size(); offset += bytesPerLine) {
         char line[charactersPerLine];
         std::memset(line, ' ', sizeof(line));
@@ -232,7 +232,7 @@ QString hexDump(const QByteArray& data)
             hex[0] = digits[byte >> 4];
             hex[1] = digits[byte & 0xf];
             hex += 3;
-            // The printable characters of the "C" locale, so that a dump does not change with the console's language.
+            // The printable characters of the "C" locale, so that a dump does not depend on the user's locale.
             *column++ = byte >= 0x20 && byte < 0x7f ? character : '.';
         }
         if (count == bytesPerLine) {

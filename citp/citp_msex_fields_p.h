@@ -1,4 +1,4 @@
-// Readers of the MSEX fields whose width depends on the version that a message is written in. Private; not installed.
+// Functions that read the MSEX fields whose width depends on the MSEX version of the message. Private; not installed.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -7,11 +7,11 @@
 #include <citp/citp_codecs.h>
 
 namespace CITP {
-/// The four levels of @p id as text, the lowest byte first: "1,2,0,0".
+/// The four levels of the library identifier @p id as text, the lowest byte first: "1,2,0,0".
 QString libraryIdText(quint32 id);
 
-/// The library identity at @p reader, as text: MSEX 1.0 carries a one-byte library number ("7"), the later versions
-/// four bytes ("1,2,0,0").
+/// Reads a library identifier as text: a library number of one byte in MSEX 1.0 ("7"), four bytes in later versions
+/// ("1,2,0,0").
 template <typename Reader>
 QString readLibraryId(Reader& reader, unsigned char versionMinor)
 {
@@ -21,8 +21,8 @@ QString readLibraryId(Reader& reader, unsigned char versionMinor)
     return libraryIdText(reader.u32());
 }
 
-/// A count at @p reader: one byte, from MSEX 1.2 on two. It is taken as it stands, also when it promises more than
-/// follows; its 65535 at most bounds what such a message can cost.
+/// Reads a count: two bytes in MSEX 1.2, one byte before. It is not compared with the length of the message; its
+/// maximum of 65535 limits the memory that such a message can cost.
 template <typename Reader>
 quint16 readCount(Reader& reader, unsigned char versionMinor)
 {

@@ -1,4 +1,4 @@
-// FPTC messages: reading and printing Ptch, writing SPtc.
+// FPTC messages: parsing and printing Ptch, writing SPtc.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_fptc.h>
 
@@ -25,8 +25,7 @@ Msg_FPTC::Msg_FPTC(const QByteArray& msg) : Msg_Header(msg)
         return;
     }
     cookie = WireReader(msg, fptcCodeOffset).code();
-    // Alone among all fields of the protocol the hint is taken big-endian, although it is written little-endian: kept
-    // on purpose.
+    // Of all fields, only the hint is read big-endian, although it is written little-endian. Kept for compatibility.
     if (msg.size() >= bodyOffset) {
         hint = qFromBigEndian<quint32>(msg.constData() + hintOffset);
     }

@@ -1,5 +1,4 @@
-// FPTC messages: a patched fixture (Ptch, received) and the request to send the patch (SPtc). Values; any thread, one
-// at a time.
+// FPTC messages: a patched fixture (Ptch, received) and the request to send the patch (SPtc, sent).
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -8,77 +7,76 @@
 #include <vector>
 
 namespace CITP {
-/// The layer of the fixture patch messages. Texts of this layer are single bytes (Latin-1), null-terminated.
+/// The FPTC layer: fixture patch messages. Strings of this layer are null-terminated Latin-1.
 class CITP_EXPORT Msg_FPTC : public Msg_Header
 {
 public:
     Msg_FPTC() = default;
     /// For sending.
-    /// @param code the FPTC code of four characters, e.g. "SPtc"
-    /// @param contentHint 0 for every message that this library builds
+    /// @param code the four-character FPTC code, e.g. "SPtc"
+    /// @param contentHint the content hint; 0 in every message that this library builds
     Msg_FPTC(const QString& code, unsigned int contentHint);
-    /// Reads the layer of @p msg, a whole message. One of fewer than 24 bytes is not valid and leaves the layer's
-    /// fields empty; one of fewer than 28 has the hint 0.
+    /// Parses the FPTC header of @p msg, a whole message. Fewer than 24 bytes clear #valid and leave the fields of this
+    /// layer empty; with fewer than 28 bytes, #hint is 0.
     explicit Msg_FPTC(const QByteArray& msg);
-    /// Copies every member.
+    /// Copies all members.
     Msg_FPTC(const Msg_FPTC& other) = default;
     ~Msg_FPTC() override;
-    /// Copies the fields, and of the CITP header what Msg_Header copies.
+    /// Copies the fields of this layer, and the CITP header as Msg_Header::operator=() does.
     Msg_FPTC& operator=(const Msg_FPTC& other) = default;
 
-    /// The FPTC code in @p msg (offset 20); empty for fewer than 28 bytes, a whole FPTC header.
+    /// The FPTC code of @p msg (offset 20); empty for fewer than 28 bytes, the length of the CITP and FPTC headers.
     static QString GetCookie(const QByteArray& msg);
 
     QString cookie;   ///< the FPTC code (offset 20)
-    quint32 hint = 0; ///< the content hint (offset 24); read big-endian but written little-endian, kept on purpose
+    quint32 hint = 0; ///< the content hint (offset 24); read big-endian but written little-endian, for compatibility
 };
 
-/// One patched fixture. Only received.
+/// Ptch: one patched fixture. Only received.
 class CITP_EXPORT Msg_FPTC_PTCH : public Msg_FPTC
 {
 public:
     Msg_FPTC_PTCH() = default;
-    /// Reads @p msg, a whole message. What is missing reads as 0 or empty; a text that is cut off ends with
-    /// the message.
+    /// Parses @p msg, a whole message. Missing fields are 0 or empty; a truncated string ends with the message.
     explicit Msg_FPTC_PTCH(const QByteArray& msg);
-    /// Copies every member.
+    /// Copies all members.
     Msg_FPTC_PTCH(const Msg_FPTC_PTCH& other) = default;
     ~Msg_FPTC_PTCH() override;
-    /// Copies the fields, and of the CITP header what Msg_Header copies.
+    /// Copies the fields of this layer, and the CITP header as Msg_Header::operator=() does.
     Msg_FPTC_PTCH& operator=(const Msg_FPTC_PTCH& other) = default;
 
-    quint16 FixtureIdentifier = 0; ///< offset 28
+    quint16 FixtureIdentifier = 0; ///< identifier of the fixture (offset 28)
     quint8 Universe = 0;           ///< DMX universe (offset 30)
     quint16 Channel = 0;           ///< first DMX channel (offset 32)
-    quint16 ChannelCount = 0;      ///< DMX channels (offset 34)
-    QString FixtureMake;           ///< maker (offset 36)
-    QString FixtureName;           ///< model, behind the maker
+    quint16 ChannelCount = 0;      ///< number of DMX channels (offset 34)
+    QString FixtureMake;           ///< manufacturer (offset 36)
+    QString FixtureName;           ///< model, after the manufacturer
 };
 
-/// Asks a server to send the patch. Only sent.
+/// SPtc: requests the patch from a server. Only sent.
 class CITP_EXPORT Msg_FPTC_SPTC : public Msg_FPTC
 {
 public:
     Msg_FPTC_SPTC() = default;
     /// For sending.
-    /// @param identifiers the fixtures wanted, copied; null or empty asks for all. At most 65535 can be told.
+    /// @param identifiers the requested fixtures, at most 65535; copied; null or empty requests all
     explicit Msg_FPTC_SPTC(const std::vector<unsigned short>* identifiers);
-    /// Copies every member.
+    /// Copies all members.
     Msg_FPTC_SPTC(const Msg_FPTC_SPTC& other) = default;
     ~Msg_FPTC_SPTC() override;
-    /// Copies the fields, and of the CITP header what Msg_Header copies.
+    /// Copies the fields of this layer, and the CITP header as Msg_Header::operator=() does.
     Msg_FPTC_SPTC& operator=(const Msg_FPTC_SPTC& other) = default;
 
-    std::vector<unsigned short> fixtureIdentifiers; ///< the fixtures wanted (offset 30); empty asks for all
+    std::vector<unsigned short> fixtureIdentifiers; ///< the requested fixtures (offset 30); empty requests all
 };
 
-/// Writes the header and the layer of @p message to @p out, which is cleared first. Does not set the size.
+/// Replaces @p out with the CITP and FPTC headers of @p message and returns @p out. Does not set the size.
 CITP_EXPORT QByteArray& operator>>(QByteArray& out, const Msg_FPTC& message);
-/// Writes @p message to @p out, which is cleared first.
+/// Replaces @p out with the whole message and returns @p out.
 CITP_EXPORT QByteArray& operator>>(QByteArray& out, const Msg_FPTC_SPTC& message);
 
-/// Appends @p message's debug text to @p text.
+/// Appends the debug text of @p message to @p text and returns @p text.
 CITP_EXPORT QString& operator>>(QString& text, const Msg_FPTC& message);
-/// Appends @p message's debug text to @p text.
+/// Appends the debug text of @p message to @p text and returns @p text.
 CITP_EXPORT QString& operator>>(QString& text, const Msg_FPTC_PTCH& message);
 } // namespace CITP

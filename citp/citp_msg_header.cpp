@@ -1,4 +1,4 @@
-// Msg_Header: reading, checking, writing and printing the CITP header.
+// Msg_Header: parsing, validating, writing and printing the CITP header.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_header.h>
 
@@ -50,7 +50,7 @@ Msg_Header::Msg_Header(const QByteArray& msg)
             throw "header size != datagram size";
         }
     } catch (const char* text) {
-        // Where the line says it comes from is part of its contract, so it stays when the code moves.
+        // The source location in the log line is part of its documented format and does not follow the code.
         CITP_LOG(messageLogContext(), Os::Log::Failure, "citp_msg_header", 166,
                  "CITP::Msg_Header::Msg_Header(const QByteArray&)", "error reading CITP header: " << text);
         valid = false;
@@ -95,11 +95,11 @@ void Msg_Header::setSize(QByteArray& buffer)
 
 QByteArray& operator>>(QByteArray& out, const Msg_Header& header)
 {
-    // Most messages that are sent fit, and grow the buffer no further.
+    // Most messages fit, so that the buffer does not grow again.
     constexpr int usualLength = 64;
     out.clear();
     out.reserve(usualLength);
-    // The cookie, version 1.0, and one part, the first; the index and the size follow.
+    // The cookie, version 1.0, part 0 of 1. The request index and the size are filled in below.
     char fields[contentTypeOffset] = {'C', 'I', 'T', 'P', 1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0};
     qToLittleEndian(header.requestIndex, fields + requestIndexOffset);
     qToLittleEndian(quint32(headerLength), fields + sizeOffset);

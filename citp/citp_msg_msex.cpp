@@ -1,4 +1,4 @@
-// MSEX: reading, writing and printing the layer, and writing the client information.
+// The MSEX layer: parsing, writing and printing its header, and writing the client information message.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex.h>
 

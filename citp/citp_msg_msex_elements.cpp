@@ -9,9 +9,9 @@
 
 namespace CITP {
 namespace {
-/// Reads what the records of all three messages begin with; the fields that follow are the caller's.
+/// Reads the fields with which the records of all three messages begin.
 template <typename Record>
-void readBeginning(WireReader& reader, unsigned char versionMinor, Record& record, QString& name)
+void readCommonFields(WireReader& reader, unsigned char versionMinor, Record& record, QString& name)
 {
     reader.run<7>([&](auto& fields) {
         record.Number = fields.u8();
@@ -24,8 +24,8 @@ void readBeginning(WireReader& reader, unsigned char versionMinor, Record& recor
     name = reader.ucs2();
 }
 
-/// The debug text shows 64-bit time stamps by their low half.
-unsigned int lowHalf(unsigned long long timestamp)
+/// The low 32 bits of a time stamp, which the debug text shows.
+unsigned int low32Bits(unsigned long long timestamp)
 {
     return static_cast<unsigned int>(timestamp & 0xFFFFFFFFU);
 }
@@ -41,7 +41,7 @@ Msg_MSEX_MEIN::Msg_MSEX_MEIN(const QByteArray& msg) : Msg_MSEX(msg)
     const quint16 count = readCount(reader, versionMinor);
     Media.resize(count);
     for (MediaInformation& medium : Media) {
-        readBeginning(reader, versionMinor, medium, medium.Name);
+        readCommonFields(reader, versionMinor, medium, medium.Name);
         reader.run<17>([&medium](auto& fields) {
             medium.Timestamp = fields.u64();
             medium.Width = fields.u16();
@@ -67,7 +67,7 @@ QString& operator>>(QString& text, const Msg_MSEX_MEIN& m)
         addToStr(text, QStringLiteral(" DMXRangeMin="), medium.DMXRangeMin);
         addToStr(text, QStringLiteral(" DMXRangMax="), medium.DMXRangeMax);
         addToStr(text, QStringLiteral(" Name="), medium.Name);
-        addToStr(text, QStringLiteral(" Timestamp="), lowHalf(medium.Timestamp));
+        addToStr(text, QStringLiteral(" Timestamp="), low32Bits(medium.Timestamp));
         addToStr(text, QStringLiteral(" MediaWidth="), medium.Width);
         addToStr(text, QStringLiteral(" MediaHeight="), medium.Height);
         addToStr(text, QStringLiteral(" Length="), medium.Length);
@@ -88,7 +88,7 @@ Msg_MSEX_EEIN::Msg_MSEX_EEIN(const QByteArray& msg) : Msg_MSEX(msg)
     const quint16 count = readCount(reader, versionMinor);
     Effects.resize(count);
     for (EffectInformation& effect : Effects) {
-        readBeginning(reader, versionMinor, effect, effect.EffectName);
+        readCommonFields(reader, versionMinor, effect, effect.EffectName);
         effect.ParameterNames.resize(reader.u8());
         for (QString& name : effect.ParameterNames) {
             name = reader.ucs2();
@@ -135,7 +135,7 @@ Msg_MSEX_GLEI::Msg_MSEX_GLEI(const QByteArray& msg) : Msg_MSEX(msg)
     const quint16 count = readCount(reader, versionMinor);
     Elements.resize(count);
     for (GenericInformation& element : Elements) {
-        readBeginning(reader, versionMinor, element, element.Name);
+        readCommonFields(reader, versionMinor, element, element.Name);
         element.Timestamp = reader.u64();
     }
 }
@@ -159,7 +159,7 @@ QString& operator>>(QString& text, const Msg_MSEX_GLEI& m)
         addToStr(text, QStringLiteral(" DMXRangeMin="), element.DMXRangeMin);
         addToStr(text, QStringLiteral(" DMXRangeMax="), element.DMXRangeMax);
         addToStr(text, QStringLiteral(" Name="), element.Name);
-        addToStr(text, QStringLiteral(" Time="), lowHalf(element.Timestamp));
+        addToStr(text, QStringLiteral(" Time="), low32Bits(element.Timestamp));
         text += QLatin1Char('\n');
     }
     return text;

@@ -1,4 +1,4 @@
-// The four MSEX requests: their bodies in the three MSEX versions.
+// The four MSEX requests: writing their bodies in MSEX 1.0, 1.1 and 1.2.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_requests.h>
 
@@ -10,7 +10,7 @@
 
 namespace CITP {
 namespace {
-/// The length of four levels of one digit each, "1,0,0,0".
+/// The length of the shortest identifier with four levels, "1,0,0,0".
 constexpr int minLibraryIdLength = 7;
 
 void appendNumbers(QByteArray& out, const std::vector<unsigned char>& numbers)
@@ -36,7 +36,7 @@ void appendLibrary(QByteArray& out, unsigned char versionMinor, const QString& i
     }
 }
 
-void appendPicture(QByteArray& out, const QString& format, unsigned short width, unsigned short height)
+void appendImageFields(QByteArray& out, const QString& format, unsigned short width, unsigned short height)
 {
     constexpr quint8 flags = 1;
     appendInteger(out, static_cast<quint32>(fromGraphicFormat(format)));
@@ -126,7 +126,7 @@ QByteArray& operator>>(QByteArray& out, const Msg_MSEX_GEIN& m)
 QByteArray& operator>>(QByteArray& out, const Msg_MSEX_GELT& m)
 {
     out >> static_cast<const Msg_MSEX&>(m);
-    appendPicture(out, m.thumbnailFormat, m.thumbnailWidth, m.thumbnailHeight);
+    appendImageFields(out, m.thumbnailFormat, m.thumbnailWidth, m.thumbnailHeight);
     appendInteger(out, m.libraryType);
     appendCount(out, m.versionMinor, m.libraryIds.size());
     for (const QString& id : m.libraryIds) {
@@ -142,7 +142,7 @@ QByteArray& operator>>(QByteArray& out, const Msg_MSEX_GETH& m)
         return out;
     }
     out >> static_cast<const Msg_MSEX&>(m);
-    appendPicture(out, m.thumbnailFormat, m.thumbnailWidth, m.thumbnailHeight);
+    appendImageFields(out, m.thumbnailFormat, m.thumbnailWidth, m.thumbnailHeight);
     appendInteger(out, m.libraryType);
     if (m.versionMinor <= 2) {
         appendLibrary(out, m.versionMinor, m.libraryId);

@@ -1,4 +1,4 @@
-// SInf: reading and printing.
+// SInf: parsing and debug text.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_sinf.h>
 
@@ -43,8 +43,8 @@ Msg_MSEX_SINF::Msg_MSEX_SINF(const QByteArray& msg) : Msg_MSEX(msg)
     ProductVersionMinor = reader.u8();
     if (versionMinor < 2) {
         const int layerCount = reader.u8();
-        // The start leaves out the two bytes of the name's terminator, so that the first text begins at the product's
-        // minor version. This is the established behaviour for MSEX 1.0 and 1.1 servers and is kept on purpose.
+        // The offset omits the two bytes of the name's terminator, so that the first string begins at the minor version
+        // of the product. Kept for compatibility with the established results for MSEX 1.0 and 1.1 servers.
         WireReader sources(msg, MIN_MSEX_LENGTH + 3 + 2 * qint64(ProductName.size()));
         readLayerSources(sources, layerCount, LayerDMXSources);
         return;

@@ -9,9 +9,9 @@
 
 namespace CITP {
 namespace {
-/// Reads the picture that ends both messages. Throws a failure text if it is longer than the rest of the message; what
-/// describes it has then been read.
-void readPicture(WireReader& reader, Msg_MSEX_Thumbnail_Response_Base& response)
+/// Reads the image and its description, the last fields of both messages. Throws an error text after the description if
+/// the image is longer than the rest of the message.
+void readImage(WireReader& reader, Msg_MSEX_Thumbnail_Response_Base& response)
 {
     fromGraphicFormat(response.ThumbnailFormat, reader.u32());
     response.ThumbnailWidth = reader.u16();
@@ -42,9 +42,9 @@ Msg_MSEX_ELTH::Msg_MSEX_ELTH(const QByteArray& msg) : Msg_MSEX_Thumbnail_Respons
         WireReader reader(msg, MIN_MSEX_LENGTH);
         LibraryType = reader.u8();
         LibraryId = readLibraryId(reader, versionMinor);
-        readPicture(reader, *this);
+        readImage(reader, *this);
     } catch (const char*) {
-        // The empty ThumbnailBuffer is the message to the receiver.
+        // The empty ThumbnailBuffer indicates the error to the receiver.
     }
 }
 
@@ -63,9 +63,9 @@ Msg_MSEX_ETHN::Msg_MSEX_ETHN(const QByteArray& msg) : Msg_MSEX_Thumbnail_Respons
         }
         LibraryId = readLibraryId(reader, versionMinor);
         ElementNumber = reader.u8();
-        readPicture(reader, *this);
+        readImage(reader, *this);
     } catch (const char*) {
-        // The empty ThumbnailBuffer is the message to the receiver.
+        // The empty ThumbnailBuffer indicates the error to the receiver.
     }
 }
 

@@ -1,4 +1,4 @@
-// PINF messages: reading, writing and printing PLoc and PNam.
+// PINF messages: parsing, writing and printing PLoc and PNam.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_peer.h>
 
@@ -63,19 +63,20 @@ QByteArray& operator>>(QByteArray& out, const Msg_PEER_PLOC& message)
     appendInteger(out, message.port);
     const int textsOffset = bodyOffset + 2;
 
-    // The type and the name go out first and are then covered by the state, which is written where they stand. This
-    // image is kept on purpose.
+    // The type and the name are written first; the state then overwrites them in place. This layout is kept for
+    // compatibility.
     appendText8(out, message.type);
     out.append('\0');
     appendText8(out, message.name);
 
-    QByteArray cover(1, '\0');
-    appendInteger(cover, message.state.isNull() ? quint32(0xffffffff) : static_cast<quint32>(2 * message.state.size()));
+    QByteArray overwrite(1, '\0');
+    appendInteger(overwrite,
+                  message.state.isNull() ? quint32(0xffffffff) : static_cast<quint32>(2 * message.state.size()));
     for (const QChar character : message.state) {
-        appendInteger(cover, quint16(character.unicode()));
+        appendInteger(overwrite, quint16(character.unicode()));
     }
-    cover.append('\0');
-    out.replace(textsOffset, cover.size(), cover);
+    overwrite.append('\0');
+    out.replace(textsOffset, overwrite.size(), overwrite);
 
     Msg_Header::setSize(out);
     return out;

@@ -1,5 +1,5 @@
-// WireReader, the one bounded little-endian cursor with which every message body is read, and the writers of fields.
-// Private; not installed.
+// WireReader, the bounds-checked little-endian reader of all message bodies, and functions that write fields. Private;
+// not installed.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -17,7 +17,7 @@
 #endif
 
 namespace CITP {
-/// The number of a code's four characters as they lie in a message, the first in the lowest byte.
+/// A four-character code as an integer, the first character in the lowest byte.
 constexpr quint32 codeNumber(const char (&code)[5])
 {
     return static_cast<quint32>(static_cast<quint8>(code[0])) |
@@ -26,12 +26,12 @@ constexpr quint32 codeNumber(const char (&code)[5])
            static_cast<quint32>(static_cast<quint8>(code[3])) << 24;
 }
 
-/// The text of the four single-byte characters at @p bytes. The codes that open the messages received again and again
-/// share their text: three allocations a message would cost more than reading a short one.
+/// The four Latin-1 characters at @p bytes as a string. Frequent codes share static strings: three allocations for each
+/// message would cost more than parsing a short message.
 QString codeText(const char* bytes);
 
-/// The first 16-bit unit of value 0 from @p from on, which need not be aligned; if there is none before @p end, the
-/// place where less than a unit is left.
+/// Finds the first 16-bit unit of value 0. @p from does not have to be aligned.
+/// @return the unit; without one before @p end, the position where less than a unit is left
 inline const char* findZeroUnit(const char* from, const char* end)
 {
 #ifdef __SSE2__
@@ -53,7 +53,7 @@ inline const char* findZeroUnit(const char* from, const char* end)
     return from;
 }
 
-/// Reads integers without looking for the end: only what WireReader::run() hands out after it has looked.
+/// Reads integers without bounds checks. Created only by WireReader::run(), which checks the bounds before.
 class UncheckedReader
 {
 public:
@@ -77,16 +77,16 @@ private:
     const char* m_next;
 };
 
-/// Reads the fields of a message one after the other and never past its end.
+/// Reads the fields of a message in sequence and never beyond its end.
 ///
-/// Media servers in the field send bodies that are cut short and counts that promise more than follows. So running out
-/// of bytes is no error: an integer of which not all bytes are there reads as 0 and uses up what is left, and text at
-/// the end is empty. The caller keeps the buffer alive and unchanged.
+/// Media servers send truncated bodies, and counts larger than the number of records that follow. Therefore the end of
+/// the message is not an error: a truncated integer reads as 0 and consumes the remaining bytes, and a string at the
+/// end is empty. The buffer must stay alive and unchanged.
 class WireReader
 {
 public:
     /// @param data the whole message
-    /// @param offset where reading begins, in bytes; beyond the end counts as the end
+    /// @param offset the first byte to read; an offset beyond the end means the end
     explicit WireReader(const QByteArray& data, qint64 offset = 0)
         : m_begin(data.constData()), m_next(m_begin), m_end(m_begin + data.size())
     {
@@ -99,22 +99,22 @@ public:
     quint32 u32() { return read<quint32>(); }
     quint64 u64() { return read<quint64>(); }
 
-    /// Reads a run of integers with one look for the end: calls @p fields with a reader that has u8() to u64().
-    /// @tparam Most the most bytes that @p fields reads
-    template <int Most, typename Fields>
+    /// Reads a run of integers with one bounds check: calls @p fields with a reader that has u8() to u64().
+    /// @tparam MaxBytes the maximum number of bytes that @p fields reads
+    template <int MaxBytes, typename Fields>
     void run(Fields fields)
     {
-        if (remaining() < Most) {
+        if (remaining() < MaxBytes) {
             fields(*this);
             return;
         }
         UncheckedReader reader(m_next);
         fields(reader);
-        Q_ASSERT(reader.next() - m_next <= Most);
+        Q_ASSERT(reader.next() - m_next <= MaxBytes);
         m_next = reader.next();
     }
 
-    /// A null-terminated UCS-2 text, as getUCS2() reads it.
+    /// A null-terminated UCS-2 string, read as by getUCS2().
     QString ucs2()
     {
         constexpr quint16 byteOrderMark = 0xfeff;
@@ -127,10 +127,10 @@ public:
         if (text == end) {
             return {};
         }
-        return unitsAsText(text, static_cast<QString::size_type>(static_cast<std::size_t>(end - text) / 2));
+        return stringFromUnits(text, static_cast<QString::size_type>(static_cast<std::size_t>(end - text) / 2));
     }
 
-    /// A null-terminated single-byte text, as get8bitunicode() reads it; the terminator is passed too.
+    /// A null-terminated Latin-1 string, read as by get8bitunicode(); consumes the terminator.
     QString text8()
     {
         if (m_next == m_end) {
@@ -143,19 +143,19 @@ public:
         return text == end ? QString() : QString(QLatin1String(text, end));
     }
 
-    /// A text of exactly @p count single-byte characters without a terminator; missing ones are U+0000.
+    /// A string of exactly @p count Latin-1 characters without a terminator; missing characters are U+0000.
     QString fixedText8(int count)
     {
-        const int there = static_cast<int>(std::min<qint64>(count, remaining()));
-        QString text(QLatin1String(m_next, there));
-        m_next += there;
-        if (there < count) {
-            text.append(QString(count - there, QChar(u'\0')));
+        const int available = static_cast<int>(std::min<qint64>(count, remaining()));
+        QString text(QLatin1String(m_next, available));
+        m_next += available;
+        if (available < count) {
+            text.append(QString(count - available, QChar(u'\0')));
         }
         return text;
     }
 
-    /// A code of four characters, as fixedText8() reads it.
+    /// A four-character code, read as by fixedText8().
     QString code()
     {
         if (remaining() < 4) {
@@ -165,19 +165,20 @@ public:
         return codeText(m_next - 4);
     }
 
-    /// Passes @p count bytes, at most to the end; a negative count passes none.
+    /// Skips @p count bytes, at most to the end; a negative count skips none.
     void skip(qint64 count) { m_next += qBound(qint64(0), count, remaining()); }
 
-    /// The next byte of the message, of #remaining().
+    /// The next byte of the message, of remaining() bytes.
     const char* data() const { return m_next; }
-    /// Offset of the next byte, 0 to the message's length.
+    /// The offset of the next byte, 0 to the length of the message.
     qint64 position() const { return m_next - m_begin; }
+    /// The number of bytes not yet read.
     qint64 remaining() const { return m_end - m_next; }
 
 private:
-    /// Copied as they stand, because Qt's converters would drop or swap byte-order marks further on and repair
+    /// Copies the units unchanged. Qt's converters would drop or apply later byte order marks and replace invalid
     /// surrogates.
-    static QString unitsAsText(const char* text, QString::size_type units)
+    static QString stringFromUnits(const char* text, QString::size_type units)
     {
         QString out(units, Qt::Uninitialized);
         qFromLittleEndian<quint16>(text, units, out.data());
@@ -201,7 +202,7 @@ private:
     const char* m_end;
 };
 
-/// Appends @p value to @p out, the lowest byte first.
+/// Appends @p value to @p out in little-endian order.
 template <typename Integer>
 void appendInteger(QByteArray& out, Integer value)
 {
@@ -210,14 +211,14 @@ void appendInteger(QByteArray& out, Integer value)
     out.append(bytes, sizeof(Integer));
 }
 
-/// @p character as one Latin-1 byte, "?" for those above 0xFF. Spelled out because Qt leaves open what
-/// QString::toLatin1() makes of such characters.
+/// @p character as a Latin-1 byte; "?" above U+00FF. QString::toLatin1() is not used, because its result for such
+/// characters is undefined.
 inline char text8Byte(QChar character)
 {
     return character.unicode() > 0xff ? '?' : static_cast<char>(character.unicode());
 }
 
-/// Appends @p text to @p out as one byte a character, as text8Byte() makes them; without a terminator.
+/// Appends @p text to @p out in Latin-1, one text8Byte() for each character, without a terminator.
 inline void appendText8(QByteArray& out, const QString& text)
 {
     for (const QChar character : text) {
@@ -225,8 +226,8 @@ inline void appendText8(QByteArray& out, const QString& text)
     }
 }
 
-/// Appends the first four characters of @p code, e.g. "MSEX", as appendText8() does. A shorter code is filled up with
-/// zero bytes, so that the fields behind it stay at their offsets.
+/// Appends the first four characters of @p code, e.g. "MSEX", as appendText8() does. A shorter code is padded with
+/// zero bytes, so that the following fields keep their offsets.
 inline void appendCode(QByteArray& out, const QString& code)
 {
     char bytes[4] = {};
