@@ -1,8 +1,8 @@
-// citp_stack: the one object through which an application finds media servers, talks to them and hears from them.
+// citp_stack: finds media servers, keeps a connection to each, sends requests and emits what they answer.
 //
-// It owns a worker thread; everything that touches the network, and every signal, happens there. Requests and queries
-// may come from any thread. The registry owns the records of the servers, each record its connection.
-// SPDX-License-Identifier: Apache-2.0
+// It owns a worker thread, which uses the network and emits every signal. Requests and queries may come from any
+// thread. The registry owns the records of the servers, and each record owns its connection. SPDX-License-Identifier:
+// Apache-2.0
 #pragma once
 
 #include <citp/citp_export.h>
@@ -27,8 +27,8 @@ class QTcpSocket;
 class QUdpSocket;
 
 namespace CITP {
-// Only declared here: with the full classes in view, Qt 6 would register every one of them by itself, and the fixture
-// patch message is not to be registered by this library (see citp_stack::patchMessage).
+// Only declared here: Qt 6 would register the complete classes by itself, and the fixture patch message must not be
+// registered by this library (see citp_stack::patchMessage).
 class Msg_FPTC_PTCH;
 class Msg_MSEX_EEIN;
 class Msg_MSEX_ELIN;
@@ -41,21 +41,22 @@ class Msg_MSEX_MEIN;
 
 /// The client side of CITP: discovery of media servers, one TCP connection to each, requests and notifications.
 ///
-/// A process-wide singleton, see Get(). It starts disabled. All public operations may be called from any thread. The
+/// A process-wide singleton, see Get(). It starts disabled. All public functions may be called from any thread. The
 /// signals are emitted on the worker thread; receivers in other threads get them queued, with copies of the messages.
-/// A receiver connected directly runs on the worker thread, for serverUp() and serverDown() with the registry locked:
-/// it must return soon, must not wait for another thread that uses the stack, and must not run an event loop.
+/// A directly connected receiver runs on the worker thread, during serverUp() and serverDown() with the registry
+/// locked. It must return soon, must not wait for another thread that uses the stack, and must not run an event loop.
 class CITP_EXPORT citp_stack : public QObject, public Os::NetworkAdapterMonitor::Callback
 {
     Q_OBJECT
 
 public:
-    /// A server's key: its host as text, a colon, and the TCP port that it announced, e.g. "2.0.0.10:4811". The same
-    /// server heard on a second address is a second server.
+    /// A server's key: its host as text, a colon, and the TCP port that it announced, e.g. "2.0.0.10:4811". A server
+    /// that is heard on two addresses counts as two servers.
     typedef QString SERV_ID;
 
-    /// The record of one known server. Created, changed and deleted on the worker thread only, except the pacing state;
-    /// other threads see the members that a lock guards (see citp_stack) and never the record itself.
+    /// The record of one known server. The worker thread creates, changes and deletes records, under #m_mutex. The
+    /// pacing state (#m_inProgress, #m_messageQueue) has a lock of its own, the queue lock: sendMsg() changes it in the
+    /// calling thread. Applications never get a record; getServerInfo() copies from it.
     class CITP_EXPORT ServerInfo
     {
     public:
@@ -65,8 +66,8 @@ public:
         Msg_MSEX_SINF m_sinf;     ///< the first SInf of this connection; later ones do not replace it
         Msg_PEER_PLOC m_ploc;     ///< the announcement that led to this record
         std::atomic<bool> m_noDelay;           ///< requests are paced and writes flushed
-        bool m_inProgress;                     ///< a paced request has been passed down and is not answered yet
-        std::queue<QByteArray> m_messageQueue; ///< paced requests that wait, whole messages, oldest first
+        bool m_inProgress;                     ///< a paced request is outstanding
+        std::queue<QByteArray> m_messageQueue; ///< waiting paced requests, whole messages, oldest first
 
         /// Takes ownership of @p netSocket, which may be null; #m_socket stays null.
         ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSocket);
@@ -75,60 +76,60 @@ public:
         ServerInfo(const ServerInfo&) = delete;
         ServerInfo& operator=(const ServerInfo&) = delete;
 
-        /// Whether requests are paced and writes flushed. Any thread that keeps the record from going.
+        /// Whether requests are paced and writes flushed. Any thread that holds one of the locks.
         bool IsNoDelayEnabled() const { return m_noDelay; }
-        /// Switches pacing on or off; on also sets TCP no-delay on #m_socket, off leaves that option as it is.
+        /// Switches pacing on or off. On also sets TCP no-delay on #m_socket; off leaves that option unchanged.
         void SetNoDelay(bool enable);
-        /// Notes whether a paced request is out. Under the stack's queue lock.
+        /// Sets whether a paced request is outstanding. Under the queue lock.
         void SetInProgress(bool busy) { m_inProgress = busy; }
-        /// Whether a paced request is out and not answered yet. Under the stack's queue lock.
+        /// Whether a paced request is outstanding. Under the queue lock.
         bool IsRequestInProgress() const { return m_inProgress; }
-        /// The paced requests that wait, oldest first; still the record's. Under the stack's queue lock.
+        /// The waiting paced requests, oldest first; owned by the record. Under the queue lock.
         std::queue<QByteArray>& GetMessageQueue() { return m_messageQueue; }
     };
 
-    /// The process's stack; the first call makes it and starts its thread, disabled. The object lives until the process
-    /// exits and belongs to the library: never delete it. While there is no QCoreApplication, Qt delivers no events,
-    /// and the stack rests.
+    /// The stack of this process. The first call creates it, disabled, and starts its thread. The object lives until
+    /// the process exits and belongs to the library: never delete it. Without a QCoreApplication, Qt delivers no events
+    /// and the stack does nothing.
     static citp_stack* Get();
 
-    /// Switches discovery and all connections on or off. Takes effect at the next tick, at most 2000 ms later;
-    /// switching off drops every server (serverDown()). Saying the same again has no effect.
+    /// Enables or disables discovery and all connections. Takes effect at the next tick, at most 2000 ms later.
+    /// Disabling removes every server (serverDown()). A call that changes nothing has no effect.
     void setEnabled(bool enable);
 
     /// Sends @p msg to @p server: one of Msg_MSEX_GELT, Msg_MSEX_GETH, Msg_MSEX_GELI, Msg_MSEX_GEIN, Msg_PEER_PNAM,
-    /// Msg_MSEX_CInf or Msg_FPTC_SPTC. The message is serialised here and now; @p msg is not kept.
+    /// Msg_MSEX_CInf or Msg_FPTC_SPTC. The message is serialised in the calling thread; @p msg is not kept.
     ///
-    /// Some servers lose requests that come too fast. To those (products of "coolux" and "arkaos") one GELI or GEIn is
-    /// outstanding at a time: the others wait in the stack, and each ELIn or MEIn received lets one go. There is no
-    /// time-out: a request that is never answered so holds up the later ones until the server is lost.
+    /// Some servers (products of "coolux" and "arkaos") lose requests that come too fast. Requests to them are paced:
+    /// one GELI or GEIn is outstanding, further ones wait in the stack, and each ELIn or MEIn received releases one.
+    /// There is no timeout: an unanswered request blocks the later ones until the server is removed.
     ///
-    /// @return true if the message was passed down or queued, which does not mean that it reached the server; false if
-    /// it was refused, the reason being logged: "message err" (not valid), "cannot send this message type", "server not
-    /// found"
+    /// @return true if the message was passed to the worker thread or queued, which does not mean that it reached the
+    /// server; false if it was rejected. The log states the reason: "message err" (not valid), "cannot send this
+    /// message type" or "server not found"
     bool sendMsg(const QString& server, const Msg_Header& msg);
 
-    /// The keys of the announced servers (those with a serverUp() and no serverDown() yet), in key order.
+    /// The keys of the announced servers (serverUp() emitted, serverDown() not yet), in key order.
     std::vector<SERV_ID> getServers();
-    /// What is known of an announced server. The answers are copies.
+    /// Copies the information about an announced server.
     /// @param key the server
-    /// @param sinf receives the server's SInf; may be null
-    /// @param ploc receives its announcement; may be null
-    /// @return false, with nothing written, if @p key is no announced server
+    /// @param sinf receives the first SInf of its connection; may be null
+    /// @param ploc receives the announcement that led to the connection; may be null
+    /// @return false if @p key is not an announced server; nothing is written then
     bool getServerInfo(const SERV_ID& key, Msg_MSEX_SINF* sinf, Msg_PEER_PLOC* ploc);
     /// The number of announced servers.
     int getNumNotified();
 
     /// @p host, a colon, and @p port in decimal.
     static SERV_ID buildServerKey(const QString& host, unsigned short port);
-    /// The key of a connected socket, from the host text that it was given to connect to (not the peer's address), so
-    /// that it equals the key made at discovery.
+    /// The key of a connected socket. It uses the host text given to connectToHost(), not the peer's address, so that
+    /// it equals the key made from the announcement.
     static SERV_ID buildServerKey(QTcpSocket* socket);
-    /// The address in @p key: the text before the first colon, the whole key if there is none. Null if that is no
-    /// address.
+    /// The address in @p key: the text before the first colon, or the whole key if it has none. A null address if that
+    /// text is not an address.
     static QHostAddress getHostAddressFromSERV_ID(const SERV_ID& key);
 
-    /// An adapter has changed: arms the reset of the next tick. Called by the adapter monitor on its thread.
+    /// Requests a reset at the next tick, because an adapter has changed. Called by the adapter monitor on its thread.
     void Changed(const Os::NetworkAdapter& adapter, const Os::NetworkAdapter::State& state, int reason) override;
 
     // The state, visible to a debugger or a test bench. It belongs to the worker thread; applications do not use it.
@@ -140,14 +141,14 @@ public:
     QRecursiveMutex* m_mutex;
     /// Changed on the worker thread only, and there under both locks: a reader holds either one, or is the worker.
     QMap<QString, ServerInfo*> m_servers;
-    std::atomic<bool> m_enabled;      ///< CITP is wanted
-    std::atomic<bool> m_resetPending; ///< the next tick drops all servers and opens discovery afresh
+    std::atomic<bool> m_enabled;      ///< CITP processing is enabled
+    std::atomic<bool> m_resetPending; ///< the next tick removes all servers and reopens the discovery socket
 
-    // The parameter types are written out in full because Qt looks them up by the names that stand here.
+    // The parameter types are qualified because Qt looks them up by the names written here.
 Q_SIGNALS:
-    /// The thumbnail of an element library has arrived. An empty ThumbnailBuffer says that it failed.
+    /// The thumbnail of an element library has arrived. An empty ThumbnailBuffer means that it could not be parsed.
     void libraryThumbnail(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ELTH&);
-    /// The thumbnail of an element has arrived. An empty ThumbnailBuffer says that it failed.
+    /// The thumbnail of an element has arrived. An empty ThumbnailBuffer means that it could not be parsed.
     void elementThumbnail(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ETHN&);
     /// Element libraries of a server.
     void libraryInfo(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ELIN&);
@@ -159,18 +160,18 @@ Q_SIGNALS:
     void genericInfo(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_GLEI&);
     /// A library's contents have changed.
     void libraryUpdated(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ELUP&);
-    /// What a server's layers are playing.
+    /// The status of a server's layers.
     void layerStatus(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_LSTA&);
-    /// One fixture of a server's patch. The library does not register this message with Qt's meta types, so that an
-    /// application which does not care for patches is not sent every fixture of every server: a receiver in another
-    /// thread gets it only after `qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH")`. To be called before
-    /// the connection is made: Qt remembers of a connection that it could not deliver.
+    /// One fixture of a server's patch. The library does not register this message class with Qt, so that applications
+    /// that do not use patches are not sent every fixture of every server. A receiver in another thread gets it only
+    /// after `qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH")`. Call that before connect(): Qt never
+    /// again delivers through a connection that has failed to deliver once.
     void patchMessage(const CITP::citp_stack::SERV_ID&, const CITP::Msg_FPTC_PTCH&);
-    /// A server is connected and has told what it is.
+    /// A server is connected and has sent its information (SInf).
     void serverUp(const CITP::citp_stack::SERV_ID&);
-    /// An announced server is gone. Nothing of that connection is emitted afterwards.
+    /// An announced server has been removed. Nothing of that connection is emitted afterwards.
     void serverDown(const CITP::citp_stack::SERV_ID&);
-    /// Internal: carries a serialised message to the worker thread. Of no use to the application.
+    /// Internal: passes a serialised message to the worker thread. Not for applications.
     void __passDown(const CITP::citp_stack::SERV_ID&, const QByteArray&);
 
 private Q_SLOTS:
