@@ -4,14 +4,14 @@
 
 #include <citp/citp_stack.h>
 
-#include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QImage>
 #include <QLinearGradient>
 #include <QPainter>
 #include <QtMath>
+
+#include <cstdio>
 
 #include "models/values.h"
 
@@ -43,64 +43,36 @@ void followValues()
 #endif
 }
 
-bool until(const std::function<bool()>& isDone, int milliseconds)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!isDone()) {
-        if (timer.elapsed() > milliseconds)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return true;
-}
-
 void forgetServers()
 {
-    EXPECT_TRUE(until([] { return CITP::citp_stack::Get()->getServers().empty(); }));
+    EXPECT_TRUE(waitFor([] { return CITP::citp_stack::Get()->getServers().empty(); }));
 }
 
 // One that a test which crashed has left behind ends by itself.
 MediaServer::MediaServer(const QStringList& arguments)
-    : m_arguments(QStringList{"--adapter", "lo", "--seconds", "600"} + arguments)
+    : m_arguments(QStringList{"--adapter", "lo", "--seconds", "600", "--interval", "100"} + arguments)
 {
-    start();
-}
-
-MediaServer::~MediaServer()
-{
-    kill();
-}
-
-void MediaServer::start()
-{
-    m_output.clear();
-    m_process.setStandardErrorFile(QProcess::nullDevice());
-    m_process.start(SERVER_PROGRAM, m_arguments);
-    EXPECT_TRUE(m_process.waitForStarted(Patience)) << m_process.errorString().toStdString();
-    EXPECT_TRUE(until([this] { return count("listens on") > 0; })) << m_output.toStdString();
+    restart();
 }
 
 void MediaServer::kill()
 {
-    if (m_process.state() == QProcess::NotRunning)
-        return;
-    m_process.kill();
-    m_process.waitForFinished(Patience);
+    m_child->kill();
+    m_child->waitForEnd();
 }
 
 void MediaServer::restart()
 {
-    start();
+    m_child = std::make_unique<Child>(SERVER_PROGRAM, m_arguments);
+    m_child->waitForLine("listens on");
 }
 
 int MediaServer::count(const QString& part, int expected)
 {
     int count = 0;
-    // What it writes comes on another way than what it answers.
-    until([&] {
-        m_output += QString::fromUtf8(m_process.readAllStandardOutput());
-        count = static_cast<int>(m_output.count(part));
+    // Its output and its answers come on different paths.
+    waitFor([&] {
+        count = static_cast<int>(m_child->output().count(part));
         return count >= expected;
     });
     return count;
@@ -122,8 +94,6 @@ PictureFolder::PictureFolder()
 
 void PictureFolder::write(const QString& file, int seed) const
 {
-    const QString path = m_folder.filePath(file);
-    QDir().mkpath(QFileInfo(path).path());
     QImage image(640, 360, QImage::Format_RGB32);
     QPainter painter(&image);
     QLinearGradient ground(0, 0, 0, image.height());
@@ -142,7 +112,14 @@ void PictureFolder::write(const QString& file, int seed) const
         painter.drawPolygon(wave);
     }
     painter.end();
-    EXPECT_TRUE(image.save(path, nullptr, 85)) << path.toStdString();
+    const QString made = m_scratch.filePath("made.jpg");
+    EXPECT_TRUE(image.save(made, nullptr, 85)) << made.toStdString();
+    // In one step: a server that scans the folder meanwhile would report half a picture, and the whole one afterwards
+    // as another change.
+    const QString path = m_folder.filePath(file);
+    QDir().mkpath(QFileInfo(path).path());
+    EXPECT_EQ(std::rename(QFile::encodeName(made).constData(), QFile::encodeName(path).constData()), 0)
+        << path.toStdString();
 }
 
 void PictureFolder::remove(const QString& file) const

@@ -4,22 +4,16 @@
 
 #include <gtest/gtest.h>
 
-#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
 
-#include <functional>
+#include <memory>
 
-/// How long a test waits for something that must happen, in milliseconds; only a failing test waits that long.
-constexpr int Patience = 30000;
+#include "child.h"
 
 /// Tells the thread sanitizer of the values that wait in event queues between the browser's threads; to be called once.
 void followValues();
-
-/// Runs the event loop until @p isDone.
-/// @return whether it is done, in time
-bool until(const std::function<bool()>& isDone, int milliseconds = Patience);
 
 /// Waits until the stack, of which a process has one, has lost the servers of the test before.
 void forgetServers();
@@ -29,7 +23,6 @@ class MediaServer
 {
 public:
     explicit MediaServer(const QStringList& arguments = {});
-    ~MediaServer();
 
     /// Ends it at once, as a power failure does.
     void kill();
@@ -39,11 +32,8 @@ public:
     int count(const QString& part, int expected = 0);
 
 private:
-    void start();
-
     QStringList m_arguments;
-    QProcess m_process;
-    QString m_output;
+    std::unique_ptr<Child> m_child;
 };
 
 /// A folder of pictures for a server, with two libraries and one below the second.
@@ -53,10 +43,12 @@ public:
     PictureFolder();
 
     QString path() const { return m_folder.path(); }
-    /// Writes the picture @p file (with the folder before it), drawn after @p seed.
+    /// Writes the picture @p file (with the folder before it), drawn after @p seed. A server that reads the folder
+    /// finds the picture as it was before or the whole new one.
     void write(const QString& file, int seed) const;
     void remove(const QString& file) const;
 
 private:
     QTemporaryDir m_folder;
+    QTemporaryDir m_scratch;
 };

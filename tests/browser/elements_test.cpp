@@ -43,17 +43,17 @@ TEST_F(BrowserModels, ElementsOfEveryKindBringTheirPicturesInEveryVersion)
         ASSERT_EQ(elements.rowCount(), 4) << msex;
         EXPECT_EQ(elements.index(0).data(ElementModel::NameRole).toString().toStdString(), "Colour bars");
         EXPECT_EQ(elements.element(0).width, 320);
-        EXPECT_TRUE(until([this] { return areAllReady(); })) << msex;
+        EXPECT_TRUE(waitFor([this] { return areAllReady(); })) << msex;
         EXPECT_FALSE(elements.index(3).data(ElementModel::PictureRole).value<QImage>().isNull());
         openLibrary(isOld ? "1" : "1,1,0,0", 2);
         EXPECT_EQ(elements.element(1).parameters.size(), 3);
-        EXPECT_TRUE(until([this] { return areAllReady(); })) << msex;
+        EXPECT_TRUE(waitFor([this] { return areAllReady(); })) << msex;
         if (!isOld) {
             openLibrary("1,1,0,0", 3);
             EXPECT_EQ(elements.element(0).name.toStdString(), "Cue 1");
         }
         server.kill();
-        ASSERT_TRUE(until([this] { return !session.isChosenUp(); }));
+        ASSERT_TRUE(waitFor([this] { return !session.isChosenUp(); }));
         session.chooseServer({});
     }
 }
@@ -69,7 +69,7 @@ TEST_F(BrowserModels, WhatCanBeSeenIsAskedForFirst)
     });
     session.elements().setVisibleRows(8, 9);
     openLibrary("1,3,0,0");
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     ASSERT_EQ(order.size(), 10);
     EXPECT_GE(qMin(order.at(0), order.at(1)), 8);
 }
@@ -85,7 +85,7 @@ TEST_F(BrowserModels, WhatComesIntoSightOvertakesTheRest)
     });
     openLibrary("1,3,0,0");
     session.elements().setVisibleRows(8, 9);
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     ASSERT_EQ(order.size(), 10);
     // The first four were under way by then.
     EXPECT_LT(qMax(order.indexOf(8), order.indexOf(9)), qMin(order.indexOf(6), order.indexOf(7)));
@@ -102,10 +102,10 @@ TEST_F(BrowserModels, CancellingLeavesNoTileWaiting)
     EXPECT_EQ(session.pictures().done(), 10);
     // The four that were asked for are answered still, to nobody.
     EXPECT_EQ(server.count("GETh", 4), 4);
-    EXPECT_FALSE(until([&] { return countRows(State::Cancelled) != 10; }, 1500));
+    EXPECT_FALSE(waitFor([&] { return countRows(State::Cancelled) != 10; }, 1500));
     EXPECT_EQ(server.count("GETh"), 4);
     session.pictures().retry();
-    EXPECT_TRUE(until([this] { return areAllReady(); }));
+    EXPECT_TRUE(waitFor([this] { return areAllReady(); }));
 }
 
 TEST_F(BrowserModels, TilesOfASilentServerSaySo)
@@ -116,7 +116,7 @@ TEST_F(BrowserModels, TilesOfASilentServerSaySo)
     session.chooseLibrary(1, "1,9,0,0");
     answerElements("1,9,0,0", 200);
     ASSERT_EQ(countRows(State::Waiting), 200);
-    ASSERT_TRUE(until([this] { return countRows(State::Failed) == 200; }));
+    ASSERT_TRUE(waitFor([this] { return countRows(State::Failed) == 200; }));
     EXPECT_TRUE(session.elements().index(199).data(ElementModel::ProblemRole).toString().contains("no answer"));
     EXPECT_EQ(session.requests().picturesAsked(), 0);
 }
@@ -126,7 +126,7 @@ TEST_F(BrowserModels, DamagedPicturesFailAlone)
     const MediaServer server({"--fault", "oversize"});
     openServer();
     openLibrary("1,2,0,0");
-    ASSERT_TRUE(until([this] { return countRows(State::Failed) == 4; }));
+    ASSERT_TRUE(waitFor([this] { return countRows(State::Failed) == 4; }));
     EXPECT_FALSE(session.elements().index(0).data(ElementModel::ProblemRole).toString().isEmpty());
 }
 
@@ -189,16 +189,16 @@ TEST_F(BrowserModels, ALostServerLeavesNoTileWaitingAndComesBack)
     MediaServer server({"--fault", "delay", "--fault-delay", "300"});
     openServer();
     openLibrary("1,3,0,0");
-    ASSERT_TRUE(until([this] { return countRows(State::Ready) >= 1; }));
+    ASSERT_TRUE(waitFor([this] { return countRows(State::Ready) >= 1; }));
     server.kill();
-    ASSERT_TRUE(until([this] { return !session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return !session.isChosenUp(); }));
     EXPECT_EQ(countRows(State::Waiting), 0);
     EXPECT_EQ(countRows(State::Ready) + countRows(State::Failed), 10);
     // What is asked for meanwhile fails at once.
     session.elements().reload();
     EXPECT_EQ(session.elements().rowCount(), 10);
     server.restart();
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
 }
 
 TEST_F(BrowserModels, PicturesFromBeforeALossAreAskedForAgainWhereNothingTellsThatTheyAreTheSame)
@@ -207,30 +207,30 @@ TEST_F(BrowserModels, PicturesFromBeforeALossAreAskedForAgainWhereNothingTellsTh
     MediaServer server({"--media", folder.path()});
     openServer();
     openLibrary("1,2,0,0");
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     ASSERT_EQ(session.elements().element(1).name.toStdString(), "Chop.jpg");
     const QImage before = session.elements().index(1).data(ElementModel::PictureRole).value<QImage>();
     openLibrary("1,1,0,0");
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     server.kill();
-    ASSERT_TRUE(until([this] { return !session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return !session.isChosenUp(); }));
     folder.write("2 Water/Chop.jpg", 70);
     server.restart();
-    ASSERT_TRUE(until([this] { return session.isChosenUp() && areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp() && areAllReady(); }));
     // Those on show have the list to be compared by.
     EXPECT_EQ(server.count("GEIn", 1), 1);
     EXPECT_EQ(server.count("GETh"), 0);
     openLibrary("1,2,0,0");
-    EXPECT_TRUE(until([&] {
+    EXPECT_TRUE(waitFor([&] {
         const QImage now = session.elements().index(1).data(ElementModel::PictureRole).value<QImage>();
         return stateOf(1) == State::Ready && now != before;
     }));
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     EXPECT_EQ(server.count("GETh", 6), 6);
     // Asked for by the user, all of them come again.
     session.reload();
     EXPECT_EQ(server.count("GETh", 12), 12);
-    EXPECT_TRUE(until([this] { return areAllReady(); }));
+    EXPECT_TRUE(waitFor([this] { return areAllReady(); }));
 }
 
 TEST_F(BrowserModels, AnAnswerOfAnotherKindIsOfAnotherRequest)
@@ -259,7 +259,7 @@ TEST_F(BrowserModels, AnUpdateRenewsWhatItTouchesAndNothingElse)
         MediaServer server({"--media", folder.path(), "--msex", msex});
         openServer();
         openLibrary(qstrcmp(msex, "1.0") == 0 ? "1" : "1,1,0,0");
-        ASSERT_TRUE(until([this] { return areAllReady(); }));
+        ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
         ElementModel& elements = session.elements();
         ASSERT_EQ(elements.rowCount(), 8);
         QSignalSpy resets(&elements, &QAbstractItemModel::modelReset);
@@ -269,9 +269,9 @@ TEST_F(BrowserModels, AnUpdateRenewsWhatItTouchesAndNothingElse)
         const QImage before = elements.index(noon).data(ElementModel::PictureRole).value<QImage>();
         // A time stamp of whole seconds is all that the older versions tell a change by.
         ASSERT_TRUE(
-            until([&] { return QDateTime::currentSecsSinceEpoch() > qint64(elements.element(noon).timestamp); }));
+            waitFor([&] { return QDateTime::currentSecsSinceEpoch() > qint64(elements.element(noon).timestamp); }));
         folder.write("1 Skies/Noon.jpg", 60);
-        ASSERT_TRUE(until([&] {
+        ASSERT_TRUE(waitFor([&] {
             const QImage now = elements.index(noon).data(ElementModel::PictureRole).value<QImage>();
             return stateOf(noon) == State::Ready && !now.isNull() && now != before;
         })) << msex;
@@ -280,15 +280,15 @@ TEST_F(BrowserModels, AnUpdateRenewsWhatItTouchesAndNothingElse)
             EXPECT_EQ(isNew(row), row == noon) << msex << ", row " << row;
 
         folder.write("1 Skies/Fog.jpg", 61);
-        ASSERT_TRUE(until([&] { return elements.rowCount() == 9 && areAllReady(); })) << msex;
+        ASSERT_TRUE(waitFor([&] { return elements.rowCount() == 9 && areAllReady(); })) << msex;
         EXPECT_EQ(elements.element(8).name.toStdString(), "Fog.jpg");
         EXPECT_EQ(server.count("GETh", 10), 10) << msex;
         folder.remove("1 Skies/Fog.jpg");
-        ASSERT_TRUE(until([&] { return elements.rowCount() == 8; })) << msex;
+        ASSERT_TRUE(waitFor([&] { return elements.rowCount() == 8; })) << msex;
         EXPECT_EQ(server.count("GETh", 10), 10) << msex;
         EXPECT_EQ(resets.count(), 0) << msex;
         server.kill();
-        ASSERT_TRUE(until([this] { return !session.isChosenUp(); }));
+        ASSERT_TRUE(waitFor([this] { return !session.isChosenUp(); }));
         session.chooseServer({});
     }
 }
@@ -298,7 +298,7 @@ TEST_F(BrowserModels, AnswersToNothingAreLeftAlone)
     const MediaServer server;
     openServer();
     openLibrary("1,1,0,0");
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     QSignalSpy changes(&session.pictures(), &PictureStore::changed);
     Browser::Picture picture;
     picture.server = session.chosenServer();
@@ -345,13 +345,13 @@ TEST_F(BrowserModels, PicturesThatWerePushedOutComeAgainWhenTheyAreLookedAt)
     MediaServer server;
     openServer();
     openLibrary("1,3,0,0");
-    ASSERT_TRUE(until([this] { return session.pictures().done() == 10; }));
+    ASSERT_TRUE(waitFor([this] { return session.pictures().done() == 10; }));
     EXPECT_LE(countRows(State::Ready), 2);
     session.elements().setVisibleRows(0, 1);
-    EXPECT_TRUE(until([this] { return stateOf(0) == State::Ready && stateOf(1) == State::Ready; }));
+    EXPECT_TRUE(waitFor([this] { return stateOf(0) == State::Ready && stateOf(1) == State::Ready; }));
     // Those that will not come again wait no more either.
     server.kill();
-    ASSERT_TRUE(until([this] { return !session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return !session.isChosenUp(); }));
     EXPECT_EQ(countRows(State::Waiting), 0);
 }
 
@@ -363,8 +363,8 @@ TEST_F(BrowserModels, AnotherServerTakesThePlaceOfEverything)
     session.chooseServer("127.0.0.3:4812");
     EXPECT_EQ(session.elements().rowCount(), 0);
     EXPECT_EQ(session.elements().state(), ElementModel::State::Empty);
-    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     openLibrary("1,2,0,0");
-    EXPECT_TRUE(until([this] { return areAllReady(); }));
+    EXPECT_TRUE(waitFor([this] { return areAllReady(); }));
     EXPECT_EQ(session.pictures().total(), 4);
 }

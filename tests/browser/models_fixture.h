@@ -23,13 +23,13 @@ protected:
     void openServer(const QString& key = StageKey)
     {
         session.chooseServer(key);
-        ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+        ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     }
     /// Chooses a library and waits for its elements.
     void openLibrary(const QString& id, quint8 type = 1)
     {
         session.chooseLibrary(type, id);
-        ASSERT_TRUE(until([this] { return session.elements().state() == Browser::ElementModel::State::Loaded; }))
+        ASSERT_TRUE(waitFor([this] { return session.elements().state() == Browser::ElementModel::State::Loaded; }))
             << session.elements().problem().toStdString();
     }
     /// Fetches what is below the library and waits for it.
@@ -40,7 +40,7 @@ protected:
         ASSERT_TRUE(index.isValid());
         ASSERT_TRUE(libraries.canFetchMore(index));
         libraries.fetchMore(index);
-        ASSERT_TRUE(until([&] { return libraries.rowCount(libraries.find(type, id)) > 0; }));
+        ASSERT_TRUE(waitFor([&] { return libraries.rowCount(libraries.find(type, id)) > 0; }));
     }
     State stateOf(int row) { return session.pictures().state(session.elements().pictureId(row)); }
     /// How many rows have a picture in this state.

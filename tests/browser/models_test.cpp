@@ -40,16 +40,16 @@ TEST_F(BrowserModels, ServersComeGoAndAreForgotten)
             states << servers.stateOf(StageKey);
     });
     MediaServer server({"--name", "Stage", "--product", "Painter", "--product-version", "3.4.5"});
-    ASSERT_TRUE(until([&] { return servers.stateOf(StageKey) == ServerModel::State::Up; }));
+    ASSERT_TRUE(waitFor([&] { return servers.stateOf(StageKey) == ServerModel::State::Up; }));
     EXPECT_EQ(states.first(), ServerModel::State::Seen);
     const QModelIndex index = servers.index(servers.rowOf(StageKey));
     EXPECT_EQ(index.data(ServerModel::NameRole).toString().toStdString(), "Stage");
     EXPECT_EQ(index.data(ServerModel::ProductRole).toString().toStdString(), "Painter 3.4.5");
     EXPECT_EQ(servers.countUp(), 1);
     server.kill();
-    ASSERT_TRUE(until([&] { return states.contains(ServerModel::State::Lost); }));
+    ASSERT_TRUE(waitFor([&] { return states.contains(ServerModel::State::Lost); }));
     EXPECT_EQ(servers.rowCount(), 1);
-    ASSERT_TRUE(until([&] { return servers.rowCount() == 0; }));
+    ASSERT_TRUE(waitFor([&] { return servers.rowCount() == 0; }));
 }
 
 TEST_F(BrowserModels, AServerThatDoesNotAcceptIsConnecting)
@@ -80,10 +80,10 @@ TEST_F(BrowserModels, AnAnnouncementWithoutAServerBehindItIsSeenAndThenConnectin
     };
     QObject::connect(&servers, &QAbstractItemModel::rowsInserted, &session, note);
     QObject::connect(&servers, &QAbstractItemModel::dataChanged, &session, note);
-    ASSERT_TRUE(until([&] {
+    ASSERT_TRUE(waitFor([&] {
         socket.writeDatagram(announcement, QHostAddress("224.0.0.180"), 4809);
         // As often as the browser looks, and not as a flood.
-        return until([&] { return states.size() >= 2; }, 200);
+        return waitFor([&] { return states.size() >= 2; }, 200);
     }));
     EXPECT_EQ(states.at(0), ServerModel::State::Seen);
     EXPECT_EQ(states.at(1), ServerModel::State::Connecting);
@@ -105,7 +105,7 @@ TEST(BrowserServers, OneThatIsUpIsListedBesideAnyNumberOfForgedOnes)
 TEST_F(BrowserModels, ManyServersStandInTheOrderOfTheirAddresses)
 {
     const MediaServer servers({"--count", "200", "--name", "Rack"});
-    ASSERT_TRUE(until([&] { return session.servers().countUp() == 200; })) << session.servers().countUp();
+    ASSERT_TRUE(waitFor([&] { return session.servers().countUp() == 200; })) << session.servers().countUp();
     EXPECT_EQ(session.servers().rowOf("127.0.0.2:4811"), 0);
     EXPECT_EQ(session.servers().rowOf("127.0.0.201:5010"), 199);
 }
@@ -149,11 +149,11 @@ TEST_F(BrowserModels, ATreeThatGetsNoAnswerSaysSo)
     openServer();
     LibraryModel& libraries = session.libraries();
     libraries.fetchMore(libraries.find(1, Browser::RootLibrary));
-    ASSERT_TRUE(until(
+    ASSERT_TRUE(waitFor(
         [&] { return !libraries.find(1, Browser::RootLibrary).data(LibraryModel::ProblemRole).toString().isEmpty(); }));
     EXPECT_FALSE(libraries.find(1, Browser::RootLibrary).data(LibraryModel::LoadingRole).toBool());
     session.chooseLibrary(1, "1,1,0,0");
-    ASSERT_TRUE(until([&] { return session.elements().state() == Browser::ElementModel::State::Failed; }));
+    ASSERT_TRUE(waitFor([&] { return session.elements().state() == Browser::ElementModel::State::Failed; }));
 }
 
 TEST_F(BrowserModels, AnUpdateRenewsTheRowsThatItTouches)
@@ -166,15 +166,15 @@ TEST_F(BrowserModels, AnUpdateRenewsTheRowsThatItTouches)
     EXPECT_EQ(libraries.rowCount(libraries.find(1, Browser::RootLibrary)), 2);
     const QPersistentModelIndex skies = libraries.find(1, "1,1,0,0");
     folder.write("1 Skies/Fog.jpg", 50);
-    ASSERT_TRUE(until([&] { return skies.sibling(skies.row(), 1).data().toInt() == 9; }));
+    ASSERT_TRUE(waitFor([&] { return skies.sibling(skies.row(), 1).data().toInt() == 9; }));
     EXPECT_TRUE(skies.data(LibraryModel::IsNewRole).toBool());
     EXPECT_FALSE(libraries.find(1, "1,2,0,0").data(LibraryModel::IsNewRole).toBool());
     folder.write("3 Fire/Embers.jpg", 51);
-    ASSERT_TRUE(until([&] { return libraries.find(1, "1,3,0,0").isValid(); }));
+    ASSERT_TRUE(waitFor([&] { return libraries.find(1, "1,3,0,0").isValid(); }));
     // The rows that were there are still the same ones.
     EXPECT_TRUE(skies.isValid());
     folder.remove("3 Fire/Embers.jpg");
-    ASSERT_TRUE(until([&] { return libraries.find(1, "1,3,0,0").sibling(2, 1).data().toInt() == 0; }));
+    ASSERT_TRUE(waitFor([&] { return libraries.find(1, "1,3,0,0").sibling(2, 1).data().toInt() == 0; }));
 }
 
 TEST_F(BrowserModels, AServerThatComesBackAsAnotherIsShownAfresh)
@@ -185,18 +185,18 @@ TEST_F(BrowserModels, AServerThatComesBackAsAnotherIsShownAfresh)
     EXPECT_EQ(namesBelow(libraries, {}).join('|').toStdString(), "Media|Effects");
     expand(1, Browser::RootLibrary);
     openLibrary("2");
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     old.kill();
-    ASSERT_TRUE(until([this] { return !session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return !session.isChosenUp(); }));
     const MediaServer updated({"--effects", "1", "--generic", "1"});
-    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     EXPECT_EQ(namesBelow(libraries, {}).join('|').toStdString(), "Media|Effects|Generic");
     // Identities of the other version mean nothing.
     EXPECT_EQ(session.elements().state(), Browser::ElementModel::State::Empty);
     EXPECT_EQ(session.elements().rowCount(), 0);
     expand(1, Browser::RootLibrary);
     openLibrary("1,2,0,0");
-    EXPECT_TRUE(until([this] { return areAllReady(); }));
+    EXPECT_TRUE(waitFor([this] { return areAllReady(); }));
 }
 
 TEST_F(BrowserModels, AnAnswerAfterAFailureTakesTheFailureBack)
@@ -213,7 +213,7 @@ TEST_F(BrowserModels, AnAnswerAfterAFailureTakesTheFailureBack)
     };
     EXPECT_EQ(problem(), "no answer");
     folder.write("1 Skies/Fog.jpg", 50);
-    ASSERT_TRUE(until([&] { return libraries.find(1, "1,1,0,0").sibling(0, 1).data().toInt() == 9; }));
+    ASSERT_TRUE(waitFor([&] { return libraries.find(1, "1,1,0,0").sibling(0, 1).data().toInt() == 9; }));
     EXPECT_EQ(problem(), "");
 }
 
@@ -223,14 +223,15 @@ TEST_F(BrowserModels, LayersMoveAndShowWhatTheyPlay)
         MediaServer server({"--layers", "3", "--layer-rate", "50", "--msex", msex});
         openServer();
         LayerModel& layers = session.layers();
-        ASSERT_TRUE(until([&] { return layers.rowCount() == 3; })) << msex;
+        ASSERT_TRUE(waitFor([&] { return layers.rowCount() == 3; })) << msex;
         EXPECT_EQ(layers.index(0, LayerModel::Flags).data().toString().toStdString(), "0x00000001");
         EXPECT_EQ(layers.index(0, LayerModel::Name).data().toString().toStdString(), "Grey across");
         const double before = layers.index(0, 0).data(LayerModel::FractionRole).toDouble();
-        EXPECT_TRUE(until([&] { return layers.index(0, 0).data(LayerModel::FractionRole).toDouble() != before; }));
-        EXPECT_TRUE(until([&] { return !layers.index(2, 0).data(LayerModel::PictureRole).value<QImage>().isNull(); }));
+        EXPECT_TRUE(waitFor([&] { return layers.index(0, 0).data(LayerModel::FractionRole).toDouble() != before; }));
+        EXPECT_TRUE(
+            waitFor([&] { return !layers.index(2, 0).data(LayerModel::PictureRole).value<QImage>().isNull(); }));
         server.kill();
-        EXPECT_TRUE(until([&] { return layers.rowCount() == 0; }));
+        EXPECT_TRUE(waitFor([&] { return layers.rowCount() == 0; }));
         session.chooseServer({});
     }
 }
@@ -246,14 +247,14 @@ TEST_F(BrowserModels, ThePatchComesWithTheServer)
     const MediaServer server({"--patch", file.fileName()});
     openServer();
     PatchModel& patch = session.patch();
-    ASSERT_TRUE(until([&] { return patch.rowCount() == 2; }));
+    ASSERT_TRUE(waitFor([&] { return patch.rowCount() == 2; }));
     EXPECT_EQ(patch.index(0, PatchModel::Identifier).data().toInt(), 2);
     EXPECT_EQ(patch.index(1, PatchModel::Name).data().toString().toStdString(), "Wash");
     // One that the server has no more: it says nothing of it, so only asking for all tells.
     patch.take({{99, 0, 1, 1, "Acme", "Gone"}});
     EXPECT_EQ(patch.rowCount(), 3);
     session.reload();
-    EXPECT_TRUE(until([&] { return patch.rowCount() == 2; }));
+    EXPECT_TRUE(waitFor([&] { return patch.rowCount() == 2; }));
     EXPECT_EQ(patch.index(1, PatchModel::Name).data().toString().toStdString(), "Wash");
     session.chooseServer({});
     EXPECT_EQ(patch.rowCount(), 0);
@@ -267,11 +268,11 @@ TEST_F(BrowserModels, TheLogIsFilteredAndShowsTrafficOnDemand)
     filter.setContext("CITP.Stack.Traffic");
     MediaServer server;
     openServer();
-    ASSERT_TRUE(until([&] { return log.rowCount() > 0; }));
+    ASSERT_TRUE(waitFor([&] { return log.rowCount() > 0; }));
     EXPECT_EQ(filter.rowCount(), 0);
     log.setTraffic(true);
     expand(1, Browser::RootLibrary);
-    EXPECT_TRUE(until([&] { return filter.rowCount() >= 2; }));
+    EXPECT_TRUE(waitFor([&] { return filter.rowCount() >= 2; }));
     log.setTraffic(false);
     filter.setLevels(Os::Log::Failure);
     EXPECT_EQ(filter.rowCount(), 0);
@@ -323,8 +324,8 @@ TEST(BrowserInbox, DecodesNothingMoreOnceItIsToGo)
     answer.ThumbnailWidth = 1;
     answer.ThumbnailHeight = 1;
     answer.ThumbnailBuffer = "RGB";
-    ASSERT_TRUE(until([&] { return isListening.load(); }));
-    ASSERT_TRUE(until([&] {
+    ASSERT_TRUE(waitFor([&] { return isListening.load(); }));
+    ASSERT_TRUE(waitFor([&] {
         Q_EMIT CITP::citp_stack::Get()->elementThumbnail(StageKey, answer);
         return decoded > 0;
     }));
@@ -335,7 +336,7 @@ TEST(BrowserInbox, DecodesNothingMoreOnceItIsToGo)
     const int before = decoded;
     isFlooded = true;
     // Now the thread is at all that has gathered, which Qt lets it finish.
-    ASSERT_TRUE(until([&] { return decoded > before + 1; }));
+    ASSERT_TRUE(waitFor([&] { return decoded > before + 1; }));
     inbox.reset();
     EXPECT_LT(decoded, Flood);
 }
@@ -346,7 +347,7 @@ TEST(BrowserLog, KeepsTheLastLines)
     Os::Log::Context context("Probe");
     for (int i = 0; i < 25; ++i)
         context.Write(Os::Log::State, text_base() << i, "probe()", "probe.cpp", 1, {});
-    ASSERT_TRUE(until([&] { return log.rowCount() == 10; }));
+    ASSERT_TRUE(waitFor([&] { return log.rowCount() == 10; }));
     EXPECT_EQ(log.index(9, LogModel::Text).data().toString().toStdString(), "24");
     EXPECT_EQ(log.index(0, LogModel::Text).data().toString().toStdString(), "15");
 }

@@ -1,6 +1,5 @@
 // citp-browser as a program: its options, what it says where it cannot run, and what it shows and remembers.
 // SPDX-License-Identifier: Apache-2.0
-#include <QProcessEnvironment>
 #include <QSettings>
 
 #include "browser_fixture.h"
@@ -9,35 +8,19 @@ namespace {
 class BrowserProgram : public ::testing::Test
 {
 protected:
-    BrowserProgram() : m_environment(QProcessEnvironment::systemEnvironment())
+    /// @param platform as ChildProcess takes it
+    std::vector<std::string> environment(const char* platform = "QT_QPA_PLATFORM=offscreen") const
     {
-        for (const char* const name : {"DISPLAY", "WAYLAND_DISPLAY", "WAYLAND_SOCKET", "ARTNET_ADAPTER"})
-            m_environment.remove(name);
-        m_environment.insert("QT_QPA_PLATFORM", "offscreen");
+        const std::string home = m_home.path().toStdString();
         // Its settings are its own.
-        m_environment.insert("HOME", m_home.path());
-        m_environment.insert("XDG_CONFIG_HOME", m_home.path());
-    }
-    ~BrowserProgram() override
-    {
-        m_process.kill();
-        m_process.waitForFinished(Patience);
-    }
-
-    void start(const QStringList& arguments)
-    {
-        m_process.setProcessEnvironment(m_environment);
-        m_process.start(BROWSER_PROGRAM, arguments);
-        ASSERT_TRUE(m_process.waitForStarted(Patience)) << m_process.errorString().toStdString();
+        return {"DISPLAY",      "WAYLAND_DISPLAY",         "WAYLAND_SOCKET", "ARTNET_ADAPTER",
+                "HOME=" + home, "XDG_CONFIG_HOME=" + home, platform};
     }
     /// Runs it to its end.
-    /// @return its exit status; -1 if it crashed or did not end
-    int run(const QStringList& arguments)
+    Outcome run(const QStringList& arguments, const char* platform)
     {
-        start(arguments);
-        const bool isOver = m_process.waitForFinished(Patience);
-        m_errors = QString::fromLocal8Bit(m_process.readAllStandardError());
-        return isOver && m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+        Child program(BROWSER_PROGRAM, arguments, environment(platform));
+        return outcomeOf(program);
     }
     std::string remembered(const QString& key)
     {
@@ -48,9 +31,6 @@ protected:
     }
 
     QTemporaryDir m_home;
-    QProcessEnvironment m_environment;
-    QProcess m_process;
-    QString m_errors; ///< of the last run
 };
 } // namespace
 
@@ -63,30 +43,30 @@ TEST_F(BrowserProgram, SaysInOneLineWhatIsWrongWithItsOptions)
         {{"--server", "999.1.1.1:4811"}, "--server: '999."}, {{"--server", "2.0.0.10:99999"}, "--server: '2.0."},
         {{"--server", "2.0.0.10:0"}, "--server: '2.0."},     {{"--server", "2.0.0.10:04811"}, "--server: '2.0."},
         {{"--server", "002.0.0.10:4811"}, "--server: '002"}};
-    // Where it would be taken it ends all the same.
-    m_environment.insert("QT_QPA_PLATFORM", "nosuchplatform");
     for (const auto& [arguments, expected] : wrong) {
-        EXPECT_EQ(run(arguments), 2) << arguments.join(' ').toStdString();
-        EXPECT_TRUE(m_errors.startsWith("citp-browser: " + expected)) << m_errors.toStdString();
-        EXPECT_EQ(m_errors.count('\n'), 1) << m_errors.toStdString();
+        // If it accepted an option, it would end for want of a platform.
+        const Outcome outcome = run(arguments, "QT_QPA_PLATFORM=nosuchplatform");
+        EXPECT_EQ(outcome.status, 2) << arguments.join(' ').toStdString();
+        EXPECT_TRUE(outcome.errors.startsWith("citp-browser: " + expected)) << outcome.errors.toStdString();
+        EXPECT_EQ(outcome.errors.count('\n'), 1) << outcome.errors.toStdString();
     }
 }
 
 TEST_F(BrowserProgram, FailsWhereThereIsNoDisplay)
 {
-    m_environment.remove("QT_QPA_PLATFORM");
-    EXPECT_EQ(run({}), 1);
-    EXPECT_TRUE(m_errors.startsWith("citp-browser: there is no display")) << m_errors.toStdString();
-    EXPECT_EQ(m_errors.count('\n'), 1) << m_errors.toStdString();
+    const Outcome outcome = run({}, "QT_QPA_PLATFORM");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.errors.startsWith("citp-browser: there is no display")) << outcome.errors.toStdString();
+    EXPECT_EQ(outcome.errors.count('\n'), 1) << outcome.errors.toStdString();
 }
 
 TEST_F(BrowserProgram, ShowsTheServerThatItIsToldAndRemembersTheAdapter)
 {
     MediaServer first;
     MediaServer second({"--address", "127.0.0.3", "--port", "4812"});
-    start({"--adapter", "lo", "--server", "127.0.0.3:4812"});
+    const Child browser(BROWSER_PROGRAM, {"--adapter", "lo", "--server", "127.0.0.3:4812"}, environment());
     // The media of the server on show are asked for.
     EXPECT_EQ(second.count("GELI", 1), 1);
     EXPECT_EQ(first.count("GELI"), 0);
-    EXPECT_EQ(remembered("adapter"), "lo");
+    EXPECT_TRUE(waitFor([this] { return remembered("adapter") == "lo"; })) << remembered("adapter");
 }

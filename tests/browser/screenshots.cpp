@@ -42,7 +42,7 @@ QPalette darkPalette()
 // What is not there in time is said, and the run goes on: the picture shows what was there instead.
 void expect(const char* what, const std::function<bool()>& isDone)
 {
-    if (!until(isDone))
+    if (!waitFor(isDone))
         ADD_FAILURE() << "did not happen: " << what;
 }
 

@@ -78,9 +78,9 @@ TEST_F(BrowserWindow, IsUsedByKeysFromTheServerToThePictureAndBackAfterALoss)
     QApplication::setActiveWindow(window.get());
     MediaServer server({"--name", "Stage", "--layer-rate", "20"});
     // The first server that comes up is shown, its media opened.
-    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     EXPECT_EQ(session.chosenServer().toStdString(), Key.toStdString());
-    ASSERT_TRUE(until([this] { return session.libraries().find(1, "1,3,0,0").isValid(); }));
+    ASSERT_TRUE(waitFor([this] { return session.libraries().find(1, "1,3,0,0").isValid(); }));
     EXPECT_EQ(find<QLabel>("counts")->text().toStdString(), "Servers up: 1 of 1");
 
     key(Qt::Key_2, Qt::ControlModifier);
@@ -90,8 +90,8 @@ TEST_F(BrowserWindow, IsUsedByKeysFromTheServerToThePictureAndBackAfterALoss)
         key(Qt::Key_Down);
     EXPECT_EQ(chosenLibrary().toStdString(), "1,3,0,0");
     key(Qt::Key_Right);
-    ASSERT_TRUE(until([this] { return session.libraries().find(1, "2,3,1,0").isValid(); }));
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return session.libraries().find(1, "2,3,1,0").isValid(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     EXPECT_FALSE(find<QProgressBar>("progress")->isVisible());
 
     key(Qt::Key_F, Qt::ControlModifier);
@@ -115,16 +115,16 @@ TEST_F(BrowserWindow, IsUsedByKeysFromTheServerToThePictureAndBackAfterALoss)
     auto* const fields = find<QTreeWidget>("fields");
     EXPECT_EQ(fields->topLevelItem(0)->text(1).toStdString(), "Frame 08");
     const auto* const picture = window->findChild<Browser::PictureView*>();
-    EXPECT_TRUE(until([&] { return picture->image().width() > 320; }));
-    EXPECT_TRUE(until([this] { return find<QTableView>("layers")->model()->rowCount() == 2; }));
+    EXPECT_TRUE(waitFor([&] { return picture->image().width() > 320; }));
+    EXPECT_TRUE(waitFor([this] { return find<QTableView>("layers")->model()->rowCount() == 2; }));
 
     server.kill();
-    ASSERT_TRUE(until([this] { return !session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return !session.isChosenUp(); }));
     EXPECT_EQ(find<QLabel>("note")->text().toStdString(), "not connected");
     EXPECT_EQ(rowsReady(), 10);
     server.restart();
-    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
-    EXPECT_TRUE(until([this] { return find<QLabel>("note")->text() == "Elements: 10"; }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
+    EXPECT_TRUE(waitFor([this] { return find<QLabel>("note")->text() == "Elements: 10"; }));
     EXPECT_EQ(grid->currentIndex().row(), 8);
     EXPECT_EQ(chosenLibrary().toStdString(), "1,3,0,0");
 }
@@ -133,9 +133,9 @@ TEST_F(BrowserWindow, EscapeEndsTheLoading)
 {
     QApplication::setActiveWindow(window.get());
     const MediaServer server({"--fault", "delay", "--fault-delay", "250"});
-    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     session.chooseLibrary(1, "1,3,0,0");
-    ASSERT_TRUE(until([this] { return session.elements().rowCount() == 10; }));
+    ASSERT_TRUE(waitFor([this] { return session.elements().rowCount() == 10; }));
     EXPECT_TRUE(find<QPushButton>("cancel")->isVisible());
     EXPECT_TRUE(find<QProgressBar>("progress")->isVisible());
     key(Qt::Key_Escape);
@@ -143,15 +143,15 @@ TEST_F(BrowserWindow, EscapeEndsTheLoading)
     EXPECT_EQ(session.pictures().done(), 10);
     EXPECT_LT(rowsReady(), 10);
     key(Qt::Key_F5);
-    EXPECT_TRUE(until([this] { return rowsReady() == 10; }));
+    EXPECT_TRUE(waitFor([this] { return rowsReady() == 10; }));
 }
 
 TEST_F(BrowserWindow, TheTileOfEveryPointIsTheOneThatIsDrawnThere)
 {
     const MediaServer server;
-    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     session.chooseLibrary(1, "1,3,0,0");
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     auto* const grid = find<ElementGrid>("elements");
     for (const int width : {1280, 1500, 2560}) {
         window->resize(width, 720);
@@ -173,11 +173,11 @@ TEST_F(BrowserWindow, TheTileOfEveryPointIsTheOneThatIsDrawnThere)
 TEST_F(BrowserWindow, ALongLibraryWithLongNamesIsScrolledAndPainted)
 {
     const MediaServer server({"--fault", "silence"});
-    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     session.chooseLibrary(1, "1,9,0,0");
     // The request for the tree comes first and must run out.
     session.requests().setTimeLimit(200);
-    ASSERT_TRUE(until([this] { return session.elements().state() == ElementModel::State::Failed; }));
+    ASSERT_TRUE(waitFor([this] { return session.elements().state() == ElementModel::State::Failed; }));
     session.requests().setTimeLimit(20000);
     session.chooseLibrary(1, "1,9,0,0");
     const auto list = std::make_shared<Browser::ElementList>();
@@ -211,7 +211,7 @@ TEST_F(BrowserWindow, ALongLibraryWithLongNamesIsScrolledAndPainted)
 TEST_F(BrowserWindow, ManyServersAreListedAndOneIsChosen)
 {
     const MediaServer servers({"--count", "200"});
-    ASSERT_TRUE(until([this] { return session.servers().countUp() == 200; })) << session.servers().countUp();
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 200; })) << session.servers().countUp();
     auto* const list = find<QListView>("servers");
     QApplication::setActiveWindow(window.get());
     key(Qt::Key_1, Qt::ControlModifier);
@@ -225,20 +225,20 @@ TEST_F(BrowserWindow, AServerThatIsForgottenDoesNotPassTheChoiceOnToItsNeighbour
 {
     session.servers().setKeepTime(300);
     MediaServer server;
-    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     ASSERT_EQ(session.chosenServer().toStdString(), Key.toStdString());
     const MediaServer neighbour({"--address", "127.0.0.3", "--port", "4812"});
-    ASSERT_TRUE(until([this] { return session.servers().countUp() == 2; }));
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 2; }));
     session.chooseLibrary(1, "1,3,0,0");
-    ASSERT_TRUE(until([this] { return areAllReady(); }));
+    ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     server.kill();
-    ASSERT_TRUE(until([this] { return session.servers().rowCount() == 1; }));
+    ASSERT_TRUE(waitFor([this] { return session.servers().rowCount() == 1; }));
     EXPECT_EQ(session.chosenServer().toStdString(), Key.toStdString());
     EXPECT_EQ(rowsReady(), 10);
     const auto* const list = find<QListView>("servers");
     EXPECT_FALSE(list->currentIndex().isValid());
     server.restart();
-    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     EXPECT_EQ(list->currentIndex().data(ServerModel::KeyRole).toString().toStdString(), Key.toStdString());
     EXPECT_EQ(chosenLibrary().toStdString(), "1,3,0,0");
 }
@@ -259,9 +259,9 @@ TEST_F(BrowserWindow, GoingToTheServersChoosesNone)
 TEST_F(BrowserWindow, TheAdapterIsShownAndChosenFromAMenu)
 {
     auto* const button = find<QPushButton>("adapter");
-    ASSERT_TRUE(until([&] { return button->text().contains("127.0.0.1"); })) << button->text().toStdString();
+    ASSERT_TRUE(waitFor([&] { return button->text().contains("127.0.0.1"); })) << button->text().toStdString();
     const MediaServer server;
-    ASSERT_TRUE(until([this] { return session.servers().countUp() == 1; }));
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 1; }));
     QMenu* const menu = button->menu();
     Q_EMIT menu->aboutToShow();
     ASSERT_GE(menu->actions().size(), 3);
@@ -273,11 +273,11 @@ TEST_F(BrowserWindow, TheAdapterIsShownAndChosenFromAMenu)
     QObject::connect(&session.servers(), &QAbstractItemModel::dataChanged, &session,
                      [&] { wasLost = wasLost || session.servers().countUp() == 0; });
     loopback->trigger();
-    EXPECT_TRUE(until([&] { return wasLost; }));
-    EXPECT_TRUE(until([this] { return session.servers().countUp() == 1; }));
+    EXPECT_TRUE(waitFor([&] { return wasLost; }));
+    EXPECT_TRUE(waitFor([this] { return session.servers().countUp() == 1; }));
     Q_EMIT menu->aboutToShow();
     EXPECT_TRUE(menu->actions().at(2)->isChecked());
-    EXPECT_TRUE(until([&] { return button->toolTip() == "chosen"; }));
+    EXPECT_TRUE(waitFor([&] { return button->toolTip() == "chosen"; }));
     window->close();
     EXPECT_EQ(QSettings().value("adapter").toString().toStdString(), "lo");
     session.chooseAdapter({});
@@ -295,7 +295,7 @@ TEST_F(BrowserWindow, OnlyTheUsersChoiceOfAnAdapterIsRemembered)
 
 TEST_F(BrowserWindow, FitsASmallScreenAndSaysWhatIsMissing)
 {
-    ASSERT_TRUE(until([this] { return !session.adapter().address.isEmpty(); }));
+    ASSERT_TRUE(waitFor([this] { return !session.adapter().address.isEmpty(); }));
     window->resize(1280, 720);
     QTest::qWait(50);
     EXPECT_LE(window->width(), 1280);
@@ -308,7 +308,7 @@ TEST_F(BrowserWindow, FitsASmallScreenAndSaysWhatIsMissing)
 TEST_F(BrowserWindow, RemembersServerAndPanes)
 {
     const MediaServer servers({"--count", "2"});
-    ASSERT_TRUE(until([this] { return session.servers().countUp() == 2; }));
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 2; }));
     session.chooseServer("127.0.0.3:4812");
     find<QDockWidget>("previewPane")->hide();
     window->close();
@@ -317,7 +317,7 @@ TEST_F(BrowserWindow, RemembersServerAndPanes)
     window = std::make_unique<MainWindow>(session);
     window->show();
     EXPECT_FALSE(find<QDockWidget>("previewPane")->isVisible());
-    EXPECT_TRUE(until([this] { return session.chosenServer() == "127.0.0.3:4812"; }));
+    EXPECT_TRUE(waitFor([this] { return session.chosenServer() == "127.0.0.3:4812"; }));
 }
 
 TEST_F(BrowserWindow, RemembersAServerThatIsNotThereThisTime)
@@ -326,7 +326,7 @@ TEST_F(BrowserWindow, RemembersAServerThatIsNotThereThisTime)
     window = std::make_unique<MainWindow>(session);
     window->show();
     const MediaServer server;
-    ASSERT_TRUE(until([this] { return session.servers().countUp() == 1; }));
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 1; }));
     EXPECT_EQ(session.chosenServer().toStdString(), "");
     window->close();
     EXPECT_EQ(QSettings().value("server").toString().toStdString(), "127.0.0.9:4811");
@@ -335,14 +335,14 @@ TEST_F(BrowserWindow, RemembersAServerThatIsNotThereThisTime)
 TEST_F(BrowserWindow, TheLogShowsTrafficWhenItIsWanted)
 {
     const MediaServer server;
-    ASSERT_TRUE(until([this] { return session.isChosenUp(); }));
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     auto* const context = find<QComboBox>("logContext");
     const QTableView* const log = find<QTableView>("log");
     context->setCurrentIndex(context->findData("CITP.Stack.Traffic"));
     EXPECT_EQ(log->model()->rowCount(), 0);
     find<QCheckBox>("logTraffic")->setChecked(true);
     session.reload();
-    EXPECT_TRUE(until([&] { return log->model()->rowCount() > 0; }));
+    EXPECT_TRUE(waitFor([&] { return log->model()->rowCount() > 0; }));
     find<QCheckBox>("logTraffic")->setChecked(false);
 }
 
