@@ -14,6 +14,14 @@ Outcome browse(const QStringList& arguments)
     return runConsole(arguments + QStringList{"--adapter", "lo"});
 }
 
+// Concurrently, since each run waits some seconds for the server.
+std::vector<Outcome> browseAll(std::vector<QStringList> runs)
+{
+    for (QStringList& arguments : runs)
+        arguments += QStringList{"--adapter", "lo"};
+    return runConsoles(runs);
+}
+
 // The lines without their padding.
 QStringList rows(const Outcome& outcome)
 {
@@ -52,28 +60,32 @@ TEST(ConsoleBrowse, ListsLibrariesWithTheirSubLibraries)
 TEST(ConsoleBrowse, KnowsTopLevelLibrariesOnlyAtMsex10)
 {
     const Server server({"--msex", "1.0"});
-    const std::vector<QJsonObject> libraries = jsonLines(browse({"libraries", key, "--json"}).output);
+    const std::vector<Outcome> outcomes =
+        browseAll({{"libraries", key, "--json"}, {"elements", key, "1,3,0,0"}, {"elements", key, "2,3,1,0"}});
+    const std::vector<QJsonObject> libraries = jsonLines(outcomes[0].output);
     ASSERT_EQ(libraries.size(), 3u);
     EXPECT_EQ(libraries[2].value("library").toString().toStdString(), "3");
     EXPECT_EQ(libraries[2].value("name").toString().toStdString(), "Numbered frames");
     EXPECT_EQ(libraries[2].value("elements").toInt(), 10);
-    EXPECT_EQ(rows(browse({"elements", key, "1,3,0,0"})).size(), 12);
-    expectFailure(browse({"elements", key, "2,3,1,0"}), "MSEX 1.0, which has top-level libraries only");
+    EXPECT_EQ(rows(outcomes[1]).size(), 12);
+    expectFailure(outcomes[2], "MSEX 1.0, which has top-level libraries only");
 }
 
 TEST(ConsoleBrowse, ListsTheElementsOfEveryKindInEveryVersion)
 {
     for (const char* const msex : {"1.0", "1.1", "1.2"}) {
         const Server server({"--msex", msex, "--effects", "1", "--generic", "1"});
-        const QStringList media = rows(browse({"elements", key, "2"}));
+        const std::vector<Outcome> outcomes = browseAll(
+            {{"elements", key, "2"}, {"elements", key, "1", "--type", "2"}, {"elements", key, "1", "--type", "3"}});
+        const QStringList media = rows(outcomes[0]);
         ASSERT_EQ(media.size(), 6) << msex;
         EXPECT_EQ(media[2].toStdString(), "0 0-0 320x240 250 25 2020-01-01 00:00:00 Colour bars") << msex;
-        const QStringList effects = rows(browse({"elements", key, "1", "--type", "2"}));
+        const QStringList effects = rows(outcomes[1]);
         ASSERT_EQ(effects.size(), 6) << msex;
         EXPECT_EQ(effects[3].toStdString(), "1 1-1 Colour (Hue, Saturation, Brightness)") << msex;
         if (qstrcmp(msex, "1.0") == 0)
             continue;
-        const QStringList generic = rows(browse({"elements", key, "1", "--type", "3"}));
+        const QStringList generic = rows(outcomes[2]);
         ASSERT_GT(generic.size(), 2) << msex;
         EXPECT_EQ(generic[2].toStdString(), "0 0-0 2020-01-01 00:00:00 Cue 1") << msex;
     }
@@ -82,30 +94,34 @@ TEST(ConsoleBrowse, ListsTheElementsOfEveryKindInEveryVersion)
 TEST(ConsoleBrowse, ListsElementsAsJson)
 {
     const Server server({"--effects", "1"});
-    const std::vector<QJsonObject> media = jsonLines(browse({"elements", key, "1,2,0,0", "--json"}).output);
+    const std::vector<Outcome> outcomes =
+        browseAll({{"elements", key, "1,2,0,0", "--json"}, {"elements", key, "1", "--type", "2", "--json"}});
+    const std::vector<QJsonObject> media = jsonLines(outcomes[0].output);
     ASSERT_EQ(media.size(), 4u);
     EXPECT_EQ(media[3].value("element").toInt(), 3);
     EXPECT_EQ(media[3].value("name").toString().toStdString(), "Rings");
     EXPECT_EQ(media[3].value("width").toInt(), 320);
     EXPECT_EQ(media[3].value("timestamp").toString().toStdString(), "1577836800");
-    const std::vector<QJsonObject> effects = jsonLines(browse({"elements", key, "1", "--type", "2", "--json"}).output);
+    const std::vector<QJsonObject> effects = jsonLines(outcomes[1].output);
     ASSERT_EQ(effects.size(), 4u);
     EXPECT_EQ(effects[0].value("parameters").toArray().size(), 2);
 }
 
 TEST(ConsoleBrowse, FindsAServerByAUniquePartOfItsName)
 {
-    const Server servers({"--count", "2", "--name", "Stage", "--interval", "100"});
-    EXPECT_TRUE(rows(browse({"libraries", "stage 2"})).first().contains("127.0.0.3:4812"));
-    expectFailure(browse({"libraries", "tage"}), "'tage' is part of several names");
-    expectFailure(browse({"libraries", "Backdrop", "--timeout", "1"}),
+    const Server servers({"--count", "2", "--name", "Stage"});
+    const std::vector<Outcome> outcomes =
+        browseAll({{"libraries", "stage 2"}, {"libraries", "tage"}, {"libraries", "Backdrop", "--timeout", "1"}});
+    EXPECT_TRUE(rows(outcomes[0]).first().contains("127.0.0.3:4812"));
+    expectFailure(outcomes[1], "'tage' is part of several names");
+    expectFailure(outcomes[2],
                   "no server 'Backdrop' within 5 s on adapter lo, 127.0.0.1; heard were: 127.0.0.2:4811  \"Stage 1\"");
 }
 
 TEST(ConsoleBrowse, PrefersANameThatIsTheWhole)
 {
-    const Server one({"--name", "Stage", "--interval", "100"});
-    const Server other({"--name", "Stage left", "--address", "127.0.0.9", "--port", "4900", "--interval", "100"});
+    const Server one({"--name", "Stage"});
+    const Server other({"--name", "Stage left", "--address", "127.0.0.9", "--port", "4900"});
     EXPECT_TRUE(rows(browse({"libraries", "Stage"})).first().contains(key));
 }
 
@@ -117,9 +133,10 @@ TEST(ConsoleBrowse, SaysThatNoServerIsThere)
 TEST(ConsoleBrowse, SaysThatAServerDoesNotAnswer)
 {
     const Server server({"--fault", "silence"});
-    expectFailure(browse({"libraries", key, "--timeout", "1"}), "did not send its libraries within 1 s");
-    expectFailure(browse({"elements", key, "1", "--timeout", "0.5"}),
-                  "did not send the elements of library 1,1,0,0 within 0.5 s");
+    const std::vector<Outcome> outcomes =
+        browseAll({{"libraries", key, "--timeout", "1"}, {"elements", key, "1", "--timeout", "0.5"}});
+    expectFailure(outcomes[0], "did not send its libraries within 1 s");
+    expectFailure(outcomes[1], "did not send the elements of library 1,1,0,0 within 0.5 s");
 }
 
 TEST(ConsoleBrowse, ShowsLayersAsTheyMove)
@@ -174,11 +191,12 @@ TEST(ConsoleBrowse, ListsThePatchHarmlessly)
                    {"id": 2, "universe": 0, "channel": 1, "channels": 16, "make": "Acme", "name": "Spot"}])");
     file.close();
     const Server server({"--patch", file.fileName()});
-    const QStringList lines = rows(browse({"patch", key}));
+    const std::vector<Outcome> outcomes = browseAll({{"patch", key}, {"patch", key, "--json"}});
+    const QStringList lines = rows(outcomes[0]);
     ASSERT_EQ(lines.size(), 4);
     EXPECT_EQ(lines[2].toStdString(), "2 0 1 16 Acme Spot");
     EXPECT_EQ(lines[3].toStdString(), "7 1 21 20 Acme Wash\\u001b[2J");
-    const std::vector<QJsonObject> fixtures = jsonLines(browse({"patch", key, "--json"}).output);
+    const std::vector<QJsonObject> fixtures = jsonLines(outcomes[1].output);
     ASSERT_EQ(fixtures.size(), 2u);
     EXPECT_EQ(fixtures[1].value("fixture").toInt(), 7);
     EXPECT_EQ(fixtures[1].value("channels").toInt(), 20);
@@ -193,13 +211,17 @@ TEST(ConsoleBrowse, KeepsFiguresApartFromANameThatLooksLikeTheirPlaces)
     file.close();
     const Server server({"--name", "%1%2%3", "--patch", file.fileName()});
     const std::string start = "server 127.0.0.2:4811 \"%1%2%3\": ";
-    EXPECT_EQ(rows(browse({"libraries", key})).value(0).toStdString(), start + "5 libraries of type 1");
-    EXPECT_EQ(rows(browse({"elements", key, "2"})).value(0).toStdString(),
-              start + "4 elements in library 1,2,0,0 of type 1");
-    EXPECT_EQ(rows(browse({"patch", key})).value(0).toStdString(), start + "1 fixtures");
-    const Outcome stats = browse({"stats", key, "--seconds", "1"});
+    const std::vector<Outcome> outcomes = browseAll({{"libraries", key},
+                                                     {"elements", key, "2"},
+                                                     {"patch", key},
+                                                     {"stats", key, "--seconds", "1"},
+                                                     {"thumbnails", key, "2", "--to", folder.filePath("new")}});
+    EXPECT_EQ(rows(outcomes[0]).value(0).toStdString(), start + "5 libraries of type 1");
+    EXPECT_EQ(rows(outcomes[1]).value(0).toStdString(), start + "4 elements in library 1,2,0,0 of type 1");
+    EXPECT_EQ(rows(outcomes[2]).value(0).toStdString(), start + "1 fixtures");
+    const Outcome& stats = outcomes[3];
     EXPECT_TRUE(stats.output.contains("server 127.0.0.2:4811  \"%1%2%3\"  all of ")) << stats.output.toStdString();
-    const Outcome thumbnails = browse({"thumbnails", key, "2", "--to", folder.filePath("new")});
+    const Outcome& thumbnails = outcomes[4];
     EXPECT_TRUE(thumbnails.output.startsWith("server 127.0.0.2:4811  \"%1%2%3\": 4 of 4 thumbnails written to "))
         << thumbnails.output.toStdString();
 }

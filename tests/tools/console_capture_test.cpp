@@ -9,23 +9,19 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <cstring>
 
 #include "capture_writer.h"
 #include "console_fixture.h"
+#include "network.h"
 
 namespace {
 QStringList capture(const QString& file, const QStringList& more = {})
 {
     return QStringList{"capture", "--adapter", "lo", "--write", file} + more;
-}
-
-/// Whether this process may capture; in a namespace of its own it always may.
-bool isAllowed()
-{
-    return qEnvironmentVariableIsSet("CITP_TEST_NAMESPACE");
 }
 
 /// The adapter "odd", 2.0.0.9, whose packets come as on bare Wi-Fi; it goes with this object.
@@ -56,7 +52,7 @@ private:
 
 TEST(ConsoleCapture, RecordsWhatDecodeShows)
 {
-    if (!isAllowed())
+    if (!hasNamespace())
         GTEST_SKIP() << "needs a network namespace";
     const cap::Files files;
     const QString file = files.path("show.pcap");
@@ -68,9 +64,9 @@ TEST(ConsoleCapture, RecordsWhatDecodeShows)
         ASSERT_TRUE(other.listen(QHostAddress::LocalHost));
         QTcpSocket client;
         client.connectToHost(QHostAddress::LocalHost, other.serverPort());
-        ASSERT_TRUE(client.waitForConnected(Patience));
+        ASSERT_TRUE(client.waitForConnected(TestTimeout));
         client.write("nothing of interest");
-        ASSERT_TRUE(client.waitForBytesWritten(Patience));
+        ASSERT_TRUE(client.waitForBytesWritten(TestTimeout));
 
         const Server server({"--name", "Stage"});
         Console console({"watch", "--adapter", "lo"});
@@ -107,7 +103,7 @@ TEST(ConsoleCapture, RecordsWhatDecodeShows)
 
 TEST(ConsoleCapture, EndsAfterItsPacketsAndReportsThem)
 {
-    if (!isAllowed())
+    if (!hasNamespace())
         GTEST_SKIP() << "needs a network namespace";
     const cap::Files files;
     const Server server;
@@ -120,7 +116,7 @@ TEST(ConsoleCapture, EndsAfterItsPacketsAndReportsThem)
 
 TEST(ConsoleCapture, EndsAfterItsSeconds)
 {
-    if (!isAllowed())
+    if (!hasNamespace())
         GTEST_SKIP() << "needs a network namespace";
     const cap::Files files;
     const Outcome outcome = runConsole(capture(files.path("quiet.pcap"), {"--seconds", "1"}));
@@ -153,7 +149,7 @@ TEST(ConsoleCapture, DoesNotMixItsPacketsWithItsReport)
 
 TEST(ConsoleCapture, NamesALinkTypeThatItCannotRead)
 {
-    if (!isAllowed())
+    if (!hasNamespace())
         GTEST_SKIP() << "needs a network namespace";
     const OddAdapter adapter;
     if (!adapter.isThere())
@@ -168,7 +164,7 @@ TEST(ConsoleCapture, NamesALinkTypeThatItCannotRead)
 
 TEST(ConsoleCapture, SaysThatTheFileCannotBeWritten)
 {
-    if (!isAllowed())
+    if (!hasNamespace())
         GTEST_SKIP() << "needs a network namespace";
     const Outcome outcome = runConsole(capture("/nowhere/at/all.pcap"));
     EXPECT_EQ(outcome.status, 1);

@@ -7,21 +7,16 @@
 #include <QTemporaryDir>
 #include <QUdpSocket>
 
-#include <cstdlib>
 #include <map>
 #include <memory>
 
 #include "console_fixture.h"
+#include "network.h"
 #include "wire.h"
 
 namespace {
 const QStringList All{"adapter", "address",  "multicast", "port",    "heard",
                       "tcp",     "greeting", "version",   "library", "thumbnail"};
-
-void ip(const std::string& arguments)
-{
-    ASSERT_EQ(std::system(("ip " + arguments).c_str()), 0) << "ip " << arguments;
-}
 
 // The verdict on each check, and that there is one on every check and on nothing else.
 std::map<QString, QString> verdictsIn(const QString& output)
@@ -77,17 +72,6 @@ Outcome examineBriefly(const QStringList& arguments = {})
     return examine(QStringList{"--timeout", "2"} + arguments);
 }
 
-// A media server that has been heard long before the waiting for others is over, however busy the machine is.
-QStringList often(const QStringList& more = {})
-{
-    return QStringList{"--interval", "100"} + more;
-}
-
-bool hasNamespace()
-{
-    return qEnvironmentVariableIsSet("CITP_TEST_NAMESPACE");
-}
-
 // A virtual cable from the adapter show0 of this machine to another machine, on which a media server runs.
 class ConsoleDoctorOnAShowNetwork : public ::testing::Test
 {
@@ -112,8 +96,7 @@ protected:
         const auto networkOf = [](const QString& process) {
             return QFile::symLinkTarget(QString("/proc/%1/ns/net").arg(process)).section('/', -1);
         };
-        for (int i = 0; i < Patience / 20 && networkOf(QString::number(m_far->id())) == networkOf("self"); ++i)
-            m_far->waitForEnd(20);
+        ASSERT_TRUE(waitFor([&] { return networkOf(QString::number(m_far->id())) != networkOf("self"); }));
         ip("link set far0 netns " + std::to_string(m_far->id()));
         m_far->waitForLine("listens on");
     }
@@ -124,7 +107,7 @@ protected:
 
 TEST(ConsoleDoctor, FindsAHealthyServerWell)
 {
-    const Server server(often({"--name", "Stage", "--product", "Test Product", "--product-version", "3.2.1"}));
+    const Server server({"--name", "Stage", "--product", "Test Product", "--product-version", "3.2.1"});
     const Outcome outcome = examine();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors.toStdString(), "");
@@ -194,7 +177,7 @@ TEST(ConsoleDoctor, SaysThatThereIsNoAdapterButTheLoopback)
 {
     if (!hasNamespace())
         GTEST_SKIP() << "needs a network namespace without adapters";
-    const Server server(often());
+    const Server server;
     expectFailure(runConsole({"doctor"}), "adapter", "lo, the loopback: no other adapter is up", {});
 }
 
@@ -227,14 +210,17 @@ TEST(ConsoleDoctor, NamesTheProgramThatKeepsThePortToItself)
     const Server server;
     QUdpSocket greedy;
     ASSERT_TRUE(greedy.bind(QHostAddress(QHostAddress::AnyIPv4), 4809, QAbstractSocket::DontShareAddress));
-    const QString taken =
-        QString("UDP 4809 is taken by console_doctor_ (process %1)").arg(QCoreApplication::applicationPid());
+    QFile name("/proc/self/comm");
+    ASSERT_TRUE(name.open(QIODevice::ReadOnly));
+    const QString taken = QString("UDP 4809 is taken by %1 (process %2)")
+                              .arg(QString::fromUtf8(name.readAll().trimmed()))
+                              .arg(QCoreApplication::applicationPid());
     expectFailure(examineBriefly(), "port", taken, after("port"));
 }
 
 TEST(ConsoleDoctor, NamesTheProgramThatSharesThePort)
 {
-    const Server server(often());
+    const Server server;
     Console other({"watch", "--adapter", "lo"});
     other.waitForLine("up ");
     const Outcome outcome = examine();
@@ -258,11 +244,11 @@ TEST(ConsoleDoctor, SaysWhoElseIsHeardWhenNoServerIs)
     Console doctor({"doctor", "--adapter", "lo", "--timeout", "3"});
     QUdpSocket desk;
     ASSERT_TRUE(desk.bind(QHostAddress("127.0.0.9"), 0));
-    for (int i = 0; i < Patience / 50 && doctor.waitForEnd(50) == -1; ++i) {
+    for (int i = 0; i < TestTimeout / 50 && doctor.waitForEnd(50) == -1; ++i) {
         desk.writeDatagram(message, QHostAddress("224.0.0.180"), 4809);
         desk.writeDatagram("something", QHostAddress("224.0.0.180"), 4809);
     }
-    const Outcome outcome{doctor.waitForEnd(), doctor.output(), doctor.errors()};
+    const Outcome outcome = outcomeOf(doctor);
     expectFailure(outcome, "heard",
                   "no media server for 3 s; heard were: LightingConsole (Desk\\u001b) at 127.0.0.9, without a port; ",
                   after("heard"));
@@ -271,7 +257,7 @@ TEST(ConsoleDoctor, SaysWhoElseIsHeardWhenNoServerIs)
 
 TEST(ConsoleDoctor, SaysWhoIsHeardWhenTheServerIsNot)
 {
-    const Server server(often({"--name", "Stage"}));
+    const Server server({"--name", "Stage"});
     const Outcome outcome = examineBriefly({"Balcony"});
     expectFailure(outcome, "heard", "no server 'Balcony' for 2 s; heard were: 127.0.0.2:4811  \"Stage\"",
                   after("heard"));
@@ -284,7 +270,7 @@ TEST(ConsoleDoctor, KeepsNoMoreOfAFloodOfAnnouncementsThanAnyShowHas)
     QUdpSocket flood;
     ASSERT_TRUE(flood.bind(QHostAddress("127.0.0.9"), 0));
     unsigned port = 0;
-    for (int i = 0; i < Patience / 50 && doctor.waitForEnd(50) == -1; ++i) {
+    for (int i = 0; i < TestTimeout / 50 && doctor.waitForEnd(50) == -1; ++i) {
         for (int datagram = 0; datagram < 100; ++datagram) {
             port = port % 2000 + 1;
             flood.writeDatagram(Wire::ploc(port, "MediaServer", name.constData()), QHostAddress("224.0.0.180"), 4809);
@@ -308,8 +294,8 @@ TEST(ConsoleDoctor, TellsAServerThatIsNotHeardFromOneThatIsNotThere)
 
 TEST(ConsoleDoctor, ChecksEveryServerAndFailsForOne)
 {
-    const Server good(often({"--name", "Good"}));
-    const Server bad(often({"--name", "Bad", "--address", "127.0.0.3", "--fault", "refuse"}));
+    const Server good({"--name", "Good"});
+    const Server bad({"--name", "Bad", "--address", "127.0.0.3", "--fault", "refuse"});
     const Outcome outcome = examine();
     EXPECT_EQ(outcome.status, 1);
     EXPECT_TRUE(outcome.output.contains("2 servers, the first after")) << outcome.output.toStdString();
@@ -327,8 +313,8 @@ TEST(ConsoleDoctor, ChecksEveryServerAndFailsForOne)
 
 TEST(ConsoleDoctor, ChecksASecondHealthyServerToo)
 {
-    const Server first(often());
-    const Server second(often({"--address", "127.0.0.3", "--msex", "1.0"}));
+    const Server first;
+    const Server second({"--address", "127.0.0.3", "--msex", "1.0"});
     const Outcome outcome = examine();
     EXPECT_EQ(outcome.status, 0) << outcome.output.toStdString();
     EXPECT_EQ(outcome.output.count("ok       thumbnail"), 2) << outcome.output.toStdString();
@@ -338,7 +324,7 @@ TEST(ConsoleDoctor, ChecksASecondHealthyServerToo)
 TEST(ConsoleDoctor, SkipsTheThumbnailOfAServerWithoutMedia)
 {
     const QTemporaryDir empty;
-    const Server server(often({"--media", empty.path()}));
+    const Server server({"--media", empty.path()});
     const Outcome outcome = examine();
     EXPECT_EQ(outcome.status, 0) << outcome.output.toStdString();
     EXPECT_EQ(verdictsIn(outcome.output)["thumbnail"].toStdString(), "skipped");
@@ -347,7 +333,7 @@ TEST(ConsoleDoctor, SkipsTheThumbnailOfAServerWithoutMedia)
 
 TEST(ConsoleDoctor, PrintsOneJsonObjectALine)
 {
-    const Server server(often({"--fault", "silence"}));
+    const Server server({"--fault", "silence"});
     const Outcome outcome = examineBriefly({"--json"});
     EXPECT_EQ(outcome.status, 1);
     const std::vector<QJsonObject> lines = jsonLines(outcome.output);
@@ -419,7 +405,7 @@ class ConsoleDoctorUnderFault : public ::testing::TestWithParam<FaultCase>
 
 TEST_P(ConsoleDoctorUnderFault, NamesTheCheckThatFails)
 {
-    const Server server(often({"--fault", GetParam().fault}));
+    const Server server({"--fault", GetParam().fault});
     const QStringList skipped = after(GetParam().check).mid(0, GetParam().skipped);
     expectFailure(examineBriefly(), GetParam().check, GetParam().text, skipped);
 }

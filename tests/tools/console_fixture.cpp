@@ -1,84 +1,18 @@
-// Child processes for the tests of citp-console, and main(), which gives Qt its application object.
+// Runs of citp-console and citp-mediaserver, and what the leak sanitizer leaves out in them.
 // SPDX-License-Identifier: Apache-2.0
 #include "console_fixture.h"
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QJsonDocument>
 
-#include <csignal>
+#include <memory>
 
-Child::Child(const QString& program, const QStringList& arguments)
-{
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("LSAN_OPTIONS", "print_suppressions=0:suppressions=" LEAKS_FILE);
-    m_process.setProcessEnvironment(environment);
-    m_process.start(program, arguments);
-    EXPECT_TRUE(m_process.waitForStarted(Patience)) << m_process.errorString().toStdString();
-}
+namespace {
+// For the children: the sanitizer of this process has read it before main().
+[[maybe_unused]] const bool hasSuppressions = qputenv("LSAN_OPTIONS", "print_suppressions=0:suppressions=" LEAKS_FILE);
+} // namespace
 
-Child::~Child()
-{
-    if (m_process.state() == QProcess::NotRunning)
-        return;
-    m_process.kill();
-    m_process.waitForFinished(Patience);
-}
-
-void Child::read()
-{
-    m_output += QString::fromUtf8(m_process.readAllStandardOutput());
-    m_errors += QString::fromUtf8(m_process.readAllStandardError());
-}
-
-QString Child::waitForLine(const QString& part)
-{
-    QElapsedTimer timer;
-    timer.start();
-    for (;;) {
-        read();
-        for (int end = 0; (end = static_cast<int>(m_output.indexOf('\n', m_waitedFor))) >= 0;) {
-            const QString line = m_output.mid(m_waitedFor, end - m_waitedFor);
-            m_waitedFor = end + 1;
-            if (line.contains(part))
-                return line;
-        }
-        if (timer.elapsed() > Patience ||
-            (!m_process.waitForReadyRead(100) && m_process.state() == QProcess::NotRunning))
-            break;
-    }
-    ADD_FAILURE() << "no line with: " << part.toStdString() << "\nafter:\n"
-                  << m_output.toStdString() << m_errors.toStdString();
-    return {};
-}
-
-void Child::interrupt()
-{
-    ::kill(static_cast<pid_t>(m_process.processId()), SIGINT);
-}
-
-int Child::waitForEnd(int milliseconds)
-{
-    if (m_process.state() != QProcess::NotRunning && !m_process.waitForFinished(milliseconds))
-        return -1;
-    return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
-}
-
-QString Child::output()
-{
-    read();
-    return m_output;
-}
-
-QString Child::errors()
-{
-    read();
-    return m_errors;
-}
-
-Console::Console(const QStringList& arguments) : Child(CONSOLE_PROGRAM, arguments) {}
-
-Server::Server(const QStringList& arguments) : Child(SERVER_PROGRAM, QStringList{"--adapter", "lo"} + arguments)
+Server::Server(const QStringList& arguments)
+    : Child(SERVER_PROGRAM, QStringList{"--adapter", "lo", "--interval", "100"} + arguments)
 {
     waitForLine("listens on");
 }
@@ -86,8 +20,18 @@ Server::Server(const QStringList& arguments) : Child(SERVER_PROGRAM, QStringList
 Outcome runConsole(const QStringList& arguments)
 {
     Console console(arguments);
-    const int status = console.waitForEnd();
-    return {status, console.output(), console.errors()};
+    return outcomeOf(console);
+}
+
+std::vector<Outcome> runConsoles(const std::vector<QStringList>& runs)
+{
+    std::vector<std::unique_ptr<Console>> consoles;
+    for (const QStringList& arguments : runs)
+        consoles.push_back(std::make_unique<Console>(arguments));
+    std::vector<Outcome> outcomes;
+    for (const auto& console : consoles)
+        outcomes.push_back(outcomeOf(*console));
+    return outcomes;
 }
 
 std::vector<QJsonObject> jsonLines(const QString& output)
@@ -102,11 +46,4 @@ std::vector<QJsonObject> jsonLines(const QString& output)
         objects.push_back(document.object());
     }
     return objects;
-}
-
-int main(int argc, char** argv)
-{
-    const QCoreApplication application(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
 }

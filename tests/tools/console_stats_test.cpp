@@ -78,10 +78,10 @@ TEST(ConsoleStats, CountsRequestsThatAreNotAnswered)
 TEST(ConsoleStats, GivesItsLastFiguresOnCtrlCAndWhenTheServerGoes)
 {
     Console console(statsOfServer + QStringList{"--interval", "1"});
+    Console other(statsOfServer + QStringList{"--interval", "1"});
     {
         const Server server;
         console.waitForLine("after ");
-        Console other(statsOfServer + QStringList{"--interval", "1"});
         other.waitForLine("after ");
         other.interrupt();
         EXPECT_EQ(other.waitForEnd(), 0);
@@ -96,8 +96,7 @@ TEST(ConsoleStats, EndsAsAskedWhileTheServerIsStillSearched)
 {
     Console console(statsOfServer + QStringList{"--log", "CITP.*=31"});
     // The library's first words come once it is at work, and so once Ctrl-C is waited for.
-    for (int i = 0; i < Patience / 20 && console.errors().isEmpty(); ++i)
-        console.waitForEnd(20);
+    ASSERT_TRUE(waitFor([&] { return !console.errors().isEmpty(); }));
     console.interrupt();
     EXPECT_EQ(console.waitForEnd(), 0);
     EXPECT_FALSE(console.errors().contains("citp-console: ")) << console.errors().toStdString();

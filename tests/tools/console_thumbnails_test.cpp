@@ -243,8 +243,7 @@ TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheServerGoesDown)
     Console console({"thumbnails", key, "--adapter", "lo", "--to", target.path()});
     {
         const Server server({"--fault", "delay", "--fault-delay", "150"});
-        for (int i = 0; i < Patience / 20 && pictureCount(target.path()) == 0; ++i)
-            console.waitForEnd(20);
+        ASSERT_TRUE(waitFor([&] { return pictureCount(target.path()) > 0; }));
     }
     EXPECT_EQ(console.waitForEnd(), 1);
     EXPECT_TRUE(console.errors().contains("went down")) << console.errors().toStdString();
@@ -260,8 +259,7 @@ TEST(ConsoleThumbnails, StopsOnCtrlC)
     const QTemporaryDir target;
     const Server server({"--fault", "delay", "--fault-delay", "150"});
     Console console({"thumbnails", key, "--adapter", "lo", "--to", target.path()});
-    for (int i = 0; i < Patience / 20 && pictureCount(target.path()) == 0; ++i)
-        console.waitForEnd(20);
+    ASSERT_TRUE(waitFor([&] { return pictureCount(target.path()) > 0; }));
     console.interrupt();
     EXPECT_EQ(console.waitForEnd(), 1);
     EXPECT_TRUE(console.errors().contains("citp-console: interrupted")) << console.errors().toStdString();
@@ -283,18 +281,16 @@ TEST(ConsoleThumbnails, EndsAtOnceOnASecondCtrlC)
     const Server server({"--fault", "delay", "--fault-delay", "150"});
     Child console("sh", {"-c", QString("exec " CONSOLE_PROGRAM " thumbnails %1 --adapter lo --to %2 > %3")
                                    .arg(key, folder, target.filePath("pipe"))});
-    for (int i = 0; i < Patience / 20 && pictureCount(folder) == 0; ++i)
-        console.waitForEnd(20);
+    ASSERT_TRUE(waitFor([&] { return pictureCount(folder) > 0; }));
     console.interrupt();
-    for (int i = 0; i < Patience / 20 && !QFile::exists(folder + "/contact-sheet.png"); ++i)
-        console.waitForEnd(20);
-    EXPECT_NE(console.id(), 0) << "nothing keeps it";
+    ASSERT_TRUE(waitFor([&] { return QFile::exists(folder + "/contact-sheet.png"); }));
+    EXPECT_TRUE(console.isRunning()) << "nothing keeps it";
     // One that comes right behind the first is no second wish: some programs pass on what has arrived already.
-    for (int i = 0; i < Patience / 100 && console.id() != 0; ++i) {
+    for (int i = 0; i < TestTimeout / 100 && console.isRunning(); ++i) {
         console.interrupt();
         console.waitForEnd(100);
     }
-    EXPECT_EQ(console.id(), 0) << "a second Ctrl-C does not end it";
+    EXPECT_FALSE(console.isRunning()) << "a second Ctrl-C does not end it";
     ::close(pipe);
 }
 

@@ -94,6 +94,7 @@ TEST(ConsoleWatch, KeepsHostileNamesFromTheTerminal)
 {
     const Server server({"--name", "\x1b[2J\n\u009b31m", "--product", QString("a") + QChar(0x202e) + "b\rc"});
     Console text(watchLoopback + QStringList{"--log", "CITP.*=31"});
+    Console json(watchLoopback + QStringList{"--json"});
     const QString up = text.waitForLine("up ");
     EXPECT_TRUE(up.contains("\"\\u001b[2J\\u000a\\u009b31m\"")) << up.toStdString();
     EXPECT_TRUE(up.contains("a\\u202eb\\u000dc")) << up.toStdString();
@@ -102,7 +103,6 @@ TEST(ConsoleWatch, KeepsHostileNamesFromTheTerminal)
             EXPECT_FALSE(shown.contains(QChar(unit))) << unit;
     }
 
-    Console json(watchLoopback + QStringList{"--json"});
     const QString line = json.waitForLine("up");
     const std::vector<QJsonObject> events = jsonLines(line);
     EXPECT_EQ(events.front().value("name").toString(), QString("\x1b[2J\n") + QChar(0x9b) + "31m");

@@ -44,7 +44,7 @@ QByteArray everythingSent(const QString& faults, const QStringList& arguments)
         requests += hex(AskLibraries) + hex(AskThumbnail);
     pair.console->send(requests + hex(Greeting));
     QByteArray all;
-    while (!all.contains("SInf") && pair.console->socket().waitForReadyRead(Patience))
+    while (!all.contains("SInf") && pair.console->socket().waitForReadyRead(TestTimeout))
         all += pair.console->socket().readAll();
     return all;
 }
@@ -100,7 +100,7 @@ TEST(MediaserverFault, MergeSendsSeveralAnswersTogether)
 {
     Pair pair("merge");
     pair.console->send(hex(AskThumbnails));
-    ASSERT_TRUE(pair.console->socket().waitForReadyRead(Patience));
+    ASSERT_TRUE(pair.console->socket().waitForReadyRead(TestTimeout));
     EXPECT_GE(pair.console->socket().bytesAvailable(), 4 * ThumbnailSize);
     for (int i = 0; i < 10; ++i)
         EXPECT_EQ(pair.console->nextMessage().size(), ThumbnailSize);
@@ -155,7 +155,7 @@ TEST(MediaserverFault, NoiseComesBeforeTheAnswer)
     Pair pair("noise");
     pair.console->send(hex(AskThumbnail));
     QByteArray received;
-    while (!received.contains("EThn") && pair.console->socket().waitForReadyRead(Patience))
+    while (!received.contains("EThn") && pair.console->socket().waitForReadyRead(TestTimeout))
         received += pair.console->socket().readAll();
     const auto begin = received.indexOf("CITP");
     EXPECT_GE(begin, 20);
@@ -208,7 +208,7 @@ TEST(MediaserverFault, RefuseAnnouncesAClosedPort)
     EXPECT_TRUE(group.nextFrom("127.0.0.2").data.contains("MediaServer"));
     QTcpSocket socket;
     socket.connectToHost("127.0.0.2", 4811);
-    EXPECT_FALSE(socket.waitForConnected(Patience));
+    EXPECT_FALSE(socket.waitForConnected(TestTimeout));
     EXPECT_EQ(socket.error(), QAbstractSocket::ConnectionRefusedError);
 }
 

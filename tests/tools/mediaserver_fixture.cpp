@@ -1,61 +1,26 @@
-// Child process and sockets of the tests of citp-mediaserver, and main(), which gives Qt its application object.
+// The end of citp-mediaserver, and the sockets that its tests use.
 // SPDX-License-Identifier: Apache-2.0
 #include "mediaserver_fixture.h"
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QNetworkInterface>
 #include <QtEndian>
 
-Program::Program(const QStringList& arguments)
-{
-    m_process.start(MEDIASERVER_PROGRAM, arguments);
-    EXPECT_TRUE(m_process.waitForStarted(Patience)) << m_process.errorString().toStdString();
-}
+#include <csignal>
 
 Program::~Program()
 {
-    if (m_process.state() == QProcess::NotRunning)
+    if (!isRunning())
         return;
-    m_process.terminate();
-    if (!m_process.waitForFinished(Patience))
-        m_process.kill();
-    m_process.waitForFinished(Patience);
-    EXPECT_EQ(m_process.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(m_process.exitCode(), 0);
-    EXPECT_EQ(m_process.readAllStandardError().toStdString(), "");
-}
-
-QString Program::waitForLine(const QString& part)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < Patience) {
-        while (m_process.canReadLine()) {
-            const QString line = QString::fromUtf8(m_process.readLine()).trimmed();
-            if (line.contains(part))
-                return line;
-        }
-        if (!m_process.waitForReadyRead(Patience) && m_process.state() == QProcess::NotRunning)
-            break;
-    }
-    ADD_FAILURE() << "no line with: " << part.toStdString();
-    return {};
-}
-
-int Program::waitForEnd()
-{
-    if (m_process.state() != QProcess::NotRunning && !m_process.waitForFinished(Patience))
-        return -1;
-    return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+    signal(SIGTERM);
+    EXPECT_EQ(waitForEnd(), 0);
+    EXPECT_EQ(errors().toStdString(), "");
 }
 
 Outcome runToEnd(const QStringList& arguments)
 {
     Program program(arguments);
-    const int status = program.waitForEnd();
-    return {status, QString::fromUtf8(program.process().readAllStandardOutput()),
-            QString::fromUtf8(program.process().readAllStandardError())};
+    return outcomeOf(program);
 }
 
 GroupListener::GroupListener(const QString& adapterAddress)
@@ -77,7 +42,7 @@ GroupListener::GroupListener(const QString& adapterAddress)
 
 GroupListener::Datagram GroupListener::next()
 {
-    if (!m_socket.hasPendingDatagrams() && !m_socket.waitForReadyRead(Patience))
+    if (!m_socket.hasPendingDatagrams() && !m_socket.waitForReadyRead(TestTimeout))
         return {};
     Datagram datagram;
     datagram.data.resize(static_cast<int>(m_socket.pendingDatagramSize()));
@@ -89,7 +54,7 @@ GroupListener::Datagram GroupListener::nextFrom(const QString& sender)
 {
     QElapsedTimer timer;
     timer.start();
-    while (timer.elapsed() < Patience) {
+    while (timer.elapsed() < TestTimeout) {
         const Datagram datagram = next();
         if (datagram.sender == QHostAddress(sender))
             return datagram;
@@ -106,19 +71,19 @@ void GroupListener::drain()
 Console::Console(const QString& address, quint16 port)
 {
     m_socket.connectToHost(address, port);
-    EXPECT_TRUE(m_socket.waitForConnected(Patience)) << m_socket.errorString().toStdString();
+    EXPECT_TRUE(m_socket.waitForConnected(TestTimeout)) << m_socket.errorString().toStdString();
 }
 
 void Console::send(const QByteArray& bytes)
 {
     m_socket.write(bytes);
-    while (m_socket.bytesToWrite() > 0 && m_socket.waitForBytesWritten(Patience)) {
+    while (m_socket.bytesToWrite() > 0 && m_socket.waitForBytesWritten(TestTimeout)) {
     }
 }
 
 QByteArray Console::nextBytes(int count)
 {
-    while (m_socket.bytesAvailable() < count && m_socket.waitForReadyRead(Patience)) {
+    while (m_socket.bytesAvailable() < count && m_socket.waitForReadyRead(TestTimeout)) {
     }
     return m_socket.read(count);
 }
@@ -146,12 +111,5 @@ QByteArray Console::nextMessage(const char* code)
 
 bool Console::waitForEnd()
 {
-    return m_socket.state() == QAbstractSocket::UnconnectedState || m_socket.waitForDisconnected(Patience);
-}
-
-int main(int argc, char** argv)
-{
-    QCoreApplication application(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return m_socket.state() == QAbstractSocket::UnconnectedState || m_socket.waitForDisconnected(TestTimeout);
 }

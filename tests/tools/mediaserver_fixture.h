@@ -6,13 +6,11 @@
 
 #include <QByteArray>
 #include <QHostAddress>
-#include <QProcess>
 #include <QStringList>
 #include <QTcpSocket>
 #include <QUdpSocket>
 
-/// How long a test waits for something that must happen, in milliseconds; only a failing test waits that long.
-constexpr int Patience = 30000;
+#include "child.h"
 
 /// Bytes from hexadecimal digits; blanks are for the reader.
 inline QByteArray hex(const char* digits)
@@ -20,32 +18,15 @@ inline QByteArray hex(const char* digits)
     return QByteArray::fromHex(digits);
 }
 
-/// citp-mediaserver as a child process, ended with the object.
-class Program
+/// citp-mediaserver as a child process. One that still runs is ended with the object, and must end without an error.
+class Program : public Child
 {
 public:
-    explicit Program(const QStringList& arguments);
+    explicit Program(const QStringList& arguments) : Child(MEDIASERVER_PROGRAM, arguments) {}
     ~Program();
-
-    /// Waits for a line on standard output that contains @p part, after the lines already waited for.
-    /// @return that line; empty if it does not come
-    QString waitForLine(const QString& part);
-    /// Waits for the end of the program.
-    /// @return its exit status; -1 if it does not end or crashes
-    int waitForEnd();
-    QProcess& process() { return m_process; }
-
-private:
-    QProcess m_process;
 };
 
-/// What a run of the program to its end gave.
-struct Outcome
-{
-    int status;
-    QString output;
-    QString errors;
-};
+/// Runs the program to its end.
 Outcome runToEnd(const QStringList& arguments);
 
 /// A socket that has joined the discovery group on one adapter.

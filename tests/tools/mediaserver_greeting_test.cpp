@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "mediaserver_fixture.h"
+#include "network.h"
 
 namespace {
 // PNam, CInf and SPtc as a console sends them when its connection opens.
@@ -56,11 +57,8 @@ TEST(MediaserverGreeting, GivesEachServerAnAddressAndAPort)
 
 TEST(MediaserverGreeting, UsesTheAddressesOfAnAdapterInTurn)
 {
-    if (!qEnvironmentVariableIsSet("CITP_TEST_NAMESPACE"))
+    if (!hasNamespace())
         GTEST_SKIP() << "adapters are made in a namespace only";
-    const auto ip = [](const char* arguments) {
-        EXPECT_EQ(QProcess::execute("ip", QString(arguments).split(' ')), 0) << arguments;
-    };
     ip("link add show0 type veth peer name show1");
     ip("addr add 10.1.0.1/24 dev show0");
     ip("addr add 10.1.0.2/24 dev show0");
@@ -258,7 +256,7 @@ TEST(MediaserverGreeting, OneOfTwoServersVanishesWithoutAWord)
     EXPECT_EQ(victim.socket().error(), QAbstractSocket::RemoteHostClosedError);
     QTcpSocket late;
     late.connectToHost("127.0.0.3", 4812);
-    EXPECT_FALSE(late.waitForConnected(Patience));
+    EXPECT_FALSE(late.waitForConnected(TestTimeout));
     EXPECT_EQ(late.error(), QAbstractSocket::ConnectionRefusedError);
     group.drain();
     for (int i = 0; i < 20; ++i)

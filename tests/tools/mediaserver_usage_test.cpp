@@ -3,6 +3,8 @@
 #include <QRegularExpression>
 #include <QTemporaryFile>
 
+#include <csignal>
+
 #include "mediaserver_fixture.h"
 
 namespace {
@@ -126,11 +128,10 @@ TEST(MediaserverUsage, APortThatIsTakenIsAFailure)
 
 TEST(MediaserverUsage, EndsOnSignalsWithStatusZero)
 {
-    for (const char* const signal : {"INT", "TERM"}) {
+    for (const int signal : {SIGINT, SIGTERM}) {
         Program program({"--adapter", "lo"});
         program.waitForLine("listens on");
-        EXPECT_EQ(QProcess::execute("kill", {QString("-") + signal, QString::number(program.process().processId())}),
-                  0);
+        program.signal(signal);
         EXPECT_EQ(program.waitForEnd(), 0) << signal;
         program.waitForLine("ends");
     }
