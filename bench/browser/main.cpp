@@ -30,7 +30,7 @@
 namespace {
 constexpr int Elements = 65535;
 constexpr int FrameNs = 1000000000 / 60;
-constexpr int PhaseMs = 8000;
+constexpr int PhaseMs = 8000; // unless the first argument says otherwise
 constexpr int PatienceMs = 30000;
 // About half of the pictures, so that they keep coming and going.
 constexpr int PicturesKiB = 24 * 1024;
@@ -123,7 +123,8 @@ void run(Watched& application, const char* name, const std::function<void(int)>&
     int tick = 0;
     QObject::connect(&ticks, &QTimer::timeout, &loop, [&] { step(tick++); });
     ticks.start(1000 / 60);
-    QTimer::singleShot(PhaseMs, &loop, &QEventLoop::quit);
+    const int wanted = QCoreApplication::arguments().value(1).toInt();
+    QTimer::singleShot(wanted > 0 ? wanted : PhaseMs, &loop, &QEventLoop::quit);
     loop.exec();
     print(name, application.take());
 }
