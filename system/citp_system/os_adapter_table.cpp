@@ -20,7 +20,7 @@ using State = NetworkAdapter::State;
 using Socket = std::unique_ptr<mnl_socket, decltype(&mnl_socket_close)>;
 
 // Larger than any part of a dump that the kernel sends.
-constexpr std::size_t receiveBufferSize = 32768;
+constexpr std::size_t dumpBufferSize = 32768;
 // A dump is repeated if the adapters changed during it.
 constexpr int maxDumpAttempts = 10;
 
@@ -81,7 +81,7 @@ bool dumpInto(AdapterTable& table, mnl_socket* socket, std::uint16_t type, unsig
         return false;
     }
 
-    std::vector<char> buffer(receiveBufferSize);
+    std::vector<char> buffer(dumpBufferSize);
     int result = MNL_CB_OK;
     while (result > MNL_CB_STOP) {
         const ssize_t size = mnl_socket_recvfrom(socket, buffer.data(), buffer.size());
