@@ -175,9 +175,9 @@ void scroll(Watched& application, Browser::Session& session, Browser::MainWindow
     QScrollBar* const bar = grid->verticalScrollBar();
     grid->setFocus();
     printHeads();
-    // The list comes as any other, in place of the answer to this question.
-    session.elements().reload();
     const auto list = longList(session.chosenServer(), session.elements().library());
+    // The list arrives in place of the server's answer, so it must be posted before that answer.
+    session.elements().reload();
     application.take();
     QMetaObject::invokeMethod(
         &session, [&] { session.requests().takeElements(list); }, Qt::QueuedConnection);

@@ -53,7 +53,7 @@ public:
         const int count = static_cast<int>(servers.size());
         std::vector<bool> connected(servers.size(), false);
         connections.reserve(servers.size());
-        while (up < count && now() - start < Patience / 1000.0) {
+        while (up < count && now() - start < TestTimeout / 1000.0) {
             if (now() - announced > AnnouncementInterval / 1000.0) {
                 announced = now();
                 for (const auto& server : servers) {

@@ -93,7 +93,7 @@ Connection Seat::admit(FakeServer& server, const char* product)
     }
     connection.send(Wire::sinf(product));
     for (int waited = 0; !m_stack->getServerInfo(server.key(), nullptr, nullptr); ++waited) {
-        if (waited == Patience) {
+        if (waited == TestTimeout) {
             throw std::runtime_error("the stack does not announce the server");
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fake_server.h"
+#include "wait.h"
 
 #include <citp/citp_stack.h>
 
