@@ -9,8 +9,8 @@
 namespace CITP {
 namespace {
 constexpr int fptcCodeOffset = 20;
-constexpr int hintOffset = 24;
-constexpr int bodyOffset = 28;
+constexpr int fptcHintOffset = 24;
+constexpr int fptcBodyOffset = 28;
 } // namespace
 
 Msg_FPTC::Msg_FPTC(const QString& code, unsigned int contentHint)
@@ -20,14 +20,14 @@ Msg_FPTC::Msg_FPTC(const QString& code, unsigned int contentHint)
 
 Msg_FPTC::Msg_FPTC(const QByteArray& msg) : Msg_Header(msg)
 {
-    if (msg.size() < hintOffset) {
+    if (msg.size() < fptcHintOffset) {
         valid = false;
         return;
     }
     cookie = WireReader(msg, fptcCodeOffset).code();
     // Of all fields, only the hint is read big-endian, although it is written little-endian. Kept for compatibility.
-    if (msg.size() >= bodyOffset) {
-        hint = qFromBigEndian<quint32>(msg.constData() + hintOffset);
+    if (msg.size() >= fptcBodyOffset) {
+        hint = qFromBigEndian<quint32>(msg.constData() + fptcHintOffset);
     }
 }
 
@@ -35,7 +35,7 @@ Msg_FPTC::~Msg_FPTC() = default;
 
 QString Msg_FPTC::GetCookie(const QByteArray& msg)
 {
-    if (msg.size() < bodyOffset) {
+    if (msg.size() < fptcBodyOffset) {
         return {};
     }
     return WireReader(msg, fptcCodeOffset).code();
@@ -43,7 +43,7 @@ QString Msg_FPTC::GetCookie(const QByteArray& msg)
 
 Msg_FPTC_PTCH::Msg_FPTC_PTCH(const QByteArray& msg) : Msg_FPTC(msg)
 {
-    WireReader reader(msg, bodyOffset);
+    WireReader reader(msg, fptcBodyOffset);
     reader.run<8>([this](auto& fields) {
         FixtureIdentifier = fields.u16();
         Universe = fields.u8();

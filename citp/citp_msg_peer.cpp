@@ -8,8 +8,8 @@
 
 namespace CITP {
 namespace {
-constexpr int peerCodeOffset = 20;
-constexpr int bodyOffset = 24;
+constexpr int pinfCodeOffset = 20;
+constexpr int pinfBodyOffset = 24;
 } // namespace
 
 Msg_PEER::Msg_PEER(const QString& code) : Msg_Header(0, "PINF"), cookie(code) {}
@@ -20,10 +20,10 @@ Msg_PEER::~Msg_PEER() = default;
 
 QString Msg_PEER::contentType(const QByteArray& msg)
 {
-    if (msg.size() < bodyOffset) {
+    if (msg.size() < pinfBodyOffset) {
         return {};
     }
-    return WireReader(msg, peerCodeOffset).code();
+    return WireReader(msg, pinfCodeOffset).code();
 }
 
 Msg_PEER_PLOC::Msg_PEER_PLOC(const QString& peerType, const QString& peerName, const QString& peerState,
@@ -34,7 +34,7 @@ Msg_PEER_PLOC::Msg_PEER_PLOC(const QString& peerType, const QString& peerName, c
 
 Msg_PEER_PLOC::Msg_PEER_PLOC(const QByteArray& msg) : Msg_PEER(msg)
 {
-    WireReader reader(msg, bodyOffset);
+    WireReader reader(msg, pinfBodyOffset);
     port = reader.u16();
     type = reader.text8();
     name = reader.text8();
@@ -45,7 +45,7 @@ Msg_PEER_PLOC::~Msg_PEER_PLOC() = default;
 
 Msg_PEER_PNAM::Msg_PEER_PNAM(const QString& peerName) : Msg_PEER(QStringLiteral("PNam")), name(peerName) {}
 
-Msg_PEER_PNAM::Msg_PEER_PNAM(const QByteArray& msg) : Msg_PEER(msg), name(get8bitunicode(msg, bodyOffset)) {}
+Msg_PEER_PNAM::Msg_PEER_PNAM(const QByteArray& msg) : Msg_PEER(msg), name(get8bitunicode(msg, pinfBodyOffset)) {}
 
 Msg_PEER_PNAM::~Msg_PEER_PNAM() = default;
 
@@ -61,7 +61,7 @@ QByteArray& operator>>(QByteArray& out, const Msg_PEER_PLOC& message)
 {
     out >> static_cast<const Msg_PEER&>(message);
     appendInteger(out, message.port);
-    const int textsOffset = bodyOffset + 2;
+    const int textsOffset = pinfBodyOffset + 2;
 
     // The type and the name are written first; the state then overwrites them in place. This layout is kept for
     // compatibility.

@@ -1,4 +1,4 @@
-# What every target is built with: the language, the warnings, the sanitizers, and Qt in the chosen generation.
+# Settings of all targets: language version, warnings, sanitizers, and the major version of Qt.
 # SPDX-License-Identifier: Apache-2.0
 include(GNUInstallDirs)
 
@@ -25,7 +25,8 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual
 if(CITP_WARNINGS_ARE_ERRORS)
   add_compile_options(-Werror)
 endif()
-# Qt's keywords (signals, slots, emit) are left to the application, and nothing relies on silent text conversions.
+# Without the Qt keywords signals, slots and emit, which may clash with other libraries, and without implicit string
+# conversions.
 add_compile_definitions(QT_NO_KEYWORDS QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY)
 
 if(NOT CITP_SANITIZE)
@@ -39,7 +40,7 @@ if(CITP_SANITIZE)
   endif()
 endif()
 
-# Limits what the library in `target` exports to the names in cmake/exports.map.
+# Limits the exported symbols of the library TARGET to those in cmake/exports.map.
 function(citp_limit_exports target)
   set(map ${PROJECT_SOURCE_DIR}/cmake/exports.map)
   target_link_options(${target} PRIVATE -Wl,--version-script=${map})

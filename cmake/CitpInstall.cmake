@@ -1,8 +1,7 @@
-# What `cmake --install` puts where: the libraries, their headers, the programs, and the packages for
-# find_package(Citp) and pkg-config.
+# Installation: the libraries, their headers, the programs, and the package files for find_package(Citp) and pkg-config.
 #
-# Everything that depends on the Qt generation carries it in its file name, so that a Qt 6 and a Qt 5 build can be
-# installed into one prefix; the files without it (headers, CitpConfig.cmake) are the same in both.
+# Files that depend on the major version of Qt contain it in their names, so that a Qt 6 and a Qt 5 build can be
+# installed into one prefix. The other files (headers, CitpConfig.cmake) are the same in both builds.
 # SPDX-License-Identifier: Apache-2.0
 include(CMakePackageConfigHelpers)
 
@@ -12,7 +11,7 @@ if(NOT CITP_SYSTEM_PACKAGE)
   list(APPEND CITP_LIBRARIES citp_system)
 endif()
 
-# The libraries find one another beside themselves and the programs find them by way of the prefix, wherever that is.
+# Relative paths, so that the installation can be moved.
 file(RELATIVE_PATH CITP_BIN_TO_LIB ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set_target_properties(${CITP_LIBRARIES} PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS ${CITP_LIBRARIES} EXPORT ${CITP_QT}Citp
@@ -29,7 +28,7 @@ install(EXPORT ${CITP_QT}Citp NAMESPACE Citp:: FILE Citp${CITP_QT}Targets.cmake 
 configure_file(cmake/CitpDependencies.cmake.in Citp${CITP_QT}Dependencies.cmake @ONLY)
 configure_package_config_file(cmake/CitpConfig.cmake.in ${PROJECT_BINARY_DIR}/CitpConfig.cmake
   INSTALL_DESTINATION ${CITP_PACKAGE_DIR} NO_SET_AND_CHECK_MACRO)
-# The same promise as the SOVERSION makes: what was built with one version runs with every later one of that major.
+# Like the SOVERSION: an application runs with every later version of the same major version.
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/CitpConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
   ${PROJECT_BINARY_DIR}/Citp${CITP_QT}Dependencies.cmake
@@ -37,7 +36,7 @@ install(FILES
   ${PROJECT_BINARY_DIR}/CitpConfigVersion.cmake
   DESTINATION ${CITP_PACKAGE_DIR} COMPONENT development)
 
-# Only with the bundled system library: what a console's own is linked with, its CMake package alone knows.
+# Only with the bundled system library: only the CMake package of a console's own one knows its link dependencies.
 if(NOT CITP_SYSTEM_PACKAGE)
   set(CITP_PC_NAME citp-qt${CITP_QT_MAJOR})
   file(RELATIVE_PATH CITP_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})

@@ -37,7 +37,7 @@ constexpr auto quietPeriod = std::chrono::milliseconds(100);
 constexpr auto maxBurstDuration = std::chrono::seconds(1);
 // Space for the messages of a thousand changes, so that overruns are rare.
 constexpr int socketBufferSize = 1 << 20;
-constexpr std::size_t receiveBufferSize = 32768;
+constexpr std::size_t messageBufferSize = 32768;
 // Limits the messages read in one batch, so that a flood of them does not delay notifications.
 constexpr int maxMessagesPerBatch = 256;
 
@@ -121,7 +121,7 @@ private:
     // After construction, only the monitor thread uses these.
     mnl_socket* m_socket = nullptr;
     int m_stopEvent = -1;
-    std::vector<char> m_buffer = std::vector<char>(receiveBufferSize);
+    std::vector<char> m_buffer = std::vector<char>(messageBufferSize);
     std::vector<Pending> m_pending; // the adapters that changed in the current burst
     Clock::time_point m_burstBegin;
     Clock::time_point m_burstLatest;
