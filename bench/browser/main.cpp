@@ -180,7 +180,7 @@ void scroll(Watched& application, Browser::Session& session, Browser::MainWindow
     session.elements().reload();
     application.take();
     QMetaObject::invokeMethod(
-        &session, [&] { session.requests().takeElements(list); }, Qt::QueuedConnection);
+        &session, [&] { session.requests().handleElements(list); }, Qt::QueuedConnection);
     expect("65535 elements", [&] { return session.elements().rowCount() == Elements; });
     QCoreApplication::processEvents();
     print("taking the list", application.take());

@@ -111,14 +111,14 @@ TEST_F(BrowserModels, CancellingLeavesNoTileWaiting)
 TEST_F(BrowserModels, TilesOfASilentServerSaySo)
 {
     const MediaServer server({"--fault", "silence"});
-    session.requests().setTimeLimit(400);
+    session.requests().setTimeout(400);
     openServer();
     session.chooseLibrary(1, "1,9,0,0");
     answerElements("1,9,0,0", 200);
     ASSERT_EQ(countRows(State::Waiting), 200);
     ASSERT_TRUE(waitFor([this] { return countRows(State::Failed) == 200; }));
     EXPECT_TRUE(session.elements().index(199).data(ElementModel::ProblemRole).toString().contains("no answer"));
-    EXPECT_EQ(session.requests().picturesAsked(), 0);
+    EXPECT_EQ(session.requests().pendingPictures(), 0);
 }
 
 TEST_F(BrowserModels, DamagedPicturesFailAlone)
@@ -305,7 +305,7 @@ TEST_F(BrowserModels, AnswersToNothingAreLeftAlone)
     picture.type = 1;
     picture.library = "1,1,0,0";
     picture.image = QImage(8, 8, QImage::Format_RGB32);
-    session.requests().takePicture(picture);
+    session.requests().handlePicture(picture);
     answerElements("1,1,0,0", 3);
     EXPECT_EQ(changes.count(), 0);
     EXPECT_EQ(session.elements().rowCount(), 6);
@@ -333,7 +333,7 @@ TEST_F(BrowserModels, ALongListIsTakenAtOnceAndItsPicturesAreShared)
     picture.library = "1,9,0,0";
     picture.number = 2;
     picture.image = QImage(8, 8, QImage::Format_RGB32);
-    session.requests().takePicture(picture);
+    session.requests().handlePicture(picture);
     EXPECT_EQ(changes.count(), 1);
     EXPECT_FALSE(elements.index(2 + 256 * 100).data(ElementModel::PictureRole).value<QImage>().isNull());
 }

@@ -71,7 +71,7 @@ protected:
             element.name = QString(nameLength, QChar('a' + i % 26));
             list->elements.push_back(element);
         }
-        session.requests().takeElements(list);
+        session.requests().handleElements(list);
     }
 
     Browser::Session session;

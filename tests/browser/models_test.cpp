@@ -56,9 +56,9 @@ TEST_F(BrowserModels, AServerThatDoesNotAcceptIsConnecting)
 {
     // An announcement without a server behind it.
     ServerModel& servers = session.servers();
-    servers.hear("127.0.0.77:4999", "Ghost");
+    servers.setAnnounced("127.0.0.77:4999", "Ghost");
     EXPECT_EQ(servers.stateOf("127.0.0.77:4999"), ServerModel::State::Seen);
-    servers.hear("127.0.0.77:4999", "Ghost");
+    servers.setAnnounced("127.0.0.77:4999", "Ghost");
     EXPECT_EQ(servers.stateOf("127.0.0.77:4999"), ServerModel::State::Connecting);
 }
 
@@ -94,7 +94,7 @@ TEST(BrowserServers, OneThatIsUpIsListedBesideAnyNumberOfForgedOnes)
 {
     ServerModel servers;
     for (int i = 0; i < 1100; ++i)
-        servers.hear(QString("127.1.%1.%2:4811").arg(i / 250).arg(i % 250 + 1), "Forged");
+        servers.setAnnounced(QString("127.1.%1.%2:4811").arg(i / 250).arg(i % 250 + 1), "Forged");
     EXPECT_EQ(servers.rowCount(), 1000);
     Browser::Server server;
     server.key = StageKey;
@@ -145,7 +145,7 @@ TEST_F(BrowserModels, TheFilterKeepsWhatIsAboveAMatch)
 TEST_F(BrowserModels, ATreeThatGetsNoAnswerSaysSo)
 {
     const MediaServer server({"--fault", "silence"});
-    session.requests().setTimeLimit(300);
+    session.requests().setTimeout(300);
     openServer();
     LibraryModel& libraries = session.libraries();
     libraries.fetchMore(libraries.find(1, Browser::RootLibrary));
@@ -251,7 +251,7 @@ TEST_F(BrowserModels, ThePatchComesWithTheServer)
     EXPECT_EQ(patch.index(0, PatchModel::Identifier).data().toInt(), 2);
     EXPECT_EQ(patch.index(1, PatchModel::Name).data().toString().toStdString(), "Wash");
     // One that the server has no more: it says nothing of it, so only asking for all tells.
-    patch.take({{99, 0, 1, 1, "Acme", "Gone"}});
+    patch.addFixtures({{99, 0, 1, 1, "Acme", "Gone"}});
     EXPECT_EQ(patch.rowCount(), 3);
     session.reload();
     EXPECT_TRUE(waitFor([&] { return patch.rowCount() == 2; }));
@@ -313,7 +313,7 @@ TEST(BrowserInbox, DecodesNothingMoreOnceItIsToGo)
             while (!isFlooded);
         },
         Qt::DirectConnection);
-    inbox->follow(StageKey);
+    inbox->setServer(StageKey);
     std::atomic<bool> isListening{false};
     QObject::connect(
         inbox.get(), &Browser::Inbox::adapterChanged, inbox.get(), [&isListening] { isListening = true; },
@@ -354,8 +354,8 @@ TEST(BrowserLog, KeepsTheLastLines)
 
 TEST(BrowserValues, LinesAreShortAndInOnePiece)
 {
-    EXPECT_EQ(Browser::oneLine(QString(10000, 'x')).size(), 161);
-    EXPECT_EQ(Browser::oneLine(QString::fromUtf8("a\nb\u202Ec")).toStdString(), "a b c");
+    EXPECT_EQ(Browser::toSingleLine(QString(10000, 'x')).size(), 161);
+    EXPECT_EQ(Browser::toSingleLine(QString::fromUtf8("a\nb\u202Ec")).toStdString(), "a b c");
     EXPECT_EQ(Browser::parentOf("3,3,1,1").toStdString(), "2,3,1,0");
     EXPECT_EQ(Browser::parentOf("1,3,0,0").toStdString(), "0,0,0,0");
     EXPECT_EQ(Browser::numberOf("2,3,9,0"), 9);

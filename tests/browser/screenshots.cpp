@@ -55,7 +55,7 @@ public:
     {
         window.resize(size);
         QTest::qWait(50);
-        window.findChild<QAction*>("arrange")->trigger();
+        window.findChild<QAction*>("resetLayout")->trigger();
         window.findChild<QDockWidget*>(m_pane)->raise();
         QTest::qWait(150);
         const QString path = QDir(m_folder).filePath(name + ".png");
@@ -157,7 +157,7 @@ void run(const QString& folder)
     QApplication::setPalette(QApplication::style()->standardPalette());
     photographer.take(window, "lost-server");
 
-    session.requests().setTimeLimit(1500);
+    session.requests().setTimeout(1500);
     session.chooseServer("127.0.0.9:4901");
     session.chooseLibrary(1, "1,1,0,0");
     expect("the time-outs", [&] {

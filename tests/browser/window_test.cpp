@@ -176,9 +176,9 @@ TEST_F(BrowserWindow, ALongLibraryWithLongNamesIsScrolledAndPainted)
     ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     session.chooseLibrary(1, "1,9,0,0");
     // The request for the tree comes first and must run out.
-    session.requests().setTimeLimit(200);
+    session.requests().setTimeout(200);
     ASSERT_TRUE(waitFor([this] { return session.elements().state() == ElementModel::State::Failed; }));
-    session.requests().setTimeLimit(20000);
+    session.requests().setTimeout(20000);
     session.chooseLibrary(1, "1,9,0,0");
     const auto list = std::make_shared<Browser::ElementList>();
     list->server = session.chosenServer();
@@ -189,7 +189,7 @@ TEST_F(BrowserWindow, ALongLibraryWithLongNamesIsScrolledAndPainted)
         element.name = QString(10000, QChar('a' + i % 26)).left(i % 100 == 0 ? 10000 : 12);
         list->elements.push_back(element);
     }
-    session.requests().takeElements(list);
+    session.requests().handleElements(list);
     ASSERT_EQ(session.elements().rowCount(), 65535);
     auto* const grid = find<ElementGrid>("elements");
     QApplication::setActiveWindow(window.get());
@@ -246,7 +246,7 @@ TEST_F(BrowserWindow, AServerThatIsForgottenDoesNotPassTheChoiceOnToItsNeighbour
 TEST_F(BrowserWindow, GoingToTheServersChoosesNone)
 {
     session.chooseServer("127.0.0.9:4811");
-    session.servers().hear("127.0.0.77:4999", "Ghost");
+    session.servers().setAnnounced("127.0.0.77:4999", "Ghost");
     QApplication::setActiveWindow(window.get());
     key(Qt::Key_3, Qt::ControlModifier);
     key(Qt::Key_1, Qt::ControlModifier);

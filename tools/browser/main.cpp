@@ -50,7 +50,7 @@ int main(int argc, char** argv)
         std::fputs(options.text.toLocal8Bit().constData(), stdout);
         return 0;
     }
-    if (options.action == Browser::Options::Action::WrongUse) {
+    if (options.action == Browser::Options::Action::UsageError) {
         std::fprintf(stderr, "citp-browser: %s\n", options.text.toLocal8Bit().constData());
         return 2;
     }

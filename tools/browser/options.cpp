@@ -19,10 +19,10 @@ const char* const Description =
     "patches.\n\n"
     "Exit status: 0 the window was closed, 1 failed, 2 wrong use.";
 
-Options wrong(const QString& what)
+Options usageError(const QString& what)
 {
     Options options;
-    options.action = Options::Action::WrongUse;
+    options.action = Options::Action::UsageError;
     options.text = what;
     return options;
 }
@@ -46,7 +46,7 @@ Options readOptions(const QStringList& arguments)
                        {"adapter", "Network adapter to listen on, by name or IPv4 address.", "NAME|ADDRESS"},
                        {"server", "Server to show first, as ADDRESS:PORT.", "KEY"}});
     if (!parser.parse(arguments))
-        return wrong(parser.errorText().remove(QRegularExpression(QStringLiteral("\\.$"))));
+        return usageError(parser.errorText().remove(QRegularExpression(QStringLiteral("\\.$"))));
     Options options;
     if (parser.isSet("help") || parser.isSet("version")) {
         options.action = Options::Action::Print;
@@ -56,21 +56,21 @@ Options readOptions(const QStringList& arguments)
         return options;
     }
     if (!parser.positionalArguments().isEmpty())
-        return wrong(QStringLiteral("'%1' is not expected here; --help lists the options")
-                         .arg(oneLine(parser.positionalArguments().constFirst())));
+        return usageError(QStringLiteral("'%1' is not expected here; --help lists the options")
+                              .arg(toSingleLine(parser.positionalArguments().constFirst())));
     options.adapter = parser.value("adapter");
     options.server = parser.value("server");
-    const auto all = adapterOptions();
-    const bool isThere = std::any_of(all.begin(), all.end(), [&](const AdapterOption& option) {
+    const auto all = availableAdapters();
+    const bool isPresent = std::any_of(all.begin(), all.end(), [&](const AdapterOption& option) {
         return option.name == options.adapter || option.addresses.contains(options.adapter);
     });
-    if (parser.isSet("adapter") && !isThere)
-        return wrong(QStringLiteral("--adapter: '%1' is no adapter or IPv4 address of this machine; 'citp-console "
-                                    "adapters' lists them")
-                         .arg(oneLine(options.adapter)));
+    if (parser.isSet("adapter") && !isPresent)
+        return usageError(QStringLiteral("--adapter: '%1' is no adapter or IPv4 address of this machine; 'citp-console "
+                                         "adapters' lists them")
+                              .arg(toSingleLine(options.adapter)));
     if (parser.isSet("server") && !isKey(options.server))
-        return wrong(QStringLiteral("--server: '%1' is no server's key; give one such as 2.0.0.10:4811")
-                         .arg(oneLine(options.server)));
+        return usageError(QStringLiteral("--server: '%1' is no server's key; give one such as 2.0.0.10:4811")
+                              .arg(toSingleLine(options.server)));
     return options;
 }
 } // namespace Browser

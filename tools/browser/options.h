@@ -8,7 +8,7 @@
 namespace Browser {
 struct Options
 {
-    enum class Action { Run, Print, WrongUse };
+    enum class Action { Run, Print, UsageError };
     Action action = Action::Run;
     QString text; ///< to be printed, or what is wrong
     QString adapter;

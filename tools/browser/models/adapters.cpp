@@ -43,7 +43,7 @@ AdapterState adapterInUse()
             adapter.IsValid() ? QHostAddress(adapter.GetIpAddress()).toString() : QString(), reasonFor(adapter)};
 }
 
-std::vector<AdapterOption> adapterOptions()
+std::vector<AdapterOption> availableAdapters()
 {
     std::vector<AdapterOption> options;
     for (const Os::NetworkAdapter& adapter : Os::NetworkAdapter::GetAll()) {

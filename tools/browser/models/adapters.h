@@ -21,7 +21,7 @@ struct AdapterOption
 };
 
 /// All adapters that have an IPv4 address; asks the kernel. Any thread.
-std::vector<AdapterOption> adapterOptions();
+std::vector<AdapterOption> availableAdapters();
 
 /// The explicit choice, empty for none.
 QString adapterChoice();

@@ -11,13 +11,13 @@
 
 namespace Browser {
 namespace {
-constexpr quint16 Port = 4809;
-constexpr int FollowMs = 1000;
-constexpr int TellAgainMs = 500;
-constexpr int LongestAnnouncement = 2048;
+constexpr quint16 DiscoveryPort = 4809;
+constexpr int AdapterPollMs = 1000;
+constexpr int ReportIntervalMs = 500;
+constexpr int MaxAnnouncementSize = 2048;
 // Nobody has so many; a forger could fill the memory.
-constexpr int MostServers = 5000;
-constexpr int DatagramsAtOnce = 500;
+constexpr int MaxTrackedServers = 5000;
+constexpr int MaxDatagramsPerBatch = 500;
 
 // Anything else the library reports itself; parsing it here would put each fault into the log twice.
 bool isAnnouncement(const QByteArray& datagram)
@@ -29,27 +29,27 @@ bool isAnnouncement(const QByteArray& datagram)
 }
 } // namespace
 
-Announcements::Announcements(QObject* parent) : QObject(parent), m_follow(this)
+Announcements::Announcements(QObject* parent) : QObject(parent), m_pollTimer(this)
 {
-    connect(&m_follow, &QTimer::timeout, this, &Announcements::followAdapter);
+    connect(&m_pollTimer, &QTimer::timeout, this, &Announcements::checkAdapter);
 }
 
 void Announcements::start()
 {
     m_clock.start();
-    m_follow.start(FollowMs);
-    followAdapter();
+    m_pollTimer.start(AdapterPollMs);
+    checkAdapter();
 }
 
-void Announcements::followAdapter()
+void Announcements::checkAdapter()
 {
     const AdapterState adapter = adapterInUse();
     if (m_isStarted && adapter == m_adapter)
         return;
-    const bool isElsewhere = !m_isStarted || adapter.name != m_adapter.name || adapter.address != m_adapter.address;
+    const bool isMoved = !m_isStarted || adapter.name != m_adapter.name || adapter.address != m_adapter.address;
     m_isStarted = true;
     m_adapter = adapter;
-    if (isElsewhere)
+    if (isMoved)
         open(adapter);
     Q_EMIT adapterChanged(adapter);
 }
@@ -62,38 +62,38 @@ void Announcements::open(const AdapterState& adapter)
     m_socket = std::make_unique<QUdpSocket>();
     connect(m_socket.get(), &QUdpSocket::readyRead, this, &Announcements::read);
     // Without it servers are shown once they are up; the library says in the log what is wrong with the port.
-    if (m_socket->bind(QHostAddress(QHostAddress::AnyIPv4), Port,
+    if (m_socket->bind(QHostAddress(QHostAddress::AnyIPv4), DiscoveryPort,
                        QAbstractSocket::ShareAddress | QAbstractSocket::ReuseAddressHint))
         m_socket->joinMulticastGroup(QHostAddress(QStringLiteral("224.0.0.180")),
                                      QNetworkInterface::interfaceFromName(adapter.name));
 }
 
 // Notes it as told if so.
-bool Announcements::mayTell(const QString& key)
+bool Announcements::passesRateLimit(const QString& key)
 {
     const qint64 now = m_clock.elapsed();
-    const auto told = m_lastTold.constFind(key);
-    if (told != m_lastTold.constEnd() && now - *told < TellAgainMs)
+    const auto told = m_lastReported.constFind(key);
+    if (told != m_lastReported.constEnd() && now - *told < ReportIntervalMs)
         return false;
     // Those of a while ago make room; looked for at intervals only, or a flood would be looked through for each of its
     // datagrams.
-    if (m_lastTold.size() >= MostServers && now - m_lastPurge >= TellAgainMs) {
+    if (m_lastReported.size() >= MaxTrackedServers && now - m_lastPurge >= ReportIntervalMs) {
         m_lastPurge = now;
-        for (auto old = m_lastTold.begin(); old != m_lastTold.end();)
-            old = now - *old >= TellAgainMs ? m_lastTold.erase(old) : std::next(old);
+        for (auto old = m_lastReported.begin(); old != m_lastReported.end();)
+            old = now - *old >= ReportIntervalMs ? m_lastReported.erase(old) : std::next(old);
     }
-    if (m_lastTold.size() >= MostServers && !m_lastTold.contains(key))
+    if (m_lastReported.size() >= MaxTrackedServers && !m_lastReported.contains(key))
         return false;
-    m_lastTold.insert(key, now);
+    m_lastReported.insert(key, now);
     return true;
 }
 
 void Announcements::read()
 {
     QByteArray datagram;
-    for (int i = 0; i < DatagramsAtOnce && m_socket->hasPendingDatagrams(); ++i) {
+    for (int i = 0; i < MaxDatagramsPerBatch && m_socket->hasPendingDatagrams(); ++i) {
         QHostAddress sender;
-        datagram.resize(LongestAnnouncement);
+        datagram.resize(MaxAnnouncementSize);
         const qint64 size = m_socket->readDatagram(datagram.data(), datagram.size(), &sender);
         datagram.resize(static_cast<int>(qMax<qint64>(size, 0)));
         if (!isAnnouncement(datagram))
@@ -102,8 +102,8 @@ void Announcements::read()
         if (announcement.type != QLatin1String("MediaServer") || announcement.port == 0)
             continue;
         const QString key = CITP::citp_stack::buildServerKey(sender.toString(), announcement.port);
-        if (mayTell(key))
-            Q_EMIT heard(key, oneLine(announcement.name));
+        if (passesRateLimit(key))
+            Q_EMIT announced(key, toSingleLine(announcement.name));
     }
     if (m_socket->hasPendingDatagrams())
         QMetaObject::invokeMethod(

@@ -27,22 +27,22 @@ public:
 
 Q_SIGNALS:
     /// The server @p key has announced itself as @p name; at most twice a second for each.
-    void heard(const QString& key, const QString& name);
+    void announced(const QString& key, const QString& name);
     /// The adapter in use is another, or the same one for another reason.
     void adapterChanged(const Browser::AdapterState& adapter);
 
 private:
-    void followAdapter();
+    void checkAdapter();
     void open(const AdapterState& adapter);
     void read();
-    bool mayTell(const QString& key);
+    bool passesRateLimit(const QString& key);
 
-    QTimer m_follow;
+    QTimer m_pollTimer;
     std::unique_ptr<QUdpSocket> m_socket;
     AdapterState m_adapter;
     bool m_isStarted = false;
-    QHash<QString, qint64> m_lastTold; ///< when each server was told last, in milliseconds of #m_clock
-    qint64 m_lastPurge = 0;            ///< of #m_lastTold, likewise
+    QHash<QString, qint64> m_lastReported; ///< when each server was told last, in milliseconds of #m_clock
+    qint64 m_lastPurge = 0;                ///< of #m_lastTold, likewise
     QElapsedTimer m_clock;
 };
 } // namespace Browser

@@ -9,19 +9,19 @@
 namespace Browser {
 namespace {
 // No thumbnail is bigger; 65535 bytes can announce a picture that would fill the memory.
-constexpr int LongestSide = 2048;
+constexpr int MaxSide = 2048;
 
 struct PictureTexts
 {
     Q_DECLARE_TR_FUNCTIONS(Browser::Decoding)
 };
 
-Decoded unusable(const QString& problem)
+Decoded failed(const QString& problem)
 {
     return {{}, problem};
 }
 
-Decoded usable(const QImage& image)
+Decoded scaledToPreview(const QImage& image)
 {
     const bool fits = image.width() <= PreviewPixels.width() && image.height() <= PreviewPixels.height();
     const QImage scaled = fits ? image : image.scaled(PreviewPixels, Qt::KeepAspectRatio, Qt::SmoothTransformation);
@@ -37,12 +37,12 @@ Decoded fromRgb8(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
     const int height = answer.ThumbnailHeight;
     const qint64 bytes = qint64(width) * height * 3;
     if (bytes == 0 || answer.ThumbnailBuffer.size() != bytes)
-        return unusable(PictureTexts::tr("%1 bytes are no picture of %2 × %3 pixels")
-                            .arg(answer.ThumbnailBuffer.size())
-                            .arg(width)
-                            .arg(height));
-    return usable(QImage(reinterpret_cast<const uchar*>(answer.ThumbnailBuffer.constData()), width, height,
-                         answer.ThumbnailBuffer.size() / height, QImage::Format_RGB888));
+        return failed(PictureTexts::tr("%1 bytes are no picture of %2 × %3 pixels")
+                          .arg(answer.ThumbnailBuffer.size())
+                          .arg(width)
+                          .arg(height));
+    return scaledToPreview(QImage(reinterpret_cast<const uchar*>(answer.ThumbnailBuffer.constData()), width, height,
+                                  answer.ThumbnailBuffer.size() / height, QImage::Format_RGB888));
 }
 
 Decoded fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const char* format)
@@ -53,25 +53,25 @@ Decoded fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const 
     QImageReader reader(&buffer, format);
     reader.setDecideFormatFromContent(false);
     const QSize size = reader.size();
-    if (size.width() > LongestSide || size.height() > LongestSide)
-        return unusable(PictureTexts::tr("%1 × %2 pixels are too many").arg(size.width()).arg(size.height()));
+    if (size.width() > MaxSide || size.height() > MaxSide)
+        return failed(PictureTexts::tr("%1 × %2 pixels are too many").arg(size.width()).arg(size.height()));
     const QImage image = reader.read();
     if (image.isNull())
-        return unusable(PictureTexts::tr("damaged picture"));
-    return usable(image);
+        return failed(PictureTexts::tr("damaged picture"));
+    return scaledToPreview(image);
 }
 } // namespace
 
 Decoded decode(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
 {
     if (answer.ThumbnailBuffer.isEmpty())
-        return unusable(PictureTexts::tr("no picture"));
+        return failed(PictureTexts::tr("no picture"));
     if (answer.ThumbnailFormat == QLatin1String("RGB8"))
         return fromRgb8(answer);
     if (answer.ThumbnailFormat == QLatin1String("PNG "))
         return fromEncoded(answer, "png");
     if (answer.ThumbnailFormat == QLatin1String("JPEG"))
         return fromEncoded(answer, "jpeg");
-    return unusable(PictureTexts::tr("unknown picture format"));
+    return failed(PictureTexts::tr("unknown picture format"));
 }
 } // namespace Browser

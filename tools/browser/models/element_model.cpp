@@ -10,7 +10,7 @@
 namespace Browser {
 namespace {
 // More insertions and removals than this, and the list is shown afresh instead.
-constexpr int MostMoves = 32;
+constexpr int MaxRowChanges = 32;
 
 // Most servers count seconds since 1970; a number that makes no sense so is shown as it is.
 QString timeText(quint64 timestamp)
@@ -25,17 +25,17 @@ QString timeText(quint64 timestamp)
 
 ElementModel::ElementModel(Requests& requests, PictureStore& pictures) : m_requests(requests), m_pictures(pictures)
 {
-    connect(&m_requests, &Requests::elementsCame, this, &ElementModel::take);
-    connect(&m_requests, &Requests::elementsFailed, this, &ElementModel::fail);
+    connect(&m_requests, &Requests::elementsReceived, this, &ElementModel::handleElements);
+    connect(&m_requests, &Requests::elementsFailed, this, &ElementModel::handleFailure);
     connect(&m_pictures, &PictureStore::changed, this, [this](const PictureId& id) {
         if (id.type == m_type && id.library == m_library)
-            tellChanged(id.number);
+            emitDataChanged(id.number);
     });
     connect(&m_pictures, &PictureStore::manyChanged, this, [this] {
         if (!m_elements.empty())
             Q_EMIT dataChanged(index(0), index(rowCount() - 1));
     });
-    connect(&m_marks, &QTimer::timeout, this, &ElementModel::unmark);
+    connect(&m_markTimer, &QTimer::timeout, this, &ElementModel::removeExpiredMarks);
 }
 
 void ElementModel::setState(State state, const QString& problem)
@@ -49,24 +49,24 @@ void ElementModel::setLibrary(quint8 type, const QString& library)
 {
     if (type == m_type && library == m_library && m_state != State::Failed)
         return;
-    becomeOf({});
-    m_requests.dropElements();
+    setElements({});
+    m_requests.cancelQueuedElements();
     m_type = type;
     m_library = library;
     m_new.clear();
-    m_renewAll = false;
-    wantPictures();
+    m_invalidateAll = false;
+    updateWantedPictures();
     setState(State::Loading);
-    m_requests.askElements(m_type, m_library);
+    m_requests.requestElements(m_type, m_library);
 }
 
 void ElementModel::clear()
 {
-    becomeOf({});
+    setElements({});
     m_type = 0;
     m_library.clear();
     m_new.clear();
-    wantPictures();
+    updateWantedPictures();
     setState(State::Empty);
 }
 
@@ -76,7 +76,7 @@ void ElementModel::reload()
         return;
     if (m_state != State::Loaded)
         setState(State::Loading);
-    m_requests.askElements(m_type, m_library);
+    m_requests.requestElements(m_type, m_library);
 }
 
 void ElementModel::update(const LibraryUpdate& update)
@@ -84,7 +84,7 @@ void ElementModel::update(const LibraryUpdate& update)
     if (!update.elementsUpdated && !update.elementsMoved)
         return;
     if (update.type != m_type || update.library != m_library) {
-        m_pictures.renewLibrary(update.type, update.library);
+        m_pictures.invalidateLibrary(update.type, update.library);
         return;
     }
     Numbers numbers;
@@ -93,20 +93,20 @@ void ElementModel::update(const LibraryUpdate& update)
             numbers.push_back(static_cast<quint8>(i));
     }
     // Which of several elements of one number has changed cannot be told, and 256 numbers cannot be counted before 1.2.
-    if (m_numbersRepeat || numbers.size() > 255 || m_state != State::Loaded)
+    if (m_hasDuplicateNumbers || numbers.size() > 255 || m_state != State::Loaded)
         numbers.clear();
-    m_renewAll = m_renewAll || (numbers.empty() && update.elementsUpdated);
-    m_requests.askElements(m_type, m_library, numbers);
+    m_invalidateAll = m_invalidateAll || (numbers.empty() && update.elementsUpdated);
+    m_requests.requestElements(m_type, m_library, numbers);
 }
 
 void ElementModel::setVisibleRows(int first, int last)
 {
     m_firstVisible = qMax(first, 0);
     m_lastVisible = last;
-    wantVisible();
+    updateVisiblePictures();
 }
 
-void ElementModel::wantVisible()
+void ElementModel::updateVisiblePictures()
 {
     std::vector<PictureId> ids;
     std::bitset<256> wanted;
@@ -116,12 +116,12 @@ void ElementModel::wantVisible()
             ids.push_back(pictureId(row));
         wanted.set(number);
     }
-    m_pictures.want(PictureStore::Wish::Visible, std::move(ids));
+    m_pictures.setWanted(PictureStore::Priority::Visible, std::move(ids));
 }
 
-void ElementModel::wantPictures()
+void ElementModel::updateWantedPictures()
 {
-    wantVisible();
+    updateVisiblePictures();
     std::vector<PictureId> ids;
     std::bitset<256> wanted;
     for (int row = 0; row < rowCount() && ids.size() < wanted.size(); ++row) {
@@ -130,7 +130,7 @@ void ElementModel::wantPictures()
             ids.push_back(pictureId(row));
         wanted.set(number);
     }
-    m_pictures.want(PictureStore::Wish::Library, std::move(ids));
+    m_pictures.setWanted(PictureStore::Priority::Library, std::move(ids));
 }
 
 PictureId ElementModel::pictureId(int row, bool large) const
@@ -159,8 +159,8 @@ QVariant ElementModel::data(const QModelIndex& index, int role) const
             return item.number;
         case Qt::DisplayRole:
         case NameRole:
-            return oneLine(item.name);
-        case FactsRole: {
+            return toSingleLine(item.name);
+        case DetailsRole: {
             QStringList facts;
             if (item.width > 0 && item.height > 0)
                 facts << tr("%1×%2").arg(item.width).arg(item.height);
@@ -182,7 +182,7 @@ QVariant ElementModel::data(const QModelIndex& index, int role) const
         case Qt::AccessibleTextRole:
             return QStringLiteral("%1, %2, %3")
                 .arg(item.number)
-                .arg(oneLine(item.name), data(index, FactsRole).toString());
+                .arg(toSingleLine(item.name), data(index, DetailsRole).toString());
         default:
             return {};
     }
@@ -191,7 +191,7 @@ QVariant ElementModel::data(const QModelIndex& index, int role) const
 std::vector<std::pair<QString, QString>> ElementModel::fields(int row) const
 {
     const Element& item = element(row);
-    std::vector<std::pair<QString, QString>> fields{{tr("Name"), oneLine(item.name, 400)},
+    std::vector<std::pair<QString, QString>> fields{{tr("Name"), toSingleLine(item.name, 400)},
                                                     {tr("Number"), QString::number(item.number)},
                                                     {tr("Library"), m_library},
                                                     {tr("DMX"), tr("%1–%2").arg(item.dmxMin).arg(item.dmxMax)}};
@@ -213,20 +213,20 @@ std::vector<std::pair<QString, QString>> ElementModel::fields(int row) const
     return fields;
 }
 
-void ElementModel::take(quint8 type, const Numbers& numbers, const ElementListPtr& list)
+void ElementModel::handleElements(quint8 type, const Numbers& numbers, const ElementListPtr& list)
 {
     if (type != m_type || list->library != m_library)
         return;
     m_kind = list->kind;
     if (numbers.empty() || m_state != State::Loaded)
-        takeAll(*list);
+        replaceElements(*list);
     else
-        takeSome(numbers, *list);
-    wantPictures();
+        mergeElements(numbers, *list);
+    updateWantedPictures();
     setState(State::Loaded, list->dropped > 0 ? tr("empty entries in the answer: %1").arg(list->dropped) : QString());
 }
 
-void ElementModel::takeAll(const ElementList& list)
+void ElementModel::replaceElements(const ElementList& list)
 {
     const bool isFirst = m_state != State::Loaded;
     std::array<Element, 256> before;
@@ -236,62 +236,62 @@ void ElementModel::takeAll(const ElementList& list)
             before[old.number] = old;
         known.set(old.number);
     }
-    becomeOf(list.elements);
+    setElements(list.elements);
     if (isFirst && !known.any())
         return;
-    std::bitset<256> looked;
+    std::bitset<256> seen;
     bool isAnyChanged = false;
     for (const Element& now : m_elements) {
-        if (looked[now.number])
+        if (seen[now.number])
             continue;
-        looked.set(now.number);
+        seen.set(now.number);
         if (known[now.number] && before[now.number] == now)
             continue;
         isAnyChanged = true;
-        m_pictures.renew({m_type, m_library, now.number, false});
-        m_pictures.renew({m_type, m_library, now.number, true});
-        markNew(now.number);
+        m_pictures.invalidate({m_type, m_library, now.number, false});
+        m_pictures.invalidate({m_type, m_library, now.number, true});
+        markAsNew(now.number);
     }
     // Something has changed that the list does not show: it can only be the pictures.
-    if (m_renewAll && !isAnyChanged)
-        m_pictures.renewLibrary(m_type, m_library);
-    m_renewAll = false;
+    if (m_invalidateAll && !isAnyChanged)
+        m_pictures.invalidateLibrary(m_type, m_library);
+    m_invalidateAll = false;
 }
 
 // What was asked for and is not in the answer is not there any more.
-void ElementModel::takeSome(const Numbers& numbers, const ElementList& list)
+void ElementModel::mergeElements(const Numbers& numbers, const ElementList& list)
 {
-    std::bitset<256> asked;
+    std::bitset<256> requested;
     for (const quint8 number : numbers)
-        asked.set(number);
+        requested.set(number);
     std::vector<Element> elements;
     for (const Element& old : m_elements) {
-        if (!asked[old.number])
+        if (!requested[old.number])
             elements.push_back(old);
     }
     for (const Element& now : list.elements) {
-        if (!asked[now.number])
+        if (!requested[now.number])
             continue;
         const auto place = std::find_if(elements.begin(), elements.end(),
                                         [&](const Element& element) { return element.number > now.number; });
         elements.insert(place, now);
     }
-    becomeOf(std::move(elements));
+    setElements(std::move(elements));
     for (const Element& now : list.elements) {
-        m_pictures.renew({m_type, m_library, now.number, false});
-        m_pictures.renew({m_type, m_library, now.number, true});
-        markNew(now.number);
+        m_pictures.invalidate({m_type, m_library, now.number, false});
+        m_pictures.invalidate({m_type, m_library, now.number, true});
+        markAsNew(now.number);
     }
 }
 
-void ElementModel::fail(quint8 type, const QString& library, const QString& problem)
+void ElementModel::handleFailure(quint8 type, const QString& library, const QString& problem)
 {
     if (type == m_type && library == m_library)
         setState(m_elements.empty() ? State::Failed : State::Loaded, problem);
 }
 
 // Tells the views of single rows where few are different, so that they keep their place and selection.
-void ElementModel::becomeOf(std::vector<Element> elements)
+void ElementModel::setElements(std::vector<Element> elements)
 {
     const auto isSameRow = [](const Element& a, const Element& b) { return a.number == b.number; };
     std::bitset<256> wanted;
@@ -306,9 +306,9 @@ void ElementModel::becomeOf(std::vector<Element> elements)
                                          [](const Element& a, const Element& b) { return a.number < b.number; }) &&
                           std::is_sorted(m_elements.begin(), m_elements.end(),
                                          [](const Element& a, const Element& b) { return a.number < b.number; });
-    const bool areFewMoves = isSorted && elements.size() == wanted.count() && m_elements.size() == known.count() &&
-                             known.any() && wanted.any() && (wanted ^ known).count() <= MostMoves;
-    if (!areSameRows && !areFewMoves) {
+    const bool areFewChanges = isSorted && elements.size() == wanted.count() && m_elements.size() == known.count() &&
+                               known.any() && wanted.any() && (wanted ^ known).count() <= MaxRowChanges;
+    if (!areSameRows && !areFewChanges) {
         beginResetModel();
         m_elements = std::move(elements);
         indexRows();
@@ -340,24 +340,24 @@ void ElementModel::becomeOf(std::vector<Element> elements)
 void ElementModel::indexRows()
 {
     m_rowsOf.fill({});
-    m_numbersRepeat = false;
+    m_hasDuplicateNumbers = false;
     for (int row = 0; row < rowCount(); ++row) {
         Rows& rows = m_rowsOf[element(row).number];
-        m_numbersRepeat = m_numbersRepeat || rows.first >= 0;
+        m_hasDuplicateNumbers = m_hasDuplicateNumbers || rows.first >= 0;
         if (rows.first < 0)
             rows.first = row;
         rows.last = row;
     }
 }
 
-void ElementModel::markNew(quint8 number)
+void ElementModel::markAsNew(quint8 number)
 {
-    m_new[number].setRemainingTime(MarkMs);
-    m_marks.start(UnmarkMs);
-    tellChanged(number);
+    m_new[number].setRemainingTime(NewMarkMs);
+    m_markTimer.start(MarkCheckMs);
+    emitDataChanged(number);
 }
 
-void ElementModel::unmark()
+void ElementModel::removeExpiredMarks()
 {
     for (auto mark = m_new.begin(); mark != m_new.end();) {
         if (!mark->hasExpired()) {
@@ -366,13 +366,13 @@ void ElementModel::unmark()
         }
         const quint8 number = mark.key();
         mark = m_new.erase(mark);
-        tellChanged(number);
+        emitDataChanged(number);
     }
     if (m_new.isEmpty())
-        m_marks.stop();
+        m_markTimer.stop();
 }
 
-void ElementModel::tellChanged(quint8 number)
+void ElementModel::emitDataChanged(quint8 number)
 {
     const Rows& rows = m_rowsOf[number];
     if (rows.first >= 0 && rows.last < rowCount())

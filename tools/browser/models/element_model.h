@@ -24,7 +24,7 @@ public:
     enum Role {
         NumberRole = Qt::UserRole, ///< int
         NameRole,                  ///< QString, in one line
-        FactsRole,                 ///< QString: size, length and frame rate, as far as the kind has them
+        DetailsRole,               ///< QString: size, length and frame rate, as far as the kind has them
         PictureRole,               ///< QImage; null if there is none (yet)
         PictureStateRole,          ///< int, a PictureStore::State
         ProblemRole,               ///< QString: why there is no picture; empty if there is nothing wrong
@@ -75,17 +75,17 @@ private:
     };
 
     void setState(State state, const QString& problem = {});
-    void take(quint8 type, const Numbers& numbers, const ElementListPtr& list);
-    void takeAll(const ElementList& list);
-    void takeSome(const Numbers& numbers, const ElementList& list);
-    void fail(quint8 type, const QString& library, const QString& problem);
-    void becomeOf(std::vector<Element> elements);
+    void handleElements(quint8 type, const Numbers& numbers, const ElementListPtr& list);
+    void replaceElements(const ElementList& list);
+    void mergeElements(const Numbers& numbers, const ElementList& list);
+    void handleFailure(quint8 type, const QString& library, const QString& problem);
+    void setElements(std::vector<Element> elements);
     void indexRows();
-    void wantPictures();
-    void wantVisible();
-    void markNew(quint8 number);
-    void unmark();
-    void tellChanged(quint8 number);
+    void updateWantedPictures();
+    void updateVisiblePictures();
+    void markAsNew(quint8 number);
+    void removeExpiredMarks();
+    void emitDataChanged(quint8 number);
 
     Requests& m_requests;
     PictureStore& m_pictures;
@@ -96,11 +96,11 @@ private:
     QString m_problem;
     std::vector<Element> m_elements;
     std::array<Rows, 256> m_rowsOf; ///< the rows of each number lie between these
-    bool m_numbersRepeat = false;
-    bool m_renewAll = false; ///< the next list comes because anything may have changed
+    bool m_hasDuplicateNumbers = false;
+    bool m_invalidateAll = false; ///< the next list comes because anything may have changed
     int m_firstVisible = 0;
     int m_lastVisible = -1;
     QHash<quint8, QDeadlineTimer> m_new;
-    QTimer m_marks; ///< runs while something is marked as new
+    QTimer m_markTimer; ///< runs while something is marked as new
 };
 } // namespace Browser

@@ -17,17 +17,17 @@ namespace Browser {
 namespace {
 using CITP::citp_stack;
 
-constexpr int LayerPauseMs = 40;
-constexpr int FixturePauseMs = 50;
+constexpr int LayerIntervalMs = 40;
+constexpr int FixtureBatchMs = 50;
 // What is kept of a name; a person never sees more of it at once.
-constexpr int LongestName = 1000;
-constexpr int LongestProduct = 200;
-constexpr int MostParameters = 255;
-constexpr quint8 LatestMinor = 2;
+constexpr int MaxNameLength = 1000;
+constexpr int MaxProductLength = 200;
+constexpr int MaxParameters = 255;
+constexpr quint8 LatestKnownMinor = 2;
 
-QString kept(const QString& name)
+QString truncated(const QString& name)
 {
-    return name.size() <= LongestName ? name : name.left(LongestName) + QChar(0x2026);
+    return name.size() <= MaxNameLength ? name : name.left(MaxNameLength) + QChar(0x2026);
 }
 
 QString pictureFormatOf(const CITP::Msg_MSEX_SINF& sinf)
@@ -50,7 +50,7 @@ Element toElement(const CITP::Msg_MSEX_MEIN::MediaInformation& item)
     element.number = item.Number;
     element.dmxMin = item.DMXRangeMin;
     element.dmxMax = item.DMXRangeMax;
-    element.name = kept(item.Name);
+    element.name = truncated(item.Name);
     element.serial = item.SerialNumber;
     element.timestamp = item.Timestamp;
     element.width = item.Width;
@@ -66,11 +66,11 @@ Element toElement(const CITP::Msg_MSEX_EEIN::EffectInformation& item)
     element.number = item.Number;
     element.dmxMin = item.DMXRangeMin;
     element.dmxMax = item.DMXRangeMax;
-    element.name = kept(item.EffectName);
+    element.name = truncated(item.EffectName);
     element.serial = item.SerialNumber;
     for (const QString& parameter : item.ParameterNames) {
-        if (element.parameters.size() < MostParameters)
-            element.parameters << oneLine(parameter);
+        if (element.parameters.size() < MaxParameters)
+            element.parameters << toSingleLine(parameter);
     }
     return element;
 }
@@ -81,7 +81,7 @@ Element toElement(const CITP::Msg_MSEX_GLEI::GenericInformation& item)
     element.number = item.Number;
     element.dmxMin = item.DMXRangeMin;
     element.dmxMax = item.DMXRangeMax;
-    element.name = kept(item.Name);
+    element.name = truncated(item.Name);
     element.serial = item.SerialNumber;
     element.timestamp = item.Timestamp;
     return element;
@@ -129,22 +129,22 @@ Inbox::Inbox()
     qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH");
     m_thread.setObjectName(QStringLiteral("citp-inbox"));
     moveToThread(&m_thread);
-    connect(&m_thread, &QThread::started, this, &Inbox::begin);
-    connect(&m_thread, &QThread::finished, this, &Inbox::end, Qt::DirectConnection);
+    connect(&m_thread, &QThread::started, this, &Inbox::initialize);
+    connect(&m_thread, &QThread::finished, this, &Inbox::cleanUp, Qt::DirectConnection);
 }
 
 Inbox::~Inbox()
 {
     // What still waits for its thread is decoded for nobody.
-    follow({});
+    setServer({});
     m_thread.quit();
     m_thread.wait();
 }
 
-void Inbox::follow(const QString& key)
+void Inbox::setServer(const QString& key)
 {
     const QMutexLocker lock(&m_mutex);
-    m_followed = key;
+    m_server = key;
 }
 
 void Inbox::start()
@@ -152,51 +152,51 @@ void Inbox::start()
     m_thread.start();
 }
 
-bool Inbox::isFollowed(const QString& key)
+bool Inbox::isCurrent(const QString& key)
 {
     const QMutexLocker lock(&m_mutex);
-    return key == m_followed;
+    return key == m_server;
 }
 
-void Inbox::begin()
+void Inbox::initialize()
 {
     m_announcements = new Announcements(this);
-    connect(m_announcements, &Announcements::heard, this, &Inbox::serverHeard);
+    connect(m_announcements, &Announcements::announced, this, &Inbox::serverAnnounced);
     connect(m_announcements, &Announcements::adapterChanged, this, &Inbox::adapterChanged);
     m_announcements->start();
-    m_layerPause = new QTimer(this);
-    m_layerPause->setSingleShot(true);
-    connect(m_layerPause, &QTimer::timeout, this, &Inbox::tellLayers);
-    m_fixturePause = new QTimer(this);
-    m_fixturePause->setSingleShot(true);
-    connect(m_fixturePause, &QTimer::timeout, this, &Inbox::tellFixtures);
+    m_layerTimer = new QTimer(this);
+    m_layerTimer->setSingleShot(true);
+    connect(m_layerTimer, &QTimer::timeout, this, &Inbox::emitLayers);
+    m_fixtureTimer = new QTimer(this);
+    m_fixtureTimer->setSingleShot(true);
+    connect(m_fixtureTimer, &QTimer::timeout, this, &Inbox::emitFixtures);
 
     citp_stack* const stack = citp_stack::Get();
-    connect(stack, &citp_stack::serverUp, this, &Inbox::tellUp);
+    connect(stack, &citp_stack::serverUp, this, &Inbox::reportServerUp);
     connect(stack, &citp_stack::serverDown, this, &Inbox::serverDown);
-    connect(stack, &citp_stack::libraryInfo, this, &Inbox::takeLibraries);
-    connect(stack, &citp_stack::mediaInfo, this, &Inbox::takeElements<CITP::Msg_MSEX_MEIN>);
-    connect(stack, &citp_stack::effectInfo, this, &Inbox::takeElements<CITP::Msg_MSEX_EEIN>);
-    connect(stack, &citp_stack::genericInfo, this, &Inbox::takeElements<CITP::Msg_MSEX_GLEI>);
-    connect(stack, &citp_stack::elementThumbnail, this, &Inbox::takePicture);
-    connect(stack, &citp_stack::libraryUpdated, this, &Inbox::takeUpdate);
-    connect(stack, &citp_stack::layerStatus, this, &Inbox::takeLayers);
-    connect(stack, &citp_stack::patchMessage, this, &Inbox::takeFixture);
+    connect(stack, &citp_stack::libraryInfo, this, &Inbox::handleLibraries);
+    connect(stack, &citp_stack::mediaInfo, this, &Inbox::handleElements<CITP::Msg_MSEX_MEIN>);
+    connect(stack, &citp_stack::effectInfo, this, &Inbox::handleElements<CITP::Msg_MSEX_EEIN>);
+    connect(stack, &citp_stack::genericInfo, this, &Inbox::handleElements<CITP::Msg_MSEX_GLEI>);
+    connect(stack, &citp_stack::elementThumbnail, this, &Inbox::handlePicture);
+    connect(stack, &citp_stack::libraryUpdated, this, &Inbox::handleUpdate);
+    connect(stack, &citp_stack::layerStatus, this, &Inbox::handleLayers);
+    connect(stack, &citp_stack::patchMessage, this, &Inbox::handleFixture);
     // Those that were up before are not reported again.
     for (const QString& key : stack->getServers())
-        tellUp(key);
+        reportServerUp(key);
 }
 
 // Sockets and timers go in the thread that they live in.
-void Inbox::end()
+void Inbox::cleanUp()
 {
     citp_stack::Get()->disconnect(this);
     delete m_announcements;
-    delete m_layerPause;
-    delete m_fixturePause;
+    delete m_layerTimer;
+    delete m_fixtureTimer;
 }
 
-void Inbox::tellUp(const QString& key)
+void Inbox::reportServerUp(const QString& key)
 {
     CITP::Msg_MSEX_SINF sinf;
     CITP::Msg_PEER_PLOC ploc;
@@ -205,8 +205,8 @@ void Inbox::tellUp(const QString& key)
         return;
     Server server;
     server.key = key;
-    server.name = oneLine(ploc.name);
-    server.product = oneLine(sinf.ProductName, LongestProduct);
+    server.name = toSingleLine(ploc.name);
+    server.product = toSingleLine(sinf.ProductName, MaxProductLength);
     server.msexMinor = sinf.GetHighestMsexVersion();
     server.version = QStringLiteral("%1.%2").arg(sinf.ProductVersionMajor).arg(sinf.ProductVersionMinor);
     if (server.msexMinor >= 2)
@@ -217,14 +217,14 @@ void Inbox::tellUp(const QString& key)
     Q_EMIT serverUp(server);
 }
 
-void Inbox::takeLibraries(const QString& key, const CITP::Msg_MSEX_ELIN& message)
+void Inbox::handleLibraries(const QString& key, const CITP::Msg_MSEX_ELIN& message)
 {
-    if (!isFollowed(key))
+    if (!isCurrent(key))
         return;
     const auto list = std::make_shared<LibraryList>();
     list->server = key;
     list->type = message.LibraryType;
-    if (message.versionMinor > LatestMinor)
+    if (message.versionMinor > LatestKnownMinor)
         list->unknownMinor = message.versionMinor;
     QSet<QString> known;
     for (const auto& info : message.Libraries) {
@@ -232,29 +232,29 @@ void Inbox::takeLibraries(const QString& key, const CITP::Msg_MSEX_ELIN& message
         if (known.contains(info.LIBID))
             continue;
         known.insert(info.LIBID);
-        list->libraries.push_back({info.LIBID, kept(info.Name), info.DMXRangeMin, info.DMXRangeMax, info.ElementCount,
-                                   info.SubLibraryCount, info.SerialNumber});
+        list->libraries.push_back({info.LIBID, truncated(info.Name), info.DMXRangeMin, info.DMXRangeMax,
+                                   info.ElementCount, info.SubLibraryCount, info.SerialNumber});
     }
     Q_EMIT librariesArrived(list);
 }
 
 template <typename Message>
-void Inbox::takeElements(const QString& key, const Message& message)
+void Inbox::handleElements(const QString& key, const Message& message)
 {
-    if (!isFollowed(key))
+    if (!isCurrent(key))
         return;
     const auto list = std::make_shared<ElementList>();
     list->server = key;
     list->library = message.LibraryId;
     list->kind = kindOf(message);
-    if (message.versionMinor > LatestMinor)
+    if (message.versionMinor > LatestKnownMinor)
         list->unknownMinor = message.versionMinor;
     list->elements.reserve(itemsOf(message).size());
-    const Element nothing;
+    const Element empty;
     for (const auto& item : itemsOf(message)) {
         Element element = toElement(item);
         // Numbers may repeat in a long list, but an entry without any content is behind the cut of a damaged answer.
-        if (element == nothing && !list->elements.empty())
+        if (element == empty && !list->elements.empty())
             ++list->dropped;
         else
             list->elements.push_back(std::move(element));
@@ -262,18 +262,18 @@ void Inbox::takeElements(const QString& key, const Message& message)
     Q_EMIT elementsArrived(list);
 }
 
-void Inbox::takePicture(const QString& key, const CITP::Msg_MSEX_ETHN& message)
+void Inbox::handlePicture(const QString& key, const CITP::Msg_MSEX_ETHN& message)
 {
-    if (!isFollowed(key))
+    if (!isCurrent(key))
         return;
     const Decoded decoded = decode(message);
     Q_EMIT pictureArrived(
         {key, message.LibraryType, message.LibraryId, message.ElementNumber, decoded.image, decoded.problem});
 }
 
-void Inbox::takeUpdate(const QString& key, const CITP::Msg_MSEX_ELUP& message)
+void Inbox::handleUpdate(const QString& key, const CITP::Msg_MSEX_ELUP& message)
 {
-    if (!isFollowed(key))
+    if (!isCurrent(key))
         return;
     LibraryUpdate update;
     update.server = key;
@@ -290,9 +290,9 @@ void Inbox::takeUpdate(const QString& key, const CITP::Msg_MSEX_ELUP& message)
     Q_EMIT libraryUpdated(update);
 }
 
-void Inbox::takeLayers(const QString& key, const CITP::Msg_MSEX_LSTA& message)
+void Inbox::handleLayers(const QString& key, const CITP::Msg_MSEX_LSTA& message)
 {
-    if (!isFollowed(key))
+    if (!isCurrent(key))
         return;
     m_layersOf = key;
     m_layers.clear();
@@ -304,7 +304,7 @@ void Inbox::takeLayers(const QString& key, const CITP::Msg_MSEX_LSTA& message)
         layer.type = message.versionMinor == 0 ? quint8(1) : status.LibraryType;
         layer.library = status.LibraryId;
         layer.element = status.MediaNumber;
-        layer.name = oneLine(status.MediaName);
+        layer.name = toSingleLine(status.MediaName);
         layer.position = status.MediaPosition;
         layer.length = status.MediaLength;
         layer.frameRate = status.MediaFrameRate;
@@ -312,33 +312,33 @@ void Inbox::takeLayers(const QString& key, const CITP::Msg_MSEX_LSTA& message)
         m_layers.push_back(layer);
     }
     m_hasLayers = true;
-    if (!m_layerPause->isActive())
-        tellLayers();
+    if (!m_layerTimer->isActive())
+        emitLayers();
 }
 
-void Inbox::tellLayers()
+void Inbox::emitLayers()
 {
     if (!m_hasLayers)
         return;
     m_hasLayers = false;
     Q_EMIT layersArrived(m_layersOf, m_layers);
-    m_layerPause->start(LayerPauseMs);
+    m_layerTimer->start(LayerIntervalMs);
 }
 
-void Inbox::takeFixture(const QString& key, const CITP::Msg_FPTC_PTCH& message)
+void Inbox::handleFixture(const QString& key, const CITP::Msg_FPTC_PTCH& message)
 {
-    if (!isFollowed(key))
+    if (!isCurrent(key))
         return;
     if (key != m_fixturesOf)
         m_fixtures.clear();
     m_fixturesOf = key;
     m_fixtures.push_back({message.FixtureIdentifier, message.Universe, message.Channel, message.ChannelCount,
-                          oneLine(message.FixtureMake), oneLine(message.FixtureName)});
-    if (!m_fixturePause->isActive())
-        m_fixturePause->start(FixturePauseMs);
+                          toSingleLine(message.FixtureMake), toSingleLine(message.FixtureName)});
+    if (!m_fixtureTimer->isActive())
+        m_fixtureTimer->start(FixtureBatchMs);
 }
 
-void Inbox::tellFixtures()
+void Inbox::emitFixtures()
 {
     Q_EMIT fixturesArrived(m_fixturesOf, m_fixtures);
     m_fixtures.clear();

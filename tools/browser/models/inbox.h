@@ -27,13 +27,13 @@ public:
     ~Inbox() override;
 
     /// From now on only messages of the server @p key are handed on; notices of servers come from all. Empty for none.
-    void follow(const QString& key);
+    void setServer(const QString& key);
 
     /// Starts the thread. Connect before.
     void start();
 
 Q_SIGNALS:
-    void serverHeard(const QString& key, const QString& name);
+    void serverAnnounced(const QString& key, const QString& name);
     void serverUp(const Browser::Server& server);
     void serverDown(const QString& key);
     void librariesArrived(const Browser::LibraryListPtr& list);
@@ -47,27 +47,27 @@ Q_SIGNALS:
     void adapterChanged(const Browser::AdapterState& adapter);
 
 private:
-    void begin();
-    void end();
-    bool isFollowed(const QString& key);
-    void tellUp(const QString& key);
-    void takeLibraries(const QString& key, const CITP::Msg_MSEX_ELIN& message);
+    void initialize();
+    void cleanUp();
+    bool isCurrent(const QString& key);
+    void reportServerUp(const QString& key);
+    void handleLibraries(const QString& key, const CITP::Msg_MSEX_ELIN& message);
     template <typename Message>
-    void takeElements(const QString& key, const Message& message);
-    void takePicture(const QString& key, const CITP::Msg_MSEX_ETHN& message);
-    void takeUpdate(const QString& key, const CITP::Msg_MSEX_ELUP& message);
-    void takeLayers(const QString& key, const CITP::Msg_MSEX_LSTA& message);
-    void takeFixture(const QString& key, const CITP::Msg_FPTC_PTCH& message);
-    void tellLayers();
-    void tellFixtures();
+    void handleElements(const QString& key, const Message& message);
+    void handlePicture(const QString& key, const CITP::Msg_MSEX_ETHN& message);
+    void handleUpdate(const QString& key, const CITP::Msg_MSEX_ELUP& message);
+    void handleLayers(const QString& key, const CITP::Msg_MSEX_LSTA& message);
+    void handleFixture(const QString& key, const CITP::Msg_FPTC_PTCH& message);
+    void emitLayers();
+    void emitFixtures();
 
     QThread m_thread;
     QMutex m_mutex; ///< guards #m_followed
-    QString m_followed;
+    QString m_server;
     // The inbox's thread only.
     Announcements* m_announcements = nullptr;
-    QTimer* m_layerPause = nullptr;
-    QTimer* m_fixturePause = nullptr;
+    QTimer* m_layerTimer = nullptr;
+    QTimer* m_fixtureTimer = nullptr;
     QString m_layersOf;
     LayerStates m_layers;
     bool m_hasLayers = false;

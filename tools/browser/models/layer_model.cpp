@@ -19,17 +19,17 @@ QString timeText(quint32 frames, int frameRate)
 
 LayerModel::LayerModel(PictureStore& pictures) : m_pictures(pictures)
 {
-    const auto tellPictures = [this] {
+    const auto emitPicturesChanged = [this] {
         if (!m_layers.empty())
             Q_EMIT dataChanged(index(0, Picture), index(rowCount() - 1, Picture));
     };
-    connect(&m_pictures, &PictureStore::changed, this, [this, tellPictures](const PictureId& id) {
+    connect(&m_pictures, &PictureStore::changed, this, [this, emitPicturesChanged](const PictureId& id) {
         for (const LayerState& layer : m_layers) {
             if (pictureOf(layer) == id)
-                return tellPictures();
+                return emitPicturesChanged();
         }
     });
-    connect(&m_pictures, &PictureStore::manyChanged, this, tellPictures);
+    connect(&m_pictures, &PictureStore::manyChanged, this, emitPicturesChanged);
 }
 
 void LayerModel::setLayers(const LayerStates& layers)
@@ -51,7 +51,7 @@ void LayerModel::setLayers(const LayerStates& layers)
     m_layers = layers;
     if (now > 0)
         Q_EMIT dataChanged(index(0, 0), index(now - 1, ColumnCount - 1));
-    m_pictures.want(PictureStore::Wish::Layers, std::move(ids));
+    m_pictures.setWanted(PictureStore::Priority::Layers, std::move(ids));
 }
 
 int LayerModel::rowCount(const QModelIndex& parent) const

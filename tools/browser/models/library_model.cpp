@@ -42,9 +42,9 @@ struct LibraryModel::Node
 
 LibraryModel::LibraryModel(Requests& requests) : m_requests(requests), m_root(std::make_unique<Node>())
 {
-    connect(&m_requests, &Requests::librariesCame, this, &LibraryModel::take);
-    connect(&m_requests, &Requests::librariesFailed, this, &LibraryModel::fail);
-    connect(&m_marks, &QTimer::timeout, this, &LibraryModel::unmark);
+    connect(&m_requests, &Requests::librariesReceived, this, &LibraryModel::handleLibraries);
+    connect(&m_requests, &Requests::librariesFailed, this, &LibraryModel::handleFailure);
+    connect(&m_markTimer, &QTimer::timeout, this, &LibraryModel::removeExpiredMarks);
 }
 
 LibraryModel::~LibraryModel() = default;
@@ -68,9 +68,9 @@ void LibraryModel::setServer(const Server& server)
     beginResetModel();
     m_root = std::make_unique<Node>();
     for (quint8 type = 1; type < 16; ++type) {
-        const bool isThere = server.libraryTypes == 0 ? type <= LastKnownType : (server.libraryTypes >> type & 1) != 0;
+        const bool isListed = server.libraryTypes == 0 ? type <= LastKnownType : (server.libraryTypes >> type & 1) != 0;
         // Generic elements came with MSEX 1.1.
-        if (!isThere || (server.msexMinor == 0 && type >= LastKnownType))
+        if (!isListed || (server.msexMinor == 0 && type >= LastKnownType))
             continue;
         auto node = std::make_unique<Node>();
         node->type = type;
@@ -97,7 +97,7 @@ void LibraryModel::reload()
 void LibraryModel::reload(Node* node)
 {
     if (node->state != Node::State::Unknown || !node->problem.isEmpty())
-        ask(node);
+        request(node);
     for (const auto& child : node->children)
         reload(child.get());
 }
@@ -112,7 +112,7 @@ void LibraryModel::update(const LibraryUpdate& update)
         return;
     // Its own row tells how many elements and sub-libraries it has.
     if (!isRoot && node->parent && (touchesLibraries || update.elementsMoved || update.elementsUpdated))
-        ask(node->parent, {numberOf(update.library)});
+        request(node->parent, {numberOf(update.library)});
     if (!touchesLibraries || node->state != Node::State::Loaded)
         return;
     Numbers numbers;
@@ -120,7 +120,7 @@ void LibraryModel::update(const LibraryUpdate& update)
         if (update.libraries[i])
             numbers.push_back(static_cast<quint8>(i));
     }
-    ask(node, numbers.size() < 256 ? numbers : Numbers());
+    request(node, numbers.size() < 256 ? numbers : Numbers());
 }
 
 QModelIndex LibraryModel::find(quint8 type, const QString& id) const
@@ -192,7 +192,7 @@ bool LibraryModel::canFetchMore(const QModelIndex& parent) const
 void LibraryModel::fetchMore(const QModelIndex& parent)
 {
     if (canFetchMore(parent))
-        ask(nodeOf(parent));
+        request(nodeOf(parent));
 }
 
 QVariant LibraryModel::data(const QModelIndex& index, int role) const
@@ -200,7 +200,7 @@ QVariant LibraryModel::data(const QModelIndex& index, int role) const
     if (!index.isValid())
         return {};
     const Node& node = *nodeOf(index);
-    const QString name = node.isType() ? textForType(node.type) : oneLine(node.library.name);
+    const QString name = node.isType() ? textForType(node.type) : toSingleLine(node.library.name);
     switch (role) {
         case Qt::DisplayRole:
             if (index.column() == 1)
@@ -247,40 +247,41 @@ QVariant LibraryModel::headerData(int section, Qt::Orientation orientation, int 
     return section == 0 ? tr("Library") : tr("Elements");
 }
 
-void LibraryModel::tellChanged(const Node* node)
+void LibraryModel::emitDataChanged(const Node* node)
 {
     if (node->parent)
         Q_EMIT dataChanged(indexOf(node), indexOf(node, 1));
 }
 
-void LibraryModel::ask(Node* node, const Numbers& numbers)
+void LibraryModel::request(Node* node, const Numbers& numbers)
 {
     if (numbers.empty()) {
         node->problem.clear();
         if (node->state == Node::State::Unknown)
             node->state = Node::State::Loading;
-        tellChanged(node);
+        emitDataChanged(node);
     }
-    m_requests.askLibraries(node->type, node->library.id, numbers);
+    m_requests.requestLibraries(node->type, node->library.id, numbers);
 }
 
-void LibraryModel::take(quint8 type, const QString& parent, const Numbers& numbers, const LibraryListPtr& list)
+void LibraryModel::handleLibraries(quint8 type, const QString& parent, const Numbers& numbers,
+                                   const LibraryListPtr& list)
 {
     Node* const node = find(m_root.get(), type, parent);
     if (!node)
         return;
     if (numbers.empty())
-        takeAll(node, list->libraries);
+        replaceLibraries(node, list->libraries);
     else
-        takeSome(node, numbers, list->libraries);
+        mergeLibraries(node, numbers, list->libraries);
 }
 
-void LibraryModel::takeAll(Node* node, const std::vector<Library>& libraries)
+void LibraryModel::replaceLibraries(Node* node, const std::vector<Library>& libraries)
 {
     const bool isFirst = node->state != Node::State::Loaded;
     node->state = Node::State::Loaded;
     node->problem.clear();
-    tellChanged(node);
+    emitDataChanged(node);
     if (isFirst && node->children.empty()) {
         if (libraries.empty())
             return;
@@ -295,53 +296,53 @@ void LibraryModel::takeAll(Node* node, const std::vector<Library>& libraries)
         endInsertRows();
         return;
     }
-    QSet<QString> there;
+    QSet<QString> listed;
     for (const Library& library : libraries)
-        there.insert(library.id);
+        listed.insert(library.id);
     for (int row = static_cast<int>(node->children.size()) - 1; row >= 0; --row) {
-        if (!there.contains(node->children[static_cast<std::size_t>(row)]->library.id))
+        if (!listed.contains(node->children[static_cast<std::size_t>(row)]->library.id))
             removeRow(node, row);
     }
     for (std::size_t i = 0; i < libraries.size(); ++i) {
         const bool isInPlace = i < node->children.size() && node->children[i]->library.id == libraries[i].id;
         if (isInPlace) {
-            change(node->children[i].get(), libraries[i]);
+            updateLibrary(node->children[i].get(), libraries[i]);
             continue;
         }
-        const int elsewhere = node->rowOf(libraries[i].id);
-        if (elsewhere >= 0)
-            removeRow(node, elsewhere);
-        put(node, static_cast<int>(i), libraries[i]);
+        const int formerRow = node->rowOf(libraries[i].id);
+        if (formerRow >= 0)
+            removeRow(node, formerRow);
+        insertLibrary(node, static_cast<int>(i), libraries[i]);
     }
 }
 
 // What was asked for and is not in the answer is not there any more.
-void LibraryModel::takeSome(Node* node, const Numbers& numbers, const std::vector<Library>& libraries)
+void LibraryModel::mergeLibraries(Node* node, const Numbers& numbers, const std::vector<Library>& libraries)
 {
     node->problem.clear();
-    tellChanged(node);
+    emitDataChanged(node);
     for (int row = static_cast<int>(node->children.size()) - 1; row >= 0; --row) {
         const QString id = node->children[static_cast<std::size_t>(row)]->library.id;
-        const bool isAsked = std::find(numbers.begin(), numbers.end(), numberOf(id)) != numbers.end();
-        const bool isThere =
+        const bool isRequested = std::find(numbers.begin(), numbers.end(), numberOf(id)) != numbers.end();
+        const bool isListed =
             std::any_of(libraries.begin(), libraries.end(), [&](const Library& library) { return library.id == id; });
-        if (isAsked && !isThere)
+        if (isRequested && !isListed)
             removeRow(node, row);
     }
     for (const Library& library : libraries) {
         const int known = node->rowOf(library.id);
         if (known >= 0) {
-            change(node->children[static_cast<std::size_t>(known)].get(), library);
+            updateLibrary(node->children[static_cast<std::size_t>(known)].get(), library);
             continue;
         }
         const auto place = std::find_if(node->children.begin(), node->children.end(), [&](const auto& child) {
             return numberOf(child->library.id) > numberOf(library.id);
         });
-        put(node, static_cast<int>(place - node->children.begin()), library);
+        insertLibrary(node, static_cast<int>(place - node->children.begin()), library);
     }
 }
 
-void LibraryModel::put(Node* node, int row, const Library& library)
+void LibraryModel::insertLibrary(Node* node, int row, const Library& library)
 {
     auto child = std::make_unique<Node>();
     child->type = node->type;
@@ -350,10 +351,10 @@ void LibraryModel::put(Node* node, int row, const Library& library)
     beginInsertRows(indexOf(node), row, row);
     node->children.insert(node->children.begin() + row, std::move(child));
     endInsertRows();
-    markNew(node->children[static_cast<std::size_t>(row)].get());
+    markAsNew(node->children[static_cast<std::size_t>(row)].get());
 }
 
-void LibraryModel::change(Node* node, const Library& library)
+void LibraryModel::updateLibrary(Node* node, const Library& library)
 {
     const Library& old = node->library;
     const bool isSame = old.name == library.name && old.elements == library.elements &&
@@ -361,7 +362,7 @@ void LibraryModel::change(Node* node, const Library& library)
                         old.dmxMin == library.dmxMin && old.dmxMax == library.dmxMax;
     node->library = library;
     if (!isSame)
-        markNew(node);
+        markAsNew(node);
 }
 
 void LibraryModel::removeRow(Node* node, int row)
@@ -371,7 +372,7 @@ void LibraryModel::removeRow(Node* node, int row)
     endRemoveRows();
 }
 
-void LibraryModel::fail(quint8 type, const QString& parent, const QString& problem)
+void LibraryModel::handleFailure(quint8 type, const QString& parent, const QString& problem)
 {
     Node* const node = find(m_root.get(), type, parent);
     if (!node)
@@ -379,32 +380,32 @@ void LibraryModel::fail(quint8 type, const QString& parent, const QString& probl
     if (node->state == Node::State::Loading)
         node->state = Node::State::Unknown;
     node->problem = problem;
-    tellChanged(node);
+    emitDataChanged(node);
 }
 
-void LibraryModel::markNew(Node* node)
+void LibraryModel::markAsNew(Node* node)
 {
-    node->isNewUntil.setRemainingTime(MarkMs);
-    tellChanged(node);
-    m_marks.start(UnmarkMs);
+    node->isNewUntil.setRemainingTime(NewMarkMs);
+    emitDataChanged(node);
+    m_markTimer.start(MarkCheckMs);
 }
 
-void LibraryModel::unmark()
+void LibraryModel::removeExpiredMarks()
 {
     bool isAnyNew = false;
-    const std::function<void(Node*)> look = [&](Node* node) {
+    const std::function<void(Node*)> visit = [&](Node* node) {
         for (const auto& child : node->children) {
             if (!child->isNewUntil.hasExpired()) {
                 isAnyNew = true;
             } else if (child->isNewUntil.deadline() != 0) {
                 child->isNewUntil = QDeadlineTimer();
-                tellChanged(child.get());
+                emitDataChanged(child.get());
             }
-            look(child.get());
+            visit(child.get());
         }
     };
-    look(m_root.get());
+    visit(m_root.get());
     if (!isAnyNew)
-        m_marks.stop();
+        m_markTimer.stop();
 }
 } // namespace Browser

@@ -59,21 +59,21 @@ private:
     Node* nodeOf(const QModelIndex& index) const;
     Node* find(Node* below, quint8 type, const QString& id) const;
     QModelIndex indexOf(const Node* node, int column = 0) const;
-    void tellChanged(const Node* node);
-    void ask(Node* node, const Numbers& numbers = {});
+    void emitDataChanged(const Node* node);
+    void request(Node* node, const Numbers& numbers = {});
     void reload(Node* node);
-    void take(quint8 type, const QString& parent, const Numbers& numbers, const LibraryListPtr& list);
-    void takeSome(Node* node, const Numbers& numbers, const std::vector<Library>& libraries);
-    void takeAll(Node* node, const std::vector<Library>& libraries);
-    void put(Node* node, int row, const Library& library);
-    void change(Node* node, const Library& library);
+    void handleLibraries(quint8 type, const QString& parent, const Numbers& numbers, const LibraryListPtr& list);
+    void mergeLibraries(Node* node, const Numbers& numbers, const std::vector<Library>& libraries);
+    void replaceLibraries(Node* node, const std::vector<Library>& libraries);
+    void insertLibrary(Node* node, int row, const Library& library);
+    void updateLibrary(Node* node, const Library& library);
     void removeRow(Node* node, int row);
-    void fail(quint8 type, const QString& parent, const QString& problem);
-    void markNew(Node* node);
-    void unmark();
+    void handleFailure(quint8 type, const QString& parent, const QString& problem);
+    void markAsNew(Node* node);
+    void removeExpiredMarks();
 
     Requests& m_requests;
     std::unique_ptr<Node> m_root;
-    QTimer m_marks; ///< runs while something is marked as new
+    QTimer m_markTimer; ///< runs while something is marked as new
 };
 } // namespace Browser

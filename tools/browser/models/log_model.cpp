@@ -6,22 +6,22 @@
 
 namespace Browser {
 namespace {
-constexpr int DrainMs = 100;
-constexpr std::size_t MostCollected = 2000;
-constexpr int LongestLine = 400;
+constexpr int BatchMs = 100;
+constexpr std::size_t MaxBacklog = 2000;
+constexpr int MaxLineLength = 400;
 } // namespace
 
-LogModel::LogModel(int most) : m_most(most)
+LogModel::LogModel(int maxLines) : m_maxLines(maxLines)
 {
     // Lines come from here on.
-    m_former = Os::Log::SetSink(this);
+    m_previousSink = Os::Log::SetSink(this);
     connect(&m_drain, &QTimer::timeout, this, &LogModel::drain);
-    m_drain.start(DrainMs);
+    m_drain.start(BatchMs);
 }
 
 LogModel::~LogModel()
 {
-    Os::Log::SetSink(m_former);
+    Os::Log::SetSink(m_previousSink);
 }
 
 void LogModel::setTraffic(bool on)
@@ -34,16 +34,16 @@ void LogModel::setTraffic(bool on)
 
 void LogModel::Write(const Os::Log::Line& line)
 {
-    Line taken;
-    taken.time = QTime::currentTime();
-    taken.level = static_cast<int>(line.level);
-    taken.context = QString::fromStdString(line.context.GetName());
-    taken.text = QString::fromUtf8(line.text.c_str());
+    Line collected;
+    collected.time = QTime::currentTime();
+    collected.level = static_cast<int>(line.level);
+    collected.context = QString::fromStdString(line.context.GetName());
+    collected.text = QString::fromUtf8(line.text.c_str());
     const QMutexLocker lock(&m_mutex);
-    if (m_collected.size() < MostCollected)
-        m_collected.push_back(taken);
+    if (m_backlog.size() < MaxBacklog)
+        m_backlog.push_back(collected);
     else
-        ++m_lost;
+        ++m_dropped;
 }
 
 void LogModel::drain()
@@ -51,22 +51,22 @@ void LogModel::drain()
     std::vector<Line> lines;
     {
         const QMutexLocker lock(&m_mutex);
-        lines.swap(m_collected);
-        if (m_lost > 0) {
+        lines.swap(m_backlog);
+        if (m_dropped > 0) {
             Line note;
             note.time = QTime::currentTime();
             note.level = Os::Log::Warning;
             note.context = QStringLiteral("CITP");
-            note.text = tr("lines that came too fast to be shown: %1").arg(m_lost);
+            note.text = tr("lines that came too fast to be shown: %1").arg(m_dropped);
             lines.push_back(note);
         }
-        m_lost = 0;
+        m_dropped = 0;
     }
     if (lines.empty())
         return;
-    if (static_cast<int>(lines.size()) > m_most)
-        lines.erase(lines.begin(), lines.end() - m_most);
-    const int over = rowCount() + static_cast<int>(lines.size()) - m_most;
+    if (static_cast<int>(lines.size()) > m_maxLines)
+        lines.erase(lines.begin(), lines.end() - m_maxLines);
+    const int over = rowCount() + static_cast<int>(lines.size()) - m_maxLines;
     if (over > 0) {
         beginRemoveRows({}, 0, over - 1);
         m_lines.erase(m_lines.begin(), m_lines.begin() + over);
@@ -129,7 +129,7 @@ QVariant LogModel::data(const QModelIndex& index, int role) const
         case Context:
             return line.context;
         case Text:
-            return oneLine(line.text, LongestLine);
+            return toSingleLine(line.text, MaxLineLength);
         default:
             return {};
     }

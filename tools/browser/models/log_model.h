@@ -27,7 +27,7 @@ public:
     };
 
     /// @param most lines that are kept
-    explicit LogModel(int most = 5000);
+    explicit LogModel(int maxLines = 5000);
     ~LogModel() override;
 
     /// Whether every message is logged, with a dump of its bytes; if not, the environment's masks hold as at the start.
@@ -53,13 +53,13 @@ private:
     void Write(const Os::Log::Line& line) override;
     void drain();
 
-    const int m_most;
+    const int m_maxLines;
     std::deque<Line> m_lines;
     QTimer m_drain;
-    Os::Log::Sink* m_former = nullptr;
+    Os::Log::Sink* m_previousSink = nullptr;
     QMutex m_mutex; ///< guards what follows
-    std::vector<Line> m_collected;
-    int m_lost = 0; ///< came faster than they could be shown
+    std::vector<Line> m_backlog;
+    int m_dropped = 0; ///< came faster than they could be shown
 };
 
 class LogFilter : public QSortFilterProxyModel

@@ -6,7 +6,7 @@
 #include <map>
 
 namespace Browser {
-void PatchModel::take(const Fixtures& fixtures)
+void PatchModel::addFixtures(const Fixtures& fixtures)
 {
     std::map<int, Fixture> all;
     for (const Fixture& fixture : m_fixtures)

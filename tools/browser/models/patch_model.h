@@ -15,7 +15,7 @@ public:
     enum Column { Identifier, Universe, Channel, Channels, Make, Name, ColumnCount };
 
     /// Adds @p fixtures; one that is there already takes the place of the former.
-    void take(const Fixtures& fixtures);
+    void addFixtures(const Fixtures& fixtures);
     void clear();
 
     int rowCount(const QModelIndex& parent = {}) const override;

@@ -14,36 +14,36 @@ constexpr int LimitKb = 96 * 1024;
 PictureStore::PictureStore(Requests& requests) : m_requests(requests), m_images(LimitKb)
 {
     m_requests.setPictureSource([this] { return next(); });
-    connect(&m_requests, &Requests::pictureCame, this, &PictureStore::take);
-    connect(&m_requests, &Requests::pictureFailed, this, &PictureStore::fail);
+    connect(&m_requests, &Requests::pictureReceived, this, &PictureStore::handlePicture);
+    connect(&m_requests, &Requests::pictureFailed, this, &PictureStore::handleFailure);
 }
 
-void PictureStore::want(Wish wish, std::vector<PictureId> ids)
+void PictureStore::setWanted(Priority priority, std::vector<PictureId> ids)
 {
-    wishes(wish) = std::move(ids);
+    wanted(priority) = std::move(ids);
     if (!m_requests.isOpen())
         return;
-    m_requests.askForPictures();
-    if (wish == Wish::Library)
+    m_requests.requestPictures();
+    if (priority == Priority::Library)
         Q_EMIT progress(done(), total());
 }
 
 // What has been there once and was pushed out of the cache is fetched again when it is looked at, and only then.
-bool PictureStore::isMissing(const PictureId& id, Wish wish) const
+bool PictureStore::isMissing(const PictureId& id, Priority priority) const
 {
-    if (m_requests.isAsked(id) || m_requests.isAsked({id.type, id.library, id.number, !id.large}))
+    if (m_requests.isRequested(id) || m_requests.isRequested({id.type, id.library, id.number, !id.large}))
         return false;
     const auto entry = m_entries.constFind(id);
     if (entry == m_entries.constEnd() || entry->state == State::None)
         return true;
-    return entry->state == State::Ready && wish != Wish::Library && !m_images.contains(id);
+    return entry->state == State::Ready && priority != Priority::Library && !m_images.contains(id);
 }
 
 std::optional<PictureId> PictureStore::next()
 {
-    for (const Wish wish : {Wish::Preview, Wish::Visible, Wish::Layers, Wish::Library}) {
-        for (const PictureId& id : wishes(wish)) {
-            if (isMissing(id, wish))
+    for (const Priority priority : {Priority::Preview, Priority::Visible, Priority::Layers, Priority::Library}) {
+        for (const PictureId& id : wanted(priority)) {
+            if (isMissing(id, priority))
                 return id;
         }
     }
@@ -57,9 +57,9 @@ PictureStore::State PictureStore::state(const PictureId& id) const
         return m_images.contains(id) ? State::Ready : State::Waiting;
     if (state != State::None)
         return state;
-    if (m_requests.isAsked(id))
+    if (m_requests.isRequested(id))
         return State::Waiting;
-    for (const std::vector<PictureId>& ids : m_wishes) {
+    for (const std::vector<PictureId>& ids : m_wanted) {
         if (std::find(ids.begin(), ids.end(), id) != ids.end())
             return State::Waiting;
     }
@@ -76,16 +76,16 @@ void PictureStore::clear()
 {
     m_entries.clear();
     m_images.clear();
-    for (std::vector<PictureId>& ids : m_wishes)
+    for (std::vector<PictureId>& ids : m_wanted)
         ids.clear();
     Q_EMIT manyChanged();
     Q_EMIT progress(0, 0);
 }
 
-void PictureStore::failWaiting(State state, const QString& problem)
+void PictureStore::failPending(State state, const QString& problem)
 {
-    m_requests.dropPictures();
-    for (const std::vector<PictureId>& ids : m_wishes) {
+    m_requests.cancelPictures();
+    for (const std::vector<PictureId>& ids : m_wanted) {
         for (const PictureId& id : ids) {
             Entry& entry = m_entries[id];
             // One that was pushed out would have been fetched again.
@@ -99,12 +99,12 @@ void PictureStore::failWaiting(State state, const QString& problem)
 
 void PictureStore::cancel()
 {
-    failWaiting(State::Cancelled, {});
+    failPending(State::Cancelled, {});
 }
 
 void PictureStore::failAll(const QString& problem)
 {
-    failWaiting(State::Failed, problem);
+    failPending(State::Failed, problem);
 }
 
 void PictureStore::retry()
@@ -115,52 +115,52 @@ void PictureStore::retry()
         else
             ++entry;
     }
-    m_requests.askForPictures();
+    m_requests.requestPictures();
     Q_EMIT manyChanged();
     Q_EMIT progress(done(), total());
 }
 
-void PictureStore::renew(const PictureId& id)
+void PictureStore::invalidate(const PictureId& id)
 {
     if (m_entries.remove(id) == 0)
         return;
-    m_requests.askForPictures();
+    m_requests.requestPictures();
     Q_EMIT changed(id);
     Q_EMIT progress(done(), total());
 }
 
-void PictureStore::renewLibrary(quint8 type, const QString& library)
+void PictureStore::invalidateLibrary(quint8 type, const QString& library)
 {
     const QList<PictureId> known = m_entries.keys();
     for (const PictureId& id : known) {
         if (id.type == type && id.library == library)
             m_entries.remove(id);
     }
-    m_requests.askForPictures();
+    m_requests.requestPictures();
     Q_EMIT manyChanged();
     Q_EMIT progress(done(), total());
 }
 
-void PictureStore::renewAllBut(quint8 type, const QString& library)
+void PictureStore::invalidateAllExcept(quint8 type, const QString& library)
 {
     const QList<PictureId> known = m_entries.keys();
     for (const PictureId& id : known) {
         if (id.type != type || id.library != library)
             m_entries.remove(id);
     }
-    m_requests.askForPictures();
+    m_requests.requestPictures();
     Q_EMIT manyChanged();
     Q_EMIT progress(done(), total());
 }
 
 int PictureStore::done() const
 {
-    const std::vector<PictureId>& ids = wishes(Wish::Library);
+    const std::vector<PictureId>& ids = wanted(Priority::Library);
     return static_cast<int>(std::count_if(
         ids.begin(), ids.end(), [this](const PictureId& id) { return m_entries.value(id).state != State::None; }));
 }
 
-void PictureStore::take(const PictureId& id, const Picture& picture)
+void PictureStore::handlePicture(const PictureId& id, const Picture& picture)
 {
     const QSize box = id.large ? PreviewPixels : TilePixels;
     const bool fits = picture.image.width() <= box.width() && picture.image.height() <= box.height();
@@ -173,13 +173,13 @@ void PictureStore::take(const PictureId& id, const Picture& picture)
     Q_EMIT progress(done(), total());
 }
 
-void PictureStore::fail(const PictureId& id, const QString& problem, bool isSilent)
+void PictureStore::handleFailure(const PictureId& id, const QString& problem, bool isServerSilent)
 {
     m_entries[id] = {State::Failed, problem};
     Q_EMIT changed(id);
     // Waiting out every single one of them would take minutes and tell nothing new.
-    if (isSilent)
-        failWaiting(State::Failed, problem);
+    if (isServerSilent)
+        failPending(State::Failed, problem);
     else
         Q_EMIT progress(done(), total());
 }

@@ -29,13 +29,13 @@ public:
     };
 
     /// Who wants pictures, the most urgent first.
-    enum class Wish { Preview, Visible, Layers, Library };
+    enum class Priority { Preview, Visible, Layers, Library };
 
     /// @param requests outlives this object
     explicit PictureStore(Requests& requests);
 
     /// The pictures that are wanted for @p wish, in this order, in place of the former ones.
-    void want(Wish wish, std::vector<PictureId> ids);
+    void setWanted(Priority priority, std::vector<PictureId> ids);
 
     State state(const PictureId& id) const;
     /// What went wrong; empty unless Failed.
@@ -52,17 +52,17 @@ public:
     /// What is Failed or Cancelled is wanted again.
     void retry();
     /// The picture has changed at the server. What there is of it is shown until the new one comes.
-    void renew(const PictureId& id);
+    void invalidate(const PictureId& id);
     /// All pictures of the library have changed.
-    void renewLibrary(quint8 type, const QString& library);
+    void invalidateLibrary(quint8 type, const QString& library);
     /// All pictures may have changed.
-    void renewAll() { renewAllBut(0, {}); }
+    void invalidateAll() { invalidateAllExcept(0, {}); }
     /// All pictures but those of the library may have changed.
-    void renewAllBut(quint8 type, const QString& library);
+    void invalidateAllExcept(quint8 type, const QString& library);
 
     /// Of the Library wish: how many are there or have failed, and of how many.
     int done() const;
-    int total() const { return static_cast<int>(wishes(Wish::Library).size()); }
+    int total() const { return static_cast<int>(wanted(Priority::Library).size()); }
 
     /// @param kilobytes that the pictures may take; 96 MiB unless set
     void setLimit(int kilobytes) { m_images.setMaxCost(kilobytes); }
@@ -81,16 +81,19 @@ private:
         QString problem;
     };
 
-    std::vector<PictureId>& wishes(Wish wish) { return m_wishes[static_cast<std::size_t>(wish)]; }
-    const std::vector<PictureId>& wishes(Wish wish) const { return m_wishes[static_cast<std::size_t>(wish)]; }
+    std::vector<PictureId>& wanted(Priority priority) { return m_wanted[static_cast<std::size_t>(priority)]; }
+    const std::vector<PictureId>& wanted(Priority priority) const
+    {
+        return m_wanted[static_cast<std::size_t>(priority)];
+    }
     std::optional<PictureId> next();
-    bool isMissing(const PictureId& id, Wish wish) const;
-    void take(const PictureId& id, const Picture& picture);
-    void fail(const PictureId& id, const QString& problem, bool isSilent);
-    void failWaiting(State state, const QString& problem);
+    bool isMissing(const PictureId& id, Priority priority) const;
+    void handlePicture(const PictureId& id, const Picture& picture);
+    void handleFailure(const PictureId& id, const QString& problem, bool isServerSilent);
+    void failPending(State state, const QString& problem);
 
     Requests& m_requests;
-    std::array<std::vector<PictureId>, 4> m_wishes;
+    std::array<std::vector<PictureId>, 4> m_wanted;
     QHash<PictureId, Entry> m_entries;
     QCache<PictureId, QImage> m_images; ///< costs in KiB
 };

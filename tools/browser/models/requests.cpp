@@ -12,15 +12,15 @@
 namespace Browser {
 namespace {
 // Enough to keep a server busy across the network's delay, too few to flood it.
-constexpr int PicturesAtOnce = 4;
-constexpr int ExpiryMs = 100;
+constexpr int MaxPendingPictures = 4;
+constexpr int TimeoutCheckMs = 100;
 // As many pixels of three bytes as the 65535 bytes of an answer hold.
-constexpr QSize RawPixels(160, 120);
+constexpr QSize Rgb8Pixels(160, 120);
 
 QSize pixelsFor(const PictureId& id, const QString& format)
 {
     if (format == QLatin1String("RGB8"))
-        return RawPixels;
+        return Rgb8Pixels;
     return id.large ? PreviewPixels : TilePixels;
 }
 
@@ -41,76 +41,75 @@ Kind kindOf(quint8 type)
 Requests::Requests()
 {
     m_clock.start();
-    connect(&m_expiry, &QTimer::timeout, this, &Requests::expire);
+    connect(&m_timeoutTimer, &QTimer::timeout, this, &Requests::checkTimeouts);
 }
 
 void Requests::open(const Server& server)
 {
     m_server = server;
     m_isOpen = true;
-    m_waiting.clear();
-    m_list.reset();
-    m_pictures.clear();
-    m_lastPicture = m_clock.elapsed();
-    m_expiry.start(ExpiryMs);
+    m_queue.clear();
+    m_pendingList.reset();
+    m_pendingPictures.clear();
+    m_lastPictureAt = m_clock.elapsed();
+    m_timeoutTimer.start(TimeoutCheckMs);
 }
 
 void Requests::close(const QString& problem)
 {
     m_isOpen = false;
     m_problem = problem;
-    m_expiry.stop();
+    m_timeoutTimer.stop();
     std::deque<List> waiting;
-    waiting.swap(m_waiting);
-    if (m_list)
-        waiting.push_front(*m_list);
-    m_list.reset();
-    const QList<PictureId> pictures = m_pictures.keys();
-    m_pictures.clear();
+    waiting.swap(m_queue);
+    if (m_pendingList)
+        waiting.push_front(*m_pendingList);
+    m_pendingList.reset();
+    const QList<PictureId> pictures = m_pendingPictures.keys();
+    m_pendingPictures.clear();
     for (const List& list : waiting)
         fail(list, problem);
     for (const PictureId& id : pictures)
         Q_EMIT pictureFailed(id, problem, true);
 }
 
-void Requests::askLibraries(quint8 type, const QString& parent, const Numbers& numbers)
+void Requests::requestLibraries(quint8 type, const QString& parent, const Numbers& numbers)
 {
-    ask({false, type, parent, numbers});
+    enqueue({false, type, parent, numbers});
 }
 
-void Requests::askElements(quint8 type, const QString& library, const Numbers& numbers)
+void Requests::requestElements(quint8 type, const QString& library, const Numbers& numbers)
 {
-    ask({true, type, library, numbers});
+    enqueue({true, type, library, numbers});
 }
 
-void Requests::ask(const List& list)
+void Requests::enqueue(const List& list)
 {
     if (!m_isOpen) {
         fail(list, m_problem);
         return;
     }
-    if (std::find(m_waiting.begin(), m_waiting.end(), list) == m_waiting.end())
-        m_waiting.push_back(list);
-    askNextList();
+    if (std::find(m_queue.begin(), m_queue.end(), list) == m_queue.end())
+        m_queue.push_back(list);
+    sendNextList();
 }
 
-void Requests::dropElements()
+void Requests::cancelQueuedElements()
 {
-    m_waiting.erase(
-        std::remove_if(m_waiting.begin(), m_waiting.end(), [](const List& list) { return list.isElements; }),
-        m_waiting.end());
+    m_queue.erase(std::remove_if(m_queue.begin(), m_queue.end(), [](const List& list) { return list.isElements; }),
+                  m_queue.end());
 }
 
 // One at a time: an answer does not repeat all of what was asked.
-void Requests::askNextList()
+void Requests::sendNextList()
 {
-    while (m_isOpen && !m_list && !m_waiting.empty()) {
-        const List next = m_waiting.front();
-        m_waiting.pop_front();
-        m_list = next;
-        m_listSince = m_clock.elapsed();
+    while (m_isOpen && !m_pendingList && !m_queue.empty()) {
+        const List next = m_queue.front();
+        m_queue.pop_front();
+        m_pendingList = next;
+        m_pendingSince = m_clock.elapsed();
         if (!send(next)) {
-            m_list.reset();
+            m_pendingList.reset();
             fail(next, tr("the request was refused"));
         }
     }
@@ -142,30 +141,30 @@ void Requests::fail(const List& list, const QString& problem)
         Q_EMIT librariesFailed(list.type, list.library, problem);
 }
 
-void Requests::askForPictures()
+void Requests::requestPictures()
 {
     // What the source is told of a failure may bring it back here.
-    if (m_isAsking || !m_nextPicture)
+    if (m_isRequestingPictures || !m_pictureSource)
         return;
-    m_isAsking = true;
-    while (m_isOpen && m_pictures.size() < PicturesAtOnce) {
-        const std::optional<PictureId> next = m_nextPicture();
+    m_isRequestingPictures = true;
+    while (m_isOpen && m_pendingPictures.size() < MaxPendingPictures) {
+        const std::optional<PictureId> next = m_pictureSource();
         if (!next)
             break;
-        if (m_pictures.isEmpty())
-            m_lastPicture = m_clock.elapsed();
-        m_pictures.insert(*next, m_clock.elapsed());
+        if (m_pendingPictures.isEmpty())
+            m_lastPictureAt = m_clock.elapsed();
+        m_pendingPictures.insert(*next, m_clock.elapsed());
         if (!send(*next)) {
-            m_pictures.remove(*next);
+            m_pendingPictures.remove(*next);
             Q_EMIT pictureFailed(*next, tr("the request was refused"), false);
         }
     }
-    m_isAsking = false;
+    m_isRequestingPictures = false;
 }
 
-void Requests::dropPictures()
+void Requests::cancelPictures()
 {
-    m_pictures.clear();
+    m_pendingPictures.clear();
 }
 
 QString Requests::unknownVersion(int minor) const
@@ -173,76 +172,79 @@ QString Requests::unknownVersion(int minor) const
     return tr("the answer is in MSEX 1.%1, which is not known here").arg(minor);
 }
 
-void Requests::takeLibraries(const LibraryListPtr& list)
+void Requests::handleLibraries(const LibraryListPtr& list)
 {
-    if (!m_list || m_list->isElements || list->server != m_server.key || list->type != m_list->type)
+    if (!m_pendingList || m_pendingList->isElements || list->server != m_server.key ||
+        list->type != m_pendingList->type)
         return;
     // The answer to an earlier request that came after its time.
-    if (m_server.msexMinor > 0 && !list->libraries.empty() && parentOf(list->libraries.front().id) != m_list->library)
+    if (m_server.msexMinor > 0 && !list->libraries.empty() &&
+        parentOf(list->libraries.front().id) != m_pendingList->library)
         return;
-    const List asked = *m_list;
-    m_list.reset();
+    const List asked = *m_pendingList;
+    m_pendingList.reset();
     if (list->unknownMinor >= 0)
         fail(asked, unknownVersion(list->unknownMinor));
     else
-        Q_EMIT librariesCame(asked.type, asked.library, asked.numbers, list);
-    askNextList();
+        Q_EMIT librariesReceived(asked.type, asked.library, asked.numbers, list);
+    sendNextList();
 }
 
-void Requests::takeElements(const ElementListPtr& list)
+void Requests::handleElements(const ElementListPtr& list)
 {
-    if (!m_list || !m_list->isElements || list->server != m_server.key || list->kind != kindOf(m_list->type))
+    if (!m_pendingList || !m_pendingList->isElements || list->server != m_server.key ||
+        list->kind != kindOf(m_pendingList->type))
         return;
-    if (list->unknownMinor < 0 && list->library != m_list->library)
+    if (list->unknownMinor < 0 && list->library != m_pendingList->library)
         return;
-    const List asked = *m_list;
-    m_list.reset();
+    const List asked = *m_pendingList;
+    m_pendingList.reset();
     if (list->unknownMinor >= 0)
         fail(asked, unknownVersion(list->unknownMinor));
     else
-        Q_EMIT elementsCame(asked.type, asked.numbers, list);
-    askNextList();
+        Q_EMIT elementsReceived(asked.type, asked.numbers, list);
+    sendNextList();
 }
 
-void Requests::takePicture(const Picture& picture)
+void Requests::handlePicture(const Picture& picture)
 {
     if (picture.server != m_server.key)
         return;
     // One that is not waited for any more is a sign of life too.
-    m_lastPicture = m_clock.elapsed();
+    m_lastPictureAt = m_clock.elapsed();
     for (const bool large : {false, true}) {
         const PictureId id{picture.type, picture.library, picture.number, large};
-        if (m_pictures.remove(id) == 0)
+        if (m_pendingPictures.remove(id) == 0)
             continue;
         if (picture.problem.isEmpty())
-            Q_EMIT pictureCame(id, picture);
+            Q_EMIT pictureReceived(id, picture);
         else
             Q_EMIT pictureFailed(id, picture.problem, false);
         break;
     }
-    askForPictures();
+    requestPictures();
 }
 
-void Requests::expire()
+void Requests::checkTimeouts()
 {
     const qint64 now = m_clock.elapsed();
-    if (m_list && now - m_listSince >= m_limitMs) {
-        const List asked = *m_list;
-        m_list.reset();
-        fail(asked, tr("no answer within %1 s").arg(m_limitMs / 1000.0));
-        askNextList();
+    if (m_pendingList && now - m_pendingSince >= m_timeoutMs) {
+        const List asked = *m_pendingList;
+        m_pendingList.reset();
+        fail(asked, tr("no answer within %1 s").arg(m_timeoutMs / 1000.0));
+        sendNextList();
     }
-    const bool isSilent = now - m_lastPicture >= m_limitMs;
+    const bool isServerSilent = now - m_lastPictureAt >= m_timeoutMs;
     QList<PictureId> late;
-    for (auto asked = m_pictures.constBegin(); asked != m_pictures.constEnd(); ++asked) {
-        if (now - asked.value() >= m_limitMs)
+    for (auto asked = m_pendingPictures.constBegin(); asked != m_pendingPictures.constEnd(); ++asked) {
+        if (now - asked.value() >= m_timeoutMs)
             late << asked.key();
     }
     for (const PictureId& id : late) {
-        if (m_pictures.remove(id) != 0)
-            Q_EMIT pictureFailed(id, tr("no answer within %1 s").arg(m_limitMs / 1000.0), isSilent);
+        if (m_pendingPictures.remove(id) != 0)
+            Q_EMIT pictureFailed(id, tr("no answer within %1 s").arg(m_timeoutMs / 1000.0), isServerSilent);
     }
     if (!late.isEmpty())
-        askForPictures();
+        requestPictures();
 }
 } // namespace Browser

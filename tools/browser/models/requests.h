@@ -25,7 +25,7 @@ public:
     Requests();
 
     /// @param milliseconds after which a request counts as not answered; 5000 unless set
-    void setTimeLimit(int milliseconds) { m_limitMs = milliseconds; }
+    void setTimeout(int milliseconds) { m_timeoutMs = milliseconds; }
 
     /// From now on @p server is asked. Everything asked before is forgotten without a word.
     void open(const Server& server);
@@ -36,35 +36,35 @@ public:
 
     /// Asks for the libraries below @p parent, or for those of them with @p numbers. Asking for what waits already
     /// changes nothing.
-    void askLibraries(quint8 type, const QString& parent, const Numbers& numbers = {});
+    void requestLibraries(quint8 type, const QString& parent, const Numbers& numbers = {});
     /// Asks for the elements of @p library, or for those with @p numbers.
-    void askElements(quint8 type, const QString& library, const Numbers& numbers = {});
+    void requestElements(quint8 type, const QString& library, const Numbers& numbers = {});
     /// Forgets lists of elements that were not asked for yet: the library is not looked at any more.
-    void dropElements();
+    void cancelQueuedElements();
 
     /// Where the next picture to ask for comes from, whenever there is room for one.
-    void setPictureSource(std::function<std::optional<PictureId>()> source) { m_nextPicture = std::move(source); }
+    void setPictureSource(std::function<std::optional<PictureId>()> source) { m_pictureSource = std::move(source); }
     /// The source may have something again.
-    void askForPictures();
-    bool isAsked(const PictureId& id) const { return m_pictures.contains(id); }
-    int picturesAsked() const { return static_cast<int>(m_pictures.size()); }
+    void requestPictures();
+    bool isRequested(const PictureId& id) const { return m_pendingPictures.contains(id); }
+    int pendingPictures() const { return static_cast<int>(m_pendingPictures.size()); }
     /// Answers to these are not waited for any more.
-    void dropPictures();
+    void cancelPictures();
 
-    void takeLibraries(const LibraryListPtr& list);
-    void takeElements(const ElementListPtr& list);
-    void takePicture(const Picture& picture);
+    void handleLibraries(const LibraryListPtr& list);
+    void handleElements(const ElementListPtr& list);
+    void handlePicture(const Picture& picture);
 
 Q_SIGNALS:
     /// @param numbers those that were asked for; empty if it was for all
-    void librariesCame(quint8 type, const QString& parent, const Browser::Numbers& numbers,
-                       const Browser::LibraryListPtr& list);
+    void librariesReceived(quint8 type, const QString& parent, const Browser::Numbers& numbers,
+                           const Browser::LibraryListPtr& list);
     void librariesFailed(quint8 type, const QString& parent, const QString& problem);
-    void elementsCame(quint8 type, const Browser::Numbers& numbers, const Browser::ElementListPtr& list);
+    void elementsReceived(quint8 type, const Browser::Numbers& numbers, const Browser::ElementListPtr& list);
     void elementsFailed(quint8 type, const QString& library, const QString& problem);
-    void pictureCame(const Browser::PictureId& id, const Browser::Picture& picture);
+    void pictureReceived(const Browser::PictureId& id, const Browser::Picture& picture);
     /// @param isSilent the server has not answered any such request for the whole time
-    void pictureFailed(const Browser::PictureId& id, const QString& problem, bool isSilent);
+    void pictureFailed(const Browser::PictureId& id, const QString& problem, bool isServerSilent);
 
 private:
     struct List
@@ -81,26 +81,26 @@ private:
         }
     };
 
-    void ask(const List& list);
-    void askNextList();
+    void enqueue(const List& list);
+    void sendNextList();
     bool send(const List& list);
     bool send(const PictureId& id);
     void fail(const List& list, const QString& problem);
-    void expire();
+    void checkTimeouts();
     QString unknownVersion(int minor) const;
 
     Server m_server;
     bool m_isOpen = false;
     QString m_problem;
-    int m_limitMs = 5000;
+    int m_timeoutMs = 5000;
     QElapsedTimer m_clock;
-    std::deque<List> m_waiting;
-    std::optional<List> m_list; ///< on its way
-    qint64 m_listSince = 0;
-    QHash<PictureId, qint64> m_pictures; ///< on their way, and since when
-    qint64 m_lastPicture = 0;            ///< when the last one came
-    std::function<std::optional<PictureId>()> m_nextPicture;
-    bool m_isAsking = false;
-    QTimer m_expiry;
+    std::deque<List> m_queue;
+    std::optional<List> m_pendingList; ///< on its way
+    qint64 m_pendingSince = 0;
+    QHash<PictureId, qint64> m_pendingPictures; ///< on their way, and since when
+    qint64 m_lastPictureAt = 0;                 ///< when the last one came
+    std::function<std::optional<PictureId>()> m_pictureSource;
+    bool m_isRequestingPictures = false;
+    QTimer m_timeoutTimer;
 };
 } // namespace Browser

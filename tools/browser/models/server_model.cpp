@@ -12,11 +12,11 @@
 
 namespace Browser {
 namespace {
-constexpr int ForgetMs = 500;
+constexpr int CleanupIntervalMs = 500;
 // Servers announce themselves every second or so.
-constexpr int SilentMs = 10000;
+constexpr int AnnouncementTimeoutMs = 10000;
 // Nobody has so many; a forger could fill the list.
-constexpr std::size_t MostRows = 1000;
+constexpr std::size_t MaxRows = 1000;
 
 std::pair<quint32, int> orderOf(const QString& key)
 {
@@ -27,8 +27,8 @@ std::pair<quint32, int> orderOf(const QString& key)
 ServerModel::ServerModel()
 {
     m_clock.start();
-    connect(&m_forget, &QTimer::timeout, this, &ServerModel::forgetOld);
-    m_forget.start(ForgetMs);
+    connect(&m_cleanupTimer, &QTimer::timeout, this, &ServerModel::removeExpired);
+    m_cleanupTimer.start(CleanupIntervalMs);
 }
 
 int ServerModel::rowCount(const QModelIndex& parent) const
@@ -114,12 +114,12 @@ int ServerModel::countUp() const
 }
 
 // The row of the server, a new one if need be; -1 if there are @p most already.
-int ServerModel::rowFor(const Server& server, std::size_t most)
+int ServerModel::rowFor(const Server& server, std::size_t maxRows)
 {
     const int known = rowOf(server.key);
     if (known >= 0)
         return known;
-    if (m_rows.size() >= most)
+    if (m_rows.size() >= maxRows)
         return -1;
     const auto place = std::find_if(m_rows.begin(), m_rows.end(),
                                     [&](const Row& row) { return orderOf(server.key) < orderOf(row.server.key); });
@@ -141,19 +141,19 @@ void ServerModel::setState(int row, State state)
     Q_EMIT dataChanged(index(row), index(row));
 }
 
-void ServerModel::hear(const QString& key, const QString& name)
+void ServerModel::setAnnounced(const QString& key, const QString& name)
 {
     Server server;
     server.key = key;
     server.name = name;
     const bool isNew = rowOf(key) < 0;
-    const int row = rowFor(server, MostRows);
+    const int row = rowFor(server, MaxRows);
     if (row < 0)
         return;
-    Row& heard = m_rows[static_cast<std::size_t>(row)];
-    heard.heard = m_clock.elapsed();
+    Row& announced = m_rows[static_cast<std::size_t>(row)];
+    announced.lastAnnounced = m_clock.elapsed();
     // A lost one keeps its name and its place and is connected to again.
-    if (heard.state == State::Lost || (heard.state == State::Seen && !isNew))
+    if (announced.state == State::Lost || (announced.state == State::Seen && !isNew))
         setState(row, State::Connecting);
 }
 
@@ -172,7 +172,7 @@ void ServerModel::setDown(const QString& key)
         setState(row, State::Lost);
 }
 
-void ServerModel::forgetUnconnected()
+void ServerModel::removeUnconnected()
 {
     for (int row = rowCount() - 1; row >= 0; --row) {
         const State state = m_rows[static_cast<std::size_t>(row)].state;
@@ -184,19 +184,20 @@ void ServerModel::forgetUnconnected()
     }
 }
 
-void ServerModel::forgetOld()
+void ServerModel::removeExpired()
 {
     const qint64 now = m_clock.elapsed();
     for (int row = rowCount() - 1; row >= 0; --row) {
         const Row& old = m_rows[static_cast<std::size_t>(row)];
-        const bool isSilent = now - old.heard >= SilentMs;
+        const bool isStale = now - old.lastAnnounced >= AnnouncementTimeoutMs;
         const bool wasUp = !old.server.version.isEmpty();
-        if (old.state == State::Connecting && isSilent && wasUp) {
+        if (old.state == State::Connecting && isStale && wasUp) {
             setState(row, State::Lost);
             continue;
         }
-        const bool isOver = old.state == State::Lost ? now - old.since >= m_keepMs : old.state != State::Up && isSilent;
-        if (!isOver)
+        const bool isExpired =
+            old.state == State::Lost ? now - old.since >= m_retentionMs : old.state != State::Up && isStale;
+        if (!isExpired)
             continue;
         beginRemoveRows({}, row, row);
         m_rows.erase(m_rows.begin() + row);

@@ -35,7 +35,7 @@ public:
     ServerModel();
 
     /// @param milliseconds for which a lost server is kept; a minute unless set
-    void setKeepTime(int milliseconds) { m_keepMs = milliseconds; }
+    void setKeepTime(int milliseconds) { m_retentionMs = milliseconds; }
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
@@ -49,28 +49,28 @@ public:
     /// The number of servers that are up.
     int countUp() const;
 
-    void hear(const QString& key, const QString& name);
+    void setAnnounced(const QString& key, const QString& name);
     void setUp(const Server& server);
     void setDown(const QString& key);
     /// Those that have only announced themselves are not heard any more: the adapter is another.
-    void forgetUnconnected();
+    void removeUnconnected();
 
 private:
     struct Row
     {
         Server server;
         State state = State::Seen;
-        qint64 since = 0; ///< the state
-        qint64 heard = 0; ///< announced last
+        qint64 since = 0; ///< start of #state
+        qint64 lastAnnounced = 0;
     };
 
-    int rowFor(const Server& server, std::size_t most);
+    int rowFor(const Server& server, std::size_t maxRows);
     void setState(int row, State state);
-    void forgetOld();
+    void removeExpired();
 
     std::vector<Row> m_rows;
-    int m_keepMs = 60000;
+    int m_retentionMs = 60000;
     QElapsedTimer m_clock;
-    QTimer m_forget;
+    QTimer m_cleanupTimer;
 };
 } // namespace Browser

@@ -11,12 +11,12 @@ Session::Session()
     : m_pictures(m_requests), m_libraries(m_requests), m_elements(m_requests, m_pictures), m_layers(m_pictures)
 {
     m_filteredLibraries.setSourceModel(&m_libraries);
-    connect(&m_inbox, &Inbox::serverHeard, &m_servers, &ServerModel::hear);
+    connect(&m_inbox, &Inbox::serverAnnounced, &m_servers, &ServerModel::setAnnounced);
     connect(&m_inbox, &Inbox::serverUp, this, &Session::setUp);
     connect(&m_inbox, &Inbox::serverDown, this, &Session::setDown);
-    connect(&m_inbox, &Inbox::librariesArrived, &m_requests, &Requests::takeLibraries);
-    connect(&m_inbox, &Inbox::elementsArrived, &m_requests, &Requests::takeElements);
-    connect(&m_inbox, &Inbox::pictureArrived, &m_requests, &Requests::takePicture);
+    connect(&m_inbox, &Inbox::librariesArrived, &m_requests, &Requests::handleLibraries);
+    connect(&m_inbox, &Inbox::elementsArrived, &m_requests, &Requests::handleElements);
+    connect(&m_inbox, &Inbox::pictureArrived, &m_requests, &Requests::handlePicture);
     connect(&m_inbox, &Inbox::libraryUpdated, this, [this](const LibraryUpdate& update) {
         if (update.server != m_chosen || !m_requests.isOpen())
             return;
@@ -29,11 +29,11 @@ Session::Session()
     });
     connect(&m_inbox, &Inbox::fixturesArrived, this, [this](const QString& server, const Fixtures& fixtures) {
         if (server == m_chosen && m_requests.isOpen())
-            m_patch.take(fixtures);
+            m_patch.addFixtures(fixtures);
     });
     connect(&m_inbox, &Inbox::adapterChanged, this, [this](const AdapterState& adapter) {
         if (!m_adapter.name.isEmpty() && adapter.name != m_adapter.name)
-            m_servers.forgetUnconnected();
+            m_servers.removeUnconnected();
         m_adapter = adapter;
         Q_EMIT adapterChanged();
     });
@@ -66,7 +66,7 @@ void Session::open(const Server& server)
     } else {
         // Its list tells which pictures of the library on show are others now; of those that are not on show nothing
         // does.
-        m_pictures.renewAllBut(m_elements.type(), m_elements.rowCount() > 0 ? m_elements.library() : QString());
+        m_pictures.invalidateAllExcept(m_elements.type(), m_elements.rowCount() > 0 ? m_elements.library() : QString());
         m_libraries.reload();
         m_elements.reload();
         m_pictures.retry();
@@ -82,7 +82,7 @@ void Session::chooseServer(const QString& key)
         return;
     m_chosen = key;
     m_shown.clear();
-    m_inbox.follow(key);
+    m_inbox.setServer(key);
     m_requests.close(tr("another server was chosen"));
     m_elements.clear();
     m_pictures.clear();
@@ -105,7 +105,7 @@ void Session::reload()
         return;
     m_libraries.reload();
     m_elements.reload();
-    m_pictures.renewAll();
+    m_pictures.invalidateAll();
     // The server does not tell which fixtures it has no more.
     m_patch.clear();
     CITP::citp_stack::Get()->sendMsg(m_chosen, CITP::Msg_FPTC_SPTC(nullptr));

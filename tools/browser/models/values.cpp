@@ -23,7 +23,7 @@ bool LayerState::operator==(const LayerState& other) const
     return all(*this) == all(other);
 }
 
-QString oneLine(const QString& text, int longest)
+QString toSingleLine(const QString& text, int longest)
 {
     QString line = text.left(longest);
     for (QChar& c : line) {

@@ -27,8 +27,8 @@ struct Server
 };
 
 /// What is new in a list stays marked for this long, and the marks are looked over this often.
-constexpr int MarkMs = 8000;
-constexpr int UnmarkMs = 500;
+constexpr int NewMarkMs = 8000;
+constexpr int MarkCheckMs = 500;
 
 /// The parent of the top-level libraries.
 inline const QString RootLibrary = QStringLiteral("0,0,0,0");
@@ -180,7 +180,7 @@ using Numbers = std::vector<quint8>;
 
 /// @p text in one line and no longer than it can be laid out quickly: what could break a line or turn its direction
 /// becomes a blank, and what is too long ends in an ellipsis. Any thread.
-QString oneLine(const QString& text, int longest = 160);
+QString toSingleLine(const QString& text, int longest = 160);
 
 /// Registers the types above with Qt, so that they cross threads. Any number of times.
 void registerValues();

@@ -10,20 +10,20 @@
 namespace Browser {
 namespace {
 constexpr QSize PictureSize(160, 120);
-constexpr int Gap = 4;    ///< between tiles
-constexpr int Inside = 6; ///< between a tile's edge and what is in it
+constexpr int Gap = 4;     ///< between tiles
+constexpr int Padding = 6; ///< between a tile's edge and what is in it
 } // namespace
 
 QSize ElementDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& /*index*/) const
 {
-    return {PictureSize.width() + 2 * (Inside + Gap),
-            PictureSize.height() + 2 * option.fontMetrics.height() + 3 * Inside + 2 * Gap};
+    return {PictureSize.width() + 2 * (Padding + Gap),
+            PictureSize.height() + 2 * option.fontMetrics.height() + 3 * Padding + 2 * Gap};
 }
 
 void ElementDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
 {
     const QRect card = option.rect.adjusted(Gap, Gap, -Gap, -Gap);
-    const QRect inner = card.adjusted(Inside, Inside, -Inside, -Inside);
+    const QRect inner = card.adjusted(Padding, Padding, -Padding, -Padding);
     const bool isSelected = option.state.testFlag(QStyle::State_Selected);
     const QPalette& palette = option.palette;
     const int line = option.fontMetrics.height();
@@ -44,15 +44,15 @@ void ElementDelegate::paint(QPainter* painter, const QStyleOptionViewItem& optio
     paintPicture(painter, option, frame, index);
 
     const QString number = QString::number(index.data(ElementModel::NumberRole).toInt());
-    const int numberWidth = option.fontMetrics.horizontalAdvance(QStringLiteral("000")) + Inside;
-    const QRect upper(inner.left(), frame.bottom() + 1 + Inside, inner.width(), line);
-    painter->setPen(isSelected ? palette.color(QPalette::HighlightedText) : faint(palette));
+    const int numberWidth = option.fontMetrics.horizontalAdvance(QStringLiteral("000")) + Padding;
+    const QRect upper(inner.left(), frame.bottom() + 1 + Padding, inner.width(), line);
+    painter->setPen(isSelected ? palette.color(QPalette::HighlightedText) : dimmed(palette));
     painter->setFont(option.font);
     painter->drawText(upper, Qt::AlignLeft | Qt::AlignVCenter, number);
     const QRect lower = upper.translated(0, line);
     painter->drawText(
         lower, Qt::AlignLeft | Qt::AlignVCenter,
-        option.fontMetrics.elidedText(index.data(ElementModel::FactsRole).toString(), Qt::ElideRight, lower.width()));
+        option.fontMetrics.elidedText(index.data(ElementModel::DetailsRole).toString(), Qt::ElideRight, lower.width()));
     painter->setPen(palette.color(isSelected ? QPalette::HighlightedText : QPalette::Text));
     const QRect name = upper.adjusted(numberWidth, 0, 0, 0);
     painter->drawText(
@@ -66,7 +66,7 @@ void ElementDelegate::paint(QPainter* painter, const QStyleOptionViewItem& optio
 void ElementDelegate::paintPicture(QPainter* painter, const QStyleOptionViewItem& option, const QRect& frame,
                                    const QModelIndex& index) const
 {
-    painter->fillRect(frame, well(option.palette));
+    painter->fillRect(frame, pictureBackground(option.palette));
     const QImage image = index.data(ElementModel::PictureRole).value<QImage>();
     const auto state = static_cast<PictureStore::State>(index.data(ElementModel::PictureStateRole).toInt());
     if (!image.isNull())
@@ -81,7 +81,7 @@ void ElementDelegate::paintPicture(QPainter* painter, const QStyleOptionViewItem
     // A picture from before says more than that its successor is missing.
     if (text.isEmpty() || !image.isNull())
         return;
-    painter->setPen(faint(option.palette));
+    painter->setPen(dimmed(option.palette));
     painter->setFont(option.font);
     painter->drawText(frame.adjusted(6, 6, -6, -6), Qt::AlignCenter | Qt::TextWordWrap, text);
 }

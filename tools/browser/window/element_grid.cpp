@@ -10,7 +10,7 @@
 
 namespace Browser {
 namespace {
-constexpr int Edge = 6;
+constexpr int Margin = 6;
 }
 
 ElementGrid::ElementGrid(QWidget* parent) : QAbstractItemView(parent)
@@ -51,13 +51,13 @@ QSize ElementGrid::tile() const
 
 int ElementGrid::columns() const
 {
-    return qMax(1, (viewport()->width() - 2 * Edge) / tile().width());
+    return qMax(1, (viewport()->width() - 2 * Margin) / tile().width());
 }
 
 // What is left over beside the columns stands half on each side.
 int ElementGrid::margin() const
 {
-    return qMax(Edge, (viewport()->width() - columns() * tile().width()) / 2);
+    return qMax(Margin, (viewport()->width() - columns() * tile().width()) / 2);
 }
 
 QRect ElementGrid::visualRect(const QModelIndex& index) const
@@ -66,7 +66,7 @@ QRect ElementGrid::visualRect(const QModelIndex& index) const
         return {};
     const int column = index.row() % columns();
     const int line = index.row() / columns();
-    return {QPoint(margin() + column * tile().width(), Edge + line * tile().height() - verticalOffset()), tile()};
+    return {QPoint(margin() + column * tile().width(), Margin + line * tile().height() - verticalOffset()), tile()};
 }
 
 void ElementGrid::scrollTo(const QModelIndex& index, ScrollHint hint)
@@ -79,16 +79,16 @@ void ElementGrid::scrollTo(const QModelIndex& index, ScrollHint hint)
     if (hint == PositionAtCenter)
         by = rect.center().y() - height / 2;
     else if (hint == PositionAtTop || rect.top() < 0)
-        by = rect.top() - Edge;
+        by = rect.top() - Margin;
     else if (hint == PositionAtBottom || rect.bottom() >= height)
-        by = rect.bottom() - height + Edge;
+        by = rect.bottom() - height + Margin;
     verticalScrollBar()->setValue(verticalScrollBar()->value() + by);
 }
 
 QModelIndex ElementGrid::indexAt(const QPoint& point) const
 {
     const int x = point.x() - margin();
-    const int y = point.y() + verticalOffset() - Edge;
+    const int y = point.y() + verticalOffset() - Margin;
     if (x < 0 || y < 0 || x >= columns() * tile().width())
         return {};
     const int row = y / tile().height() * columns() + x / tile().width();
@@ -97,24 +97,24 @@ QModelIndex ElementGrid::indexAt(const QPoint& point) const
 
 std::pair<int, int> ElementGrid::visibleRows() const
 {
-    const int first = qMax(0, verticalOffset() - Edge) / tile().height() * columns();
-    const int lastLine = qMax(0, verticalOffset() + viewport()->height() - Edge - 1) / tile().height();
+    const int first = qMax(0, verticalOffset() - Margin) / tile().height() * columns();
+    const int lastLine = qMax(0, verticalOffset() + viewport()->height() - Margin - 1) / tile().height();
     return {first, qMin(rows(), (lastLine + 1) * columns()) - 1};
 }
 
-void ElementGrid::tellVisible()
+void ElementGrid::emitVisibleRows()
 {
     const std::pair<int, int> visible = visibleRows();
-    if (visible == m_told)
+    if (visible == m_reportedRows)
         return;
-    m_told = visible;
+    m_reportedRows = visible;
     Q_EMIT visibleRowsChanged(visible.first, visible.second);
 }
 
 void ElementGrid::reset()
 {
     QAbstractItemView::reset();
-    m_told = {0, -1};
+    m_reportedRows = {0, -1};
     verticalScrollBar()->setValue(0);
     updateGeometries();
     viewport()->update();
@@ -226,7 +226,7 @@ void ElementGrid::paintEvent(QPaintEvent* event)
 void ElementGrid::resizeEvent(QResizeEvent* event)
 {
     // The first tile that was seen stays in view when the columns become more or fewer.
-    const int first = m_told.first;
+    const int first = m_reportedRows.first;
     QAbstractItemView::resizeEvent(event);
     updateGeometries();
     if (first > 0)
@@ -245,7 +245,7 @@ void ElementGrid::changeEvent(QEvent* event)
 void ElementGrid::scrollContentsBy(int dx, int dy)
 {
     viewport()->scroll(dx, dy);
-    tellVisible();
+    emitVisibleRows();
 }
 
 void ElementGrid::updateGeometries()
@@ -253,9 +253,9 @@ void ElementGrid::updateGeometries()
     const int lines = (rows() + columns() - 1) / columns();
     verticalScrollBar()->setSingleStep(tile().height() / 4);
     verticalScrollBar()->setPageStep(viewport()->height());
-    verticalScrollBar()->setRange(0, qMax(0, lines * tile().height() + 2 * Edge - viewport()->height()));
+    verticalScrollBar()->setRange(0, qMax(0, lines * tile().height() + 2 * Margin - viewport()->height()));
     QAbstractItemView::updateGeometries();
-    tellVisible();
+    emitVisibleRows();
 }
 
 void ElementGrid::rowsInserted(const QModelIndex& parent, int start, int end)

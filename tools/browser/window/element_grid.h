@@ -52,10 +52,10 @@ private:
     int columns() const;
     int margin() const;
     std::pair<int, int> visibleRows() const;
-    void tellVisible();
+    void emitVisibleRows();
 
     QString m_message;
-    std::pair<int, int> m_told{0, -1};
+    std::pair<int, int> m_reportedRows{0, -1};
     mutable QSize m_tile; ///< empty: the delegate is to be asked
 };
 } // namespace Browser

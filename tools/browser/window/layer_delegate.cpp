@@ -21,7 +21,7 @@ void LayerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
         painter->fillRect(option.rect, palette.highlight());
     if (index.column() == LayerModel::Picture) {
         const QRect frame = option.rect.adjusted(2, 2, -2, -2);
-        painter->fillRect(frame, well(palette));
+        painter->fillRect(frame, pictureBackground(palette));
         const QImage image = index.data(LayerModel::PictureRole).value<QImage>();
         if (!image.isNull())
             drawFitted(painter, frame, image);
@@ -39,7 +39,7 @@ void LayerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
     const double fraction = index.data(LayerModel::FractionRole).toDouble();
     painter->setRenderHint(QPainter::Antialiasing);
     painter->setPen(Qt::NoPen);
-    painter->setBrush(well(palette));
+    painter->setBrush(pictureBackground(palette));
     painter->drawRoundedRect(track, 2, 2);
     painter->setBrush(isSelected ? palette.highlightedText() : palette.highlight());
     painter->drawRoundedRect(QRectF(track.topLeft(), QSizeF(track.width() * fraction, track.height())), 2, 2);

@@ -14,7 +14,7 @@ void LibraryDelegate::initStyleOption(QStyleOptionViewItem* option, const QModel
     else if (index.data(LibraryModel::TypeRole).isValid() && !index.parent().isValid())
         option->font.setBold(true);
     if (index.column() == 1)
-        option->palette.setColor(QPalette::Text, faint(option->palette));
+        option->palette.setColor(QPalette::Text, dimmed(option->palette));
 }
 
 QSize LibraryDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const

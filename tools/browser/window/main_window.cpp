@@ -30,18 +30,18 @@ MainWindow::MainWindow(Session& session) : m_session(session)
     makeFrame();
     connect(&m_session, &Session::chosenChanged, this, &MainWindow::showChosen);
     connect(&m_session, &Session::adapterChanged, this, &MainWindow::showAdapter);
-    restore();
+    restoreSettings();
     showAdapter();
     showChosen();
-    chooseFirst();
-    countServers();
+    chooseInitialServer();
+    updateServerCount();
 }
 
 MainWindow::~MainWindow() = default;
 
 void MainWindow::closeEvent(QCloseEvent* event)
 {
-    remember();
+    saveSettings();
     event->accept();
 }
 
@@ -53,7 +53,7 @@ QString MainWindow::serverName() const
 
 // The server of the last time once it is up, or the first that comes up where none is remembered, as long as the user
 // has chosen none.
-void MainWindow::chooseFirst()
+void MainWindow::chooseInitialServer()
 {
     if (!m_session.chosenServer().isEmpty())
         return;
@@ -76,10 +76,10 @@ void MainWindow::showChosen()
         m_servers->setCurrentIndex(m_session.servers().index(row));
     showElementState();
     if (m_session.isChosenUp() && !m_libraries->currentIndex().isValid())
-        openMedia();
+        expandMedia();
 }
 
-void MainWindow::openMedia()
+void MainWindow::expandMedia()
 {
     const QModelIndex media = m_session.filteredLibraries().mapFromSource(m_session.libraries().find(1, RootLibrary));
     if (media.isValid())
@@ -108,7 +108,7 @@ void MainWindow::restoreLibrary()
 }
 
 // The library's name behind those of the libraries above it.
-QString MainWindow::wayOf(quint8 type, const QString& library) const
+QString MainWindow::libraryPath(quint8 type, const QString& library) const
 {
     QStringList names;
     for (QModelIndex index = m_session.libraries().find(type, library); index.isValid(); index = index.parent())
@@ -153,7 +153,8 @@ void MainWindow::showElementState()
     const QString server = m_session.chosenServer().isEmpty() ? QString() : serverName();
     QString title = server.isEmpty() ? tr("No server chosen") : server;
     if (!elements.library().isEmpty())
-        title = tr("%1 › %2", "server, and way to the library").arg(server, wayOf(elements.type(), elements.library()));
+        title = tr("%1 › %2", "server, and way to the library")
+                    .arg(server, libraryPath(elements.type(), elements.library()));
     m_title->setText(fontMetrics().elidedText(title, Qt::ElideMiddle, qMax(200, m_elementsPane->width() - 40)));
     m_title->setToolTip(title.toHtmlEscaped());
     QString note;
@@ -186,12 +187,12 @@ void MainWindow::showPreview()
     m_hasPreview = index.isValid() && index.row() < elements.rowCount();
     if (!m_hasPreview) {
         m_preview->clear();
-        m_session.pictures().want(PictureStore::Wish::Preview, {});
+        m_session.pictures().setWanted(PictureStore::Priority::Preview, {});
         return;
     }
     m_number = elements.element(index.row()).number;
     m_preview->setFields(elements.fields(index.row()));
-    m_session.pictures().want(PictureStore::Wish::Preview, {elements.pictureId(index.row(), true)});
+    m_session.pictures().setWanted(PictureStore::Priority::Preview, {elements.pictureId(index.row(), true)});
     showPicture();
 }
 
@@ -231,12 +232,12 @@ void MainWindow::fillAdapterMenu()
     };
     add(tr("&Automatic"), {});
     m_adapterMenu->addSeparator();
-    bool isThere = choice.isEmpty();
-    for (const AdapterOption& option : adapterOptions()) {
+    bool isPresent = choice.isEmpty();
+    for (const AdapterOption& option : availableAdapters()) {
         add(QString(option.text).replace(QLatin1Char('&'), QStringLiteral("&&")), option.name);
-        isThere = isThere || option.name == choice;
+        isPresent = isPresent || option.name == choice;
     }
-    if (!isThere)
+    if (!isPresent)
         add(tr("%1 (not there)").arg(choice), choice);
 }
 
@@ -249,24 +250,24 @@ void MainWindow::showAdapter()
     showElementState();
 }
 
-void MainWindow::countServers()
+void MainWindow::updateServerCount()
 {
     const int all = m_session.servers().rowCount();
     m_counts->setText(all == 0 ? tr("No servers")
                                : tr("Servers up: %1 of %2").arg(m_session.servers().countUp()).arg(all));
 }
 
-void MainWindow::restore()
+void MainWindow::restoreSettings()
 {
     const QSettings settings;
     restoreGeometry(settings.value(QStringLiteral("geometry")).toByteArray());
-    m_isArranged = restoreState(settings.value(QStringLiteral("panes")).toByteArray());
+    m_hasLayout = restoreState(settings.value(QStringLiteral("panes")).toByteArray());
     m_lastServer = settings.value(QStringLiteral("server")).toString();
     for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})
         view->horizontalHeader()->restoreState(settings.value(QLatin1String(name)).toByteArray());
 }
 
-void MainWindow::remember() const
+void MainWindow::saveSettings() const
 {
     QSettings settings;
     settings.setValue(QStringLiteral("geometry"), saveGeometry());

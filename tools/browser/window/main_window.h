@@ -42,12 +42,12 @@ private:
     void makeStatus();
     void makeFrame();
     /// Puts every pane where it is at first.
-    void arrange();
+    void resetLayout();
 
-    void chooseFirst();
+    void chooseInitialServer();
     void showChosen();
     void showLibrary(const QModelIndex& index);
-    void openMedia();
+    void expandMedia();
     void restoreLibrary();
     void showElementState();
     void showProgress(int done, int total);
@@ -55,13 +55,13 @@ private:
     void showPicture();
     void fillAdapterMenu();
     void showAdapter();
-    void countServers();
+    void updateServerCount();
     QString elementMessage() const;
     QString serverName() const;
-    QString wayOf(quint8 type, const QString& library) const;
+    QString libraryPath(quint8 type, const QString& library) const;
 
-    void restore();
-    void remember() const;
+    void restoreSettings();
+    void saveSettings() const;
 
     Session& m_session;
     QListView* m_servers = nullptr;
@@ -85,6 +85,6 @@ private:
     QString m_lastServer; ///< of the run before
     quint8 m_number = 0;  ///< of the element in the preview
     bool m_hasPreview = false;
-    bool m_isArranged = false;
+    bool m_hasLayout = false;
 };
 } // namespace Browser

@@ -84,8 +84,8 @@ void MainWindow::makeServers()
     });
     const ServerModel& servers = m_session.servers();
     const auto follow = [this] {
-        chooseFirst();
-        countServers();
+        chooseInitialServer();
+        updateServerCount();
         showElementState();
     };
     connect(&servers, &QAbstractItemModel::rowsInserted, this, follow);
@@ -312,7 +312,8 @@ void MainWindow::makeMenus()
     addPlace(tr("Fixture &patch"), int(Qt::CTRL) | Qt::Key_5, m_patch);
     addPlace(tr("L&og"), int(Qt::CTRL) | Qt::Key_6, m_log->findChild<QTableView*>(QStringLiteral("log")));
     view->addSeparator();
-    view->addAction(tr("&Arrange as at first"), this, &MainWindow::arrange)->setObjectName(QStringLiteral("arrange"));
+    view->addAction(tr("&Arrange as at first"), this, &MainWindow::resetLayout)
+        ->setObjectName(QStringLiteral("resetLayout"));
     addPlace(tr("&Filter the libraries"), int(Qt::CTRL) | Qt::Key_F, m_search);
 }
 
@@ -332,12 +333,12 @@ void MainWindow::showEvent(QShowEvent* event)
 {
     QMainWindow::showEvent(event);
     // Panes can be given sizes once the window has its own.
-    if (!m_isArranged)
-        QMetaObject::invokeMethod(this, &MainWindow::arrange, Qt::QueuedConnection);
-    m_isArranged = true;
+    if (!m_hasLayout)
+        QMetaObject::invokeMethod(this, &MainWindow::resetLayout, Qt::QueuedConnection);
+    m_hasLayout = true;
 }
 
-void MainWindow::arrange()
+void MainWindow::resetLayout()
 {
     const auto pane = [this](const char* name) { return findChild<QDockWidget*>(QLatin1String(name)); };
     for (QDockWidget* const each : m_panes) {

@@ -4,21 +4,21 @@
 
 namespace Browser {
 namespace {
-QColor between(const QColor& one, const QColor& other, double share)
+QColor mixed(const QColor& one, const QColor& other, double share)
 {
     const auto mix = [share](int a, int b) { return static_cast<int>(a + (b - a) * share); };
     return {mix(one.red(), other.red()), mix(one.green(), other.green()), mix(one.blue(), other.blue())};
 }
 } // namespace
 
-QColor faint(const QPalette& palette, double share)
+QColor dimmed(const QPalette& palette, double share)
 {
-    return between(palette.color(QPalette::Text), palette.color(QPalette::Base), share);
+    return mixed(palette.color(QPalette::Text), palette.color(QPalette::Base), share);
 }
 
-QColor well(const QPalette& palette)
+QColor pictureBackground(const QPalette& palette)
 {
-    return between(palette.color(QPalette::Base), palette.color(QPalette::Text), 0.12);
+    return mixed(palette.color(QPalette::Base), palette.color(QPalette::Text), 0.12);
 }
 
 void drawFitted(QPainter* painter, const QRect& frame, const QImage& image)

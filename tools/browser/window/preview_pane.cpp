@@ -27,7 +27,7 @@ void PictureView::show(const QImage& image, const QString& text)
 void PictureView::paintEvent(QPaintEvent* /*event*/)
 {
     QPainter painter(this);
-    painter.fillRect(rect(), well(palette()));
+    painter.fillRect(rect(), pictureBackground(palette()));
     if (!m_image.isNull()) {
         QRect place(QPoint(), m_image.size().scaled(size(), Qt::KeepAspectRatio));
         place.moveCenter(rect().center());
@@ -35,7 +35,7 @@ void PictureView::paintEvent(QPaintEvent* /*event*/)
         painter.drawImage(place, m_image);
         return;
     }
-    painter.setPen(faint(palette()));
+    painter.setPen(dimmed(palette()));
     painter.drawText(rect().adjusted(12, 12, -12, -12), Qt::AlignCenter | Qt::TextWordWrap, m_text);
 }
 
@@ -78,7 +78,7 @@ void PreviewPane::setFields(const std::vector<std::pair<QString, QString>>& fiel
 void PreviewPane::colour()
 {
     for (int i = 0; i < m_fields->topLevelItemCount(); ++i)
-        m_fields->topLevelItem(i)->setForeground(0, faint(palette()));
+        m_fields->topLevelItem(i)->setForeground(0, dimmed(palette()));
 }
 
 void PreviewPane::changeEvent(QEvent* event)

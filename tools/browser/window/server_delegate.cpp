@@ -9,8 +9,8 @@
 
 namespace Browser {
 namespace {
-constexpr int Inside = 6;
-constexpr int Light = 12;
+constexpr int Padding = 6;
+constexpr int LightSize = 12;
 
 // The colours of signals, which mean the same on a light and on a dark ground.
 const QColor Green(46, 160, 67);
@@ -47,7 +47,7 @@ void paintLight(QPainter* painter, const QRectF& place, ServerModel::State state
 
 QSize ServerDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& /*index*/) const
 {
-    return {100, 3 * option.fontMetrics.height() + 2 * Inside};
+    return {100, 3 * option.fontMetrics.height() + 2 * Padding};
 }
 
 void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
@@ -57,42 +57,44 @@ void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
     const bool isLost = state == ServerModel::State::Lost;
     const QPalette& palette = option.palette;
     // Grey, but still to be read.
-    const QColor grey = faint(palette, 0.5);
-    const QColor ink = isSelected ? palette.color(QPalette::HighlightedText)
-                       : isLost   ? grey
-                                  : palette.color(QPalette::Text);
-    const QColor less = isSelected || isLost ? ink : faint(palette);
+    const QColor grey = dimmed(palette, 0.5);
+    const QColor textColour = isSelected ? palette.color(QPalette::HighlightedText)
+                              : isLost   ? grey
+                                         : palette.color(QPalette::Text);
+    const QColor dimColour = isSelected || isLost ? textColour : dimmed(palette);
 
     painter->save();
     if (isSelected)
         painter->fillRect(option.rect, palette.highlight());
-    const QRect inner = option.rect.adjusted(Inside, Inside, -Inside, -Inside);
+    const QRect inner = option.rect.adjusted(Padding, Padding, -Padding, -Padding);
     const int line = option.fontMetrics.height();
     if (isSelected) {
         // The light keeps its own colours on the selection's.
         painter->setRenderHint(QPainter::Antialiasing);
         painter->setPen(Qt::NoPen);
         painter->setBrush(palette.base());
-        painter->drawEllipse(QRectF(inner.left() - 1, inner.top() + (line - Light) / 2.0 - 3, Light + 6, Light + 6));
+        painter->drawEllipse(
+            QRectF(inner.left() - 1, inner.top() + (line - LightSize) / 2.0 - 3, LightSize + 6, LightSize + 6));
     }
-    paintLight(painter, QRectF(inner.left() + 2, inner.top() + (line - Light) / 2.0, Light, Light), state, grey);
+    paintLight(painter, QRectF(inner.left() + 2, inner.top() + (line - LightSize) / 2.0, LightSize, LightSize), state,
+               grey);
 
-    QRect text = inner.adjusted(Light + 3 * Inside, 0, 0, 0);
+    QRect text = inner.adjusted(LightSize + 3 * Padding, 0, 0, 0);
     text.setHeight(line);
     QFont bold = option.font;
     bold.setBold(true);
     const QString product = index.data(ServerModel::ProductRole).toString();
     const QString stateText = ServerModel::textFor(state);
-    const bool saysState = state != ServerModel::State::Up;
-    painter->setPen(ink);
+    const bool showsState = state != ServerModel::State::Up;
+    painter->setPen(textColour);
     painter->setFont(bold);
     painter->drawText(
         text, Qt::AlignLeft | Qt::AlignVCenter,
         QFontMetrics(bold).elidedText(index.data(ServerModel::NameRole).toString(), Qt::ElideRight, text.width()));
     painter->setFont(option.font);
-    painter->setPen(less);
+    painter->setPen(dimColour);
     text.translate(0, line);
-    const QString second = !saysState ? product
+    const QString second = !showsState ? product
                            : product.isEmpty()
                                ? stateText
                                : tr("%1 · %2", "state of a server, and its product").arg(stateText, product);
