@@ -178,8 +178,9 @@ TEST(BrowserDecoding, RefusesWhatIsDamagedOrTooLarge)
     }
     for (const int bytes : {11, 13})
         EXPECT_EQ(refusal("RGB8", QByteArray(bytes, 'x'), 2, 2),
-                  QString::fromUtf8("%1 bytes are no picture of 2 × 2 pixels").arg(bytes).toStdString());
-    EXPECT_EQ(refusal("RGB8", "xyz", 0, 0), QString::fromUtf8("3 bytes are no picture of 0 × 0 pixels").toStdString());
+                  QString::fromUtf8("%1 bytes are not a picture of 2 × 2 pixels").arg(bytes).toStdString());
+    EXPECT_EQ(refusal("RGB8", "xyz", 0, 0),
+              QString::fromUtf8("3 bytes are not a picture of 0 × 0 pixels").toStdString());
     EXPECT_EQ(refusal("JPEG", {}), "no picture");
     EXPECT_EQ(refusal("TIFF", "xyz"), "unknown picture format");
 }

@@ -1,4 +1,4 @@
-// citp-browser: the options, the settings, and the window.
+// citp-browser: applies the options and the settings, and opens the window.
 // SPDX-License-Identifier: Apache-2.0
 #include <QApplication>
 #include <QLibraryInfo>
@@ -15,13 +15,13 @@
 #include "window/main_window.h"
 
 namespace {
-// The options are looked at without a display: help is for terminals too.
+// Options are parsed without a display, so that --help works in a terminal.
 Browser::Options optionsOf(int argc, char** argv)
 {
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments << QString::fromLocal8Bit(argv[i]);
-    // For its name in the help, which Qt 5 takes from an application without asking whether there is one.
+    // QCommandLineParser needs an application object: Qt 5 reads the program's name for the help from it unchecked.
     int count = 1;
     char name[] = "citp-browser";
     char* names[] = {name, nullptr};
@@ -29,7 +29,7 @@ Browser::Options optionsOf(int argc, char** argv)
     return Browser::readOptions(arguments);
 }
 
-// Without one Qt would abort.
+// Without a display QApplication would abort.
 bool hasDisplay()
 {
     for (const char* const name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY", "WAYLAND_SOCKET"}) {
@@ -66,7 +66,7 @@ int main(int argc, char** argv)
 
     const QString remembered = QSettings().value(QStringLiteral("adapter")).toString();
     const QString adapter = options.adapter.isEmpty() ? remembered : options.adapter;
-    // The environment's choice stays as long as nobody has made another.
+    // A saved adapter does not override ARTNET_ADAPTER; --adapter does.
     if (!adapter.isEmpty() && (!options.adapter.isEmpty() || Browser::adapterChoice().isEmpty()))
         Browser::chooseAdapter(adapter);
     if (!options.adapter.isEmpty())

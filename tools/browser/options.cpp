@@ -1,4 +1,4 @@
-// Options and their checks.
+// Parsing and validation of the options.
 // SPDX-License-Identifier: Apache-2.0
 #include "options.h"
 
@@ -17,7 +17,7 @@ namespace {
 const char* const Description =
     "Shows the CITP media servers of the network in a window: their libraries, pictures, layers and fixture "
     "patches.\n\n"
-    "Exit status: 0 the window was closed, 1 failed, 2 wrong use.";
+    "Exit status: 0 success, 1 failure, 2 usage error.";
 
 Options usageError(const QString& what)
 {
@@ -27,7 +27,7 @@ Options usageError(const QString& what)
     return options;
 }
 
-// Written in any other way it would never be that of a server.
+// Server keys are compared as text: another spelling of the same address would never match.
 bool isKey(const QString& text)
 {
     const QHostAddress host(text.section(QLatin1Char(':'), 0, 0));
@@ -41,8 +41,8 @@ Options readOptions(const QStringList& arguments)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(QString::fromLatin1(Description));
-    parser.addOptions({{{"h", "help"}, "Prints this help and ends."},
-                       {{"v", "version"}, "Prints the version and ends."},
+    parser.addOptions({{{"h", "help"}, "Prints this help and exits."},
+                       {{"v", "version"}, "Prints the version and exits."},
                        {"adapter", "Network adapter to listen on, by name or IPv4 address.", "NAME|ADDRESS"},
                        {"server", "Server to show first, as ADDRESS:PORT.", "KEY"}});
     if (!parser.parse(arguments))
@@ -69,7 +69,7 @@ Options readOptions(const QStringList& arguments)
                                          "adapters' lists them")
                               .arg(toSingleLine(options.adapter)));
     if (parser.isSet("server") && !isKey(options.server))
-        return usageError(QStringLiteral("--server: '%1' is no server's key; give one such as 2.0.0.10:4811")
+        return usageError(QStringLiteral("--server: '%1' is not a server key such as 2.0.0.10:4811")
                               .arg(toSingleLine(options.server)));
     return options;
 }

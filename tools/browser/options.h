@@ -1,4 +1,4 @@
-// The command line.
+// The command line options.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -10,11 +10,11 @@ struct Options
 {
     enum class Action { Run, Print, UsageError };
     Action action = Action::Run;
-    QString text; ///< to be printed, or what is wrong
+    QString text; ///< the text to print, or the usage error
     QString adapter;
     QString server; ///< key of the server to show
 };
 
-/// @param arguments the program's name first
+/// @param arguments all arguments; the first is the program's name
 Options readOptions(const QStringList& arguments);
 } // namespace Browser

@@ -1,4 +1,4 @@
-// Reads the adapters and words them.
+// Queries the adapters and formats them as text.
 // SPDX-License-Identifier: Apache-2.0
 #include "adapters.h"
 
@@ -21,18 +21,18 @@ QString reasonFor(const ArtNet::Adapter& adapter)
         case ArtNet::Adapter::Reason::Explicit:
             return AdapterTexts::tr("chosen");
         case ArtNet::Adapter::Reason::PrimaryRange:
-            return AdapterTexts::tr("the first with an address in 2.0.0.0/8");
+            return AdapterTexts::tr("first adapter with an address in 2.0.0.0/8");
         case ArtNet::Adapter::Reason::SecondaryRange:
-            return AdapterTexts::tr("the first with an address in 10.0.0.0/8");
+            return AdapterTexts::tr("first adapter with an address in 10.0.0.0/8");
         case ArtNet::Adapter::Reason::AnyAddress:
-            return AdapterTexts::tr("the first with an address");
+            return AdapterTexts::tr("first adapter with an address");
         case ArtNet::Adapter::Reason::Loopback:
-            return AdapterTexts::tr("no other is up with multicast and an address");
+            return AdapterTexts::tr("no other adapter is up with multicast and an address");
         case ArtNet::Adapter::Reason::None:
             break;
     }
     return ArtNet::Adapter::GetChoice().empty() ? AdapterTexts::tr("no adapter has an address")
-                                                : AdapterTexts::tr("chosen, but not there or without an address");
+                                                : AdapterTexts::tr("chosen, but missing or without an address");
 }
 } // namespace
 

@@ -1,4 +1,4 @@
-// The machine's network adapters and the one in use, for people.
+// The machine's network adapters and the one in use, with texts for the user.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -8,24 +8,24 @@
 #include "values.h"
 
 namespace Browser {
-/// The adapter in use now; asks the kernel. Any thread.
+/// The adapter in use; queries the kernel. Any thread.
 AdapterState adapterInUse();
 
-/// An adapter that can be chosen.
+/// An adapter that can be selected.
 struct AdapterOption
 {
     QString name;
-    QString text; ///< with its addresses and state, for a menu
+    QString text; ///< name, addresses and state, for a menu
     QStringList addresses;
     bool isUp = false;
 };
 
-/// All adapters that have an IPv4 address; asks the kernel. Any thread.
+/// All adapters that have an IPv4 address; queries the kernel. Any thread.
 std::vector<AdapterOption> availableAdapters();
 
-/// The explicit choice, empty for none.
+/// The explicitly selected adapter; empty if there is none.
 QString adapterChoice();
-/// Makes @p name the adapter to use from now on; empty leaves the choice to the library. An enabled stack goes there
-/// once it is switched off and on. Any thread.
+/// Selects the adapter @p name; empty lets the library select one. An enabled stack changes to it after it is disabled
+/// and enabled again. Any thread.
 void chooseAdapter(const QString& name);
 } // namespace Browser

@@ -1,4 +1,4 @@
-// The socket beside the library's own, and the adapter that both are to be on.
+// A UDP socket beside the library's own, on the same adapter.
 // SPDX-License-Identifier: Apache-2.0
 #include "announcements.h"
 
@@ -15,11 +15,11 @@ constexpr quint16 DiscoveryPort = 4809;
 constexpr int AdapterPollMs = 1000;
 constexpr int ReportIntervalMs = 500;
 constexpr int MaxAnnouncementSize = 2048;
-// Nobody has so many; a forger could fill the memory.
+// More than any network has. Without the limit, forged announcements could fill the memory.
 constexpr int MaxTrackedServers = 5000;
 constexpr int MaxDatagramsPerBatch = 500;
 
-// Anything else the library reports itself; parsing it here would put each fault into the log twice.
+// The library logs malformed messages itself; parsing them here would log each fault twice.
 bool isAnnouncement(const QByteArray& datagram)
 {
     return datagram.startsWith(QByteArray("CITP\x01\x00", 6)) &&
@@ -61,22 +61,21 @@ void Announcements::open(const AdapterState& adapter)
         return;
     m_socket = std::make_unique<QUdpSocket>();
     connect(m_socket.get(), &QUdpSocket::readyRead, this, &Announcements::read);
-    // Without it servers are shown once they are up; the library says in the log what is wrong with the port.
+    // If this fails, servers are still shown once they are up, and the library logs what is wrong with the port.
     if (m_socket->bind(QHostAddress(QHostAddress::AnyIPv4), DiscoveryPort,
                        QAbstractSocket::ShareAddress | QAbstractSocket::ReuseAddressHint))
         m_socket->joinMulticastGroup(QHostAddress(QStringLiteral("224.0.0.180")),
                                      QNetworkInterface::interfaceFromName(adapter.name));
 }
 
-// Notes it as told if so.
+// Returns whether the announcement may be reported now, and records its time if so.
 bool Announcements::passesRateLimit(const QString& key)
 {
     const qint64 now = m_clock.elapsed();
     const auto told = m_lastReported.constFind(key);
     if (told != m_lastReported.constEnd() && now - *told < ReportIntervalMs)
         return false;
-    // Those of a while ago make room; looked for at intervals only, or a flood would be looked through for each of its
-    // datagrams.
+    // Purge expired entries, but not for every datagram: during a flood each purge would scan the full table.
     if (m_lastReported.size() >= MaxTrackedServers && now - m_lastPurge >= ReportIntervalMs) {
         m_lastPurge = now;
         for (auto old = m_lastReported.begin(); old != m_lastReported.end();)

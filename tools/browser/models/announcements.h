@@ -1,6 +1,6 @@
-// Announcements: hears the media servers' own announcements, to tell of those that are there but not up yet.
+// Announcements: receives the media servers' PLoc announcements, to report servers that are not up yet.
 //
-// The library reports a server only once it is connected and has introduced itself. Runs in the inbox's thread.
+// The library reports a server only once it is connected and has sent its SInf. Runs in the inbox's thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -22,13 +22,13 @@ class Announcements : public QObject
 public:
     explicit Announcements(QObject* parent = nullptr);
 
-    /// Listens, on the adapter that the library uses, and keeps to that when it changes.
+    /// Starts to listen on the adapter that the library uses, and follows the library to another adapter.
     void start();
 
 Q_SIGNALS:
-    /// The server @p key has announced itself as @p name; at most twice a second for each.
+    /// The server @p key has announced itself as @p name. Emitted at most twice a second for each server.
     void announced(const QString& key, const QString& name);
-    /// The adapter in use is another, or the same one for another reason.
+    /// The adapter in use, or the reason for its selection, has changed.
     void adapterChanged(const Browser::AdapterState& adapter);
 
 private:
@@ -41,8 +41,8 @@ private:
     std::unique_ptr<QUdpSocket> m_socket;
     AdapterState m_adapter;
     bool m_isStarted = false;
-    QHash<QString, qint64> m_lastReported; ///< when each server was told last, in milliseconds of #m_clock
-    qint64 m_lastPurge = 0;                ///< of #m_lastTold, likewise
+    QHash<QString, qint64> m_lastReported; ///< time of the last announced() for each server, in ms of #m_clock
+    qint64 m_lastPurge = 0;                ///< time of the last purge of #m_lastReported, in ms of #m_clock
     QElapsedTimer m_clock;
 };
 } // namespace Browser

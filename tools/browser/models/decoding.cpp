@@ -1,4 +1,4 @@
-// Decoding of the three formats, with a limit on what a picture may claim to be.
+// Decoders for the three thumbnail formats, with a limit on the size that a picture may declare.
 // SPDX-License-Identifier: Apache-2.0
 #include "decoding.h"
 
@@ -8,7 +8,7 @@
 
 namespace Browser {
 namespace {
-// No thumbnail is bigger; 65535 bytes can announce a picture that would fill the memory.
+// No thumbnail is larger. A compressed picture of 65535 bytes can declare a size that would fill the memory.
 constexpr int MaxSide = 2048;
 
 struct PictureTexts
@@ -25,7 +25,7 @@ Decoded scaledToPreview(const QImage& image)
 {
     const bool fits = image.width() <= PreviewPixels.width() && image.height() <= PreviewPixels.height();
     const QImage scaled = fits ? image : image.scaled(PreviewPixels, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-    // The format that is painted without a conversion.
+    // QPainter draws these formats without a conversion.
     return {
         scaled.convertToFormat(image.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32),
         {}};
@@ -37,7 +37,7 @@ Decoded fromRgb8(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
     const int height = answer.ThumbnailHeight;
     const qint64 bytes = qint64(width) * height * 3;
     if (bytes == 0 || answer.ThumbnailBuffer.size() != bytes)
-        return failed(PictureTexts::tr("%1 bytes are no picture of %2 × %3 pixels")
+        return failed(PictureTexts::tr("%1 bytes are not a picture of %2 × %3 pixels")
                           .arg(answer.ThumbnailBuffer.size())
                           .arg(width)
                           .arg(height));

@@ -1,4 +1,4 @@
-// From thumbnail answers to pictures of the size that is shown.
+// Decodes thumbnail responses to images of at most the preview's size.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -9,17 +9,17 @@
 #include <QString>
 
 namespace Browser {
-/// The longest sides, in pixels, of what is kept: a tile's picture and the preview.
+/// The maximum size, in pixels, of the stored images of a tile and of the preview.
 constexpr QSize TilePixels(320, 240);
 constexpr QSize PreviewPixels(640, 480);
 
 struct Decoded
 {
-    QImage image;    ///< no larger than PreviewPixels; null if there is a problem
-    QString problem; ///< for people
+    QImage image;    ///< at most PreviewPixels; null if there is a problem
+    QString problem; ///< for the user; empty if there is an image
 };
 
-/// Checks and decodes @p answer. Nothing that it holds can make this throw, or take more than some tens of
-/// megabytes while it runs. Any thread.
+/// Validates and decodes @p answer. For any content it does not throw and allocates at most some tens of megabytes. Any
+/// thread.
 Decoded decode(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer);
 } // namespace Browser

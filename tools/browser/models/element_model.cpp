@@ -1,4 +1,4 @@
-// Lists and their changes, and the pictures that go with the rows.
+// Applies element lists to the rows, and tracks the pictures that the rows need.
 // SPDX-License-Identifier: Apache-2.0
 #include "element_model.h"
 
@@ -9,10 +9,10 @@
 
 namespace Browser {
 namespace {
-// More insertions and removals than this, and the list is shown afresh instead.
+// With more insertions and removals than this the model is reset instead.
 constexpr int MaxRowChanges = 32;
 
-// Most servers count seconds since 1970; a number that makes no sense so is shown as it is.
+// Most servers count seconds since 1970; a value that cannot be such a time is shown as a number.
 QString timeText(quint64 timestamp)
 {
     constexpr quint64 Year1980 = 315532800;
@@ -92,7 +92,8 @@ void ElementModel::update(const LibraryUpdate& update)
         if (update.elements[i])
             numbers.push_back(static_cast<quint8>(i));
     }
-    // Which of several elements of one number has changed cannot be told, and 256 numbers cannot be counted before 1.2.
+    // An update cannot identify one of several elements with the same number, and before MSEX 1.2 a request cannot hold
+    // 256 numbers: request the whole list.
     if (m_hasDuplicateNumbers || numbers.size() > 255 || m_state != State::Loaded)
         numbers.clear();
     m_invalidateAll = m_invalidateAll || (numbers.empty() && update.elementsUpdated);
@@ -106,31 +107,29 @@ void ElementModel::setVisibleRows(int first, int last)
     updateVisiblePictures();
 }
 
-void ElementModel::updateVisiblePictures()
+// One id for each number, as rows of the same number share a picture.
+std::vector<PictureId> ElementModel::picturesOf(int first, int last) const
 {
     std::vector<PictureId> ids;
-    std::bitset<256> wanted;
-    for (int row = m_firstVisible; row <= qMin(m_lastVisible, rowCount() - 1); ++row) {
+    std::bitset<256> listed;
+    for (int row = first; row <= qMin(last, rowCount() - 1) && ids.size() < listed.size(); ++row) {
         const quint8 number = element(row).number;
-        if (!wanted[number])
+        if (!listed[number])
             ids.push_back(pictureId(row));
-        wanted.set(number);
+        listed.set(number);
     }
-    m_pictures.setWanted(PictureStore::Priority::Visible, std::move(ids));
+    return ids;
+}
+
+void ElementModel::updateVisiblePictures()
+{
+    m_pictures.setWanted(PictureStore::Priority::Visible, picturesOf(m_firstVisible, m_lastVisible));
 }
 
 void ElementModel::updateWantedPictures()
 {
     updateVisiblePictures();
-    std::vector<PictureId> ids;
-    std::bitset<256> wanted;
-    for (int row = 0; row < rowCount() && ids.size() < wanted.size(); ++row) {
-        const quint8 number = element(row).number;
-        if (!wanted[number])
-            ids.push_back(pictureId(row));
-        wanted.set(number);
-    }
-    m_pictures.setWanted(PictureStore::Priority::Library, std::move(ids));
+    m_pictures.setWanted(PictureStore::Priority::Library, picturesOf(0, rowCount() - 1));
 }
 
 PictureId ElementModel::pictureId(int row, bool large) const
@@ -248,17 +247,15 @@ void ElementModel::replaceElements(const ElementList& list)
         if (known[now.number] && before[now.number] == now)
             continue;
         isAnyChanged = true;
-        m_pictures.invalidate({m_type, m_library, now.number, false});
-        m_pictures.invalidate({m_type, m_library, now.number, true});
-        markAsNew(now.number);
+        markChanged(now.number);
     }
-    // Something has changed that the list does not show: it can only be the pictures.
+    // The update reported a change that the list does not show, so a picture must have changed.
     if (m_invalidateAll && !isAnyChanged)
         m_pictures.invalidateLibrary(m_type, m_library);
     m_invalidateAll = false;
 }
 
-// What was asked for and is not in the answer is not there any more.
+// A requested element that is missing in the answer no longer exists.
 void ElementModel::mergeElements(const Numbers& numbers, const ElementList& list)
 {
     std::bitset<256> requested;
@@ -277,11 +274,8 @@ void ElementModel::mergeElements(const Numbers& numbers, const ElementList& list
         elements.insert(place, now);
     }
     setElements(std::move(elements));
-    for (const Element& now : list.elements) {
-        m_pictures.invalidate({m_type, m_library, now.number, false});
-        m_pictures.invalidate({m_type, m_library, now.number, true});
-        markAsNew(now.number);
-    }
+    for (const Element& now : list.elements)
+        markChanged(now.number);
 }
 
 void ElementModel::handleFailure(quint8 type, const QString& library, const QString& problem)
@@ -290,7 +284,7 @@ void ElementModel::handleFailure(quint8 type, const QString& library, const QStr
         setState(m_elements.empty() ? State::Failed : State::Loaded, problem);
 }
 
-// Tells the views of single rows where few are different, so that they keep their place and selection.
+// Inserts and removes single rows if few differ, so that views keep their scroll position and selection.
 void ElementModel::setElements(std::vector<Element> elements)
 {
     const auto isSameRow = [](const Element& a, const Element& b) { return a.number == b.number; };
@@ -350,8 +344,10 @@ void ElementModel::indexRows()
     }
 }
 
-void ElementModel::markAsNew(quint8 number)
+void ElementModel::markChanged(quint8 number)
 {
+    for (const bool large : {false, true})
+        m_pictures.invalidate({m_type, m_library, number, large});
     m_new[number].setRemainingTime(NewMarkMs);
     m_markTimer.start(MarkCheckMs);
     emitDataChanged(number);

@@ -1,7 +1,7 @@
-// ElementModel: the elements of one library, with their pictures as they come.
+// ElementModel: the elements of one library, with their pictures as they arrive.
 //
-// One row an element, in the server's order; the numbers of a long list may repeat, and rows of the same number share a
-// picture. Window's thread.
+// One row for each element, in the server's order. In a long list numbers may repeat; rows of the same number share a
+// picture. GUI thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -24,47 +24,47 @@ public:
     enum Role {
         NumberRole = Qt::UserRole, ///< int
         NameRole,                  ///< QString, in one line
-        DetailsRole,               ///< QString: size, length and frame rate, as far as the kind has them
-        PictureRole,               ///< QImage; null if there is none (yet)
+        DetailsRole,               ///< QString: size, length and frame rate, if the kind has them
+        PictureRole,               ///< QImage; null if there is none yet
         PictureStateRole,          ///< int, a PictureStore::State
-        ProblemRole,               ///< QString: why there is no picture; empty if there is nothing wrong
-        IsNewRole                  ///< bool: has come or changed a moment ago
+        ProblemRole,               ///< QString: why there is no picture; empty if there is no problem
+        IsNewRole                  ///< bool: was added or changed in the last seconds
     };
 
-    /// @param requests, pictures outlive this object
+    /// @param requests, pictures must outlive this object
     ElementModel(Requests& requests, PictureStore& pictures);
 
-    /// Shows the elements of @p library, and asks for them. Its pictures are wanted from here on.
+    /// Shows @p library: requests its elements and then their pictures.
     void setLibrary(quint8 type, const QString& library);
-    /// Shows nothing.
+    /// Shows no library.
     void clear();
-    /// Asks for the list again; what is the same stays as it is.
+    /// Requests the list again; unchanged elements keep their pictures.
     void reload();
-    /// Asks for what the update touches.
+    /// Requests what the update affects.
     void update(const LibraryUpdate& update);
 
-    /// The rows that can be seen; their pictures are asked for first. @p last below @p first: none.
+    /// Sets the visible rows; their pictures are requested first. If @p last < @p first, none is visible.
     void setVisibleRows(int first, int last);
 
     State state() const { return m_state; }
-    QString problem() const { return m_problem; } ///< empty unless Failed
+    QString problem() const { return m_problem; } ///< for the user; empty if there is none
     quint8 type() const { return m_type; }
-    QString library() const { return m_library; } ///< empty if none is shown
+    QString library() const { return m_library; } ///< empty if no library is shown
     Kind kind() const { return m_kind; }
     const Element& element(int row) const { return m_elements[static_cast<std::size_t>(row)]; }
-    /// @param large the one for the preview
+    /// @param large true for the preview's picture, false for the tile's
     PictureId pictureId(int row, bool large = false) const;
-    /// The first row of the element @p number; -1 if there is none.
+    /// The first row with the element number @p number; -1 if there is none.
     int rowOf(quint8 number) const;
 
-    /// Each field of an element with its name, for people.
+    /// All fields of an element as name and value, for the user.
     std::vector<std::pair<QString, QString>> fields(int row) const;
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
 
 Q_SIGNALS:
-    /// state() or problem() says something else now.
+    /// state() or problem() has changed.
     void stateChanged();
 
 private:
@@ -81,9 +81,10 @@ private:
     void handleFailure(quint8 type, const QString& library, const QString& problem);
     void setElements(std::vector<Element> elements);
     void indexRows();
+    std::vector<PictureId> picturesOf(int first, int last) const;
     void updateWantedPictures();
     void updateVisiblePictures();
-    void markAsNew(quint8 number);
+    void markChanged(quint8 number);
     void removeExpiredMarks();
     void emitDataChanged(quint8 number);
 
@@ -95,12 +96,12 @@ private:
     State m_state = State::Empty;
     QString m_problem;
     std::vector<Element> m_elements;
-    std::array<Rows, 256> m_rowsOf; ///< the rows of each number lie between these
+    std::array<Rows, 256> m_rowsOf; ///< first and last row of each number
     bool m_hasDuplicateNumbers = false;
-    bool m_invalidateAll = false; ///< the next list comes because anything may have changed
+    bool m_invalidateAll = false; ///< the pending list was requested because any element may have changed
     int m_firstVisible = 0;
     int m_lastVisible = -1;
     QHash<quint8, QDeadlineTimer> m_new;
-    QTimer m_markTimer; ///< runs while something is marked as new
+    QTimer m_markTimer; ///< active while an element is marked as new
 };
 } // namespace Browser

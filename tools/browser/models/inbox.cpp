@@ -1,4 +1,4 @@
-// Conversion of the messages to values, and the pauses between bundles.
+// Converts messages to values and batches frequent ones.
 // SPDX-License-Identifier: Apache-2.0
 #include "inbox.h"
 
@@ -19,7 +19,7 @@ using CITP::citp_stack;
 
 constexpr int LayerIntervalMs = 40;
 constexpr int FixtureBatchMs = 50;
-// What is kept of a name; a person never sees more of it at once.
+// No view shows more of a name than this.
 constexpr int MaxNameLength = 1000;
 constexpr int MaxProductLength = 200;
 constexpr int MaxParameters = 255;
@@ -44,14 +44,22 @@ QString pictureFormatOf(const CITP::Msg_MSEX_SINF& sinf)
     return QStringLiteral("JPEG");
 }
 
-Element toElement(const CITP::Msg_MSEX_MEIN::MediaInformation& item)
+/// The fields that elements of all kinds have.
+template <typename Item>
+Element commonFields(const Item& item, const QString& name)
 {
     Element element;
     element.number = item.Number;
     element.dmxMin = item.DMXRangeMin;
     element.dmxMax = item.DMXRangeMax;
-    element.name = truncated(item.Name);
+    element.name = truncated(name);
     element.serial = item.SerialNumber;
+    return element;
+}
+
+Element toElement(const CITP::Msg_MSEX_MEIN::MediaInformation& item)
+{
+    Element element = commonFields(item, item.Name);
     element.timestamp = item.Timestamp;
     element.width = item.Width;
     element.height = item.Height;
@@ -62,12 +70,7 @@ Element toElement(const CITP::Msg_MSEX_MEIN::MediaInformation& item)
 
 Element toElement(const CITP::Msg_MSEX_EEIN::EffectInformation& item)
 {
-    Element element;
-    element.number = item.Number;
-    element.dmxMin = item.DMXRangeMin;
-    element.dmxMax = item.DMXRangeMax;
-    element.name = truncated(item.EffectName);
-    element.serial = item.SerialNumber;
+    Element element = commonFields(item, item.EffectName);
     for (const QString& parameter : item.ParameterNames) {
         if (element.parameters.size() < MaxParameters)
             element.parameters << toSingleLine(parameter);
@@ -77,40 +80,9 @@ Element toElement(const CITP::Msg_MSEX_EEIN::EffectInformation& item)
 
 Element toElement(const CITP::Msg_MSEX_GLEI::GenericInformation& item)
 {
-    Element element;
-    element.number = item.Number;
-    element.dmxMin = item.DMXRangeMin;
-    element.dmxMax = item.DMXRangeMax;
-    element.name = truncated(item.Name);
-    element.serial = item.SerialNumber;
+    Element element = commonFields(item, item.Name);
     element.timestamp = item.Timestamp;
     return element;
-}
-
-const auto& itemsOf(const CITP::Msg_MSEX_MEIN& message)
-{
-    return message.Media;
-}
-const auto& itemsOf(const CITP::Msg_MSEX_EEIN& message)
-{
-    return message.Effects;
-}
-const auto& itemsOf(const CITP::Msg_MSEX_GLEI& message)
-{
-    return message.Elements;
-}
-
-Kind kindOf(const CITP::Msg_MSEX_MEIN& /*message*/)
-{
-    return Kind::Media;
-}
-Kind kindOf(const CITP::Msg_MSEX_EEIN& /*message*/)
-{
-    return Kind::Effects;
-}
-Kind kindOf(const CITP::Msg_MSEX_GLEI& /*message*/)
-{
-    return Kind::Generic;
 }
 
 std::bitset<256> toBits(const std::array<unsigned char, 32>& bytes)
@@ -125,7 +97,7 @@ std::bitset<256> toBits(const std::array<unsigned char, 32>& bytes)
 Inbox::Inbox()
 {
     registerValues();
-    // Left to the application by the library; without it no fixture reaches another thread.
+    // The library leaves this registration to the application; without it no fixture reaches another thread.
     qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH");
     m_thread.setObjectName(QStringLiteral("citp-inbox"));
     moveToThread(&m_thread);
@@ -135,7 +107,7 @@ Inbox::Inbox()
 
 Inbox::~Inbox()
 {
-    // What still waits for its thread is decoded for nobody.
+    // Pictures that are still queued for the thread are not decoded any more.
     setServer({});
     m_thread.quit();
     m_thread.wait();
@@ -175,19 +147,25 @@ void Inbox::initialize()
     connect(stack, &citp_stack::serverUp, this, &Inbox::reportServerUp);
     connect(stack, &citp_stack::serverDown, this, &Inbox::serverDown);
     connect(stack, &citp_stack::libraryInfo, this, &Inbox::handleLibraries);
-    connect(stack, &citp_stack::mediaInfo, this, &Inbox::handleElements<CITP::Msg_MSEX_MEIN>);
-    connect(stack, &citp_stack::effectInfo, this, &Inbox::handleElements<CITP::Msg_MSEX_EEIN>);
-    connect(stack, &citp_stack::genericInfo, this, &Inbox::handleElements<CITP::Msg_MSEX_GLEI>);
+    connect(stack, &citp_stack::mediaInfo, this, [this](const QString& key, const CITP::Msg_MSEX_MEIN& message) {
+        handleElements(key, message, message.Media, Kind::Media);
+    });
+    connect(stack, &citp_stack::effectInfo, this, [this](const QString& key, const CITP::Msg_MSEX_EEIN& message) {
+        handleElements(key, message, message.Effects, Kind::Effects);
+    });
+    connect(stack, &citp_stack::genericInfo, this, [this](const QString& key, const CITP::Msg_MSEX_GLEI& message) {
+        handleElements(key, message, message.Elements, Kind::Generic);
+    });
     connect(stack, &citp_stack::elementThumbnail, this, &Inbox::handlePicture);
     connect(stack, &citp_stack::libraryUpdated, this, &Inbox::handleUpdate);
     connect(stack, &citp_stack::layerStatus, this, &Inbox::handleLayers);
     connect(stack, &citp_stack::patchMessage, this, &Inbox::handleFixture);
-    // Those that were up before are not reported again.
+    // The stack does not report again servers that are already up.
     for (const QString& key : stack->getServers())
         reportServerUp(key);
 }
 
-// Sockets and timers go in the thread that they live in.
+// Sockets and timers must be deleted in their own thread.
 void Inbox::cleanUp()
 {
     citp_stack::Get()->disconnect(this);
@@ -200,7 +178,7 @@ void Inbox::reportServerUp(const QString& key)
 {
     CITP::Msg_MSEX_SINF sinf;
     CITP::Msg_PEER_PLOC ploc;
-    // Gone again already: its serverDown() is on its way.
+    // The server has already gone; its serverDown() follows.
     if (!citp_stack::Get()->getServerInfo(key, &sinf, &ploc))
         return;
     Server server;
@@ -228,7 +206,7 @@ void Inbox::handleLibraries(const QString& key, const CITP::Msg_MSEX_ELIN& messa
         list->unknownMinor = message.versionMinor;
     QSet<QString> known;
     for (const auto& info : message.Libraries) {
-        // An answer that was cut short reads as zeros behind the cut: the same library again and again.
+        // The rest of a truncated answer is read as zeros, which makes the same library repeat.
         if (known.contains(info.LIBID))
             continue;
         known.insert(info.LIBID);
@@ -238,22 +216,22 @@ void Inbox::handleLibraries(const QString& key, const CITP::Msg_MSEX_ELIN& messa
     Q_EMIT librariesArrived(list);
 }
 
-template <typename Message>
-void Inbox::handleElements(const QString& key, const Message& message)
+template <typename Message, typename Items>
+void Inbox::handleElements(const QString& key, const Message& message, const Items& items, Kind kind)
 {
     if (!isCurrent(key))
         return;
     const auto list = std::make_shared<ElementList>();
     list->server = key;
     list->library = message.LibraryId;
-    list->kind = kindOf(message);
+    list->kind = kind;
     if (message.versionMinor > LatestKnownMinor)
         list->unknownMinor = message.versionMinor;
-    list->elements.reserve(itemsOf(message).size());
+    list->elements.reserve(items.size());
     const Element empty;
-    for (const auto& item : itemsOf(message)) {
+    for (const auto& item : items) {
         Element element = toElement(item);
-        // Numbers may repeat in a long list, but an entry without any content is behind the cut of a damaged answer.
+        // Numbers may repeat in a long list, but an entry of zeros comes from the missing rest of a truncated answer.
         if (element == empty && !list->elements.empty())
             ++list->dropped;
         else
@@ -300,7 +278,7 @@ void Inbox::handleLayers(const QString& key, const CITP::Msg_MSEX_LSTA& message)
         LayerState layer;
         layer.layer = status.LayerNumber;
         layer.output = status.PhysicalOutput;
-        // MSEX 1.0 does not tell the type: what plays there is media.
+        // MSEX 1.0 has no library type here: its layers play media.
         layer.type = message.versionMinor == 0 ? quint8(1) : status.LibraryType;
         layer.library = status.LibraryId;
         layer.element = status.MediaNumber;

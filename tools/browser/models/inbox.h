@@ -1,8 +1,8 @@
-// Inbox: receives everything that the stack tells, in a thread of its own, and hands the window's thread only what is
-// shown, converted, decoded and bundled.
+// Inbox: receives the stack's signals in its own thread. It passes on only what the window shows, converted to values,
+// with pictures decoded and frequent messages batched.
 //
-// So neither a flood of messages nor a large one holds up the window. Made in the window's thread, which also calls its
-// public operations; everything else runs in the inbox's thread, and so do the emissions.
+// Neither a flood of messages nor a large message blocks the window. Created in the GUI thread, which also calls the
+// public functions. Everything else runs in the inbox's thread, and signals are emitted there.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -23,13 +23,13 @@ class Inbox : public QObject
 
 public:
     Inbox();
-    /// Ends the thread; nothing is emitted afterwards.
+    /// Stops the thread; no signal is emitted afterwards.
     ~Inbox() override;
 
-    /// From now on only messages of the server @p key are handed on; notices of servers come from all. Empty for none.
+    /// Passes on only messages of the server @p key from now on, of none if empty. Servers are always reported.
     void setServer(const QString& key);
 
-    /// Starts the thread. Connect before.
+    /// Starts the thread. Connect the signals first.
     void start();
 
 Q_SIGNALS:
@@ -42,7 +42,7 @@ Q_SIGNALS:
     void libraryUpdated(const Browser::LibraryUpdate& update);
     /// At most 25 times a second.
     void layersArrived(const QString& server, const Browser::LayerStates& layers);
-    /// Fixtures that came within a twentieth of a second.
+    /// Fixtures are batched over 50 ms.
     void fixturesArrived(const QString& server, const Browser::Fixtures& fixtures);
     void adapterChanged(const Browser::AdapterState& adapter);
 
@@ -52,8 +52,8 @@ private:
     bool isCurrent(const QString& key);
     void reportServerUp(const QString& key);
     void handleLibraries(const QString& key, const CITP::Msg_MSEX_ELIN& message);
-    template <typename Message>
-    void handleElements(const QString& key, const Message& message);
+    template <typename Message, typename Items>
+    void handleElements(const QString& key, const Message& message, const Items& items, Kind kind);
     void handlePicture(const QString& key, const CITP::Msg_MSEX_ETHN& message);
     void handleUpdate(const QString& key, const CITP::Msg_MSEX_ELUP& message);
     void handleLayers(const QString& key, const CITP::Msg_MSEX_LSTA& message);
@@ -64,7 +64,7 @@ private:
     QThread m_thread;
     QMutex m_mutex; ///< guards #m_followed
     QString m_server;
-    // The inbox's thread only.
+    // Used in the inbox's thread only.
     Announcements* m_announcements = nullptr;
     QTimer* m_layerTimer = nullptr;
     QTimer* m_fixtureTimer = nullptr;

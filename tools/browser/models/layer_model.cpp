@@ -1,4 +1,4 @@
-// Rows that stay while their content moves.
+// Updates the layers' rows in place, so that views keep their selection.
 // SPDX-License-Identifier: Apache-2.0
 #include "layer_model.h"
 

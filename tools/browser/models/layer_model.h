@@ -1,4 +1,4 @@
-// LayerModel: what the layers of the chosen server play. Window's thread.
+// LayerModel: the status of the chosen server's layers. GUI thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -15,11 +15,11 @@ public:
     enum Column { Layer, Picture, Name, Position, FrameRate, Place, Output, Flags, ColumnCount };
 
     enum Role {
-        FractionRole = Qt::UserRole, ///< double, 0 to 1: how much of the element has been played
-        PictureRole                  ///< QImage; null if there is none (yet)
+        FractionRole = Qt::UserRole, ///< double, 0 to 1: position in the element
+        PictureRole                  ///< QImage; null if there is none yet
     };
 
-    /// @param pictures outlives this object
+    /// @param pictures must outlive this object
     explicit LayerModel(PictureStore& pictures);
 
     void setLayers(const LayerStates& layers);

@@ -1,4 +1,4 @@
-// Matching of names, upper and lower case alike.
+// Case-insensitive matching of names.
 // SPDX-License-Identifier: Apache-2.0
 #include "library_filter.h"
 

@@ -1,6 +1,6 @@
-// LibraryFilter: the library tree cut down to what has a text in its name, with all that is above it.
+// LibraryFilter: the library tree reduced to the libraries whose name contains a text, and their parents.
 //
-// It looks at what is loaded; the types themselves always stay. Window's thread.
+// It searches the loaded libraries only; the rows of the types always remain. GUI thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 

@@ -1,4 +1,4 @@
-// The tree's nodes, and the merging of answers into them.
+// The tree's nodes, and how answers are merged into them.
 // SPDX-License-Identifier: Apache-2.0
 #include "library_model.h"
 
@@ -69,7 +69,7 @@ void LibraryModel::setServer(const Server& server)
     m_root = std::make_unique<Node>();
     for (quint8 type = 1; type < 16; ++type) {
         const bool isListed = server.libraryTypes == 0 ? type <= LastKnownType : (server.libraryTypes >> type & 1) != 0;
-        // Generic elements came with MSEX 1.1.
+        // Generic elements exist since MSEX 1.1.
         if (!isListed || (server.msexMinor == 0 && type >= LastKnownType))
             continue;
         auto node = std::make_unique<Node>();
@@ -105,12 +105,12 @@ void LibraryModel::reload(Node* node)
 void LibraryModel::update(const LibraryUpdate& update)
 {
     const bool touchesLibraries = update.librariesUpdated || update.librariesMoved;
-    // MSEX 1.0 has no identity for what is above all libraries, but nothing else there has libraries below it.
+    // In MSEX 1.0 the root has no id, but only the root has libraries below it.
     const bool isRoot = update.library == RootLibrary || (m_requests.server().msexMinor == 0 && touchesLibraries);
     Node* const node = find(m_root.get(), update.type, isRoot ? RootLibrary : update.library);
     if (!node)
         return;
-    // Its own row tells how many elements and sub-libraries it has.
+    // The parent's list holds this library's number of elements and sub-libraries.
     if (!isRoot && node->parent && (touchesLibraries || update.elementsMoved || update.elementsUpdated))
         request(node->parent, {numberOf(update.library)});
     if (!touchesLibraries || node->state != Node::State::Loaded)
@@ -316,7 +316,7 @@ void LibraryModel::replaceLibraries(Node* node, const std::vector<Library>& libr
     }
 }
 
-// What was asked for and is not in the answer is not there any more.
+// A requested library that is missing in the answer no longer exists.
 void LibraryModel::mergeLibraries(Node* node, const Numbers& numbers, const std::vector<Library>& libraries)
 {
     node->problem.clear();
@@ -351,7 +351,7 @@ void LibraryModel::insertLibrary(Node* node, int row, const Library& library)
     beginInsertRows(indexOf(node), row, row);
     node->children.insert(node->children.begin() + row, std::move(child));
     endInsertRows();
-    markAsNew(node->children[static_cast<std::size_t>(row)].get());
+    markChanged(node->children[static_cast<std::size_t>(row)].get());
 }
 
 void LibraryModel::updateLibrary(Node* node, const Library& library)
@@ -362,7 +362,7 @@ void LibraryModel::updateLibrary(Node* node, const Library& library)
                         old.dmxMin == library.dmxMin && old.dmxMax == library.dmxMax;
     node->library = library;
     if (!isSame)
-        markAsNew(node);
+        markChanged(node);
 }
 
 void LibraryModel::removeRow(Node* node, int row)
@@ -383,7 +383,7 @@ void LibraryModel::handleFailure(quint8 type, const QString& parent, const QStri
     emitDataChanged(node);
 }
 
-void LibraryModel::markAsNew(Node* node)
+void LibraryModel::markChanged(Node* node)
 {
     node->isNewUntil.setRemainingTime(NewMarkMs);
     emitDataChanged(node);

@@ -1,6 +1,6 @@
-// LibraryModel: the element libraries of the chosen server as a tree, each level asked for when it is opened.
+// LibraryModel: the element libraries of the chosen server as a tree. A level is requested when it is expanded.
 //
-// Top rows are the types of libraries. Column 0 is the name, column 1 the number of elements. Window's thread.
+// The top rows are the library types. Column 0 is the name, column 1 the number of elements. GUI thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -20,22 +20,22 @@ public:
     enum Role {
         TypeRole = Qt::UserRole, ///< int, the MSEX library type
         IdRole,                  ///< QString; RootLibrary for a type's own row
-        ProblemRole,             ///< QString: why its sub-libraries are not there; empty if there is nothing wrong
-        IsNewRole,               ///< bool: has come or changed a moment ago
-        LoadingRole              ///< bool: its sub-libraries are on their way
+        ProblemRole,             ///< QString: why its sub-libraries are missing; empty if there is no problem
+        IsNewRole,               ///< bool: was added or changed in the last seconds
+        LoadingRole              ///< bool: its sub-libraries have been requested
     };
 
-    /// @param requests outlives this object
+    /// @param requests must outlive this object
     explicit LibraryModel(Requests& requests);
     ~LibraryModel() override;
 
-    /// Shows the types of the server, nothing of them loaded.
+    /// Shows the library types of @p server, with no libraries loaded.
     void setServer(const Server& server);
-    /// Shows nothing.
+    /// Shows no server.
     void clear();
-    /// Asks again for all that was loaded or has failed; what is the same stays as it is.
+    /// Requests again every level that was loaded or has failed; unchanged rows stay.
     void reload();
-    /// Asks for what the update touches, as far as it was loaded.
+    /// Requests the loaded libraries that the update affects.
     void update(const LibraryUpdate& update);
 
     /// The library's index; invalid if it is not loaded.
@@ -69,11 +69,11 @@ private:
     void updateLibrary(Node* node, const Library& library);
     void removeRow(Node* node, int row);
     void handleFailure(quint8 type, const QString& parent, const QString& problem);
-    void markAsNew(Node* node);
+    void markChanged(Node* node);
     void removeExpiredMarks();
 
     Requests& m_requests;
     std::unique_ptr<Node> m_root;
-    QTimer m_markTimer; ///< runs while something is marked as new
+    QTimer m_markTimer; ///< active while a library is marked as new
 };
 } // namespace Browser

@@ -1,4 +1,4 @@
-// Fixtures in the order of their identifiers.
+// Merges fixtures by identifier.
 // SPDX-License-Identifier: Apache-2.0
 #include "patch_model.h"
 

@@ -1,4 +1,4 @@
-// PatchModel: the fixtures that the chosen server has told of. Window's thread.
+// PatchModel: the fixtures that the chosen server has reported. GUI thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -14,7 +14,7 @@ class PatchModel : public QAbstractTableModel
 public:
     enum Column { Identifier, Universe, Channel, Channels, Make, Name, ColumnCount };
 
-    /// Adds @p fixtures; one that is there already takes the place of the former.
+    /// Adds @p fixtures; a fixture with a known identifier replaces the former one.
     void addFixtures(const Fixtures& fixtures);
     void clear();
 
@@ -24,6 +24,6 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
-    Fixtures m_fixtures; ///< by identifier
+    Fixtures m_fixtures; ///< sorted by identifier
 };
 } // namespace Browser

@@ -1,4 +1,4 @@
-// Choice of the next picture, states and cache.
+// The states of the pictures, the cache, and the choice of the next request.
 // SPDX-License-Identifier: Apache-2.0
 #include "picture_store.h"
 
@@ -28,7 +28,7 @@ void PictureStore::setWanted(Priority priority, std::vector<PictureId> ids)
         Q_EMIT progress(done(), total());
 }
 
-// What has been there once and was pushed out of the cache is fetched again when it is looked at, and only then.
+// A picture that was evicted from the cache is fetched again only when it is visible.
 bool PictureStore::isMissing(const PictureId& id, Priority priority) const
 {
     if (m_requests.isRequested(id) || m_requests.isRequested({id.type, id.library, id.number, !id.large}))
@@ -88,7 +88,7 @@ void PictureStore::failPending(State state, const QString& problem)
     for (const std::vector<PictureId>& ids : m_wanted) {
         for (const PictureId& id : ids) {
             Entry& entry = m_entries[id];
-            // One that was pushed out would have been fetched again.
+            // A Ready picture that was evicted is missing too.
             if (entry.state == State::None || (entry.state == State::Ready && !m_images.contains(id)))
                 entry = {state, problem};
         }
@@ -107,17 +107,18 @@ void PictureStore::failAll(const QString& problem)
     failPending(State::Failed, problem);
 }
 
-void PictureStore::retry()
+void PictureStore::removeEntries(const std::function<bool(const PictureId&, State)>& matches)
 {
-    for (auto entry = m_entries.begin(); entry != m_entries.end();) {
-        if (entry->state == State::Failed || entry->state == State::Cancelled)
-            entry = m_entries.erase(entry);
-        else
-            ++entry;
-    }
+    for (auto entry = m_entries.begin(); entry != m_entries.end();)
+        entry = matches(entry.key(), entry->state) ? m_entries.erase(entry) : std::next(entry);
     m_requests.requestPictures();
     Q_EMIT manyChanged();
     Q_EMIT progress(done(), total());
+}
+
+void PictureStore::retry()
+{
+    removeEntries([](const PictureId&, State state) { return state == State::Failed || state == State::Cancelled; });
 }
 
 void PictureStore::invalidate(const PictureId& id)
@@ -131,26 +132,12 @@ void PictureStore::invalidate(const PictureId& id)
 
 void PictureStore::invalidateLibrary(quint8 type, const QString& library)
 {
-    const QList<PictureId> known = m_entries.keys();
-    for (const PictureId& id : known) {
-        if (id.type == type && id.library == library)
-            m_entries.remove(id);
-    }
-    m_requests.requestPictures();
-    Q_EMIT manyChanged();
-    Q_EMIT progress(done(), total());
+    removeEntries([&](const PictureId& id, State) { return id.type == type && id.library == library; });
 }
 
 void PictureStore::invalidateAllExcept(quint8 type, const QString& library)
 {
-    const QList<PictureId> known = m_entries.keys();
-    for (const PictureId& id : known) {
-        if (id.type != type || id.library != library)
-            m_entries.remove(id);
-    }
-    m_requests.requestPictures();
-    Q_EMIT manyChanged();
-    Q_EMIT progress(done(), total());
+    removeEntries([&](const PictureId& id, State) { return id.type != type || id.library != library; });
 }
 
 int PictureStore::done() const
@@ -164,7 +151,7 @@ void PictureStore::handlePicture(const PictureId& id, const Picture& picture)
 {
     const QSize box = id.large ? PreviewPixels : TilePixels;
     const bool fits = picture.image.width() <= box.width() && picture.image.height() <= box.height();
-    // A server may send more than was asked for.
+    // A server may send a larger picture than requested.
     auto* const image =
         new QImage(fits ? picture.image : picture.image.scaled(box, Qt::KeepAspectRatio, Qt::FastTransformation));
     m_images.insert(id, image, qMax(1, static_cast<int>(image->sizeInBytes() / 1024)));
@@ -177,7 +164,7 @@ void PictureStore::handleFailure(const PictureId& id, const QString& problem, bo
 {
     m_entries[id] = {State::Failed, problem};
     Q_EMIT changed(id);
-    // Waiting out every single one of them would take minutes and tell nothing new.
+    // Waiting for the timeout of every other picture would take minutes, with the same result.
     if (isServerSilent)
         failPending(State::Failed, problem);
     else

@@ -1,6 +1,6 @@
-// PictureStore: the pictures of the chosen server, in bounded memory, and which one is to be asked for next.
+// PictureStore: a bounded cache of the chosen server's pictures, which also decides which one is requested next.
 //
-// Window's thread.
+// GUI thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -9,6 +9,7 @@
 #include <QObject>
 
 #include <array>
+#include <functional>
 #include <optional>
 
 #include "requests.h"
@@ -21,56 +22,56 @@ class PictureStore : public QObject
 
 public:
     enum class State {
-        None,     ///< nobody has wanted it yet
-        Waiting,  ///< wanted or asked for
+        None,     ///< never wanted
+        Waiting,  ///< wanted or requested
         Ready,    ///< see find()
         Failed,   ///< see problem()
-        Cancelled ///< the user did not want to wait
+        Cancelled ///< the user has cancelled the loading
     };
 
-    /// Who wants pictures, the most urgent first.
+    /// What a picture is wanted for, by descending priority.
     enum class Priority { Preview, Visible, Layers, Library };
 
-    /// @param requests outlives this object
+    /// @param requests must outlive this object
     explicit PictureStore(Requests& requests);
 
-    /// The pictures that are wanted for @p wish, in this order, in place of the former ones.
+    /// Sets the pictures that are wanted for @p priority, in the order in which to request them.
     void setWanted(Priority priority, std::vector<PictureId> ids);
 
     State state(const PictureId& id) const;
-    /// What went wrong; empty unless Failed.
+    /// Why the state is Failed; empty otherwise.
     QString problem(const PictureId& id) const { return m_entries.value(id).problem; }
-    /// The picture, or the one that it is about to replace; null if there is none.
+    /// The picture, or its outdated version until the new one arrives; null if there is neither.
     QImage find(const PictureId& id) const;
 
-    /// Forgets everything, for another server.
+    /// Removes everything, when another server is chosen.
     void clear();
-    /// Not to be waited for any more: what is wanted and not there is Cancelled.
+    /// Sets all wanted pictures that are missing to Cancelled.
     void cancel();
-    /// What is wanted and not there has Failed, for @p problem.
+    /// Sets all wanted pictures that are missing to Failed because of @p problem.
     void failAll(const QString& problem);
-    /// What is Failed or Cancelled is wanted again.
+    /// Makes pictures that are Failed or Cancelled wanted again.
     void retry();
-    /// The picture has changed at the server. What there is of it is shown until the new one comes.
+    /// The picture has changed at the server. The outdated one is shown until the new one arrives.
     void invalidate(const PictureId& id);
     /// All pictures of the library have changed.
     void invalidateLibrary(quint8 type, const QString& library);
     /// All pictures may have changed.
     void invalidateAll() { invalidateAllExcept(0, {}); }
-    /// All pictures but those of the library may have changed.
+    /// All pictures except those of the library may have changed.
     void invalidateAllExcept(quint8 type, const QString& library);
 
-    /// Of the Library wish: how many are there or have failed, and of how many.
+    /// Progress of Priority::Library: the number of pictures that are ready, failed or cancelled, and of all.
     int done() const;
     int total() const { return static_cast<int>(wanted(Priority::Library).size()); }
 
-    /// @param kilobytes that the pictures may take; 96 MiB unless set
+    /// @param kilobytes memory limit of the pictures; 96 MiB by default
     void setLimit(int kilobytes) { m_images.setMaxCost(kilobytes); }
 
 Q_SIGNALS:
-    /// state(), problem() or find() of @p id says something else now.
+    /// state(), problem() or find() of @p id has changed.
     void changed(const Browser::PictureId& id);
-    /// changed() for more of them than is worth naming.
+    /// The same for many pictures, in place of one changed() for each.
     void manyChanged();
     void progress(int done, int total);
 
@@ -91,10 +92,12 @@ private:
     void handlePicture(const PictureId& id, const Picture& picture);
     void handleFailure(const PictureId& id, const QString& problem, bool isServerSilent);
     void failPending(State state, const QString& problem);
+    /// Removes the entries that match: if their pictures are wanted, they are requested again.
+    void removeEntries(const std::function<bool(const PictureId&, State)>& matches);
 
     Requests& m_requests;
     std::array<std::vector<PictureId>, 4> m_wanted;
     QHash<PictureId, Entry> m_entries;
-    QCache<PictureId, QImage> m_images; ///< costs in KiB
+    QCache<PictureId, QImage> m_images; ///< cost in KiB
 };
 } // namespace Browser

@@ -1,4 +1,4 @@
-// Queueing, sending, matching and time limits.
+// The queue of requests, matching of answers, and timeouts.
 // SPDX-License-Identifier: Apache-2.0
 #include "requests.h"
 
@@ -11,10 +11,10 @@
 
 namespace Browser {
 namespace {
-// Enough to keep a server busy across the network's delay, too few to flood it.
+// Enough to hide the network's latency, too few to flood a server.
 constexpr int MaxPendingPictures = 4;
 constexpr int TimeoutCheckMs = 100;
-// As many pixels of three bytes as the 65535 bytes of an answer hold.
+// An answer holds at most 65535 bytes, at three bytes a pixel.
 constexpr QSize Rgb8Pixels(160, 120);
 
 QSize pixelsFor(const PictureId& id, const QString& format)
@@ -24,7 +24,7 @@ QSize pixelsFor(const PictureId& id, const QString& format)
     return id.large ? PreviewPixels : TilePixels;
 }
 
-// Of what kind the elements in libraries of this type are.
+// The kind of the elements in libraries of @p type.
 Kind kindOf(quint8 type)
 {
     switch (type) {
@@ -100,7 +100,7 @@ void Requests::cancelQueuedElements()
                   m_queue.end());
 }
 
-// One at a time: an answer does not repeat all of what was asked.
+// One list at a time: an answer does not identify its request completely.
 void Requests::sendNextList()
 {
     while (m_isOpen && !m_pendingList && !m_queue.empty()) {
@@ -143,7 +143,7 @@ void Requests::fail(const List& list, const QString& problem)
 
 void Requests::requestPictures()
 {
-    // What the source is told of a failure may bring it back here.
+    // pictureFailed() below may call this function again through the source.
     if (m_isRequestingPictures || !m_pictureSource)
         return;
     m_isRequestingPictures = true;
@@ -169,7 +169,7 @@ void Requests::cancelPictures()
 
 QString Requests::unknownVersion(int minor) const
 {
-    return tr("the answer is in MSEX 1.%1, which is not known here").arg(minor);
+    return tr("the answer is in MSEX 1.%1, which is not supported").arg(minor);
 }
 
 void Requests::handleLibraries(const LibraryListPtr& list)
@@ -177,7 +177,7 @@ void Requests::handleLibraries(const LibraryListPtr& list)
     if (!m_pendingList || m_pendingList->isElements || list->server != m_server.key ||
         list->type != m_pendingList->type)
         return;
-    // The answer to an earlier request that came after its time.
+    // A late answer to an earlier request.
     if (m_server.msexMinor > 0 && !list->libraries.empty() &&
         parentOf(list->libraries.front().id) != m_pendingList->library)
         return;
@@ -210,7 +210,7 @@ void Requests::handlePicture(const Picture& picture)
 {
     if (picture.server != m_server.key)
         return;
-    // One that is not waited for any more is a sign of life too.
+    // A late answer also shows that the server responds.
     m_lastPictureAt = m_clock.elapsed();
     for (const bool large : {false, true}) {
         const PictureId id{picture.type, picture.library, picture.number, large};

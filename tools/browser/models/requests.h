@@ -1,7 +1,7 @@
-// Requests: asks the chosen server, few things at a time, and matches what comes to what was asked.
+// Requests: sends requests to the chosen server and matches the answers to them.
 //
-// One list and a few pictures are on their way at once. What is not answered in time fails, and so does everything that
-// waits when the server goes. Window's thread.
+// At most one list and a few pictures are pending at a time. A request fails if it times out or if the server is lost.
+// GUI thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -24,31 +24,31 @@ class Requests : public QObject
 public:
     Requests();
 
-    /// @param milliseconds after which a request counts as not answered; 5000 unless set
+    /// @param milliseconds after which a pending request fails; 5000 by default
     void setTimeout(int milliseconds) { m_timeoutMs = milliseconds; }
 
-    /// From now on @p server is asked. Everything asked before is forgotten without a word.
+    /// Sends requests to @p server from now on. Discards all earlier requests without emitting a signal.
     void open(const Server& server);
-    /// The server is gone: everything that waits fails with @p problem, and what is asked from now on too.
+    /// The server is gone: queued, pending and future requests fail with @p problem.
     void close(const QString& problem);
     bool isOpen() const { return m_isOpen; }
     const Server& server() const { return m_server; }
 
-    /// Asks for the libraries below @p parent, or for those of them with @p numbers. Asking for what waits already
-    /// changes nothing.
+    /// Requests the libraries below @p parent, or those of them with @p numbers. A request that is already queued is
+    /// not queued again.
     void requestLibraries(quint8 type, const QString& parent, const Numbers& numbers = {});
-    /// Asks for the elements of @p library, or for those with @p numbers.
+    /// Requests the elements of @p library, or those with @p numbers.
     void requestElements(quint8 type, const QString& library, const Numbers& numbers = {});
-    /// Forgets lists of elements that were not asked for yet: the library is not looked at any more.
+    /// Removes requests for elements from the queue, when another library is shown.
     void cancelQueuedElements();
 
-    /// Where the next picture to ask for comes from, whenever there is room for one.
+    /// Sets the function that returns the next picture to request; called while fewer than the maximum are pending.
     void setPictureSource(std::function<std::optional<PictureId>()> source) { m_pictureSource = std::move(source); }
-    /// The source may have something again.
+    /// Requests pictures from the source; to be called when it may have one again.
     void requestPictures();
     bool isRequested(const PictureId& id) const { return m_pendingPictures.contains(id); }
     int pendingPictures() const { return static_cast<int>(m_pendingPictures.size()); }
-    /// Answers to these are not waited for any more.
+    /// Forgets the pending pictures; their answers are ignored.
     void cancelPictures();
 
     void handleLibraries(const LibraryListPtr& list);
@@ -56,14 +56,14 @@ public:
     void handlePicture(const Picture& picture);
 
 Q_SIGNALS:
-    /// @param numbers those that were asked for; empty if it was for all
+    /// @param numbers the requested numbers; empty if all were requested
     void librariesReceived(quint8 type, const QString& parent, const Browser::Numbers& numbers,
                            const Browser::LibraryListPtr& list);
     void librariesFailed(quint8 type, const QString& parent, const QString& problem);
     void elementsReceived(quint8 type, const Browser::Numbers& numbers, const Browser::ElementListPtr& list);
     void elementsFailed(quint8 type, const QString& library, const QString& problem);
     void pictureReceived(const Browser::PictureId& id, const Browser::Picture& picture);
-    /// @param isSilent the server has not answered any such request for the whole time
+    /// @param isServerSilent the server has sent no picture at all within the timeout
     void pictureFailed(const Browser::PictureId& id, const QString& problem, bool isServerSilent);
 
 private:
@@ -71,7 +71,7 @@ private:
     {
         bool isElements;
         quint8 type;
-        QString library; ///< of which the elements or the sub-libraries are asked for
+        QString library; ///< whose elements or sub-libraries are requested
         Numbers numbers;
 
         bool operator==(const List& other) const
@@ -95,10 +95,10 @@ private:
     int m_timeoutMs = 5000;
     QElapsedTimer m_clock;
     std::deque<List> m_queue;
-    std::optional<List> m_pendingList; ///< on its way
+    std::optional<List> m_pendingList;
     qint64 m_pendingSince = 0;
-    QHash<PictureId, qint64> m_pendingPictures; ///< on their way, and since when
-    qint64 m_lastPictureAt = 0;                 ///< when the last one came
+    QHash<PictureId, qint64> m_pendingPictures; ///< and the time of each request
+    qint64 m_lastPictureAt = 0;                 ///< time of the last answer
     std::function<std::optional<PictureId>()> m_pictureSource;
     bool m_isRequestingPictures = false;
     QTimer m_timeoutTimer;

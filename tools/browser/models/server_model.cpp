@@ -1,4 +1,4 @@
-// States, their order, and the forgetting.
+// The servers' states, their order, and the removal of old ones.
 // SPDX-License-Identifier: Apache-2.0
 #include "server_model.h"
 
@@ -15,7 +15,7 @@ namespace {
 constexpr int CleanupIntervalMs = 500;
 // Servers announce themselves every second or so.
 constexpr int AnnouncementTimeoutMs = 10000;
-// Nobody has so many; a forger could fill the list.
+// More than any network has. Without the limit, forged announcements could fill the list.
 constexpr std::size_t MaxRows = 1000;
 
 std::pair<quint32, int> orderOf(const QString& key)
@@ -113,7 +113,7 @@ int ServerModel::countUp() const
         std::count_if(m_rows.begin(), m_rows.end(), [](const Row& row) { return row.state == State::Up; }));
 }
 
-// The row of the server, a new one if need be; -1 if there are @p most already.
+// The server's row, inserted if it is new; -1 if there are already @p maxRows rows.
 int ServerModel::rowFor(const Server& server, std::size_t maxRows)
 {
     const int known = rowOf(server.key);
@@ -152,14 +152,14 @@ void ServerModel::setAnnounced(const QString& key, const QString& name)
         return;
     Row& announced = m_rows[static_cast<std::size_t>(row)];
     announced.lastAnnounced = m_clock.elapsed();
-    // A lost one keeps its name and its place and is connected to again.
+    // A lost server keeps its row and its values while the stack connects to it again.
     if (announced.state == State::Lost || (announced.state == State::Seen && !isNew))
         setState(row, State::Connecting);
 }
 
 void ServerModel::setUp(const Server& server)
 {
-    // One that is connected is no forgery, and it is told only once.
+    // No limit here: a connected server is real, and the stack reports it only once.
     const int row = rowFor(server, std::numeric_limits<std::size_t>::max());
     m_rows[static_cast<std::size_t>(row)].server = server;
     setState(row, State::Up);

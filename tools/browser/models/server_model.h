@@ -1,6 +1,6 @@
 // ServerModel: the media servers of the network, with the state of each.
 //
-// One row a server, in the order of their addresses. Window's thread.
+// One row for each server, sorted by address. GUI thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -18,23 +18,23 @@ class ServerModel : public QAbstractListModel
 public:
     enum class State {
         Seen,       ///< has announced itself
-        Connecting, ///< has announced itself again, and has not introduced itself on a connection yet
+        Connecting, ///< has announced itself again, but has not sent its SInf on a connection yet
         Up,
-        Lost ///< was up; forgotten after a while
+        Lost ///< was up; removed after the keep time
     };
     Q_ENUM(State)
 
     enum Role {
         KeyRole = Qt::UserRole, ///< QString
         StateRole,              ///< int, a State
-        NameRole,               ///< QString; its address where it has none
-        ProductRole,            ///< QString, product and version; empty until it is up
-        AddressRole             ///< QString, with the port
+        NameRole,               ///< QString; the address if the server has no name
+        ProductRole,            ///< QString, product and version; empty until the server is up
+        AddressRole             ///< QString, address and port
     };
 
     ServerModel();
 
-    /// @param milliseconds for which a lost server is kept; a minute unless set
+    /// @param milliseconds after which a lost server is removed; one minute by default
     void setKeepTime(int milliseconds) { m_retentionMs = milliseconds; }
 
     int rowCount(const QModelIndex& parent = {}) const override;
@@ -42,7 +42,7 @@ public:
 
     /// The row of the server @p key; -1 if there is none.
     int rowOf(const QString& key) const;
-    /// What the server said when it came up last; empty, but for the key, if it never did.
+    /// The server's values from when it last came up; only the key is set if it never did.
     Server server(const QString& key) const;
     State stateOf(const QString& key) const;
     static QString textFor(State state);
@@ -52,7 +52,8 @@ public:
     void setAnnounced(const QString& key, const QString& name);
     void setUp(const Server& server);
     void setDown(const QString& key);
-    /// Those that have only announced themselves are not heard any more: the adapter is another.
+    /// Removes servers that have only announced themselves: after a change of the adapter they are not received any
+    /// more.
     void removeUnconnected();
 
 private:

@@ -1,6 +1,6 @@
-// Session: the models, what feeds them, and what is chosen in them. The whole browser but for the window.
+// Session: the models, their data sources, and the chosen server and library; everything except the window.
 //
-// Window's thread; one at a time.
+// GUI thread; at most one instance at a time.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -26,7 +26,7 @@ public:
     Session();
     ~Session() override;
 
-    /// Begins to look for servers.
+    /// Starts the discovery of servers.
     void start();
 
     LogModel& log() { return m_log; }
@@ -39,21 +39,21 @@ public:
     PictureStore& pictures() { return m_pictures; }
     Requests& requests() { return m_requests; }
 
-    /// Shows the server @p key; empty for none. If it is not up, its content comes once it is.
+    /// Shows the server @p key, or none if empty. If it is not up, its content is loaded once it is.
     void chooseServer(const QString& key);
     QString chosenServer() const { return m_chosen; }
     bool isChosenUp() const { return m_requests.isOpen(); }
     /// Shows a library of the chosen server.
     void chooseLibrary(quint8 type, const QString& library);
-    /// Asks the chosen server for everything that is shown again.
+    /// Requests everything that is shown again from the chosen server.
     void reload();
 
-    /// Looks for servers on the adapter @p name from now on; empty leaves the choice to the library.
+    /// Searches for servers on the adapter @p name from now on; empty lets the library select one.
     void chooseAdapter(const QString& name);
     const AdapterState& adapter() const { return m_adapter; }
 
 Q_SIGNALS:
-    /// chosenServer() or isChosenUp() says something else now.
+    /// chosenServer() or isChosenUp() has changed.
     void chosenChanged();
     void adapterChanged();
 
@@ -73,7 +73,7 @@ private:
     LayerModel m_layers;
     PatchModel m_patch;
     QString m_chosen;
-    QString m_shown; ///< whose content the models hold
+    QString m_shown; ///< key of the server whose content the models hold
     AdapterState m_adapter;
     bool m_isStarted = false;
 };

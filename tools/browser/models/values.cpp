@@ -1,4 +1,4 @@
-// Comparisons, texts and library identities.
+// Comparisons, texts and library ids.
 // SPDX-License-Identifier: Apache-2.0
 #include "values.h"
 

@@ -1,4 +1,4 @@
-// What the browser knows of the network, as plain values: made in the inbox's thread, shown in the window's.
+// Plain values that the inbox's thread creates and the GUI thread shows.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -20,13 +20,13 @@ struct Server
     QString name;
     QString product;
     QString version;
-    quint8 msexMinor = 0;     ///< requests are written in MSEX 1. and this
-    int layers = 0;           ///< number of its layers
-    quint16 libraryTypes = 0; ///< bit n set: it has libraries of type n; 0 if it does not tell
-    QString pictureFormat;    ///< what thumbnails are asked for in: "JPEG", "PNG" or "RGB8"
+    quint8 msexMinor = 0;     ///< requests are sent in MSEX 1.msexMinor
+    int layers = 0;           ///< number of layers
+    quint16 libraryTypes = 0; ///< bit n: has libraries of type n; 0: unknown
+    QString pictureFormat;    ///< format of requested thumbnails: "JPEG", "PNG" or "RGB8"
 };
 
-/// What is new in a list stays marked for this long, and the marks are looked over this often.
+/// How long a new row stays marked as new, and how often expired marks are removed.
 constexpr int NewMarkMs = 8000;
 constexpr int MarkCheckMs = 500;
 
@@ -35,7 +35,7 @@ inline const QString RootLibrary = QStringLiteral("0,0,0,0");
 
 struct Library
 {
-    QString id; ///< a number in MSEX 1.0, else four levels
+    QString id; ///< one number in MSEX 1.0, else four, such as "1,2,0,0"
     QString name;
     int dmxMin = 0;
     int dmxMax = 0;
@@ -46,7 +46,7 @@ struct Library
 
 enum class Kind { Media, Effects, Generic };
 
-/// An element of any kind; what its kind does not have is 0 or empty.
+/// An element of any kind; fields that its kind does not have are 0 or empty.
 struct Element
 {
     quint8 number = 0;
@@ -65,33 +65,33 @@ struct Element
     bool operator!=(const Element& other) const { return !(*this == other); }
 };
 
-/// An answer to a request for libraries. It does not say whose sub-libraries they are.
+/// An answer to a request for libraries. It does not identify their parent.
 struct LibraryList
 {
     QString server;
     quint8 type = 0;
     std::vector<Library> libraries;
-    int unknownMinor = -1; ///< not -1: the answer came in MSEX 1. and this, and holds nothing that can be read
+    int unknownMinor = -1; ///< if not -1: minor MSEX version of an answer that cannot be parsed
 };
 
-/// An answer to a request for elements. It does not say the library's type, only of what kind the elements are.
+/// An answer to a request for elements. It does not hold the library's type, only the kind of the elements.
 struct ElementList
 {
     QString server;
     QString library;
     Kind kind = Kind::Media;
     std::vector<Element> elements;
-    int dropped = 0;       ///< entries without any content, as a cut-off answer makes them; left out
-    int unknownMinor = -1; ///< as with LibraryList
+    int dropped = 0;       ///< number of empty entries left out, from a truncated answer
+    int unknownMinor = -1; ///< as in LibraryList
 };
 
-/// Which picture of a server.
+/// Identifies a picture of a server.
 struct PictureId
 {
     quint8 type = 0;
     QString library;
     quint8 number = 0;
-    bool large = false; ///< the one for the preview
+    bool large = false; ///< the preview's, not the tile's
 
     bool operator==(const PictureId& other) const
     {
@@ -105,7 +105,7 @@ inline auto qHash(const PictureId& id, decltype(::qHash(QString())) seed = 0)
            (static_cast<decltype(seed)>(id.type) << 1) ^ static_cast<decltype(seed)>(id.large);
 }
 
-/// A decoded answer to a request for a thumbnail. It does not say which size was asked for.
+/// A decoded answer to a request for a thumbnail. It does not hold the requested size.
 struct Picture
 {
     QString server;
@@ -113,7 +113,7 @@ struct Picture
     QString library;
     quint8 number = 0;
     QImage image;    ///< null if there is a problem
-    QString problem; ///< for people
+    QString problem; ///< for the user
 };
 
 struct LayerState
@@ -143,7 +143,7 @@ struct Fixture
     QString name;
 };
 
-/// What has changed at a server.
+/// A server's notification of changes.
 struct LibraryUpdate
 {
     QString server;
@@ -153,18 +153,18 @@ struct LibraryUpdate
     bool elementsMoved = false; ///< added or removed
     bool librariesUpdated = false;
     bool librariesMoved = false;    ///< added or removed
-    bool areElementsNamed = false;  ///< #elements says which ones; else any may have changed
-    bool areLibrariesNamed = false; ///< #libraries says which ones; else any may have changed
+    bool areElementsNamed = false;  ///< #elements holds which ones; else any may have changed
+    bool areLibrariesNamed = false; ///< #libraries holds which ones; else any may have changed
     std::bitset<256> elements;
     std::bitset<256> libraries;
 };
 
-/// The adapter that the servers are looked for on.
+/// The adapter on which servers are discovered.
 struct AdapterState
 {
     QString name;
-    QString address; ///< empty: there is none
-    QString reason;  ///< why it is the one, for people
+    QString address; ///< empty if there is none
+    QString reason;  ///< why it was selected, for the user
 
     bool operator==(const AdapterState& other) const
     {
@@ -178,14 +178,14 @@ using LayerStates = std::vector<LayerState>;
 using Fixtures = std::vector<Fixture>;
 using Numbers = std::vector<quint8>;
 
-/// @p text in one line and no longer than it can be laid out quickly: what could break a line or turn its direction
-/// becomes a blank, and what is too long ends in an ellipsis. Any thread.
+/// @p text as a single line, at most @p longest characters and an ellipsis: longer texts are slow to lay out.
+/// Characters that break a line or change its direction become blanks. Any thread.
 QString toSingleLine(const QString& text, int longest = 160);
 
-/// Registers the types above with Qt, so that they cross threads. Any number of times.
+/// Registers the types above as meta types, so that they can cross threads. May be called repeatedly.
 void registerValues();
 
-/// The identity of the library above @p id, RootLibrary for a top-level one.
+/// The id of the parent of the library @p id; RootLibrary for a top-level library.
 QString parentOf(const QString& id);
 /// The number of the library @p id among its siblings.
 quint8 numberOf(const QString& id);

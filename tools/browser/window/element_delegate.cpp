@@ -11,7 +11,7 @@ namespace Browser {
 namespace {
 constexpr QSize PictureSize(160, 120);
 constexpr int Gap = 4;     ///< between tiles
-constexpr int Padding = 6; ///< between a tile's edge and what is in it
+constexpr int Padding = 6; ///< between a tile's edge and its content
 } // namespace
 
 QSize ElementDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& /*index*/) const
@@ -78,7 +78,7 @@ void ElementDelegate::paintPicture(QPainter* painter, const QStyleOptionViewItem
         text = tr("not loaded");
     else if (image.isNull())
         text = tr("loading…");
-    // A picture from before says more than that its successor is missing.
+    // An outdated picture is more useful than a text about its missing update.
     if (text.isEmpty() || !image.isNull())
         return;
     painter->setPen(dimmed(option.palette));

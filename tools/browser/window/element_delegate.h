@@ -1,4 +1,4 @@
-// ElementDelegate: paints an element's tile: picture, number and name, and its facts.
+// ElementDelegate: paints an element's tile: picture, number, name and details.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -12,7 +12,7 @@ class ElementDelegate : public QStyledItemDelegate
 public:
     using QStyledItemDelegate::QStyledItemDelegate;
 
-    /// The same for every tile.
+    /// The same size for every tile.
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
     void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override;
 

@@ -1,4 +1,4 @@
-// Places, scrolling, the cursor and painting.
+// Layout, scrolling, keyboard navigation and painting.
 // SPDX-License-Identifier: Apache-2.0
 #include "element_grid.h"
 
@@ -54,7 +54,7 @@ int ElementGrid::columns() const
     return qMax(1, (viewport()->width() - 2 * Margin) / tile().width());
 }
 
-// What is left over beside the columns stands half on each side.
+// The columns are centred.
 int ElementGrid::margin() const
 {
     return qMax(Margin, (viewport()->width() - columns() * tile().width()) / 2);
@@ -150,7 +150,7 @@ QModelIndex ElementGrid::moveCursor(CursorAction action, Qt::KeyboardModifiers /
             row -= row >= columns() ? columns() : 0;
             break;
         case MoveDown:
-            // From above a last line that is not full, to its end.
+            // From the line above an incomplete last line, qBound() below limits the row to the last one.
             row += row / columns() < (rows() - 1) / columns() ? columns() : 0;
             break;
         case MovePageUp:
@@ -225,7 +225,7 @@ void ElementGrid::paintEvent(QPaintEvent* event)
 
 void ElementGrid::resizeEvent(QResizeEvent* event)
 {
-    // The first tile that was seen stays in view when the columns become more or fewer.
+    // Keep the first visible tile in view when the number of columns changes.
     const int first = m_reportedRows.first;
     QAbstractItemView::resizeEvent(event);
     updateGeometries();

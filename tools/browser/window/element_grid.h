@@ -1,7 +1,7 @@
-// ElementGrid: a grid of tiles of one size, as ElementDelegate paints them.
+// ElementGrid: a view that shows the elements as a grid of tiles of one size.
 //
-// Where a tile lies is computed from its row, so that the number of elements costs nothing: the icon mode of Qt's own
-// list view lays out every single item.
+// A tile's position is computed from its row, so that the layout does not depend on the number of elements: the icon
+// mode of QListView lays out every item.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -15,7 +15,7 @@ class ElementGrid : public QAbstractItemView
 public:
     explicit ElementGrid(QWidget* parent = nullptr);
 
-    /// Shown in the middle while there are no tiles.
+    /// Sets the text that is shown while there are no tiles.
     void setMessage(const QString& message);
 
     QRect visualRect(const QModelIndex& index) const override;
@@ -24,11 +24,11 @@ public:
     void reset() override;
     void dataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight,
                      const QVector<int>& roles = QVector<int>()) override;
-    /// Does nothing: looking through all names for each key would hold up the window.
+    /// Does nothing: a search through all names for each key would block the window.
     void keyboardSearch(const QString& search) override;
 
 Q_SIGNALS:
-    /// The tiles that can be seen are others now; @p last is below @p first if there are none.
+    /// The visible rows have changed; @p last < @p first if none is visible.
     void visibleRowsChanged(int first, int last);
 
 protected:
@@ -56,6 +56,6 @@ private:
 
     QString m_message;
     std::pair<int, int> m_reportedRows{0, -1};
-    mutable QSize m_tile; ///< empty: the delegate is to be asked
+    mutable QSize m_tile; ///< cached size hint of the delegate; empty if unknown
 };
 } // namespace Browser

@@ -1,4 +1,4 @@
-// Picture and bar.
+// Painting of the picture and of the progress bar.
 // SPDX-License-Identifier: Apache-2.0
 #include "layer_delegate.h"
 

@@ -1,4 +1,4 @@
-// LayerDelegate: paints the playing element's picture and its position as a bar.
+// LayerDelegate: paints a layer's picture, and its position as a progress bar.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 

@@ -1,4 +1,4 @@
-// The row's look.
+// Fonts, row height and the mark.
 // SPDX-License-Identifier: Apache-2.0
 #include "library_delegate.h"
 

@@ -1,4 +1,4 @@
-// LibraryDelegate: a tree's row as usual, with a mark on what is new and what went wrong set apart.
+// LibraryDelegate: paints a library's row, with a mark if it is new and in italics if loading it has failed.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 

@@ -15,7 +15,7 @@ class LogPane : public QWidget
     Q_OBJECT
 
 public:
-    /// @param log outlives this object
+    /// @param log must outlive this object
     explicit LogPane(LogModel& log, QWidget* parent = nullptr);
 
 private:
@@ -28,6 +28,6 @@ private:
     QComboBox* m_level;
     QCheckBox* m_traffic;
     QTableView* m_view;
-    bool m_isAtEnd = true; ///< before the lines that are coming
+    bool m_isAtEnd = true; ///< whether the view was scrolled to its end before lines were inserted
 };
 } // namespace Browser

@@ -1,4 +1,4 @@
-// What happens when something is chosen, comes or goes. The panes are made in main_window_panes.cpp.
+// The window's reactions to the user and to changes of the models. main_window_panes.cpp creates the panes.
 // SPDX-License-Identifier: Apache-2.0
 #include "main_window.h"
 
@@ -51,8 +51,8 @@ QString MainWindow::serverName() const
     return server.name.isEmpty() ? server.key : server.name;
 }
 
-// The server of the last time once it is up, or the first that comes up where none is remembered, as long as the user
-// has chosen none.
+// Unless a server is chosen already: chooses the saved server once it is up or, without a saved one, the first server
+// that comes up.
 void MainWindow::chooseInitialServer()
 {
     if (!m_session.chosenServer().isEmpty())
@@ -95,7 +95,7 @@ void MainWindow::showLibrary(const QModelIndex& index)
         m_session.chooseLibrary(static_cast<quint8>(index.data(LibraryModel::TypeRole).toInt()), id);
 }
 
-// The tree is built anew when rows come and go; the library that is shown is marked in it again.
+// Selects the shown library again after its row was removed and inserted.
 void MainWindow::restoreLibrary()
 {
     const ElementModel& elements = m_session.elements();
@@ -107,7 +107,7 @@ void MainWindow::restoreLibrary()
         m_libraries->setCurrentIndex(index);
 }
 
-// The library's name behind those of the libraries above it.
+// The names of the library's parents and its own.
 QString MainWindow::libraryPath(quint8 type, const QString& library) const
 {
     QStringList names;
@@ -125,24 +125,24 @@ QString MainWindow::elementMessage() const
         if (servers.rowCount() > 0)
             return tr("Choose a server on the left.");
         if (adapter.address.isEmpty())
-            return tr("No network adapter to listen on: %1.\nThe button in the lower right corner chooses another.")
+            return tr("No network adapter to listen on: %1.\nThe button in the lower right corner selects another.")
                 .arg(adapter.reason);
-        return tr("No media server is heard on %1 (%2) yet.\nServers announce themselves about once a second. If none "
-                  "appears, look at the cable, at the adapter in the lower right corner, and at the log.")
+        return tr("No media server found on %1 (%2) yet.\nServers announce themselves about once a second. If none "
+                  "appears, check the cable, the adapter in the lower right corner and the log.")
             .arg(adapter.name, adapter.address);
     }
     switch (elements.state()) {
         case ElementModel::State::Loading:
             return tr("Loading the elements of the library…");
         case ElementModel::State::Failed:
-            return tr("The elements could not be loaded: %1.\nF5 asks again.").arg(elements.problem());
+            return tr("The elements could not be loaded: %1.\nPress F5 to try again.").arg(elements.problem());
         case ElementModel::State::Loaded:
             return tr("This library has no elements.");
         case ElementModel::State::Empty:
             break;
     }
     if (!m_session.isChosenUp())
-        return tr("%1 is not connected. Its content is shown as soon as it is.").arg(serverName());
+        return tr("%1 is not connected. Its content is loaded when it connects.").arg(serverName());
     return tr("Choose a library to see its elements.");
 }
 
@@ -153,7 +153,7 @@ void MainWindow::showElementState()
     const QString server = m_session.chosenServer().isEmpty() ? QString() : serverName();
     QString title = server.isEmpty() ? tr("No server chosen") : server;
     if (!elements.library().isEmpty())
-        title = tr("%1 › %2", "server, and way to the library")
+        title = tr("%1 › %2", "server, and path of the library")
                     .arg(server, libraryPath(elements.type(), elements.library()));
     m_title->setText(fontMetrics().elidedText(title, Qt::ElideMiddle, qMax(200, m_elementsPane->width() - 40)));
     m_title->setToolTip(title.toHtmlEscaped());
@@ -174,7 +174,7 @@ void MainWindow::showProgress(int done, int total)
     m_progress->setMaximum(qMax(1, total));
     m_progress->setValue(done);
     m_progress->setVisible(isBusy);
-    // A button that goes takes the keyboard with it.
+    // Hiding a button that has the focus would leave the focus undefined.
     if (!isBusy && m_cancel->hasFocus())
         m_elements->setFocus();
     m_cancel->setVisible(isBusy);
@@ -216,7 +216,7 @@ void MainWindow::showPicture()
 void MainWindow::fillAdapterMenu()
 {
     m_adapterMenu->clear();
-    // Owned by the menu's actions' lifetime: a former group goes with the former actions.
+    // QMenu::clear() deletes the actions, but not their group.
     delete m_adapterMenu->findChild<QActionGroup*>();
     auto* const group = new QActionGroup(m_adapterMenu);
     const QString choice = adapterChoice();
@@ -238,7 +238,7 @@ void MainWindow::fillAdapterMenu()
         isPresent = isPresent || option.name == choice;
     }
     if (!isPresent)
-        add(tr("%1 (not there)").arg(choice), choice);
+        add(tr("%1 (missing)").arg(choice), choice);
 }
 
 void MainWindow::showAdapter()
@@ -272,7 +272,7 @@ void MainWindow::saveSettings() const
     QSettings settings;
     settings.setValue(QStringLiteral("geometry"), saveGeometry());
     settings.setValue(QStringLiteral("panes"), saveState());
-    // One that has not come up this time is remembered further.
+    // Without a chosen server the saved one stays, even if it has not come up in this run.
     if (!m_session.chosenServer().isEmpty())
         settings.setValue(QStringLiteral("server"), m_session.chosenServer());
     for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})

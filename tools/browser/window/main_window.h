@@ -1,4 +1,4 @@
-// MainWindow: the panes, what is chosen in them, and what is remembered of them.
+// MainWindow: the panes, their selections, and the settings that are saved.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -21,7 +21,7 @@ class MainWindow : public QMainWindow
     Q_OBJECT
 
 public:
-    /// @param session outlives this object
+    /// @param session must outlive this object
     explicit MainWindow(Session& session);
     ~MainWindow() override;
 
@@ -41,7 +41,7 @@ private:
     void makeMenus();
     void makeStatus();
     void makeFrame();
-    /// Puts every pane where it is at first.
+    /// Restores the default arrangement of the panes.
     void resetLayout();
 
     void chooseInitialServer();
@@ -82,8 +82,8 @@ private:
     QPushButton* m_adapter = nullptr;
     QMenu* m_adapterMenu = nullptr;
     std::vector<QDockWidget*> m_panes;
-    QString m_lastServer; ///< of the run before
-    quint8 m_number = 0;  ///< of the element in the preview
+    QString m_lastServer; ///< saved by the previous run
+    quint8 m_number = 0;  ///< number of the element in the preview
     bool m_hasPreview = false;
     bool m_hasLayout = false;
 };

@@ -1,4 +1,4 @@
-// The window's panes, menus and status line, and how they are arranged at first.
+// Creates the window's panes, menus and status bar, and their default arrangement.
 // SPDX-License-Identifier: Apache-2.0
 #include <QAction>
 #include <QApplication>
@@ -61,7 +61,7 @@ void MainWindow::makeServers()
 {
     m_servers = new QListView;
     m_servers->setObjectName(QStringLiteral("servers"));
-    // Before the view sees it: a server that is forgotten must not pass the choice on to its neighbour.
+    // Connected before setModel(): when the current row is removed, the view would make its neighbour current.
     connect(&m_session.servers(), &QAbstractItemModel::rowsAboutToBeRemoved, m_servers,
             [this](const QModelIndex& /*parent*/, int first, int last) {
                 const int row = m_servers->currentIndex().row();
@@ -69,7 +69,7 @@ void MainWindow::makeServers()
                     m_servers->setCurrentIndex({});
             });
     m_servers->setModel(&m_session.servers());
-    // Said once, or the view takes its first row for chosen when the keyboard comes to it.
+    // Set explicitly, or the view makes its first row current when it gets the focus.
     m_servers->setCurrentIndex({});
     m_servers->setItemDelegate(new ServerDelegate(m_servers));
     m_servers->setUniformItemSizes(true);
@@ -99,7 +99,7 @@ void MainWindow::makeLibraries()
     m_search = new QLineEdit(m_librariesPane);
     m_search->setObjectName(QStringLiteral("search"));
     m_search->setPlaceholderText(tr("Filter by name (Ctrl+F)"));
-    m_search->setToolTip(tr("Shows the libraries that have this in their name, among those that were opened"));
+    m_search->setToolTip(tr("Shows the loaded libraries whose name contains this text"));
     m_search->setClearButtonEnabled(true);
     m_search->setAccessibleName(tr("Filter of the libraries"));
     m_libraries = new QTreeView(m_librariesPane);
@@ -120,14 +120,14 @@ void MainWindow::makeLibraries()
     layout->addWidget(m_search);
     layout->addWidget(m_libraries);
     addPane(QStringLiteral("libraries"), tr("Libraries"), m_librariesPane, Qt::LeftDockWidgetArea);
-    // The types have no count: their names, and what went wrong with them, take the whole row.
+    // A type's row has no count: its name, or the error, spans both columns.
     const auto span = [this] {
         for (int row = 0; row < m_libraries->model()->rowCount(); ++row)
             m_libraries->setFirstColumnSpanned(row, {}, true);
     };
     connect(m_libraries->model(), &QAbstractItemModel::modelReset, this, span);
     connect(m_search, &QLineEdit::textChanged, this, [this](const QString& text) {
-        // What the filter hides must not pass the choice on to its neighbour.
+        // When the filter hides the current row, the view would make its neighbour current.
         m_libraries->setCurrentIndex({});
         m_session.filteredLibraries().setText(text);
         if (!text.trimmed().isEmpty())
@@ -158,13 +158,13 @@ void MainWindow::makeElements()
     m_progress->setMinimumWidth(180);
     m_cancel = new QPushButton(tr("&Cancel"), m_elementsPane);
     m_cancel->setObjectName(QStringLiteral("cancel"));
-    m_cancel->setToolTip(tr("Loads no more pictures of this library (Esc)"));
+    m_cancel->setToolTip(tr("Cancels loading the pictures of this library (Esc)"));
     auto* const below = new QHBoxLayout;
     below->addWidget(m_note);
     below->addStretch();
     below->addWidget(m_progress);
     below->addWidget(m_cancel);
-    // The line keeps its height when bar and button go.
+    // The line keeps its height when the progress bar and the button are hidden.
     m_note->setMinimumHeight(m_cancel->sizeHint().height());
     m_elements = new ElementGrid(m_elementsPane);
     m_elements->setObjectName(QStringLiteral("elements"));
@@ -254,7 +254,7 @@ void MainWindow::makeLog()
     addPane(QStringLiteral("log"), tr("Log"), m_log, Qt::BottomDockWidgetArea);
 }
 
-// Beside the tabs, which bear the same names, title bars would take a line of every list.
+// The tabs already show the panes' names; title bars would only take space from the lists.
 void MainWindow::makeFrame()
 {
     setCorner(Qt::BottomLeftCorner, Qt::LeftDockWidgetArea);
@@ -312,8 +312,7 @@ void MainWindow::makeMenus()
     addPlace(tr("Fixture &patch"), int(Qt::CTRL) | Qt::Key_5, m_patch);
     addPlace(tr("L&og"), int(Qt::CTRL) | Qt::Key_6, m_log->findChild<QTableView*>(QStringLiteral("log")));
     view->addSeparator();
-    view->addAction(tr("&Arrange as at first"), this, &MainWindow::resetLayout)
-        ->setObjectName(QStringLiteral("resetLayout"));
+    view->addAction(tr("&Reset layout"), this, &MainWindow::resetLayout)->setObjectName(QStringLiteral("resetLayout"));
     addPlace(tr("&Filter the libraries"), int(Qt::CTRL) | Qt::Key_F, m_search);
 }
 
@@ -332,7 +331,7 @@ void MainWindow::makeStatus()
 void MainWindow::showEvent(QShowEvent* event)
 {
     QMainWindow::showEvent(event);
-    // Panes can be given sizes once the window has its own.
+    // Panes can be resized only after the window has its size.
     if (!m_hasLayout)
         QMetaObject::invokeMethod(this, &MainWindow::resetLayout, Qt::QueuedConnection);
     m_hasLayout = true;

@@ -1,4 +1,4 @@
-// Colours between those of the palette, fitting and marks.
+// Mixed colours, scaled images and badges.
 // SPDX-License-Identifier: Apache-2.0
 #include "painting.h"
 

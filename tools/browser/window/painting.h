@@ -1,4 +1,4 @@
-// What the delegates paint alike.
+// Painting functions that the delegates share.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -8,12 +8,12 @@
 #include <QStyleOptionViewItem>
 
 namespace Browser {
-/// For what is less important: a colour between the text's and the background's, by this @p share of the latter.
+/// The text's colour mixed with @p share of the background's, for secondary text.
 QColor dimmed(const QPalette& palette, double share = 0.35);
-/// The ground behind a picture: a little off the tile's own, to either side.
+/// The colour behind a picture, slightly different from the tile's background.
 QColor pictureBackground(const QPalette& palette);
-/// Draws @p image as large as it fits into @p frame, in the middle, in its own proportions; never enlarged.
+/// Draws @p image centred in @p frame, scaled down if it does not fit, with its aspect ratio kept.
 void drawFitted(QPainter* painter, const QRect& frame, const QImage& image);
-/// Draws a small mark with @p text, its upper right corner at @p corner.
+/// Draws a small badge with @p text; its top right corner is at @p corner.
 void paintBadge(QPainter* painter, const QStyleOptionViewItem& option, const QPoint& corner, const QString& text);
 } // namespace Browser

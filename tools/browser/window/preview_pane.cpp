@@ -1,4 +1,4 @@
-// The pane's two parts.
+// The picture and the table of fields.
 // SPDX-License-Identifier: Apache-2.0
 #include "preview_pane.h"
 

@@ -1,4 +1,4 @@
-// PreviewPane: the chosen element, large, with all its fields.
+// PreviewPane: the chosen element's large picture and all its fields.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -8,7 +8,7 @@
 #include <QWidget>
 
 namespace Browser {
-/// A picture as large as there is room, or a text in its place.
+/// A picture scaled to the widget's size, or a text in its place.
 class PictureView : public QWidget
 {
     Q_OBJECT
@@ -38,7 +38,7 @@ class PreviewPane : public QWidget
 public:
     explicit PreviewPane(QWidget* parent = nullptr);
 
-    /// @param text shown where there is no picture
+    /// @param text shown if @p image is null
     void setPicture(const QImage& image, const QString& text);
     void setFields(const std::vector<std::pair<QString, QString>>& fields);
     void clear();

@@ -1,4 +1,4 @@
-// The light, which differs in shape as well as in colour, and the lines.
+// The state light, which differs by state in shape as well as in colour, and the text.
 // SPDX-License-Identifier: Apache-2.0
 #include "server_delegate.h"
 
@@ -12,7 +12,7 @@ namespace {
 constexpr int Padding = 6;
 constexpr int LightSize = 12;
 
-// The colours of signals, which mean the same on a light and on a dark ground.
+// Signal colours, readable on light and dark backgrounds.
 const QColor Green(46, 160, 67);
 const QColor Amber(219, 142, 0);
 
@@ -56,7 +56,7 @@ void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
     const bool isSelected = option.state.testFlag(QStyle::State_Selected);
     const bool isLost = state == ServerModel::State::Lost;
     const QPalette& palette = option.palette;
-    // Grey, but still to be read.
+    // Grey, but still readable.
     const QColor grey = dimmed(palette, 0.5);
     const QColor textColour = isSelected ? palette.color(QPalette::HighlightedText)
                               : isLost   ? grey
@@ -69,7 +69,7 @@ void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
     const QRect inner = option.rect.adjusted(Padding, Padding, -Padding, -Padding);
     const int line = option.fontMetrics.height();
     if (isSelected) {
-        // The light keeps its own colours on the selection's.
+        // A background that keeps the light's colours distinct from the selection's.
         painter->setRenderHint(QPainter::Antialiasing);
         painter->setPen(Qt::NoPen);
         painter->setBrush(palette.base());

@@ -1,4 +1,4 @@
-// ServerDelegate: paints a server in three lines beside its state light.
+// ServerDelegate: paints a server as three lines of text beside its state light.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
