@@ -352,6 +352,44 @@ TEST(BrowserLog, KeepsTheLastLines)
     EXPECT_EQ(log.index(0, LogModel::Text).data().toString().toStdString(), "15");
 }
 
+TEST(BrowserLog, ShowsReadableTextAndTheServersRealName)
+{
+    LogModel log;
+    Os::Log::Context context("Probe");
+    for (const char* const line : {"added 127.0.0.2:4811 B?hne (total=1)", "added 127.0.0.3:4812 ?? (total=2)",
+                                   "removed 127.0.0.2:4811 B\xFChne (total=1)", "connected to 127.0.0.22:4811"})
+        context.Write(Os::Log::State, text_base() << line, "probe()", "probe.cpp", 1, {});
+    ASSERT_TRUE(until([&] { return log.rowCount() == 4; }));
+    const auto cell = [&](int row, int column) { return log.index(row, column).data().toString().toStdString(); };
+    QSignalSpy changes(&log, &QAbstractItemModel::dataChanged);
+    log.setServerName("127.0.0.2:4811", QString::fromUtf8("Bühne"));
+    EXPECT_EQ(changes.count(), 2);
+    log.setServerName("127.0.0.3:4812", QString::fromUtf8("舞台"));
+    EXPECT_EQ(cell(0, LogModel::Text), "added 127.0.0.2:4811 B?hne (total=1)");
+    EXPECT_EQ(cell(0, LogModel::Server), "Bühne");
+    EXPECT_EQ(cell(1, LogModel::Text), "added 127.0.0.3:4812 ?? (total=2)");
+    EXPECT_EQ(cell(1, LogModel::Server), "舞台");
+    EXPECT_EQ(cell(2, LogModel::Text), "removed 127.0.0.2:4811 B?hne (total=1)");
+    EXPECT_EQ(cell(2, LogModel::Server), "Bühne");
+    EXPECT_EQ(cell(3, LogModel::Server), "");
+}
+
+TEST_F(BrowserModels, TheLogNamesTheServerOfALine)
+{
+    MediaServer server({"--name", "Stage"});
+    openServer();
+    const auto serverOf = [this](const QString& start) {
+        for (int row = 0; row < session.log().rowCount(); ++row) {
+            if (session.log().index(row, LogModel::Text).data().toString().startsWith(start))
+                return session.log().index(row, LogModel::Server).data().toString();
+        }
+        return QString();
+    };
+    EXPECT_TRUE(until([&] { return serverOf("added " + StageKey) == "Stage"; }));
+    server.kill();
+    EXPECT_TRUE(until([&] { return serverOf("removed " + StageKey) == "Stage"; }));
+}
+
 TEST(BrowserValues, LinesAreShortAndInOnePiece)
 {
     EXPECT_EQ(Browser::toSingleLine(QString(10000, 'x')).size(), 161);

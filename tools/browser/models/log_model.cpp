@@ -1,6 +1,8 @@
-// Collecting in bundles, and a ring of lines.
+// Collects lines from all threads in a backlog and adds them to the model in batches.
 // SPDX-License-Identifier: Apache-2.0
 #include "log_model.h"
+
+#include <QRegularExpression>
 
 #include "values.h"
 
@@ -27,7 +29,7 @@ LogModel::~LogModel()
 void LogModel::setTraffic(bool on)
 {
     Os::Log::SetMask("CITP.*", on ? Os::Log::DefaultMask | Os::Log::Traffic : Os::Log::DefaultMask);
-    // What the user has chosen there holds again.
+    // Restores the masks that the user has set in the environment.
     if (!on)
         Os::Log::SetMasks(qgetenv("OS_LOG_MASKS").toStdString());
 }
@@ -38,7 +40,8 @@ void LogModel::Write(const Os::Log::Line& line)
     collected.time = QTime::currentTime();
     collected.level = static_cast<int>(line.level);
     collected.context = QString::fromStdString(line.context.GetName());
-    collected.text = QString::fromUtf8(line.text.c_str());
+    // Not all lines are valid UTF-8: text may be Latin-1, or cut within a character.
+    collected.text = QString::fromUtf8(line.text.c_str()).replace(QChar::ReplacementCharacter, QLatin1Char('?'));
     const QMutexLocker lock(&m_mutex);
     if (m_backlog.size() < MaxBacklog)
         m_backlog.push_back(collected);
@@ -57,7 +60,7 @@ void LogModel::drain()
             note.time = QTime::currentTime();
             note.level = Os::Log::Warning;
             note.context = QStringLiteral("CITP");
-            note.text = tr("lines that came too fast to be shown: %1").arg(m_dropped);
+            note.text = tr("lines dropped because too many arrived at a time: %1").arg(m_dropped);
             lines.push_back(note);
         }
         m_dropped = 0;
@@ -66,6 +69,9 @@ void LogModel::drain()
         return;
     if (static_cast<int>(lines.size()) > m_maxLines)
         lines.erase(lines.begin(), lines.end() - m_maxLines);
+    static const QRegularExpression serverKey(QStringLiteral(R"(\b\d{1,3}(\.\d{1,3}){3}:\d{1,5}\b)"));
+    for (Line& line : lines)
+        line.server = serverKey.match(line.text).captured();
     const int over = rowCount() + static_cast<int>(lines.size()) - m_maxLines;
     if (over > 0) {
         beginRemoveRows({}, 0, over - 1);
@@ -82,6 +88,15 @@ void LogModel::clear()
     beginResetModel();
     m_lines.clear();
     endResetModel();
+}
+
+void LogModel::setServerName(const QString& key, const QString& name)
+{
+    m_serverNames[key] = name;
+    for (int row = 0; row < rowCount(); ++row) {
+        if (m_lines[static_cast<std::size_t>(row)].server == key)
+            Q_EMIT dataChanged(index(row, Server), index(row, Server));
+    }
 }
 
 QString LogModel::textForLevel(int level)
@@ -128,6 +143,8 @@ QVariant LogModel::data(const QModelIndex& index, int role) const
             return textForLevel(line.level);
         case Context:
             return line.context;
+        case Server:
+            return m_serverNames.value(line.server);
         case Text:
             return toSingleLine(line.text, MaxLineLength);
         default:
@@ -146,6 +163,8 @@ QVariant LogModel::headerData(int section, Qt::Orientation orientation, int role
             return tr("Level");
         case Context:
             return tr("Context");
+        case Server:
+            return tr("Server");
         case Text:
             return tr("Text");
         default:

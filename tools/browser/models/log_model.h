@@ -1,11 +1,12 @@
-// LogModel: the last lines of the library's log, and the sink that collects them from all threads. LogFilter shows
-// those of some contexts and levels.
+// LogModel: the last lines of the library's log, and the sink that collects them from all threads. LogFilter filters
+// them by context and level.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/os_log.h>
 
 #include <QAbstractTableModel>
+#include <QHash>
 #include <QMutex>
 #include <QSortFilterProxyModel>
 #include <QTime>
@@ -15,24 +16,26 @@
 #include <vector>
 
 namespace Browser {
-/// Takes over the log while it exists. Window's thread, but for Write().
+/// Installs itself as the log's sink while it exists. GUI thread, except Write().
 class LogModel : public QAbstractTableModel, private Os::Log::Sink
 {
     Q_OBJECT
 
 public:
-    enum Column { Time, Level, Context, Text, ColumnCount };
+    enum Column { Time, Level, Context, Server, Text, ColumnCount };
     enum Role {
         LevelRole = Qt::UserRole ///< int, an Os::Log::Level
     };
 
-    /// @param most lines that are kept
+    /// @param maxLines number of lines that are kept
     explicit LogModel(int maxLines = 5000);
     ~LogModel() override;
 
-    /// Whether every message is logged, with a dump of its bytes; if not, the environment's masks hold as at the start.
+    /// Logs every message with a dump of its bytes if @p on; else restores the masks of the environment.
     void setTraffic(bool on);
     void clear();
+    /// Sets the name that the Server column shows for lines whose text holds the server key @p key.
+    void setServerName(const QString& key, const QString& name);
 
     static QString textForLevel(int level);
 
@@ -48,6 +51,7 @@ private:
         int level = 0;
         QString context;
         QString text;
+        QString server; ///< the first server key in #text; empty if there is none
     };
 
     void Write(const Os::Log::Line& line) override;
@@ -55,11 +59,12 @@ private:
 
     const int m_maxLines;
     std::deque<Line> m_lines;
+    QHash<QString, QString> m_serverNames; ///< by key; kept after a server is lost, for the lines about it
     QTimer m_drain;
     Os::Log::Sink* m_previousSink = nullptr;
-    QMutex m_mutex; ///< guards what follows
+    QMutex m_mutex; ///< guards #m_backlog and #m_dropped
     std::vector<Line> m_backlog;
-    int m_dropped = 0; ///< came faster than they could be shown
+    int m_dropped = 0; ///< lines that did not fit into #m_backlog
 };
 
 class LogFilter : public QSortFilterProxyModel
@@ -67,9 +72,9 @@ class LogFilter : public QSortFilterProxyModel
     Q_OBJECT
 
 public:
-    /// @param context the dotted name; lines of it and of what is below it are shown; empty for all
+    /// @param context dotted name; lines of this context and its descendants are shown; empty for all
     void setContext(const QString& context);
-    /// @param levels a sum of Os::Log::Level
+    /// @param levels mask of Os::Log::Level bits
     void setLevels(int levels);
 
 protected:

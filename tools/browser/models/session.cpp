@@ -1,4 +1,4 @@
-// The wiring between inbox, requests and models.
+// Connects the inbox, the requests and the models.
 // SPDX-License-Identifier: Apache-2.0
 #include "session.h"
 
@@ -50,8 +50,8 @@ void Session::start()
 
 void Session::open(const Server& server)
 {
-    // With another version or other types of libraries it is another server, whatever its address: what was loaded has
-    // no meaning for it.
+    // A server with another MSEX version or other library types is a different one, even at the same address: what was
+    // loaded does not apply to it.
     const Server& former = m_requests.server();
     const bool isAnother =
         m_shown != server.key || former.msexMinor != server.msexMinor || former.libraryTypes != server.libraryTypes;
@@ -64,15 +64,14 @@ void Session::open(const Server& server)
     if (isAnother) {
         m_libraries.setServer(server);
     } else {
-        // Its list tells which pictures of the library on show are others now; of those that are not on show nothing
-        // does.
+        // The reloaded list shows which pictures of the shown library have changed. For other libraries nothing does.
         m_pictures.invalidateAllExcept(m_elements.type(), m_elements.rowCount() > 0 ? m_elements.library() : QString());
         m_libraries.reload();
         m_elements.reload();
         m_pictures.retry();
     }
     m_patch.clear();
-    // It was sent when the server came up, to nobody then.
+    // The stack has requested the patch when the server came up, but its answer may have arrived before this call.
     CITP::citp_stack::Get()->sendMsg(server.key, CITP::Msg_FPTC_SPTC(nullptr));
 }
 
@@ -106,7 +105,7 @@ void Session::reload()
     m_libraries.reload();
     m_elements.reload();
     m_pictures.invalidateAll();
-    // The server does not tell which fixtures it has no more.
+    // The server does not report removed fixtures.
     m_patch.clear();
     CITP::citp_stack::Get()->sendMsg(m_chosen, CITP::Msg_FPTC_SPTC(nullptr));
 }
@@ -116,7 +115,7 @@ void Session::chooseAdapter(const QString& name)
     Browser::chooseAdapter(name);
     if (!m_isStarted)
         return;
-    // The stack looks for its adapter when it opens its socket, which it does anew when it is switched on.
+    // The stack selects its adapter when it opens its socket, which it does when it is enabled.
     CITP::citp_stack::Get()->setEnabled(false);
     CITP::citp_stack::Get()->setEnabled(true);
 }
@@ -124,6 +123,7 @@ void Session::chooseAdapter(const QString& name)
 void Session::setUp(const Server& server)
 {
     m_servers.setUp(server);
+    m_log.setServerName(server.key, server.name);
     if (server.key != m_chosen)
         return;
     open(server);
@@ -136,7 +136,7 @@ void Session::setDown(const QString& key)
     if (key != m_chosen)
         return;
     m_layers.clear();
-    // Asked for or still to be asked for: no tile goes on waiting.
+    // Pending and wanted pictures fail, so that no tile waits forever.
     m_requests.close(tr("server lost"));
     m_pictures.failAll(tr("server lost"));
     Q_EMIT chosenChanged();

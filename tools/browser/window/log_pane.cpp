@@ -1,4 +1,4 @@
-// The filters' controls, and the table that stays at its end.
+// The controls of the filter, and the table, which scrolls with the log while it is at its end.
 // SPDX-License-Identifier: Apache-2.0
 #include "log_pane.h"
 
@@ -29,7 +29,7 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     m_context->setObjectName(QStringLiteral("logContext"));
     m_level->setObjectName(QStringLiteral("logLevel"));
     m_traffic->setObjectName(QStringLiteral("logTraffic"));
-    m_traffic->setToolTip(tr("Logs every message that comes or goes, with its bytes"));
+    m_traffic->setToolTip(tr("Logs every message that is sent or received, with its bytes"));
 
     auto* const contextLabel = new QLabel(tr("Conte&xt:"), this);
     contextLabel->setBuddy(m_context);
@@ -54,7 +54,7 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     m_view->setWordWrap(false);
     m_view->setTabKeyNavigation(false);
     m_view->verticalHeader()->hide();
-    // Fixed heights: measuring every line would take longer the more there are.
+    // Fixed row heights: the time to measure every row would grow with the log.
     m_view->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     m_view->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 4);
     m_view->horizontalHeader()->setStretchLastSection(true);
@@ -63,6 +63,7 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     m_view->setColumnWidth(LogModel::Time, metrics.horizontalAdvance(QStringLiteral("00:00:00.0000")) + 12);
     m_view->setColumnWidth(LogModel::Level, metrics.horizontalAdvance(QStringLiteral("warning 00")) + 12);
     m_view->setColumnWidth(LogModel::Context, metrics.horizontalAdvance(QStringLiteral("CITP.Stack.Traffic")) + 16);
+    m_view->setColumnWidth(LogModel::Server, metrics.horizontalAdvance(QStringLiteral("Name of a server")) + 16);
 
     connect(m_context, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
             [this] { m_filter.setContext(m_context->currentData().toString()); });
