@@ -1,5 +1,6 @@
-// Scrolls a library of 65535 elements while their pictures come from a simulated server, and prints how long each event
-// held up the window's thread: the distribution for each way of scrolling, and how many took longer than a frame.
+// Scrolls a library of 65535 elements while a simulated server sends their pictures. Prints how long events blocked the
+// GUI thread: the distribution for each method of scrolling, and how many events took longer than a frame.
+// citp_bench_browser [MILLISECONDS]: the duration of each method's phase, default 8000.
 // SPDX-License-Identifier: Apache-2.0
 #include <QApplication>
 #include <QDir>
@@ -21,6 +22,7 @@
 #include <ctime>
 #include <functional>
 #include <stdexcept>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -30,12 +32,12 @@
 namespace {
 constexpr int Elements = 65535;
 constexpr int FrameNs = 1000000000 / 60;
-constexpr int PhaseMs = 8000; // unless the first argument says otherwise
-constexpr int PatienceMs = 30000;
-// About half of the pictures, so that they keep coming and going.
+constexpr int DefaultPhaseMs = 8000;
+constexpr int TimeoutMs = 30000;
+// Room for about half of the pictures, so that pictures are evicted and fetched again.
 constexpr int PicturesKiB = 24 * 1024;
 
-// How long events took, in nanoseconds: by the clock, and on the processor, which other programs do not lengthen.
+// Durations of events in nanoseconds: wall clock time, and processor time, on which other programs have no effect.
 struct Times
 {
     std::vector<qint64> clock;
@@ -49,15 +51,15 @@ qint64 processorNs()
     return qint64(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
-// Notes how long every event takes from its arrival to its end.
-class Watched : public QApplication
+// Measures how long the GUI thread takes to handle each event.
+class TimedApplication : public QApplication
 {
 public:
     using QApplication::QApplication;
 
     bool notify(QObject* receiver, QEvent* event) override
     {
-        // Asked in every thread.
+        // notify() is called in every thread, and recursively.
         if (QThread::currentThread() != thread() || m_depth > 0)
             return QApplication::notify(receiver, event);
         ++m_depth;
@@ -77,18 +79,18 @@ private:
     Times m_times;
 };
 
-void expect(const char* what, const std::function<bool()>& isDone)
+void waitFor(const char* what, const std::function<bool()>& isDone)
 {
     QElapsedTimer timer;
     timer.start();
     while (!isDone()) {
-        if (timer.elapsed() > PatienceMs)
-            throw std::runtime_error(what);
+        if (timer.elapsed() > TimeoutMs)
+            throw std::runtime_error(std::string("timeout: waited for ") + what);
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
     }
 }
 
-void printHeads()
+void printHeader()
 {
     std::printf("%-22s %-10s %7s %9s %8s %8s %8s %8s %8s\n", "milliseconds", "", "events", "median", "90 %", "99 %",
                 "99.9 %", "longest", "> 16.7");
@@ -97,7 +99,7 @@ void printHeads()
 void print(const char* name, const char* by, std::vector<qint64> times)
 {
     if (times.empty())
-        throw std::runtime_error("an event");
+        throw std::runtime_error("no events");
     std::sort(times.begin(), times.end());
     const auto at = [&](double share) {
         return double(times[static_cast<std::size_t>(share * double(times.size() - 1))]) / 1e6;
@@ -113,8 +115,8 @@ void print(const char* name, const Times& times)
     print("", "processor", times.processor);
 }
 
-// Has @p step called 60 times a second for the time of a phase.
-void run(Watched& application, const char* name, const std::function<void(int)>& step)
+// Calls @p step 60 times a second for the duration of a phase.
+void run(TimedApplication& application, const char* name, const std::function<void(int)>& step)
 {
     application.take();
     QEventLoop loop;
@@ -123,8 +125,8 @@ void run(Watched& application, const char* name, const std::function<void(int)>&
     int tick = 0;
     QObject::connect(&ticks, &QTimer::timeout, &loop, [&] { step(tick++); });
     ticks.start(1000 / 60);
-    const int wanted = QCoreApplication::arguments().value(1).toInt();
-    QTimer::singleShot(wanted > 0 ? wanted : PhaseMs, &loop, &QEventLoop::quit);
+    const int phaseMs = QCoreApplication::arguments().value(1).toInt();
+    QTimer::singleShot(phaseMs > 0 ? phaseMs : DefaultPhaseMs, &loop, &QEventLoop::quit);
     loop.exec();
     print(name, application.take());
 }
@@ -141,7 +143,7 @@ void writePictures(const QString& folder)
         painter.fillRect(image.rect(), ground);
         painter.end();
         if (!image.save(QDir(folder).filePath(QString("Picture %1.jpg").arg(i))))
-            throw std::runtime_error("a picture written");
+            throw std::runtime_error("cannot write a picture");
     }
 }
 
@@ -169,19 +171,19 @@ void post(QWidget* widget, int key)
         QCoreApplication::postEvent(widget, new QKeyEvent(type, key, Qt::NoModifier));
 }
 
-void scroll(Watched& application, Browser::Session& session, Browser::MainWindow& window)
+void scroll(TimedApplication& application, Browser::Session& session, Browser::MainWindow& window)
 {
     auto* const grid = window.findChild<Browser::ElementGrid*>("elements");
     QScrollBar* const bar = grid->verticalScrollBar();
     grid->setFocus();
-    printHeads();
+    printHeader();
     const auto list = longList(session.chosenServer(), session.elements().library());
     // The list arrives in place of the server's answer, so it must be posted before that answer.
     session.elements().reload();
     application.take();
     QMetaObject::invokeMethod(
         &session, [&] { session.requests().handleElements(list); }, Qt::QueuedConnection);
-    expect("65535 elements", [&] { return session.elements().rowCount() == Elements; });
+    waitFor("65535 elements", [&] { return session.elements().rowCount() == Elements; });
     QCoreApplication::processEvents();
     print("taking the list", application.take());
     run(application, "wheel", [&](int) {
@@ -210,7 +212,7 @@ int main(int argc, char** argv)
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QStandardPaths::setTestModeEnabled(true);
-    Watched application(argc, argv);
+    TimedApplication application(argc, argv);
     QCoreApplication::setOrganizationName("citp");
     QCoreApplication::setApplicationName("citp-bench-browser");
     QSettings().clear();
@@ -228,12 +230,12 @@ int main(int argc, char** argv)
         window.resize(1920, 1080);
         window.show();
         session.start();
-        expect("a server", [&] { return session.isChosenUp(); });
+        waitFor("a server", [&] { return session.isChosenUp(); });
         session.chooseLibrary(1, "1,1,0,0");
-        expect("a library", [&] { return session.elements().rowCount() > 0; });
+        waitFor("a library", [&] { return session.elements().rowCount() > 0; });
         scroll(application, session, window);
     } catch (const std::runtime_error& error) {
-        std::fprintf(stderr, "citp_bench_browser: this did not happen: %s\n", error.what());
+        std::fprintf(stderr, "citp_bench_browser: %s\n", error.what());
         status = 1;
     }
     server.kill();

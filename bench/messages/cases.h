@@ -1,4 +1,4 @@
-// The list of what is measured: a name and what to run. One list, timed by Google Benchmark or counted by callgrind.
+// The list of benchmark cases, which Google Benchmark times or callgrind counts.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -14,29 +14,30 @@
 namespace bench {
 struct Case
 {
-    std::string name; ///< SUITE/CASE/CONTENDER, e.g. "Parse/MEIn255/library"; scripts/bench compares within a case
-    std::function<void()> once; ///< for callgrind: does it one time
+    std::string
+        name; ///< SUITE/CASE/CONTENDER, e.g. "Parse/MEIn255/library"; scripts/bench compares the contenders of a case
+    std::function<void()> once; ///< runs the case once, for callgrind
     std::function<void(benchmark::State&)> loop;
-    bool wallClock; ///< timed by the clock, as more than one thread works at it
+    bool realTime; ///< measures wall clock time, as several threads do the work
 };
 
-/// All that is measured, in the order of registration.
+/// All cases, in the order of registration.
 std::vector<Case>& cases();
 
-/// Adds @p run, which is given nothing and whose work the compiler cannot drop.
+/// Adds a case that calls @p run, whose work the compiler must not be able to optimise away.
 template <typename Run>
-void add(const std::string& name, Run run, bool wallClock = false)
+void add(const std::string& name, Run run, bool realTime = false)
 {
     cases().push_back({name, run,
                        [run](benchmark::State& state) {
                            for (auto _ : state)
                                run();
                        },
-                       wallClock});
+                       realTime});
 }
 
-/// Ends the program if contenders do not do the same: their times would say nothing.
-inline void require(bool same, const char* what)
+/// Exits the program if the contenders' results differ: their times could not be compared.
+inline void requireSame(bool same, const char* what)
 {
     if (!same) {
         std::fprintf(stderr, "citp_bench_messages: the contenders differ: %s\n", what);

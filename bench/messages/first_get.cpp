@@ -1,4 +1,4 @@
-// Prints the nanoseconds that the process's first citp_stack::Get() takes.
+// Prints how many nanoseconds the first citp_stack::Get() of a process takes.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_stack.h>
 

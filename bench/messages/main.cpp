@@ -1,4 +1,4 @@
-// The benchmarks of the messages: under Google Benchmark, or with --instructions once each for callgrind to count.
+// The benchmarks of the messages, timed by Google Benchmark or, with --instructions, counted by callgrind.
 // SPDX-License-Identifier: Apache-2.0
 #include "cases.h"
 
@@ -17,27 +17,25 @@ std::vector<Case>& cases()
 }
 
 namespace {
-/// Makes callgrind dump the cost of each case whose name has @p part in it under that name, summed over a few runs.
+/// Makes callgrind dump the cost of each case whose name contains @p part, under that name, summed over a few runs.
 int count(const char* part)
 {
     if (!RUNNING_ON_VALGRIND) {
-        std::fputs(
-            "citp_bench_messages: --instructions counts nothing by itself: run it by scripts/bench --instructions\n",
-            stderr);
+        std::fputs("citp_bench_messages: --instructions needs callgrind: run scripts/bench --instructions\n", stderr);
         return 2;
     }
     constexpr int runs = 10;
     std::printf("runs %d\n", runs);
-    for (const Case& each : cases()) {
-        if (each.name.find(part) == std::string::npos)
+    for (const Case& item : cases()) {
+        if (item.name.find(part) == std::string::npos)
             continue;
-        // The first runs fill the allocator's caches and bind the symbols.
+        // Warm-up: the first runs fill the allocator's caches and bind symbols.
         for (int run = 0; run < 3; ++run)
-            each.once();
+            item.once();
         CALLGRIND_ZERO_STATS;
         for (int run = 0; run < runs; ++run)
-            each.once();
-        CALLGRIND_DUMP_STATS_AT(each.name.c_str());
+            item.once();
+        CALLGRIND_DUMP_STATS_AT(item.name.c_str());
     }
     cases().clear();
     return 0;
@@ -54,8 +52,8 @@ int main(int argc, char** argv)
     bench::addQueuedCases();
     if ((argc == 2 || argc == 3) && std::strcmp(argv[1], "--instructions") == 0)
         return bench::count(argc == 3 ? argv[2] : "");
-    for (const bench::Case& each : bench::cases())
-        if (auto* const registered = benchmark::RegisterBenchmark(each.name.c_str(), each.loop); each.wallClock)
+    for (const bench::Case& item : bench::cases())
+        if (auto* const registered = benchmark::RegisterBenchmark(item.name.c_str(), item.loop); item.realTime)
             registered->UseRealTime();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))

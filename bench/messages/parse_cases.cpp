@@ -1,5 +1,5 @@
-// Parsing: the library, the plain QDataStream parser, protobuf on the same fields, and the floor, which builds the
-// result from a message that is parsed already.
+// Parsing: the library, a QDataStream parser, protobuf with the same fields, and the floor: building the result from an
+// already parsed message.
 // SPDX-License-Identifier: Apache-2.0
 #include "cases.h"
 #include "messages.pb.h"
@@ -14,13 +14,13 @@ using namespace CITP;
 
 namespace bench {
 namespace {
-/// A text of its own with the same content, as each parsed message has.
-QString fresh(const QString& text)
+/// An unshared copy: each parsed message has texts of its own.
+QString deepCopy(const QString& text)
 {
     return text.isEmpty() ? QString() : QString(text.constData(), text.size());
 }
 
-void buildLayer(const Msg_MSEX& from, Msg_MSEX& to)
+void copyHeader(const Msg_MSEX& from, Msg_MSEX& to)
 {
     static_cast<Msg_Header&>(to).cookie = QStringLiteral("CITP");
     to.size = from.size;
@@ -36,65 +36,67 @@ void buildLayer(const Msg_MSEX& from, Msg_MSEX& to)
 
 void build(const Msg_MSEX_MEIN& from, Msg_MSEX_MEIN& to)
 {
-    buildLayer(from, to);
-    to.LibraryId = fresh(from.LibraryId);
+    copyHeader(from, to);
+    to.LibraryId = deepCopy(from.LibraryId);
     to.Media.reserve(from.Media.size());
     for (const auto& medium : from.Media)
-        to.Media.push_back({medium.Number, medium.DMXRangeMin, medium.DMXRangeMax, fresh(medium.Name), medium.Timestamp,
-                            medium.Width, medium.Height, medium.Length, medium.FrameRate, medium.SerialNumber});
+        to.Media.push_back({medium.Number, medium.DMXRangeMin, medium.DMXRangeMax, deepCopy(medium.Name),
+                            medium.Timestamp, medium.Width, medium.Height, medium.Length, medium.FrameRate,
+                            medium.SerialNumber});
 }
 
 void build(const Msg_MSEX_ELIN& from, Msg_MSEX_ELIN& to)
 {
-    buildLayer(from, to);
+    copyHeader(from, to);
     to.LibraryType = from.LibraryType;
     to.Libraries.reserve(from.Libraries.size());
     for (const auto& library : from.Libraries)
-        to.Libraries.push_back({fresh(library.LIBID), library.DMXRangeMin, library.DMXRangeMax, fresh(library.Name),
-                                library.ElementCount, library.SubLibraryCount, library.SerialNumber});
+        to.Libraries.push_back({deepCopy(library.LIBID), library.DMXRangeMin, library.DMXRangeMax,
+                                deepCopy(library.Name), library.ElementCount, library.SubLibraryCount,
+                                library.SerialNumber});
 }
 
 void build(const Msg_MSEX_LSTA& from, Msg_MSEX_LSTA& to)
 {
-    buildLayer(from, to);
+    copyHeader(from, to);
     to.Layers.reserve(from.Layers.size());
     for (const auto& layer : from.Layers)
-        to.Layers.push_back({layer.LayerNumber, layer.PhysicalOutput, fresh(layer.LibraryId), layer.MediaNumber,
-                             fresh(layer.MediaName), layer.MediaPosition, layer.MediaLength, layer.MediaFrameRate,
+        to.Layers.push_back({layer.LayerNumber, layer.PhysicalOutput, deepCopy(layer.LibraryId), layer.MediaNumber,
+                             deepCopy(layer.MediaName), layer.MediaPosition, layer.MediaLength, layer.MediaFrameRate,
                              layer.LayerStatusFlags, layer.LibraryType});
 }
 
 void build(const Msg_MSEX_EEIN& from, Msg_MSEX_EEIN& to)
 {
-    buildLayer(from, to);
-    to.LibraryId = fresh(from.LibraryId);
+    copyHeader(from, to);
+    to.LibraryId = deepCopy(from.LibraryId);
     to.Effects.reserve(from.Effects.size());
     for (const auto& effect : from.Effects) {
         std::vector<QString> names;
         names.reserve(effect.ParameterNames.size());
         for (const QString& name : effect.ParameterNames)
-            names.push_back(fresh(name));
-        to.Effects.push_back({effect.Number, effect.DMXRangeMin, effect.DMXRangeMax, fresh(effect.EffectName),
+            names.push_back(deepCopy(name));
+        to.Effects.push_back({effect.Number, effect.DMXRangeMin, effect.DMXRangeMax, deepCopy(effect.EffectName),
                               std::move(names), effect.SerialNumber});
     }
 }
 
 void build(const Msg_MSEX_GLEI& from, Msg_MSEX_GLEI& to)
 {
-    buildLayer(from, to);
+    copyHeader(from, to);
     to.LibraryType = from.LibraryType;
-    to.LibraryId = fresh(from.LibraryId);
+    to.LibraryId = deepCopy(from.LibraryId);
     to.Elements.reserve(from.Elements.size());
     for (const auto& element : from.Elements)
-        to.Elements.push_back({element.Number, element.DMXRangeMin, element.DMXRangeMax, fresh(element.Name),
+        to.Elements.push_back({element.Number, element.DMXRangeMin, element.DMXRangeMax, deepCopy(element.Name),
                                element.Timestamp, element.SerialNumber});
 }
 
 void build(const Msg_MSEX_SINF& from, Msg_MSEX_SINF& to)
 {
-    buildLayer(from, to);
-    to.UUID = fresh(from.UUID);
-    to.ProductName = fresh(from.ProductName);
+    copyHeader(from, to);
+    to.UUID = deepCopy(from.UUID);
+    to.ProductName = deepCopy(from.ProductName);
     to.ProductVersionMajor = from.ProductVersionMajor;
     to.ProductVersionMinor = from.ProductVersionMinor;
     to.ProductVersionBugfix = from.ProductVersionBugfix;
@@ -104,128 +106,128 @@ void build(const Msg_MSEX_SINF& from, Msg_MSEX_SINF& to)
     to.StreamFormats.assign(from.StreamFormats.begin(), from.StreamFormats.end());
     to.LayerDMXSources.reserve(from.LayerDMXSources.size());
     for (const QString& source : from.LayerDMXSources)
-        to.LayerDMXSources.push_back(fresh(source));
+        to.LayerDMXSources.push_back(deepCopy(source));
 }
 
 void build(const Msg_MSEX_ETHN& from, Msg_MSEX_ETHN& to)
 {
-    buildLayer(from, to);
+    copyHeader(from, to);
     to.LibraryType = from.LibraryType;
-    to.LibraryId = fresh(from.LibraryId);
+    to.LibraryId = deepCopy(from.LibraryId);
     to.ElementNumber = from.ElementNumber;
-    to.ThumbnailFormat = fresh(from.ThumbnailFormat);
+    to.ThumbnailFormat = deepCopy(from.ThumbnailFormat);
     to.ThumbnailWidth = from.ThumbnailWidth;
     to.ThumbnailHeight = from.ThumbnailHeight;
     to.ThumbnailBuffer = QByteArray(from.ThumbnailBuffer.constData(), from.ThumbnailBuffer.size());
 }
 
 template <typename Layer>
-void fillLayer(const Msg_MSEX& from, Layer* to)
+void setHeader(const Msg_MSEX& from, Layer* to)
 {
     to->set_version_major(from.versionMajor);
     to->set_version_minor(from.versionMinor);
     to->set_request_index(from.requestIndex);
 }
 
-citp_bench::MEIn protoOf(const Msg_MSEX_MEIN& from)
+citp_bench::MEIn toProto(const Msg_MSEX_MEIN& from)
 {
     citp_bench::MEIn to;
-    fillLayer(from, to.mutable_layer());
+    setHeader(from, to.mutable_layer());
     to.set_library_id(fromLibraryFormat(from.LibraryId));
-    for (const auto& each : from.Media) {
+    for (const auto& item : from.Media) {
         auto* medium = to.add_media();
-        medium->set_number(each.Number);
-        medium->set_serial_number(each.SerialNumber);
-        medium->set_dmx_range_min(each.DMXRangeMin);
-        medium->set_dmx_range_max(each.DMXRangeMax);
-        medium->set_name(each.Name.toStdString());
-        medium->set_timestamp(each.Timestamp);
-        medium->set_width(each.Width);
-        medium->set_height(each.Height);
-        medium->set_length(each.Length);
-        medium->set_frame_rate(each.FrameRate);
+        medium->set_number(item.Number);
+        medium->set_serial_number(item.SerialNumber);
+        medium->set_dmx_range_min(item.DMXRangeMin);
+        medium->set_dmx_range_max(item.DMXRangeMax);
+        medium->set_name(item.Name.toStdString());
+        medium->set_timestamp(item.Timestamp);
+        medium->set_width(item.Width);
+        medium->set_height(item.Height);
+        medium->set_length(item.Length);
+        medium->set_frame_rate(item.FrameRate);
     }
     return to;
 }
 
-citp_bench::ELIn protoOf(const Msg_MSEX_ELIN& from)
+citp_bench::ELIn toProto(const Msg_MSEX_ELIN& from)
 {
     citp_bench::ELIn to;
-    fillLayer(from, to.mutable_layer());
+    setHeader(from, to.mutable_layer());
     to.set_library_type(from.LibraryType);
-    for (const auto& each : from.Libraries) {
+    for (const auto& item : from.Libraries) {
         auto* library = to.add_libraries();
-        library->set_id(fromLibraryFormat(each.LIBID));
-        library->set_serial_number(each.SerialNumber);
-        library->set_dmx_range_min(each.DMXRangeMin);
-        library->set_dmx_range_max(each.DMXRangeMax);
-        library->set_name(each.Name.toStdString());
-        library->set_sub_library_count(each.SubLibraryCount);
-        library->set_element_count(each.ElementCount);
+        library->set_id(fromLibraryFormat(item.LIBID));
+        library->set_serial_number(item.SerialNumber);
+        library->set_dmx_range_min(item.DMXRangeMin);
+        library->set_dmx_range_max(item.DMXRangeMax);
+        library->set_name(item.Name.toStdString());
+        library->set_sub_library_count(item.SubLibraryCount);
+        library->set_element_count(item.ElementCount);
     }
     return to;
 }
 
-citp_bench::LSta protoOf(const Msg_MSEX_LSTA& from)
+citp_bench::LSta toProto(const Msg_MSEX_LSTA& from)
 {
     citp_bench::LSta to;
-    fillLayer(from, to.mutable_layer());
-    for (const auto& each : from.Layers) {
+    setHeader(from, to.mutable_layer());
+    for (const auto& item : from.Layers) {
         auto* layer = to.add_layers();
-        layer->set_number(each.LayerNumber);
-        layer->set_physical_output(each.PhysicalOutput);
-        layer->set_library_type(each.LibraryType);
-        layer->set_library_id(fromLibraryFormat(each.LibraryId));
-        layer->set_media_number(each.MediaNumber);
-        layer->set_media_name(each.MediaName.toStdString());
-        layer->set_media_position(each.MediaPosition);
-        layer->set_media_length(each.MediaLength);
-        layer->set_media_frame_rate(each.MediaFrameRate);
-        layer->set_flags(each.LayerStatusFlags);
+        layer->set_number(item.LayerNumber);
+        layer->set_physical_output(item.PhysicalOutput);
+        layer->set_library_type(item.LibraryType);
+        layer->set_library_id(fromLibraryFormat(item.LibraryId));
+        layer->set_media_number(item.MediaNumber);
+        layer->set_media_name(item.MediaName.toStdString());
+        layer->set_media_position(item.MediaPosition);
+        layer->set_media_length(item.MediaLength);
+        layer->set_media_frame_rate(item.MediaFrameRate);
+        layer->set_flags(item.LayerStatusFlags);
     }
     return to;
 }
 
-citp_bench::EEIn protoOf(const Msg_MSEX_EEIN& from)
+citp_bench::EEIn toProto(const Msg_MSEX_EEIN& from)
 {
     citp_bench::EEIn to;
-    fillLayer(from, to.mutable_layer());
+    setHeader(from, to.mutable_layer());
     to.set_library_id(fromLibraryFormat(from.LibraryId));
-    for (const auto& each : from.Effects) {
+    for (const auto& item : from.Effects) {
         auto* effect = to.add_effects();
-        effect->set_number(each.Number);
-        effect->set_serial_number(each.SerialNumber);
-        effect->set_dmx_range_min(each.DMXRangeMin);
-        effect->set_dmx_range_max(each.DMXRangeMax);
-        effect->set_name(each.EffectName.toStdString());
-        for (const QString& name : each.ParameterNames)
+        effect->set_number(item.Number);
+        effect->set_serial_number(item.SerialNumber);
+        effect->set_dmx_range_min(item.DMXRangeMin);
+        effect->set_dmx_range_max(item.DMXRangeMax);
+        effect->set_name(item.EffectName.toStdString());
+        for (const QString& name : item.ParameterNames)
             effect->add_parameter_names(name.toStdString());
     }
     return to;
 }
 
-citp_bench::GLEI protoOf(const Msg_MSEX_GLEI& from)
+citp_bench::GLEI toProto(const Msg_MSEX_GLEI& from)
 {
     citp_bench::GLEI to;
-    fillLayer(from, to.mutable_layer());
+    setHeader(from, to.mutable_layer());
     to.set_library_type(from.LibraryType);
     to.set_library_id(fromLibraryFormat(from.LibraryId));
-    for (const auto& each : from.Elements) {
+    for (const auto& item : from.Elements) {
         auto* element = to.add_elements();
-        element->set_number(each.Number);
-        element->set_serial_number(each.SerialNumber);
-        element->set_dmx_range_min(each.DMXRangeMin);
-        element->set_dmx_range_max(each.DMXRangeMax);
-        element->set_name(each.Name.toStdString());
-        element->set_timestamp(each.Timestamp);
+        element->set_number(item.Number);
+        element->set_serial_number(item.SerialNumber);
+        element->set_dmx_range_min(item.DMXRangeMin);
+        element->set_dmx_range_max(item.DMXRangeMax);
+        element->set_name(item.Name.toStdString());
+        element->set_timestamp(item.Timestamp);
     }
     return to;
 }
 
-citp_bench::SInf protoOf(const Msg_MSEX_SINF& from)
+citp_bench::SInf toProto(const Msg_MSEX_SINF& from)
 {
     citp_bench::SInf to;
-    fillLayer(from, to.mutable_layer());
+    setHeader(from, to.mutable_layer());
     to.set_uuid(from.UUID.toStdString());
     to.set_product_name(from.ProductName.toStdString());
     to.set_product_version_major(from.ProductVersionMajor);
@@ -243,10 +245,10 @@ citp_bench::SInf protoOf(const Msg_MSEX_SINF& from)
     return to;
 }
 
-citp_bench::EThn protoOf(const Msg_MSEX_ETHN& from)
+citp_bench::EThn toProto(const Msg_MSEX_ETHN& from)
 {
     citp_bench::EThn to;
-    fillLayer(from, to.mutable_layer());
+    setHeader(from, to.mutable_layer());
     to.set_library_type(from.LibraryType);
     to.set_library_id(fromLibraryFormat(from.LibraryId));
     to.set_element_number(from.ElementNumber);
@@ -257,7 +259,7 @@ citp_bench::EThn protoOf(const Msg_MSEX_ETHN& from)
     return to;
 }
 
-/// Adds the four contenders for @p bytes as a Message. Each makes a fresh object and ends it.
+/// Adds the four contenders that parse @p bytes as a Message. Each creates and destroys the message.
 template <typename Message>
 void addParse(const std::string& name, const QByteArray& bytes)
 {
@@ -266,10 +268,10 @@ void addParse(const std::string& name, const QByteArray& bytes)
     reference::parse(bytes, read);
     Message built;
     build(decoded, built);
-    require(decoded.valid && reference::same(decoded, read), name.c_str());
+    requireSame(decoded.valid && reference::same(decoded, read), name.c_str());
     built.cookie = decoded.cookie;
-    require(reference::same(decoded, built), name.c_str());
-    const auto proto = protoOf(decoded);
+    requireSame(reference::same(decoded, built), name.c_str());
+    const auto proto = toProto(decoded);
     using Proto = std::remove_const_t<decltype(proto)>;
     const std::string protoBytes = proto.SerializeAsString();
 

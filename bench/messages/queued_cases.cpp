@@ -1,8 +1,7 @@
-// A message's whole life across two threads, parsed in one and freed in the other, beside a queued signal that carries
-// nothing.
+// A message that is parsed in one thread and freed in another, compared with a queued signal without arguments.
 // SPDX-License-Identifier: Apache-2.0
 #include "cases.h"
-#include "courier.h"
+#include "queued_receiver.h"
 #include "samples.h"
 
 #include <QThread>
@@ -21,10 +20,10 @@ struct Ends
         qRegisterMetaType<Msg_MSEX_LSTA>("CITP::Msg_MSEX_LSTA");
         qRegisterMetaType<Msg_MSEX_ETHN>("CITP::Msg_MSEX_ETHN");
         receiver.moveToThread(&thread);
-        QObject::connect(&courier, &Courier::bare, &receiver, &Receiver::takeBare);
-        QObject::connect(&courier, &Courier::mein, &receiver, &Receiver::takeMein);
-        QObject::connect(&courier, &Courier::lsta, &receiver, &Receiver::takeLsta);
-        QObject::connect(&courier, &Courier::ethn, &receiver, &Receiver::takeEthn);
+        QObject::connect(&sender, &Sender::bare, &receiver, &QueuedReceiver::handleBare);
+        QObject::connect(&sender, &Sender::mein, &receiver, &QueuedReceiver::handleMein);
+        QObject::connect(&sender, &Sender::lsta, &receiver, &QueuedReceiver::handleLsta);
+        QObject::connect(&sender, &Sender::ethn, &receiver, &QueuedReceiver::handleEthn);
         thread.start();
     }
     ~Ends()
@@ -33,8 +32,8 @@ struct Ends
         thread.wait();
     }
 
-    Courier courier;
-    Receiver receiver;
+    Sender sender;
+    QueuedReceiver receiver;
     QThread thread;
 };
 
@@ -44,14 +43,14 @@ void addQueued(const std::shared_ptr<Ends>& ends, const std::string& name, const
     add(
         "Queued/" + name + "/library",
         [ends, bytes] {
-            ends->courier.emitMessage(Message(bytes));
+            ends->sender.emitMessage(Message(bytes));
             ends->receiver.received.acquire();
         },
         true);
     add(
         "Queued/" + name + "/bare",
         [ends] {
-            ends->courier.emitBare();
+            ends->sender.emitBare();
             ends->receiver.received.acquire();
         },
         true);

@@ -1,4 +1,4 @@
-// The messages that are measured.
+// Serialisers of the messages for the benchmarks.
 // SPDX-License-Identifier: Apache-2.0
 #include "samples.h"
 
@@ -16,13 +16,13 @@ QByteArray begin(const char* code)
     return out;
 }
 
-QByteArray ended(QByteArray out)
+QByteArray finish(QByteArray out)
 {
     CITP::Msg_Header::setSize(out);
     return out;
 }
 
-/// A name of @p length characters that tells @p number, as file names on servers do.
+/// Appends a name of @p length characters that contains @p number, like file names on servers.
 void appendName(QByteArray& out, int number, int length)
 {
     const QString name =
@@ -30,6 +30,15 @@ void appendName(QByteArray& out, int number, int length)
     for (const QChar character : name)
         appendInteger(out, quint16(character.unicode()));
     appendInteger(out, quint16(0));
+}
+
+/// The serial number, DMX range and name of a library or an element.
+void appendCommonFields(QByteArray& out, int number)
+{
+    appendInteger(out, quint32(1000 + number));
+    appendInteger(out, quint8(number));
+    appendInteger(out, quint8(number));
+    appendName(out, number, 20);
 }
 
 void appendLibraryId(QByteArray& out, int number)
@@ -45,17 +54,14 @@ QByteArray meinBytes(int media)
     appendInteger(out, quint16(media));
     for (int i = 0; i < media; ++i) {
         appendInteger(out, quint8(i));
-        appendInteger(out, quint32(1000 + i));
-        appendInteger(out, quint8(i));
-        appendInteger(out, quint8(i));
-        appendName(out, i, 20);
+        appendCommonFields(out, i);
         appendInteger(out, quint64(1700000000) + quint64(i));
         appendInteger(out, quint16(1920));
         appendInteger(out, quint16(1080));
         appendInteger(out, quint32(250 * i));
         appendInteger(out, quint8(25));
     }
-    return ended(out);
+    return finish(out);
 }
 
 QByteArray elinBytes(int libraries)
@@ -65,14 +71,11 @@ QByteArray elinBytes(int libraries)
     appendInteger(out, quint16(libraries));
     for (int i = 0; i < libraries; ++i) {
         appendLibraryId(out, i);
-        appendInteger(out, quint32(1000 + i));
-        appendInteger(out, quint8(i));
-        appendInteger(out, quint8(i));
-        appendName(out, i, 20);
+        appendCommonFields(out, i);
         appendInteger(out, quint16(0));
         appendInteger(out, quint16(100));
     }
-    return ended(out);
+    return finish(out);
 }
 
 QByteArray lstaBytes(int layers, int nameLength)
@@ -91,7 +94,7 @@ QByteArray lstaBytes(int layers, int nameLength)
         appendInteger(out, quint8(25));
         appendInteger(out, quint32(1));
     }
-    return ended(out);
+    return finish(out);
 }
 
 QByteArray eeinBytes(int effects, int parameters)
@@ -101,15 +104,12 @@ QByteArray eeinBytes(int effects, int parameters)
     appendInteger(out, quint16(effects));
     for (int i = 0; i < effects; ++i) {
         appendInteger(out, quint8(i));
-        appendInteger(out, quint32(1000 + i));
-        appendInteger(out, quint8(i));
-        appendInteger(out, quint8(i));
-        appendName(out, i, 20);
+        appendCommonFields(out, i);
         appendInteger(out, quint8(parameters));
         for (int parameter = 0; parameter < parameters; ++parameter)
             appendName(out, parameter, 12);
     }
-    return ended(out);
+    return finish(out);
 }
 
 QByteArray gleiBytes(int elements)
@@ -120,13 +120,10 @@ QByteArray gleiBytes(int elements)
     appendInteger(out, quint16(elements));
     for (int i = 0; i < elements; ++i) {
         appendInteger(out, quint8(i));
-        appendInteger(out, quint32(1000 + i));
-        appendInteger(out, quint8(i));
-        appendInteger(out, quint8(i));
-        appendName(out, i, 20);
+        appendCommonFields(out, i);
         appendInteger(out, quint64(1700000000) + quint64(i));
     }
-    return ended(out);
+    return finish(out);
 }
 
 QByteArray sinfBytes(int layers)
@@ -142,7 +139,7 @@ QByteArray sinfBytes(int layers)
     appendInteger(out, quint8(layers));
     for (int i = 0; i < layers; ++i)
         out.append(QByteArrayLiteral("ArtNet/0/0/") + QByteArray::number(i)).append('\0');
-    return ended(out);
+    return finish(out);
 }
 
 QByteArray ethnBytes(int size)
@@ -157,6 +154,6 @@ QByteArray ethnBytes(int size)
     appendInteger(out, quint16(size));
     for (int i = 0; i < size; ++i)
         out.append(static_cast<char>(i * 7));
-    return ended(out);
+    return finish(out);
 }
 } // namespace bench

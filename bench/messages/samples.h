@@ -1,4 +1,4 @@
-// The messages that are measured, as bytes of MSEX 1.2, at realistic and at largest sizes.
+// The messages for the benchmarks, as bytes of MSEX 1.2, of realistic and of maximum size.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 

@@ -1,4 +1,4 @@
-// Serialising: the library, QDataStream, and copying bytes that are there already.
+// Serialising: the library, QDataStream, and a copy of the serialised bytes.
 // SPDX-License-Identifier: Apache-2.0
 #include "cases.h"
 
@@ -20,9 +20,9 @@ void writeCode(QDataStream& stream, const QString& code)
     stream.writeRawData(bytes.constData(), 4);
 }
 
-/// The header of @p layer, then what @p body writes, then the size.
+/// A message of @p layer: writes the header, calls @p body for the rest and then sets the size.
 template <typename Body>
-QByteArray written(const char* layer, Body body)
+QByteArray frame(const char* layer, Body body)
 {
     QByteArray out;
     QDataStream stream(&out, QIODevice::WriteOnly);
@@ -36,9 +36,9 @@ QByteArray written(const char* layer, Body body)
     return out;
 }
 
-QByteArray plainly(const Msg_MSEX_GEIN& message)
+QByteArray withQDataStream(const Msg_MSEX_GEIN& message)
 {
-    return written("MSEX", [&message](QDataStream& stream) {
+    return frame("MSEX", [&message](QDataStream& stream) {
         stream << message.versionMajor << message.versionMinor;
         writeCode(stream, message.cookie);
         stream << message.libraryType << quint32(fromLibraryFormat(message.libraryId))
@@ -48,9 +48,9 @@ QByteArray plainly(const Msg_MSEX_GEIN& message)
     });
 }
 
-QByteArray plainly(const Msg_MSEX_GETH& message)
+QByteArray withQDataStream(const Msg_MSEX_GETH& message)
 {
-    return written("MSEX", [&message](QDataStream& stream) {
+    return frame("MSEX", [&message](QDataStream& stream) {
         stream << message.versionMajor << message.versionMinor;
         writeCode(stream, message.cookie);
         stream << quint32(fromGraphicFormat(message.thumbnailFormat)) << message.thumbnailWidth
@@ -61,18 +61,18 @@ QByteArray plainly(const Msg_MSEX_GETH& message)
     });
 }
 
-QByteArray plainly(const Msg_PEER_PNAM& message)
+QByteArray withQDataStream(const Msg_PEER_PNAM& message)
 {
-    return written("PINF", [&message](QDataStream& stream) {
+    return frame("PINF", [&message](QDataStream& stream) {
         writeCode(stream, message.cookie);
         const QByteArray name = message.name.toLatin1();
         stream.writeRawData(name.constData(), static_cast<int>(name.size()) + 1);
     });
 }
 
-QByteArray plainly(const Msg_FPTC_SPTC& message)
+QByteArray withQDataStream(const Msg_FPTC_SPTC& message)
 {
-    return written("FPTC", [&message](QDataStream& stream) {
+    return frame("FPTC", [&message](QDataStream& stream) {
         writeCode(stream, message.cookie);
         stream << message.hint << quint16(message.fixtureIdentifiers.size());
         for (const unsigned short identifier : message.fixtureIdentifiers)
@@ -85,7 +85,7 @@ void addSerialise(const std::string& name, const Message& message)
 {
     QByteArray bytes;
     bytes >> message;
-    require(bytes == plainly(message), name.c_str());
+    requireSame(bytes == withQDataStream(message), name.c_str());
 
     add("Serialise/" + name + "/library", [message] {
         QByteArray out;
@@ -93,7 +93,7 @@ void addSerialise(const std::string& name, const Message& message)
         benchmark::DoNotOptimize(out.constData());
     });
     add("Serialise/" + name + "/qdatastream", [message] {
-        const QByteArray out = plainly(message);
+        const QByteArray out = withQDataStream(message);
         benchmark::DoNotOptimize(out.constData());
     });
     add("Serialise/" + name + "/copy", [bytes] {

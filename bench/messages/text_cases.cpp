@@ -1,4 +1,4 @@
-// Debug texts: the library, the plain way, and copying a text that is there already.
+// Debug texts: the library, QTextStream or asprintf(), and a copy of the finished text.
 // SPDX-License-Identifier: Apache-2.0
 #include "cases.h"
 #include "samples.h"
@@ -20,7 +20,7 @@ void writeLayer(QTextStream& stream, const Msg_MSEX& message)
            << " Cookie=" << message.cookie << " ) ";
 }
 
-QString plainly(const Msg_MSEX_LSTA& message)
+QString withQTextStream(const Msg_MSEX_LSTA& message)
 {
     QString text;
     QTextStream stream(&text);
@@ -36,7 +36,7 @@ QString plainly(const Msg_MSEX_LSTA& message)
     return text;
 }
 
-QString plainly(const Msg_MSEX_MEIN& message)
+QString withQTextStream(const Msg_MSEX_MEIN& message)
 {
     QString text;
     QTextStream stream(&text);
@@ -52,7 +52,7 @@ QString plainly(const Msg_MSEX_MEIN& message)
     return text;
 }
 
-QString plainDump(const QByteArray& data)
+QString dumpWithAsprintf(const QByteArray& data)
 {
     QString text;
     for (int start = 0; start < data.size(); start += 16) {
@@ -85,14 +85,14 @@ void addText(const std::string& name, const QByteArray& bytes)
     const Message message(bytes);
     QString whole;
     whole >> message;
-    require(whole == plainly(message), name.c_str());
+    requireSame(whole == withQTextStream(message), name.c_str());
     add("Text/" + name + "/library", [message] {
         QString text;
         text >> message;
         benchmark::DoNotOptimize(text.constData());
     });
     add("Text/" + name + "/qtextstream", [message] {
-        const QString text = plainly(message);
+        const QString text = withQTextStream(message);
         benchmark::DoNotOptimize(text.constData());
     });
     addCopy(name, whole);
@@ -100,13 +100,13 @@ void addText(const std::string& name, const QByteArray& bytes)
 
 void addDump(const std::string& name, const QByteArray& bytes)
 {
-    require(hexDump(bytes) == plainDump(bytes), name.c_str());
+    requireSame(hexDump(bytes) == dumpWithAsprintf(bytes), name.c_str());
     add("Text/" + name + "/library", [bytes] {
         const QString text = hexDump(bytes);
         benchmark::DoNotOptimize(text.constData());
     });
     add("Text/" + name + "/asprintf", [bytes] {
-        const QString text = plainDump(bytes);
+        const QString text = dumpWithAsprintf(bytes);
         benchmark::DoNotOptimize(text.constData());
     });
     addCopy(name, hexDump(bytes));

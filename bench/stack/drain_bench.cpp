@@ -1,11 +1,10 @@
-// A peer that floods one connection: what a message costs, from a bare recv() to the whole stack.
+// A peer that floods one connection: the cost of a message, from a bare recv() to the whole stack.
 // SPDX-License-Identifier: Apache-2.0
-#include "rivals.h"
-#include "seat.h"
+#include "baselines.h"
+#include "client.h"
 
 #include <benchmark/benchmark.h>
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -19,37 +18,37 @@ using CITP::citp_stack;
 
 namespace {
 constexpr int FloodBytes = 20 * 1024 * 1024;
-constexpr int WriteBytes = 1024 * 1024;
+constexpr int ChunkBytes = 1024 * 1024;
 
-/// The stream of one flood, kept in large pieces so that the peer costs as little as it can.
+/// The bytes of a flood, sent in large chunks to keep the peer's own cost low.
 struct Flood
 {
     explicit Flood(const QByteArray& message)
     {
-        const int inPiece = WriteBytes / static_cast<int>(message.size()) + 1;
-        for (int count = 0; count < inPiece; ++count) {
-            piece += message;
+        const int perChunk = ChunkBytes / static_cast<int>(message.size()) + 1;
+        for (int count = 0; count < perChunk; ++count) {
+            chunk += message;
         }
-        pieces = FloodBytes / static_cast<int>(piece.size()) + 1;
-        messages = pieces * inPiece;
-        bytes = static_cast<qint64>(pieces) * piece.size();
+        chunks = FloodBytes / static_cast<int>(chunk.size()) + 1;
+        messages = chunks * perChunk;
+        bytes = static_cast<qint64>(chunks) * chunk.size();
     }
 
-    QByteArray piece;
-    int pieces;
+    QByteArray chunk;
+    int chunks;
     int messages;
     qint64 bytes;
 };
 
-/// Seconds a message.
+/// Seconds per message.
 struct Cost
 {
     double wall = 0;
     double reader = 0;   ///< processor time of the thread that reads the socket
-    double receiver = 0; ///< and of the one that is told of the messages
+    double receiver = 0; ///< processor time of the thread that receives the signals
 };
 
-/// Sends @p flood and, as the last thing, @p end; waits with @p wait; takes the clocks.
+/// Sends @p flood and then @p end, calls @p wait to wait for the reader, and reads the clocks before and after.
 Cost measure(Connection& connection, const Flood& flood, const QByteArray& end, ThreadClock reader,
              const ThreadClock* receiver, const std::function<void()>& wait)
 {
@@ -57,8 +56,8 @@ Cost measure(Connection& connection, const Flood& flood, const QByteArray& end, 
     const double receiverStart = receiver ? receiver->seconds() : 0;
     const double start = now();
     std::thread peer([&] {
-        for (int count = 0; count < flood.pieces; ++count) {
-            connection.send(flood.piece);
+        for (int count = 0; count < flood.chunks; ++count) {
+            connection.send(flood.chunk);
         }
         connection.send(end);
     });
@@ -76,12 +75,7 @@ Cost drainByRecv(const QByteArray& message)
 {
     const Flood flood(message);
     FakeServer server;
-    const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(server.port());
-    inet_pton(AF_INET, server.host().toLatin1().constData(), &address.sin_addr);
-    ::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    const int descriptor = connectTo(server);
     Connection connection = server.accept();
 
     QSemaphore ready;
@@ -89,15 +83,15 @@ Cost drainByRecv(const QByteArray& message)
     QSemaphore measured;
     ThreadClock clock;
     std::thread reader([&] {
-        clock = ThreadClock::ofThisThread();
+        clock = ThreadClock::ofCurrentThread();
         ready.release();
         std::vector<char> buffer(65536);
-        for (qint64 missing = flood.bytes; missing > 0;) {
+        for (qint64 remaining = flood.bytes; remaining > 0;) {
             const ssize_t bytes = ::recv(descriptor, buffer.data(), buffer.size(), 0);
             if (bytes <= 0) {
                 break;
             }
-            missing -= bytes;
+            remaining -= bytes;
         }
         done.release();
         measured.acquire();
@@ -111,66 +105,67 @@ Cost drainByRecv(const QByteArray& message)
     return cost;
 }
 
-/// @p Rival is the socket that reads. @p listen connects its signals, with an object on the receiving thread.
-template <typename Rival>
-Cost drainByRival(const QByteArray& message, const std::function<void(Rival*, QObject*, QSemaphore*, int)>& listen = {})
+/// @p Baseline is the class of the reading socket. @p listen connects its signals to an object of another thread.
+template <typename Baseline>
+Cost drainByBaseline(const QByteArray& message,
+                     const std::function<void(Baseline*, QObject*, QSemaphore*, int)>& listen = {})
 {
     const Flood flood(message);
     FakeServer server;
     LoopThread reader;
     LoopThread receiver;
     QSemaphore done;
-    Rival* rival = nullptr;
-    runOn(reader.place(), [&] {
-        rival = new Rival;
-        rival->expect(flood.bytes, &done);
-        rival->connectToHost(server.host(), server.port());
+    Baseline* baseline = nullptr;
+    runInThreadOf(reader.context(), [&] {
+        baseline = new Baseline;
+        baseline->expect(flood.bytes, &done);
+        baseline->connectToHost(server.host(), server.port());
     });
     Connection connection = server.accept();
     if (listen) {
-        listen(rival, receiver.place(), &done, flood.messages);
+        listen(baseline, receiver.context(), &done, flood.messages);
     }
     const ThreadClock receiverClock = receiver.clock();
     const Cost cost = measure(connection, flood, {}, reader.clock(), listen ? &receiverClock : nullptr,
                               [&] { done.acquire(listen ? 2 : 1); });
-    runOn(reader.place(), [&] { delete rival; });
+    runInThreadOf(reader.context(), [&] { delete baseline; });
     connection.close();
     return cost;
 }
 
-void listenToRival(ObviousStack* rival, QObject* receiver, QSemaphore* done, int messages)
+void connectBaseline(NaiveStack* baseline, QObject* receiver, QSemaphore* done, int messages)
 {
-    const auto take = [done, missing = messages]() mutable {
-        if (--missing == 0) {
+    const auto countMessage = [done, remaining = messages]() mutable {
+        if (--remaining == 0) {
             done->release();
         }
     };
-    QObject::connect(rival, &ObviousStack::layerStatus, receiver, take);
-    QObject::connect(rival, &ObviousStack::elementThumbnail, receiver, take);
+    QObject::connect(baseline, &NaiveStack::layerStatus, receiver, countMessage);
+    QObject::connect(baseline, &NaiveStack::elementThumbnail, receiver, countMessage);
 }
 
-/// With @p listen, a receiver in another thread is told of each message; without it, none is.
+/// With @p listen, a receiver in another thread is connected to the signals.
 Cost drainByStack(const QByteArray& message, bool listen)
 {
     const Flood flood(message);
-    Seat& seat = Seat::get();
+    Client& client = Client::get();
     FakeServer server;
-    Connection connection = seat.admit(server, "Product");
+    Connection connection = client.addServer(server, "Product");
     LoopThread receiver;
     long taken = 0;
     if (listen) {
-        QObject::connect(seat.stack(), &citp_stack::layerStatus, receiver.place(), [&taken] { ++taken; });
-        QObject::connect(seat.stack(), &citp_stack::elementThumbnail, receiver.place(), [&taken] { ++taken; });
+        QObject::connect(client.stack(), &citp_stack::layerStatus, receiver.context(), [&taken] { ++taken; });
+        QObject::connect(client.stack(), &citp_stack::elementThumbnail, receiver.context(), [&taken] { ++taken; });
     }
     Cost cost;
     {
-        EndOfFlood end(listen ? receiver.place() : seat.stack());
+        EndOfFlood end(listen ? receiver.context() : client.stack());
         const ThreadClock receiverClock = receiver.clock();
-        cost = measure(connection, flood, Messages::end(), seat.workerClock(), listen ? &receiverClock : nullptr,
+        cost = measure(connection, flood, Messages::end(), client.workerClock(), listen ? &receiverClock : nullptr,
                        [&] { end.wait(); });
     }
     connection.close();
-    seat.clear();
+    client.reset();
     if (listen && taken != flood.messages) {
         throw std::runtime_error("messages were lost");
     }
@@ -179,8 +174,8 @@ Cost drainByStack(const QByteArray& message, bool listen)
 
 using Contender = std::function<Cost()>;
 
-/// A benchmark whose time is that on the wall; its counters are the processor times of the two threads.
-void contend(const std::string& load, const std::string& name, const Contender& contender)
+/// A benchmark of wall clock time, with the processor times of the two threads as counters.
+void registerContender(const std::string& load, const std::string& name, const Contender& contender)
 {
     const auto run = [contender](benchmark::State& state) {
         for (auto _ : state) {
@@ -198,18 +193,18 @@ void contend(const std::string& load, const std::string& name, const Contender& 
 
 void registerLoad(const std::string& load, const QByteArray& message)
 {
-    contend(load, "recv", [message] { return drainByRecv(message); });
-    contend(load, "socket", [message] { return drainByRival<BareSocket>(message); });
-    contend(load, "plain_framing", [message] { return drainByRival<PlainFraming>(message); });
-    contend(load, "parse", [message] { return drainByStack(message, false); });
-    contend(load, "obvious", [message] { return drainByRival<ObviousStack>(message, listenToRival); });
-    contend(load, "whole", [message] { return drainByStack(message, true); });
+    registerContender(load, "recv", [message] { return drainByRecv(message); });
+    registerContender(load, "socket", [message] { return drainByBaseline<BareSocket>(message); });
+    registerContender(load, "plain_framing", [message] { return drainByBaseline<PlainFraming>(message); });
+    registerContender(load, "parse", [message] { return drainByStack(message, false); });
+    registerContender(load, "obvious", [message] { return drainByBaseline<NaiveStack>(message, connectBaseline); });
+    registerContender(load, "whole", [message] { return drainByStack(message, true); });
 }
 } // namespace
 
 void registerDrain()
 {
     registerLoad("LSta500", Messages::lsta());
-    contend("LSta500", "framing", [] { return drainByStack(Messages::pnam(), false); });
+    registerContender("LSta500", "framing", [] { return drainByStack(Messages::pnam(), false); });
     registerLoad("EThn30K", Messages::ethn());
 }

@@ -1,4 +1,4 @@
-// The benchmarks of the stack: draining, round trip, scale. To be run by tests/in-namespace.
+// The benchmarks of the stack: draining, round trip, scale. Run this program with tests/in-namespace.
 // SPDX-License-Identifier: Apache-2.0
 #include <benchmark/benchmark.h>
 
@@ -9,7 +9,7 @@
 #include <csignal>
 
 namespace {
-constexpr unsigned Longest = 1800; // s; of a run with many repetitions
+constexpr unsigned TimeoutSeconds = 1800; // enough for a run with many repetitions
 }
 
 void registerDrain();
@@ -19,7 +19,7 @@ void registerScale();
 int main(int argc, char** argv)
 {
     std::signal(SIGPIPE, SIG_IGN);
-    alarm(Longest); // many threads wait for one another here: whatever goes wrong, the run ends
+    alarm(TimeoutSeconds); // ends the run if a thread waits forever
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 2;

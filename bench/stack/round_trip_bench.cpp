@@ -1,6 +1,6 @@
-// From a request in the application's thread to the answer there, all on one processor.
+// The time from a request in the application's thread to the answer there, with all threads on one processor.
 // SPDX-License-Identifier: Apache-2.0
-#include "seat.h"
+#include "client.h"
 
 #include <citp/citp_msg_msex_libraries.h>
 #include <citp/citp_msg_msex_requests.h>
@@ -11,7 +11,6 @@
 #include <QTcpSocket>
 #include <QThread>
 
-#include <arpa/inet.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/socket.h>
@@ -33,8 +32,8 @@ namespace {
 constexpr int RoundTrips = 2000;
 constexpr int WarmUp = 200;
 
-/// Keeps a thread of this process, and those that it starts, on the first processor that it may use.
-void keepOnOneProcessor(pthread_t thread)
+/// Pins a thread of this process, and the threads that it starts, to the first processor that it may use.
+void pinToOneProcessor(pthread_t thread)
 {
     cpu_set_t allowed;
     pthread_getaffinity_np(thread, sizeof allowed, &allowed);
@@ -46,18 +45,18 @@ void keepOnOneProcessor(pthread_t thread)
     CPU_ZERO(&one);
     CPU_SET(first, &one);
     if (pthread_setaffinity_np(thread, sizeof one, &one) != 0) {
-        throw std::runtime_error("a thread cannot be kept on one processor");
+        throw std::runtime_error("cannot pin a thread to one processor");
     }
 }
 
-/// While it lives, the calling thread and those that it starts run on one processor.
+/// While it exists, the calling thread and the threads that it starts run on one processor.
 class OneProcessor
 {
 public:
     OneProcessor()
     {
         pthread_getaffinity_np(pthread_self(), sizeof m_before, &m_before);
-        keepOnOneProcessor(pthread_self());
+        pinToOneProcessor(pthread_self());
     }
     ~OneProcessor() { pthread_setaffinity_np(pthread_self(), sizeof m_before, &m_before); }
     OneProcessor(const OneProcessor&) = delete;
@@ -67,7 +66,7 @@ private:
     cpu_set_t m_before;
 };
 
-/// Answers each message of the console with an ELIn, until the connection ends.
+/// Answers each message with an ELIn until the connection ends.
 class Responder
 {
 public:
@@ -106,7 +105,7 @@ QByteArray requestBytes()
     return bytes;
 }
 
-/// The middle and the 99th hundredth of many round trips, in seconds.
+/// Median and 99th percentile of many round trips, in seconds.
 struct Times
 {
     double p50;
@@ -127,31 +126,26 @@ Times measure(const std::function<void()>& roundTrip)
     return {times[RoundTrips / 2], times[RoundTrips * 99 / 100]};
 }
 
-/// The application hands the request to a thread with a blocking socket and gets the answer from it, each time by a
-/// condition variable.
-Times byBlockingSockets()
+/// The application passes the request to a thread with a blocking socket and gets the answer back, both by a condition
+/// variable.
+Times measureBlockingSockets()
 {
     const OneProcessor one;
     FakeServer server;
-    const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(server.port());
-    inet_pton(AF_INET, server.host().toLatin1().constData(), &address.sin_addr);
-    ::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    const int descriptor = connectTo(server);
     Connection connection = server.accept();
     const Responder responder(connection);
 
     std::mutex mutex;
-    std::condition_variable changed;
+    std::condition_variable condition;
     QByteArray toSend;
     QByteArray received;
-    bool ends = false;
+    bool stopping = false;
     std::thread worker([&] {
         std::unique_lock<std::mutex> lock(mutex);
         for (;;) {
-            changed.wait(lock, [&] { return ends || !toSend.isEmpty(); });
-            if (ends) {
+            condition.wait(lock, [&] { return stopping || !toSend.isEmpty(); });
+            if (stopping) {
                 return;
             }
             const QByteArray bytes = std::exchange(toSend, {});
@@ -161,51 +155,51 @@ Times byBlockingSockets()
             const ssize_t length = ::recv(descriptor, answer, sizeof answer, 0);
             lock.lock();
             received = QByteArray(answer, static_cast<int>(length));
-            changed.notify_all();
+            condition.notify_all();
         }
     });
     const Times times = measure([&] {
         const QByteArray bytes = requestBytes();
         std::unique_lock<std::mutex> lock(mutex);
         toSend = bytes;
-        changed.notify_all();
-        changed.wait(lock, [&] { return !received.isEmpty(); });
+        condition.notify_all();
+        condition.wait(lock, [&] { return !received.isEmpty(); });
         received.clear();
     });
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        ends = true;
+        stopping = true;
     }
-    changed.notify_all();
+    condition.notify_all();
     worker.join();
     ::close(descriptor);
     return times;
 }
 
-/// Runs the application's events until @p seen holds, and takes it back.
-void waitForAnswer(bool& seen)
+/// Processes events until @p received is set, and resets it.
+void waitForAnswer(bool& received)
 {
-    while (!seen) {
+    while (!received) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
-    seen = false;
+    received = false;
 }
 
-/// The least that is done with Qt: a queued call to the thread of the socket, a queued call back.
-Times byBareQt()
+/// The minimum with Qt: a queued call to the socket's thread and a queued call back.
+Times measureBareQt()
 {
     const OneProcessor one;
     FakeServer server;
     LoopThread thread;
     QTcpSocket* socket = nullptr;
     QObject application;
-    bool seen = false;
-    runOn(thread.place(), [&] {
+    bool received = false;
+    runInThreadOf(thread.context(), [&] {
         socket = new QTcpSocket;
-        QObject::connect(socket, &QTcpSocket::readyRead, socket, [&seen, &application, socket] {
+        QObject::connect(socket, &QTcpSocket::readyRead, socket, [&received, &application, socket] {
             const QByteArray answer = socket->readAll();
             QMetaObject::invokeMethod(
-                &application, [&seen, answer] { seen = !answer.isEmpty(); }, Qt::QueuedConnection);
+                &application, [&received, answer] { received = !answer.isEmpty(); }, Qt::QueuedConnection);
         });
         socket->connectToHost(server.host(), server.port());
     });
@@ -217,44 +211,44 @@ Times byBareQt()
             const QByteArray bytes = requestBytes();
             QMetaObject::invokeMethod(
                 socket, [socket, bytes] { socket->write(bytes); }, Qt::QueuedConnection);
-            waitForAnswer(seen);
+            waitForAnswer(received);
         });
     }
-    runOn(thread.place(), [&] { delete socket; });
+    runInThreadOf(thread.context(), [&] { delete socket; });
     return times;
 }
 
-Times byStack(const char* product)
+Times measureStack(const char* product)
 {
     const OneProcessor one;
-    Seat& seat = Seat::get();
+    Client& client = Client::get();
     FakeServer server;
-    Connection connection = seat.admit(server, product);
+    Connection connection = client.addServer(server, product);
     cpu_set_t before;
     pthread_t worker = {};
-    runOn(seat.stack(), [&] {
+    runInThreadOf(client.stack(), [&] {
         worker = pthread_self();
         pthread_getaffinity_np(worker, sizeof before, &before);
-        keepOnOneProcessor(worker);
+        pinToOneProcessor(worker);
     });
     QObject application;
-    bool seen = false;
-    QObject::connect(seat.stack(), &citp_stack::libraryInfo, &application, [&seen] { seen = true; });
+    bool received = false;
+    QObject::connect(client.stack(), &citp_stack::libraryInfo, &application, [&received] { received = true; });
     Times times = {};
     {
         const Responder responder(connection);
         const QString key = server.key();
         times = measure([&] {
-            seat.stack()->sendMsg(key, request());
-            waitForAnswer(seen);
+            client.stack()->sendMsg(key, request());
+            waitForAnswer(received);
         });
     }
-    seat.clear();
+    client.reset();
     pthread_setaffinity_np(worker, sizeof before, &before);
     return times;
 }
 
-void contend(const std::string& name, const std::function<Times()>& contender)
+void registerContender(const std::string& name, const std::function<Times()>& contender)
 {
     const auto run = [contender](benchmark::State& state) {
         for (auto _ : state) {
@@ -269,27 +263,27 @@ void contend(const std::string& name, const std::function<Times()>& contender)
         ->Unit(benchmark::kNanosecond);
 }
 
-/// What the worker and the wire cost when an application asks for a hundred things at once.
+/// The worker's processor time per request when an application sends a hundred requests in one batch.
 void burst(benchmark::State& state)
 {
     constexpr int requests = 100;
-    Seat& seat = Seat::get();
+    Client& client = Client::get();
     FakeServer server;
-    Connection connection = seat.admit(server, "Product");
+    Connection connection = client.addServer(server, "Product");
     const QString key = server.key();
     for (auto _ : state) {
-        const double start = seat.workerClock().seconds();
+        const double start = client.workerClock().seconds();
         for (int count = 0; count < requests; ++count) {
-            seat.stack()->sendMsg(key, request());
+            client.stack()->sendMsg(key, request());
         }
         for (int count = 0; count < requests; ++count) {
             connection.receive();
         }
-        runOn(seat.stack(), [] {});
-        state.SetIterationTime((seat.workerClock().seconds() - start) / requests);
+        runInThreadOf(client.stack(), [] {});
+        state.SetIterationTime((client.workerClock().seconds() - start) / requests);
     }
     connection.close();
-    seat.clear();
+    client.reset();
 }
 } // namespace
 
@@ -297,11 +291,11 @@ void registerRoundTrip();
 
 void registerRoundTrip()
 {
-    contend("unpaced/blocking", byBlockingSockets);
-    contend("unpaced/bare_qt", byBareQt);
-    contend("unpaced/stack", [] { return byStack("Product"); });
-    contend("paced/blocking", byBlockingSockets);
-    contend("paced/bare_qt", byBareQt);
-    contend("paced/stack", [] { return byStack("ArKaos"); });
+    registerContender("unpaced/blocking", measureBlockingSockets);
+    registerContender("unpaced/bare_qt", measureBareQt);
+    registerContender("unpaced/stack", [] { return measureStack("Product"); });
+    registerContender("paced/blocking", measureBlockingSockets);
+    registerContender("paced/bare_qt", measureBareQt);
+    registerContender("paced/stack", [] { return measureStack("ArKaos"); });
     benchmark::RegisterBenchmark("Burst/requests/stack", burst)->UseManualTime()->Iterations(50);
 }

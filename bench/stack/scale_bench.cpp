@@ -1,8 +1,8 @@
-// One server to many: the time until all are there, what a message and an announcement cost, and what each server
-// holds.
+// One to many servers: the time until all are up, the cost of a message and of an announcement, and the resources of
+// each server.
 // SPDX-License-Identifier: Apache-2.0
+#include "client.h"
 #include "process_figures.h"
-#include "seat.h"
 
 #include <benchmark/benchmark.h>
 
@@ -25,11 +25,11 @@ using CITP::citp_stack;
 namespace {
 constexpr int AnnouncementInterval = 1000; // ms
 
-/// Many servers, each with an address of its own, as the network has them.
-class Crowd
+/// Many servers, each with its own address.
+class ServerGroup
 {
 public:
-    explicit Crowd(int count)
+    explicit ServerGroup(int count)
     {
         for (int index = 0; index < count; ++index) {
             servers.push_back(std::make_unique<FakeServer>("127.1." + std::to_string(index / 200) + "." +
@@ -37,14 +37,14 @@ public:
         }
     }
 
-    /// Announces all at once and then once a second, answers each connection, and waits until all are announced to the
-    /// application. @return seconds from the first announcement to the last serverUp()
-    double join(const QByteArray& sinf)
+    /// Announces all servers concurrently every second, answers each connection, and waits until all are up.
+    /// @return seconds from the first announcement to the last serverUp()
+    double connectAll(const QByteArray& sinf)
     {
         std::atomic<int> up{0};
         std::atomic<double> last{0};
         const QMetaObject::Connection counting =
-            QObject::connect(Seat::get().stack(), &citp_stack::serverUp, Seat::get().stack(), [&] {
+            QObject::connect(Client::get().stack(), &citp_stack::serverUp, Client::get().stack(), [&] {
                 last = now();
                 ++up;
             });
@@ -76,7 +76,7 @@ public:
         }
         QObject::disconnect(counting);
         if (up < count) {
-            throw std::runtime_error("not all servers are announced");
+            throw std::runtime_error("timeout: not all servers are up");
         }
         return last - start;
     }
@@ -85,63 +85,63 @@ public:
     std::vector<Connection> connections;
 };
 
-/// Processor time of the worker for one thing, of which @p work makes it do @p count.
+/// The worker's processor time for @p work, divided by @p count.
 double workerSeconds(int count, const std::function<void()>& work)
 {
-    const ThreadClock clock = Seat::get().workerClock();
+    const ThreadClock clock = Client::get().workerClock();
     const double start = clock.seconds();
     work();
     return (clock.seconds() - start) / count;
 }
 
-/// What the worker spends on a message of a stream to one of the connections.
+/// The worker's processor time for each message of a stream.
 double streamedMessage(Connection& connection)
 {
     const QByteArray message = Messages::lsta();
-    QByteArray piece;
+    QByteArray chunk;
     for (int count = 0; count < 2000; ++count) {
-        piece += message;
+        chunk += message;
     }
-    constexpr int pieces = 10;
-    EndOfFlood end(Seat::get().stack());
-    return workerSeconds(2000 * pieces, [&] {
-        for (int count = 0; count < pieces; ++count) {
-            connection.send(piece);
+    constexpr int chunks = 10;
+    EndOfFlood end(Client::get().stack());
+    return workerSeconds(2000 * chunks, [&] {
+        for (int count = 0; count < chunks; ++count) {
+            connection.send(chunk);
         }
         connection.send(Messages::end());
         end.wait();
     });
 }
 
-/// And on one that comes alone, one server after the other: waking up included.
-double loneMessage(Crowd& crowd)
+/// The worker's processor time for a single message, from each server in turn, with the wake-up included.
+double singleMessage(ServerGroup& group)
 {
     constexpr int messages = 1000;
-    EndOfFlood end(Seat::get().stack());
+    EndOfFlood end(Client::get().stack());
     return workerSeconds(messages, [&] {
         for (int count = 0; count < messages; ++count) {
-            crowd.connections[static_cast<std::size_t>(count) % crowd.connections.size()].send(Messages::end());
+            group.connections[static_cast<std::size_t>(count) % group.connections.size()].send(Messages::end());
             end.wait();
         }
     });
 }
 
-/// The same for sockets that only read, without the stack: what Qt's event loop makes of so many.
-double loneMessageToBareSockets(int count)
+/// The same for sockets that only read, without the stack: the cost of Qt's event loop with so many sockets.
+double singleMessageToBareSockets(int count)
 {
     constexpr int messages = 1000;
     FakeServer server;
     LoopThread thread;
-    QSemaphore seen;
+    QSemaphore received;
     std::vector<QTcpSocket*> sockets;
     std::vector<Connection> connections;
     connections.reserve(static_cast<std::size_t>(count));
     for (int index = 0; index < count; ++index) {
-        runOn(thread.place(), [&] {
+        runInThreadOf(thread.context(), [&] {
             QTcpSocket* const socket = new QTcpSocket;
-            QObject::connect(socket, &QTcpSocket::readyRead, socket, [socket, &seen] {
+            QObject::connect(socket, &QTcpSocket::readyRead, socket, [socket, &received] {
                 socket->readAll();
-                seen.release();
+                received.release();
             });
             socket->connectToHost(server.host(), server.port());
             sockets.push_back(socket);
@@ -151,30 +151,30 @@ double loneMessageToBareSockets(int count)
     const double start = thread.clock().seconds();
     for (int index = 0; index < messages; ++index) {
         connections[static_cast<std::size_t>(index % count)].send(Messages::end());
-        seen.acquire();
+        received.acquire();
     }
     const double cost = (thread.clock().seconds() - start) / messages;
-    runOn(thread.place(), [&] { qDeleteAll(sockets); });
+    runInThreadOf(thread.context(), [&] { qDeleteAll(sockets); });
     connections.clear();
     closeLeftovers();
     return cost;
 }
 
-double repeatedAnnouncement(const Crowd& crowd)
+double repeatedAnnouncement(const ServerGroup& group)
 {
     constexpr int announcements = 1000;
     return workerSeconds(announcements, [&] {
         for (int count = 0; count < announcements; ++count) {
-            crowd.servers[static_cast<std::size_t>(count) % crowd.servers.size()]->announce();
+            group.servers[static_cast<std::size_t>(count) % group.servers.size()]->announce();
             if (count % 50 == 49) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the socket's buffer holds few
+                std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the socket's receive buffer is small
             }
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     });
 }
 
-/// Seconds of the worker's processor time in a minute in which nothing comes.
+/// Seconds of the worker's processor time in an idle minute.
 double idleMinute()
 {
     constexpr int seconds = 4;
@@ -184,45 +184,45 @@ double idleMinute()
 void scale(benchmark::State& state, int count)
 {
     for (auto _ : state) {
-        Seat& seat = Seat::get();
-        Crowd crowd(count);
-        crowd.connections.reserve(crowd.servers.size());
+        Client& client = Client::get();
+        ServerGroup group(count);
+        group.connections.reserve(group.servers.size());
         const QByteArray sinf = Messages::sinf();
         const ProcessFigures before = ProcessFigures::now();
-        const double joined = crowd.join(sinf);
+        const double connectSeconds = group.connectAll(sinf);
         const ProcessFigures after = ProcessFigures::now();
-        state.SetIterationTime(joined);
-        state.counters["streamed_ns"] = streamedMessage(crowd.connections.front()) * 1e9;
-        state.counters["lone_ns"] = loneMessage(crowd) * 1e9;
-        state.counters["ploc_ns"] = repeatedAnnouncement(crowd) * 1e9;
+        state.SetIterationTime(connectSeconds);
+        state.counters["streamed_ns"] = streamedMessage(group.connections.front()) * 1e9;
+        state.counters["lone_ns"] = singleMessage(group) * 1e9;
+        state.counters["ploc_ns"] = repeatedAnnouncement(group) * 1e9;
         state.counters["heap_bytes"] = static_cast<double>(after.heapKiB - before.heapKiB) * 1024 / count;
-        // One of them is the server's own end.
+        // One descriptor of each connection belongs to the FakeServer.
         state.counters["descriptors"] = static_cast<double>(after.descriptors - before.descriptors) / count - 1;
         state.counters["idle_ms_a_minute"] = idleMinute() * 1e3;
-        crowd.connections.clear();
-        seat.clear();
+        group.connections.clear();
+        client.reset();
     }
 }
 
-/// The registry key of a connection on each readyRead: made of the socket's peer, or kept in the record that a table
-/// like the stack's has under the socket.
-void key(benchmark::State& state, bool made)
+/// The server key of a connection on each readyRead: built from the socket's peer, or looked up by socket in a hash
+/// like the stack's.
+void key(benchmark::State& state, bool built)
 {
-    Seat& seat = Seat::get();
+    Client& client = Client::get();
     FakeServer server;
-    Connection connection = seat.admit(server, "Product");
-    runOn(seat.stack(), [&] {
+    Connection connection = client.addServer(server, "Product");
+    runInThreadOf(client.stack(), [&] {
         QHash<const QObject*, citp_stack::SERV_ID> keys;
-        for (const auto& [key, info] : seat.stack()->m_servers.toStdMap()) {
+        for (const auto& [key, info] : client.stack()->m_servers.toStdMap()) {
             keys.insert(info->m_socket, key);
         }
-        QTcpSocket* const socket = seat.stack()->m_servers.value(server.key())->m_socket;
+        QTcpSocket* const socket = client.stack()->m_servers.value(server.key())->m_socket;
         for (auto _ : state) {
-            benchmark::DoNotOptimize(made ? citp_stack::buildServerKey(socket) : keys.value(socket));
+            benchmark::DoNotOptimize(built ? citp_stack::buildServerKey(socket) : keys.value(socket));
         }
     });
     connection.close();
-    seat.clear();
+    client.reset();
 }
 } // namespace
 
@@ -240,7 +240,7 @@ void registerScale()
         benchmark::RegisterBenchmark(("Scale/sockets/" + name).c_str(),
                                      [count](benchmark::State& state) {
                                          for (auto _ : state) {
-                                             state.SetIterationTime(loneMessageToBareSockets(count));
+                                             state.SetIterationTime(singleMessageToBareSockets(count));
                                          }
                                      })
             ->UseManualTime()

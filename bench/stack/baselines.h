@@ -1,4 +1,4 @@
-// What the stack is held against: a socket that is only emptied, and the stack as one would first write it.
+// The baselines for the stack: a socket that only reads, and simple implementations of the stack.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -12,40 +12,40 @@
 
 #include <vector>
 
-/// Reads all that comes and counts it.
+/// Reads and counts all incoming bytes.
 class BareSocket : public QTcpSocket
 {
     Q_OBJECT
 
 public:
     BareSocket();
-    /// @p tell is released when @p bytes have come.
-    void expect(qint64 bytes, QSemaphore* tell);
+    /// Releases @p done when @p bytes have been received.
+    void expect(qint64 bytes, QSemaphore* done);
 
 protected Q_SLOTS:
-    virtual void take();
+    virtual void handleData();
 
 protected:
     void count(qint64 bytes);
 
 private:
-    qint64 m_missing = 0;
-    QSemaphore* m_tell = nullptr;
+    qint64 m_remaining = 0;
+    QSemaphore* m_done = nullptr;
     std::vector<char> m_buffer;
 };
 
-/// Cuts the stream into messages by peek and read, and drops them.
+/// Splits the stream into messages with peek() and read(), and discards them.
 class PlainFraming : public BareSocket
 {
     Q_OBJECT
 
 protected:
-    void take() override;
+    void handleData() override;
     virtual void handle(const QByteArray& message, const QString& key);
 };
 
-/// Parses them with QDataStream and tells of them by a signal.
-class ObviousStack : public PlainFraming
+/// Parses the messages with QDataStream and emits a signal for each.
+class NaiveStack : public PlainFraming
 {
     Q_OBJECT
 

@@ -1,6 +1,6 @@
-// The stack on the loopback, clocks, and messages.
+// The stack on the loopback interface, clocks, and messages.
 // SPDX-License-Identifier: Apache-2.0
-#include "seat.h"
+#include "client.h"
 
 #include "wire.h"
 
@@ -10,14 +10,16 @@
 #include <QCoreApplication>
 #include <QObject>
 
+#include <arpa/inet.h>
 #include <pthread.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
 #include <thread>
 
-ThreadClock ThreadClock::ofThisThread()
+ThreadClock ThreadClock::ofCurrentThread()
 {
     ThreadClock clock;
     pthread_getcpuclockid(pthread_self(), &clock.m_clock);
@@ -36,55 +38,63 @@ double now()
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-void runOn(QObject* object, const std::function<void()>& work)
+void runInThreadOf(QObject* object, const std::function<void()>& work)
 {
     QMetaObject::invokeMethod(
         object, [&work] { work(); }, Qt::BlockingQueuedConnection);
 }
 
-LoopThread::LoopThread() : m_place(new QObject)
+int connectTo(const FakeServer& server)
 {
-    m_place->moveToThread(&m_thread);
+    const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(server.port());
+    inet_pton(AF_INET, server.host().toLatin1().constData(), &address.sin_addr);
+    if (::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        throw std::runtime_error("cannot connect to the server");
+    }
+    return descriptor;
+}
+
+LoopThread::LoopThread() : m_context(new QObject)
+{
+    m_context->moveToThread(&m_thread);
     m_thread.start();
-    runOn(m_place, [this] { m_clock = ThreadClock::ofThisThread(); });
+    runInThreadOf(m_context, [this] { m_clock = ThreadClock::ofCurrentThread(); });
 }
 
 LoopThread::~LoopThread()
 {
-    m_place->deleteLater();
+    m_context->deleteLater();
     m_thread.quit();
     m_thread.wait();
 }
 
-Seat& Seat::get()
+Client& Client::get()
 {
-    static Seat seat;
-    return seat;
+    static Client client;
+    return client;
 }
 
-Seat::Seat()
+Client::Client()
 {
     ArtNet::Adapter::Choose("lo");
     Os::Log::SetMask("CITP.*", Os::Log::Failure | Os::Log::Critical);
     m_stack = CITP::citp_stack::Get();
-    runOn(m_stack, [this] { m_workerClock = ThreadClock::ofThisThread(); });
-    clear();
+    runInThreadOf(m_stack, [this] { m_workerClock = ThreadClock::ofCurrentThread(); });
+    reset();
 }
 
-void Seat::tick()
-{
-    QMetaObject::invokeMethod(m_stack, "timepop", Qt::BlockingQueuedConnection);
-}
-
-void Seat::clear()
+void Client::reset()
 {
     m_stack->setEnabled(false);
     m_stack->setEnabled(true);
-    tick();
+    QMetaObject::invokeMethod(m_stack, "timepop", Qt::BlockingQueuedConnection);
     closeLeftovers();
 }
 
-Connection Seat::admit(FakeServer& server, const char* product)
+Connection Client::addServer(FakeServer& server, const char* product)
 {
     server.announce();
     Connection connection = server.accept();
@@ -92,9 +102,9 @@ Connection Seat::admit(FakeServer& server, const char* product)
         connection.receive();
     }
     connection.send(Wire::sinf(product));
-    for (int waited = 0; !m_stack->getServerInfo(server.key(), nullptr, nullptr); ++waited) {
-        if (waited == TestTimeout) {
-            throw std::runtime_error("the stack does not announce the server");
+    for (int waitedMs = 0; !m_stack->getServerInfo(server.key(), nullptr, nullptr); ++waitedMs) {
+        if (waitedMs == TestTimeout) {
+            throw std::runtime_error("timeout: the stack does not report the server");
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -102,7 +112,7 @@ Connection Seat::admit(FakeServer& server, const char* product)
 }
 
 EndOfFlood::EndOfFlood(QObject* receiver)
-    : m_connection(QObject::connect(Seat::get().stack(), &CITP::citp_stack::libraryUpdated, receiver,
+    : m_connection(QObject::connect(Client::get().stack(), &CITP::citp_stack::libraryUpdated, receiver,
                                     [this] { m_seen.release(); }))
 {
 }

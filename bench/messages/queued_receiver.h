@@ -1,4 +1,4 @@
-// The two ends of a queued signal, as the stack's worker and an application's receiver are.
+// The sender and the receiver of a queued signal, like the stack's worker and an application.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -10,11 +10,11 @@
 #include <QSemaphore>
 
 namespace bench {
-class Courier : public QObject
+class Sender : public QObject
 {
     Q_OBJECT
 public:
-    // The signals are for the benchmark to emit.
+    // Signals can only be emitted from inside the class.
     void emitBare() { Q_EMIT bare(); }
     void emitMessage(const CITP::Msg_MSEX_MEIN& message) { Q_EMIT mein(message); }
     void emitMessage(const CITP::Msg_MSEX_LSTA& message) { Q_EMIT lsta(message); }
@@ -27,15 +27,15 @@ Q_SIGNALS:
     void ethn(const CITP::Msg_MSEX_ETHN& message);
 };
 
-/// Lives in a thread of its own and tells by #received that a signal has come.
-class Receiver : public QObject
+/// Lives in its own thread and releases #received for each signal.
+class QueuedReceiver : public QObject
 {
     Q_OBJECT
 public:
-    void takeBare() { received.release(); }
-    void takeMein(const CITP::Msg_MSEX_MEIN& /*message*/) { received.release(); }
-    void takeLsta(const CITP::Msg_MSEX_LSTA& /*message*/) { received.release(); }
-    void takeEthn(const CITP::Msg_MSEX_ETHN& /*message*/) { received.release(); }
+    void handleBare() { received.release(); }
+    void handleMein(const CITP::Msg_MSEX_MEIN& /*message*/) { received.release(); }
+    void handleLsta(const CITP::Msg_MSEX_LSTA& /*message*/) { received.release(); }
+    void handleEthn(const CITP::Msg_MSEX_ETHN& /*message*/) { received.release(); }
 
     QSemaphore received;
 };

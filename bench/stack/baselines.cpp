@@ -1,6 +1,6 @@
-// What the stack is held against.
+// Implementations of the baselines.
 // SPDX-License-Identifier: Apache-2.0
-#include "rivals.h"
+#include "baselines.h"
 
 #include "reference_parser.h"
 
@@ -8,24 +8,24 @@
 
 BareSocket::BareSocket() : m_buffer(65536)
 {
-    connect(this, &QTcpSocket::readyRead, this, &BareSocket::take);
+    connect(this, &QTcpSocket::readyRead, this, &BareSocket::handleData);
 }
 
-void BareSocket::expect(qint64 bytes, QSemaphore* tell)
+void BareSocket::expect(qint64 bytes, QSemaphore* done)
 {
-    m_missing = bytes;
-    m_tell = tell;
+    m_remaining = bytes;
+    m_done = done;
 }
 
 void BareSocket::count(qint64 bytes)
 {
-    m_missing -= bytes;
-    if (m_missing == 0) {
-        m_tell->release();
+    m_remaining -= bytes;
+    if (m_remaining == 0) {
+        m_done->release();
     }
 }
 
-void BareSocket::take()
+void BareSocket::handleData()
 {
     qint64 bytes = 0;
     while ((bytes = read(m_buffer.data(), static_cast<qint64>(m_buffer.size()))) > 0) {
@@ -33,7 +33,7 @@ void BareSocket::take()
     }
 }
 
-void PlainFraming::take()
+void PlainFraming::handleData()
 {
     const QString key = peerName() + QLatin1Char(':') + QString::number(peerPort());
     while (bytesAvailable() >= 20) {
@@ -52,7 +52,7 @@ void PlainFraming::take()
 
 void PlainFraming::handle(const QByteArray&, const QString&) {}
 
-void ObviousStack::handle(const QByteArray& message, const QString& key)
+void NaiveStack::handle(const QByteArray& message, const QString& key)
 {
     const QByteArray code = message.mid(22, 4);
     if (code == "LSta") {
