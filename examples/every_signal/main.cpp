@@ -1,5 +1,5 @@
-// Every signal and every request, handled in a thread of the application that has an event loop of its own:
-// every_signal [SECONDS], 10 unless given.
+// Handles every signal and sends every request, in a thread of the application with its own event loop:
+// every_signal [SECONDS], default 10.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_fptc.h>
 #include <citp/citp_msg_msex_elements.h>
@@ -17,27 +17,28 @@
 using namespace CITP;
 
 namespace {
-// Library types: media and effects have messages of their own, all others share one.
+// Library types: media and effects have their own element messages, all other types share one.
 constexpr unsigned char Media = 1;
 constexpr unsigned char Effects = 2;
 constexpr unsigned char Generic = 3;
 constexpr unsigned char LibraryTypes[] = {Media, Effects, Generic};
 
-// Written with one call, since the stack's log lines come from other threads.
-void say(const QString& server, const QString& text)
+// Writes each line with one call: other threads write the stack's log lines at the same time.
+void print(const QString& server, const QString& text)
 {
     QTextStream(stdout) << QString("%1  %2\n").arg(server, text);
 }
 } // namespace
 
-/// The application's side of CITP. It lives in its own thread: all slots run there, never on the stack's.
+/// Receives the stack's signals. It lives in a thread of the application: all slots run there, none in the stack's
+/// thread.
 class MediaServers : public QObject
 {
 public:
     MediaServers()
     {
-        // By default a patch does not reach other threads than the stack's. Before the connection is made: Qt remembers
-        // of a connection that it could not deliver.
+        // Without this registration a patch does not reach other threads. It must precede the connection: Qt does not
+        // retry a connection whose argument type was unknown.
         qRegisterMetaType<Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH");
 
         citp_stack* const stack = citp_stack::Get();
@@ -60,30 +61,30 @@ private:
         Msg_MSEX_SINF info;
         Msg_PEER_PLOC location;
         if (!citp_stack::Get()->getServerInfo(server, &info, &location))
-            return; // it has gone since
-        say(server, QString("serverUp: \"%1\", %2 %3.%4, MSEX 1.%5, %6 layers")
-                        .arg(location.name, info.ProductName)
-                        .arg(info.ProductVersionMajor)
-                        .arg(info.ProductVersionMinor)
-                        .arg(info.GetHighestMsexVersion())
-                        .arg(info.LayerDMXSources.size()));
+            return; // the server has gone since
+        print(server, QString("serverUp: \"%1\", %2 %3.%4, MSEX 1.%5, %6 layers")
+                          .arg(location.name, info.ProductName)
+                          .arg(info.ProductVersionMajor)
+                          .arg(info.ProductVersionMinor)
+                          .arg(info.GetHighestMsexVersion())
+                          .arg(info.LayerDMXSources.size()));
 
-        // The stack has sent PNam, CInf and SPtc itself; an application may send them again.
+        // The stack has already sent PNam, CInf and SPtc; an application may send them again.
         request(server, "PNam", Msg_PEER_PNAM(QString("Example console")));
         request(server, "CInf", Msg_MSEX_CInf());
         request(server, "SPtc", Msg_FPTC_SPTC(nullptr)); // the whole patch
         for (const unsigned char type : LibraryTypes) {
-            // A server of MSEX 1.0 knows no sub-libraries; the parent is not sent to it.
+            // MSEX 1.0 has no sub-libraries: the parent is not sent to such a server.
             request(server, "GELI", Msg_MSEX_GELI(info.GetHighestMsexVersion(), type, "0,0,0,0", {}));
         }
     }
 
-    void serverDown(const QString& server) { say(server, "serverDown"); }
+    void serverDown(const QString& server) { print(server, "serverDown"); }
 
     void libraryInfo(const QString& server, const Msg_MSEX_ELIN& answer)
     {
-        say(server,
-            QString("libraryInfo: %1 libraries of type %2").arg(answer.Libraries.size()).arg(answer.LibraryType));
+        print(server,
+              QString("libraryInfo: %1 libraries of type %2").arg(answer.Libraries.size()).arg(answer.LibraryType));
         if (answer.Libraries.empty())
             return;
         const Msg_MSEX_ELIN::ElementLibraryInformation& first = answer.Libraries.front();
@@ -94,7 +95,7 @@ private:
 
     void mediaInfo(const QString& server, const Msg_MSEX_MEIN& answer)
     {
-        say(server, QString("mediaInfo: %1 media in library %2").arg(answer.Media.size()).arg(answer.LibraryId));
+        print(server, QString("mediaInfo: %1 media in library %2").arg(answer.Media.size()).arg(answer.LibraryId));
         if (answer.Media.empty())
             return;
         const Msg_MSEX_MEIN::MediaInformation& first = answer.Media.front();
@@ -104,29 +105,29 @@ private:
 
     void effectInfo(const QString& server, const Msg_MSEX_EEIN& answer)
     {
-        say(server, QString("effectInfo: %1 effects in library %2").arg(answer.Effects.size()).arg(answer.LibraryId));
+        print(server, QString("effectInfo: %1 effects in library %2").arg(answer.Effects.size()).arg(answer.LibraryId));
     }
 
     void genericInfo(const QString& server, const Msg_MSEX_GLEI& answer)
     {
-        say(server,
-            QString("genericInfo: %1 elements in library %2").arg(answer.Elements.size()).arg(answer.LibraryId));
+        print(server,
+              QString("genericInfo: %1 elements in library %2").arg(answer.Elements.size()).arg(answer.LibraryId));
     }
 
     void libraryThumbnail(const QString& server, const Msg_MSEX_ELTH& answer)
     {
-        say(server, QString("libraryThumbnail: library %1: %2").arg(answer.LibraryId, picture(answer)));
+        print(server, QString("libraryThumbnail: library %1: %2").arg(answer.LibraryId, picture(answer)));
     }
 
     void elementThumbnail(const QString& server, const Msg_MSEX_ETHN& answer)
     {
-        say(server, QString("elementThumbnail: library %1, element %2: %3")
-                        .arg(answer.LibraryId)
-                        .arg(answer.ElementNumber)
-                        .arg(picture(answer)));
+        print(server, QString("elementThumbnail: library %1, element %2: %3")
+                          .arg(answer.LibraryId)
+                          .arg(answer.ElementNumber)
+                          .arg(picture(answer)));
     }
 
-    // The empty buffer is how a failure is told.
+    // An empty buffer means that the library could not read the picture.
     static QString picture(const Msg_MSEX_Thumbnail_Response_Base& answer)
     {
         if (answer.ThumbnailBuffer.isEmpty())
@@ -138,40 +139,40 @@ private:
             .arg(answer.ThumbnailBuffer.size());
     }
 
-    // What was fetched of the library before is out of date; a console would ask for it again.
+    // What was fetched of the library is outdated; a console would request it again.
     void libraryUpdated(const QString& server, const Msg_MSEX_ELUP& notice)
     {
-        say(server, QString("libraryUpdated: library %1 of type %2, flags %3")
-                        .arg(notice.LibraryId)
-                        .arg(notice.LibraryType)
-                        .arg(notice.UpdateFlags));
+        print(server, QString("libraryUpdated: library %1 of type %2, flags %3")
+                          .arg(notice.LibraryId)
+                          .arg(notice.LibraryType)
+                          .arg(notice.UpdateFlags));
     }
 
     void layerStatus(const QString& server, const Msg_MSEX_LSTA& status)
     {
         for (const Msg_MSEX_LSTA::LayerStatus& layer : status.Layers) {
-            say(server, QString("layerStatus: layer %1 plays \"%2\", frame %3 of %4")
-                            .arg(layer.LayerNumber)
-                            .arg(layer.MediaName)
-                            .arg(layer.MediaPosition)
-                            .arg(layer.MediaLength));
+            print(server, QString("layerStatus: layer %1 plays \"%2\", frame %3 of %4")
+                              .arg(layer.LayerNumber)
+                              .arg(layer.MediaName)
+                              .arg(layer.MediaPosition)
+                              .arg(layer.MediaLength));
         }
     }
 
     void patchMessage(const QString& server, const Msg_FPTC_PTCH& fixture)
     {
-        say(server, QString("patchMessage: fixture %1, %2 %3, universe %4, channel %5")
-                        .arg(fixture.FixtureIdentifier)
-                        .arg(fixture.FixtureMake, fixture.FixtureName)
-                        .arg(fixture.Universe)
-                        .arg(fixture.Channel));
+        print(server, QString("patchMessage: fixture %1, %2 %3, universe %4, channel %5")
+                          .arg(fixture.FixtureIdentifier)
+                          .arg(fixture.FixtureMake, fixture.FixtureName)
+                          .arg(fixture.Universe)
+                          .arg(fixture.Channel));
     }
 
-    // True means passed down, not received: an answer may never come, and a console counts on that.
+    // True means that the stack has accepted the request. An answer may never come; an application must expect that.
     static void request(const QString& server, const char* code, const Msg_Header& message)
     {
-        const bool passedDown = citp_stack::Get()->sendMsg(server, message);
-        say(server, QString("request %1 %2").arg(QString(code), QString(passedDown ? "passed down" : "refused")));
+        const bool accepted = citp_stack::Get()->sendMsg(server, message);
+        print(server, QString("request %1 %2").arg(QString(code), QString(accepted ? "passed down" : "refused")));
     }
 };
 
@@ -180,7 +181,7 @@ int main(int argc, char** argv)
     QCoreApplication application(argc, argv);
     const int seconds = argc > 1 ? QString(argv[1]).toInt() : 10;
     if (argc > 2 || seconds < 1 || seconds > 86400) {
-        QTextStream(stderr) << "every_signal: wrong use; give one number of seconds, 1 to 86400, or nothing\n";
+        QTextStream(stderr) << "every_signal: usage error: expected at most one number of seconds, 1 to 86400\n";
         return 2;
     }
 
@@ -194,7 +195,7 @@ int main(int argc, char** argv)
     QTimer::singleShot(seconds * 1000, &application, &QCoreApplication::quit);
     const int status = QCoreApplication::exec();
 
-    // The thread first: its object disconnects from the stack as it goes. The stack itself is never deleted.
+    // Stop the thread: its object is deleted and thereby disconnected. The stack itself is never deleted.
     thread.quit();
     thread.wait();
     return status;

@@ -1,8 +1,8 @@
-// A desk's own system library in place of the bundled one: its logger, its choice of the adapter, its sockets. The
-// headers are the installed ones; what each member promises stands there.
+// A desk's own system library in place of the bundled one: logger, selection of the adapter, sockets. The installed
+// headers document each member.
 //
-// This desk has one show network, soldered in. Its adapter never changes, so the monitor has nothing to report; a desk
-// whose adapters come and go calls the callbacks from its own monitor here.
+// This desk has one built-in network adapter, which never changes, so that the monitor has nothing to report. With
+// removable adapters, the desk's own monitor would call the callbacks here.
 // SPDX-License-Identifier: Apache-2.0
 #include <arpa/inet.h>
 #include <citp_system/artnet_adapter.h>
@@ -26,7 +26,7 @@
 #include <cstdlib>
 #include <cstring>
 
-// ---- The logger: one line on standard error, as this desk's log collector reads it
+// ---- The logger: one line on standard error for each entry, in the format of this desk's log collector
 
 namespace Os {
 namespace Log {
@@ -36,7 +36,7 @@ Context::Context(const char* name, Context* parent, unsigned mask)
       m_parent(parent),
       m_mask(mask)
 {
-    // Every message passing by, for those who look for a fault on this desk.
+    // Logs every message, for troubleshooting on this desk.
     if (std::getenv("DESK_TRACE"))
         m_mask = DefaultMask | Traffic;
 }
@@ -51,7 +51,7 @@ void Context::Write(unsigned level, const text_base& text, const char*, const ch
 }
 } // namespace Log
 
-// This desk's logger prints no call stacks, so none is taken.
+// This desk's logger prints no call stacks, so none is recorded.
 CallStack Thread::GetCallStack() noexcept
 {
     return {};
@@ -80,7 +80,7 @@ void NetworkAdapterMonitor::Unregister(Callback*) {}
 } // namespace Os
 
 namespace ArtNet {
-// The desk's settings name the adapter, and no other is ever taken.
+// The desk's settings name the adapter; no other adapter is ever selected.
 Adapter Adapter::Get()
 {
     const char* const setting = std::getenv("DESK_SHOW_ADAPTER");
@@ -214,7 +214,7 @@ void Socket::Close()
 }
 } // namespace Net
 
-// ---- Text and the end
+// ---- Text and fatal errors
 
 text_base::text_base() noexcept : m_length(0)
 {

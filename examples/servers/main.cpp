@@ -1,4 +1,4 @@
-// Prints the media servers on the network and the first library of each: servers [SECONDS], 10 unless given.
+// Prints the media servers on the network and the first library of each: servers [SECONDS], default 10.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_libraries.h>
 #include <citp/citp_msg_msex_requests.h>
@@ -15,20 +15,20 @@ int main(int argc, char** argv)
     QCoreApplication application(argc, argv);
     const int seconds = argc > 1 ? QString(argv[1]).toInt() : 10;
     if (argc > 2 || seconds < 1 || seconds > 86400) {
-        QTextStream(stderr) << "servers: wrong use; give one number of seconds, 1 to 86400, or nothing\n";
+        QTextStream(stderr) << "servers: usage error: expected at most one number of seconds, 1 to 86400\n";
         return 2;
     }
     citp_stack* const stack = citp_stack::Get();
 
-    // With the application as context object, the slots run here and not on the stack's own thread.
+    // With the application as context object, the slots run in this thread, not in the stack's.
     QObject::connect(stack, &citp_stack::serverUp, &application, [stack](const QString& server) {
         CITP::Msg_MSEX_SINF info;
         CITP::Msg_PEER_PLOC location;
         if (!stack->getServerInfo(server, &info, &location))
-            return; // it has gone since
+            return; // the server has gone since
         QTextStream(stdout) << "up    " << server << "  \"" << location.name << "\"  " << info.ProductName << Qt::endl;
 
-        // Type 1 is media. The empty list of numbers asks for all libraries below "0,0,0,0", the top.
+        // Type 1 is media. An empty list of numbers requests all libraries below "0,0,0,0", the root.
         constexpr unsigned char Media = 1;
         const unsigned char version = info.GetHighestMsexVersion();
         stack->sendMsg(server, CITP::Msg_MSEX_GELI(version, Media, "0,0,0,0", {}));
@@ -48,7 +48,7 @@ int main(int argc, char** argv)
     QObject::connect(stack, &citp_stack::serverDown, &application,
                      [](const QString& server) { QTextStream(stdout) << "down  " << server << Qt::endl; });
 
-    // Only now: servers that are up already are not reported again.
+    // Enable the stack after the connections: servers that are already up are not reported again.
     stack->setEnabled(true);
     QTimer::singleShot(seconds * 1000, &application, &QCoreApplication::quit);
     return QCoreApplication::exec();
