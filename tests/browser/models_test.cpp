@@ -359,7 +359,7 @@ TEST(BrowserLog, ShowsReadableTextAndTheServersRealName)
     for (const char* const line : {"added 127.0.0.2:4811 B?hne (total=1)", "added 127.0.0.3:4812 ?? (total=2)",
                                    "removed 127.0.0.2:4811 B\xFChne (total=1)", "connected to 127.0.0.22:4811"})
         context.Write(Os::Log::State, text_base() << line, "probe()", "probe.cpp", 1, {});
-    ASSERT_TRUE(until([&] { return log.rowCount() == 4; }));
+    ASSERT_TRUE(waitFor([&] { return log.rowCount() == 4; }));
     const auto cell = [&](int row, int column) { return log.index(row, column).data().toString().toStdString(); };
     QSignalSpy changes(&log, &QAbstractItemModel::dataChanged);
     log.setServerName("127.0.0.2:4811", QString::fromUtf8("Bühne"));
@@ -385,9 +385,9 @@ TEST_F(BrowserModels, TheLogNamesTheServerOfALine)
         }
         return QString();
     };
-    EXPECT_TRUE(until([&] { return serverOf("added " + StageKey) == "Stage"; }));
+    EXPECT_TRUE(waitFor([&] { return serverOf("added " + StageKey) == "Stage"; }));
     server.kill();
-    EXPECT_TRUE(until([&] { return serverOf("removed " + StageKey) == "Stage"; }));
+    EXPECT_TRUE(waitFor([&] { return serverOf("removed " + StageKey) == "Stage"; }));
 }
 
 TEST(BrowserValues, LinesAreShortAndInOnePiece)
