@@ -14,8 +14,7 @@
 namespace bench {
 struct Case
 {
-    std::string
-        name; ///< SUITE/CASE/CONTENDER, e.g. "Parse/MEIn255/library"; scripts/bench compares the contenders of a case
+    std::string name;           ///< SUITE/CASE/CONTENDER, e.g. "Parse/MEIn255/library"
     std::function<void()> once; ///< runs the case once, for callgrind
     std::function<void(benchmark::State&)> loop;
     bool realTime; ///< measures wall clock time, as several threads do the work

@@ -204,7 +204,7 @@ std::vector<std::pair<QString, QString>> ElementModel::fields(int row) const
         fields.emplace_back(tr("Frame rate"), tr("%1 frames per second").arg(item.frameRate));
     }
     if (m_kind != Kind::Effects)
-        fields.emplace_back(tr("Time stamp"), timeText(item.timestamp));
+        fields.emplace_back(tr("Timestamp"), timeText(item.timestamp));
     if (m_kind == Kind::Effects)
         fields.emplace_back(tr("Parameters"),
                             item.parameters.isEmpty() ? tr("none") : item.parameters.join(QStringLiteral(", ")));

@@ -26,7 +26,7 @@ public:
     /// Stops the thread; no signal is emitted afterwards.
     ~Inbox() override;
 
-    /// Passes on only messages of the server @p key from now on, of none if empty. Servers are always reported.
+    /// Passes on messages of the server @p key only, or of no server if empty. Servers up and down are always reported.
     void setServer(const QString& key);
 
     /// Starts the thread. Connect the signals first.
@@ -62,7 +62,7 @@ private:
     void emitFixtures();
 
     QThread m_thread;
-    QMutex m_mutex; ///< guards #m_followed
+    QMutex m_mutex; ///< guards #m_server
     QString m_server;
     // Used in the inbox's thread only.
     Announcements* m_announcements = nullptr;

@@ -15,7 +15,7 @@ constexpr int MaxLineLength = 400;
 
 LogModel::LogModel(int maxLines) : m_maxLines(maxLines)
 {
-    // Lines come from here on.
+    // From here on other threads may call Write().
     m_previousSink = Os::Log::SetSink(this);
     connect(&m_drain, &QTimer::timeout, this, &LogModel::drain);
     m_drain.start(BatchMs);

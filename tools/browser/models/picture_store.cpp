@@ -28,7 +28,7 @@ void PictureStore::setWanted(Priority priority, std::vector<PictureId> ids)
         Q_EMIT progress(done(), total());
 }
 
-// A picture that was evicted from the cache is fetched again only when it is visible.
+// A picture that was evicted from the cache is fetched again only when it is shown.
 bool PictureStore::isMissing(const PictureId& id, Priority priority) const
 {
     if (m_requests.isRequested(id) || m_requests.isRequested({id.type, id.library, id.number, !id.large}))

@@ -52,7 +52,7 @@ public:
     void setAnnounced(const QString& key, const QString& name);
     void setUp(const Server& server);
     void setDown(const QString& key);
-    /// Removes servers that have only announced themselves: after a change of the adapter they are not received any
+    /// Removes servers that are not connected. For a change of the adapter: their announcements are not received any
     /// more.
     void removeUnconnected();
 

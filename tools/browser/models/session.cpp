@@ -64,7 +64,7 @@ void Session::open(const Server& server)
     if (isAnother) {
         m_libraries.setServer(server);
     } else {
-        // The reloaded list shows which pictures of the shown library have changed. For other libraries nothing does.
+        // The reloaded list tells which pictures of the shown library have changed. All others are invalidated.
         m_pictures.invalidateAllExcept(m_elements.type(), m_elements.rowCount() > 0 ? m_elements.library() : QString());
         m_libraries.reload();
         m_elements.reload();

@@ -150,7 +150,7 @@ QModelIndex ElementGrid::moveCursor(CursorAction action, Qt::KeyboardModifiers /
             row -= row >= columns() ? columns() : 0;
             break;
         case MoveDown:
-            // From the line above an incomplete last line, qBound() below limits the row to the last one.
+            // qBound() below limits the row if the last line is incomplete.
             row += row / columns() < (rows() - 1) / columns() ? columns() : 0;
             break;
         case MovePageUp:

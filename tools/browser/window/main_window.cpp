@@ -174,7 +174,7 @@ void MainWindow::showProgress(int done, int total)
     m_progress->setMaximum(qMax(1, total));
     m_progress->setValue(done);
     m_progress->setVisible(isBusy);
-    // Hiding a button that has the focus would leave the focus undefined.
+    // Hiding the focused button would move the focus to an arbitrary widget.
     if (!isBusy && m_cancel->hasFocus())
         m_elements->setFocus();
     m_cancel->setVisible(isBusy);
