@@ -9,6 +9,8 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+# A program need not be linked anew because a shared library that it links has changed.
+set(CMAKE_LINK_DEPENDS_NO_SHARED ON)
 
 if(NOT CITP_QT_MAJOR MATCHES "^[56]$")
   message(FATAL_ERROR "CITP_QT_MAJOR is '${CITP_QT_MAJOR}': set it to 6 or 5")

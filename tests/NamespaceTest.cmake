@@ -5,5 +5,6 @@
 function(citp_namespace_test target)
   # Taken as the launcher by the discovery and by each run.
   set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/in-namespace")
-  gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+  get_filename_component(folder ${CMAKE_CURRENT_SOURCE_DIR} NAME)
+  gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS ${folder} TIMEOUT 300)
 endfunction()

@@ -12,7 +12,8 @@
 #include <memory>
 #include <vector>
 
-/// Every fuzz target is this one function: with libFuzzer behind it in a fuzzing build, with replay_main.cpp elsewhere.
+/// Every fuzz target is this one function. libFuzzer calls it in a fuzzing build. Elsewhere the build renames it, so
+/// that replay_main.cpp has all targets in one program.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace fuzz {

@@ -62,7 +62,7 @@ void expectEveryRoundToEnd(const char* how)
 {
     StreamingServers servers;
     for (int round = 0; round < Rounds; ++round) {
-        ChildProcess child({EXIT_CHILD, how});
+        ChildProcess child({TEST_CHILD, "exit", how});
         ASSERT_EQ(child.waitForEnd(), "exit 7") << "round " << round;
     }
 }
@@ -129,7 +129,7 @@ TEST(StackExit, RightAfterEnabling)
 TEST(StackSizeZero, IsReportedWithoutEndUntilTheProcessIsKilled)
 {
     FakeServer server;
-    ChildProcess child({ENDLESS_CHILD});
+    ChildProcess child({TEST_CHILD, "endless"});
     expectEndlessLines(server, child);
     EXPECT_TRUE(child.isRunning());
     child.kill();
@@ -140,7 +140,7 @@ TEST(StackSizeZero, DoesNotKeepTheProcessFromExiting)
 {
     for (int round = 0; round < 5; ++round) {
         FakeServer server;
-        ChildProcess child({ENDLESS_CHILD, "exit"});
+        ChildProcess child({TEST_CHILD, "endless", "exit"});
         expectEndlessLines(server, child);
         ASSERT_EQ(child.waitForEnd(), "exit 7") << "round " << round;
     }
@@ -149,7 +149,7 @@ TEST(StackSizeZero, DoesNotKeepTheProcessFromExiting)
 TEST(StackSizeZero, DoesNotKeepTheThreadFromRestingWhenTheApplicationObjectGoes)
 {
     FakeServer server;
-    ChildProcess child({ENDLESS_CHILD, "exit-at-rest"});
+    ChildProcess child({TEST_CHILD, "endless", "exit-at-rest"});
     expectEndlessLines(server, child);
     EXPECT_EQ(child.waitForEnd(), "exit 7");
 }

@@ -75,7 +75,7 @@ TEST_P(FaultExit, ComesWithoutCrashOrHang)
 {
     FaultyServers servers;
     for (int round = 0; round < rounds(); ++round) {
-        ChildProcess child({EXIT_CHILD, GetParam()});
+        ChildProcess child({TEST_CHILD, "exit", GetParam()});
         ASSERT_EQ(child.waitForEnd(), "exit 7") << "round " << round;
     }
 }

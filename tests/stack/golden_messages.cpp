@@ -1,9 +1,8 @@
-// Golden messages: read by the loader of the unit tests, apart from the other sources because it has a log capture of
-// its own.
+// Golden messages: read by the loader of the unit tests.
 // SPDX-License-Identifier: Apache-2.0
 #include "golden_messages.h"
 
-#include <golden.h>
+#include "golden.h"
 
 #include <QDir>
 
@@ -27,9 +26,4 @@ std::vector<GoldenMessage> goldenAnswers()
     }
     EXPECT_EQ(codes, answers) << "of some answers there is no golden message";
     return found;
-}
-
-std::string quotedText(const QString& text)
-{
-    return golden::quoted(text);
 }

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <QByteArray>
-#include <QString>
 
 #include <string>
 #include <vector>
@@ -13,12 +12,9 @@ struct GoldenMessage
     std::string name; ///< the file's, e.g. "elin_1_0"
     std::string code; ///< "ELIn"
     QByteArray bytes;
-    std::string text; ///< the debug text as quotedText() gives it
+    std::string text; ///< the debug text as golden::quoted() gives it
 };
 
 /// Every message of the golden files that a server sends over its connection and the console passes on, in the order
 /// of their names.
 std::vector<GoldenMessage> goldenAnswers();
-
-/// @p text as the golden files write it.
-std::string quotedText(const QString& text);

@@ -1,5 +1,6 @@
 // The golden messages over a real connection: however the stream is cut, each comes out whole, once, and at once.
 // SPDX-License-Identifier: Apache-2.0
+#include "golden.h"
 #include "golden_messages.h"
 #include "stack_fixture.h"
 
@@ -143,7 +144,7 @@ private:
     {
         QString text;
         text >> message;
-        m_texts.add(code, quotedText(text));
+        m_texts.add(code, golden::quoted(text));
     }
 
     template <typename Message>

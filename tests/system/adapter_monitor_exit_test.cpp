@@ -1,8 +1,7 @@
 // Tests of Os::NetworkAdapterMonitor: a process that uses it ends cleanly, whatever goes on.
 // SPDX-License-Identifier: Apache-2.0
 #include "adapter_fixture.h"
-
-#include <cstdlib>
+#include "child_process.h"
 
 namespace {
 
@@ -12,7 +11,7 @@ class AdapterMonitorExitTest : public AdapterTest, public testing::WithParamInte
 
 TEST_P(AdapterMonitorExitTest, TheProcessEndsCleanly)
 {
-    EXPECT_EQ(std::system((std::string("timeout -s KILL 60 " MONITOR_CHILD " ") + GetParam()).c_str()), 0);
+    EXPECT_EQ(ChildProcess({TEST_CHILD, "monitor", GetParam()}).waitForEnd(), "exit 0");
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, AdapterMonitorExitTest,

@@ -1,10 +1,10 @@
 // Tests of Os::Log: nesting, masks, sinks, and the way to Qt's message logging.
 // SPDX-License-Identifier: Apache-2.0
+#include "child_process.h"
+
 #include <citp_system/os_log.h>
 
 #include <gtest/gtest.h>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QString>
 #include <QtGlobal>
 
@@ -325,57 +325,51 @@ TEST(Log, NoThreadIsInsideASinkThatHasBeenReplaced)
     EXPECT_EQ(MortalSink::late, 0);
 }
 
-QProcess& runChild(QProcess& process, const QStringList& arguments, const char* masks)
+ChildProcess runChild(const std::string& how, const char* masks)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.remove(QStringLiteral("OS_LOG_MASKS"));
-    if (masks)
-        environment.insert(QStringLiteral("OS_LOG_MASKS"), QString::fromLatin1(masks));
-    process.setProcessEnvironment(environment);
-    process.start(QStringLiteral(LOG_CHILD), arguments);
-    EXPECT_TRUE(process.waitForFinished(60000));
-    EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(process.exitCode(), 0);
-    return process;
+    return ChildProcess({TEST_CHILD, "log", how},
+                        {masks ? std::string("OS_LOG_MASKS=") + masks : std::string("OS_LOG_MASKS")});
+}
+
+std::string masksIn(const char* environment)
+{
+    ChildProcess child = runChild({}, environment);
+    EXPECT_EQ(child.waitForEnd(), "exit 0");
+    EXPECT_EQ(child.errors(), "");
+    return child.output();
 }
 
 TEST(Log, TheProcessMayEndFromInsideASink)
 {
-    QProcess process;
-    runChild(process, {QStringLiteral("exit-in-sink")}, nullptr);
+    EXPECT_EQ(runChild("exit-in-sink", nullptr).waitForEnd(), "exit 0");
 }
 
 TEST(Log, AForkedChildEndsWhileItsParentWrites)
 {
-    QProcess process;
-    runChild(process, {QStringLiteral("exit-in-forked-child")}, nullptr);
+    EXPECT_EQ(runChild("exit-in-forked-child", nullptr).waitForEnd(), "exit 0");
 }
 
 TEST(Log, TakesMasksFromTheEnvironment)
 {
-    QProcess process;
-    EXPECT_EQ(runChild(process, {}, nullptr).readAllStandardOutput().toStdString(), "30 30\n");
-    EXPECT_EQ(runChild(process, {}, "Root.Child=31").readAllStandardOutput().toStdString(), "30 31\n");
-    EXPECT_EQ(runChild(process, {}, "Root.*=1").readAllStandardOutput().toStdString(), "1 1\n");
-    EXPECT_EQ(process.readAllStandardError().toStdString(), "");
+    EXPECT_EQ(masksIn(nullptr), "30 30\n");
+    EXPECT_EQ(masksIn("Root.Child=31"), "30 31\n");
+    EXPECT_EQ(masksIn("Root.*=1"), "1 1\n");
 }
 
 TEST(Log, SaysWhatIsWrongWithTheEnvironmentsMasks)
 {
-    QProcess process;
-    runChild(process, {}, "Root=1,Root.Child=many");
-    EXPECT_EQ(process.readAllStandardOutput().toStdString(), "1 30\n");
-    const std::string error = process.readAllStandardError().toStdString();
-    EXPECT_NE(error.find("OS_LOG_MASKS: 'Root.Child=many'"), std::string::npos) << error;
+    ChildProcess child = runChild({}, "Root=1,Root.Child=many");
+    EXPECT_EQ(child.waitForEnd(), "exit 0");
+    EXPECT_EQ(child.output(), "1 30\n");
+    EXPECT_NE(child.errors().find("OS_LOG_MASKS: 'Root.Child=many'"), std::string::npos) << child.errors();
 }
 
 TEST(Log, ThreadsMayWriteWhileTheProcessExits)
 {
-    QProcess process;
-    for (int round = 0; round < 10; ++round)
-        runChild(process, {QStringLiteral("exit-while-writing")}, "Root=0");
-    for (int round = 0; round < 10; ++round)
-        runChild(process, {QStringLiteral("exit-while-writing")}, nullptr);
+    for (int round = 0; round < 10; ++round) {
+        EXPECT_EQ(runChild("exit-while-writing", "Root=0").waitForEnd(), "exit 0");
+        EXPECT_EQ(runChild("exit-while-writing", nullptr).waitForEnd(), "exit 0");
+    }
 }
 
 } // namespace

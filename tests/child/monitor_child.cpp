@@ -1,5 +1,7 @@
-// A program for the monitor's exit tests: ends in the way that its argument names.
+// Mode monitor, for the exit tests of the adapter monitor: ends as its argument says.
 // SPDX-License-Identifier: Apache-2.0
+#include "child.h"
+
 #include <citp_system/os_log.h>
 #include <citp_system/os_network_adapter.h>
 
@@ -100,8 +102,6 @@ int withoutADescriptor()
     return sink.count == 1 && !longLived.called ? 0 : 8;
 }
 
-bool inForkedChild = false;
-
 // Forks while a callback runs, which in the child never comes back. A signalled event would keep the monitor's thread
 // awake for the rest of the process.
 int endOfAForkedChild()
@@ -111,9 +111,9 @@ int endOfAForkedChild()
     if (!waitForCall(longLived))
         return 5;
     const pid_t child = fork();
-    inForkedChild = child == 0;
     if (child == 0) {
-        alarm(30); // seconds; against an end that waits for ever
+        skipLeakSearch(); // would wait for locks that only threads of the parent could give back
+        alarm(30);        // seconds; against an end that waits for ever
         std::exit(0);
     }
     int status = 0;
@@ -126,45 +126,35 @@ int endOfAForkedChild()
 
 } // namespace
 
-// Whether the address sanitizer passes over the search for leaks. It would wait in a forked child for locks that only
-// threads of the parent could give back.
-extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off();
-
-int __lsan_is_turned_off()
+int monitorChild(const std::string& how)
 {
-    return inForkedChild ? 1 : 0;
-}
-
-int main(int argc, char** argv)
-{
-    const std::string way = argc > 1 ? argv[1] : "";
-    if (way == "without-monitor")
+    if (how == "without-monitor")
         return 0;
-    if (way == "without-descriptor")
+    if (how == "without-descriptor")
         return withoutADescriptor();
-    longLived.exits = way == "in-callback";
-    longLived.lingers = way == "during-callback";
+    longLived.exits = how == "in-callback";
+    longLived.lingers = how == "during-callback";
     Monitor::Get()->Register("v0", 3, &longLived);
-    if (way == "idle")
+    if (how == "idle")
         return 0;
-    if (way == "in-callback") {
+    if (how == "in-callback") {
         touchAdapters(1);
         // The callback ends the process; coming back from here is the failure.
         waitForCall(longLived);
         std::this_thread::sleep_for(std::chrono::seconds(30));
         return 4;
     }
-    if (way == "during-callback") {
+    if (how == "during-callback") {
         touchAdapters(1);
         return waitForCall(longLived) ? 0 : 5;
     }
-    if (way == "in-forked-child")
+    if (how == "in-forked-child")
         return endOfAForkedChild();
-    if (way == "while-changing") {
+    if (how == "while-changing") {
         std::thread([] { touchAdapters(50); }).detach();
         std::this_thread::sleep_for(std::chrono::milliseconds(150));
         return 0;
     }
-    std::fprintf(stderr, "unknown way to end '%s'\n", way.c_str());
+    std::fprintf(stderr, "unknown end '%s'\n", how.c_str());
     return 2;
 }

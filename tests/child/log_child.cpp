@@ -1,6 +1,8 @@
-// A program for the log tests: prints the masks that contexts begin with, or writes lines while the process, or a
+// Mode log, for the log tests: prints the masks that contexts begin with, or writes lines while the process, or a
 // forked child of it, exits.
 // SPDX-License-Identifier: Apache-2.0
+#include "child.h"
+
 #include <citp_system/os_log.h>
 
 #include <atomic>
@@ -56,8 +58,6 @@ public:
     void Write(const Os::Log::Line&) override { std::exit(0); }
 };
 
-bool inForkedChild = false;
-
 // Forks while a thread is inside the sink, which in the child it never leaves.
 int endOfAForkedChild()
 {
@@ -70,9 +70,9 @@ int endOfAForkedChild()
     while (!sink.entered)
         std::this_thread::yield();
     const pid_t child = fork();
-    inForkedChild = child == 0;
-    if (inForkedChild) {
-        alarm(30); // seconds; against an end that waits for ever
+    if (child == 0) {
+        skipLeakSearch(); // would wait for locks that only threads of the parent could give back
+        alarm(30);        // seconds; against an end that waits for ever
         std::exit(0);
     }
     int status = 0;
@@ -85,18 +85,9 @@ int endOfAForkedChild()
 
 } // namespace
 
-// Whether the address sanitizer passes over the search for leaks. It would wait in a forked child for locks that only
-// threads of the parent could give back.
-extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off();
-
-int __lsan_is_turned_off()
+int logChild(const std::string& how)
 {
-    return inForkedChild ? 1 : 0;
-}
-
-int main(int argc, char** argv)
-{
-    if (argc > 1 && std::string(argv[1]) == "exit-while-writing") {
+    if (how == "exit-while-writing") {
         static std::atomic<bool> started{false};
         for (int index = 0; index < 3; ++index)
             std::thread([] { writeForEver(started); }).detach();
@@ -104,14 +95,14 @@ int main(int argc, char** argv)
             std::this_thread::yield();
         return 0;
     }
-    if (argc > 1 && std::string(argv[1]) == "exit-in-sink") {
+    if (how == "exit-in-sink") {
         static ExitingSink sink;
         Os::Log::SetSink(&sink);
         childContext().Write(Os::Log::Failure, text_base("last"), __PRETTY_FUNCTION__, "log_child.cpp", __LINE__,
                              Os::CallStack());
         return 4;
     }
-    if (argc > 1 && std::string(argv[1]) == "exit-in-forked-child")
+    if (how == "exit-in-forked-child")
         return endOfAForkedChild();
     std::printf("%u %u\n", rootContext().GetMask(), childContext().GetMask());
     return 0;

@@ -1,0 +1,33 @@
+# Writes the file that names the tests of a GoogleTest program to CTest; see AddTests.cmake. Run after each link.
+# SPDX-License-Identifier: Apache-2.0
+execute_process(COMMAND ${PROGRAM} --gtest_list_tests OUTPUT_VARIABLE list COMMAND_ERROR_IS_FATAL ANY)
+string(REPLACE "\n" ";" list "${list}")
+set(names)
+foreach(line ${list})
+  # What follows the name tells the value or the type of a parameter.
+  string(REGEX REPLACE " +#.*" "" line "${line}")
+  if(line MATCHES "^  (.+)$")
+    set(case ${CMAKE_MATCH_1})
+    if(EACH_CASE AND suite MATCHES "${EACH_CASE}")
+      list(APPEND names "${suite}.${case}")
+    else()
+      list(APPEND names "${suite}.*")
+    endif()
+  elseif(line MATCHES "^([^ ]+)\\.$")
+    set(suite ${CMAKE_MATCH_1})
+  endif()
+endforeach()
+list(REMOVE_DUPLICATES names)
+
+set(content)
+foreach(name ${names})
+  set(filter ${name})
+  string(REGEX REPLACE "\\.\\*$" "" name "${name}")
+  set(properties "LABELS ${FOLDER} TIMEOUT 300")
+  if(SLOW AND name MATCHES "${SLOW}")
+    set(properties "LABELS \"${FOLDER};slow\" COST 100 TIMEOUT 300")
+  endif()
+  string(APPEND content "add_test([==[${name}]==] ${LAUNCHER} \"${PROGRAM}\" [==[--gtest_filter=${filter}]==])\n"
+    "set_tests_properties([==[${name}]==] PROPERTIES ${properties})\n")
+endforeach()
+file(WRITE "${OUTPUT}" "${content}")
