@@ -2,7 +2,7 @@
 // line "X" once the line about it has been logged a thousand times; with an argument it then ends by itself with
 // status 7. The argument "exit-at-rest" makes that 8 if the line is still being logged once the application object is
 // gone. SPDX-License-Identifier: Apache-2.0
-#include "child.h"
+#include "modes.h"
 
 #include <citp/citp_stack.h>
 #include <citp_system/artnet_adapter.h>

@@ -1,7 +1,7 @@
 // Mode exit: a console application that uses the stack under load and then ends as its argument says. It exits with
 // status 7 and prints nothing but, for "remove-at-exit", the lines on removed servers.
 // SPDX-License-Identifier: Apache-2.0
-#include "child.h"
+#include "modes.h"
 
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_msg_msex_requests.h>

@@ -1,7 +1,7 @@
 // Mode log, for the log tests: prints the masks that contexts begin with, or writes lines while the process, or a
 // forked child of it, exits.
 // SPDX-License-Identifier: Apache-2.0
-#include "child.h"
+#include "modes.h"
 
 #include <citp_system/os_log.h>
 

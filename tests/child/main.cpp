@@ -1,6 +1,6 @@
 // The child process of the tests: runs the mode that its first argument names.
 // SPDX-License-Identifier: Apache-2.0
-#include "child.h"
+#include "modes.h"
 
 #include <cstdio>
 

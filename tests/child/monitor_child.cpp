@@ -1,6 +1,6 @@
 // Mode monitor, for the exit tests of the adapter monitor: ends as its argument says.
 // SPDX-License-Identifier: Apache-2.0
-#include "child.h"
+#include "modes.h"
 
 #include <citp_system/os_log.h>
 #include <citp_system/os_network_adapter.h>

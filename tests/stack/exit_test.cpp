@@ -103,7 +103,7 @@ TEST(StackExit, ByExitFromAnotherThread)
 TEST(StackExit, ServersThatAreRemovedMeanwhileAreCountedRight)
 {
     StreamingServers servers;
-    ChildProcess child({EXIT_CHILD, "remove-at-exit"});
+    ChildProcess child({TEST_CHILD, "exit", "remove-at-exit"});
     ASSERT_EQ(child.waitForEnd(), "exit 7");
     const std::string lines = child.output();
     EXPECT_NE(lines.find("removed 127.0.0.2:"), std::string::npos) << lines;

@@ -21,7 +21,7 @@ constexpr int Rounds = MemoryIsTelling ? 10 : 3;
 constexpr int Servers = 500;
 constexpr int PerProgram = 100;
 constexpr int Outputs = 2 * Servers / PerProgram; // the descriptors of what the programs print
-constexpr int Streamed = 4 * Servers; // layer states of a round, at least
+constexpr int Streamed = 4 * Servers;             // layer states of a round, at least
 /// What the first round may leave behind is what is kept for the next one; the later rounds may add no more than this,
 /// all together. A record that stayed would alone be more than a megabyte in a round.
 constexpr long AddedBound = 1024; // KiB
