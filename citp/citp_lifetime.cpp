@@ -1,4 +1,4 @@
-// The stack's creation, its worker thread, and their end when the application object goes or the process exits.
+// The stack's creation, its worker thread, and their end without an application object and at process exit.
 // SPDX-License-Identifier: Apache-2.0
 #include "citp_lifetime_p.h"
 
@@ -60,7 +60,7 @@ void followApplication()
 }
 
 // Qt delivers no event in any thread while there is no application object, and breaks if it delivers one while that
-// object is being destroyed. So the thread stays stopped until there is one, and stops when it goes.
+// object is being destroyed. So the thread runs only while there is one.
 Q_COREAPP_STARTUP_FUNCTION(followApplication)
 
 /// Statics are destroyed in the reverse order of their construction. Whatever the worker thread uses is constructed
@@ -70,7 +70,7 @@ void constructStaticsOfTheWorker()
     messageLogContext();
     plocLogContext();
     trafficLogContext();
-    // What Qt's sockets share is constructed when the first one is given a descriptor.
+    // Qt constructs the statics of its sockets when the first one gets a descriptor.
     QTcpSocket().setSocketDescriptor(-1);
     // Qt 5 looks into its table of converters when a socket connects.
     QMetaType::hasRegisteredConverterFunction<QString, int>();
@@ -168,7 +168,7 @@ void WorkerThread::run()
 
 citp_stack* citp_stack::Get()
 {
-    // Destroyed at exit like any static, but only once nothing works in it any more.
+    // Destroyed at exit like any static, but only if no thread uses it any more.
     union Holder {
         citp_stack stack;
         Holder() : stack() {}
@@ -200,13 +200,13 @@ citp_stack::citp_stack()
     d->worker->start(QThread::InheritPriority);
     d->worker->setPriority(QThread::LowPriority);
 
-    // The monitor first, so that it watches by the time the adapter is chosen: no change falls in between.
+    // The monitor starts before the adapter is chosen, so that no change is missed in between.
     Os::NetworkAdapterMonitor* const monitor = Os::NetworkAdapterMonitor::Get();
     monitor->Register(ArtNet::Adapter::Get().GetName(), 3, this);
 }
 
-/// The thread is neither asked to quit nor waited for, and the records of the registry and the discovery socket are
-/// left to the end of the process: serverDown() is for servers that are lost, not for a console that is switched off.
+/// The worker has already stopped, see shutDown(). The records and m_udpSocket are left to the end of the process:
+/// serverDown() reports servers that are lost, not a console that exits.
 citp_stack::~citp_stack()
 {
     delete m_mutex;
@@ -216,7 +216,7 @@ citp_stack::~citp_stack()
     Os::NetworkAdapterMonitor::Get()->Unregister(this);
 }
 
-/// Stops the thread and deletes the sockets and the timer in it, because Qt allows that in no other thread.
+/// Stops the thread and deletes the TCP sockets and the timer on it, because Qt allows that in no other thread.
 bool citp_stack::Private::shutDown()
 {
     shuttingDown = true;

@@ -14,8 +14,8 @@ namespace CITP {
 /// Whether the process is exiting. From then on no thread may touch the stack, and no server is reported. Any thread.
 bool isShuttingDown();
 
-/// Counts the calling thread into the stack for as long as the object lives, so that the stack is not destroyed under
-/// it. The caller asks isShuttingDown() next, and leaves the stack alone if that is true. Any thread.
+/// Counts the calling thread as inside the stack while the object lives, so that the stack is not destroyed meanwhile.
+/// The caller then checks isShuttingDown(), and does not use the stack if that is true. Any thread.
 class Caller
 {
 public:
@@ -29,13 +29,13 @@ public:
 ///
 /// The stack lives as long as the process, and its thread never ends. But Qt must not deliver events while the
 /// application object is being destroyed, and the stack must not be destroyed while its thread is working. A stopped
-/// thread is in no event, no slot and no socket.
+/// thread runs no event, no slot and no socket call.
 class WorkerThread : public QThread
 {
 public:
     WorkerThread();
 
-    /// Stops the event loop and waits for that, at most the shutdown timeout. Not for the thread itself.
+    /// Stops the event loop and waits, at most the shutdown timeout. Must not be called on the worker itself.
     /// @return whether it has stopped; if not, it stops as soon as it can
     bool stop();
     /// Stops the thread for good. It then runs @p lastWork and nothing after it; if it does not stop in time, it runs
@@ -44,7 +44,7 @@ public:
     bool shutDown(std::function<void()> lastWork);
     /// Lets the thread return to its event loop.
     void resume();
-    /// Whether a stop was asked for. A loop that may take long ends when it sees this.
+    /// Whether a stop was requested. A long loop must end then.
     bool isStopRequested() const { return m_stopRequested.load(std::memory_order_relaxed); }
     /// False in a forked child, which has the object but not the thread: nobody would answer or release its lock.
     bool isOfThisProcess() const;

@@ -35,8 +35,8 @@ public:
 
     Msg_MSEX_LSTA() = default;
     /// Parses a whole message with its CITP header. An invalid CITP header does not stop parsing. An MSEX minor version
-    /// other than 0 and 2 clears #valid, and no layer is read. A layer status in MSEX 1.1 is therefore rejected: for
-    /// compatibility, because applications expect it only in 1.0 and 1.2.
+    /// other than 0 and 2 clears #valid, and no layer is read. A layer status in MSEX 1.1 is therefore rejected, for
+    /// compatibility: applications expect it only in 1.0 and 1.2.
     explicit Msg_MSEX_LSTA(const QByteArray& msg);
     /// Copies all members.
     Msg_MSEX_LSTA(const Msg_MSEX_LSTA&) = default;

@@ -16,8 +16,8 @@ namespace CITP {
 /// The following applies to all four requests. They are only sent; their debug text is that of Msg_MSEX. The MSEX minor
 /// version determines the layout of the body. Library identifiers are text: a number ("5") in MSEX 1.0, four levels
 /// ("1,2,0,0") since MSEX 1.1. A count is the number of entries, truncated to the width of its field: one byte before
-/// MSEX 1.2, two bytes since. All entries are written, even if there are more than the count can express;
-/// such a request is an error of the caller.
+/// MSEX 1.2, two bytes since. All entries are written, even if there are more than the count can express; such a
+/// request is an error of the caller.
 class CITP_EXPORT Msg_MSEX_GELI : public Msg_MSEX
 {
 public:

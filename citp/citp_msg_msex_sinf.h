@@ -46,6 +46,6 @@ public:
     std::vector<unsigned int> StreamFormats;           ///< see fromGraphicFormat(); empty before MSEX 1.2
 };
 
-/// Appends @p message's debug text to @p text; the header and the layer are not in it.
+/// Appends the debug text of @p message, without the headers, to @p text and returns @p text.
 CITP_EXPORT QString& operator>>(QString& text, const Msg_MSEX_SINF& message);
 } // namespace CITP

@@ -1,5 +1,5 @@
-// citp_stack: the path of servers and messages: announcement, registry, connection, framing, dispatch, sending.
-// Creation, thread and end of the stack are in citp_lifetime.cpp. SPDX-License-Identifier: Apache-2.0
+// citp_stack: announcements, registry, connections, framing, dispatch and sending. citp_lifetime.cpp has the rest.
+// SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_stack.h>
 
 #include "citp_lifetime_p.h"
@@ -41,8 +41,8 @@
 #define STACK_LOG_AS(function, context, level, pieces) \
     CITP_LOG(context, level, "citp_stack.cpp", __LINE__, function, pieces)
 #define STACK_LOG(context, level, pieces) STACK_LOG_AS(Q_FUNC_INFO, context, level, pieces)
-// The texts quote connections in the string form, which the console's crash reports have always shown and are searched
-// for; the code connects the same signals and slots by their addresses.
+// The texts quote connections in the string form, because users search crash reports for it; the code connects the same
+// signals and slots by their addresses.
 #define STACK_FATAL(text) _FatalError("Verify: '" text "' is FALSE", __LINE__, "citp_stack.cpp (" __DATE__ ") ")
 
 namespace CITP {
@@ -50,8 +50,8 @@ namespace {
 constexpr const char* timepopSignature = "void CITP::citp_stack::timepop()";
 constexpr const char* removeTcpSignature = "void CITP::citp_stack::removeTCP(int)";
 
-/// A second descriptor for what @p socket has open, for the Qt socket that adopts it: each object closes its own. With
-/// one descriptor for both, the second close would hit whatever has been given that number since.
+/// A duplicate of the descriptor of @p socket, for the Qt socket that adopts it. Each object closes its own: a second
+/// close of one descriptor could close an unrelated one that has reused the number.
 int duplicateDescriptor(const Net::Socket& socket)
 {
     return socket.IsValid() ? ::fcntl(socket.GetDescriptor(), F_DUPFD_CLOEXEC, 0) : -1;
@@ -77,7 +77,7 @@ void openDiscovery(Net::Socket& socket)
     socket.SetAddressReuse(true);
     socket.SetReceiveBufferCapacity(discoveryReceiveBuffer);
     STACK_LOG_AS(timepopSignature, stackLogContext(), Os::Log::State, "Binding to address " << address.ToString());
-    // To the port on every adapter: bound to the adapter's address, the socket would not receive what the group gets.
+    // Bound to the port on every adapter: bound to the adapter's address, the socket would receive no multicast.
     if (!socket.Bind(discoveryPort)) {
         STACK_LOG_AS(timepopSignature, stackLogContext(), Os::Log::Failure, "Bind failed");
     }
@@ -146,7 +146,7 @@ void citp_stack::timepop()
     if (!m_udpSocket && m_udpNetSocket.IsValid()) {
         const int descriptor = duplicateDescriptor(m_udpNetSocket);
         if (descriptor == -1) {
-            // Without a descriptor nothing would ever be heard; the next tick tries again.
+            // Without a descriptor nothing is received; the next tick tries again.
             STACK_LOG(stackLogContext(), Os::Log::Failure, "UDP socket not started: " << std::strerror(errno));
             return;
         }
@@ -166,9 +166,9 @@ void citp_stack::timepop()
 
 void citp_stack::processPendingUDP()
 {
-    // All that has arrived meanwhile is read before each announcement is handled: handling a new server takes long, the
-    // socket's buffer holds some 170 announcements, and of hundreds sent together many would be lost. The batch is
-    // limited, so that a storm of announcements leaves time for the connections; the socket signals again for the rest.
+    // All pending datagrams are read before each announcement is handled: handling a new server takes long, the
+    // socket's buffer holds some 170 announcements, and many of hundreds sent together would be lost. The batch is
+    // limited to leave time for the connections in a storm of announcements; the socket signals again for the rest.
     std::deque<std::pair<QByteArray, QString>> backlog;
     int count = 0;
     while (true) {
@@ -294,7 +294,7 @@ void citp_stack::removeTCP(int descriptor)
         if (record->isLeaving) {
             continue;
         }
-        // A closed Net::Socket says nothing about the connection, so -1 is not looked for there.
+        // A closed Net::Socket says nothing about the connection, so -1 is not searched there.
         if ((record->m_socket && record->m_socket->socketDescriptor() == descriptor) ||
             (descriptor != -1 && record->m_netSocket && record->m_netSocket->GetDescriptor() == descriptor)) {
             d->removeServer(record);
@@ -380,8 +380,8 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
     }
     // Media servers are on the show network itself; a proxy of the application is for other networks.
     socket->setProxy(QNetworkProxy::NoProxy);
-    // An announcement that came over a connection has a server key for a host, which Qt tries to look up as a name; for
-    // as long as that takes, the notifier of an adopted descriptor would fire without end. Qt then opens its own.
+    // If an announcement came over a connection, the host is a server key, which Qt tries to resolve as a name.
+    // Meanwhile the notifier of an adopted descriptor would fire continuously, so Qt then opens its own.
     if (QHostAddress(host).isNull() ||
         socket->setSocketDescriptor(duplicateDescriptor(*record->m_netSocket), QAbstractSocket::UnconnectedState,
                                     QIODevice::ReadWrite)) {
@@ -423,7 +423,7 @@ void citp_stack::rxdisconnected()
     d->removeServerOf(sender());
 }
 
-/// Every error ends the connection. What has arrived before it is delivered first.
+/// Every error ends the connection. Messages received before the error are delivered first.
 void citp_stack::rxerror()
 {
     QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
@@ -438,8 +438,8 @@ namespace {
 constexpr int headerLength = 20;                 // bytes of the CITP header
 constexpr quint32 maxPreallocatedSize = 1 << 20; // bytes
 
-/// The next @p size bytes of @p device, which are there. Qt's own read() grows the buffer in steps, so it is only used
-/// for sizes that Qt 5 may have to cut.
+/// The next @p size bytes of @p device, which are available. Qt's own read() grows the buffer in steps, so only large
+/// sizes use it; Qt 5 truncates the largest.
 QByteArray readWhole(QIODevice& device, quint32 size)
 {
     if (size > maxPreallocatedSize) {
@@ -450,7 +450,7 @@ QByteArray readWhole(QIODevice& device, quint32 size)
     return bytes;
 }
 
-/// Has readyRead() emitted from the event loop for what lies in @p socket: Qt does not signal the same bytes twice.
+/// Emits readyRead() from the event loop for the bytes left in @p socket, because Qt does not signal them twice.
 void signalReadyReadLater(QTcpSocket* socket)
 {
     QMetaObject::invokeMethod(socket, &QTcpSocket::readyRead, Qt::QueuedConnection);
@@ -462,8 +462,8 @@ void citp_stack::rxreadyread()
     d->readMessages(static_cast<QTcpSocket*>(sender()));
 }
 
-/// The size field alone decides, without a lower bound: what does not begin a message is passed on and dropped by
-/// processMsgIn(), and a size of 0 is read for ever. This is how the console has always treated broken servers.
+/// Only the size field splits the stream, without a lower bound: processMsgIn() drops what does not begin a message,
+/// and a size of 0 is processed forever. Kept on purpose: consoles have always treated broken servers like this.
 void citp_stack::Private::readMessages(QTcpSocket* socket)
 {
     Record* record = recordOf(socket);
@@ -522,7 +522,7 @@ struct Inbound
     const char* metaType; ///< the name under which the class is registered for queued signals, null if it is not
     void (*registerType)(const char* name);
     void (*notify)(citp_stack& stack, const QByteArray& buffer, const QString& source);
-    bool releasesRequest; ///< whether it lets the next paced request go, valid or not
+    bool releasesRequest; ///< whether it releases the next paced request, valid or not
 };
 
 template <typename Message, auto signal>
@@ -631,7 +631,7 @@ void citp_stack::handleSINF(const QString& source, const Msg_MSEX_SINF& sinf)
     }
     record->m_sinf = sinf;
     record->m_notified = true;
-    // The products that lose requests which come before the last one is answered.
+    // These products lose requests that arrive before the last one is answered.
     if (sinf.ProductName.contains(QLatin1String("coolux"), Qt::CaseInsensitive) ||
         sinf.ProductName.contains(QLatin1String("arkaos"), Qt::CaseInsensitive)) {
         record->SetNoDelay(true);
@@ -668,8 +668,8 @@ constexpr Outbound outboundMessages[] = {
     outbound<Msg_FPTC_SPTC>(),
 };
 
-/// Whether @p queued is the very request @p held, and not another one with the same content. Holding a share of the
-/// bytes keeps their address from being used again, so that the address identifies the request.
+/// Whether @p queued is the request @p held itself, not another with the same content. The address identifies the
+/// request, because @p held shares the bytes, so that their address is not reused.
 bool isSameRequest(const QByteArray& queued, const QByteArray& held)
 {
     return !held.isNull() && queued.constData() == held.constData();
@@ -740,12 +740,12 @@ void citp_stack::Private::releaseNextRequest(const QString& source)
             next = record->GetMessageQueue().front();
         }
         // What the same thread has sent before this request may still be queued as an event; it goes first. That may
-        // remove the server or release the request, so the queue is looked at again.
+        // remove the server or release the request, so the queue is checked again.
         QCoreApplication::sendPostedEvents(q, QEvent::MetaCall);
     }
 
-    // Calls rxPassDown() directly, which may remove the server and its queue. No other answer is handled meanwhile:
-    // this runs while messages of that server are read, and they have one reader at a time.
+    // Calls rxPassDown() directly, which may remove the server and its queue. No other answer of that server is handled
+    // meanwhile, because isReading is set.
     Q_EMIT q->__passDown(source, next);
 
     const std::lock_guard<std::mutex> queueLock(queueMutex);
@@ -770,9 +770,9 @@ void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
     if (!record->IsNoDelayEnabled()) {
         return;
     }
-    // The length serves as the timeout in ms, so that a short request does not hold up the other servers for long. The
-    // wait also reads from the socket and notices its end. Both are signalled from the event loop: the caller may be
-    // inside an emission, whose other receivers must not hear of the end before they hear of that.
+    // The length is the timeout in ms, so that a short request does not delay the other servers for long. The wait also
+    // reads from the socket and detects its end. Both are signalled from the event loop: the caller may be inside an
+    // emission, and its other receivers must get that signal first.
     {
         const QSignalBlocker blocker(socket);
         record->hasFailed = !socket->waitForBytesWritten(static_cast<int>(b.size()));

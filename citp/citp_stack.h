@@ -1,8 +1,6 @@
-// citp_stack: finds media servers, keeps a connection to each, sends requests and emits what they answer.
-//
-// It owns a worker thread, which uses the network and emits every signal. Requests and queries may come from any
-// thread. The registry owns the records of the servers, and each record owns its connection. SPDX-License-Identifier:
-// Apache-2.0
+// citp_stack: finds media servers, keeps a connection to each, sends requests and emits the answers. Its worker thread
+// uses the network and emits every signal. The registry owns the servers' records; each record owns its connection.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_export.h>
@@ -43,8 +41,9 @@ class Msg_MSEX_MEIN;
 ///
 /// A process-wide singleton, see Get(). It starts disabled. All public functions may be called from any thread. The
 /// signals are emitted on the worker thread; receivers in other threads get them queued, with copies of the messages.
-/// A directly connected receiver runs on the worker thread, during serverUp() and serverDown() with the registry
-/// locked. It must return soon, must not wait for another thread that uses the stack, and must not run an event loop.
+/// A directly connected receiver runs on the worker thread; the registry is locked during serverUp() and
+/// serverDown(). It must return soon, must not wait for another thread that uses the stack, and must not run an event
+/// loop.
 class CITP_EXPORT citp_stack : public QObject, public Os::NetworkAdapterMonitor::Callback
 {
     Q_OBJECT
@@ -135,9 +134,9 @@ public:
     // The state, visible to a debugger or a test bench. It belongs to the worker thread; applications do not use it.
     QUdpSocket* m_udpSocket;    ///< reads the announcements; exists while discovery runs
     Net::Socket m_udpNetSocket; ///< owns the discovery socket's descriptor, of which #m_udpSocket has a duplicate
-    /// Guards the registry and every record in it, except the pacing state, which has a lock of its own that is taken
-    /// inside this one and never the other way round. Recursive: signals are emitted and sockets written under it, and
-    /// receivers may call back into the stack.
+    /// Guards the registry and every record in it, except the pacing state, which the queue lock guards. Lock order:
+    /// this one, then the queue lock. Recursive: serverUp() and serverDown() are emitted and sockets written under it,
+    /// and receivers may call back into the stack.
     QRecursiveMutex* m_mutex;
     /// Changed on the worker thread only, and there under both locks: a reader holds either one, or is the worker.
     QMap<QString, ServerInfo*> m_servers;
@@ -146,9 +145,9 @@ public:
 
     // The parameter types are qualified because Qt looks them up by the names written here.
 Q_SIGNALS:
-    /// The thumbnail of an element library has arrived. An empty ThumbnailBuffer means that it could not be parsed.
+    /// The thumbnail of an element library has arrived. An empty ThumbnailBuffer reports a failed request.
     void libraryThumbnail(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ELTH&);
-    /// The thumbnail of an element has arrived. An empty ThumbnailBuffer means that it could not be parsed.
+    /// The thumbnail of an element has arrived. An empty ThumbnailBuffer reports a failed request.
     void elementThumbnail(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ETHN&);
     /// Element libraries of a server.
     void libraryInfo(const CITP::citp_stack::SERV_ID&, const CITP::Msg_MSEX_ELIN&);
@@ -195,9 +194,8 @@ private:
     CITP_HIDDEN void handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc);
     CITP_HIDDEN void handleSINF(const QString& source, const Msg_MSEX_SINF& sinf);
     /// Removes the first server in key order whose connection has @p descriptor; -1 stands for a connection that has
-    /// none. For the reset only. The slots look their server up by its socket: when a connection ends, Qt reports the
-    /// error while the descriptor is still there and the disconnection when it is gone, and by then "no descriptor"
-    /// could as well be another server's.
+    /// none. For the reset only. The slots find their server by its socket, because Qt reports a disconnection when the
+    /// descriptor is already gone, and -1 may also match another server.
     CITP_HIDDEN void removeTCP(int descriptor);
 
     const std::unique_ptr<Private> d;

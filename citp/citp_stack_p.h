@@ -1,5 +1,5 @@
-// The private part of citp_stack: its records, and the state and helpers that no application sees. Private; not
-// installed. SPDX-License-Identifier: Apache-2.0
+// The private part of citp_stack: its records, state and helpers. Private; not installed.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp/citp_stack.h>
@@ -11,7 +11,7 @@
 namespace CITP {
 class WorkerThread;
 
-/// What the registry holds: every record in citp_stack::m_servers is one of these. Worker thread only.
+/// The type of every record in citp_stack::m_servers. Worker thread only.
 struct CITP_HIDDEN citp_stack::Record final : citp_stack::ServerInfo
 {
     Record(const SERV_ID& serverKey, const Msg_PEER_PLOC& ploc, Net::Socket* netSocket)
@@ -23,7 +23,7 @@ struct CITP_HIDDEN citp_stack::Record final : citp_stack::ServerInfo
     /// serverDown() is being emitted for this record. Nothing more is delivered for it, and what a receiver does
     /// meanwhile must not remove it a second time.
     bool isLeaving = false;
-    bool isReading = false; ///< messages of this connection are being cut and dispatched
+    bool isReading = false; ///< messages of this connection are being split and dispatched
     bool hasFailed = false; ///< a flushed write has failed; the end of the connection is queued
 };
 
@@ -34,8 +34,8 @@ struct CITP_HIDDEN citp_stack::Private
 
     /// The record of @p key, or null. The caller holds a lock of m_servers or is the worker thread.
     Record* find(const SERV_ID& key) const;
-    /// The record whose connection is @p socket, or null if it is being removed. To be asked again after everything
-    /// that may call back into the stack: the server may be gone then, and its key may belong to another connection.
+    /// The record whose connection is @p socket, or null if it is being removed. Look it up again after each
+    /// call that may call back into the stack: the server may be gone, and its key may belong to another connection.
     Record* recordOf(const QObject* socket) const;
     /// The number of announced servers, also while the process exits. The caller holds m_mutex.
     int countNotified() const;
@@ -46,9 +46,9 @@ struct CITP_HIDDEN citp_stack::Private
     /// Removes a server, with serverDown() if it was announced. The caller holds m_mutex.
     void removeServer(Record* record);
 
-    /// Cuts the stream of @p socket into messages and dispatches them.
+    /// Splits the stream of @p socket into messages and dispatches them.
     void readMessages(QTcpSocket* socket);
-    /// An ELIn or MEIn has come from @p source: sends the next waiting request, or notes that there is none.
+    /// After an ELIn or MEIn from @p source: sends the next waiting request, or records that none is outstanding.
     void releaseNextRequest(const QString& source);
 
     /// Makes the stack safe to destroy, at process exit.
@@ -57,9 +57,9 @@ struct CITP_HIDDEN citp_stack::Private
 
     citp_stack* const q;
     WorkerThread* const worker; ///< never deleted: it runs until the process ends
-    /// The innermost lock: guards the pacing state of every record (m_inProgress, m_messageQueue), and m_servers
-    /// against writers. Held for a few instructions only; no emission, no socket call and no other lock inside it. Any
-    /// thread.
+    /// The innermost lock: guards the pacing state of every record (m_inProgress, m_messageQueue) and, with
+    /// m_mutex, changes of m_servers. Held for a few instructions only; no emission, no socket call and no other lock
+    /// inside it. Any thread.
     std::mutex queueMutex;
     /// The records of the registry by their sockets, which are the senders that the slots know.
     QHash<const QObject*, Record*> connections;

@@ -55,8 +55,8 @@ public:
     void Close();
 
 private:
-    // Locked to change the descriptor, and by Cancel() to use it: Cancel() on another thread must not reach a
-    // descriptor number that has been closed and reused. The owning thread reads without the lock.
+    // Guards changes of the descriptor and its use in Cancel(): Cancel() on another thread must not reach a descriptor
+    // number that has been closed and reused. The owning thread reads without the lock.
     std::mutex m_mutex;
     int m_descriptor = -1;
 };

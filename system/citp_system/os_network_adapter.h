@@ -79,11 +79,11 @@ public:
 
     /// Registers @p callback for changes of the adapter @p name.
     ///
-    /// A registration is also notified of every adapter that is added, comes up or gets an address if @p name does not
-    /// exist (yet), is empty, or is that of the loopback adapter, which is only a fallback.
+    /// If @p name is empty, does not exist (yet), or is the loopback adapter (only a fallback), the registration is
+    /// also notified of every adapter that is added, comes up or gets an address.
     ///
-    /// A change is reported when the messages of the kernel have paused for 100 ms, or after 1 s if they do not pause,
-    /// to the callbacks that are registered then. Repeating a registration has no effect; other @p events are added.
+    /// A change is reported to the callbacks that are registered when the messages of the kernel have paused for 100
+    /// ms, or after 1 s if they do not pause. Repeating a registration has no effect; other @p events are added.
     /// @param name the kernel's name of the adapter, e.g. "eth0"
     /// @param events the requested Event bits
     /// @param callback notified on the monitor thread; owned by the caller, who unregisters it before destroying it
