@@ -226,24 +226,3 @@ TEST_F(DispatchTest, TheTrafficLineComesBeforeAnyCheckAndOnlyWhenAskedFor)
     sendMarker(m_server, connection);
     EXPECT_TRUE(log.entries().empty());
 }
-
-TEST_F(DispatchTest, TwoMessagesInOneReadAreBothDispatchedInOrder)
-{
-    Connection connection = admit(m_server);
-    recorder->clear();
-    connection.sendSegment(Wire::mein(1) + Wire::mein(2));
-    ASSERT_TRUE(waitForEvent("mediaInfo " + key() + " 2"));
-    EXPECT_EQ(recorder->events(), (Texts{"mediaInfo " + key() + " 1", "mediaInfo " + key() + " 2"}));
-}
-
-TEST_F(DispatchTest, AMessageInTwoReadsIsDispatchedWithItsLastByte)
-{
-    Connection connection = admit(m_server);
-    recorder->clear();
-    const QByteArray message = Wire::mein(1);
-    connection.sendSegment(message.left(40));
-    settle(m_server, connection);
-    EXPECT_TRUE(recorder->events().empty());
-    connection.sendSegment(message.mid(40));
-    EXPECT_TRUE(waitForEvent("mediaInfo " + key() + " 1"));
-}
