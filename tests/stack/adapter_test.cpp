@@ -105,6 +105,21 @@ protected:
         return std::move(*connection);
     }
 
+    /// Has the server found again until it stays: a busy machine reports the changes of before so late that they drop
+    /// it.
+    Connection admitForGood()
+    {
+        for (int tries = 1;; ++tries) {
+            waitForQuiet();
+            Connection connection = admitServer();
+            waitForQuiet();
+            tick();
+            if (isListed(*m_server) || tries == 10) {
+                return connection;
+            }
+        }
+    }
+
     FarHost m_far;
     std::optional<FakeServer> m_server;
 };
@@ -115,11 +130,8 @@ TEST_F(AdapterTest, ServersGoWithTheCableAtTheNextTickAndComeBackWithIt)
     openServer();
     enable();
     for (int round = 1; round <= 2; ++round) {
-        waitForQuiet();
-        Connection connection = admitServer();
+        Connection connection = admitForGood();
         EXPECT_EQ(connection.peer().section(QLatin1Char(':'), 0, 0), QStringLiteral("2.0.0.1"));
-        waitForQuiet();
-        tick();
         ASSERT_TRUE(isListed(*m_server)) << "gone although the cable is in";
         recorder->clear();
         pullOut();
@@ -153,10 +165,7 @@ TEST_F(AdapterTest, AnAdapterThatIsRemovedAndMadeAnewIsUsedAgain)
     openServer();
     enable();
     {
-        waitForQuiet();
-        Connection connection = admitServer();
-        waitForQuiet();
-        tick();
+        Connection connection = admitForGood();
         ASSERT_TRUE(isListed(*m_server)) << "gone although the adapter is there";
         recorder->clear();
         ip("link del show0");

@@ -137,8 +137,10 @@ TEST_F(AdapterMonitorTest, ChangesInQuickSuccessionAreCollected)
 {
     constexpr std::size_t changes = 30;
     listen("v0");
+    std::string commands;
     for (std::size_t last = 1; last <= changes; ++last)
-        ip("address add 10.0.0." + std::to_string(last) + "/24 dev v0");
+        commands += "address add 10.0.0." + std::to_string(last) + "/24 dev v0\n";
+    ipBatch(commands);
     ASSERT_TRUE(recorder.waitFor("v0", [](const State& state) { return state.ipAddresses.size() == changes; }));
     // One if the machine is idle; a busy one may pause between some of the commands.
     EXPECT_LT(recorder.notices("v0").size(), changes / 2);
