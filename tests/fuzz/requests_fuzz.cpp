@@ -55,13 +55,13 @@ QByteArray written(const Request& request)
             return out >> CITP::Msg_MSEX_GELI(minor, request.libraryType, id, request.numbers);
         case RequestKind::ListElements:
             return out >> CITP::Msg_MSEX_GEIN(minor, request.libraryType, id, request.numbers);
-        case RequestKind::ShowLibraries: {
+        case RequestKind::LibraryThumbnails: {
             std::vector<QString> ids;
             for (const quint32 library : request.libraryIds)
                 ids.push_back(libraryText(library, minor));
             return out >> CITP::Msg_MSEX_GELT(minor, request.libraryType, ids, request.height, request.width, format);
         }
-        case RequestKind::ShowElements:
+        case RequestKind::ElementThumbnails:
             return out >> CITP::Msg_MSEX_GETH(minor, request.libraryType, id, request.height, request.width, format,
                                               request.numbers);
         default:
@@ -80,7 +80,8 @@ void check(const QByteArray& message)
 
     // Library and server were written apart; what the one writes, the other must read.
     const QByteArray bytes = written(request);
-    const bool hasPicture = request.kind == RequestKind::ShowLibraries || request.kind == RequestKind::ShowElements;
+    const bool hasPicture =
+        request.kind == RequestKind::LibraryThumbnails || request.kind == RequestKind::ElementThumbnails;
     const bool knownFormat = request.format == "JPEG" || request.format == "PNG " || request.format == "RGB8";
     if (!bytes.isEmpty() && (!hasPicture || knownFormat))
         FUZZ_REQUIRE(sameFields(parseRequest(bytes), request));

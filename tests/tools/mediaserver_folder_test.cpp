@@ -131,8 +131,8 @@ TEST(MediaserverFolder, SaysWhatItLeavesOut)
 {
     const Tree tree;
     Program program({"--adapter", "lo", "--media", tree.path("")});
-    program.waitForLine("a/broken.png is no picture that can be read: left out");
-    program.waitForLine("a/deep/low are too deep for a library id: left out");
+    program.waitForLine("a/broken.png is not a readable picture: ignored");
+    program.waitForLine("a/deep/low are too deep for a library id: ignored");
 }
 
 TEST(MediaserverFolder, ServesPicturesTrueToThePixelAtTheirOwnSize)

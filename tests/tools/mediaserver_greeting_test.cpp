@@ -212,10 +212,10 @@ TEST(MediaserverGreeting, ClosesAConnectionThatSendsGarbage)
         const char* reason;
     } const cases[] = {
         {"43495451 01 00 0000 1D000000 0100 0000 50494E46", "does not begin with CITP"},
-        {"43495450 01 00 0000 13000000 0100 0000 50494E46", "announces 19 bytes"},
-        {"43495450 01 00 0000 00000000 0100 0000 50494E46", "announces 0 bytes"},
-        {"43495450 01 00 0000 FFFFFFFF 0100 0000 50494E46", "announces 4294967295 bytes"},
-        {"43495450 01 00 0000 01001000 0100 0000 50494E46", "announces 1048577 bytes"},
+        {"43495450 01 00 0000 13000000 0100 0000 50494E46", "declares 19 bytes"},
+        {"43495450 01 00 0000 00000000 0100 0000 50494E46", "declares 0 bytes"},
+        {"43495450 01 00 0000 FFFFFFFF 0100 0000 50494E46", "declares 4294967295 bytes"},
+        {"43495450 01 00 0000 01001000 0100 0000 50494E46", "declares 1048577 bytes"},
     };
     for (const auto& [bytes, reason] : cases) {
         Console console("127.0.0.2", 4811);

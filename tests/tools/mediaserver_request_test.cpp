@@ -31,14 +31,15 @@ const std::vector<std::pair<RequestKind, QByteArray>>& samples()
         {RequestKind::ListElements, hex(msexHeader) + hex("01 00 4745496E 01 07 02 03 04")},
         {RequestKind::ListElements, hex(msexHeader) + hex("01 01 4745496E 01 01020304 02 03 04")},
         {RequestKind::ListElements, hex(msexHeader) + hex("01 02 4745496E 01 01020304 0200 03 04")},
-        {RequestKind::ShowLibraries, hex(msexHeader) + hex("01 00 47454C54 4A504547 A000 7800 01 01 02 03 04")},
-        {RequestKind::ShowLibraries,
+        {RequestKind::LibraryThumbnails, hex(msexHeader) + hex("01 00 47454C54 4A504547 A000 7800 01 01 02 03 04")},
+        {RequestKind::LibraryThumbnails,
          hex(msexHeader) + hex("01 01 47454C54 4A504547 A000 7800 01 01 02 01020304 05060708")},
-        {RequestKind::ShowLibraries,
+        {RequestKind::LibraryThumbnails,
          hex(msexHeader) + hex("01 02 47454C54 4A504547 A000 7800 01 01 0200 01020304 05060708")},
-        {RequestKind::ShowElements, hex(msexHeader) + hex("01 00 47455468 504E4720 A000 7800 01 01 07 02 03 04")},
-        {RequestKind::ShowElements, hex(msexHeader) + hex("01 01 47455468 504E4720 A000 7800 01 01 01020304 02 03 04")},
-        {RequestKind::ShowElements,
+        {RequestKind::ElementThumbnails, hex(msexHeader) + hex("01 00 47455468 504E4720 A000 7800 01 01 07 02 03 04")},
+        {RequestKind::ElementThumbnails,
+         hex(msexHeader) + hex("01 01 47455468 504E4720 A000 7800 01 01 01020304 02 03 04")},
+        {RequestKind::ElementThumbnails,
          hex(msexHeader) + hex("01 02 47455468 504E4720 A000 7800 01 01 01020304 0200 03 04")},
     };
     return all;
@@ -52,7 +53,7 @@ TEST(MediaserverRequest, ReadsEachKind)
         SCOPED_TRACE(message.toHex().toStdString());
         EXPECT_EQ(request.kind, kind);
         const bool numbered = kind == RequestKind::ListLibraries || kind == RequestKind::ListElements ||
-                              kind == RequestKind::ShowElements;
+                              kind == RequestKind::ElementThumbnails;
         EXPECT_EQ(request.numbers, numbered ? (std::vector<quint8>{3, 4}) : std::vector<quint8>{});
         if (numbered && request.versionMinor > 0) {
             EXPECT_EQ(request.libraryId, 0x04030201U);
@@ -60,12 +61,12 @@ TEST(MediaserverRequest, ReadsEachKind)
         if (kind == RequestKind::ListElements && request.versionMinor == 0) {
             EXPECT_EQ(request.libraryId, 7U);
         }
-        if (kind == RequestKind::ShowLibraries) {
+        if (kind == RequestKind::LibraryThumbnails) {
             EXPECT_EQ(request.libraryIds, request.versionMinor == 0 ? (std::vector<quint32>{3, 4})
                                                                     : (std::vector<quint32>{0x04030201, 0x08070605}));
         }
-        if (kind == RequestKind::ShowLibraries || kind == RequestKind::ShowElements) {
-            EXPECT_EQ(request.format.toStdString(), kind == RequestKind::ShowLibraries ? "JPEG" : "PNG ");
+        if (kind == RequestKind::LibraryThumbnails || kind == RequestKind::ElementThumbnails) {
+            EXPECT_EQ(request.format.toStdString(), kind == RequestKind::LibraryThumbnails ? "JPEG" : "PNG ");
             EXPECT_EQ(request.width, 160);
             EXPECT_EQ(request.height, 120);
         }

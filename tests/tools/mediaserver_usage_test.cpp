@@ -64,7 +64,7 @@ TEST(MediaserverUsage, WrongUseIsOneLineAndStatusTwo)
     expectRefusal({"--layers", "256"}, "from 0 to 255");
     expectRefusal({"--name", ""}, "empty");
     expectRefusal({"--uuid", "no-uuid"}, "36 characters");
-    expectRefusal({"--uuid", "6ba7b810-9dad-11d1-80b4-00c04fd430c8", "--count", "2"}, "leave it out");
+    expectRefusal({"--uuid", "6ba7b810-9dad-11d1-80b4-00c04fd430c8", "--count", "2"}, "several servers");
     expectRefusal({"--revive-after", "5"}, "--die-after");
     expectRefusal({"--die-server", "1"}, "--die-after");
     expectRefusal({"--die-after", "5", "--die-server", "2"}, "from 1 to 1");
@@ -111,12 +111,12 @@ TEST(MediaserverUsage, AMediaFolderOrPatchThatCannotBeReadIsAFailure)
         patch.flush();
         expectRefusal({"--adapter", "lo", "--patch", patch.fileName()}, hint, 1);
     };
-    refusePatch("{}", "no JSON array");
-    refusePatch("[", "no JSON array");
+    refusePatch("{}", "not a JSON array");
+    refusePatch("[", "not a JSON array");
     refusePatch("[{\"id\": 65536}]", "fixture 1: \"id\" must be a whole number from 0 to 65535");
     refusePatch("[{\"id\": 1, \"universe\": 256}]", "\"universe\" must be a whole number from 0 to 255");
     refusePatch("[{\"id\": 1, \"universe\": 0, \"channel\": 1, \"channels\": 2, \"make\": 5}]",
-                "\"make\" must be a text");
+                "\"make\" must be a string");
 }
 
 TEST(MediaserverUsage, APortThatIsTakenIsAFailure)

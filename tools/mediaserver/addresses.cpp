@@ -1,4 +1,4 @@
-// Choice of the adapter, and of addresses on it.
+// Selection of the adapter and of addresses on it.
 // SPDX-License-Identifier: Apache-2.0
 #include "addresses.h"
 
@@ -27,7 +27,7 @@ std::vector<QHostAddress> addressesOf(const QNetworkInterface& adapter)
     return addresses;
 }
 
-// The lower, the better: the order in which the adapter for Art-Net is chosen.
+// Lower is better: the order in which a console selects its adapter.
 int rank(const QNetworkInterface& adapter)
 {
     if (isLoopback(adapter))
@@ -66,31 +66,31 @@ QNetworkInterface findAdapter(const QString& wanted, QString& problem)
             continue;
         }
         if (addressesOf(adapter).empty()) {
-            problem = QString("the adapter %1 has no IPv4 address: give it one").arg(adapter.name());
+            problem = QString("the adapter %1 has no IPv4 address: assign one").arg(adapter.name());
             continue;
         }
-        const bool able = isLoopback(adapter) || adapter.flags().testFlag(QNetworkInterface::CanMulticast);
-        if (able && (!best.isValid() || rank(adapter) < rank(best)))
+        const bool isUsable = isLoopback(adapter) || adapter.flags().testFlag(QNetworkInterface::CanMulticast);
+        if (isUsable && (!best.isValid() || rank(adapter) < rank(best)))
             best = adapter;
     }
     if (best.isValid())
         problem.clear();
     else if (wanted.isEmpty())
-        problem = "no adapter can be announced on: bring one up and give it an IPv4 address";
+        problem = "no usable adapter: bring one up and assign an IPv4 address";
     else if (problem.isEmpty())
         problem =
             QString("no adapter has the name or address '%1': choose one of those that 'ip addr' lists").arg(wanted);
     return best;
 }
 
-std::vector<Place> placeServers(const QNetworkInterface& adapter, const QHostAddress& first, quint16 port, int count,
-                                QString& problem)
+std::vector<Endpoint> assignEndpoints(const QNetworkInterface& adapter, const QHostAddress& first, quint16 port,
+                                      int count, QString& problem)
 {
     std::vector<QHostAddress> addresses;
     if (isLoopback(adapter)) {
         const quint32 begin = first.isNull() ? 0x7F000002U : first.toIPv4Address();
         if (begin >> 24 != 127 || (begin + static_cast<quint32>(count) - 1) >> 24 != 127) {
-            problem = QString("'%1' leaves 127.0.0.0/8, the addresses of loopback: choose a lower one there")
+            problem = QString("'%1': some addresses would be outside of 127.0.0.0/8; choose a lower one")
                           .arg(first.toString());
             return {};
         }
@@ -100,18 +100,18 @@ std::vector<Place> placeServers(const QNetworkInterface& adapter, const QHostAdd
         addresses = addressesOf(adapter);
         const auto begin = std::find(addresses.begin(), addresses.end(), first);
         if (!first.isNull() && begin == addresses.end()) {
-            problem = QString("'%1' is not an address of the adapter %2: give it one, or choose another")
+            problem = QString("'%1' is not an address of the adapter %2: assign it, or choose another")
                           .arg(first.toString(), adapter.name());
             return {};
         }
         if (!first.isNull())
             std::rotate(addresses.begin(), begin, addresses.end());
     }
-    std::vector<Place> places;
+    std::vector<Endpoint> endpoints;
     for (int i = 0; i < count; ++i) {
-        const auto turn = static_cast<std::size_t>(i) % addresses.size();
-        places.push_back({addresses[turn], static_cast<quint16>(port + i)});
+        const auto index = static_cast<std::size_t>(i) % addresses.size();
+        endpoints.push_back({addresses[index], static_cast<quint16>(port + i)});
     }
-    return places;
+    return endpoints;
 }
 } // namespace MediaServer

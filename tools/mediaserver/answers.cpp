@@ -1,4 +1,4 @@
-// Looking up what a request asks for.
+// Looks up the requested libraries, elements and fixtures.
 // SPDX-License-Identifier: Apache-2.0
 #include "answers.h"
 
@@ -9,14 +9,14 @@
 
 namespace MediaServer {
 namespace {
-// The library that a request names; MSEX 1.0 names those of the first level, by number.
+// The id of the requested library. MSEX 1.0 uses the number of a top-level library.
 quint32 requestedId(const Request& request, quint32 wireId)
 {
     return request.versionMinor == 0 ? childId(0, static_cast<quint8>(wireId)) : wireId;
 }
 
 template <typename Number>
-bool asksFor(const std::vector<Number>& list, Number number)
+bool isRequested(const std::vector<Number>& list, Number number)
 {
     return list.empty() || std::find(list.begin(), list.end(), number) != list.end();
 }
@@ -36,7 +36,7 @@ Answers listLibraries(const Request& request, const Libraries& libraries)
     std::vector<LibraryEntry> entries;
     for (const Library& library : libraries) {
         if (library.type != request.libraryType || (library.id & 0xFF) != (request.libraryId & 0xFF) + 1 ||
-            parentId(library.id) != request.libraryId || !asksFor(request.numbers, numberOf(library.id)))
+            parentId(library.id) != request.libraryId || !isRequested(request.numbers, numberOf(library.id)))
             continue;
         entries.push_back({library.id, serialOf(library), library.name, subLibraryCount(libraries, library),
                            static_cast<int>(library.elements.size())});
@@ -56,7 +56,7 @@ std::vector<Element> requestedElements(const Request& request, const Libraries& 
     std::vector<Element> elements;
     if (const Library* library = findLibrary(libraries, request.libraryType, id)) {
         for (const Element& element : library->elements) {
-            if (asksFor(request.numbers, element.number))
+            if (isRequested(request.numbers, element.number))
                 elements.push_back(element);
         }
     }
@@ -86,7 +86,7 @@ Answers listElements(const Request& request, const Libraries& libraries)
     return answers;
 }
 
-// The first picture of a library or of what lies below it.
+// The first picture of a library or of its sub-libraries.
 PictureSource coverOf(const Libraries& libraries, const Library& library)
 {
     for (const Library& candidate : libraries) {
@@ -98,15 +98,15 @@ PictureSource coverOf(const Libraries& libraries, const Library& library)
     return {};
 }
 
-Answers showLibraries(const Request& request, const Libraries& libraries)
+Answers libraryThumbnails(const Request& request, const Libraries& libraries)
 {
     std::vector<quint32> wanted;
     for (const quint32 id : request.libraryIds)
         wanted.push_back(requestedId(request, id));
     Answers answers;
     for (const Library& library : libraries) {
-        const bool nameable = request.versionMinor > 0 || (library.id & 0xFF) == 1;
-        if (library.type != request.libraryType || !nameable || !asksFor(wanted, library.id))
+        const bool hasId = request.versionMinor > 0 || (library.id & 0xFF) == 1;
+        if (library.type != request.libraryType || !hasId || !isRequested(wanted, library.id))
             continue;
         answers.messages.push_back([request, id = library.id, cover = coverOf(libraries, library)] {
             const Thumbnail thumbnail =
@@ -120,7 +120,7 @@ Answers showLibraries(const Request& request, const Libraries& libraries)
     return answers;
 }
 
-Answers showElements(const Request& request, const Libraries& libraries)
+Answers elementThumbnails(const Request& request, const Libraries& libraries)
 {
     const quint32 id = requestedId(request, request.libraryId);
     Answers answers;
@@ -144,7 +144,7 @@ Answers sendPatch(const Request& request, const std::vector<Fixture>& patch)
 {
     Answers answers;
     for (const Fixture& fixture : patch) {
-        if (asksFor(request.fixtures, fixture.id))
+        if (isRequested(request.fixtures, fixture.id))
             answers.messages.push_back([fixture, index = request.index] { return patchedFixture(fixture, index); });
     }
     const QString asked =
@@ -160,21 +160,21 @@ Answers answersTo(const Request& request, quint8 msexMinor, const Libraries& lib
     if (request.kind == RequestKind::SendPatch)
         return sendPatch(request, patch);
     if (request.versionMinor > msexMinor) {
-        Answers refusal;
-        refusal.note = QString("asks in MSEX 1.%1: not answered, this server speaks 1.%2 at most")
-                           .arg(request.versionMinor)
-                           .arg(msexMinor);
-        return refusal;
+        Answers rejection;
+        rejection.note = QString("asks in MSEX 1.%1: not answered, this server speaks 1.%2 at most")
+                             .arg(request.versionMinor)
+                             .arg(msexMinor);
+        return rejection;
     }
     switch (request.kind) {
         case RequestKind::ListLibraries:
             return listLibraries(request, libraries);
         case RequestKind::ListElements:
             return listElements(request, libraries);
-        case RequestKind::ShowLibraries:
-            return showLibraries(request, libraries);
-        case RequestKind::ShowElements:
-            return showElements(request, libraries);
+        case RequestKind::LibraryThumbnails:
+            return libraryThumbnails(request, libraries);
+        case RequestKind::ElementThumbnails:
+            return elementThumbnails(request, libraries);
         default:
             return {};
     }

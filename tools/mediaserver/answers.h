@@ -1,4 +1,4 @@
-// Which messages answer a request, from the libraries and the patch as they are.
+// Creates the answers to a request from the libraries and the patch.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -12,16 +12,16 @@
 #include "requests.h"
 
 namespace MediaServer {
-/// Makes one message when it is its turn, since a picture takes time to scale; empty if its picture cannot be read.
+/// Creates one message when it is due, because scaling takes time. Returns {} if the picture cannot be read.
 using Answer = std::function<QByteArray()>;
 
 struct Answers
 {
     std::vector<Answer> messages;
-    QString note; ///< what was asked and what comes back, for the report
+    QString note; ///< description of request and answer, for the log
 };
 
-/// @param msexMinor the server's own MSEX version: a request in a higher one is not answered
+/// @param msexMinor the server's MSEX minor version; requests in a higher version are not answered
 Answers answersTo(const Request& request, quint8 msexMinor, const Libraries& libraries,
                   const std::vector<Fixture>& patch);
 } // namespace MediaServer

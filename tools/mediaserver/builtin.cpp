@@ -6,7 +6,7 @@
 
 namespace MediaServer {
 namespace {
-// A fixed day, 2020-01-01, so that answers are the same from run to run.
+// 2020-01-01. Constant, so that answers do not depend on the time of the run.
 constexpr quint64 Timestamp = 1577836800;
 
 Library makeLibrary(quint8 type, quint32 id, const QString& name)

@@ -1,4 +1,4 @@
-// The libraries that a simulated server has without any files.
+// The built-in libraries of a simulated server, which need no files.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -7,8 +7,8 @@
 namespace MediaServer {
 /// Gradients, test cards and numbered frames; the frames have sub-libraries down to the third level.
 Libraries drawnMedia();
-/// @param count libraries of effects, each effect with its parameters' names
+/// Creates @p count effect libraries. Each effect has parameter names.
 Libraries effectLibraries(int count);
-/// @param count libraries of a type that is neither media nor effects
+/// Creates @p count libraries of a type other than media and effects.
 Libraries genericLibraries(int count);
 } // namespace MediaServer

@@ -1,4 +1,4 @@
-// Scanning and watching of the folder.
+// Scans and watches the folder.
 // SPDX-License-Identifier: Apache-2.0
 #include "catalogue.h"
 
@@ -28,15 +28,15 @@ Catalogue::Catalogue(const QString& folder, int effects, int generic, const Even
         return;
     }
     m_scan = std::make_unique<FolderScan>(folder);
-    m_settle.setSingleShot(true);
-    m_settle.setInterval(200);
-    connect(&m_settle, &QTimer::timeout, this, &Catalogue::rescan);
-    const auto settle = [this] {
-        if (!m_settle.isActive())
-            m_settle.start();
+    m_rescanTimer.setSingleShot(true);
+    m_rescanTimer.setInterval(200);
+    connect(&m_rescanTimer, &QTimer::timeout, this, &Catalogue::rescan);
+    const auto scheduleRescan = [this] {
+        if (!m_rescanTimer.isActive())
+            m_rescanTimer.start();
     };
-    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, settle);
-    connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, settle);
+    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, scheduleRescan);
+    connect(&m_watcher, &QFileSystemWatcher::fileChanged, this, scheduleRescan);
     scan();
 }
 
@@ -45,7 +45,7 @@ void Catalogue::scan()
     const FolderScan::Result result = m_scan->scan();
     m_libraries = result.libraries;
     append(m_libraries, m_fixed);
-    // Files that were replaced have left the watcher, so all that it lacks is added every time.
+    // The watcher drops files that are replaced, so all missing paths are added after every scan.
     const QStringList all = m_watcher.files() + m_watcher.directories();
     const QSet<QString> watched(all.begin(), all.end());
     QStringList missing;
@@ -55,8 +55,8 @@ void Catalogue::scan()
     }
     if (!missing.isEmpty()) {
         m_watcher.addPaths(missing);
-        // What changed before it was watched is seen by one more scan.
-        m_settle.start();
+        // Another scan detects changes made before the paths were watched.
+        m_rescanTimer.start();
     }
     for (const QString& notice : result.notices) {
         if (!m_notices.contains(notice))

@@ -1,4 +1,4 @@
-// The libraries that all simulated servers of the process show, kept in step with a watched folder.
+// The libraries of all simulated servers of the process, updated when the watched folder changes.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -17,17 +17,17 @@ class Catalogue : public QObject
     Q_OBJECT
 
 public:
-    /// @param folder pictures to serve; empty for drawn ones
-    /// @param effects, generic numbers of libraries of these types
-    /// @param log outlives this object
+    /// @param folder pictures to serve; if empty, drawn pictures are served
+    /// @param effects, generic number of libraries of these types
+    /// @param log must outlive this object
     Catalogue(const QString& folder, int effects, int generic, const EventLog& log);
 
     const Libraries& libraries() const { return m_libraries; }
-    /// Bit n set: libraries of type n are there or can come.
+    /// Bit n is set if libraries of type n exist or can be added.
     quint16 types() const { return m_types; }
 
 Q_SIGNALS:
-    /// The folder has changed and libraries() with it.
+    /// The folder and libraries() have changed.
     void changed(const std::vector<MediaServer::LibraryUpdate>& updates);
 
 private:
@@ -37,7 +37,7 @@ private:
     const EventLog& m_log;
     std::unique_ptr<FolderScan> m_scan;
     QFileSystemWatcher m_watcher;
-    QTimer m_settle; ///< a file that is being written changes many times; the scan waits for a pause
+    QTimer m_rescanTimer; ///< delays the scan, because a file changes many times while it is written
     QStringList m_notices;
     Libraries m_fixed;
     Libraries m_libraries;

@@ -1,4 +1,4 @@
-// Reading, answering and ending of a connection.
+// Reads and answers the messages of a connection.
 // SPDX-License-Identifier: Apache-2.0
 #include "connection.h"
 
@@ -8,9 +8,9 @@
 
 namespace MediaServer {
 namespace {
-// Bytes that may wait for a console before it is served further.
-constexpr qint64 BacklogLimit = qint64{4} * 1024 * 1024;
-// Bytes taken from the network at a time.
+// Maximum number of unsent bytes before further requests are read.
+constexpr qint64 MaxBacklog = qint64{4} * 1024 * 1024;
+// Size of the socket's read buffer in bytes.
 constexpr qint64 ReadSize = qint64{64} * 1024;
 
 QString versionText(quint16 version)
@@ -19,60 +19,61 @@ QString versionText(quint16 version)
 }
 } // namespace
 
-Connection::Connection(QTcpSocket* socket, const Service& service, Faults& faults, const EventLog& log, QObject* parent)
+Connection::Connection(QTcpSocket* socket, const ServerContent& content, Faults& faults, const EventLog& log,
+                       QObject* parent)
     : QObject(parent),
       m_socket(socket),
-      m_service(service),
+      m_content(content),
       m_faults(faults),
       m_log(log),
       m_peer(QString("%1:%2").arg(socket->peerAddress().toString()).arg(socket->peerPort())),
-      m_outbox(*socket, faults, this)
+      m_sendQueue(*socket, faults, this)
 {
     socket->setParent(this);
     socket->setReadBufferSize(ReadSize);
-    m_step.setSingleShot(true);
-    connect(&m_step, &QTimer::timeout, this, &Connection::step);
-    connect(socket, &QTcpSocket::readyRead, this, &Connection::wake);
-    connect(socket, &QTcpSocket::bytesWritten, this, &Connection::wake);
-    connect(&m_outbox, &Outbox::idle, this, &Connection::wake);
-    connect(&m_outbox, &Outbox::resetDue, this, &Connection::reset);
+    m_stepTimer.setSingleShot(true);
+    connect(&m_stepTimer, &QTimer::timeout, this, &Connection::step);
+    connect(socket, &QTcpSocket::readyRead, this, &Connection::scheduleStep);
+    connect(socket, &QTcpSocket::bytesWritten, this, &Connection::scheduleStep);
+    connect(&m_sendQueue, &SendQueue::idle, this, &Connection::scheduleStep);
+    connect(&m_sendQueue, &SendQueue::resetDue, this, &Connection::reset);
     connect(socket, &QTcpSocket::disconnected, this, [this] {
         report("has disconnected");
         deleteLater();
     });
     report("has connected");
-    wake();
+    scheduleStep();
 }
 
-void Connection::tell(const QByteArray& message)
+void Connection::notify(const QByteArray& message)
 {
-    if (m_greeted && m_outbox.backlog() < BacklogLimit)
-        m_outbox.send(message);
+    if (m_isGreeted && m_sendQueue.backlog() < MaxBacklog)
+        m_sendQueue.send(message);
 }
 
 void Connection::reset()
 {
     m_socket->disconnect(this);
-    m_step.stop();
-    // Closing with nothing to linger for sends a reset instead of an orderly end.
-    const linger none{1, 0};
-    setsockopt(static_cast<int>(m_socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &none, sizeof none);
+    m_stepTimer.stop();
+    // With a linger time of 0, closing sends a reset.
+    const linger reset{1, 0};
+    setsockopt(static_cast<int>(m_socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
     m_socket->abort();
     deleteLater();
 }
 
-// A step that waits for its time, a delayed answer for instance, is not brought forward.
-void Connection::wake()
+// A step that is already scheduled, for example a delayed answer, is not scheduled earlier.
+void Connection::scheduleStep()
 {
-    if (!m_step.isActive())
-        m_step.start(0);
+    if (!m_stepTimer.isActive())
+        m_stepTimer.start(0);
 }
 
 void Connection::step()
 {
     if (m_socket->state() != QAbstractSocket::ConnectedState)
         return;
-    if (m_outbox.busy() || m_outbox.backlog() >= BacklogLimit)
+    if (m_sendQueue.busy() || m_sendQueue.backlog() >= MaxBacklog)
         return;
     int wait = 0;
     QByteArray message;
@@ -80,7 +81,7 @@ void Connection::step()
         answerNext();
     } else if (m_cutter.next(message)) {
         handle(parseRequest(message));
-        if (!m_answers.empty() && m_faults.strikes(Fault::Delay)) {
+        if (!m_answers.empty() && m_faults.shouldInject(Fault::Delay)) {
             report("fault: delay");
             wait = m_faults.delayMs();
         }
@@ -93,7 +94,7 @@ void Connection::step()
     } else {
         return;
     }
-    m_step.start(wait);
+    m_stepTimer.start(wait);
 }
 
 void Connection::handle(const Request& request)
@@ -123,26 +124,26 @@ void Connection::handleClientInfo(const Request& request)
     for (const quint16 version : request.versions)
         versions << versionText(version);
     report(QString("CInf: speaks MSEX %1").arg(versions.join(", ")));
-    if (m_faults.strikes(Fault::Mute)) {
+    if (m_faults.shouldInject(Fault::Mute)) {
         report("fault: mute");
         return;
     }
-    QByteArray information = serverInformation(m_service.identity, request.index);
-    if (m_faults.strikes(Fault::OddSinf)) {
+    QByteArray information = serverInformation(m_content.identity, request.index);
+    if (m_faults.shouldInject(Fault::OddSinf)) {
         report("fault: odd-sinf");
-        information = m_faults.misversioned(information);
+        information = m_faults.withUnknownVersion(information);
     }
-    m_outbox.send(information);
-    report(QString("SInf sent in MSEX 1.%1").arg(m_service.identity.msexMinor));
-    m_greeted = true;
+    m_sendQueue.send(information);
+    report(QString("SInf sent in MSEX 1.%1").arg(m_content.identity.msexMinor));
+    m_isGreeted = true;
 }
 
 void Connection::handleQuery(const Request& request)
 {
     Answers answers =
-        answersTo(request, m_service.identity.msexMinor, m_service.catalogue.libraries(), m_service.patch);
+        answersTo(request, m_content.identity.msexMinor, m_content.catalogue.libraries(), m_content.patch);
     report(request.code.mid(5) + ": " + answers.note);
-    if (!answers.messages.empty() && m_faults.strikes(Fault::Silence)) {
+    if (!answers.messages.empty() && m_faults.shouldInject(Fault::Silence)) {
         report("fault: silence");
         return;
     }
@@ -157,13 +158,13 @@ void Connection::answerNext()
         report("a picture cannot be read: no thumbnail sent");
         return;
     }
-    const QString struck = m_outbox.answer(message);
-    if (!struck.isEmpty())
-        report("fault: " + struck);
+    const QString injected = m_sendQueue.answer(message);
+    if (!injected.isEmpty())
+        report("fault: " + injected);
 }
 
 void Connection::report(const QString& text) const
 {
-    m_log.line(m_service.identity.name, m_peer + ' ' + text);
+    m_log.line(m_content.identity.name, m_peer + ' ' + text);
 }
 } // namespace MediaServer

@@ -1,4 +1,4 @@
-// One console's TCP connection to one simulated server: cuts its stream, reads its messages and answers them.
+// A TCP connection of a console to a simulated server: splits the stream into messages and answers the requests.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -13,38 +13,38 @@
 #include "faults.h"
 #include "framing.h"
 #include "messages.h"
-#include "outbox.h"
 #include "requests.h"
+#include "send_queue.h"
 
 namespace MediaServer {
-/// What one server is and has to show.
-struct Service
+/// Identity and content of a server.
+struct ServerContent
 {
     Identity identity;
     std::vector<Fixture> patch;
     const Catalogue& catalogue;
 };
 
-/// Reads the next request when the last one is answered and the console has taken the answer, one step a turn of the
-/// event loop: a console that asks for much, or that never reads, holds up neither the other consoles nor the memory.
-/// Deletes itself when the connection ends.
+/// Reads the next request when the previous one is answered and the backlog of unsent bytes is below a limit. Performs
+/// one step in each iteration of the event loop, so that a console with many requests does not block other consoles and
+/// a console that does not read does not use up the memory. Deletes itself when the connection is closed.
 class Connection : public QObject
 {
     Q_OBJECT
 
 public:
-    /// @param socket the accepted connection; becomes this object's own
-    /// @param service, faults, log outlive this object
-    Connection(QTcpSocket* socket, const Service& service, Faults& faults, const EventLog& log, QObject* parent);
+    /// @param socket the accepted connection; this object takes ownership
+    /// @param content, faults, log must outlive this object
+    Connection(QTcpSocket* socket, const ServerContent& content, Faults& faults, const EventLog& log, QObject* parent);
 
-    /// Sends something unasked, if the console has greeted and takes what it is sent.
-    void tell(const QByteArray& message);
+    /// Sends a message that is not an answer, if the console has sent its CInf and the backlog is below the limit.
+    void notify(const QByteArray& message);
 
-    /// Resets the connection, as a machine that has lost its power looks to the console, and deletes this object.
+    /// Resets the connection, like a server that has lost power, and deletes this object.
     void reset();
 
 private:
-    void wake();
+    void scheduleStep();
     void step();
     void handle(const Request& request);
     void handleClientInfo(const Request& request);
@@ -53,14 +53,14 @@ private:
     void report(const QString& text) const;
 
     QTcpSocket* m_socket;
-    const Service& m_service;
+    const ServerContent& m_content;
     Faults& m_faults;
     const EventLog& m_log;
     QString m_peer;
     MessageCutter m_cutter;
-    Outbox m_outbox;
-    std::deque<Answer> m_answers; ///< to the request that was read last
-    QTimer m_step;
-    bool m_greeted = false; ///< a CInf has come
+    SendQueue m_sendQueue;
+    std::deque<Answer> m_answers; ///< remaining answers to the current request
+    QTimer m_stepTimer;
+    bool m_isGreeted = false; ///< a CInf was received and answered
 };
 } // namespace MediaServer

@@ -1,4 +1,4 @@
-// Formatting and flushing of the report's lines.
+// Formatting and output of log lines.
 // SPDX-License-Identifier: Apache-2.0
 #include "event_log.h"
 
@@ -6,23 +6,24 @@
 #include <cstdio>
 
 namespace MediaServer {
-QString printable(const QString& text)
+QString escapeControls(const QString& text)
 {
-    QString safe;
+    QString escaped;
     for (const QChar c : text) {
-        const bool plain = c.isPrint() && c != QChar('\\');
-        safe += plain ? QString(c) : QString("\\u%1").arg(c.unicode(), 4, 16, QChar('0'));
+        const bool isKept = c.isPrint() && c != QChar('\\');
+        escaped += isKept ? QString(c) : QString("\\u%1").arg(c.unicode(), 4, 16, QChar('0'));
     }
-    return safe;
+    return escaped;
 }
 
 void EventLog::line(const QString& server, const QString& text) const
 {
     if (m_quiet)
         return;
-    const QString who = server.isEmpty() ? QString("-") : printable(server);
-    const QString whole = QTime::currentTime().toString("HH:mm:ss.zzz") + "  " + who + "  " + printable(text) + '\n';
-    std::fputs(whole.toUtf8().constData(), stdout);
+    const QString name = server.isEmpty() ? QString("-") : escapeControls(server);
+    const QString line =
+        QTime::currentTime().toString("HH:mm:ss.zzz") + "  " + name + "  " + escapeControls(text) + '\n';
+    std::fputs(line.toUtf8().constData(), stdout);
     std::fflush(stdout);
 }
 } // namespace MediaServer

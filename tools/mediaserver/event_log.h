@@ -1,21 +1,21 @@
-// The running report on standard output: one line an event, with the time and the server it happened to.
+// The event log on standard output: one line for each event, with time and server.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QString>
 
 namespace MediaServer {
-/// Makes text that came from the network or the command line harmless on a terminal: one line, no control characters.
-QString printable(const QString& text);
+/// Escapes control characters, line feeds included, in text from the network or the command line.
+QString escapeControls(const QString& text);
 
-/// Writes events to standard output at once, so that a pipe sees each as it happens.
+/// Writes events to standard output and flushes them, so that the reader of a pipe receives them immediately.
 class EventLog
 {
 public:
-    /// @param quiet writes nothing
+    /// @param quiet disables the log
     explicit EventLog(bool quiet) : m_quiet(quiet) {}
 
-    /// @param server whom it happened to; empty for the program itself
+    /// @param server name of the server; empty for events of the program itself
     void line(const QString& server, const QString& text) const;
 
 private:

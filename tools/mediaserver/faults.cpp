@@ -1,4 +1,4 @@
-// The damage, done to finished messages.
+// Modification of complete messages.
 // SPDX-License-Identifier: Apache-2.0
 #include "faults.h"
 
@@ -7,25 +7,18 @@
 
 namespace MediaServer {
 namespace {
-void setSize(QByteArray& bytes)
-{
-    const auto size = static_cast<quint32>(bytes.size());
-    for (int i = 0; i < 4; ++i)
-        bytes[8 + i] = static_cast<char>((size >> (8 * i)) & 0xFF);
-}
-
 bool isMsex(const QByteArray& message)
 {
     return message.mid(16, 4) == "MSEX" && message.size() >= MsexHeaderSize;
 }
 
-// Where a thumbnail tells the size of the picture that follows; -1 if it is none, or cut before that.
+// The offset of the picture size in a thumbnail message; -1 in other messages and if the message is truncated.
 int pictureSizeField(const QByteArray& message)
 {
     const QByteArray code = message.mid(22, 4);
     if (!isMsex(message) || (code != "ELTh" && code != "EThn"))
         return -1;
-    // Behind the type come the library, for an element its number, then format, width and height.
+    // The fields after the type: library, element number (EThn only), format, width, height.
     const int library = message.at(21) == 0 ? 1 : 4;
     const int sizeField = MsexHeaderSize + 1 + library + (code == "EThn" ? 1 : 0) + 8;
     return message.size() < sizeField + 2 ? -1 : sizeField;
@@ -35,43 +28,45 @@ int pictureSizeField(const QByteArray& message)
 const std::vector<FaultDescription>& faultDescriptions()
 {
     static const std::vector<FaultDescription> all = {
-        {Fault::Delay, "delay", "the answers to a request come --fault-delay late"},
+        {Fault::Delay, "delay", "the answers to a request are delayed by --fault-delay"},
         {Fault::Silence, "silence", "a request is not answered"},
-        {Fault::Split, "split", "an answer comes in single bytes, each in a segment of its own"},
-        {Fault::Merge, "merge", "answers wait for one another and come together, up to four in one segment"},
-        {Fault::Truncate, "truncate", "an answer's body is cut at a random place; its size field is that of the rest"},
-        {Fault::Oversize, "oversize", "a thumbnail announces more bytes than the message holds"},
-        {Fault::Version, "version", "an answer carries an MSEX version that does not exist, 1.3 to 1.9"},
+        {Fault::Split, "split", "an answer is sent byte by byte, each in its own TCP segment"},
+        {Fault::Merge, "merge", "answers are collected and sent together, up to four in one segment"},
+        {Fault::Truncate, "truncate",
+         "the body of an answer is truncated at a random position; its size field is adjusted"},
+        {Fault::Oversize, "oversize", "a thumbnail declares more bytes than the message contains"},
+        {Fault::Version, "version", "an answer has an MSEX version that does not exist, 1.3 to 1.9"},
         {Fault::Garbage, "garbage",
-         "20 to 200 random bytes come before an answer; where a header has its size field "
-         "they tell their number, so that a reader can pass over them"},
-        {Fault::Noise, "noise", "20 to 200 random bytes come before an answer, and nothing tells where they end"},
+         "20 to 200 random bytes precede an answer, with a valid size field at the position of "
+         "the header's, so that a receiver can skip them"},
+        {Fault::Noise, "noise", "20 to 200 random bytes without a valid size field precede an answer"},
         {Fault::Reset, "reset", "the connection is reset in the middle of an answer"},
-        {Fault::Storm, "storm", "each announcement is 300 datagrams: its own, foreign ones, cut and damaged ones"},
-        {Fault::Refuse, "refuse", "it announces itself, but the port that it announces is closed"},
-        {Fault::Mute, "mute", "a console's client information is not answered with an SInf"},
-        {Fault::OddSinf, "odd-sinf", "the SInf carries an MSEX version that does not exist, 1.3 to 1.9"},
-        {Fault::Spoil, "spoil", "a thumbnail's picture is random bytes"},
+        {Fault::Storm, "storm",
+         "each announcement is sent as 300 datagrams: its own, foreign, truncated and damaged ones"},
+        {Fault::Refuse, "refuse", "the announced port is closed"},
+        {Fault::Mute, "mute", "a CInf is not answered with an SInf"},
+        {Fault::OddSinf, "odd-sinf", "the SInf has an MSEX version that does not exist, 1.3 to 1.9"},
+        {Fault::Spoil, "spoil", "the picture of a thumbnail consists of random bytes"},
     };
     return all;
 }
 
-bool Faults::strikes(Fault fault)
+bool Faults::shouldInject(Fault fault)
 {
-    return (m_plan.faults & static_cast<quint32>(fault)) != 0 && pick(1, 100) <= m_plan.rate;
+    return (m_plan.faults & static_cast<quint32>(fault)) != 0 && random(1, 100) <= m_plan.rate;
 }
 
-// Not a library distribution, whose results may differ from one library to the next.
-int Faults::pick(int lowest, int highest)
+// std::uniform_int_distribution is not used, because its results depend on the standard library.
+int Faults::random(int min, int max)
 {
-    return lowest + static_cast<int>(m_random() % static_cast<quint32>(highest - lowest + 1));
+    return min + static_cast<int>(m_generator() % static_cast<quint32>(max - min + 1));
 }
 
 QByteArray Faults::randomBytes(int count)
 {
     QByteArray bytes;
     for (int i = 0; i < count; ++i)
-        bytes.append(static_cast<char>(pick(0, 255)));
+        bytes.append(static_cast<char>(random(0, 255)));
     return bytes;
 }
 
@@ -80,7 +75,7 @@ QByteArray Faults::truncated(QByteArray message)
     const int headers = isMsex(message) ? MsexHeaderSize : FptcHeaderSize;
     if (message.size() <= headers)
         return message;
-    message.truncate(pick(headers, static_cast<int>(message.size()) - 1));
+    message.truncate(random(headers, static_cast<int>(message.size()) - 1));
     setSize(message);
     return message;
 }
@@ -99,7 +94,7 @@ QByteArray Faults::oversized(QByteArray message)
     return message;
 }
 
-QByteArray Faults::spoiled(QByteArray message)
+QByteArray Faults::withSpoiledPicture(QByteArray message)
 {
     const int sizeField = pictureSizeField(message);
     if (sizeField < 0)
@@ -108,16 +103,16 @@ QByteArray Faults::spoiled(QByteArray message)
     return message.left(picture) + randomBytes(static_cast<int>(message.size()) - picture);
 }
 
-QByteArray Faults::misversioned(QByteArray message)
+QByteArray Faults::withUnknownVersion(QByteArray message)
 {
     if (isMsex(message))
-        message[21] = static_cast<char>(pick(3, 9));
+        message[21] = static_cast<char>(random(3, 9));
     return message;
 }
 
 QByteArray Faults::garbage()
 {
-    QByteArray bytes = randomBytes(pick(HeaderSize, 200));
+    QByteArray bytes = randomBytes(random(HeaderSize, 200));
     bytes[0] = 'X';
     setSize(bytes);
     return bytes;
@@ -125,24 +120,24 @@ QByteArray Faults::garbage()
 
 QByteArray Faults::noise()
 {
-    QByteArray bytes = randomBytes(pick(HeaderSize, 200));
+    QByteArray bytes = randomBytes(random(HeaderSize, 200));
     bytes[0] = 'X';
     return bytes;
 }
 
-QByteArray Faults::stormPiece(const QByteArray& announcement)
+QByteArray Faults::stormDatagram(const QByteArray& announcement)
 {
-    switch (pick(0, 3)) {
+    switch (random(0, 3)) {
         case 0:
             return announcement;
         case 1:
-            return peerLocation(QString("Storm %1").arg(pick(0, 9999)), 0);
+            return peerLocation(QString("Storm %1").arg(random(0, 9999)), 0);
         case 2:
-            return announcement.left(pick(0, static_cast<int>(announcement.size()) - 1));
+            return announcement.left(random(0, static_cast<int>(announcement.size()) - 1));
         default: {
             QByteArray damaged = announcement;
-            // Not the port: a console shall not be sent to a service that is none of ours.
-            damaged[pick(0, 23)] = static_cast<char>(pick(0, 255));
+            // The port is not damaged, because a console would connect to an unrelated service.
+            damaged[random(0, 23)] = static_cast<char>(random(0, 255));
             return damaged;
         }
     }

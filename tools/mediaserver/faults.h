@@ -1,4 +1,4 @@
-// How a simulated server can misbehave on request, repeatably.
+// Fault injection: the faults of a simulated server, reproducible by a seed.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -25,7 +25,7 @@ enum class Fault : quint32 {
     Spoil = 1 << 14,
 };
 
-/// Name and explanation of each fault, for the command line.
+/// Name and description of a fault, for the command line.
 struct FaultDescription
 {
     Fault fault;
@@ -34,46 +34,46 @@ struct FaultDescription
 };
 const std::vector<FaultDescription>& faultDescriptions();
 
-/// Which faults are wanted, and how.
+/// The enabled faults and their parameters.
 struct FaultPlan
 {
-    quint32 faults = 0; ///< set of Fault
-    int rate = 100;     ///< percent of the occasions at which a fault strikes
+    quint32 faults = 0; ///< bit set of Fault
+    int rate = 100;     ///< probability of a fault at each occasion, in percent
     int delayMs = 500;
     quint32 seed = 1;
 };
 
-/// Decides and does the damage. The same plan meets the same occasions with the same damage.
+/// Injects faults. The same plan and the same sequence of calls result in the same faults.
 class Faults
 {
 public:
-    explicit Faults(const FaultPlan& plan) : m_plan(plan), m_random(plan.seed) {}
+    explicit Faults(const FaultPlan& plan) : m_plan(plan), m_generator(plan.seed) {}
 
-    /// Whether the fault is wanted and strikes this time.
-    bool strikes(Fault fault);
+    /// Whether to inject the fault this time.
+    bool shouldInject(Fault fault);
     int delayMs() const { return m_plan.delayMs; }
-    /// A whole number from @p lowest to @p highest.
-    int pick(int lowest, int highest);
+    /// A random integer from @p min to @p max.
+    int random(int min, int max);
 
-    /// Cuts the body behind the layer's header at a random place; the size field is that of what is left.
+    /// Truncates the body at a random position after the header of the layer and adjusts the size field.
     QByteArray truncated(QByteArray message);
-    /// Lets a thumbnail announce more bytes than follow; other messages stay as they are.
+    /// Makes a thumbnail declare more picture bytes than follow. Other messages are unchanged.
     QByteArray oversized(QByteArray message);
-    /// Fills a thumbnail's picture with random bytes; other messages stay as they are.
-    QByteArray spoiled(QByteArray message);
-    /// Writes an MSEX version that no table knows, 1.3 to 1.9; other layers' messages stay as they are.
-    QByteArray misversioned(QByteArray message);
-    /// Random bytes that are no message but have a message's length field, so that a reader can pass over them.
+    /// Fills the picture of a thumbnail with random bytes. Other messages are unchanged.
+    QByteArray withSpoiledPicture(QByteArray message);
+    /// Sets the MSEX version to one that does not exist, 1.3 to 1.9. Messages of other layers are unchanged.
+    QByteArray withUnknownVersion(QByteArray message);
+    /// Random bytes that are not a message but have a valid size field, so that a receiver can skip them.
     QByteArray garbage();
-    /// Random bytes in which nothing tells where they end.
+    /// Random bytes without a valid size field.
     QByteArray noise();
-    /// What a PLoc storm sends beside the server's own PLoc: foreign, cut and damaged announcements.
-    QByteArray stormPiece(const QByteArray& announcement);
+    /// A datagram of an announcement storm: the PLoc of this or another peer, or a truncated or damaged PLoc.
+    QByteArray stormDatagram(const QByteArray& announcement);
 
 private:
     QByteArray randomBytes(int count);
 
     FaultPlan m_plan;
-    std::mt19937 m_random;
+    std::mt19937 m_generator;
 };
 } // namespace MediaServer

@@ -1,4 +1,4 @@
-// Listing of folders and pictures, and the numbers that they keep from scan to scan.
+// Lists folders and pictures and assigns their numbers.
 // SPDX-License-Identifier: Apache-2.0
 #include "folder_scan.h"
 
@@ -9,8 +9,8 @@
 
 namespace MediaServer {
 namespace {
-// The highest number given, so that a count of all of them still fits into a byte.
-const int HighestNumber = 254;
+// The count of the numbers 0 to 254 fits into a byte.
+const int MaxNumber = 254;
 
 QStringList pictureNames(const QDir& folder)
 {
@@ -42,12 +42,12 @@ void FolderScan::scanFolder(const QString& path, quint32 id, const QString& name
         result.libraries.push_back(library);
 
     const QStringList names = folder.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Readable, QDir::Name);
-    if ((id & 0xFF) == MaximumLevel) {
+    if ((id & 0xFF) == MaxLevel) {
         if (!names.isEmpty())
-            result.notices << QString("the folders in %1 are too deep for a library id: left out").arg(path);
+            result.notices << QString("the folders in %1 are too deep for a library id: ignored").arg(path);
         return;
     }
-    for (const auto& [sub, subNumber] : number(path + "/folders", names, 1, result))
+    for (const auto& [sub, subNumber] : assignNumbers(path + "/folders", names, 1, result))
         scanFolder(folder.filePath(sub), childId(id, subNumber), sub, result);
 }
 
@@ -56,12 +56,12 @@ void FolderScan::scanPictures(const QString& path, Library& library, Result& res
     const QDir folder(path);
     const QStringList names = pictureNames(folder);
     std::map<quint8, Element> elements;
-    for (const auto& [name, elementNumber] : number(path + "/pictures", names, 0, result)) {
+    for (const auto& [name, elementNumber] : assignNumbers(path + "/pictures", names, 0, result)) {
         const QFileInfo file(folder.filePath(name));
         result.paths << file.filePath();
         const QSize size = QImageReader(file.filePath()).size();
         if (size.isEmpty() || size.width() > 0xFFFF || size.height() > 0xFFFF) {
-            result.notices << QString("%1 is no picture that can be read: left out").arg(file.filePath());
+            result.notices << QString("%1 is not a readable picture: ignored").arg(file.filePath());
             continue;
         }
         Element element;
@@ -78,9 +78,9 @@ void FolderScan::scanPictures(const QString& path, Library& library, Result& res
         library.elements.push_back(element);
 }
 
-FolderScan::Numbers& FolderScan::number(const QString& place, const QStringList& names, int first, Result& result)
+FolderScan::Numbers& FolderScan::assignNumbers(const QString& key, const QStringList& names, int first, Result& result)
 {
-    Numbers& numbers = m_numbers[place];
+    Numbers& numbers = m_numbers[key];
     std::bitset<256> taken;
     for (auto known = numbers.begin(); known != numbers.end();) {
         if (names.contains(known->first)) {
@@ -94,10 +94,10 @@ FolderScan::Numbers& FolderScan::number(const QString& place, const QStringList&
         if (numbers.count(name) != 0)
             continue;
         int free = first;
-        while (free <= HighestNumber && taken.test(static_cast<std::size_t>(free)))
+        while (free <= MaxNumber && taken.test(static_cast<std::size_t>(free)))
             ++free;
-        if (free > HighestNumber) {
-            result.notices << QString("%1: more than a library can number: the rest is left out").arg(place);
+        if (free > MaxNumber) {
+            result.notices << QString("%1: more entries than a library can number: the rest is ignored").arg(key);
             break;
         }
         taken.set(static_cast<std::size_t>(free));

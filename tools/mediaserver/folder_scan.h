@@ -1,4 +1,4 @@
-// Turns a folder tree of pictures into media libraries.
+// Converts a folder tree of pictures to media libraries.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -9,10 +9,10 @@
 #include "library.h"
 
 namespace MediaServer {
-/// Scans one folder tree, again and again, and keeps the numbers of what stays.
+/// Scans a folder tree. Libraries and elements that still exist keep their numbers when the tree is scanned again.
 ///
-/// The sub-folders of the folder are the top-level libraries, numbered from 1 in the order of their names; the pictures
-/// that lie in the folder itself are library 0. Their sub-folders are sub-libraries, down to the third level.
+/// The sub-folders of the folder are the top-level libraries, numbered from 1 in the order of their names. The pictures
+/// in the folder itself are library 0. Deeper sub-folders are sub-libraries, down to the third level.
 class FolderScan
 {
 public:
@@ -21,8 +21,8 @@ public:
     struct Result
     {
         Libraries libraries;
-        QStringList paths;   ///< folders and files whose change makes another scan worthwhile
-        QStringList notices; ///< what is left out and why, one line each
+        QStringList paths;   ///< folders and files to watch for changes
+        QStringList notices; ///< messages about ignored files and folders, one line each
     };
     Result scan();
 
@@ -31,7 +31,7 @@ private:
 
     void scanFolder(const QString& path, quint32 id, const QString& name, Result& result);
     void scanPictures(const QString& path, Library& library, Result& result);
-    Numbers& number(const QString& place, const QStringList& names, int first, Result& result);
+    Numbers& assignNumbers(const QString& key, const QStringList& names, int first, Result& result);
 
     QString m_folder;
     std::map<QString, Numbers> m_numbers;

@@ -1,4 +1,4 @@
-// The bounds that a header must keep before its size is believed.
+// Validation of headers and extraction of messages.
 // SPDX-License-Identifier: Apache-2.0
 #include "framing.h"
 
@@ -16,9 +16,8 @@ bool MessageCutter::next(QByteArray& message)
     }
     header.bytes(4);
     const quint32 size = header.u32();
-    if (size < HeaderSize || size > MaximumSize) {
-        m_problem =
-            QString("a message announces %1 bytes; %2 to %3 are possible").arg(size).arg(HeaderSize).arg(MaximumSize);
+    if (size < HeaderSize || size > MaxSize) {
+        m_problem = QString("a message declares %1 bytes; valid are %2 to %3").arg(size).arg(HeaderSize).arg(MaxSize);
         return false;
     }
     const int length = static_cast<int>(size);

@@ -1,4 +1,4 @@
-// Cuts the byte stream of one connection into messages. Holds no socket, so that tests and fuzzers can feed it.
+// Splits the byte stream of a connection into messages. Uses no socket, so that tests and fuzzers can call it.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -6,25 +6,25 @@
 #include <QString>
 
 namespace MediaServer {
-/// Gathers received bytes and gives whole messages back, in order.
+/// Buffers received bytes and returns complete messages in order.
 ///
-/// A stream that does not begin with a good header, or that announces a size out of bounds, is broken for good:
-/// nothing in it tells where the next message begins.
+/// After an invalid header or a size out of bounds, no further messages are returned, because the start of the next
+/// message is unknown.
 class MessageCutter
 {
 public:
-    /// The longest message accepted, in bytes. The longest request that any table allows stays well below it.
-    static constexpr int MaximumSize = 1024 * 1024;
+    /// Maximum size of a message in bytes. Valid requests are much shorter.
+    static constexpr int MaxSize = 1024 * 1024;
 
     void append(const QByteArray& received) { m_buffer.append(received); }
 
-    /// Takes the next whole message.
-    /// @return false if more bytes are needed or the stream is broken
+    /// Removes the next complete message from the buffer.
+    /// @return false if more bytes are needed or the stream is invalid
     bool next(QByteArray& message);
 
-    /// Why the stream is broken; empty while it is not.
+    /// Why the stream is invalid; empty if it is valid.
     const QString& problem() const { return m_problem; }
-    /// Bytes received of a message that is not complete yet.
+    /// Buffered bytes of an incomplete message.
     int pending() const { return static_cast<int>(m_buffer.size()); }
 
 private:

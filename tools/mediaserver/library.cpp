@@ -50,7 +50,7 @@ quint32 childId(quint32 parent, quint8 number)
 quint32 parentId(quint32 id)
 {
     const quint32 level = id & 0xFF;
-    if (level == 0 || level > MaximumLevel)
+    if (level == 0 || level > MaxLevel)
         return 0;
     const quint32 parent = level - 1;
     return parent == 0 ? 0 : ((id & ~0xFFU) & ~(0xFFU << (8 * level))) | parent;
@@ -59,7 +59,7 @@ quint32 parentId(quint32 id)
 quint8 numberOf(quint32 id)
 {
     const quint32 level = id & 0xFF;
-    if (level == 0 || level > MaximumLevel)
+    if (level == 0 || level > MaxLevel)
         return 0;
     return static_cast<quint8>((id >> (8 * level)) & 0xFF);
 }

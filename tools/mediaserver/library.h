@@ -1,4 +1,4 @@
-// What a simulated server has to show: libraries of four-level ids and their elements, and how two states differ.
+// The libraries and elements of a simulated server, and the comparison of two states of them.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -15,7 +15,7 @@ constexpr quint8 Effects = 2;
 constexpr quint8 Generic = 3;
 } // namespace LibraryType
 
-/// Where an element's picture comes from: a file if one is named, else a drawn pattern (see pictures.h).
+/// The source of an element's picture: a file, or a drawn pattern (see pictures.h) if #file is empty.
 struct PictureSource
 {
     QString file;
@@ -29,15 +29,15 @@ struct Element
     quint64 timestamp = 0;  ///< seconds since 1970, UTC
     quint16 width = 0;      ///< pixels
     quint16 height = 0;     ///< pixels
-    quint32 length = 250;   ///< frames; a still counts as a clip of ten seconds, so that positions can move through it
+    quint32 length = 250;   ///< frames; a still is treated as a clip of ten seconds, so that it has a position
     quint8 frameRate = 25;  ///< frames a second
-    quint32 serial = 0;     ///< another one whenever the content is another
+    quint32 serial = 0;     ///< changes with the content
     QStringList parameters; ///< of an effect
     PictureSource picture;
 };
 
-/// A library id holds its level (1 to 3) in the lowest byte and the number on each level in the bytes above; 0 is the
-/// root above all libraries. MSEX 1.0 knows the first level only, by its number.
+/// A library id contains the level (1 to 3) in the lowest byte and the number for each level in the higher bytes. 0 is
+/// the root, the parent of the top-level libraries. MSEX 1.0 sends only the number of a top-level library.
 struct Library
 {
     quint8 type = LibraryType::Media;
@@ -49,8 +49,8 @@ struct Library
 /// Parents before their children, siblings in the order of their numbers.
 using Libraries = std::vector<Library>;
 
-/// Levels of libraries that an id can tell apart.
-constexpr int MaximumLevel = 3;
+/// Number of levels in a library id.
+constexpr int MaxLevel = 3;
 
 quint32 childId(quint32 parent, quint8 number);
 quint32 parentId(quint32 id);
@@ -62,10 +62,10 @@ QString idText(quint32 id);
 /// @return null if there is none
 const Library* findLibrary(const Libraries& libraries, quint8 type, quint32 id);
 int subLibraryCount(const Libraries& libraries, const Library& library);
-/// Another one whenever an element is another.
+/// A serial number that changes with the elements.
 quint32 serialOf(const Library& library);
 
-/// What changed in one library; the root stands for the top-level libraries.
+/// The changes in one library. For the root, the changes of the top-level libraries.
 struct LibraryUpdate
 {
     quint8 type = 0;

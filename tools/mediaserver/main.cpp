@@ -1,4 +1,4 @@
-// The program citp-mediaserver: reads the command line, starts the servers, and ends on a signal or after its time.
+// The program citp-mediaserver: reads the command line, starts the servers, and runs until a signal or a timeout.
 // SPDX-License-Identifier: Apache-2.0
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -22,28 +22,28 @@
 using namespace MediaServer;
 
 namespace {
-constexpr int Failure = 1;
-constexpr int WrongUse = 2;
+constexpr int ExitFailure = 1;
+constexpr int ExitUsageError = 2;
 
 int fail(const QString& text, int status)
 {
-    std::fprintf(stderr, "citp-mediaserver: %s\n", printable(text).toUtf8().constData());
+    std::fprintf(stderr, "citp-mediaserver: %s\n", escapeControls(text).toUtf8().constData());
     return status;
 }
 
-// SIGINT and SIGTERM arrive as bytes to read, so that ending runs like any other event. Blocked before any thread
-// starts.
-int openSignals()
+// A signalfd lets the event loop handle SIGINT and SIGTERM like any other event. The signals must be blocked before any
+// thread starts, because threads inherit the signal mask.
+int openSignalDescriptor()
 {
-    sigset_t ending;
-    sigemptyset(&ending);
-    sigaddset(&ending, SIGINT);
-    sigaddset(&ending, SIGTERM);
-    sigprocmask(SIG_BLOCK, &ending, nullptr);
-    return signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-// Each layer takes twenty channels; a universe holds 25 of them.
+// Each layer uses 20 channels, so that 25 layers fit into a universe.
 QStringList layerSources(int count, int server)
 {
     QStringList sources;
@@ -71,16 +71,16 @@ Identity identityOf(const Options& options, int index, quint16 types)
     return identity;
 }
 
-void scheduleDeath(Server& server, const Options& options)
+void scheduleStop(Server& server, const Options& options)
 {
     QTimer::singleShot(options.dieAfterMs, &server, [&server, options] {
-        server.vanish();
+        server.stop();
         if (options.reviveAfterMs < 0)
             return;
         QTimer::singleShot(options.reviveAfterMs, &server, [&server] {
             QString problem;
             if (!server.start(problem))
-                QCoreApplication::exit(fail(problem, Failure));
+                QCoreApplication::exit(fail(problem, ExitFailure));
         });
     });
 }
@@ -90,18 +90,19 @@ int run(const Options& options, int signalDescriptor)
     QString problem;
     const QNetworkInterface adapter = findAdapter(options.adapter, problem);
     if (!adapter.isValid())
-        return fail(problem, Failure);
-    const std::vector<Place> places = placeServers(adapter, options.address, options.port, options.count, problem);
-    if (places.empty())
-        return fail(problem, Failure);
+        return fail(problem, ExitFailure);
+    const std::vector<Endpoint> endpoints =
+        assignEndpoints(adapter, options.address, options.port, options.count, problem);
+    if (endpoints.empty())
+        return fail(problem, ExitFailure);
 
     if (!options.media.isEmpty() && !QFileInfo(options.media).isDir())
-        return fail(QString("--media: '%1' is no folder: name one that holds pictures").arg(options.media), Failure);
+        return fail(QString("--media: '%1' is not a folder").arg(options.media), ExitFailure);
     std::vector<Fixture> patch;
     if (!options.patch.isEmpty())
         patch = readPatch(options.patch, problem);
     if (!problem.isEmpty())
-        return fail(problem, Failure);
+        return fail(problem, ExitFailure);
 
     const EventLog log(options.quiet);
     const Catalogue catalogue(options.media, options.effects, options.generic, log);
@@ -109,18 +110,19 @@ int run(const Options& options, int signalDescriptor)
     for (int i = 0; i < options.count; ++i) {
         Behaviour behaviour{options.intervalMs, options.layerRate, options.faults};
         behaviour.faults.seed += static_cast<quint32>(i);
-        servers.push_back(std::make_unique<Server>(Service{identityOf(options, i, catalogue.types()), patch, catalogue},
-                                                   places[static_cast<std::size_t>(i)], adapter, behaviour, log));
+        servers.push_back(
+            std::make_unique<Server>(ServerContent{identityOf(options, i, catalogue.types()), patch, catalogue},
+                                     endpoints[static_cast<std::size_t>(i)], adapter, behaviour, log));
         if (!servers.back()->start(problem))
-            return fail(problem, Failure);
+            return fail(problem, ExitFailure);
     }
     if (options.dieAfterMs >= 0)
-        scheduleDeath(*servers[static_cast<std::size_t>(options.dieServer - 1)], options);
+        scheduleStop(*servers[static_cast<std::size_t>(options.dieServer - 1)], options);
     if (options.seconds > 0)
         QTimer::singleShot(options.seconds * 1000, qApp, [] { QCoreApplication::exit(0); });
 
-    QSocketNotifier ending(signalDescriptor, QSocketNotifier::Read);
-    QObject::connect(&ending, &QSocketNotifier::activated, qApp, [] { QCoreApplication::exit(0); });
+    QSocketNotifier signalNotifier(signalDescriptor, QSocketNotifier::Read);
+    QObject::connect(&signalNotifier, &QSocketNotifier::activated, qApp, [] { QCoreApplication::exit(0); });
     const int status = QCoreApplication::exec();
     log.line({}, "ends");
     return status;
@@ -129,13 +131,13 @@ int run(const Options& options, int signalDescriptor)
 
 int main(int argc, char** argv)
 {
-    const int signalDescriptor = openSignals();
+    const int signalDescriptor = openSignalDescriptor();
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName("citp-mediaserver");
     const CommandLine line = readCommandLine(QCoreApplication::arguments());
     switch (line.action) {
-        case CommandLine::Action::WrongUse:
-            return fail(line.text + "; --help explains every option", WrongUse);
+        case CommandLine::Action::UsageError:
+            return fail(line.text + "; see --help", ExitUsageError);
         case CommandLine::Action::Help:
         case CommandLine::Action::Version:
             std::fputs(line.text.toUtf8().constData(), stdout);

@@ -1,4 +1,4 @@
-// The wire tables, one function a message.
+// The layouts of the messages, one function for each message.
 // SPDX-License-Identifier: Apache-2.0
 #include "messages.h"
 
@@ -13,7 +13,7 @@ MessageWriter msex(quint8 minor, const char* code, quint16 index = 0)
     return out;
 }
 
-// 1.0 names a library by its number on the first level, later versions by all four bytes.
+// MSEX 1.0 identifies a library by its number, later versions by the four bytes of its id.
 void writeLibrary(MessageWriter& out, quint8 minor, quint32 id)
 {
     if (minor == 0)
@@ -30,7 +30,7 @@ void writeCount(MessageWriter& out, quint8 minor, std::size_t count)
         out.u16(static_cast<quint32>(count));
 }
 
-// What begins every element: its number, its serial number from 1.2 on, and the DMX value that selects it.
+// The common fields of all elements: number, serial number (since 1.2), DMX range and name.
 void writeElement(MessageWriter& out, quint8 minor, const Element& element)
 {
     out.u8(element.number);

@@ -1,4 +1,4 @@
-// The messages that a media server sends, written from their wire tables.
+// Serialisation of the messages that a media server sends.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -12,7 +12,7 @@
 #include "pictures.h"
 
 namespace MediaServer {
-/// What a server says of itself in its SInf.
+/// The description of a server in its SInf.
 struct Identity
 {
     QString name;
@@ -20,13 +20,13 @@ struct Identity
     QString product;
     quint8 versionMajor = 1;
     quint8 versionMinor = 0;
-    quint8 versionBugfix = 0; ///< told from MSEX 1.2 on
-    quint8 msexMinor = 2;     ///< the MSEX 1.x that the server speaks, 0 to 2
-    quint16 libraryTypes = 0; ///< bit n set: libraries of type n exist; told from MSEX 1.2 on
-    QStringList layerSources; ///< one DMX source a layer, at most 255
+    quint8 versionBugfix = 0; ///< sent since MSEX 1.2
+    quint8 msexMinor = 2;     ///< minor version of the server's MSEX version 1.x, 0 to 2
+    quint16 libraryTypes = 0; ///< bit n is set if libraries of type n exist; sent since MSEX 1.2
+    QStringList layerSources; ///< DMX source of each layer, at most 255
 };
 
-/// One layer's playback.
+/// The status of a layer.
 struct LayerState
 {
     quint8 number = 0;
@@ -40,27 +40,27 @@ struct LayerState
     quint32 flags = 0;
 };
 
-/// One library as a list of libraries tells it.
+/// An entry of a list of libraries.
 struct LibraryEntry
 {
     quint32 id = 0;
     quint32 serial = 0;
     QString name;
-    int subLibraries = 0; ///< told from MSEX 1.1 on
+    int subLibraries = 0; ///< sent since MSEX 1.1
     int elements = 0;
 };
 
-/// Which request an answer is for and in which MSEX version it is written.
+/// MSEX version and request index of an answer.
 struct Reply
 {
     quint8 msexMinor = 2; ///< 0 to 2
-    quint16 index = 0;    ///< the request's
+    quint16 index = 0;    ///< copied from the request
 };
 
-/// PLoc: where a server listens. @param port TCP port
+/// PLoc, with the TCP port of the server.
 QByteArray peerLocation(const QString& name, quint16 port);
 
-/// SInf in the server's own MSEX version.
+/// SInf in the server's MSEX version.
 QByteArray serverInformation(const Identity& identity, quint16 requestIndex);
 
 /// ELIn.
@@ -69,16 +69,16 @@ QByteArray libraryList(const Reply& reply, quint8 type, const std::vector<Librar
 QByteArray mediaList(const Reply& reply, quint32 libraryId, const std::vector<Element>& elements);
 /// EEIn.
 QByteArray effectList(const Reply& reply, quint32 libraryId, const std::vector<Element>& elements);
-/// GLEI, which exists from MSEX 1.1 on.
+/// GLEI, which exists since MSEX 1.1.
 QByteArray genericList(const Reply& reply, quint8 type, quint32 libraryId, const std::vector<Element>& elements);
 /// ELTh.
 QByteArray libraryThumbnail(const Reply& reply, quint8 type, quint32 libraryId, const Thumbnail& thumbnail);
 /// EThn.
 QByteArray elementThumbnail(const Reply& reply, quint8 type, quint32 libraryId, quint8 element,
                             const Thumbnail& thumbnail);
-/// LSta. MSEX 1.1 has no layout of its own for it: a 1.1 server sends it as a 1.0 message.
+/// LSta. MSEX 1.1 defines no layout for it, so a 1.1 server sends a 1.0 message.
 QByteArray layerStatus(quint8 msexMinor, const std::vector<LayerState>& layers);
-/// ELUp in the server's own MSEX version.
+/// ELUp in the server's MSEX version.
 QByteArray libraryUpdated(quint8 msexMinor, const LibraryUpdate& update);
 /// Ptch.
 QByteArray patchedFixture(const Fixture& fixture, quint16 requestIndex);

@@ -1,4 +1,4 @@
-// Options, their help, and the checks of their values.
+// The options with their help texts, and the validation of their values.
 // SPDX-License-Identifier: Apache-2.0
 #include "options.h"
 
@@ -9,13 +9,13 @@
 namespace MediaServer {
 namespace {
 const char* const Description =
-    "Plays one or several CITP media servers on the network: announces each on the group 224.0.0.180, port 4809,\n"
-    "accepts consoles on TCP, introduces itself when a console's client information arrives, and reports on\n"
-    "standard output what happens, one line an event. Ends on SIGINT or SIGTERM.\n\n"
-    "Exit status: 0 ended as asked, 1 failed (an address or port is taken, for example), 2 wrong use.";
+    "Simulates one or more CITP media servers. Announces each server to the multicast group 224.0.0.180, port 4809,\n"
+    "accepts TCP connections of consoles, answers their requests, and logs events on standard output, one line for\n"
+    "each. Runs until SIGINT or SIGTERM.\n\n"
+    "Exit status: 0 success, 1 failure (for example, the address is in use), 2 usage error.";
 
-// The first problem found; what follows it is not looked at.
-struct Problem
+// Exception: the command line is invalid.
+struct UsageError
 {
     QString text;
 };
@@ -28,82 +28,87 @@ QString faultHelp()
     return lines.join("; ") + '.';
 }
 
-class Reader
+class ArgumentReader
 {
 public:
-    Reader()
+    ArgumentReader()
     {
         m_parser.setApplicationDescription(Description);
-        add({"h", "help"}, "Prints this help and ends.");
-        add({"v", "version"}, "Prints the version and ends.");
+        add({"h", "help"}, "Prints this help and exits.");
+        add({"v", "version"}, "Prints the version and exits.");
         add({"count"},
-            "Number of servers, 1 to 200; default 1. Each has an address and a port of its own: ports count "
-            "up; on loopback addresses count up too, on another adapter its addresses are used in turn.",
+            "Number of servers, 1 to 200. Default: 1. Each server has its own address and port. Ports count up from "
+            "--port. On loopback, addresses count up from --address; on other adapters, their addresses are used in "
+            "turn.",
             "N");
-        add({"name"}, "Name of the server; default 'Simulated Server'. With several servers, each adds its number.",
+        add({"name"},
+            "Name of the server. Default: 'Simulated Server'. With several servers, a number is appended to each name.",
             "TEXT");
         add({"adapter"},
-            "Adapter to announce on, by name or IPv4 address; default: the first with an address in "
-            "2.0.0.0/8, else in 10.0.0.0/8, else any other, else loopback.",
+            "Network adapter for announcements, by name or IPv4 address. Default: the first adapter with an address in "
+            "2.0.0.0/8, else in 10.0.0.0/8, else any other, else the loopback.",
             "NAME|ADDRESS");
         add({"address"},
-            "IPv4 address of the first server; default 127.0.0.2 on loopback, else the adapter's first. "
-            "Without --adapter it chooses the adapter too.",
+            "IPv4 address of the first server. Default: 127.0.0.2 on loopback, otherwise the first address of the "
+            "adapter. Without --adapter, it also selects the adapter.",
             "ADDRESS");
-        add({"port"}, "TCP port of the first server, 1 to 65535; default 4811.", "PORT");
-        add({"interval"}, "Time between two announcements in milliseconds, 10 to 3600000; default 1000.", "MS");
-        add({"msex"}, "MSEX version that the servers speak: 1.0, 1.1 or 1.2; default 1.2.", "VERSION");
-        add({"product"}, "Product name; default 'Citp Simulator'.", "TEXT");
+        add({"port"}, "TCP port of the first server, 1 to 65535. Default: 4811.", "PORT");
+        add({"interval"}, "Interval of announcements in milliseconds, 10 to 3600000. Default: 1000.", "MS");
+        add({"msex"}, "MSEX version of the servers: 1.0, 1.1 or 1.2. Default: 1.2.", "VERSION");
+        add({"product"}, "Product name. Default: 'Citp Simulator'.", "TEXT");
         add({"product-version"},
-            "Product version, each part 0 to 255; default this program's own. The bugfix part is "
-            "told from MSEX 1.2 on.",
+            "Product version, each part 0 to 255. Default: the version of this program. The bugfix part is sent only "
+            "in "
+            "MSEX 1.2.",
             "MAJOR.MINOR[.BUGFIX]");
-        add({"layers"}, "Number of layers, 0 to 255; default 2. Each has a DMX source of its own.", "N");
+        add({"layers"}, "Number of layers, 0 to 255. Default: 2. Each layer has its own DMX source.", "N");
         add({"uuid"},
-            "UUID of the server, told from MSEX 1.2 on; default: derived from its name, so that it stays the "
-            "same from run to run. Only with one server.",
+            "UUID of the server, sent only in MSEX 1.2. Default: derived from the name, so that it is the same in "
+            "every "
+            "run. Only for a single server.",
             "UUID");
         add({"die-after"},
-            "A server vanishes this many milliseconds after the start, 0 to 86400000: its connections "
-            "are reset and it is silent. Default: never.",
+            "A server vanishes this many milliseconds after the start, 0 to 86400000: its connections are reset and it "
+            "is no longer announced. Default: never.",
             "MS");
         add({"revive-after"},
-            "It comes back this many milliseconds after it vanished, 0 to 86400000; default: never. "
-            "Needs --die-after.",
+            "The server comes back this many milliseconds after it vanished, 0 to 86400000. Default: never. Requires "
+            "--die-after.",
             "MS");
-        add({"die-server"}, "Which server vanishes, 1 to the number of servers; default 1. Needs --die-after.",
-            "INDEX");
+        add({"die-server"},
+            "The server that vanishes, from 1 to the number of servers. Default: 1. Requires --die-after.", "INDEX");
         add({"media"},
-            "Folder of pictures to serve. Its sub-folders are the top-level element libraries, numbered from 1 "
-            "by name, and theirs are sub-libraries down to the third level; pictures in the folder itself "
-            "are library 0. A change in it is told at once. Default: drawn pictures.",
+            "Folder of pictures to serve. Its sub-folders are the top-level element libraries, numbered from 1 by "
+            "name; "
+            "deeper sub-folders are sub-libraries, down to the third level. Pictures in the folder itself are library "
+            "0. "
+            "Consoles are notified of changes in the folder. Default: drawn pictures.",
             "DIR");
-        add({"effects"}, "Number of effect libraries (type 2), 0 to 50; default 0.", "N");
-        add({"generic"}, "Number of generic libraries (type 3), 0 to 50; default 0.", "N");
+        add({"effects"}, "Number of effect libraries (type 2), 0 to 50. Default: 0.", "N");
+        add({"generic"}, "Number of generic libraries (type 3), 0 to 50. Default: 0.", "N");
         add({"layer-rate"},
-            "Layer states a second that each greeted console is sent, 0 to 100; default 0. MSEX 1.1 has "
-            "no layout for them: a 1.1 server sends them as 1.0 messages.",
+            "Layer status messages per second to each console, 0 to 100. Default: 0. MSEX 1.1 defines no layout for "
+            "them, so a 1.1 server sends 1.0 messages.",
             "N");
         add({"patch"},
-            "JSON file of the fixtures that a console is told when it asks for the patch: an array of "
+            "JSON file with the fixture patch: an array of "
             "{\"id\": 1, \"universe\": 0, \"channel\": 1, \"channels\": 20, \"make\": \"Acme\", "
             "\"name\": \"Spot\"}. Default: no fixtures.",
             "FILE");
         add({"fault"},
-            "Misbehaves; names with commas between, and the option again, add up. They strike the answers to "
-            "requests and to the asking for the patch, not the SInf, "
-            "unless it says so here. " +
+            "Injects faults: a comma-separated list of names. The option can be repeated. Unless noted otherwise, "
+            "faults "
+            "affect the answers to requests, including the request for the patch, but not the SInf. " +
                 faultHelp(),
             "NAME,...");
-        add({"fault-rate"}, "Percentage of the occasions at which a fault strikes, 1 to 100; default 100.", "PERCENT");
-        add({"fault-delay"}, "How late the fault 'delay' makes answers, in milliseconds, 1 to 600000; default 500.",
-            "MS");
+        add({"fault-rate"}, "Probability of a fault at each occasion in percent, 1 to 100. Default: 100.", "PERCENT");
+        add({"fault-delay"}, "Delay of the fault 'delay' in milliseconds, 1 to 600000. Default: 500.", "MS");
         add({"seed"},
-            "Seed of all that faults leave to chance, 0 to 2147483647; default 1. The same seed and the same "
-            "requests give the same faults.",
+            "Seed for random faults, 0 to 2147483647. Default: 1. With the same seed and the same requests, the faults "
+            "are the same.",
             "N");
-        add({"seconds"}, "Ends after this many seconds, 1 to 86400; default: runs until it is stopped.", "N");
-        add({"quiet"}, "Reports nothing on standard output.");
+        add({"seconds"}, "Stops after this many seconds, 1 to 86400. Default: run until a signal.", "N");
+        add({"quiet"}, "Disables the log on standard output.");
     }
 
     CommandLine read(const QStringList& arguments)
@@ -111,7 +116,7 @@ public:
         CommandLine line;
         try {
             if (!m_parser.parse(arguments))
-                throw Problem{m_parser.errorText().remove(QRegularExpression("\\.$"))};
+                throw UsageError{m_parser.errorText().remove(QRegularExpression("\\.$"))};
             if (m_parser.isSet("help")) {
                 line.action = CommandLine::Action::Help;
                 line.text = m_parser.helpText();
@@ -121,9 +126,9 @@ public:
             } else {
                 line.options = options();
             }
-        } catch (const Problem& problem) {
-            line.action = CommandLine::Action::WrongUse;
-            line.text = problem.text.simplified();
+        } catch (const UsageError& error) {
+            line.action = CommandLine::Action::UsageError;
+            line.text = error.text.simplified();
         }
         return line;
     }
@@ -134,42 +139,42 @@ private:
         m_parser.addOption(QCommandLineOption(names, help, value));
     }
 
-    [[noreturn]] void refuse(const QString& option, const QString& what) const
+    [[noreturn]] void throwInvalid(const QString& option, const QString& reason) const
     {
-        throw Problem{QString("--%1: '%2' is %3").arg(option, m_parser.value(option), what)};
+        throw UsageError{QString("--%1: '%2' is %3").arg(option, m_parser.value(option), reason)};
     }
 
-    int number(const QString& option, int lowest, int highest, int preset) const
+    int number(const QString& option, int min, int max, int defaultValue) const
     {
         if (!m_parser.isSet(option))
-            return preset;
-        bool good = false;
-        const int value = m_parser.value(option).toInt(&good);
-        if (!good || value < lowest || value > highest)
-            refuse(option, QString("not possible; give a whole number from %1 to %2").arg(lowest).arg(highest));
+            return defaultValue;
+        bool isValid = false;
+        const int value = m_parser.value(option).toInt(&isValid);
+        if (!isValid || value < min || value > max)
+            throwInvalid(option, QString("not a whole number from %1 to %2").arg(min).arg(max));
         return value;
     }
 
-    QString text(const QString& option, const QString& preset) const
+    QString text(const QString& option, const QString& defaultValue) const
     {
         if (!m_parser.isSet(option))
-            return preset;
+            return defaultValue;
         QString value = m_parser.value(option);
         if (value.isEmpty())
-            refuse(option, "empty; give a text");
+            throwInvalid(option, "empty");
         return value;
     }
 
     void readVersion(Options& options) const
     {
         const QString given = text("product-version", CITP_VERSION);
-        static const QRegularExpression form("^(\\d{1,3})\\.(\\d{1,3})(?:\\.(\\d{1,3}))?$");
-        const QRegularExpressionMatch match = form.match(given);
+        static const QRegularExpression pattern("^(\\d{1,3})\\.(\\d{1,3})(?:\\.(\\d{1,3}))?$");
+        const QRegularExpressionMatch match = pattern.match(given);
         quint8* const parts[] = {&options.versionMajor, &options.versionMinor, &options.versionBugfix};
         for (int i = 0; i < 3; ++i) {
             const int part = match.captured(i + 1).toInt();
             if (!match.hasMatch() || part > 255)
-                refuse("product-version", "no version; give MAJOR.MINOR or MAJOR.MINOR.BUGFIX, each part 0 to 255");
+                throwInvalid("product-version", "not a version: MAJOR.MINOR or MAJOR.MINOR.BUGFIX, each part 0 to 255");
             *parts[i] = static_cast<quint8>(part);
         }
     }
@@ -183,32 +188,32 @@ private:
         const QString msex = text("msex", "1.2");
         static const QStringList known{"1.0", "1.1", "1.2"};
         if (!known.contains(msex))
-            refuse("msex", "no MSEX version that is known here; give 1.0, 1.1 or 1.2");
+            throwInvalid("msex", "not a supported MSEX version: 1.0, 1.1 or 1.2");
         options.msexMinor = static_cast<quint8>(known.indexOf(msex));
         if (m_parser.isSet("uuid")) {
             const QUuid uuid(m_parser.value("uuid"));
             if (uuid.isNull())
-                refuse("uuid", "no UUID; give 36 characters such as 6ba7b810-9dad-11d1-80b4-00c04fd430c8");
+                throwInvalid("uuid", "not a UUID: 36 characters such as 6ba7b810-9dad-11d1-80b4-00c04fd430c8");
             if (options.count > 1)
-                throw Problem{"--uuid names one server: leave it out when --count asks for several"};
+                throw UsageError{"--uuid cannot be used with several servers"};
             options.uuid = uuid.toByteArray(QUuid::WithoutBraces);
         }
     }
 
-    void readPlace(Options& options) const
+    void readEndpoints(Options& options) const
     {
         options.count = number("count", 1, 200, options.count);
         options.adapter = text("adapter", {});
         options.port = static_cast<quint16>(number("port", 1, 65535, options.port));
         if (options.port + options.count - 1 > 65535)
-            throw Problem{QString("--port: %1 servers do not fit above %2; give a lower port")
-                              .arg(options.count)
-                              .arg(options.port)};
+            throw UsageError{QString("--port: %1 servers need ports above 65535; use a lower port than %2")
+                                 .arg(options.count)
+                                 .arg(options.port)};
         options.intervalMs = number("interval", 10, 3600000, options.intervalMs);
         if (m_parser.isSet("address")) {
             options.address = QHostAddress(m_parser.value("address"));
             if (options.address.protocol() != QAbstractSocket::IPv4Protocol)
-                refuse("address", "no IPv4 address; give one such as 127.0.0.2");
+                throwInvalid("address", "not an IPv4 address");
             if (options.adapter.isEmpty())
                 options.adapter = options.address.toString();
         }
@@ -243,7 +248,7 @@ private:
                 return description.fault;
             known << QLatin1String(description.name);
         }
-        throw Problem{QString("--fault: '%1' is no fault; give some of %2").arg(name, known.join(", "))};
+        throw UsageError{QString("--fault: '%1' is not a fault: %2").arg(name, known.join(", "))};
     }
 
     void readLifetime(Options& options) const
@@ -255,17 +260,16 @@ private:
         options.quiet = m_parser.isSet("quiet");
         for (const char* const option : {"revive-after", "die-server"}) {
             if (m_parser.isSet(option) && options.dieAfterMs < 0)
-                throw Problem{QString("--%1 means nothing without --die-after: give both").arg(option)};
+                throw UsageError{QString("--%1 requires --die-after").arg(option)};
         }
     }
 
     Options options() const
     {
         if (!m_parser.positionalArguments().isEmpty())
-            throw Problem{
-                QString("'%1' belongs to no option: leave it out").arg(m_parser.positionalArguments().constFirst())};
+            throw UsageError{QString("unexpected argument '%1'").arg(m_parser.positionalArguments().constFirst())};
         Options options;
-        readPlace(options);
+        readEndpoints(options);
         readIdentity(options);
         readContent(options);
         readFaults(options.faults);
@@ -279,6 +283,6 @@ private:
 
 CommandLine readCommandLine(const QStringList& arguments)
 {
-    return Reader().read(arguments);
+    return ArgumentReader().read(arguments);
 }
 } // namespace MediaServer

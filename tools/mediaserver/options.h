@@ -1,4 +1,4 @@
-// The command line: every option once, with its default and its range, and what is made of it.
+// Parsing of the command line.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -14,7 +14,7 @@ struct Options
     int count = 1;
     QString name;
     QString adapter;
-    QHostAddress address; ///< null: chosen from the adapter
+    QHostAddress address; ///< null: default address of the adapter
     quint16 port = 4811;  ///< of the first server
     int intervalMs = 1000;
 
@@ -29,26 +29,26 @@ struct Options
     QString media; ///< folder of pictures; empty: drawn ones
     int effects = 0;
     int generic = 0;
-    int layerRate = 0; ///< a second
+    int layerRate = 0; ///< messages per second
     QString patch;     ///< JSON file; empty: no fixtures
     FaultPlan faults;
 
     int dieAfterMs = -1;    ///< -1: never
     int reviveAfterMs = -1; ///< -1: never
-    int dieServer = 1;      ///< which server dies, counted from 1
-    int seconds = 0;        ///< 0: until it is stopped
+    int dieServer = 1;      ///< number of the server that vanishes, from 1
+    int seconds = 0;        ///< 0: until a signal
     bool quiet = false;
 };
 
-/// What a command line asks for.
+/// A parsed command line.
 struct CommandLine
 {
-    enum class Action { Run, Help, Version, WrongUse };
+    enum class Action { Run, Help, Version, UsageError };
     Action action = Action::Run;
-    QString text; ///< the help, the version, or one line that names the problem and what to do
+    QString text; ///< help text, version, or error message of one line
     Options options;
 };
 
-/// Reads the command line, the program's name first. Needs a QCoreApplication.
+/// Parses the command line, which starts with the program's name. Requires a QCoreApplication.
 CommandLine readCommandLine(const QStringList& arguments);
 } // namespace MediaServer

@@ -1,4 +1,4 @@
-// Reading and checking of the patch file.
+// Reads and validates the patch file.
 // SPDX-License-Identifier: Apache-2.0
 #include "patch.h"
 
@@ -9,17 +9,17 @@
 
 namespace MediaServer {
 namespace {
-// What is wrong with the fixture, as part of a sentence.
-struct BadField
+// Exception: a field of a fixture is invalid.
+struct InvalidField
 {
     QString text;
 };
 
-quint16 number(const QJsonObject& object, const char* key, int highest)
+quint16 number(const QJsonObject& object, const char* key, int max)
 {
     const double value = object.value(QLatin1String(key)).toDouble(-1);
-    if (value < 0 || value > highest || value != static_cast<int>(value))
-        throw BadField{QString("\"%1\" must be a whole number from 0 to %2").arg(key).arg(highest)};
+    if (value < 0 || value > max || value != static_cast<int>(value))
+        throw InvalidField{QString("\"%1\" must be a whole number from 0 to %2").arg(key).arg(max)};
     return static_cast<quint16>(value);
 }
 
@@ -27,7 +27,7 @@ QString text(const QJsonObject& object, const char* key)
 {
     const QJsonValue value = object.value(QLatin1String(key));
     if (!value.isString())
-        throw BadField{QString("\"%1\" must be a text").arg(key)};
+        throw InvalidField{QString("\"%1\" must be a string").arg(key)};
     return value.toString();
 }
 } // namespace
@@ -42,7 +42,7 @@ std::vector<Fixture> readPatch(const QString& file, QString& problem)
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(input.readAll(), &error);
     if (!document.isArray()) {
-        problem = QString("the patch %1 is no JSON array of fixtures: %2").arg(file, error.errorString());
+        problem = QString("the patch %1 is not a JSON array of fixtures: %2").arg(file, error.errorString());
         return {};
     }
     std::vector<Fixture> fixtures;
@@ -58,8 +58,8 @@ std::vector<Fixture> readPatch(const QString& file, QString& problem)
             fixture.make = text(object, "make");
             fixture.name = text(object, "name");
             fixtures.push_back(fixture);
-        } catch (const BadField& fault) {
-            problem = QString("the patch %1: fixture %2: %3").arg(file).arg(fixtures.size() + 1).arg(fault.text);
+        } catch (const InvalidField& field) {
+            problem = QString("the patch %1: fixture %2: %3").arg(file).arg(fixtures.size() + 1).arg(field.text);
             return {};
         }
     }

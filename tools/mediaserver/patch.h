@@ -1,4 +1,4 @@
-// The patched fixtures that a simulated server tells, read from a JSON file.
+// The fixture patch of a simulated server, read from a JSON file.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -18,6 +18,6 @@ struct Fixture
 
 /// Reads an array of objects such as
 /// {"id": 1, "universe": 0, "channel": 1, "channels": 20, "make": "Acme", "name": "Spot"}.
-/// @param problem set if the file cannot be read or is not of this form: one line
+/// @param problem set to an error message of one line if the file cannot be read or has a different format
 std::vector<Fixture> readPatch(const QString& file, QString& problem);
 } // namespace MediaServer

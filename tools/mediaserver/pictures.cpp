@@ -1,4 +1,4 @@
-// Drawing pixel by pixel, which needs neither fonts nor a display, and encoding with Qt's image classes.
+// Draws pixel by pixel, which requires neither fonts nor a display, and encodes with Qt's image classes.
 // SPDX-License-Identifier: Apache-2.0
 #include "pictures.h"
 
@@ -10,9 +10,9 @@
 
 namespace MediaServer {
 namespace {
-constexpr int ImageLimit = 0xFFFF;
-// The longest side that is ever scaled to, in pixels: a request cannot make us fill the memory.
-constexpr int SideLimit = 2048;
+constexpr int MaxImageBytes = 0xFFFF;
+// Longest side of a thumbnail in pixels. Bounds the memory that a request can cause.
+constexpr int MaxSide = 2048;
 
 template <typename Colour>
 QImage fill(Colour colour)
@@ -97,16 +97,16 @@ QImage drawFrame(int number)
     });
 }
 
-// The pixels alone: a colour profile or texts of the file would be written along, and they stay as large as they are
-// however small the picture is made.
+// Encodes only the pixels. Colour profiles and texts of a picture file are dropped, because their size does not
+// decrease with the picture.
 QByteArray encode(const QImage& image, const char* format, int quality)
 {
-    const QImage bare(image.constBits(), image.width(), image.height(), image.bytesPerLine(), image.format());
+    const QImage pixels(image.constBits(), image.width(), image.height(), image.bytesPerLine(), image.format());
     QBuffer buffer;
     buffer.open(QIODevice::WriteOnly);
     QImageWriter writer(&buffer, format);
     writer.setQuality(quality);
-    return writer.write(bare) ? buffer.data() : QByteArray();
+    return writer.write(pixels) ? buffer.data() : QByteArray();
 }
 
 QByteArray rawRows(const QImage& image)
@@ -118,7 +118,7 @@ QByteArray rawRows(const QImage& image)
     return rows;
 }
 
-// As fine as the wire's limit allows; may still be beyond it.
+// Encodes in the best quality within the limit. The result may still exceed the limit.
 QByteArray encodeForWire(const QImage& image, const QByteArray& format)
 {
     if (format == "RGB8")
@@ -128,7 +128,7 @@ QByteArray encodeForWire(const QImage& image, const QByteArray& format)
     QByteArray jpeg;
     for (const int quality : {90, 75, 50}) {
         jpeg = encode(image, "jpeg", quality);
-        if (jpeg.size() <= ImageLimit)
+        if (jpeg.size() <= MaxImageBytes)
             break;
     }
     return jpeg;
@@ -147,7 +147,7 @@ QImage loadPicture(const PictureSource& source)
     if (source.file.isEmpty())
         return drawPattern(source.pattern);
     QImage image = QImageReader(source.file).read();
-    // What is transparent shows black: a premultiplied pixel is the pixel on black.
+    // Transparent pixels are drawn on black, which is what premultiplication yields.
     if (image.hasAlphaChannel()) {
         image = image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
         image.reinterpretAsFormat(QImage::Format_RGB32);
@@ -162,20 +162,20 @@ Thumbnail makeThumbnail(const QImage& picture, const QByteArray& format, quint16
     if (picture.isNull())
         return thumbnail;
     QSize box(width == 0 ? 128 : width, height == 0 ? 128 : height);
-    box = box.boundedTo(QSize(SideLimit, SideLimit));
+    box = box.boundedTo(QSize(MaxSide, MaxSide));
     QSize size = picture.size().scaled(box, Qt::KeepAspectRatio).expandedTo(QSize(1, 1));
     for (;;) {
         const QImage scaled =
             size == picture.size() ? picture : picture.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
         const QByteArray image = encodeForWire(scaled.convertToFormat(QImage::Format_RGB888), thumbnail.format);
-        if (image.size() <= ImageLimit) {
+        if (image.size() <= MaxImageBytes) {
             thumbnail.image = image;
             thumbnail.width = static_cast<quint16>(size.width());
             thumbnail.height = static_cast<quint16>(size.height());
             break;
         }
-        // Bytes grow about as the area does.
-        const double shrink = qBound(0.25, std::sqrt(ImageLimit / static_cast<double>(image.size())), 0.95);
+        // The number of bytes is roughly proportional to the area.
+        const double shrink = qBound(0.25, std::sqrt(MaxImageBytes / static_cast<double>(image.size())), 0.95);
         size = QSize(static_cast<int>(size.width() * shrink), static_cast<int>(size.height() * shrink))
                    .expandedTo(QSize(1, 1));
     }

@@ -1,4 +1,4 @@
-// The drawn pictures of the simulator, and thumbnails of drawn ones and of files.
+// Draws pictures, and creates thumbnails of drawn pictures and picture files.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -8,7 +8,7 @@
 #include "library.h"
 
 namespace MediaServer {
-/// Patterns that can be drawn: gradients from 0, test cards from 100, numbered frames (0 to 99) from 200.
+/// Numbers of the drawn patterns: gradients from 0, test cards from 100, numbered frames (0 to 99) from 200.
 namespace Pattern {
 constexpr int Gradient = 0;
 constexpr int GradientCount = 6;
@@ -23,7 +23,7 @@ constexpr int DrawnHeight = 240;
 
 QImage drawPattern(int pattern);
 
-/// The picture at its full size, without transparency; null if the file cannot be read.
+/// Loads the picture in full size without transparency. Null if the file cannot be read.
 QImage loadPicture(const PictureSource& source);
 
 struct Thumbnail
@@ -31,12 +31,12 @@ struct Thumbnail
     QByteArray format; ///< four characters
     quint16 width = 0; ///< pixels, as sent
     quint16 height = 0;
-    QByteArray image; ///< at most 65535 bytes, which is all that the wire can announce; empty if there is no picture
+    QByteArray image; ///< at most 65535 bytes, the limit of the size field; empty if there is no picture
 };
 
-/// Scales a picture into the size asked for, keeping its proportions, and encodes it. What does not fit into the wire's
-/// limit is encoded more coarsely or made smaller until it does.
-/// @param format "JPEG", "PNG " or "RGB8" (rows of 24-bit pixels without padding); anything else counts as "JPEG"
-/// @param width, height pixels; 0 leaves the size to the server
+/// Scales a picture to fit into the requested size, keeping the aspect ratio, and encodes it. If the result exceeds
+/// 65535 bytes, the JPEG quality or the size is reduced until it fits.
+/// @param format "JPEG", "PNG " or "RGB8" (rows of 24-bit pixels without padding); other values are treated as "JPEG"
+/// @param width, height pixels; 0 for a default size
 Thumbnail makeThumbnail(const QImage& picture, const QByteArray& format, quint16 width, quint16 height);
 } // namespace MediaServer

@@ -1,4 +1,4 @@
-// The wire tables of the console's messages, in MSEX 1.0, 1.1 and 1.2 where they differ.
+// Parsers for the messages of a console, in MSEX 1.0, 1.1 and 1.2.
 // SPDX-License-Identifier: Apache-2.0
 #include "requests.h"
 
@@ -6,13 +6,13 @@
 
 namespace MediaServer {
 namespace {
-// 1.0 names a library by a one-byte number, later versions by four level bytes.
+// MSEX 1.0 identifies a library by a one-byte number, later versions by a four-byte id.
 quint32 readLibrary(FieldReader& in, quint8 minor)
 {
     return minor == 0 ? in.u8() : in.u32();
 }
 
-// Lists grew from a one-byte count to a two-byte one in 1.2.
+// Counts have one byte before MSEX 1.2 and two bytes since then.
 int readCount(FieldReader& in, quint8 minor)
 {
     return minor < 2 ? in.u8() : in.u16();
@@ -25,7 +25,7 @@ void readNumbers(FieldReader& in, Request& request)
     request.numbers.assign(numbers.begin(), numbers.end());
 }
 
-// The thumbnail fields; the wire carries the width first. The flags byte asks to keep the proportions, as we always do.
+// Reads the fields of a thumbnail request. The flags byte is ignored, because the aspect ratio is always kept.
 void readPicture(FieldReader& in, Request& request)
 {
     request.format = in.bytes(4);
@@ -71,14 +71,14 @@ void readMsex(FieldReader& in, const QByteArray& code, Request& request)
         request.libraryId = readLibrary(in, minor);
         readNumbers(in, request);
     } else if (code == "GELT") {
-        request.kind = RequestKind::ShowLibraries;
+        request.kind = RequestKind::LibraryThumbnails;
         readPicture(in, request);
         request.libraryType = in.u8();
         const int count = readCount(in, minor);
         for (int i = 0; i < count && !in.truncated(); ++i)
             request.libraryIds.push_back(readLibrary(in, minor));
     } else if (code == "GETh") {
-        request.kind = RequestKind::ShowElements;
+        request.kind = RequestKind::ElementThumbnails;
         readPicture(in, request);
         request.libraryType = in.u8();
         request.libraryId = readLibrary(in, minor);

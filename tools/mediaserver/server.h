@@ -1,4 +1,4 @@
-// One simulated media server: its announcements, its listening socket, its layers, and its vanishing and coming back.
+// A simulated media server: announces itself, accepts connections and sends layer status and library updates.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -13,11 +13,11 @@
 #include "event_log.h"
 
 namespace MediaServer {
-/// How a server behaves in time.
+/// Timing and faults of a server.
 struct Behaviour
 {
     int intervalMs = 1000; ///< between two announcements
-    int layerRate = 0;     ///< layer states a second, 0 for none
+    int layerRate = 0;     ///< layer status messages per second; 0 disables them
     FaultPlan faults;
 };
 
@@ -26,29 +26,30 @@ class Server : public QObject
     Q_OBJECT
 
 public:
-    /// @param adapter where announcements go out
-    /// @param log outlives this object
-    Server(Service service, const Place& place, const QNetworkInterface& adapter, const Behaviour& behaviour,
-           const EventLog& log);
+    /// @param adapter for announcements
+    /// @param log must outlive this object
+    Server(ServerContent content, const Endpoint& endpoint, const QNetworkInterface& adapter,
+           const Behaviour& behaviour, const EventLog& log);
 
-    /// Listens and announces.
-    /// @param problem set on failure: one line that says what to do
+    /// Starts to listen and to announce the server.
+    /// @param problem set to an error message of one line on failure
     bool start(QString& problem);
 
-    /// Is gone at once, as if its power had failed: connections are reset, nothing listens, nothing is announced.
-    void vanish();
+    /// Stops like after a power failure: resets all connections, closes the listening socket and sends no
+    /// announcements.
+    void stop();
 
 private:
     void accept();
     void announce();
     bool openSender();
-    void tellLayers();
-    void tellUpdates(const std::vector<LibraryUpdate>& updates);
-    void tell(const QByteArray& message);
+    void sendLayerStatus();
+    void sendUpdates(const std::vector<LibraryUpdate>& updates);
+    void notify(const QByteArray& message);
     QList<Connection*> connections() const;
 
-    const Service m_service;
-    const Place m_place;
+    const ServerContent m_content;
+    const Endpoint m_endpoint;
     const QNetworkInterface m_adapter;
     const Behaviour m_behaviour;
     const EventLog& m_log;
@@ -58,6 +59,6 @@ private:
     QTimer m_announceTimer;
     QTimer m_layerTimer;
     quint32 m_layerTick = 0;
-    bool m_announcing = true; ///< whether the last announcement went out; only changes are reported
+    bool m_isAnnounced = true; ///< whether the last announcement was sent; only changes are logged
 };
 } // namespace MediaServer

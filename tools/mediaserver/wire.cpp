@@ -1,8 +1,15 @@
-// Reading and writing of little-endian fields, and the header's size field.
+// Reading and writing of little-endian fields.
 // SPDX-License-Identifier: Apache-2.0
 #include "wire.h"
 
 namespace MediaServer {
+void setSize(QByteArray& message)
+{
+    const auto size = static_cast<quint32>(message.size());
+    for (int i = 0; i < 4; ++i)
+        message[8 + i] = static_cast<char>((size >> (8 * i)) & 0xFF);
+}
+
 FieldReader::FieldReader(const QByteArray& data, int offset)
     : m_data(data), m_position(qBound(0, offset, static_cast<int>(data.size())))
 {
@@ -84,9 +91,7 @@ MessageWriter& MessageWriter::ucs2(const QString& value)
 
 QByteArray MessageWriter::take()
 {
-    const auto size = static_cast<quint32>(m_data.size());
-    for (int i = 0; i < 4; ++i)
-        m_data[8 + i] = static_cast<char>((size >> (8 * i)) & 0xFF);
+    setSize(m_data);
     return m_data;
 }
 } // namespace MediaServer
