@@ -1,8 +1,8 @@
-# Completion of citp-browser, citp-console and citp-mediaserver in bash. What there is to complete, the programs' own --help says.
+# Bash completion for citp-browser, citp-console and citp-mediaserver. The words are read from the programs' --help texts.
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2207 # COMPREPLY is a list of words
 
-# Prints the values that the help text on standard input names for an option, each a word.
+# Prints the values of the option --$1 that the help text on standard input lists.
 _citp_choices()
 {
     local option=$1
@@ -12,13 +12,13 @@ _citp_choices()
         END { print text }' | grep -oE '[.;] +[a-z-]+:' | tr -d '.;: '
 }
 
-# Prints the lines that the help text on standard input begins an option with: the names, and what stands for its value.
+# Prints the names of each option in the help text on standard input, followed by "<" if the option takes a value.
 _citp_options()
 {
     grep -oE '^ {1,2}--?[a-z][a-z-]*(, --?[a-z][a-z-]*)*( <|)'
 }
 
-# Prints the long name of the option $1, if it is one and takes a value, by the help text on standard input.
+# Prints the long name of $1 if the help text on standard input lists it as an option with a value.
 _citp_with_value()
 {
     [[ $1 == -* ]] && _citp_options | grep -E -- "[ ]$1(,.*)? <\$" | grep -oE -- '--[a-z-]+' | head -n 1
@@ -35,7 +35,7 @@ _citp_tools()
         for ((i = 1; i < cword; ++i)); do
             if [[ ${words[i]} != -* && -z $(_citp_with_value "${words[i - 1]}" <<<"$help") ]]; then
                 command=${words[i]}
-                # Without the words behind the command, which it might refuse.
+                # Without the arguments after the command, which may still be incomplete.
                 help=$("$program" "$command" --help 2>/dev/null)
                 break
             fi
@@ -51,7 +51,7 @@ _citp_tools()
         format) COMPREPLY=($(compgen -W 'jpeg png rgb8' -- "$cur")); return ;;
         msex) COMPREPLY=($(compgen -W '1.0 1.1 1.2' -- "$cur")); return ;;
         fault) COMPREPLY=($(compgen -W "$(_citp_choices fault <<<"$help")" -- "$cur")); return ;;
-        *) return ;; # a value that nobody can guess
+        *) return ;; # a value without completion
     esac
     if [[ $cur == -* ]]; then
         COMPREPLY=($(compgen -W "$(_citp_options <<<"$help" | grep -oE -- '--[a-z-]+')" -- "$cur"))
