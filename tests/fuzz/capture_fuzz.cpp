@@ -19,9 +19,9 @@ namespace {
 class Words
 {
 public:
-    std::function<void(const Cut&)> out()
+    std::function<void(const StreamItem&)> out()
     {
-        return [this](const Cut& cut) {
+        return [this](const StreamItem& cut) {
             m_text += std::to_string(static_cast<int>(cut.kind)) + ' ' + cut.message.toHex().toStdString() + ' ' +
                       cut.text.toStdString() + '\n';
             m_bytes += cut.message.size();
@@ -36,7 +36,7 @@ private:
 };
 
 /// However the segments of a stream arrive, if all arrive at all, the same comes out.
-void checkStream(fuzz::Input& input, bool isFromTheStart)
+void checkStream(fuzz::Input& input, bool startsAtMessage)
 {
     const std::uint32_t first = input.u32();
     const unsigned order = input.u8();
@@ -46,7 +46,7 @@ void checkStream(fuzz::Input& input, bool isFromTheStart)
     Budget wholeBudget(1 << 20);
     Words expected;
     {
-        MessageCutter cutter(expected.out(), wholeBudget, isFromTheStart);
+        MessageCutter cutter(expected.out(), wholeBudget, startsAtMessage);
         cutter.bytes(stream, 0);
         FUZZ_REQUIRE(cutter.capacity() <= 4 * ((1 << 20) - wholeBudget.left()));
         cutter.finish(true);
@@ -73,7 +73,7 @@ void checkStream(fuzz::Input& input, bool isFromTheStart)
     Budget budget(1 << 20);
     Words words;
     {
-        MessageCutter cutter(words.out(), budget, isFromTheStart);
+        MessageCutter cutter(words.out(), budget, startsAtMessage);
         TcpStream pieces(cutter, budget);
         pieces.start(first);
         for (const Segment& segment : segments) {
@@ -114,20 +114,20 @@ void checkFrames(fuzz::Input& input, int linkType)
         frames.push_back({timeUs, fuzz::ExactBytes(bytes)});
     }
 
-    Survey survey;
+    Classifier classifier;
     for (const Frame& frame : frames)
-        survey.take(readPacket(linkType, frame.bytes.view(), frame.timeUs));
+        classifier.learn(readPacket(linkType, frame.bytes.view(), frame.timeUs));
     Summary summary;
     qint64 said = 0;
-    Decoder decoder(survey, [&](const Event& event) {
+    Decoder decoder(classifier, [&](const Event& event) {
         said += event.message.size();
-        FUZZ_REQUIRE((event.kind == Cut::Kind::Message) == !event.message.isEmpty());
+        FUZZ_REQUIRE((event.kind == StreamItem::Kind::Message) == !event.message.isEmpty());
         FUZZ_REQUIRE(!toText(event).isEmpty() && !toJson(event).isEmpty());
         summary.add(event);
     });
     for (const Frame& frame : frames) {
-        decoder.take(readPacket(linkType, frame.bytes.view(), frame.timeUs));
-        FUZZ_REQUIRE(decoder.heldBytes() >= 0 && decoder.heldBytes() <= Decoder::MostHeldBytes);
+        decoder.add(readPacket(linkType, frame.bytes.view(), frame.timeUs));
+        FUZZ_REQUIRE(decoder.heldBytes() >= 0 && decoder.heldBytes() <= Decoder::MaxHeldBytes);
     }
     decoder.finish();
     FUZZ_REQUIRE(decoder.heldBytes() == 0);

@@ -113,9 +113,9 @@ TEST(ConsoleBrowse, FindsAServerByAUniquePartOfItsName)
     const std::vector<Outcome> outcomes =
         browseAll({{"libraries", "stage 2"}, {"libraries", "tage"}, {"libraries", "Backdrop", "--timeout", "1"}});
     EXPECT_TRUE(rows(outcomes[0]).first().contains("127.0.0.3:4812"));
-    expectFailure(outcomes[1], "'tage' is part of several names");
+    expectFailure(outcomes[1], "'tage' matches several servers");
     expectFailure(outcomes[2],
-                  "no server 'Backdrop' within 5 s on adapter lo, 127.0.0.1; heard were: 127.0.0.2:4811  \"Stage 1\"");
+                  "no server 'Backdrop' within 5 s on adapter lo, 127.0.0.1; found: 127.0.0.2:4811  \"Stage 1\"");
 }
 
 TEST(ConsoleBrowse, PrefersANameThatIsTheWhole)
@@ -127,7 +127,7 @@ TEST(ConsoleBrowse, PrefersANameThatIsTheWhole)
 
 TEST(ConsoleBrowse, SaysThatNoServerIsThere)
 {
-    expectFailure(browse({"libraries", key, "--timeout", "1"}), "no server at all was heard");
+    expectFailure(browse({"libraries", key, "--timeout", "1"}), "no server was found");
 }
 
 TEST(ConsoleBrowse, SaysThatAServerDoesNotAnswer)

@@ -159,7 +159,7 @@ TEST(ConsoleCapture, NamesALinkTypeThatItCannotRead)
         runConsole({"capture", "--adapter", "odd", "--seconds", "1", "--write", files.path("never.pcap")});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.errors.toStdString(),
-              "citp-console: cannot capture on odd: its link type, IEEE802_11, is not known here\n");
+              "citp-console: cannot capture on odd: link type IEEE802_11 is not supported\n");
 }
 
 TEST(ConsoleCapture, SaysThatTheFileCannotBeWritten)

@@ -155,7 +155,7 @@ TEST(ConsoleDecode, BeginsInTheMiddleOfAConnectionThatNobodyAnnounced)
     const cap::Files files;
     const std::vector<QJsonObject> events = jsonLines(decode(fileOf(files, talk), {"--json"}).output);
     ASSERT_EQ(events.size(), 3u);
-    EXPECT_TRUE(events[0].value("text").toString().startsWith("begins within a message: "));
+    EXPECT_TRUE(events[0].value("text").toString().startsWith("starts within a message: "));
     EXPECT_EQ(events[1].value("code").toString().toStdString(), "ELIn");
     EXPECT_EQ(events[1].value("direction").toString().toStdString(), "from server");
     EXPECT_EQ(events[2].value("direction").toString().toStdString(), "to server");
@@ -209,7 +209,7 @@ TEST(ConsoleDecode, MarksWhatTheLibraryWouldNotUse)
     talk.connect().fromServer(lsta + "nonsense" + bytesOf("lsta_1_2"));
     const Outcome outcome = decode(fileOf(files, talk));
     EXPECT_TRUE(outcome.output.contains("  WRONG: not accepted in MSEX version 1.1  ")) << outcome.output.toStdString();
-    EXPECT_TRUE(outcome.output.contains("  ERROR: 8 bytes that begin no message passed over\n"))
+    EXPECT_TRUE(outcome.output.contains("  ERROR: skipped 8 bytes that do not begin a message\n"))
         << outcome.output.toStdString();
     EXPECT_EQ(outcome.errors.toStdString(), "");
 }
@@ -223,10 +223,10 @@ TEST(ConsoleDecode, SaysFragmentsAndDatagramsThatAreNoMessage)
     talk.add(cap::ipv4(17, 0x0200000a, 0xe00000b4, "the rest", 0, 5));
     const cap::Files files;
     const Outcome outcome = decode(fileOf(files, talk));
-    EXPECT_TRUE(outcome.output.contains("ERROR: a datagram of 30 bytes that is no CITP message"))
+    EXPECT_TRUE(outcome.output.contains("ERROR: a datagram of 30 bytes that is not a CITP message"))
         << outcome.output.toStdString();
     EXPECT_EQ(outcome.output.count("NOTE: a fragmented packet"), 1) << outcome.output.toStdString();
-    EXPECT_EQ(outcome.errors.toStdString(), "citp-console: 2 pieces of fragmented packets are not put together\n");
+    EXPECT_EQ(outcome.errors.toStdString(), "citp-console: 2 IP fragments were not reassembled\n");
 }
 
 TEST(ConsoleDecode, LeavesOutWhatIsNotCitp)
@@ -239,7 +239,7 @@ TEST(ConsoleDecode, LeavesOutWhatIsNotCitp)
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output.toStdString(), "");
     EXPECT_EQ(outcome.errors.toStdString(),
-              QString("citp-console: '%1' holds no CITP among its 4 packets\n").arg(file).toStdString());
+              QString("citp-console: '%1' contains no CITP among its 4 packets\n").arg(file).toStdString());
 }
 
 TEST(ConsoleDecode, NamesTheFileAsItIs)
@@ -251,8 +251,8 @@ TEST(ConsoleDecode, NamesTheFileAsItIs)
     const QString file = files.write("50%2 %3.pcap", whole.left(whole.size() - 5));
     const Outcome outcome = decode(file);
     EXPECT_TRUE(outcome.errors.startsWith("citp-console: '" + file +
-                                          "' holds no CITP among its 2 packets\ncitp-console: '" + file +
-                                          "' breaks off after 2 packets: "))
+                                          "' contains no CITP among its 2 packets\ncitp-console: '" + file +
+                                          "' is damaged after 2 packets: "))
         << outcome.errors.toStdString();
 }
 
@@ -332,7 +332,7 @@ TEST(ConsoleDecode, SaysWhereADamagedFileBreaksOff)
         EXPECT_TRUE(outcome.output.contains("MSEX ELIn")) << outcome.output.toStdString();
         EXPECT_EQ(outcome.errors.count('\n'), 1) << outcome.errors.toStdString();
         EXPECT_TRUE(outcome.errors.startsWith(
-            QString("citp-console: '%1' breaks off after %2 packets: ").arg(file).arg(talk.frames.size() - 1)))
+            QString("citp-console: '%1' is damaged after %2 packets: ").arg(file).arg(talk.frames.size() - 1)))
             << outcome.errors.toStdString();
     }
 }
@@ -342,9 +342,9 @@ TEST(ConsoleDecode, RefusesWhatIsNoCaptureInOneLine)
     const cap::Files files;
     const std::pair<QString, QString> refused[] = {
         {files.path("missing"), "cannot be opened"},
-        {files.path(""), "is no file"},
-        {files.write("empty", ""), "is no capture file that can be read"},
-        {files.write("text", "This is a text and no capture at all."), "is no capture file that can be read"},
+        {files.path(""), "is not a file"},
+        {files.write("empty", ""), "is not a readable pcap or pcapng file"},
+        {files.write("text", "This is a text and no capture at all."), "is not a readable pcap or pcapng file"},
         {files.write("ppp", cap::pcap(static_cast<cap::LinkType>(9), {})), "link type PPP"}};
     for (const auto& [file, complaint] : refused) {
         const Outcome outcome = decode(file);

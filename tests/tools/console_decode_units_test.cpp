@@ -55,15 +55,15 @@ protected:
     void SetUp() override { m_pnam = golden::load("pnam").bytes; }
 
     /// @return what came of it: "N" for the golden message, else the cut's text
-    static QString word(const Cut& cut, const QByteArray& pnam)
+    static QString word(const StreamItem& cut, const QByteArray& pnam)
     {
-        return cut.kind != Cut::Kind::Message ? cut.text : cut.message == pnam ? QString("N") : QString("?");
+        return cut.kind != StreamItem::Kind::Message ? cut.text : cut.message == pnam ? QString("N") : QString("?");
     }
-    std::unique_ptr<MessageCutter> make(bool isFromTheStart)
+    std::unique_ptr<MessageCutter> make(bool startsAtMessage)
     {
         m_words.clear();
-        return std::make_unique<MessageCutter>([this](const Cut& cut) { m_words << word(cut, m_pnam); }, m_budget,
-                                               isFromTheStart);
+        return std::make_unique<MessageCutter>([this](const StreamItem& cut) { m_words << word(cut, m_pnam); },
+                                               m_budget, startsAtMessage);
     }
     std::string words() const { return m_words.join("; ").toStdString(); }
 
@@ -201,10 +201,10 @@ TEST_F(TcpStreamTest, CountsNothingAsMissingTwiceAtAJump)
 
 TEST_F(TcpStreamTest, RepeatsNothingAtAJumpThatWhatItHeldBackReachesOver)
 {
-    constexpr int LongestJump = 16 << 20;
+    constexpr int MaxJump = 16 << 20;
     add(100, "abc");
-    add(103 + LongestJump, "klm");
-    add(104 + LongestJump, "lmno");
+    add(103 + MaxJump, "klm");
+    add(104 + MaxJump, "lmno");
     EXPECT_EQ(text(), "abc<16777216>klmno");
 }
 
@@ -223,10 +223,10 @@ TEST_F(TcpStreamTest, HoldsBackNoMoreThanItMay)
 TEST_F(TcpStreamTest, HoldsBackNoMoreSegmentsThanItMay)
 {
     m_stream.start(0);
-    for (quint32 i = 0; i <= TcpStream::MostHeldSegments; ++i)
+    for (quint32 i = 0; i <= TcpStream::MaxHeldSegments; ++i)
         add(10 + 2 * i, "s");
     EXPECT_TRUE(m_collected.text.startsWith("<10>s")) << text();
-    EXPECT_LE((1 << 20) - m_budget.left(), 129 * TcpStream::MostHeldSegments);
+    EXPECT_LE((1 << 20) - m_budget.left(), 129 * TcpStream::MaxHeldSegments);
 }
 
 TEST(TcpStreams, ShareABudget)
@@ -265,7 +265,7 @@ TEST_F(MessageCutterTest, FindsItsWayIntoAStreamThatHasBegun)
         cutter->bytes(stream.mid(split), 1);
         cutter->finish(true);
         EXPECT_EQ(words(),
-                  QString("begins within a message: %1 bytes passed over; N; N").arg(m_pnam.size() - 7).toStdString());
+                  QString("starts within a message: skipped %1 bytes; N; N").arg(m_pnam.size() - 7).toStdString());
     }
 }
 
@@ -277,7 +277,7 @@ TEST_F(MessageCutterTest, SaysWhatBeginsNoMessage)
         cutter->bytes(stream.left(split), 0);
         cutter->bytes(stream.mid(split), 1);
         cutter->finish(true);
-        EXPECT_EQ(words(), "N; 18 bytes that begin no message passed over; N") << split;
+        EXPECT_EQ(words(), "N; skipped 18 bytes that do not begin a message; N") << split;
     }
 }
 
@@ -302,7 +302,7 @@ TEST_F(MessageCutterTest, FindsTheNextMessageBehindAGap)
     cutter->gap(1000, 0);
     cutter->bytes("rest of something" + m_pnam, 0);
     EXPECT_EQ(words(), QString("N; 1000 bytes are missing from the capture; a message of %1 bytes, PINF PNam, is lost "
-                               "with them; 17 bytes up to the next message passed over; N")
+                               "with them; skipped 17 bytes up to the next message; N")
                            .arg(m_pnam.size())
                            .toStdString());
 }
@@ -313,7 +313,7 @@ TEST_F(MessageCutterTest, PassesOverAMessageThatAnnouncesTooLittleOrTooMuch)
         const auto cutter = make(true);
         cutter->bytes(withSize(m_pnam, size) + m_pnam, 0);
         EXPECT_TRUE(
-            QString::fromStdString(words()).startsWith(QString("a message of layer PINF announces %1 bytes").arg(size)))
+            QString::fromStdString(words()).startsWith(QString("a message of layer PINF declares %1 bytes").arg(size)))
             << words();
         EXPECT_TRUE(m_words.last() == "N") << words();
     }
@@ -333,7 +333,7 @@ TEST_F(MessageCutterTest, GivesUpWhatExceedsItsBudget)
     const auto cutter = make(true);
     cutter->bytes(withSize(m_pnam, 5000) + QByteArray(900, 'x'), 0);
     cutter->bytes(QByteArray(900, 'x'), 0);
-    EXPECT_TRUE(QString::fromStdString(words()).startsWith("too much is waiting")) << words();
+    EXPECT_TRUE(QString::fromStdString(words()).startsWith("too many bytes are buffered")) << words();
     EXPECT_EQ(m_budget.left(), 1000);
     cutter->bytes(m_pnam, 0);
     EXPECT_TRUE(m_words.last() == "N") << words();
@@ -379,14 +379,14 @@ TEST(Surveys, TakeTheAnnouncedEndForTheServerWhicheverItIs)
             cap::udp({server.address, 60000}, {0xe00000b4, DiscoveryPort},
                      golden::load("ploc_mediaserver").bytes.replace(24, 2, QByteArray::fromHex("50c3")));
         const Packet said = readPacket(DLT_RAW, greeting, 0);
-        const Survey::Connection connection = Survey::connectionOf(said);
-        Survey survey;
-        EXPECT_TRUE(survey.take(said));
-        EXPECT_EQ(toText(survey.serverOf(connection)).toStdString(), toText(console).toStdString());
-        EXPECT_FALSE(survey.isServerSure(connection));
-        EXPECT_TRUE(survey.take(readPacket(DLT_RAW, announcement, 1)));
-        EXPECT_EQ(toText(survey.serverOf(connection)).toStdString(), toText(server).toStdString());
-        EXPECT_TRUE(survey.isServerSure(connection));
+        const Classifier::Connection connection = Classifier::connectionOf(said);
+        Classifier classifier;
+        EXPECT_TRUE(classifier.learn(said));
+        EXPECT_EQ(toText(classifier.serverOf(connection)).toStdString(), toText(console).toStdString());
+        EXPECT_FALSE(classifier.isServerKnown(connection));
+        EXPECT_TRUE(classifier.learn(readPacket(DLT_RAW, announcement, 1)));
+        EXPECT_EQ(toText(classifier.serverOf(connection)).toStdString(), toText(server).toStdString());
+        EXPECT_TRUE(classifier.isServerKnown(connection));
     }
 }
 
@@ -509,11 +509,10 @@ TEST(MessageTexts, TellWhatTheLibraryWouldNotUse)
     QByteArray newer = golden::load("pnam").bytes;
     newer[5] = 1;
     EXPECT_EQ(describeMessage(newer).problem.toStdString(), "CITP version 1.1, not 1.0");
-    EXPECT_TRUE(describeMessage(golden::load("pnam").bytes + 'x').problem.startsWith("announces "));
+    EXPECT_TRUE(describeMessage(golden::load("pnam").bytes + 'x').problem.startsWith("declares "));
     QByteArray thumbnail = golden::load("ethn_1_2").bytes;
     thumbnail.chop(1);
-    EXPECT_EQ(describeMessage(golden::withTrueSize(thumbnail)).problem.toStdString(),
-              "holds no picture that can be read");
+    EXPECT_EQ(describeMessage(golden::withTrueSize(thumbnail)).problem.toStdString(), "contains no readable picture");
     EXPECT_EQ(describeMessage(golden::load("geli_1_2").bytes).code.toStdString(), "GELI");
     EXPECT_TRUE(describeMessage(golden::load("geli_1_2").bytes).text.contains(" body="));
 }

@@ -113,7 +113,7 @@ TEST(ConsoleDoctor, FindsAHealthyServerWell)
     EXPECT_EQ(outcome.errors.toStdString(), "");
     for (const auto& [name, verdict] : verdictsIn(outcome.output))
         EXPECT_EQ(verdict.toStdString(), "ok") << name.toStdString() << '\n' << outcome.output.toStdString();
-    EXPECT_TRUE(outcome.output.endsWith("all well\n"));
+    EXPECT_TRUE(outcome.output.endsWith("all checks passed\n"));
     for (const char* const part :
          {"adapter    lo is up", "address    127.0.0.1/8", "multicast  joined 224.0.0.180 on lo",
           "port       UDP 4809 is free", "heard      1 server, the first after", "server 127.0.0.2:4811  \"Stage\"\n",
@@ -141,7 +141,7 @@ TEST_F(ConsoleDoctorOnAShowNetwork, SaysThatTheAdapterIsSwitchedOff)
     QStringList skipped = after("adapter");
     skipped.removeAll("address");
     skipped.removeAll("port");
-    expectFailure(runConsole({"doctor", "--adapter", "show0"}), "adapter", "show0 is switched off", skipped);
+    expectFailure(runConsole({"doctor", "--adapter", "show0"}), "adapter", "show0 is down", skipped);
 }
 
 TEST_F(ConsoleDoctorOnAShowNetwork, SaysThatTheCableIsOut)
@@ -212,7 +212,7 @@ TEST(ConsoleDoctor, NamesTheProgramThatKeepsThePortToItself)
     ASSERT_TRUE(greedy.bind(QHostAddress(QHostAddress::AnyIPv4), 4809, QAbstractSocket::DontShareAddress));
     QFile name("/proc/self/comm");
     ASSERT_TRUE(name.open(QIODevice::ReadOnly));
-    const QString taken = QString("UDP 4809 is taken by %1 (process %2)")
+    const QString taken = QString("UDP 4809 is in use by %1 (process %2)")
                               .arg(QString::fromUtf8(name.readAll().trimmed()))
                               .arg(QCoreApplication::applicationPid());
     expectFailure(examineBriefly(), "port", taken, after("port"));
@@ -231,7 +231,7 @@ TEST(ConsoleDoctor, NamesTheProgramThatSharesThePort)
 
 TEST(ConsoleDoctor, SaysThatNothingIsHeard)
 {
-    expectFailure(examineBriefly(), "heard", "nothing for 2 s", after("heard"));
+    expectFailure(examineBriefly(), "heard", "nothing within 2 s", after("heard"));
 }
 
 TEST(ConsoleDoctor, SaysWhoElseIsHeardWhenNoServerIs)
@@ -250,17 +250,16 @@ TEST(ConsoleDoctor, SaysWhoElseIsHeardWhenNoServerIs)
     }
     const Outcome outcome = outcomeOf(doctor);
     expectFailure(outcome, "heard",
-                  "no media server for 3 s; heard were: LightingConsole (Desk\\u001b) at 127.0.0.9, without a port; ",
+                  "no media server within 3 s; heard: LightingConsole (Desk\\u001b) at 127.0.0.9, without a port; ",
                   after("heard"));
-    EXPECT_TRUE(outcome.output.contains("datagrams that are no announcement")) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.output.contains("other datagrams")) << outcome.output.toStdString();
 }
 
 TEST(ConsoleDoctor, SaysWhoIsHeardWhenTheServerIsNot)
 {
     const Server server({"--name", "Stage"});
     const Outcome outcome = examineBriefly({"Balcony"});
-    expectFailure(outcome, "heard", "no server 'Balcony' for 2 s; heard were: 127.0.0.2:4811  \"Stage\"",
-                  after("heard"));
+    expectFailure(outcome, "heard", "no server 'Balcony' within 2 s; heard: 127.0.0.2:4811  \"Stage\"", after("heard"));
 }
 
 TEST(ConsoleDoctor, KeepsNoMoreOfAFloodOfAnnouncementsThanAnyShowHas)
@@ -286,7 +285,7 @@ TEST(ConsoleDoctor, KeepsNoMoreOfAFloodOfAnnouncementsThanAnyShowHas)
 TEST(ConsoleDoctor, TellsAServerThatIsNotHeardFromOneThatIsNotThere)
 {
     const Server server({"--interval", "3600000"});
-    expectFailure(examineBriefly({"127.0.0.2:4811"}), "heard", "nothing for 2 s", after("tcp"));
+    expectFailure(examineBriefly({"127.0.0.2:4811"}), "heard", "nothing within 2 s", after("tcp"));
     const Outcome gone = examineBriefly({"127.0.0.2:4899"});
     EXPECT_EQ(verdictsIn(gone.output)["tcp"].toStdString(), "FAILED");
     EXPECT_TRUE(gone.output.contains("port 4899 refuses connections")) << gone.output.toStdString();
@@ -328,7 +327,7 @@ TEST(ConsoleDoctor, SkipsTheThumbnailOfAServerWithoutMedia)
     const Outcome outcome = examine();
     EXPECT_EQ(outcome.status, 0) << outcome.output.toStdString();
     EXPECT_EQ(verdictsIn(outcome.output)["thumbnail"].toStdString(), "skipped");
-    EXPECT_TRUE(outcome.output.endsWith("all well, 1 skipped\n")) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.output.endsWith("no check failed, 1 skipped\n")) << outcome.output.toStdString();
 }
 
 TEST(ConsoleDoctor, PrintsOneJsonObjectALine)
@@ -413,10 +412,10 @@ TEST_P(ConsoleDoctorUnderFault, NamesTheCheckThatFails)
 INSTANTIATE_TEST_SUITE_P(
     EachFault, ConsoleDoctorUnderFault,
     ::testing::Values(FaultCase{"refuse", "tcp", "port 4811 is announced, but refuses connections", 4},
-                      FaultCase{"mute", "greeting", "does not say what it is (no SInf) within 5 s", 3},
+                      FaultCase{"mute", "greeting", "does not send an SInf within 5 s", 3},
                       FaultCase{"odd-sinf", "version", "the SInf came in MSEX 1.", 0},
                       FaultCase{"silence", "library", "did not send its libraries within 2 s", 1},
-                      FaultCase{"version", "library", "which is not known here", 1},
+                      FaultCase{"version", "library", "which is not supported", 1},
                       FaultCase{"oversize", "thumbnail", "element 0 \"Grey across\": empty or damaged answer", 0},
-                      FaultCase{"spoil", "thumbnail", "bytes are no JPEG picture", 0}),
+                      FaultCase{"spoil", "thumbnail", "bytes are not a JPEG picture", 0}),
     [](const auto& test) { return QString(test.param.fault).remove('-').toStdString(); });

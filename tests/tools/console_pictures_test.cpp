@@ -70,7 +70,7 @@ TEST(Pictures, Rgb8BecomesPngWithTheSamePixels)
 TEST(Pictures, Rgb8OfTheWrongLengthIsRefused)
 {
     EXPECT_EQ(toPicture(answer("RGB8", 2, 2, QByteArray(11, 'x'))).problem.toStdString(),
-              "11 bytes are no RGB8 picture of 2x2");
+              "11 bytes are not an RGB8 picture of 2x2");
     EXPECT_FALSE(toPicture(answer("RGB8", 2, 2, QByteArray(13, 'x'))).problem.isEmpty());
     EXPECT_FALSE(toPicture(answer("RGB8", 0, 2, QByteArray(3, 'x'))).problem.isEmpty());
     EXPECT_FALSE(toPicture(answer("RGB8", 65535, 65535, QByteArray(3, 'x'))).problem.isEmpty());
@@ -89,7 +89,7 @@ TEST(Pictures, EncodedOnesAreKeptAsTheyCame)
 TEST(Pictures, WhatIsNoPictureIsRefused)
 {
     EXPECT_EQ(toPicture(answer("JPEG", 2, 2, {})).problem.toStdString(), "empty or damaged answer");
-    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, "nonsense")).problem.toStdString(), "8 bytes are no PNG picture");
+    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, "nonsense")).problem.toStdString(), "8 bytes are not a PNG picture");
     EXPECT_FALSE(toPicture(answer("JPEG", 2, 2, encoded(twoByTwo(), "png"))).problem.isEmpty());
     EXPECT_EQ(toPicture(answer("TIFF", 2, 2, "x")).problem.toStdString(), "unknown format 'TIFF'");
 }
@@ -100,9 +100,11 @@ TEST(Pictures, APictureTooBigForMemoryIsRefusedUnread)
     QByteArray png = encoded(twoByTwo(), "png");
     png.replace(16, 8, QByteArray::fromHex("0000753000007530"));
     png.replace(29, 4, checksum(png.mid(12, 17)));
-    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, png)).problem.toStdString(), "30000x30000 is no size for a thumbnail");
+    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, png)).problem.toStdString(),
+              "30000x30000 pixels are too large for a thumbnail");
     const QByteArray wide = encoded(QImage(5000, 1, QImage::Format_RGB888), "png");
-    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, wide)).problem.toStdString(), "5000x1 is no size for a thumbnail");
+    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, wide)).problem.toStdString(),
+              "5000x1 pixels are too large for a thumbnail");
 }
 
 TEST(FileNames, KeepLettersAndReplaceWhatCouldDoHarm)

@@ -48,38 +48,38 @@ TEST(ConsoleUsage, TellsTheProjectsVersion)
 
 TEST(ConsoleUsage, RefusesWrongUseInOneLine)
 {
-    expectRefused({}, "no command");
-    expectRefused({"wacth"}, "'wacth' is no command");
+    expectRefused({}, "no command given");
+    expectRefused({"wacth"}, "'wacth' is not a command");
     expectRefused({"watch", "--unheard-of"}, "unheard-of");
-    expectRefused({"watch", "more"}, "'more' belongs to nothing");
+    expectRefused({"watch", "more"}, "unexpected argument 'more'");
     expectRefused({"watch", "--seconds"}, "seconds");
     expectRefused({"watch", "--seconds", "0"}, "whole number from 1 to 86400");
     expectRefused({"watch", "--seconds", "ten"}, "whole number from 1 to 86400");
     expectRefused({"watch", "--adapter", ""}, "--adapter");
     expectRefused({"watch", "--log", "CITP.Stack"}, "NAME=MASK");
     expectRefused({"watch", "--log", "CITP.Stack=32"}, "CITP.Stack=32");
-    expectRefused({"adapters", "--seconds", "3"}, "'adapters' knows no --seconds");
-    expectRefused({"libraries"}, "'libraries' needs a SERVER");
-    expectRefused({"libraries", ""}, "'libraries' needs a SERVER");
+    expectRefused({"adapters", "--seconds", "3"}, "'adapters' does not support --seconds");
+    expectRefused({"libraries"}, "'libraries' requires SERVER");
+    expectRefused({"libraries", ""}, "'libraries' requires SERVER");
     expectRefused({"libraries", "x", "--type", "0"}, "whole number from 1 to 255");
     expectRefused({"libraries", "x", "--timeout", "0"}, "0.1 to 3600");
     expectRefused({"libraries", "x", "--timeout", "nan"}, "0.1 to 3600");
-    expectRefused({"elements", "x"}, "'elements' needs a LIBRARY");
-    expectRefused({"elements", "x", "1,2"}, "'1,2' is no library");
-    expectRefused({"elements", "x", "1,2,0,256"}, "is no library");
-    expectRefused({"elements", "x", "../etc"}, "'../etc' is no library");
-    expectRefused({"decode"}, "'decode' needs a FILE");
-    expectRefused({"decode", "x", "y"}, "'y' belongs to nothing");
-    expectRefused({"decode", "x", "--adapter", "lo"}, "'decode' knows no --adapter");
-    expectRefused({"capture"}, "needs a file: give --write FILE");
+    expectRefused({"elements", "x"}, "'elements' requires LIBRARY");
+    expectRefused({"elements", "x", "1,2"}, "'1,2' is not a library id");
+    expectRefused({"elements", "x", "1,2,0,256"}, "is not a library id");
+    expectRefused({"elements", "x", "../etc"}, "'../etc' is not a library id");
+    expectRefused({"decode"}, "'decode' requires FILE");
+    expectRefused({"decode", "x", "y"}, "unexpected argument 'y'");
+    expectRefused({"decode", "x", "--adapter", "lo"}, "'decode' does not support --adapter");
+    expectRefused({"capture"}, "'capture' requires --write FILE");
     expectRefused({"capture", "--write", ""}, "--write");
     expectRefused({"capture", "-w", "x", "--count", "0"}, "whole number from 1 to");
-    expectRefused({"thumbnails", "x"}, "needs a folder: give --to DIR");
+    expectRefused({"thumbnails", "x"}, "'thumbnails' requires --to DIR");
     expectRefused({"thumbnails", "x", "--to", ""}, "--to");
     expectRefused({"thumbnails", "x", "--to", "y", "--format", "bmp"}, "jpeg, png or rgb8");
     expectRefused({"thumbnails", "x", "--to", "y", "--size", "160"}, "WIDTHxHEIGHT");
     expectRefused({"thumbnails", "x", "--to", "y", "--size", "0x10"}, "WIDTHxHEIGHT");
-    expectRefused({"thumbnails", "x", "--to", "y", "--size", "200x200", "--format", "rgb8"}, "too big for rgb8");
+    expectRefused({"thumbnails", "x", "--to", "y", "--size", "200x200", "--format", "rgb8"}, "too large for rgb8");
 }
 
 TEST(ConsoleUsage, FailsWhenItsOutputCannotBeWritten)
@@ -87,9 +87,7 @@ TEST(ConsoleUsage, FailsWhenItsOutputCannotBeWritten)
     for (const char* const words : {"--help", "--version", "adapters", "adapters --json"}) {
         Child full("sh", {"-c", QString("exec " CONSOLE_PROGRAM " %1 > /dev/full").arg(words)});
         EXPECT_EQ(full.waitForEnd(), 1) << words;
-        EXPECT_EQ(full.errors().toStdString(),
-                  "citp-console: what it printed could not all be written; is the disk "
-                  "full?\n")
+        EXPECT_EQ(full.errors().toStdString(), "citp-console: not all output could be written; is the disk full?\n")
             << words;
     }
 }

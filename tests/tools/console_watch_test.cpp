@@ -115,11 +115,11 @@ TEST(ConsoleWatch, SaysOnceWhatToLookAtWhenNothingIsHeard)
     const Outcome outcome = runConsole(watchLoopback + QStringList{"--seconds", "11"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output.toStdString(), "");
-    EXPECT_EQ(outcome.errors.count("nothing heard for 10 s"), 1) << outcome.errors.toStdString();
-    EXPECT_TRUE(outcome.errors.contains("adapter: used is lo, 127.0.0.1")) << outcome.errors.toStdString();
+    EXPECT_EQ(outcome.errors.count("no server found for 10 s"), 1) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("adapter: lo, 127.0.0.1 is used")) << outcome.errors.toStdString();
     EXPECT_TRUE(outcome.errors.contains("cable: this is the loopback")) << outcome.errors.toStdString();
     EXPECT_TRUE(outcome.errors.contains("multicast:")) << outcome.errors.toStdString();
-    EXPECT_TRUE(outcome.errors.contains("port 4809: free")) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("port 4809: can be opened")) << outcome.errors.toStdString();
 }
 
 TEST(ConsoleWatch, SaysThatAnotherProgramHasTakenThePort)
@@ -127,7 +127,7 @@ TEST(ConsoleWatch, SaysThatAnotherProgramHasTakenThePort)
     QUdpSocket greedy;
     ASSERT_TRUE(greedy.bind(QHostAddress(QHostAddress::AnyIPv4), 4809, QAbstractSocket::DontShareAddress));
     const Outcome outcome = runConsole(watchLoopback + QStringList{"--seconds", "11"});
-    EXPECT_TRUE(outcome.errors.contains("port 4809: TAKEN")) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("port 4809: IN USE")) << outcome.errors.toStdString();
 }
 
 TEST(ConsoleWatch, SaysNothingOfSilenceOnceAServerWasHeard)
@@ -135,5 +135,5 @@ TEST(ConsoleWatch, SaysNothingOfSilenceOnceAServerWasHeard)
     const Server server;
     const Outcome outcome = runConsole(watchLoopback + QStringList{"--seconds", "11"});
     EXPECT_EQ(outcome.output.count("up "), 1);
-    EXPECT_FALSE(outcome.errors.contains("nothing heard")) << outcome.errors.toStdString();
+    EXPECT_FALSE(outcome.errors.contains("no server found")) << outcome.errors.toStdString();
 }

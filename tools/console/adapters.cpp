@@ -1,14 +1,11 @@
-// The command "adapters", and the words for an adapter that other commands use too.
+// The command "adapters", and functions for other commands to select and describe an adapter.
 // SPDX-License-Identifier: Apache-2.0
 #include "adapters.h"
-
-#include <citp_system/os_network_adapter.h>
 
 #include <QHostAddress>
 #include <QJsonArray>
 
 #include "commands.h"
-#include "printing.h"
 
 namespace Console {
 namespace {
@@ -22,12 +19,7 @@ QStringList addressesOf(const NetworkAdapter::State& state)
     return addresses;
 }
 
-QString nameOf(const NetworkAdapter& adapter)
-{
-    return harmless(QString::fromStdString(adapter.GetName()));
-}
-
-QString wordsFor(const NetworkAdapter::State& state)
+QString stateText(const NetworkAdapter::State& state)
 {
     QStringList words{state.up ? "up" : "down"};
     if (state.up && !state.running)
@@ -51,7 +43,7 @@ void printAsText(const std::vector<NetworkAdapter>& all, const ArtNet::Adapter& 
     for (const NetworkAdapter& adapter : all) {
         const QStringList addresses = addressesOf(adapter.GetState());
         row(used.IsValid() && adapter.GetName() == used.GetName() ? "*" : " ", nameOf(adapter),
-            wordsFor(adapter.GetState()), addresses.isEmpty() ? "-" : addresses.join(", "));
+            stateText(adapter.GetState()), addresses.isEmpty() ? "-" : addresses.join(", "));
     }
     printLine(QString("used: %1 (%2)").arg(nameAndAddress(used), reasonFor(used)));
 }
@@ -81,16 +73,25 @@ QString chooseAdapter(const QString& nameOrAddress)
 {
     const QHostAddress wanted(nameOrAddress);
     for (const NetworkAdapter& adapter : NetworkAdapter::GetAll()) {
-        bool isIt = QString::fromStdString(adapter.GetName()) == nameOrAddress;
+        bool matches = QString::fromStdString(adapter.GetName()) == nameOrAddress;
         for (const std::uint32_t address : adapter.GetState().ipAddresses)
-            isIt = isIt || QHostAddress(address) == wanted;
-        if (isIt) {
+            matches = matches || QHostAddress(address) == wanted;
+        if (matches) {
             ArtNet::Adapter::Choose(nameOrAddress.toStdString());
             return {};
         }
     }
     return QString("--adapter: '%1' is no adapter or IPv4 address of this machine; 'citp-console adapters' lists them")
-        .arg(harmless(nameOrAddress));
+        .arg(escapeControls(nameOrAddress));
+}
+
+std::optional<NetworkAdapter> findAdapter(const ArtNet::Adapter& used)
+{
+    for (const NetworkAdapter& adapter : NetworkAdapter::GetAll()) {
+        if (adapter.GetName() == used.GetName())
+            return adapter;
+    }
+    return std::nullopt;
 }
 
 QString reasonFor(const ArtNet::Adapter& adapter)
@@ -111,12 +112,12 @@ QString reasonFor(const ArtNet::Adapter& adapter)
     }
     if (ArtNet::Adapter::GetChoice().empty())
         return "no adapter has an address";
-    return "it was chosen, but is not there or has no address";
+    return "it was chosen, but does not exist or has no address";
 }
 
 QString nameAndAddress(const ArtNet::Adapter& adapter)
 {
-    const QString name = harmless(QString::fromStdString(adapter.GetName()));
+    const QString name = nameOf(adapter);
     if (adapter.IsValid())
         return QString("%1, %2").arg(name, QHostAddress(adapter.GetIpAddress()).toString());
     return name.isEmpty() ? QString("none") : QString("none, not '%1'").arg(name);

@@ -1,18 +1,32 @@
-// The network adapter in use: choosing it, and saying which one it is and why.
+// The network adapter: selects it and describes which one is used and why.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <citp_system/artnet_adapter.h>
+#include <citp_system/os_network_adapter.h>
 #include <QString>
+#include <optional>
+
+#include "printing.h"
 
 namespace Console {
-/// Makes @p nameOrAddress the adapter to use.
-/// @return empty, or one line that says what is wrong: no such adapter or address
+/// Selects the adapter by name or IPv4 address.
+/// @return empty on success, otherwise an error message of one line
 QString chooseAdapter(const QString& nameOrAddress);
 
-/// Why @p adapter is used, for people, e.g. "the first with an address in 2.0.0.0/8".
+/// The operating system's entry for the adapter in use. Empty if it does not exist.
+std::optional<Os::NetworkAdapter> findAdapter(const ArtNet::Adapter& used);
+
+/// Why @p adapter is used, as text, e.g. "the first that is up with an address in 2.0.0.0/8".
 QString reasonFor(const ArtNet::Adapter& adapter);
 
-/// "eth0, 2.0.0.10", or what is missing if there is no adapter to use.
+/// The adapter's name, with control characters escaped.
+template <typename Adapter>
+QString nameOf(const Adapter& adapter)
+{
+    return escapeControls(QString::fromStdString(adapter.GetName()));
+}
+
+/// "eth0, 2.0.0.10", or "none" if no adapter can be used.
 QString nameAndAddress(const ArtNet::Adapter& adapter);
 } // namespace Console

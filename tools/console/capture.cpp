@@ -10,21 +10,20 @@
 
 #include "adapters.h"
 #include "commands.h"
-#include "decode/survey.h"
+#include "decode/classifier.h"
 #include "printing.h"
 #include "session.h"
 
 namespace Console {
 namespace {
-constexpr int WrongUse = 2;
-constexpr int LongestFrame = 262144;
+constexpr int MaxFrameBytes = 262144;
 constexpr int BufferBytes = 16 << 20;
-constexpr int LongestPauseMs = 200;
+constexpr int PollIntervalMs = 200;
 constexpr int DefaultSeconds = 600;
 constexpr int DefaultCount = 1000000;
-constexpr int PacketsAtATime = 1000;
-// Which ports the servers take is only known once they announce themselves, and by then the console connects. So the
-// kernel hands over all TCP, in its order, and what is kept is decided here.
+constexpr int MaxPacketsPerBatch = 1000;
+// The servers' ports are unknown until they announce themselves, and a console connects right after that. The kernel
+// filter therefore passes all TCP traffic, and the Classifier selects what is written.
 constexpr const char* Filter = "udp port 4809 or tcp";
 
 struct CaptureCloser
@@ -37,30 +36,30 @@ using Dump = std::unique_ptr<pcap_dumper_t, CaptureCloser>;
 
 QString reason(const Capture& capture)
 {
-    return harmless(QString::fromLocal8Bit(pcap_geterr(capture.get())));
+    return escapeControls(QString::fromLocal8Bit(pcap_geterr(capture.get())));
 }
 
 Capture openAdapter(const QString& adapter)
 {
-    const QString name = harmless(adapter);
+    const QString name = escapeControls(adapter);
     char problem[PCAP_ERRBUF_SIZE] = "";
     Capture capture(pcap_create(QFile::encodeName(adapter).constData(), problem));
     if (!capture)
-        throw Failure{QString("cannot capture on %1: %2").arg(name, harmless(QString::fromLocal8Bit(problem)))};
-    pcap_set_snaplen(capture.get(), LongestFrame);
+        throw Failure{QString("cannot capture on %1: %2").arg(name, escapeControls(QString::fromLocal8Bit(problem)))};
+    pcap_set_snaplen(capture.get(), MaxFrameBytes);
     pcap_set_buffer_size(capture.get(), BufferBytes);
     pcap_set_immediate_mode(capture.get(), 1);
     const int status = pcap_activate(capture.get());
     if (status == PCAP_ERROR_PERM_DENIED)
-        throw Failure{QString("not allowed to capture on %1: run it with sudo, or give the program the right for good "
-                              "with: sudo setcap cap_net_raw+ep %2")
-                          .arg(name, harmless(QCoreApplication::applicationFilePath()))};
+        throw Failure{QString("not allowed to capture on %1: run it with sudo, or grant the permission permanently: "
+                              "sudo setcap cap_net_raw+ep %2")
+                          .arg(name, escapeControls(QCoreApplication::applicationFilePath()))};
     if (status < 0)
         throw Failure{QString("cannot capture on %1: %2").arg(name, reason(capture))};
     const int linkType = pcap_datalink(capture.get());
     if (!isKnownLinkType(linkType)) {
         const char* const linkName = pcap_datalink_val_to_name(linkType);
-        throw Failure{QString("cannot capture on %1: its link type, %2, is not known here")
+        throw Failure{QString("cannot capture on %1: link type %2 is not supported")
                           .arg(name, linkName ? QString(linkName) : QString::number(linkType))};
     }
     bpf_program filter{};
@@ -76,34 +75,34 @@ Capture openAdapter(const QString& adapter)
 class Recorder
 {
 public:
-    Recorder(const QString& adapter, const QString& file, qint64 most)
-        : m_name(harmless(file)), m_most(most), m_capture(openAdapter(adapter))
+    Recorder(const QString& adapter, const QString& file, qint64 maxPackets)
+        : m_name(escapeControls(file)), m_maxPackets(maxPackets), m_capture(openAdapter(adapter))
     {
         m_file.reset(pcap_dump_open(m_capture.get(), QFile::encodeName(file).constData()));
         char problem[PCAP_ERRBUF_SIZE] = "";
         if (!m_file)
             throw Failure{QString("cannot write: %1").arg(reason(m_capture))};
         if (pcap_setnonblock(m_capture.get(), 1, problem) != 0)
-            throw Failure{QString("cannot capture: %1").arg(harmless(QString::fromLocal8Bit(problem)))};
+            throw Failure{QString("cannot capture: %1").arg(escapeControls(QString::fromLocal8Bit(problem)))};
     }
 
     int descriptor() const { return pcap_get_selectable_fd(m_capture.get()); }
 
-    /// Takes what has come.
-    /// @return false once there is nothing more to be done
-    bool take()
+    /// Writes the packets captured since the last call.
+    /// @return false if the recording is finished: an error occurred or the packet limit was reached
+    bool writeCaptured()
     {
-        const int taken =
-            pcap_dispatch(m_capture.get(), PacketsAtATime, &Recorder::takeOne, reinterpret_cast<u_char*>(this));
-        if (taken == PCAP_ERROR)
+        const int count = pcap_dispatch(m_capture.get(), MaxPacketsPerBatch, &Recorder::handlePacket,
+                                        reinterpret_cast<u_char*>(this));
+        if (count == PCAP_ERROR)
             m_problem = QString("capturing ended: %1").arg(reason(m_capture));
         else if (pcap_dump_flush(m_file.get()) != 0)
             m_problem = QString("'%1' cannot be written: is the disk full?").arg(m_name);
-        return m_problem.isEmpty() && m_written < m_most;
+        return m_problem.isEmpty() && m_written < m_maxPackets;
     }
 
-    /// Says what it came to.
-    /// @throws Failure if it came to an end before its time
+    /// Prints how many packets were written and dropped.
+    /// @throws Failure if an error ended the recording
     void report()
     {
         pcap_stat counts{};
@@ -115,7 +114,7 @@ public:
     }
 
 private:
-    static void takeOne(u_char* recorder, const pcap_pkthdr* header, const u_char* data)
+    static void handlePacket(u_char* recorder, const pcap_pkthdr* header, const u_char* data)
     {
         reinterpret_cast<Recorder*>(recorder)->write(header, data);
     }
@@ -124,17 +123,17 @@ private:
     {
         const QByteArray frame =
             QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));
-        if (m_written >= m_most || !m_survey.take(readPacket(pcap_datalink(m_capture.get()), frame, 0)))
+        if (m_written >= m_maxPackets || !m_classifier.learn(readPacket(pcap_datalink(m_capture.get()), frame, 0)))
             return;
         pcap_dump(reinterpret_cast<u_char*>(m_file.get()), header, data);
         ++m_written;
     }
 
     const QString m_name;
-    const qint64 m_most;
+    const qint64 m_maxPackets;
     Capture m_capture;
     Dump m_file;
-    Survey m_survey;
+    Classifier m_classifier;
     QString m_problem;
     qint64 m_written = 0;
 };
@@ -142,10 +141,10 @@ private:
 
 int capture(const Options& options)
 {
-    // libpcap would take it for standard output, where the report goes.
+    // libpcap writes to standard output for "-", which would mix the packets with the report.
     if (options.write == QLatin1String("-")) {
-        complain("--write: packets cannot go to standard output; give a file, e.g. network.pcap");
-        return WrongUse;
+        warn("--write: packets cannot go to standard output; give a file, e.g. network.pcap");
+        return ExitUsageError;
     }
     const ArtNet::Adapter used = ArtNet::Adapter::Get();
     if (!used.IsValid())
@@ -154,24 +153,24 @@ int capture(const Options& options)
     Recorder recorder(QString::fromStdString(used.GetName()), options.write,
                       options.count > 0 ? options.count : DefaultCount);
 
-    QTimer ending;
-    ending.setSingleShot(true);
-    QObject::connect(&ending, &QTimer::timeout, &ending, [] { QCoreApplication::exit(0); });
-    const auto take = [&recorder] {
-        if (!recorder.take())
+    QTimer durationTimer;
+    durationTimer.setSingleShot(true);
+    QObject::connect(&durationTimer, &QTimer::timeout, &durationTimer, [] { QCoreApplication::exit(0); });
+    const auto writeCaptured = [&recorder] {
+        if (!recorder.writeCaptured())
             QCoreApplication::exit(0);
     };
-    // Not every adapter's descriptor tells of every packet.
+    // On some adapters the descriptor does not become readable for every packet, so it is polled too.
     QTimer polling;
-    QObject::connect(&polling, &QTimer::timeout, &polling, take);
+    QObject::connect(&polling, &QTimer::timeout, &polling, writeCaptured);
     QSocketNotifier arrival(recorder.descriptor(), QSocketNotifier::Read);
-    QObject::connect(&arrival, &QSocketNotifier::activated, &arrival, take);
+    QObject::connect(&arrival, &QSocketNotifier::activated, &arrival, writeCaptured);
 
-    printLine(QString("capturing on %1 for %2 s; Ctrl-C ends it before").arg(nameAndAddress(used)).arg(seconds));
-    ending.start(seconds * 1000);
-    polling.start(LongestPauseMs);
+    printLine(QString("capturing on %1 for %2 s; Ctrl-C stops it earlier").arg(nameAndAddress(used)).arg(seconds));
+    durationTimer.start(seconds * 1000);
+    polling.start(PollIntervalMs);
     QCoreApplication::exec();
-    recorder.take();
+    recorder.writeCaptured();
     recorder.report();
     return 0;
 }

@@ -1,4 +1,4 @@
-// Requests for libraries and elements, and the matching of the answers to them.
+// Requests for libraries and elements. Matches the answers to the requests.
 // SPDX-License-Identifier: Apache-2.0
 #include "catalogue.h"
 
@@ -15,23 +15,23 @@ namespace Console {
 namespace {
 using CITP::citp_stack;
 
-// Above all libraries; not sent in MSEX 1.0, which has no levels.
+// The id of the root, the parent of the top-level libraries. MSEX 1.0 has no levels and does not send it.
 const char* const Root = "0,0,0,0";
 
-// A server may list a library below itself; identities have no more levels than this.
-constexpr int DeepestLevel = 2;
-// No server has so many; one that lies could name 16 million, each of which would be asked about.
-constexpr std::size_t MostLibraries = 65536;
+// Limits the recursion if a server lists a library below itself. Ids have no more levels than this.
+constexpr int MaxDepth = 2;
+// Limits the number of requests if a faulty server lists up to 16 million libraries.
+constexpr std::size_t MaxLibraries = 65536;
 
-// An answer in a version that the library does not know comes without content.
+// The library does not parse the content of an answer in an unknown version.
 QString unknownVersion(const CITP::Msg_MSEX& message)
 {
-    return QString("(an answer came in MSEX %1.%2, which is not known here)")
+    return QString("(an answer came in MSEX %1.%2, which is not supported)")
         .arg(message.versionMajor)
         .arg(message.versionMinor);
 }
 
-CITP::Msg_MSEX_ELIN askForLibraries(Session& session, quint8 type, const QString& parent)
+CITP::Msg_MSEX_ELIN requestLibraries(Session& session, quint8 type, const QString& parent)
 {
     std::optional<CITP::Msg_MSEX_ELIN> answer;
     QString remark;
@@ -46,81 +46,89 @@ CITP::Msg_MSEX_ELIN askForLibraries(Session& session, quint8 type, const QString
                              answer.emplace(message);
                      });
     session.send(CITP::Msg_MSEX_GELI(session.msexMinor(), type, parent, {}));
-    session.await(
+    session.waitFor(
         parent == Root ? QString("its libraries") : QString("the libraries below ") + parent,
         [&] { return answer.has_value(); }, [&] { return remark; });
     return *answer;
 }
 
-// An answer that was cut short reads as zeros behind the cut, which shows as entries that are there again and again.
-void complainAboutDoubles(int count, const QString& what)
+// Missing fields of a truncated answer read as zero, which results in duplicate entries.
+void warnAboutDuplicates(int count, const QString& what)
 {
     if (count > 0)
-        complain(QString("%1 lists %2 twice: left out; the answer may be damaged").arg(what, QString::number(count)));
+        warn(QString("%1 lists %2 duplicates, which are ignored; the answer may be damaged")
+                 .arg(what, QString::number(count)));
 }
 
-// Whether the identity continues that of the library above: one level more, and the same numbers up to there.
-bool isBelow(const QString& id, const QString& parent)
+// Whether @p id has exactly one level more than @p parent and the same numbers on the parent's levels.
+bool isChildOf(const QString& id, const QString& parent)
 {
     const QStringList levels = id.split(',');
-    const QStringList above = parent.split(',');
-    const int depth = above.constFirst().toInt();
-    return levels.constFirst().toInt() == depth + 1 && levels.mid(1, depth) == above.mid(1, depth);
+    const QStringList parentLevels = parent.split(',');
+    const int depth = parentLevels.constFirst().toInt();
+    return levels.constFirst().toInt() == depth + 1 && levels.mid(1, depth) == parentLevels.mid(1, depth);
 }
 
-// Depth first, so that children stand below their parents.
-void walk(Session& session, quint8 type, const QString& parent, int depth, QSet<QString>& known,
-          std::vector<Library>& all)
+// Depth first, so that children follow their parent.
+void collectLibraries(Session& session, quint8 type, const QString& parent, int depth, QSet<QString>& known,
+                      std::vector<Library>& all)
 {
-    int doubles = 0;
-    int strangers = 0;
-    for (const auto& info : askForLibraries(session, type, parent).Libraries) {
+    int duplicates = 0;
+    int unexpected = 0;
+    for (const auto& info : requestLibraries(session, type, parent).Libraries) {
         if (known.contains(info.LIBID)) {
-            ++doubles;
+            ++duplicates;
             continue;
         }
-        // At the top there is nothing to go by, and nothing that could be confused.
-        if (depth > 0 && !isBelow(info.LIBID, parent)) {
-            ++strangers;
+        // The top-level request has no parent to compare with.
+        if (depth > 0 && !isChildOf(info.LIBID, parent)) {
+            ++unexpected;
             continue;
         }
-        if (all.size() >= MostLibraries)
-            throw Failure{QString("%1 lists more than %2 libraries, which cannot be")
-                              .arg(session.name(), QString::number(MostLibraries))};
+        if (all.size() >= MaxLibraries)
+            throw Failure{
+                QString("%1 lists more than %2 libraries").arg(session.name(), QString::number(MaxLibraries))};
         known.insert(info.LIBID);
         all.push_back({info, depth});
-        if (info.SubLibraryCount > 0 && depth < DeepestLevel)
-            walk(session, type, info.LIBID, depth + 1, known, all);
+        if (info.SubLibraryCount > 0 && depth < MaxDepth)
+            collectLibraries(session, type, info.LIBID, depth + 1, known, all);
     }
-    complainAboutDoubles(doubles, session.name());
-    if (strangers > 0)
-        complain(QString("%1 lists %2 libraries that are not below %3, of which it was asked: left out")
-                     .arg(session.name(), QString::number(strangers), parent));
+    warnAboutDuplicates(duplicates, session.name());
+    if (unexpected > 0)
+        warn(QString("%1 lists %2 libraries that are not below %3, as requested; they are ignored")
+                 .arg(session.name(), QString::number(unexpected), parent));
 }
 
-void removeDoubles(std::vector<Element>& elements, const QString& id)
+void removeDuplicates(std::vector<Element>& elements, const QString& id)
 {
     QSet<int> numbers;
-    const auto isDouble = [&numbers](const Element& element) {
+    const auto isDuplicate = [&numbers](const Element& element) {
         const bool isKnown = numbers.contains(element.number);
         numbers.insert(element.number);
         return isKnown;
     };
     const auto before = elements.size();
-    elements.erase(std::remove_if(elements.begin(), elements.end(), isDouble), elements.end());
-    complainAboutDoubles(static_cast<int>(before - elements.size()), "library " + id);
+    elements.erase(std::remove_if(elements.begin(), elements.end(), isDuplicate), elements.end());
+    warnAboutDuplicates(static_cast<int>(before - elements.size()), "library " + id);
+}
+
+template <typename Item>
+Element toElement(const Item& item, const QString& name)
+{
+    Element element;
+    element.number = item.Number;
+    element.dmxMin = item.DMXRangeMin;
+    element.dmxMax = item.DMXRangeMax;
+    element.name = name;
+    element.serial = item.SerialNumber;
+    return element;
 }
 
 ElementList toList(const CITP::Msg_MSEX_MEIN& message)
 {
     ElementList list;
     for (const auto& item : message.Media) {
-        Element element;
-        element.number = item.Number;
-        element.dmxMin = item.DMXRangeMin;
-        element.dmxMax = item.DMXRangeMax;
-        element.name = item.Name;
-        element.serial = item.SerialNumber;
+        Element element = toElement(item, item.Name);
         element.timestamp = item.Timestamp;
         element.width = item.Width;
         element.height = item.Height;
@@ -136,12 +144,7 @@ ElementList toList(const CITP::Msg_MSEX_EEIN& message)
     ElementList list;
     list.kind = ElementList::Kind::Effects;
     for (const auto& item : message.Effects) {
-        Element element;
-        element.number = item.Number;
-        element.dmxMin = item.DMXRangeMin;
-        element.dmxMax = item.DMXRangeMax;
-        element.name = item.EffectName;
-        element.serial = item.SerialNumber;
+        Element element = toElement(item, item.EffectName);
         for (const QString& parameter : item.ParameterNames)
             element.parameters << parameter;
         list.elements.push_back(element);
@@ -154,12 +157,7 @@ ElementList toList(const CITP::Msg_MSEX_GLEI& message)
     ElementList list;
     list.kind = ElementList::Kind::Generic;
     for (const auto& item : message.Elements) {
-        Element element;
-        element.number = item.Number;
-        element.dmxMin = item.DMXRangeMin;
-        element.dmxMax = item.DMXRangeMax;
-        element.name = item.Name;
-        element.serial = item.SerialNumber;
+        Element element = toElement(item, item.Name);
         element.timestamp = item.Timestamp;
         list.elements.push_back(element);
     }
@@ -176,15 +174,15 @@ QString libraryId(const QString& text, quint8 msexMinor)
         return text;
     if (levels.at(0) == "1" && levels.at(2) == "0" && levels.at(3) == "0")
         return levels.at(1);
-    throw Failure{QString("library %1: this server speaks MSEX 1.0, which has top-level libraries only; give a number")
-                      .arg(text)};
+    throw Failure{
+        QString("library %1: the server uses MSEX 1.0, which has top-level libraries only; give a number").arg(text)};
 }
 
 std::vector<Library> fetchLibraries(Session& session, quint8 type)
 {
     std::vector<Library> all;
     QSet<QString> known;
-    walk(session, type, Root, 0, known, all);
+    collectLibraries(session, type, Root, 0, known, all);
     return all;
 }
 
@@ -193,8 +191,8 @@ ElementList fetchElements(Session& session, quint8 type, const QString& id)
     std::optional<ElementList> answer;
     QString remark;
     QObject scope;
-    // Which of the three messages comes is the server's choice; the library in it tells what it answers.
-    const auto take = [&](const QString& key, const auto& message) {
+    // The server chooses which of the three messages it sends. The library id in it identifies the request.
+    const auto handleAnswer = [&](const QString& key, const auto& message) {
         if (key != session.key() || answer)
             return;
         if (message.versionMinor > 2)
@@ -203,15 +201,15 @@ ElementList fetchElements(Session& session, quint8 type, const QString& id)
             answer = toList(message);
     };
     QObject::connect(citp_stack::Get(), &citp_stack::mediaInfo, &scope,
-                     [&](const QString& key, const CITP::Msg_MSEX_MEIN& message) { take(key, message); });
+                     [&](const QString& key, const CITP::Msg_MSEX_MEIN& message) { handleAnswer(key, message); });
     QObject::connect(citp_stack::Get(), &citp_stack::effectInfo, &scope,
-                     [&](const QString& key, const CITP::Msg_MSEX_EEIN& message) { take(key, message); });
+                     [&](const QString& key, const CITP::Msg_MSEX_EEIN& message) { handleAnswer(key, message); });
     QObject::connect(citp_stack::Get(), &citp_stack::genericInfo, &scope,
-                     [&](const QString& key, const CITP::Msg_MSEX_GLEI& message) { take(key, message); });
+                     [&](const QString& key, const CITP::Msg_MSEX_GLEI& message) { handleAnswer(key, message); });
     session.send(CITP::Msg_MSEX_GEIN(session.msexMinor(), type, id, {}));
-    session.await(
+    session.waitFor(
         "the elements of library " + id, [&] { return answer.has_value(); }, [&] { return remark; });
-    removeDoubles(answer->elements, id);
+    removeDuplicates(answer->elements, id);
     return *answer;
 }
 } // namespace Console

@@ -1,4 +1,4 @@
-// What a server has: its libraries and their elements, asked for one request at a time.
+// The libraries and elements of a server, requested one at a time.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -16,7 +16,7 @@ struct Library
     int depth = 0; ///< 0 for a top-level library
 };
 
-/// One element of any kind; what its kind does not have is 0 or empty.
+/// An element of any kind. Fields that its kind does not have are 0 or empty.
 struct Element
 {
     quint8 number = 0;
@@ -39,16 +39,16 @@ struct ElementList
     std::vector<Element> elements;
 };
 
-/// The identity that @p text names at a server of this MSEX version: a number is a top-level library; from MSEX 1.1 on
-/// four levels with commas are taken as they are.
-/// @throws Failure if the version has no such identity
+/// Converts @p text to the library id of the given MSEX version. A single number means a top-level library. Four
+/// numbers separated by commas are an MSEX 1.1 or 1.2 id.
+/// @throws Failure if MSEX 1.0 cannot express the id
 QString libraryId(const QString& text, quint8 msexMinor);
 
-/// Asks for all libraries of @p type, from MSEX 1.1 on the sub-libraries too. Parents come before their children.
-/// @throws Failure if an answer does not come in time
+/// Requests all libraries of @p type, since MSEX 1.1 with their sub-libraries. Parents precede their children.
+/// @throws Failure if an answer times out
 std::vector<Library> fetchLibraries(Session& session, quint8 type);
 
-/// Asks for all elements of the library @p id of @p type.
-/// @throws Failure if the answer does not come in time
+/// Requests all elements of the library @p id of @p type.
+/// @throws Failure if the answer times out
 ElementList fetchElements(Session& session, quint8 type, const QString& id);
 } // namespace Console

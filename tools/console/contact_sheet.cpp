@@ -13,11 +13,11 @@
 
 namespace Console {
 namespace {
-constexpr int CellsOnASheet = 300;
-// Qt 5 draws nothing beyond 32767 pixels; many sections with few cells each get there first.
-constexpr int TallestSheet = 30000;
-constexpr int FewestColumns = 4;
-constexpr int MostColumns = 10;
+constexpr int MaxCellsPerSheet = 300;
+// Qt 5 cannot draw beyond 32767 pixels. Many small sections reach this height before a sheet is full.
+constexpr int MaxSheetHeight = 30000;
+constexpr int MinColumns = 4;
+constexpr int MaxColumns = 10;
 constexpr QSize PictureSize(160, 120);
 constexpr int Gap = 14;
 constexpr int LabelHeight = 18;
@@ -35,33 +35,33 @@ const QColor Frame(58, 59, 63);
 const QColor Missing(92, 40, 40);
 const QColor MissingInk(255, 150, 140);
 
-// Where each cell and each section's heading goes.
-struct Placed
+// A cell and its position.
+struct PlacedCell
 {
     const SheetCell* cell;
-    QPoint place;
-    bool opensSection;
+    QPoint position;
+    bool opensSection; ///< a section heading is drawn above it
 };
 
 struct Layout
 {
-    std::vector<Placed> cells;
+    std::vector<PlacedCell> cells;
     QSize size;
 };
 
-// As many as the longest section needs, within reason.
+// As many columns as the longest section has cells, within the limits.
 int columnsFor(const SheetCell* begin, const SheetCell* end)
 {
-    int columns = FewestColumns;
+    int columns = MinColumns;
     int run = 0;
     for (const SheetCell* cell = begin; cell != end; ++cell) {
         run = cell != begin && (cell - 1)->section == cell->section ? run + 1 : 1;
-        columns = qBound(columns, run, MostColumns);
+        columns = qBound(columns, run, MaxColumns);
     }
     return columns;
 }
 
-// Of these cells, as many from the first on as one sheet takes.
+// Lays out the first cells, as many as fit on one sheet.
 Layout arrange(const SheetCell* begin, const SheetCell* end)
 {
     Layout layout;
@@ -77,7 +77,7 @@ Layout arrange(const SheetCell* begin, const SheetCell* end)
         }
         if (opens)
             y += SectionHeight;
-        if (y + CellHeight > TallestSheet)
+        if (y + CellHeight > MaxSheetHeight)
             break;
         layout.size = QSize(Gap + columns * CellWidth, y + CellHeight);
         section = &cell->section;
@@ -98,21 +98,21 @@ public:
 
     void title(const QString& text) { write(QRect(Gap, 0, m_width - 2 * Gap, TitleHeight), text, Ink, 17, true); }
 
-    void cell(const Placed& placed)
+    void cell(const PlacedCell& placed)
     {
-        const QPoint place = placed.place;
+        const QPoint position = placed.position;
         if (placed.opensSection) {
-            const QRect heading(place.x(), place.y() - SectionHeight, m_width - 2 * Gap, SectionHeight - 6);
+            const QRect heading(position.x(), position.y() - SectionHeight, m_width - 2 * Gap, SectionHeight - 6);
             m_painter.setPen(Line);
             m_painter.drawLine(heading.topLeft(), heading.topRight());
             write(heading, placed.cell->section, Ink, 14, true);
         }
-        const QRect frame(place, PictureSize);
-        const bool isThere = picture(frame, *placed.cell);
-        write(QRect(place.x(), frame.bottom() + 2, PictureSize.width(), LabelHeight), placed.cell->label, Ink, 12,
+        const QRect frame(position, PictureSize);
+        const bool hasPicture = picture(frame, *placed.cell);
+        write(QRect(position.x(), frame.bottom() + 2, PictureSize.width(), LabelHeight), placed.cell->label, Ink, 12,
               false);
-        write(QRect(place.x(), frame.bottom() + 1 + LabelHeight, PictureSize.width(), DetailHeight),
-              placed.cell->detail, isThere ? FaintInk : MissingInk, 10, false);
+        write(QRect(position.x(), frame.bottom() + 1 + LabelHeight, PictureSize.width(), DetailHeight),
+              placed.cell->detail, hasPicture ? FaintInk : MissingInk, 10, false);
     }
 
 private:
@@ -132,7 +132,7 @@ private:
         return true;
     }
 
-    // One line. Where it does not fit its middle goes: names of clips differ at their ends.
+    // Writes one line. A text that is too long is elided in the middle, because names of clips often differ at the end.
     void write(const QRect& box, const QString& text, const QColor& ink, int pixels, bool isBold)
     {
         QFont font("sans-serif");
@@ -160,14 +160,14 @@ QStringList writeContactSheets(const QString& folder, const QString& title, cons
 {
     QStringList paths;
     for (std::size_t first = 0; first < cells.size();) {
-        const std::size_t count = std::min(cells.size() - first, static_cast<std::size_t>(CellsOnASheet));
+        const std::size_t count = std::min(cells.size() - first, static_cast<std::size_t>(MaxCellsPerSheet));
         const Layout layout = arrange(cells.data() + first, cells.data() + first + count);
         first += layout.cells.size();
         QImage sheet(layout.size, QImage::Format_RGB32);
         {
             SheetPainter painter(sheet);
             painter.title(title);
-            for (const Placed& placed : layout.cells)
+            for (const PlacedCell& placed : layout.cells)
                 painter.cell(placed);
         }
         const QString name =

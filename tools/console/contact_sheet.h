@@ -1,4 +1,4 @@
-// Contact sheets: all pictures on one, with their names, so that one look tells whether they are right.
+// Contact sheets: overview pictures that show many thumbnails with their names.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -10,16 +10,16 @@ namespace Console {
 /// One cell of a sheet.
 struct SheetCell
 {
-    QString section; ///< heading above the first cell of a run with the same; e.g. the library
+    QString section; ///< heading, e.g. the library; printed once above consecutive cells of the same section
     QString label;   ///< below the picture
-    QString detail;  ///< below the label, smaller; format and size, or what is wrong
-    QString file;    ///< picture file; empty for a picture that is missing
+    QString detail;  ///< below the label, smaller: format and size, or the error
+    QString file;    ///< picture file; empty if the picture is missing
 };
 
-/// Draws @p cells, at most a few hundred on each sheet, and writes the sheets as PNG files into @p folder:
-/// "contact-sheet.png", "contact-sheet-2.png" and so on. Needs a QGuiApplication.
-/// @param title at the head of each sheet; shown as it is, like the cells' texts
-/// @return the paths written
+/// Draws @p cells, at most 300 on a sheet, and writes the sheets as PNG files into @p folder: "contact-sheet.png",
+/// "contact-sheet-2.png" and so on. Requires a QGuiApplication.
+/// @param title at the top of each sheet; like the texts of the cells, control characters must already be escaped
+/// @return the paths of the sheets
 /// @throws Failure if a file cannot be written
 QStringList writeContactSheets(const QString& folder, const QString& title, const std::vector<SheetCell>& cells);
 } // namespace Console

@@ -1,4 +1,4 @@
-// The discovery socket, and what its datagrams say.
+// The discovery socket and the parsing of its datagrams.
 // SPDX-License-Identifier: Apache-2.0
 #include "discovery.h"
 
@@ -13,17 +13,17 @@
 
 namespace Console {
 namespace {
-// A storm of announcements shall not keep the caller from its time limit.
-constexpr int DatagramsAtOnce = 500;
-constexpr int LargestDatagram = 65536;
-constexpr int MostOtherPeers = 5;
-// More than any show has. A flood of announcements, each of another server, shall not fill the memory.
-constexpr int MostServers = 1024;
-constexpr int LongestName = 256;
+// Bounds the time of one call of read() during a flood of announcements.
+constexpr int MaxDatagramsPerBatch = 500;
+constexpr int MaxDatagramBytes = 65536;
+constexpr int MaxOtherPeers = 5;
+// More than any show has. Bounds the memory during a flood of announcements from different servers.
+constexpr int MaxServers = 1024;
+constexpr int MaxNameLength = 256;
 
-int errorOf(bool good)
+int errorOf(bool isOk)
 {
-    return good ? 0 : errno;
+    return isOk ? 0 : errno;
 }
 
 int joinGroup(Net::Socket& socket, quint32 adapterIp)
@@ -52,48 +52,48 @@ int Discovery::join(quint32 adapterIp)
 
 void Discovery::read()
 {
-    QByteArray buffer(LargestDatagram, '\0');
-    for (int count = 0; count < DatagramsAtOnce; ++count) {
+    QByteArray buffer(MaxDatagramBytes, '\0');
+    for (int count = 0; count < MaxDatagramsPerBatch; ++count) {
         sockaddr_in sender{};
         socklen_t length = sizeof sender;
         const ssize_t size = recvfrom(m_socket.GetDescriptor(), buffer.data(), static_cast<std::size_t>(buffer.size()),
                                       0, reinterpret_cast<sockaddr*>(&sender), &length);
         if (size < 0)
             return;
-        take(buffer.left(static_cast<int>(size)), QHostAddress(ntohl(sender.sin_addr.s_addr)).toString());
+        handleDatagram(buffer.left(static_cast<int>(size)), QHostAddress(ntohl(sender.sin_addr.s_addr)).toString());
     }
 }
 
-// What makes a peer a media server to connect to is the library's rule: its type, and a port.
-void Discovery::take(const QByteArray& datagram, const QString& sender)
+// The library connects to a peer if its type is "MediaServer" and it announces a port.
+void Discovery::handleDatagram(const QByteArray& datagram, const QString& sender)
 {
     if (!datagram.startsWith("CITP") || CITP::Msg_Header::contentType(datagram) != "PINF" ||
         CITP::Msg_PEER::contentType(datagram) != "PLoc") {
-        ++m_strange;
+        ++m_otherDatagrams;
         return;
     }
     const CITP::Msg_PEER_PLOC location(datagram);
     if (location.type == "MediaServer" && location.port != 0) {
         ServerText server;
         server.key = CITP::citp_stack::buildServerKey(sender, location.port);
-        server.name = location.name.left(LongestName);
+        server.name = location.name.left(MaxNameLength);
         server.isKnown = true;
-        if (m_servers.size() < MostServers || m_servers.contains(server.key))
+        if (m_servers.size() < MaxServers || m_servers.contains(server.key))
             m_servers.insert(server.key, server);
         return;
     }
-    const QString peer = harmless(QString("%1 (%2) at %3%4")
-                                      .arg(location.type.isEmpty() ? QString("something") : location.type,
-                                           location.name, sender, location.port == 0 ? ", without a port" : ""));
-    if (!m_otherPeers.contains(peer) && m_otherPeers.size() < MostOtherPeers)
+    const QString peer = escapeControls(QString("%1 (%2) at %3%4")
+                                            .arg(location.type.isEmpty() ? QString("something") : location.type,
+                                                 location.name, sender, location.port == 0 ? ", without a port" : ""));
+    if (!m_otherPeers.contains(peer) && m_otherPeers.size() < MaxOtherPeers)
         m_otherPeers << peer;
 }
 
 QString Discovery::others() const
 {
     QStringList texts = m_otherPeers;
-    if (m_strange > 0)
-        texts << QString("%1 datagrams that are no announcement").arg(m_strange);
+    if (m_otherDatagrams > 0)
+        texts << QString("%1 other datagrams").arg(m_otherDatagrams);
     return texts.join("; ");
 }
 } // namespace Console

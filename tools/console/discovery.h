@@ -1,5 +1,5 @@
-// Discovery by a socket of one's own: joining the group, taking the port, and hearing who announces himself, each by
-// itself, so that what fails can be named.
+// Discovery with a socket of its own, in separate steps, so that a failed step can be reported: open the port, join the
+// multicast group, receive announcements.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -11,38 +11,37 @@
 #include "server_text.h"
 
 namespace Console {
-/// Opens a socket with the library's own options, for the one and for the other. Main thread.
+/// Receives announcements on a socket with the same options as the library's. Main thread only.
 class Discovery
 {
 public:
     static constexpr quint16 Port = 4809;
     static constexpr const char* Group = "224.0.0.180";
 
-    /// Joins the group on the adapter with @p adapterIp (host byte order), on a socket that is closed again.
-    /// @return 0, or the errno that says why not
+    /// Joins the group on the adapter with @p adapterIp (host byte order), with a temporary socket.
+    /// @return 0 or an errno value
     static int tryToJoin(quint32 adapterIp);
 
-    /// Takes the port, to be shared with whoever shares it.
-    /// @return 0, or the errno that says why not
+    /// Binds the socket to the port, shared with other programs that share it.
+    /// @return 0 or an errno value
     int open();
-    /// Joins the group on the open socket, so that listening makes sense.
-    /// @return 0, or the errno that says why not
+    /// Joins the group with the open socket.
+    /// @return 0 or an errno value
     int join(quint32 adapterIp);
-    /// Takes in what has come so far.
+    /// Reads pending datagrams, up to a limit for each call.
     void read();
 
-    /// The media servers heard, the first 1024 of them, under their keys; key and the name's beginning are what is
-    /// known of them.
+    /// The first 1024 media servers heard, by key. Only the key and the first 256 characters of the name are set.
     const QMap<QString, ServerText>& servers() const { return m_servers; }
-    /// Who else was heard, in words and harmless: other peers, and datagrams that are no announcement.
+    /// Other senders as text, with control characters escaped: peers of other types and datagrams other than PLoc.
     QString others() const;
 
 private:
-    void take(const QByteArray& datagram, const QString& sender);
+    void handleDatagram(const QByteArray& datagram, const QString& sender);
 
     Net::Socket m_socket;
     QMap<QString, ServerText> m_servers;
     QStringList m_otherPeers;
-    int m_strange = 0;
+    int m_otherDatagrams = 0;
 };
 } // namespace Console

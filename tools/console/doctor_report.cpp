@@ -1,4 +1,4 @@
-// Verdicts in colour, plain, or as JSON.
+// Results as coloured text, plain text or JSON.
 // SPDX-License-Identifier: Apache-2.0
 #include "doctor_report.h"
 
@@ -15,7 +15,7 @@ constexpr int VerdictWidth = 9;
 constexpr int CheckWidth = 11;
 } // namespace
 
-// By the convention of NO_COLOR, any text in it but the empty one says no.
+// By convention, a NO_COLOR variable with any non-empty value disables colours.
 DoctorReport::DoctorReport(bool json)
     : m_json(json), m_coloured(isatty(STDOUT_FILENO) != 0 && qEnvironmentVariableIsEmpty("NO_COLOR"))
 {
@@ -50,7 +50,8 @@ bool DoctorReport::finish()
     if (m_json)
         printJson({{"failed", m_failed}, {"skipped", m_skipped}});
     else if (m_failed == 0)
-        printLine(m_skipped == 0 ? QString("all well") : QString("all well, %1 skipped").arg(m_skipped));
+        printLine(m_skipped == 0 ? QString("all checks passed")
+                                 : QString("no check failed, %1 skipped").arg(m_skipped));
     else
         printLine(QString("%1 failed, %2 skipped").arg(m_failed).arg(m_skipped));
     return m_failed == 0;

@@ -1,28 +1,28 @@
-// What the command "doctor" prints: a line for each check, and how many went wrong.
+// The output of the command "doctor": a line for each check and a summary.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QString>
 
 namespace Console {
-/// Prints verdicts as they come and counts them. Texts are made harmless by the caller.
+/// Prints the result of each check and counts the results. The caller escapes control characters in the texts.
 class DoctorReport
 {
 public:
     explicit DoctorReport(bool json);
 
-    /// From here on the checks are about this server.
-    /// @param name the server, for people
+    /// Starts the checks of a server.
+    /// @param name heading above them
     void beginServer(const QString& key, const QString& name);
 
     void ok(const QString& check, const QString& text);
-    /// @param advice what to do about it
+    /// @param advice how to fix it
     void failed(const QString& check, const QString& text, const QString& advice);
-    /// @param reason why the check could not be made
+    /// @param reason why the check was not run
     void skipped(const QString& check, const QString& reason);
 
-    /// Prints the last line.
-    /// @return whether nothing failed
+    /// Prints the summary.
+    /// @return true if no check failed
     bool finish();
 
 private:
@@ -31,7 +31,7 @@ private:
 
     bool m_json;
     bool m_coloured;
-    QString m_server; ///< key; empty while the checks are about this machine
+    QString m_server; ///< key; empty during the checks of this machine
     int m_failed = 0;
     int m_skipped = 0;
 };

@@ -1,4 +1,4 @@
-// The command "elements": what is in one library.
+// The command "elements": lists the elements of a library.
 // SPDX-License-Identifier: Apache-2.0
 #include <QDateTime>
 #include <QJsonArray>
@@ -12,7 +12,7 @@ namespace Console {
 namespace {
 using Kind = ElementList::Kind;
 
-// Most servers count seconds since 1970; a number that makes no sense so is shown as it is.
+// Most servers send seconds since 1970. A number outside a plausible range is printed unchanged.
 QString timeText(quint64 timestamp)
 {
     constexpr quint64 Year1980 = 315532800;
@@ -31,7 +31,7 @@ void printAsJson(const Session& session, const QString& library, Kind kind, cons
                        {"dmxMin", element.dmxMin},
                        {"dmxMax", element.dmxMax},
                        {"serial", static_cast<double>(element.serial)}};
-    // As text: a JSON number is not exact beyond 53 bits.
+    // A string, because a JSON number is exact only up to 53 bits.
     if (kind != Kind::Effects)
         object.insert("timestamp", QString::number(element.timestamp));
     if (kind == Kind::Effects)
@@ -88,8 +88,7 @@ int listElements(const Options& options)
     Table table(titles(list.kind));
     for (const Element& element : list.elements)
         table.add(row(list.kind, element));
-    for (const QString& line : table.lines())
-        printLine(line);
+    printLines(table.lines());
     return 0;
 }
 } // namespace Console

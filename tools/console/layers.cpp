@@ -1,4 +1,4 @@
-// The command "layers": what the layers of a server are playing, as long as it goes on telling.
+// The command "layers": shows the layer status of a server continuously.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_lsta.h>
 
@@ -15,9 +15,9 @@ namespace Console {
 namespace {
 using LayerStatus = CITP::Msg_MSEX_LSTA::LayerStatus;
 
-// A terminal is redrawn so often at most; elsewhere a table comes once a second, so that a file stays readable.
-constexpr int TerminalMs = 100;
-constexpr int PlainMs = 1000;
+// Shortest interval between two tables, on a terminal and in a file.
+constexpr int TerminalIntervalMs = 100;
+constexpr int FileIntervalMs = 1000;
 
 QString flagsText(unsigned int flags)
 {
@@ -62,7 +62,7 @@ public:
         QObject::connect(CITP::citp_stack::Get(), &CITP::citp_stack::layerStatus, &m_scope,
                          [this](const QString& key, const CITP::Msg_MSEX_LSTA& status) {
                              if (key == m_session.key())
-                                 take(status);
+                                 handleStatus(status);
                          });
     }
 
@@ -75,7 +75,7 @@ public:
         };
         while (!isOver()) {
             const int count = m_count;
-            m_session.await(
+            m_session.waitFor(
                 "its layer status", [&] { return m_count != count || isOver(); }, [this] { return remark(); });
             showLatest();
         }
@@ -85,11 +85,11 @@ private:
     QString remark() const
     {
         if (m_session.msexMinor() == 1)
-            return "(it speaks MSEX 1.1, whose layer status the library does not take)";
+            return "(it uses MSEX 1.1, whose layer status the library does not accept)";
         return m_count > 0 ? QString("(it had sent %1 before)").arg(m_count) : QString();
     }
 
-    void take(const CITP::Msg_MSEX_LSTA& status)
+    void handleStatus(const CITP::Msg_MSEX_LSTA& status)
     {
         ++m_count;
         if (m_options.json)
@@ -100,8 +100,8 @@ private:
 
     void showLatest()
     {
-        if (!m_latest ||
-            (m_sinceDrawn.isValid() && m_sinceDrawn.elapsed() < (m_table.isTerminal() ? TerminalMs : PlainMs)))
+        if (!m_latest || (m_sinceDrawn.isValid() &&
+                          m_sinceDrawn.elapsed() < (m_table.isTerminal() ? TerminalIntervalMs : FileIntervalMs)))
             return;
         m_table.draw(QStringList{QString("%1  %2").arg(timeOfDay(), m_session.name())} + tableOf(*m_latest));
         m_latest.reset();
@@ -114,7 +114,7 @@ private:
     std::optional<CITP::Msg_MSEX_LSTA> m_latest;
     QElapsedTimer m_sinceDrawn;
     int m_count = 0;
-    QObject m_scope; ///< last, so that nothing is taken any more once members go
+    QObject m_scope; ///< last, so that it disconnects the signals before other members are destroyed
 };
 } // namespace
 
@@ -123,7 +123,7 @@ int showLayers(const Options& options)
     try {
         Layers(options).run();
     } catch (const Interrupted&) {
-        // How a live table is meant to end.
+        // Ctrl-C is the normal end of this command.
     }
     return 0;
 }

@@ -1,4 +1,4 @@
-// The command "libraries": the element libraries of a server, sub-libraries below their parents.
+// The command "libraries": lists the element libraries of a server, sub-libraries below their parents.
 // SPDX-License-Identifier: Apache-2.0
 #include "catalogue.h"
 #include "commands.h"
@@ -42,8 +42,7 @@ int listLibraries(const Options& options)
                    QString::number(info.ElementCount), QString::number(info.SubLibraryCount),
                    QString::number(info.SerialNumber), QString("  ").repeated(library.depth) + info.Name});
     }
-    for (const QString& line : table.lines())
-        printLine(line);
+    printLines(table.lines());
     return 0;
 }
 } // namespace Console

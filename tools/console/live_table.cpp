@@ -1,4 +1,4 @@
-// Redrawing on a terminal.
+// Clipping and redrawing of live tables.
 // SPDX-License-Identifier: Apache-2.0
 #include "live_table.h"
 
@@ -17,12 +17,11 @@ void LiveTable::draw(const QStringList& lines)
     const QStringList shown = clipped(lines);
     if (m_isTerminal && m_lines > 0)
         std::printf("\x1b[%dA\x1b[J", m_lines);
-    for (const QString& line : shown)
-        printLine(line);
+    printLines(shown);
     m_lines = static_cast<int>(shown.size());
 }
 
-// What wraps or scrolls could not be drawn over.
+// Lines that wrap or scroll cannot be drawn over.
 QStringList LiveTable::clipped(const QStringList& lines) const
 {
     winsize window{};

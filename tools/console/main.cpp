@@ -1,5 +1,5 @@
-// The program citp-console: reads the command line, prepares log and adapter, and runs the command until it has ended
-// or a signal ends it.
+// The program citp-console: reads the command line, configures the log and the adapter, and runs the command until it
+// returns or a signal arrives.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_log.h>
 #include <sys/signalfd.h>
@@ -14,76 +14,63 @@
 #include <thread>
 
 #include "adapters.h"
-#include "options.h"
+#include "commands.h"
 #include "printing.h"
 #include "session.h"
 
 using namespace Console;
 
 namespace {
-constexpr int Failed = 1;
-constexpr int WrongUse = 2;
-
-sigset_t endingSignals()
+// A signalfd lets the event loop handle SIGINT and SIGTERM like any other event. The signals must be blocked before any
+// thread starts, because threads inherit the signal mask.
+int openSignalDescriptor()
 {
-    sigset_t ending;
-    sigemptyset(&ending);
-    sigaddset(&ending, SIGINT);
-    sigaddset(&ending, SIGTERM);
-    return ending;
+    const sigset_t signals = terminationSignals();
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-// SIGINT and SIGTERM arrive as bytes to read, so that ending runs like any other event. Blocked before any thread
-// starts, because each thread inherits the mask.
-int openSignals()
+int reportUsageError(const QString& text)
 {
-    const sigset_t ending = endingSignals();
-    sigprocmask(SIG_BLOCK, &ending, nullptr);
-    return signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
+    warn(text);
+    return ExitUsageError;
 }
 
-int refuse(const QString& text)
+// By default, the library's log lines that repeat the program's own output are suppressed.
+QString configureLog(const QString& masks)
 {
-    complain(text);
-    return WrongUse;
-}
-
-// Without a wish of the user's, the lines of the library that only repeat what the program prints stay away.
-QString prepareLog(const QString& masks)
-{
-    printLogOnStandardError();
+    installLogHandler();
     if (qEnvironmentVariableIsEmpty("OS_LOG_MASKS"))
         Os::Log::SetMask("CITP.*", Os::Log::Warning | Os::Log::Failure | Os::Log::Critical);
     const std::string problem = masks.isEmpty() ? std::string() : Os::Log::SetMasks(masks.toStdString());
     if (problem.empty())
         return {};
     return QString("--log: %1; give entries such as CITP.*=31 or CITP.Stack.Traffic=1 with commas between them")
-        .arg(harmless(QString::fromStdString(problem)));
+        .arg(escapeControls(QString::fromStdString(problem)));
 }
 
-// What runs outside of the event loop, such as printing into a pipe that nobody reads, takes no notice of the first
-// signal, so one that comes later ends the program on the spot. What comes right behind the first is no second wish:
-// timeout(1), for one, sends everything twice.
-void endOnTheSpotIfAskedAgain(int signalDescriptor)
+// Code that blocks outside the event loop, such as a write to a full pipe, does not see the first signal. A second
+// signal therefore terminates the process immediately. Signals within one second of the first are ignored, because
+// timeout(1), for example, sends each signal twice.
+void terminateOnNextSignal(int signalDescriptor)
 {
     std::thread([signalDescriptor] {
         std::this_thread::sleep_for(std::chrono::seconds(1));
-        signalfd_siginfo known{};
-        while (read(signalDescriptor, &known, sizeof known) > 0) {
+        signalfd_siginfo ignored{};
+        while (read(signalDescriptor, &ignored, sizeof ignored) > 0) {
         }
-        const sigset_t ending = endingSignals();
-        pthread_sigmask(SIG_UNBLOCK, &ending, nullptr);
+        const sigset_t signals = terminationSignals();
+        pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
         for (;;)
             pause();
     }).detach();
 }
 
-// Once; the rest of the way to the end is the same as for any other end.
-void endOnSignal(QSocketNotifier& notifier)
+void quitOnSignal(QSocketNotifier& notifier)
 {
     QObject::connect(&notifier, &QSocketNotifier::activated, &notifier, [&notifier] {
         notifier.setEnabled(false);
-        endOnTheSpotIfAskedAgain(static_cast<int>(notifier.socket()));
+        terminateOnNextSignal(static_cast<int>(notifier.socket()));
         interruptSessions();
         QCoreApplication::exit(0);
     });
@@ -91,46 +78,46 @@ void endOnSignal(QSocketNotifier& notifier)
 
 int run(const CommandLine& line)
 {
-    QString problem = prepareLog(line.options.log);
+    QString problem = configureLog(line.options.log);
     if (problem.isEmpty() && !line.options.adapter.isEmpty())
         problem = chooseAdapter(line.options.adapter);
     if (!problem.isEmpty())
-        return refuse(problem);
+        return reportUsageError(problem);
     try {
         return line.run(line.options);
     } catch (const Failure& failure) {
-        complain(failure.text);
+        warn(failure.text);
     } catch (const Interrupted&) {
-        complain("interrupted");
+        warn("interrupted");
     }
-    return Failed;
+    return ExitFailure;
 }
 
-// Lines that could not be written are known of only here; nobody may take the rest for the whole.
-int unlessCutShort(int status)
+// Sets the exit status on write errors, so that truncated output is not mistaken for complete output.
+int flushOutput(int status)
 {
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
         return status;
-    complain("what it printed could not all be written; is the disk full?");
-    return Failed;
+    warn("not all output could be written; is the disk full?");
+    return ExitFailure;
 }
 
-// Setting up, Qt looks for the folder of a desktop session and warns when there is none, as on a headless machine.
-void onlyWhatEndsUs(QtMsgType type, const QMessageLogContext&, const QString& text)
+// During startup, Qt warns if the runtime directory of a desktop session is missing, as on a headless machine.
+void printFatalOnly(QtMsgType type, const QMessageLogContext&, const QString& text)
 {
     if (type == QtFatalMsg)
-        complain(harmless(text));
+        warn(escapeControls(text));
 }
 
-// Drawing text takes Qt's fonts, and those an application with a screen, if only a thought one.
-std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv, bool drawsText)
+// Qt can draw text only in a QGuiApplication. The "offscreen" platform needs no display.
+std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv, bool needsGui)
 {
-    if (!drawsText)
+    if (!needsGui)
         return std::make_unique<QCoreApplication>(argc, argv);
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    const QtMessageHandler before = qInstallMessageHandler(onlyWhatEndsUs);
+    const QtMessageHandler previous = qInstallMessageHandler(printFatalOnly);
     auto application = std::make_unique<QGuiApplication>(argc, argv);
-    qInstallMessageHandler(before);
+    qInstallMessageHandler(previous);
     return application;
 }
 
@@ -143,20 +130,20 @@ CommandLine parse(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    const int signalDescriptor = openSignals();
+    const int signalDescriptor = openSignalDescriptor();
     const CommandLine line = parse(argc, argv);
     switch (line.action) {
-        case CommandLine::Action::WrongUse:
-            return refuse(line.text + "; --help explains everything");
+        case CommandLine::Action::UsageError:
+            return reportUsageError(line.text + "; see --help");
         case CommandLine::Action::Help:
         case CommandLine::Action::Version:
             std::fputs(line.text.toUtf8().constData(), stdout);
-            return unlessCutShort(0);
+            return flushOutput(0);
         case CommandLine::Action::Run:
             break;
     }
-    const std::unique_ptr<QCoreApplication> application = makeApplication(argc, argv, line.drawsText);
-    QSocketNotifier ending(signalDescriptor, QSocketNotifier::Read);
-    endOnSignal(ending);
-    return unlessCutShort(run(line));
+    const std::unique_ptr<QCoreApplication> application = makeApplication(argc, argv, line.needsGui);
+    QSocketNotifier signalNotifier(signalDescriptor, QSocketNotifier::Read);
+    quitOnSignal(signalNotifier);
+    return flushOutput(run(line));
 }

@@ -1,4 +1,4 @@
-// The command line: commands, their options, and the checks of their values.
+// Parsing of the command line: commands, options and the validation of their values.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -9,38 +9,38 @@
 namespace Console {
 struct Options
 {
-    QString adapter; ///< empty: left to the system library
+    QString adapter; ///< empty: chosen by the system library
     bool json = false;
-    int seconds = 0; ///< 0: until it is stopped
-    QString log;     ///< masks for Os::Log::SetMasks(); empty: failures only
+    int seconds = 0; ///< 0: default of the command
+    QString log;     ///< masks for Os::Log::SetMasks(); empty: default
 
     QString server;        ///< key or part of a name
-    QString library;       ///< one number, or four with commas; empty: all libraries
+    QString library;       ///< one number, or four separated by commas; empty: all libraries
     int type = 1;          ///< MSEX library type, 1 to 255
-    int timeoutMs = 10000; ///< the longest wait for any one thing
+    int timeoutMs = 10000; ///< timeout of each single wait
     int intervalMs = 2000; ///< between two tables
     QString to;            ///< folder
-    QString format;        ///< as the requests take it: "JPEG", "PNG" or "RGB8"
+    QString format;        ///< as in the requests: "JPEG", "PNG" or "RGB8"
     QSize size;            ///< pixels
 
     QString file;         ///< capture file to read
-    bool summary = false; ///< counts instead of messages
+    bool summary = false; ///< print counts instead of messages
     QString write;        ///< capture file to write
-    int count = 0;        ///< packets; 0: left to the command
+    int count = 0;        ///< packets; 0: default of the command
 };
 
-/// What a command line asks for.
+/// A parsed command line.
 struct CommandLine
 {
-    enum class Action { Help, Version, WrongUse, Run };
-    Action action = Action::WrongUse;
+    enum class Action { Help, Version, UsageError, Run };
+    Action action = Action::UsageError;
     int (*run)(const Options&) = nullptr; ///< the command, see commands.h
-    bool drawsText = false;               ///< it needs a QGuiApplication
-    QString text;                         ///< the help, the version, or one line that names the problem and what to do
+    bool needsGui = false;                ///< the command requires a QGuiApplication
+    QString text;                         ///< help text, version, or error message of one line
     Options options;
 };
 
-/// Reads the command line, the program's name first. Needs a QCoreApplication. Values that depend on the machine
-/// (adapter) or on the library (log) are not judged here.
+/// Parses the command line, which starts with the program's name. Requires a QCoreApplication. Options::adapter and
+/// Options::log are not validated here, because that requires the network adapters and the library.
 CommandLine readCommandLine(const QStringList& arguments);
 } // namespace Console

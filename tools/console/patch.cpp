@@ -1,4 +1,4 @@
-// The command "patch": the fixtures that a server tells.
+// The command "patch": lists the fixture patch of a server.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_fptc.h>
 
@@ -9,7 +9,7 @@
 
 namespace Console {
 namespace {
-// No message ends the patch: it is over when none has come for this long.
+// The protocol has no end-of-patch message. The patch is complete when no fixture has arrived for this long.
 constexpr int QuietMs = 1000;
 
 using Fixtures = QMap<int, CITP::Msg_FPTC_PTCH>;
@@ -27,11 +27,11 @@ Fixtures fetchFixtures(Session& session)
                          sinceLast.start();
                      });
     session.send(CITP::Msg_FPTC_SPTC(nullptr));
-    session.await(
+    session.waitFor(
         "any fixture", [&] { return sinceLast.isValid(); }, [] { return QString("(is its patch empty?)"); });
-    if (!session.pump([&] { return sinceLast.elapsed() >= QuietMs; }, session.limitMs() + QuietMs))
-        throw Failure{QString("%1 is still sending its patch after %2 s; --timeout allows more time")
-                          .arg(session.name(), QString::number(session.limitMs() / 1000.0))};
+    if (!session.waitUntil([&] { return sinceLast.elapsed() >= QuietMs; }, session.timeoutMs() + QuietMs))
+        throw Failure{QString("%1 is still sending its patch after %2; --timeout allows more time")
+                          .arg(session.name(), secondsText(session.timeoutMs()))};
     return fixtures;
 }
 
@@ -49,8 +49,6 @@ void printAsJson(const QString& server, const CITP::Msg_FPTC_PTCH& fixture)
 
 int listPatch(const Options& options)
 {
-    // Left to the application by the library; without it no fixture reaches this thread.
-    qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH");
     Session session(options);
     const Fixtures fixtures = fetchFixtures(session);
     if (options.json) {
@@ -65,8 +63,7 @@ int listPatch(const Options& options)
                    QString::number(fixture.Channel), QString::number(fixture.ChannelCount), fixture.FixtureMake,
                    fixture.FixtureName});
     }
-    for (const QString& line : table.lines())
-        printLine(line);
+    printLines(table.lines());
     return 0;
 }
 } // namespace Console

@@ -1,4 +1,4 @@
-// Decoding of thumbnails and making of file names.
+// Decoding of thumbnails and generation of file names.
 // SPDX-License-Identifier: Apache-2.0
 #include "pictures.h"
 
@@ -7,9 +7,9 @@
 
 namespace Console {
 namespace {
-// No thumbnail is bigger; 65535 bytes can announce a picture that would fill the memory.
-constexpr int LongestSide = 4096;
-constexpr int LongestName = 80;
+// Pictures with a longer side are rejected before decoding: a few bytes can claim a size that exhausts the memory.
+constexpr int MaxSide = 4096;
+constexpr int MaxNameBytes = 80;
 
 Picture unusable(const QString& problem)
 {
@@ -24,15 +24,17 @@ Picture fromRgb8(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
     const int height = answer.ThumbnailHeight;
     const auto bytes = qint64(width) * height * 3;
     if (bytes == 0 || answer.ThumbnailBuffer.size() != bytes)
-        return unusable(
-            QString("%1 bytes are no RGB8 picture of %2x%3").arg(answer.ThumbnailBuffer.size()).arg(width).arg(height));
+        return unusable(QString("%1 bytes are not an RGB8 picture of %2x%3")
+                            .arg(answer.ThumbnailBuffer.size())
+                            .arg(width)
+                            .arg(height));
     const int rowBytes = width * 3;
     const QImage image(reinterpret_cast<const uchar*>(answer.ThumbnailBuffer.constData()), width, height, rowBytes,
                        QImage::Format_RGB888);
     QBuffer buffer;
     buffer.open(QIODevice::WriteOnly);
     if (!image.save(&buffer, "png"))
-        return unusable("could not be made a PNG picture");
+        return unusable("could not be converted to PNG");
     return {{}, buffer.data(), "png", "RGB8", image.size()};
 }
 
@@ -44,15 +46,15 @@ Picture fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const 
     QImageReader reader(&buffer, format);
     reader.setDecideFormatFromContent(false);
     const QSize size = reader.size();
-    if (size.width() > LongestSide || size.height() > LongestSide)
-        return unusable(QString("%1x%2 is no size for a thumbnail").arg(size.width()).arg(size.height()));
+    if (size.width() > MaxSide || size.height() > MaxSide)
+        return unusable(QString("%1x%2 pixels are too large for a thumbnail").arg(size.width()).arg(size.height()));
     const QImage image = reader.read();
     if (image.isNull())
-        return unusable(QString("%1 bytes are no %2 picture").arg(bytes.size()).arg(QString(format).toUpper()));
+        return unusable(QString("%1 bytes are not a %2 picture").arg(bytes.size()).arg(QString(format).toUpper()));
     return {{}, bytes, extension, QString(format).toUpper(), image.size()};
 }
 
-bool isKept(uint codePoint)
+bool isAllowed(uint codePoint)
 {
     return QChar::isLetterOrNumber(codePoint) || QChar::isMark(codePoint) ||
            (codePoint < 0x80 && QByteArray("-+,()._").contains(static_cast<char>(codePoint)));
@@ -78,9 +80,9 @@ QString fileNamePart(const QString& name)
     int bytes = 0;
     for (const uint codePoint : name.normalized(QString::NormalizationForm_C).toUcs4()) {
         const QString character =
-            isKept(codePoint) ? QString::fromUcs4(reinterpret_cast<const char32_t*>(&codePoint), 1) : QString("_");
+            isAllowed(codePoint) ? QString::fromUcs4(reinterpret_cast<const char32_t*>(&codePoint), 1) : QString("_");
         bytes += static_cast<int>(character.toUtf8().size());
-        if (bytes > LongestName)
+        if (bytes > MaxNameBytes)
             break;
         part += character;
     }

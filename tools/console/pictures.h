@@ -1,4 +1,4 @@
-// From thumbnail answers to picture files: checking, decoding, and names that are safe as file names.
+// Conversion of thumbnail answers to picture files: checks and decodes the picture and makes a safe file name.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -9,25 +9,25 @@
 #include <QString>
 
 namespace Console {
-/// What a thumbnail answer brought.
+/// The picture of a thumbnail answer.
 struct Picture
 {
-    QString problem;   ///< empty, or what is wrong with it in a few words; then the rest is empty
-    QByteArray file;   ///< the file's content: as received, or PNG made of RGB8
+    QString problem;   ///< error text, in which case the other fields are empty; empty on success
+    QByteArray file;   ///< content of the file: as received, or RGB8 converted to PNG
     QString extension; ///< "jpg" or "png"
     QString format;    ///< as received: "JPEG", "PNG" or "RGB8"
     QSize size;        ///< of the decoded picture, in pixels
 };
 
-/// Checks and decodes @p answer. Nothing that it holds can make this throw, nor take more memory than a decoded
-/// picture of 4096x4096 pixels does, which is 128 MiB.
+/// Checks and decodes @p answer. Does not throw, whatever the answer contains, and needs no more memory than a decoded
+/// picture of 4096x4096 pixels, which is 128 MiB.
 Picture toPicture(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer);
 
-/// @p name as a part of a file name on any system: letters, digits, marks and a few signs are kept, everything else
-/// becomes "_"; at most 80 bytes of UTF-8. May be empty.
+/// Converts @p name to a part of a file name that is valid on all systems: letters, digits, marks and "-+,()._" are
+/// kept, other characters are replaced by "_", and the result is cut to 80 bytes of UTF-8. May be empty.
 QString fileNamePart(const QString& name);
 
-/// The name of an element's file, e.g. "1.2.0.0-007-Blue_gradient.jpg": sorts as the server does and cannot be that of
-/// another element.
+/// The file name of an element, e.g. "1.2.0.0-007-Blue_gradient.jpg". It is unique among the elements of a server, and
+/// the files sort in the server's order.
 QString fileName(const QString& library, int element, const QString& name, const QString& extension);
 } // namespace Console

@@ -1,4 +1,4 @@
-// Escaping, line output and the log's way to standard error.
+// Escaping, line output and the log handler.
 // SPDX-License-Identifier: Apache-2.0
 #include "printing.h"
 
@@ -9,13 +9,13 @@
 
 namespace Console {
 namespace {
-// JSON escapes the same way, so one form serves plain text and JSON.
-QString escaped(QChar unit)
+// The same form as in JSON, so that it can be used in text and in JSON.
+QString escape(QChar unit)
 {
     return QString("\\u%1").arg(static_cast<uint>(unit.unicode()), 4, 16, QLatin1Char('0'));
 }
 
-bool isHarmful(uint codePoint)
+bool needsEscape(uint codePoint)
 {
     switch (QChar::category(codePoint)) {
         case QChar::Other_Control:
@@ -29,25 +29,7 @@ bool isHarmful(uint codePoint)
     }
 }
 
-QString withoutControls(const QString& text, bool keepLineFeeds)
-{
-    QString out;
-    out.reserve(text.size());
-    for (int i = 0; i < text.size(); ++i) {
-        const QChar unit = text.at(i);
-        const bool isPair = unit.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate();
-        const uint codePoint = isPair ? QChar::surrogateToUcs4(unit, text.at(i + 1)) : unit.unicode();
-        const bool isHarmless = !isHarmful(codePoint) || (keepLineFeeds && unit == QLatin1Char('\n'));
-        out += isHarmless ? QString(unit) : escaped(unit);
-        if (isPair) {
-            ++i;
-            out += isHarmless ? QString(text.at(i)) : escaped(text.at(i));
-        }
-    }
-    return out;
-}
-
-// One call for the whole line: lines of several threads then never mix.
+// Writes the line with a single call, so that lines of several threads do not mix.
 void write(std::FILE* file, const QString& line)
 {
     const QByteArray bytes = line.toUtf8() + '\n';
@@ -55,16 +37,29 @@ void write(std::FILE* file, const QString& line)
     std::fflush(file);
 }
 
-// Traffic lines hold dumps of several lines; their line feeds are the library's own.
+// The dumps in traffic log lines contain line feeds of the library, which are kept.
 void logToStandardError(QtMsgType, const QMessageLogContext& context, const QString& text)
 {
-    write(stderr, QString("%1 %2: %3").arg(timeOfDay(), QString(context.category), withoutControls(text, true)));
+    write(stderr, QString("%1 %2: %3").arg(timeOfDay(), QString(context.category), escapeControls(text, true)));
 }
 } // namespace
 
-QString harmless(const QString& text)
+QString escapeControls(const QString& text, bool keepLineFeeds)
 {
-    return withoutControls(text, false);
+    QString out;
+    out.reserve(text.size());
+    for (int i = 0; i < text.size(); ++i) {
+        const QChar unit = text.at(i);
+        const bool isPair = unit.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate();
+        const uint codePoint = isPair ? QChar::surrogateToUcs4(unit, text.at(i + 1)) : unit.unicode();
+        const bool isKept = !needsEscape(codePoint) || (keepLineFeeds && unit == QLatin1Char('\n'));
+        out += isKept ? QString(unit) : escape(unit);
+        if (isPair) {
+            ++i;
+            out += isKept ? QString(text.at(i)) : escape(text.at(i));
+        }
+    }
+    return out;
 }
 
 void printLine(const QString& line)
@@ -72,14 +67,25 @@ void printLine(const QString& line)
     write(stdout, line);
 }
 
-void printJson(const QJsonObject& object)
+void printLines(const QStringList& lines)
 {
-    write(stdout, harmless(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact))));
+    for (const QString& line : lines)
+        printLine(line);
 }
 
-void complain(const QString& line)
+void printJson(const QJsonObject& object)
+{
+    write(stdout, escapeControls(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact))));
+}
+
+void warn(const QString& line)
 {
     write(stderr, "citp-console: " + line);
+}
+
+QString secondsText(qint64 milliseconds)
+{
+    return QString("%1 s").arg(static_cast<double>(milliseconds) / 1000.0);
 }
 
 QString timeOfDay()
@@ -93,7 +99,7 @@ QString isoTime()
     return now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODateWithMs);
 }
 
-void printLogOnStandardError()
+void installLogHandler()
 {
     qInstallMessageHandler(logToStandardError);
 }

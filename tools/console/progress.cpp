@@ -1,4 +1,4 @@
-// The progress bar and its plain lines.
+// The progress bar and the lines for output to a file.
 // SPDX-License-Identifier: Apache-2.0
 #include "progress.h"
 
@@ -9,8 +9,8 @@
 namespace Console {
 namespace {
 constexpr int BarWidth = 30;
-constexpr int TerminalMs = 100;
-constexpr int PlainMs = 2000;
+constexpr int TerminalIntervalMs = 100;
+constexpr int FileIntervalMs = 2000;
 
 QString duration(qint64 milliseconds)
 {
@@ -48,7 +48,8 @@ QString Progress::numbers(int done) const
 
 void Progress::show(int done)
 {
-    const bool isDue = !m_sinceShown.isValid() || m_sinceShown.elapsed() >= (m_isTerminal ? TerminalMs : PlainMs);
+    const bool isDue =
+        !m_sinceShown.isValid() || m_sinceShown.elapsed() >= (m_isTerminal ? TerminalIntervalMs : FileIntervalMs);
     if (done == m_shown || !(isDue || done == m_total))
         return;
     m_shown = done;

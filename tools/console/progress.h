@@ -1,4 +1,4 @@
-// Progress: how far a long command has come, on standard error.
+// Progress: progress display on standard error.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -6,19 +6,19 @@
 #include <QString>
 
 namespace Console {
-/// On a terminal a bar that is redrawn in place, elsewhere a plain line every two seconds and one at the end; either
-/// with count, rate and time left.
+/// Shows count, rate and remaining time. On a terminal it redraws a progress bar in place, otherwise it prints a line
+/// every two seconds and at the end.
 class Progress
 {
 public:
-    /// @param total how many there are to do
+    /// @param total number of items
     explicit Progress(int total);
-    /// Ends the bar's line.
+    /// Ends the line of the bar.
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// @param done how many are done now, failed ones included
+    /// @param done number of completed items, including failed ones
     void show(int done);
 
 private:

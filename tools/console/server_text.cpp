@@ -1,4 +1,4 @@
-// Reads a server's description from the stack and words it.
+// Reads the description of a server from the stack and formats it.
 // SPDX-License-Identifier: Apache-2.0
 #include "server_text.h"
 
@@ -36,13 +36,13 @@ ServerText describe(const CITP::citp_stack::SERV_ID& key)
 
 QString toText(const ServerText& server, bool brief)
 {
-    QString text = harmless(server.key);
+    QString text = escapeControls(server.key);
     if (!server.isKnown)
-        return text + "  (gone again before it could be asked about)";
-    text += QString("  \"%1\"").arg(harmless(server.name));
+        return text + "  (went down before it could be queried)";
+    text += QString("  \"%1\"").arg(escapeControls(server.name));
     if (brief)
         return text;
-    const QString product = server.product.isEmpty() ? QString("product unknown") : harmless(server.product);
+    const QString product = server.product.isEmpty() ? QString("product unknown") : escapeControls(server.product);
     return text + QString("  %1 %2  MSEX 1.%3  %4 %5")
                       .arg(product, server.productVersion, QString::number(server.msexMinor),
                            QString::number(server.layers), server.layers == 1 ? "layer" : "layers");
@@ -65,7 +65,7 @@ QStringList matching(const QMap<QString, ServerText>& servers, const QString& wa
 {
     if (servers.contains(wanted))
         return {wanted};
-    // A name is free to choose: one that holds the key of another server must not stand in for it.
+    // A server can choose any name. A name that contains another server's key must not match instead of that server.
     if (looksLikeKey(wanted))
         return {};
     QStringList exact;

@@ -1,4 +1,4 @@
-// What an announced server is, in words and in JSON.
+// Description of a media server as text and JSON, and matching by key or name.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -9,25 +9,26 @@
 #include <QStringList>
 
 namespace Console {
-/// What is known of a server; taken when it comes up, so that it can still be named when it is gone.
+/// Description of a server, stored when it comes up, so that it can still be printed after it went down.
 struct ServerText
 {
     QString key;
     QString name;
     QString product;
     QString productVersion;
-    quint8 msexMinor = 0; ///< the MSEX version that it is taken to speak is 1. and this
+    quint8 msexMinor = 0; ///< minor version of the MSEX version 1.x used with the server
     int layers = 0;
-    bool isKnown = false; ///< false if it was gone before it could be asked about; then only #key is filled
+    bool isKnown = false; ///< false if the server went down before it could be queried; then only #key is set
 };
 
-/// Asks the stack about @p key.
+/// Queries the stack about the server @p key.
 ServerText describe(const CITP::citp_stack::SERV_ID& key);
-/// For people, harmless to a terminal: everything, or (@p brief) key and name alone.
+/// The description as text with control characters escaped. If @p brief, only key and name.
 QString toText(const ServerText& server, bool brief = false);
 QJsonObject toJson(const ServerText& server);
 
-/// The keys of those of @p servers, which stand under their keys, that @p wanted means: the one with that key; else,
-/// unless it looks like a key, all that are called exactly that; else all that have the text in their names.
+/// The keys of the servers that match @p wanted: the server with that key; otherwise all servers with exactly that
+/// name; otherwise all servers whose names contain the text. A text in the form of a key is never matched with names.
+/// @param servers by key
 QStringList matching(const QMap<QString, ServerText>& servers, const QString& wanted);
 } // namespace Console

@@ -1,6 +1,8 @@
-// Finding the server and waiting for it.
+// Finding a server by key or name, and waiting with the event loop.
 // SPDX-License-Identifier: Apache-2.0
 #include "session.h"
+
+#include <citp/citp_msg_fptc.h>
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -10,16 +12,9 @@
 
 namespace Console {
 namespace {
-// Servers announce themselves about once a second: after that long a second one of the same name would have shown.
-constexpr int SettleMs = 1500;
-constexpr int HeartbeatMs = 50;
+constexpr int WakeUpMs = 50;
 
 bool isInterrupted = false;
-
-QString seconds(int milliseconds)
-{
-    return QString("%1 s").arg(milliseconds / 1000.0);
-}
 
 QString listed(const QMap<QString, ServerText>& servers, const QStringList& keys)
 {
@@ -30,15 +25,24 @@ QString listed(const QMap<QString, ServerText>& servers, const QStringList& keys
 }
 } // namespace
 
+sigset_t terminationSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
 void interruptSessions()
 {
     isInterrupted = true;
 }
 
-bool pumpUntil(const std::function<bool()>& isDone, int milliseconds)
+bool processEventsUntil(const std::function<bool()>& isDone, int milliseconds)
 {
-    QTimer heartbeat; // wakes the event loop, so that time limits are seen
-    heartbeat.start(HeartbeatMs);
+    QTimer wakeUp; // makes processEvents() return regularly, so that the timeout is checked
+    wakeUp.start(WakeUpMs);
     QElapsedTimer timer;
     timer.start();
     while (!isDone()) {
@@ -51,8 +55,11 @@ bool pumpUntil(const std::function<bool()>& isDone, int milliseconds)
     return true;
 }
 
-Session::Session(const Options& options) : m_limitMs(options.timeoutMs)
+Session::Session(const Options& options) : m_timeoutMs(options.timeoutMs)
 {
+    // The library leaves the registration of this type to the application. Without it, queued signals with fixtures are
+    // not delivered.
+    qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH");
     CITP::citp_stack* const stack = CITP::citp_stack::Get();
     connect(stack, &CITP::citp_stack::serverUp, this,
             [this](const QString& key) { m_servers.insert(key, describe(key)); });
@@ -61,7 +68,7 @@ Session::Session(const Options& options) : m_limitMs(options.timeoutMs)
         m_isDown = m_isDown || key == m_server.key;
     });
     stack->setEnabled(true);
-    // An earlier session may have brought it up.
+    // An earlier session may already have connected to servers.
     for (const QString& key : stack->getServers())
         m_servers.insert(key, describe(key));
     find(options.server);
@@ -75,10 +82,10 @@ QString Session::name() const
 void Session::send(const CITP::Msg_Header& request)
 {
     if (!CITP::citp_stack::Get()->sendMsg(key(), request))
-        throw Failure{name() + " could not be asked: it is gone or the request is not possible"};
+        throw Failure{name() + " did not accept a request: it is down or the request is invalid"};
 }
 
-bool Session::pump(const std::function<bool()>& isDone, int milliseconds)
+bool Session::waitUntil(const std::function<bool()>& isDone, int milliseconds)
 {
     const auto isOver = [&] {
         if (isDone())
@@ -87,36 +94,37 @@ bool Session::pump(const std::function<bool()>& isDone, int milliseconds)
             throw Failure{name() + " went down"};
         return false;
     };
-    return pumpUntil(isOver, milliseconds);
+    return processEventsUntil(isOver, milliseconds);
 }
 
-void Session::await(const QString& what, const std::function<bool()>& isDone, const std::function<QString()>& remark)
+void Session::waitFor(const QString& what, const std::function<bool()>& isDone, const std::function<QString()>& remark)
 {
-    if (!pump(isDone, m_limitMs)) {
+    if (!waitUntil(isDone, m_timeoutMs)) {
         const QString more = remark ? remark() : QString();
         throw Failure{QString("%1 did not send %2 within %3%4; --timeout allows more time")
-                          .arg(name(), what, seconds(m_limitMs), more.isEmpty() ? QString() : ' ' + more)};
+                          .arg(name(), what, secondsText(m_timeoutMs), more.isEmpty() ? QString() : ' ' + more)};
     }
 }
 
 void Session::find(const QString& wanted)
 {
-    const int searchMs = qMax(m_limitMs, ShortestSearchMs);
-    if (!pump([&] { return !matching(m_servers, wanted).isEmpty(); }, searchMs)) {
-        const QString heard = m_servers.isEmpty() ? QString(
-                                                        "no server at all was heard; 'citp-console watch' says "
-                                                        "what to look at")
-                                                  : "heard were: " + listed(m_servers, m_servers.keys());
-        throw Failure{QString("no server '%1' within %2 on adapter %3; %4")
-                          .arg(harmless(wanted), seconds(searchMs), nameAndAddress(ArtNet::Adapter::Get()), heard)};
+    const int searchMs = qMax(m_timeoutMs, MinSearchMs);
+    if (!waitUntil([&] { return !matching(m_servers, wanted).isEmpty(); }, searchMs)) {
+        const QString found = m_servers.isEmpty() ? QString(
+                                                        "no server was found; run 'citp-console doctor' to find "
+                                                        "the cause")
+                                                  : "found: " + listed(m_servers, m_servers.keys());
+        throw Failure{
+            QString("no server '%1' within %2 on adapter %3; %4")
+                .arg(escapeControls(wanted), secondsText(searchMs), nameAndAddress(ArtNet::Adapter::Get()), found)};
     }
-    pump([&] { return m_servers.contains(wanted); }, SettleMs);
+    waitUntil([&] { return m_servers.contains(wanted); }, SettleMs);
     const QStringList keys = matching(m_servers, wanted);
     if (keys.isEmpty())
-        throw Failure{QString("server '%1' went down").arg(harmless(wanted))};
+        throw Failure{QString("server '%1' went down").arg(escapeControls(wanted))};
     if (keys.size() > 1)
-        throw Failure{QString("'%1' is part of several names; give more of it, or the key: %2")
-                          .arg(harmless(wanted), listed(m_servers, keys))};
+        throw Failure{QString("'%1' matches several servers; give the full name or the key: %2")
+                          .arg(escapeControls(wanted), listed(m_servers, keys))};
     m_server = m_servers.value(keys.constFirst());
 }
 } // namespace Console

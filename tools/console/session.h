@@ -1,9 +1,10 @@
-// Session: one media server, found by key or name, and bounded waiting for what it says.
+// Session: one media server, found by key or name, and waiting with a timeout for its messages.
 //
-// Commands run straight through on the main thread. While they wait, the event loop delivers the stack's signals, so
-// what a connected function stores is there when the wait ends.
-// SPDX-License-Identifier: Apache-2.0
+// Commands run sequentially on the main thread. While a command waits, the event loop delivers the stack's signals to
+// the connected functions, which store the results that the command waits for. SPDX-License-Identifier: Apache-2.0
 #pragma once
+
+#include <csignal>
 
 #include <QElapsedTimer>
 #include <QMap>
@@ -14,65 +15,71 @@
 #include "server_text.h"
 
 namespace Console {
-/// What kept a command from being done; one line for people, made harmless.
+/// Exception: a command failed.
 struct Failure
 {
-    QString text;
+    QString text; ///< one line, with control characters escaped
 };
 
-/// The user has asked for the end (Ctrl-C).
+/// Exception: the user interrupted the command (Ctrl-C).
 struct Interrupted
 {
 };
 
-/// Makes every wait end with Interrupted. Main thread.
+/// SIGINT and SIGTERM, which main() blocks.
+sigset_t terminationSignals();
+
+/// Makes all waiting functions throw Interrupted. Main thread only.
 void interruptSessions();
 
-/// Runs the event loop of the main thread until @p isDone or @p milliseconds have passed. @p isDone is asked several
-/// times a second at least.
-/// @return whether it is done
-/// @throws Interrupted when the user wants to end
-bool pumpUntil(const std::function<bool()>& isDone, int milliseconds);
+/// Runs the event loop of the main thread until @p isDone returns true or @p milliseconds have passed. Calls @p isDone
+/// at least several times a second.
+/// @return false on timeout
+/// @throws Interrupted if the user interrupts the command
+bool processEventsUntil(const std::function<bool()>& isDone, int milliseconds);
 
-/// The library begins to listen up to 2 s after it was enabled, and then the server must announce itself: no server can
-/// be expected to be up before this has passed.
-constexpr int ShortestSearchMs = 5000;
+/// Minimum timeout for a server to come up. The library starts to listen up to 2 s after it was enabled, and the server
+/// announces itself after that.
+constexpr int MinSearchMs = 5000;
+/// Time to wait for more servers after the first one was found. Servers announce themselves about once a second.
+constexpr int SettleMs = 1500;
 
 class Session : public QObject
 {
 public:
-    /// Enables the stack and waits until the server that the options name is up.
-    /// @throws Failure if there is none within the time limit, or if several have such a name
+    /// Enables the stack and waits until the server given in the options is up.
+    /// @throws Failure on timeout, or if several servers match the name
     explicit Session(const Options& options);
 
     const ServerText& server() const { return m_server; }
     const QString& key() const { return m_server.key; }
-    /// The MSEX minor version to write requests in.
+    /// The MSEX minor version for requests.
     quint8 msexMinor() const { return m_server.msexMinor; }
-    /// For messages to people, e.g. server 127.0.0.2:4811 "Stage".
+    /// For text output, e.g. server 127.0.0.2:4811 "Stage".
     QString name() const;
-    int limitMs() const { return m_limitMs; }
+    int timeoutMs() const { return m_timeoutMs; }
     bool isDown() const { return m_isDown; }
 
-    /// @throws Failure if the stack refuses it, as when the server is lost
+    /// Sends @p request to the server.
+    /// @throws Failure if the stack rejects it, for example because the server is down
     void send(const CITP::Msg_Header& request);
 
-    /// Runs the event loop until @p isDone or @p milliseconds have passed.
-    /// @return whether it is done
-    /// @throws Failure once the server is down, Interrupted when the user wants to end
-    bool pump(const std::function<bool()>& isDone, int milliseconds);
-    /// The same with the session's time limit.
-    /// @param what what is waited for, e.g. "its libraries"
-    /// @param remark added to the failure; asked when the time is over; may be null
-    /// @throws Failure also when the time is over
-    void await(const QString& what, const std::function<bool()>& isDone, const std::function<QString()>& remark = {});
+    /// Like processEventsUntil(), and additionally throws if the server goes down.
+    /// @return false on timeout
+    /// @throws Failure if the server goes down, Interrupted if the user interrupts the command
+    bool waitUntil(const std::function<bool()>& isDone, int milliseconds);
+    /// Like waitUntil() with the session's timeout, but throws on timeout.
+    /// @param what the expected answer, for the failure text, e.g. "its libraries"
+    /// @param remark returns a text that is appended to the failure text; called on timeout; may be null
+    /// @throws Failure also on timeout
+    void waitFor(const QString& what, const std::function<bool()>& isDone, const std::function<QString()>& remark = {});
 
 private:
     void find(const QString& wanted);
 
     QMap<QString, ServerText> m_servers;
     ServerText m_server;
-    int m_limitMs;
+    int m_timeoutMs;
     bool m_isDown = false;
 };
 } // namespace Console

@@ -1,4 +1,4 @@
-// The command "stats": what a server sends, how much and how often, and how long it takes to answer.
+// The command "stats": message counts and rates of a server, and its response times.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_fptc.h>
 #include <citp/citp_msg_msex_elements.h>
@@ -23,33 +23,33 @@ using CITP::citp_stack;
 
 constexpr quint8 Media = 1;
 const char* const Root = "0,0,0,0";
-// A request every half second, and never two at a time, is less than a console sends while somebody browses.
-constexpr int RequestMs = 500;
+// Interval between requests. Together with one request at a time, this is less load than a user who browses libraries.
+constexpr int RequestIntervalMs = 500;
 
 QString decimal(double value)
 {
     return QString::number(value, 'f', 1);
 }
 
-// What came of one type of message.
-struct Received
+// Received messages of one type.
+struct MessageStatistics
 {
     qint64 count = 0;
     qint64 bytes = 0;
     quint32 largest = 0;
-    qint64 countBefore = 0; ///< when the last figures were shown
-    qint64 bytesBefore = 0;
+    qint64 previousCount = 0; ///< at the time of the previous table
+    qint64 previousBytes = 0;
 };
 
-// What became of the requests of one type.
-struct Asked
+// Requests of one type and their answers.
+struct RequestStatistics
 {
     const char* name;
     int sent = 0;
     int unanswered = 0;
-    std::vector<double> times; ///< of the answers, milliseconds
+    std::vector<double> times; ///< response times in milliseconds
 
-    // The time that @p percent of the answers kept: the smallest for which that is true.
+    // The smallest time within which @p percent of the answers arrived.
     double percentile(int percent) const
     {
         if (times.empty())
@@ -76,31 +76,31 @@ public:
         count(&citp_stack::libraryUpdated);
         count(&citp_stack::layerStatus);
         count(&citp_stack::patchMessage);
-        learn();
+        connectAnswers();
     }
 
     void run()
     {
         m_running.start();
-        m_sinceShown.start();
+        m_sinceTable.start();
         QString failure;
         try {
             const auto isOver = [this] {
                 return m_options.seconds > 0 && m_running.elapsed() >= m_options.seconds * qint64(1000);
             };
             while (!isOver()) {
-                ask();
-                m_session.pump([&] { return isOver() || isRequestDue() || isShowDue(); }, RequestMs);
+                sendRequest();
+                m_session.waitUntil([&] { return isOver() || isRequestDue() || isTableDue(); }, RequestIntervalMs);
                 expire();
-                if (isShowDue())
-                    show(false);
+                if (isTableDue())
+                    printTable(false);
             }
         } catch (const Interrupted&) {
-            // How a live table is meant to end.
+            // Ctrl-C is the normal end of this command.
         } catch (const Failure& caught) {
             failure = caught.text;
         }
-        show(true);
+        printTable(true);
         if (!failure.isEmpty())
             throw Failure{failure};
     }
@@ -114,16 +114,16 @@ private:
         QObject::connect(citp_stack::Get(), signal, &m_scope, [this](const QString& key, const Message& message) {
             if (key != m_session.key())
                 return;
-            Received& received = m_received[message.cookie];
+            MessageStatistics& received = m_messages[message.cookie];
             ++received.count;
             received.bytes += message.size;
             received.largest = std::max(received.largest, message.size);
         });
     }
 
-    // The answers, and what they tell to ask for next: a library that has elements, an element that has a picture. What
-    // comes without having been asked for tells nothing, lest an answer not fit the request under way.
-    void learn()
+    // The answers select the next request: a library with elements, then an element of that library. Messages that do
+    // not answer the pending request are ignored.
+    void connectAnswers()
     {
         QObject::connect(citp_stack::Get(), &citp_stack::libraryInfo, &m_scope,
                          [this](const QString& key, const CITP::Msg_MSEX_ELIN& message) {
@@ -153,18 +153,18 @@ private:
 
     bool isRequestDue() const
     {
-        return m_pending == None && (!m_sinceAsked.isValid() || m_sinceAsked.elapsed() >= RequestMs);
+        return m_pending == None && (!m_sinceRequest.isValid() || m_sinceRequest.elapsed() >= RequestIntervalMs);
     }
 
-    bool isShowDue() const { return m_sinceShown.elapsed() >= m_options.intervalMs; }
+    bool isTableDue() const { return m_sinceTable.elapsed() >= m_options.intervalMs; }
 
-    void ask()
+    void sendRequest()
     {
         if (!isRequestDue())
             return;
-        m_sinceAsked.start();
+        m_sinceRequest.start();
         m_pending = m_next;
-        ++m_asked[m_pending].sent;
+        ++m_requests[m_pending].sent;
         const quint8 minor = m_session.msexMinor();
         switch (m_pending) {
             case Elements:
@@ -183,7 +183,7 @@ private:
     {
         if (m_pending != request)
             return;
-        m_asked[request].times.push_back(static_cast<double>(m_sinceAsked.nsecsElapsed()) / 1e6);
+        m_requests[request].times.push_back(static_cast<double>(m_sinceRequest.nsecsElapsed()) / 1e6);
         m_pending = None;
         if (request == Libraries && !m_library.isEmpty())
             m_next = Elements;
@@ -195,35 +195,29 @@ private:
 
     void expire()
     {
-        if (m_pending == None || m_sinceAsked.elapsed() < m_session.limitMs())
+        if (m_pending == None || m_sinceRequest.elapsed() < m_session.timeoutMs())
             return;
-        ++m_asked[m_pending].unanswered;
+        ++m_requests[m_pending].unanswered;
         m_pending = None;
         m_next = Libraries;
     }
 
-    // The last figures are about the whole time, the others about the time since those before.
-    void show(bool isLast)
+    // The rates of the last table refer to the whole run, those of the others to the time since the previous table.
+    void printTable(bool isLast)
     {
         const double seconds =
-            std::max(0.001, static_cast<double>(isLast ? m_running.elapsed() : m_sinceShown.elapsed()) / 1000);
+            std::max(0.001, static_cast<double>(isLast ? m_running.elapsed() : m_sinceTable.elapsed()) / 1000);
         if (m_options.json)
             printAsJson(isLast, seconds);
         else if (isLast)
-            printSummary(seconds);
+            printLines(lines(true, seconds));
         else
             m_table.draw(lines(false, seconds));
-        for (Received& received : m_received) {
-            received.countBefore = received.count;
-            received.bytesBefore = received.bytes;
+        for (MessageStatistics& received : m_messages) {
+            received.previousCount = received.count;
+            received.previousBytes = received.bytes;
         }
-        m_sinceShown.start();
-    }
-
-    void printSummary(double seconds) const
-    {
-        for (const QString& line : lines(true, seconds))
-            printLine(line);
+        m_sinceTable.start();
     }
 
     QStringList lines(bool isLast, double seconds) const
@@ -232,17 +226,18 @@ private:
         QStringList lines{
             QString("%1  %2  %3 %4 s").arg(timeOfDay(), m_session.name(), isLast ? "all of" : "after", duration)};
         Table messages({"MESSAGE", " COUNT", " A SECOND", " BYTES A SECOND", " MEAN BYTES", " MOST BYTES"});
-        for (auto entry = m_received.begin(); entry != m_received.end(); ++entry) {
-            const Received& received = entry.value();
-            messages.add({entry.key(), QString::number(received.count),
-                          decimal(static_cast<double>(received.count - (isLast ? 0 : received.countBefore)) / seconds),
-                          decimal(static_cast<double>(received.bytes - (isLast ? 0 : received.bytesBefore)) / seconds),
-                          decimal(static_cast<double>(received.bytes) / static_cast<double>(received.count)),
-                          QString::number(received.largest)});
+        for (auto entry = m_messages.begin(); entry != m_messages.end(); ++entry) {
+            const MessageStatistics& received = entry.value();
+            messages.add(
+                {entry.key(), QString::number(received.count),
+                 decimal(static_cast<double>(received.count - (isLast ? 0 : received.previousCount)) / seconds),
+                 decimal(static_cast<double>(received.bytes - (isLast ? 0 : received.previousBytes)) / seconds),
+                 decimal(static_cast<double>(received.bytes) / static_cast<double>(received.count)),
+                 QString::number(received.largest)});
         }
         lines += messages.lines();
         Table requests({"REQUEST", " SENT", " ANSWERED", " NO ANSWER", " P50 MS", " P95 MS", " MOST MS"});
-        for (const Asked& asked : m_asked) {
+        for (const RequestStatistics& asked : m_requests) {
             const auto time = [&asked](int percent) {
                 return asked.times.empty() ? QString("-") : decimal(asked.percentile(percent));
             };
@@ -255,19 +250,19 @@ private:
     void printAsJson(bool isLast, double seconds) const
     {
         QJsonArray messages;
-        for (auto entry = m_received.begin(); entry != m_received.end(); ++entry) {
-            const Received& received = entry.value();
+        for (auto entry = m_messages.begin(); entry != m_messages.end(); ++entry) {
+            const MessageStatistics& received = entry.value();
             messages.append(QJsonObject{
                 {"message", entry.key()},
                 {"count", received.count},
                 {"bytes", received.bytes},
                 {"largest", static_cast<double>(received.largest)},
-                {"perSecond", static_cast<double>(received.count - (isLast ? 0 : received.countBefore)) / seconds},
+                {"perSecond", static_cast<double>(received.count - (isLast ? 0 : received.previousCount)) / seconds},
                 {"bytesPerSecond",
-                 static_cast<double>(received.bytes - (isLast ? 0 : received.bytesBefore)) / seconds}});
+                 static_cast<double>(received.bytes - (isLast ? 0 : received.previousBytes)) / seconds}});
         }
         QJsonArray requests;
-        for (const Asked& asked : m_asked) {
+        for (const RequestStatistics& asked : m_requests) {
             QJsonObject request{{"request", asked.name},
                                 {"sent", asked.sent},
                                 {"answered", static_cast<int>(asked.times.size())},
@@ -290,28 +285,26 @@ private:
     const Options& m_options;
     Session m_session;
     LiveTable m_table;
-    QMap<QString, Received> m_received; ///< by the message's code
-    std::array<Asked, None> m_asked{{{"GELI", 0, 0, {}}, {"GEIn", 0, 0, {}}, {"GETh", 0, 0, {}}}};
-    Request m_pending = None; ///< the one that is not answered yet
+    QMap<QString, MessageStatistics> m_messages; ///< by content code
+    std::array<RequestStatistics, None> m_requests{{{"GELI", 0, 0, {}}, {"GEIn", 0, 0, {}}, {"GETh", 0, 0, {}}}};
+    Request m_pending = None; ///< sent and not answered yet
     Request m_next = Libraries;
-    QString m_library; ///< the last one heard of that has elements; empty if none has
+    QString m_library; ///< id of the first library with elements; empty if there is none
     bool m_hasElement = false;
-    quint8 m_element = 0; ///< in that library
+    quint8 m_element = 0; ///< number of the first element of #m_library
     QElapsedTimer m_running;
-    QElapsedTimer m_sinceShown;
-    QElapsedTimer m_sinceAsked;
-    QObject m_scope; ///< last, so that nothing is taken any more once members go
+    QElapsedTimer m_sinceTable;
+    QElapsedTimer m_sinceRequest;
+    QObject m_scope; ///< last, so that it disconnects the signals before other members are destroyed
 };
 } // namespace
 
 int showStatistics(const Options& options)
 {
-    // Left to the application by the library; without it no fixture reaches this thread.
-    qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH");
     try {
         Statistics(options).run();
     } catch (const Interrupted&) {
-        // While the server was still searched: ended as asked, with nothing to show.
+        // Ctrl-C before the server was found: a normal end with no table to print.
     }
     return 0;
 }

@@ -9,7 +9,7 @@ Table::Table(const QStringList& titles)
 {
     QStringList row;
     for (const QString& title : titles) {
-        m_isRight.push_back(title.startsWith(' '));
+        m_isRightAligned.push_back(title.startsWith(' '));
         row << title.trimmed();
     }
     m_rows.push_back(row);
@@ -19,13 +19,13 @@ void Table::add(const QStringList& cells)
 {
     QStringList row;
     for (const QString& cell : cells)
-        row << harmless(cell);
+        row << escapeControls(cell);
     m_rows.push_back(row);
 }
 
 QStringList Table::lines() const
 {
-    std::vector<int> widths(m_isRight.size());
+    std::vector<int> widths(m_isRightAligned.size());
     for (const QStringList& row : m_rows) {
         for (int column = 0; column < row.size(); ++column) {
             int& width = widths[static_cast<std::size_t>(column)];
@@ -39,8 +39,8 @@ QStringList Table::lines() const
             const auto index = static_cast<std::size_t>(column);
             const bool isLast = column == row.size() - 1;
             const QString& cell = row.at(column);
-            line +=
-                m_isRight[index] ? cell.rightJustified(widths[index]) : cell.leftJustified(isLast ? 0 : widths[index]);
+            line += m_isRightAligned[index] ? cell.rightJustified(widths[index])
+                                            : cell.leftJustified(isLast ? 0 : widths[index]);
             line += isLast ? "" : "  ";
         }
         lines << line;

@@ -1,4 +1,4 @@
-// Table: rows of text in columns as wide as they need to be.
+// Table: formats rows of text in aligned columns.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -6,20 +6,21 @@
 #include <vector>
 
 namespace Console {
-/// Collects rows and lays them out. The last column is not padded, so long names go there. Cells are made harmless.
+/// Collects rows and aligns their columns. The last column is not padded, so it suits long names. Control characters in
+/// cells are escaped.
 class Table
 {
 public:
-    /// @param titles one for each column; one that begins with a blank makes its column flush right
+    /// @param titles one for each column; a leading space right-aligns the column
     explicit Table(const QStringList& titles);
 
     /// @param cells one for each column
     void add(const QStringList& cells);
-    /// The titles and the rows, one line each.
+    /// The lines of the table, starting with the titles.
     QStringList lines() const;
 
 private:
     std::vector<QStringList> m_rows; ///< the titles first
-    std::vector<bool> m_isRight;
+    std::vector<bool> m_isRightAligned;
 };
 } // namespace Console

@@ -1,4 +1,4 @@
-// The command "thumbnails": every picture of a server or library as a file, and all of them on a contact sheet.
+// The command "thumbnails": saves the thumbnails of a server or library as files and draws contact sheets.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_requests.h>
 
@@ -15,23 +15,23 @@
 
 namespace Console {
 namespace {
-// Enough to keep a server busy across the network's delay, too few to flood it.
-constexpr int InFlight = 4;
+// Pending requests: enough to hide the network latency, few enough not to overload the server.
+constexpr int MaxInFlight = 4;
 
-// One element and what has become of its thumbnail.
+// An element and the state of its thumbnail.
 struct Thumbnail
 {
     QString libraryId;
     QString libraryName;
     Element element;
-    QString problem = "not asked for"; ///< empty once the file is written
+    QString problem = "not requested"; ///< empty when the file was written
     QString file;
     QString format;
     QSize size;
 };
 
-// The libraries that the command is about; of one that was named, only its identity is known.
-std::vector<Library> wantedLibraries(Session& session, const Options& options)
+// The libraries to fetch. Only the id of a library given on the command line is set.
+std::vector<Library> requestedLibraries(Session& session, const Options& options)
 {
     if (options.library.isEmpty())
         return fetchLibraries(session, static_cast<quint8>(options.type));
@@ -49,25 +49,25 @@ public:
         QObject::connect(CITP::citp_stack::Get(), &CITP::citp_stack::elementThumbnail, &m_scope,
                          [this](const QString& key, const CITP::Msg_MSEX_ETHN& answer) {
                              if (key == m_session.key())
-                                 take(answer);
+                                 handleAnswer(answer);
                          });
     }
 
     void run()
     {
         Progress progress(static_cast<int>(m_thumbnails.size()));
-        m_sinceUsable.start();
+        m_sinceAnswer.start();
         while (m_next < m_thumbnails.size() || !m_pending.isEmpty()) {
-            askForMore();
+            sendRequests();
             const auto done = m_done;
-            m_session.pump([&] { return m_done != done; }, 100);
+            m_session.waitUntil([&] { return m_done != done; }, 100);
             expire();
             progress.show(m_done);
         }
     }
 
-    /// Answers that belonged to no request.
-    int strangers() const { return m_strangers; }
+    /// Number of answers that match no pending request.
+    int unexpected() const { return m_unexpected; }
 
 private:
     struct Request
@@ -76,11 +76,14 @@ private:
         QElapsedTimer since;
     };
 
-    static QString nameOf(const QString& library, int element) { return QString("%1/%2").arg(library).arg(element); }
-
-    void askForMore()
+    static QString requestKey(const QString& library, int element)
     {
-        for (; m_pending.size() < InFlight && m_next < m_thumbnails.size(); ++m_next) {
+        return QString("%1/%2").arg(library).arg(element);
+    }
+
+    void sendRequests()
+    {
+        for (; m_pending.size() < MaxInFlight && m_next < m_thumbnails.size(); ++m_next) {
             const Thumbnail& thumbnail = m_thumbnails[m_next];
             m_session.send(CITP::Msg_MSEX_GETH(m_session.msexMinor(), static_cast<quint8>(m_options.type),
                                                thumbnail.libraryId, static_cast<quint16>(m_options.size.height()),
@@ -88,20 +91,20 @@ private:
                                                {thumbnail.element.number}));
             Request request{m_next, {}};
             request.since.start();
-            m_pending.insert(nameOf(thumbnail.libraryId, thumbnail.element.number), request);
+            m_pending.insert(requestKey(thumbnail.libraryId, thumbnail.element.number), request);
         }
     }
 
-    void take(const CITP::Msg_MSEX_ETHN& answer)
+    void handleAnswer(const CITP::Msg_MSEX_ETHN& answer)
     {
-        const auto request = m_pending.constFind(nameOf(answer.LibraryId, answer.ElementNumber));
+        const auto request = m_pending.constFind(requestKey(answer.LibraryId, answer.ElementNumber));
         if (request == m_pending.constEnd() || answer.LibraryType != m_options.type) {
-            ++m_strangers;
+            ++m_unexpected;
             return;
         }
         Thumbnail& thumbnail = m_thumbnails[request->index];
         m_pending.erase(request);
-        m_sinceUsable.start();
+        m_sinceAnswer.start();
         ++m_done;
         const Picture picture = toPicture(answer);
         thumbnail.problem = picture.problem;
@@ -123,11 +126,11 @@ private:
         }
     }
 
-    // A single lost answer costs its own time only; a server that answers nothing at all ends the whole.
+    // A single lost answer only fails its own request. If the server sends no answers at all, the command stops.
     void expire()
     {
         for (auto request = m_pending.begin(); request != m_pending.end();) {
-            if (request->since.elapsed() < m_session.limitMs()) {
+            if (request->since.elapsed() < m_session.timeoutMs()) {
                 ++request;
                 continue;
             }
@@ -136,11 +139,11 @@ private:
             ++m_done;
             m_hasExpired = true;
         }
-        if (m_hasExpired && m_sinceUsable.elapsed() >= m_session.limitMs()) {
+        if (m_hasExpired && m_sinceAnswer.elapsed() >= m_session.timeoutMs()) {
             for (const Request& request : qAsConst(m_pending))
                 m_thumbnails[request.index].problem = "no answer";
-            throw Failure{QString("%1 does not answer: no usable thumbnail for %2 s; --timeout allows more time")
-                              .arg(m_session.name(), QString::number(m_session.limitMs() / 1000.0))};
+            throw Failure{QString("%1 does not answer: no thumbnail for %2; --timeout allows more time")
+                              .arg(m_session.name(), secondsText(m_session.timeoutMs()))};
         }
         m_hasExpired = false;
     }
@@ -150,25 +153,25 @@ private:
     std::vector<Thumbnail>& m_thumbnails;
     std::size_t m_next = 0;
     QHash<QString, Request> m_pending;
-    QElapsedTimer m_sinceUsable;
+    QElapsedTimer m_sinceAnswer;
     bool m_hasExpired = false;
     int m_done = 0;
-    int m_strangers = 0;
-    QObject m_scope; ///< last, so that nothing is taken any more once members go
+    int m_unexpected = 0;
+    QObject m_scope; ///< last, so that it disconnects the signals before other members are destroyed
 };
 
-struct Wanted
+struct ThumbnailList
 {
     std::vector<Thumbnail> thumbnails;
-    bool isWhole = true; ///< every library has told its elements
+    bool isComplete = true; ///< every library has sent its elements
 };
 
-// A single library that does not tell costs its own time only; two in succession mean that the server tells nothing.
-Wanted listWanted(Session& session, const Options& options)
+// A single library that does not answer is skipped. After two in a row, the command stops.
+ThumbnailList listThumbnails(Session& session, const Options& options)
 {
-    Wanted wanted;
+    ThumbnailList list;
     bool hasFailed = false;
-    for (const Library& library : wantedLibraries(session, options)) {
+    for (const Library& library : requestedLibraries(session, options)) {
         std::vector<Element> elements;
         try {
             elements = fetchElements(session, static_cast<quint8>(options.type), library.info.LIBID).elements;
@@ -176,25 +179,25 @@ Wanted listWanted(Session& session, const Options& options)
         } catch (const Failure& failure) {
             if (hasFailed || session.isDown() || !options.library.isEmpty())
                 throw;
-            complain(failure.text);
+            warn(failure.text);
             hasFailed = true;
-            wanted.isWhole = false;
+            list.isComplete = false;
             continue;
         }
         if (options.library.isEmpty() && elements.size() != library.info.ElementCount)
-            complain(QString("library %1 should have %2 elements, but lists %3")
-                         .arg(library.info.LIBID)
-                         .arg(library.info.ElementCount)
-                         .arg(elements.size()));
+            warn(QString("library %1 has %2 elements according to the library list, but sent %3")
+                     .arg(library.info.LIBID)
+                     .arg(library.info.ElementCount)
+                     .arg(elements.size()));
         for (const Element& element : elements) {
             Thumbnail thumbnail;
             thumbnail.libraryId = library.info.LIBID;
             thumbnail.libraryName = library.info.Name;
             thumbnail.element = element;
-            wanted.thumbnails.push_back(thumbnail);
+            list.thumbnails.push_back(thumbnail);
         }
     }
-    return wanted;
+    return list;
 }
 
 QStringList drawSheets(const Session& session, const Options& options, const std::vector<Thumbnail>& thumbnails)
@@ -204,12 +207,12 @@ QStringList drawSheets(const Session& session, const Options& options, const std
     for (const Thumbnail& thumbnail : thumbnails) {
         written += thumbnail.problem.isEmpty() ? 1 : 0;
         SheetCell cell;
-        cell.section = harmless(QString("Library %1   %2").arg(thumbnail.libraryId, thumbnail.libraryName));
-        cell.label = harmless(QString("%1  %2").arg(thumbnail.element.number).arg(thumbnail.element.name));
+        cell.section = escapeControls(QString("Library %1   %2").arg(thumbnail.libraryId, thumbnail.libraryName));
+        cell.label = escapeControls(QString("%1  %2").arg(thumbnail.element.number).arg(thumbnail.element.name));
         cell.detail =
             thumbnail.problem.isEmpty()
                 ? QString("%1  %2 x %3").arg(thumbnail.format).arg(thumbnail.size.width()).arg(thumbnail.size.height())
-                : harmless(thumbnail.problem);
+                : escapeControls(thumbnail.problem);
         cell.file = thumbnail.file;
         cells.push_back(cell);
     }
@@ -236,7 +239,7 @@ void printAsJson(const Session& session, const Thumbnail& thumbnail)
     printJson(object);
 }
 
-// @return how many are missing
+// @return the number of missing thumbnails
 int report(const Session& session, const Options& options, const std::vector<Thumbnail>& thumbnails,
            const QStringList& sheets)
 {
@@ -254,8 +257,9 @@ int report(const Session& session, const Options& options, const std::vector<Thu
             {{"server", session.key()}, {"thumbnails", total}, {"written", total - missing}, {"missing", missing}});
         return missing;
     }
-    printLine(QString("%1: %2 of %3 thumbnails written to %4")
-                  .arg(session.name(), QString::number(total - missing), QString::number(total), harmless(options.to)));
+    printLine(
+        QString("%1: %2 of %3 thumbnails written to %4")
+            .arg(session.name(), QString::number(total - missing), QString::number(total), escapeControls(options.to)));
     if (missing > 0)
         printLine(QString("%1 missing:").arg(missing));
     for (const Thumbnail& thumbnail : thumbnails) {
@@ -263,10 +267,10 @@ int report(const Session& session, const Options& options, const std::vector<Thu
             printLine(QString("  library %1, element %2 \"%3\": %4")
                           .arg(thumbnail.libraryId)
                           .arg(thumbnail.element.number)
-                          .arg(harmless(thumbnail.element.name), harmless(thumbnail.problem)));
+                          .arg(escapeControls(thumbnail.element.name), escapeControls(thumbnail.problem)));
     }
     for (const QString& sheet : sheets)
-        printLine("contact sheet: " + harmless(sheet));
+        printLine("contact sheet: " + escapeControls(sheet));
     return missing;
 }
 } // namespace
@@ -274,12 +278,12 @@ int report(const Session& session, const Options& options, const std::vector<Thu
 int fetchThumbnails(const Options& options)
 {
     if (!QDir().mkpath(options.to))
-        throw Failure{QString("could not make the folder %1").arg(harmless(options.to))};
+        throw Failure{QString("could not create the folder %1").arg(escapeControls(options.to))};
     Session session(options);
-    Wanted wanted = listWanted(session, options);
-    std::vector<Thumbnail>& thumbnails = wanted.thumbnails;
+    ThumbnailList list = listThumbnails(session, options);
+    std::vector<Thumbnail>& thumbnails = list.thumbnails;
     Fetcher fetcher(session, options, thumbnails);
-    // What was fetched before a failure is worth its report.
+    // The thumbnails fetched before a failure are still reported.
     QString failure;
     try {
         fetcher.run();
@@ -289,18 +293,18 @@ int fetchThumbnails(const Options& options)
         failure = "interrupted";
     }
     QStringList sheets;
-    bool isWhole = wanted.isWhole;
+    bool isComplete = list.isComplete;
     try {
         sheets = drawSheets(session, options, thumbnails);
     } catch (const Failure& caught) {
-        complain(caught.text);
-        isWhole = false;
+        warn(caught.text);
+        isComplete = false;
     }
     const int missing = report(session, options, thumbnails, sheets);
-    if (fetcher.strangers() > 0)
-        complain(QString("%1 answers were to nothing that was asked, or damaged").arg(fetcher.strangers()));
+    if (fetcher.unexpected() > 0)
+        warn(QString("%1 answers were unexpected or damaged").arg(fetcher.unexpected()));
     if (!failure.isEmpty())
         throw Failure{failure};
-    return missing > 0 || !isWhole ? 1 : 0;
+    return missing > 0 || !isComplete ? 1 : 0;
 }
 } // namespace Console

@@ -1,23 +1,17 @@
-// The command "watch": listens to the stack, prints its events, and helps once when there are none.
+// The command "watch": prints a line when a server comes up or goes down, and hints if no server is found.
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
-
-#include <citp/citp_stack.h>
-#include <citp_system/os_network_adapter.h>
 
 #include <QCoreApplication>
 #include <QHash>
 #include <QTimer>
-#include <QUdpSocket>
 
 #include "adapters.h"
-#include "printing.h"
-#include "server_text.h"
+#include "discovery.h"
 
 namespace Console {
 namespace {
 constexpr int SilenceMs = 10000;
-constexpr quint16 DiscoveryPort = 4809;
 
 void printEvent(const char* event, const ServerText& server, bool json)
 {
@@ -32,41 +26,30 @@ void printEvent(const char* event, const ServerText& server, bool json)
     }
 }
 
-QString cableOf(const ArtNet::Adapter& used)
+QString carrierHint(const ArtNet::Adapter& used)
 {
-    for (const Os::NetworkAdapter& adapter : Os::NetworkAdapter::GetAll()) {
-        if (adapter.GetName() != used.GetName())
-            continue;
-        if (adapter.GetState().loopback)
-            return "this is the loopback: only servers on this machine can be heard";
-        return adapter.GetState().running ? "the adapter has a carrier; is the server on the same network?"
-                                          : "the adapter has no carrier: is it plugged in at both ends?";
-    }
-    return "no adapter to look at";
+    const std::optional<Os::NetworkAdapter> adapter = findAdapter(used);
+    if (!adapter)
+        return "there is no adapter";
+    if (adapter->GetState().loopback)
+        return "this is the loopback: only servers on this machine can be found";
+    return adapter->GetState().running ? "the adapter has a carrier; is the server on the same network?"
+                                       : "the adapter has no carrier: is the cable plugged in at both ends?";
 }
 
-// Another program that does not share the port shuts out everybody else.
-bool isDiscoveryPortShared()
-{
-    QUdpSocket probe;
-    return probe.bind(QHostAddress(QHostAddress::AnyIPv4), DiscoveryPort,
-                      QAbstractSocket::ShareAddress | QAbstractSocket::ReuseAddressHint);
-}
-
-void explainSilence()
+void printHints()
 {
     const ArtNet::Adapter used = ArtNet::Adapter::Get();
-    complain(QString("nothing heard for %1 s. What to look at:").arg(SilenceMs / 1000));
-    complain(QString("  adapter: used is %1 (%2); --adapter chooses another, 'citp-console adapters' lists them")
-                 .arg(nameAndAddress(used), reasonFor(used)));
-    complain("  cable: " + cableOf(used));
-    complain(
-        "  multicast: servers announce themselves to 224.0.0.180; is a firewall or a switch with IGMP snooping in "
-        "between?");
-    complain(isDiscoveryPortShared()
-                 ? "  port 4809: free to share; no other program on this machine keeps it from us"
-                 : "  port 4809: TAKEN by another program that does not share it; end that program ('ss -ulpn' shows "
-                   "it)");
+    warn(QString("no server found for %1. Check the following:").arg(secondsText(SilenceMs)));
+    warn(QString("  adapter: %1 is used (%2); --adapter selects another, 'citp-console adapters' lists them")
+             .arg(nameAndAddress(used), reasonFor(used)));
+    warn("  cable: " + carrierHint(used));
+    warn(
+        "  multicast: servers announce themselves to 224.0.0.180; is it blocked by a firewall or by a switch with IGMP "
+        "snooping?");
+    warn(Discovery().open() == 0
+             ? "  port 4809: can be opened"
+             : "  port 4809: IN USE by a program that does not share it; stop that program ('ss -ulpn' lists it)");
 }
 } // namespace
 
@@ -76,7 +59,7 @@ int watch(const Options& options)
     QHash<QString, ServerText> servers;
     QTimer silence;
     silence.setSingleShot(true);
-    QObject::connect(&silence, &QTimer::timeout, &silence, explainSilence);
+    QObject::connect(&silence, &QTimer::timeout, &silence, printHints);
 
     const bool json = options.json;
     QObject::connect(stack, &CITP::citp_stack::serverUp, &silence, [&servers, &silence, json](const QString& key) {

@@ -1,4 +1,4 @@
-// Reading of capture files with libpcap.
+// Reads capture files with libpcap.
 // SPDX-License-Identifier: Apache-2.0
 #include "capture_file.h"
 
@@ -24,9 +24,9 @@ using OpenFile = std::unique_ptr<pcap_t, FileCloser>;
 
 OpenFile open(const QString& file)
 {
-    const QString name = harmless(file);
+    const QString name = escapeControls(file);
     if (QFileInfo::exists(file) && !QFileInfo(file).isFile())
-        throw Failure{QString("'%1' is no file; give a capture file, pcap or pcapng").arg(name)};
+        throw Failure{QString("'%1' is not a file").arg(name)};
     std::FILE* const stream = std::fopen(QFile::encodeName(file).constData(), "rb");
     if (!stream)
         throw Failure{QString("'%1' cannot be opened: %2").arg(name, QString::fromLocal8Bit(std::strerror(errno)))};
@@ -34,44 +34,44 @@ OpenFile open(const QString& file)
     OpenFile capture(pcap_fopen_offline(stream, reason));
     if (!capture) {
         std::fclose(stream);
-        throw Failure{QString("'%1' is no capture file that can be read, pcap or pcapng: %2")
-                          .arg(name, harmless(QString::fromLocal8Bit(reason)))};
+        throw Failure{QString("'%1' is not a readable pcap or pcapng file: %2")
+                          .arg(name, escapeControls(QString::fromLocal8Bit(reason)))};
     }
     const int linkType = pcap_datalink(capture.get());
     if (!isKnownLinkType(linkType)) {
         const char* const linkName = pcap_datalink_val_to_name(linkType);
-        throw Failure{QString("'%1' holds packets of link type %2, which is not known here; capture on an Ethernet "
+        throw Failure{QString("'%1' contains packets of link type %2, which is not supported; capture on an Ethernet "
                               "adapter or on 'any'")
                           .arg(name, linkName ? QString(linkName) : QString::number(linkType))};
     }
     return capture;
 }
 
-// A damaged file may hold any number of seconds.
+// A damaged file may contain any number of seconds, so the value is limited.
 qint64 microseconds(const timeval& time)
 {
-    constexpr qint64 MostSeconds = Q_INT64_C(100000000000);
-    const qint64 seconds = qBound(-MostSeconds, static_cast<qint64>(time.tv_sec), MostSeconds);
+    constexpr qint64 MaxSeconds = Q_INT64_C(100000000000);
+    const qint64 seconds = qBound(-MaxSeconds, static_cast<qint64>(time.tv_sec), MaxSeconds);
     return seconds * 1000000 + qBound(qint64(0), static_cast<qint64>(time.tv_usec), qint64(999999));
 }
 } // namespace
 
-CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& take)
+CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& handle)
 {
     const OpenFile capture = open(file);
     const int linkType = pcap_datalink(capture.get());
-    CaptureFile outcome;
+    CaptureFile result;
     pcap_pkthdr* header = nullptr;
     const u_char* data = nullptr;
     int status = 0;
     while ((status = pcap_next_ex(capture.get(), &header, &data)) == 1) {
-        ++outcome.packets;
+        ++result.packets;
         const QByteArray frame =
             QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));
-        take(readPacket(linkType, frame, microseconds(header->ts)));
+        handle(readPacket(linkType, frame, microseconds(header->ts)));
     }
     if (status == PCAP_ERROR)
-        outcome.problem = harmless(QString::fromLocal8Bit(pcap_geterr(capture.get())));
-    return outcome;
+        result.problem = escapeControls(QString::fromLocal8Bit(pcap_geterr(capture.get())));
+    return result;
 }
 } // namespace Console

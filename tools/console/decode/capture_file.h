@@ -1,4 +1,4 @@
-// Capture files, pcap and pcapng.
+// Reading of capture files in pcap and pcapng format.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -8,14 +8,14 @@
 #include "packet.h"
 
 namespace Console {
-/// What reading a capture file came to.
+/// The result of reading a capture file.
 struct CaptureFile
 {
     qint64 packets = 0;
-    QString problem; ///< empty, or why it could not be read to its end; what came before has been read
+    QString problem; ///< why reading stopped before the end of the file; empty on success
 };
 
-/// Hands every packet of @p file to @p take, in the file's order; each is good during the call alone.
-/// @throws Failure if the file is no capture or of a link type that cannot be read
-CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& take);
+/// Calls @p handle for every packet of @p file, in the file's order. The packet is valid only during the call.
+/// @throws Failure if the file is not a capture file or has an unsupported link type
+CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& handle);
 } // namespace Console

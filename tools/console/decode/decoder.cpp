@@ -1,4 +1,4 @@
-// Following connections, and putting events together.
+// Tracks the connections and creates the events.
 // SPDX-License-Identifier: Apache-2.0
 #include "decoder.h"
 
@@ -23,7 +23,7 @@ void describe(const QByteArray& bytes, Event& event)
 
 struct Decoder::Direction
 {
-    Direction(Endpoint source, Endpoint target, std::function<void(const Cut&)> out, Budget& budget)
+    Direction(Endpoint source, Endpoint target, std::function<void(const StreamItem&)> out, Budget& budget)
         : from(source), to(target), cutter(std::move(out), budget, false), stream(cutter, budget)
     {
     }
@@ -32,25 +32,26 @@ struct Decoder::Direction
     const Endpoint to;
     MessageCutter cutter;
     TcpStream stream;
-    quint32 first = 0; ///< number of the first byte, once the stream has started
-    bool isEnding = false;
-    quint32 end = 0; ///< while ending: the number behind the last byte
+    quint32 first = 0; ///< sequence number of the first byte, if the stream has started
+    bool hasFin = false;
+    quint32 end = 0; ///< sequence number after the last byte, if #hasFin
     bool isEnded = false;
 };
 
 struct Decoder::Connection
 {
     Endpoint server;
-    std::unique_ptr<Direction> directions[2]; ///< from the lower end, and to it
+    std::unique_ptr<Direction> directions[2]; ///< from the lower endpoint, and to it
 };
 
-Decoder::Decoder(const Survey& survey, std::function<void(const Event&)> out) : m_survey(survey), m_out(std::move(out))
+Decoder::Decoder(const Classifier& classifier, std::function<void(const Event&)> out)
+    : m_classifier(classifier), m_out(std::move(out))
 {
 }
 
 Decoder::~Decoder() = default;
 
-void Decoder::take(const Packet& packet)
+void Decoder::add(const Packet& packet)
 {
     switch (packet.kind) {
         case Packet::Kind::Other:
@@ -59,15 +60,15 @@ void Decoder::take(const Packet& packet)
             ++m_damaged;
             return;
         case Packet::Kind::Fragment:
-            takeFragment(packet);
+            addFragment(packet);
             return;
         case Packet::Kind::Udp:
-            if (m_survey.isCitp(packet))
-                takeDatagram(packet);
+            if (m_classifier.isCitp(packet))
+                addDatagram(packet);
             return;
         case Packet::Kind::Tcp:
-            if (m_survey.isCitp(packet))
-                takeSegment(packet);
+            if (m_classifier.isCitp(packet))
+                addSegment(packet);
             return;
     }
 }
@@ -80,7 +81,7 @@ void Decoder::finish()
     m_closed.clear();
 }
 
-Event Decoder::eventOf(const Packet& packet)
+Event Decoder::makeEvent(const Packet& packet)
 {
     Event event;
     event.timeUs = packet.timeUs;
@@ -90,17 +91,17 @@ Event Decoder::eventOf(const Packet& packet)
     return event;
 }
 
-void Decoder::takeDatagram(const Packet& packet)
+void Decoder::addDatagram(const Packet& packet)
 {
-    Event event = eventOf(packet);
+    Event event = makeEvent(packet);
     if (packet.data.size() < packet.length) {
-        event.kind = Cut::Kind::Gap;
+        event.kind = StreamItem::Kind::Gap;
         event.missing = packet.length - packet.data.size();
         event.text =
-            QString("the capture holds %1 of the datagram's %2 bytes").arg(packet.data.size()).arg(packet.length);
+            QString("the capture contains %1 of the datagram's %2 bytes").arg(packet.data.size()).arg(packet.length);
     } else if (packet.length < MessageHeader::Length || !packet.data.startsWith("CITP")) {
-        event.kind = Cut::Kind::Error;
-        event.text = QString("a datagram of %1 bytes that is no CITP message").arg(packet.length);
+        event.kind = StreamItem::Kind::Error;
+        event.text = QString("a datagram of %1 bytes that is not a CITP message").arg(packet.length);
     } else {
         describe(QByteArray(packet.data.constData(), static_cast<int>(packet.data.size())), event);
         if (event.code == QLatin1String("PLoc")) {
@@ -112,36 +113,36 @@ void Decoder::takeDatagram(const Packet& packet)
     m_out(event);
 }
 
-void Decoder::takeFragment(const Packet& packet)
+void Decoder::addFragment(const Packet& packet)
 {
     ++m_fragments;
-    // Only the first piece tells the ports.
-    if ((packet.from.port == 0 && packet.to.port == 0) || !m_survey.isCitp(packet))
+    // Only the first fragment contains the ports.
+    if ((packet.from.port == 0 && packet.to.port == 0) || !m_classifier.isCitp(packet))
         return;
-    Event event = eventOf(packet);
-    event.kind = Cut::Kind::Note;
-    event.text = "a fragmented packet: its pieces are not put together";
+    Event event = makeEvent(packet);
+    event.kind = StreamItem::Kind::Note;
+    event.text = "a fragmented packet, which is not reassembled";
     if (!packet.isUdp) {
-        const Endpoint server = m_survey.serverOf(Survey::connectionOf(packet));
+        const Endpoint server = m_classifier.serverOf(Classifier::connectionOf(packet));
         event.server = toText(server);
         event.direction = server == packet.from ? Event::Direction::FromServer : Event::Direction::ToServer;
     }
     m_out(event);
 }
 
-void Decoder::takeSegment(const Packet& packet)
+void Decoder::addSegment(const Packet& packet)
 {
-    Connection* const connection = follow(packet);
+    Connection* const connection = findOrAddConnection(packet);
     if (!connection) {
-        ++m_notFollowed;
+        ++m_untrackedSegments;
         return;
     }
     if (packet.isSyn)
         open(*connection, packet);
-    const bool isUpwards = packet.from < packet.to;
-    Direction& direction = *connection->directions[isUpwards ? 0 : 1];
-    Direction& back = *connection->directions[isUpwards ? 1 : 0];
-    // A SYN has a number of its own.
+    const bool isFromLower = packet.from < packet.to;
+    Direction& direction = *connection->directions[isFromLower ? 0 : 1];
+    Direction& reverse = *connection->directions[isFromLower ? 1 : 0];
+    // A SYN occupies one sequence number.
     const quint32 sequence = packet.sequence + (packet.isSyn ? 1 : 0);
     if (packet.length > 0) {
         if (!direction.stream.isStarted())
@@ -149,38 +150,38 @@ void Decoder::takeSegment(const Packet& packet)
         direction.stream.add(sequence, packet.data, packet.length, packet.timeUs);
     }
     if (packet.hasAcknowledged)
-        back.stream.acknowledge(packet.acknowledged, packet.timeUs);
+        reverse.stream.acknowledge(packet.acknowledged, packet.timeUs);
     if (packet.isReset) {
         const bool isRefused =
-            !direction.stream.isStarted() && back.stream.isStarted() && back.stream.next() == back.first;
-        note(*connection, packet, isRefused ? "refuses the connection" : "resets the connection");
+            !direction.stream.isStarted() && reverse.stream.isStarted() && reverse.stream.next() == reverse.first;
+        emitNote(*connection, packet, isRefused ? "refuses the connection" : "resets the connection");
         close(*connection);
-        m_connections.erase(Survey::connectionOf(packet));
+        m_connections.erase(Classifier::connectionOf(packet));
         return;
     }
-    if (packet.isFin && !direction.isEnding) {
-        note(*connection, packet, "ends the connection");
-        direction.isEnding = true;
+    if (packet.isFin && !direction.hasFin) {
+        emitNote(*connection, packet, "ends the connection");
+        direction.hasFin = true;
         direction.end = sequence + static_cast<quint32>(packet.length);
-        if (back.isEnding)
-            m_closed.push_back(Survey::connectionOf(packet));
+        if (reverse.hasFin)
+            m_closed.push_back(Classifier::connectionOf(packet));
     }
-    for (Direction* const each : {&direction, &back}) {
-        if (each->isEnding && !each->isEnded && (!each->stream.isStarted() || each->stream.next() == each->end)) {
+    for (Direction* const each : {&direction, &reverse}) {
+        if (each->hasFin && !each->isEnded && (!each->stream.isStarted() || each->stream.next() == each->end)) {
             each->isEnded = true;
             each->cutter.finish(true);
         }
     }
 }
 
-// Null if there are too many.
-Decoder::Connection* Decoder::follow(const Packet& packet)
+// Returns null if there are too many connections.
+Decoder::Connection* Decoder::findOrAddConnection(const Packet& packet)
 {
-    const Survey::Connection key = Survey::connectionOf(packet);
+    const Classifier::Connection key = Classifier::connectionOf(packet);
     const auto known = m_connections.find(key);
     if (known != m_connections.end())
         return known->second.get();
-    while (m_connections.size() >= MostConnections && !m_closed.empty()) {
+    while (m_connections.size() >= MaxConnections && !m_closed.empty()) {
         const auto oldest = m_connections.find(m_closed.front());
         m_closed.pop_front();
         if (oldest != m_connections.end()) {
@@ -188,20 +189,20 @@ Decoder::Connection* Decoder::follow(const Packet& packet)
             m_connections.erase(oldest);
         }
     }
-    if (m_connections.size() >= MostConnections)
+    if (m_connections.size() >= MaxConnections)
         return nullptr;
-    auto made = std::make_unique<Connection>();
-    Connection* const connection = made.get();
-    connection->server = m_survey.serverOf(key);
+    auto added = std::make_unique<Connection>();
+    Connection* const connection = added.get();
+    connection->server = m_classifier.serverOf(key);
     makeDirections(*connection, key);
-    m_connections.insert({key, std::move(made)});
+    m_connections.insert({key, std::move(added)});
     return connection;
 }
 
-// The same SYN may come again; another one begins another connection between the same ends.
+// A SYN with the same sequence number is a retransmission; another one opens a new connection of the same endpoints.
 void Decoder::open(Connection& connection, const Packet& packet)
 {
-    const Survey::Connection key = Survey::connectionOf(packet);
+    const Classifier::Connection key = Classifier::connectionOf(packet);
     const int own = packet.from < packet.to ? 0 : 1;
     const quint32 first = packet.sequence + 1;
     if (connection.directions[own]->stream.isStarted()) {
@@ -210,22 +211,23 @@ void Decoder::open(Connection& connection, const Packet& packet)
         close(connection);
         makeDirections(connection, key);
     }
-    if (!m_survey.isServerSure(key))
+    if (!m_classifier.isServerKnown(key))
         connection.server = packet.hasAcknowledged ? packet.from : packet.to;
     Direction& direction = *connection.directions[own];
     direction.first = first;
     direction.stream.start(first);
-    direction.cutter.startHere();
+    direction.cutter.startAtMessage();
     if (!packet.hasAcknowledged)
-        note(connection, packet, "connects");
+        emitNote(connection, packet, "connects");
 }
 
-void Decoder::makeDirections(Connection& connection, const Survey::Connection& key)
+void Decoder::makeDirections(Connection& connection, const Classifier::Connection& key)
 {
     for (int i = 0; i < 2; ++i) {
         connection.directions[i] = std::make_unique<Direction>(
             i == 0 ? key.first : key.second, i == 0 ? key.second : key.first,
-            [this, &connection, i](const Cut& cut) { say(connection, *connection.directions[i], cut); }, m_budget);
+            [this, &connection, i](const StreamItem& item) { emitItem(connection, *connection.directions[i], item); },
+            m_budget);
     }
 }
 
@@ -237,29 +239,29 @@ void Decoder::close(Connection& connection)
     }
 }
 
-void Decoder::say(const Connection& connection, const Direction& direction, const Cut& cut)
+void Decoder::emitItem(const Connection& connection, const Direction& direction, const StreamItem& item)
 {
-    Event event = eventOf(connection, direction.from, direction.to);
-    event.kind = cut.kind;
-    event.timeUs = cut.timeUs;
-    event.text = cut.text;
-    event.missing = cut.missing;
-    if (cut.kind == Cut::Kind::Message)
-        describe(cut.message, event);
+    Event event = makeEvent(connection, direction.from, direction.to);
+    event.kind = item.kind;
+    event.timeUs = item.timeUs;
+    event.text = item.text;
+    event.missing = item.missing;
+    if (item.kind == StreamItem::Kind::Message)
+        describe(item.message, event);
     m_out(event);
 }
 
-void Decoder::note(const Connection& connection, const Packet& packet, const QString& text)
+void Decoder::emitNote(const Connection& connection, const Packet& packet, const QString& text)
 {
-    Event event = eventOf(connection, packet.from, packet.to);
-    event.kind = Cut::Kind::Note;
+    Event event = makeEvent(connection, packet.from, packet.to);
+    event.kind = StreamItem::Kind::Note;
     event.timeUs = packet.timeUs;
     event.text = text;
     event.isConnecting = packet.isSyn;
     m_out(event);
 }
 
-Event Decoder::eventOf(const Connection& connection, const Endpoint& from, const Endpoint& to)
+Event Decoder::makeEvent(const Connection& connection, const Endpoint& from, const Endpoint& to)
 {
     Event event;
     event.from = from;

@@ -1,4 +1,4 @@
-// Decoder: from the packets of a capture to what was said, message by message, and what stood in the way of it.
+// Decoder: converts the packets of a capture to messages, errors and gaps.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -6,78 +6,79 @@
 #include <functional>
 #include <memory>
 
+#include "classifier.h"
 #include "message_cutter.h"
 #include "packet.h"
-#include "survey.h"
 #include "tcp_stream.h"
 
 namespace Console {
-/// One thing that was said or found.
+/// A message, or something else found in the capture.
 struct Event
 {
     enum class Direction { Discovery, FromServer, ToServer };
-    Cut::Kind kind = Cut::Kind::Message;
+    StreamItem::Kind kind = StreamItem::Kind::Message;
     qint64 timeUs = 0;
     Endpoint from;
     Endpoint to;
     Direction direction = Direction::Discovery;
-    QString server;     ///< key of the server that it belongs to; a peer that announces no port: its address alone
-    QByteArray message; ///< of a message: its bytes
-    QString layer;      ///< of a message
-    QString code;       ///< of a message
-    QString text;       ///< a message's debug text; else what is to be said
-    QString problem;    ///< of a message: why the library would not use it; empty if it would
-    qint64 missing = 0; ///< of a gap: its bytes; -1 if unknown
-    bool isConnecting = false; ///< a note that a connection is begun
+    QString server;            ///< key of the server; for a peer that announces no port, only the address
+    QByteArray message;        ///< bytes of a message
+    QString layer;             ///< of a message, e.g. "MSEX"
+    QString code;              ///< of a message, e.g. "SInf"
+    QString text;              ///< debug text of a message, otherwise a description
+    QString problem;           ///< why the library would discard a message; empty if it accepts it
+    qint64 missing = 0;        ///< size of a gap in bytes; -1 if unknown
+    bool isConnecting = false; ///< for a note: a connection was opened
 };
 
-/// Takes the packets of a capture in their order. What it holds back is bounded: Budget for the bytes, and the number
-/// of connections that it follows at a time.
+/// Decodes the packets of a capture, which are passed in the order of the capture. Memory is bounded by a Budget for
+/// buffered bytes and by the maximum number of simultaneous connections.
 class Decoder
 {
 public:
-    static constexpr qint64 MostHeldBytes = 64 << 20;
-    static constexpr std::size_t MostConnections = 8192;
+    static constexpr qint64 MaxHeldBytes = 64 << 20;
+    static constexpr std::size_t MaxConnections = 8192;
 
-    /// @param survey has seen the capture before, so that the first packets of a connection are known for CITP; used
-    /// until the end of this object
-    Decoder(const Survey& survey, std::function<void(const Event&)> out);
+    /// @param classifier has already processed the capture, so that it recognises the first packets of a connection as
+    /// CITP; must outlive this object
+    /// @param out is called for each event
+    Decoder(const Classifier& classifier, std::function<void(const Event&)> out);
     ~Decoder();
     Decoder(const Decoder&) = delete;
     Decoder& operator=(const Decoder&) = delete;
 
-    void take(const Packet& packet);
-    /// The capture is over: says what is left.
+    void add(const Packet& packet);
+    /// Ends the capture: reports incomplete messages.
     void finish();
 
-    qint64 fragments() const { return m_fragments; }     ///< pieces of packets, which are not put together
-    qint64 damaged() const { return m_damaged; }         ///< packets whose headers could not be read
-    qint64 notFollowed() const { return m_notFollowed; } ///< segments left out because of too many connections
-    qint64 heldBytes() const { return MostHeldBytes - m_budget.left(); }
+    qint64 fragments() const { return m_fragments; }                 ///< IP fragments, which are not reassembled
+    qint64 damaged() const { return m_damaged; }                     ///< packets with malformed headers
+    qint64 untrackedSegments() const { return m_untrackedSegments; } ///< ignored because of too many connections
+    qint64 heldBytes() const { return MaxHeldBytes - m_budget.left(); }
 
 private:
     struct Direction;
     struct Connection;
 
-    void takeDatagram(const Packet& packet);
-    void takeFragment(const Packet& packet);
-    void takeSegment(const Packet& packet);
-    Connection* follow(const Packet& packet);
-    void makeDirections(Connection& connection, const Survey::Connection& key);
+    void addDatagram(const Packet& packet);
+    void addFragment(const Packet& packet);
+    void addSegment(const Packet& packet);
+    Connection* findOrAddConnection(const Packet& packet);
+    void makeDirections(Connection& connection, const Classifier::Connection& key);
     void open(Connection& connection, const Packet& packet);
     void close(Connection& connection);
-    void say(const Connection& connection, const Direction& direction, const Cut& cut);
-    void note(const Connection& connection, const Packet& packet, const QString& text);
-    static Event eventOf(const Packet& packet);
-    static Event eventOf(const Connection& connection, const Endpoint& from, const Endpoint& to);
+    void emitItem(const Connection& connection, const Direction& direction, const StreamItem& item);
+    void emitNote(const Connection& connection, const Packet& packet, const QString& text);
+    static Event makeEvent(const Packet& packet);
+    static Event makeEvent(const Connection& connection, const Endpoint& from, const Endpoint& to);
 
-    const Survey& m_survey;
+    const Classifier& m_classifier;
     const std::function<void(const Event&)> m_out;
-    Budget m_budget{MostHeldBytes};
-    std::map<Survey::Connection, std::unique_ptr<Connection>> m_connections;
-    std::deque<Survey::Connection> m_closed; ///< may make room for others; some may be gone, or open again
+    Budget m_budget{MaxHeldBytes};
+    std::map<Classifier::Connection, std::unique_ptr<Connection>> m_connections;
+    std::deque<Classifier::Connection> m_closed; ///< can be removed for new ones; may be removed or reopened already
     qint64 m_fragments = 0;
     qint64 m_damaged = 0;
-    qint64 m_notFollowed = 0;
+    qint64 m_untrackedSegments = 0;
 };
 } // namespace Console

@@ -1,4 +1,4 @@
-// Writing of events.
+// Formatting of events and their times.
 // SPDX-License-Identifier: Apache-2.0
 #include "event_text.h"
 
@@ -14,28 +14,28 @@ QDateTime dateTime(qint64 timeUs)
     return QDateTime::fromMSecsSinceEpoch(timeUs / 1000);
 }
 
-QString kindText(Cut::Kind kind)
+QString kindText(StreamItem::Kind kind)
 {
     switch (kind) {
-        case Cut::Kind::Message:
+        case StreamItem::Kind::Message:
             return "message";
-        case Cut::Kind::Gap:
+        case StreamItem::Kind::Gap:
             return "gap";
-        case Cut::Kind::Error:
+        case StreamItem::Kind::Error:
             return "error";
-        case Cut::Kind::Note:
+        case StreamItem::Kind::Note:
             break;
     }
     return "note";
 }
 
-// A text from the network may hold line feeds; indented, they cannot pass for a line of this program's. The library's
-// own lines may begin with tabs.
+// Text from the network may contain line feeds. Continuation lines are indented, so that they cannot imitate the lines
+// of this program. The lines of the library may begin with tabs.
 QString indented(const QString& text)
 {
     QStringList lines = text.split('\n');
     for (QString& line : lines)
-        line = harmless(line.replace('\t', "  "));
+        line = escapeControls(line.replace('\t', "  "));
     return lines.join("\n    ");
 }
 } // namespace
@@ -78,12 +78,13 @@ QString directionText(Event::Direction direction)
 QString toText(const Event& event)
 {
     const QString ends = QString("%1  %2 -> %3").arg(localTime(event.timeUs), toText(event.from), toText(event.to));
-    if (event.kind != Cut::Kind::Message)
-        return QString("%1  %2: %3").arg(ends, kindText(event.kind).toUpper(), harmless(event.text));
-    const QString problem = event.problem.isEmpty() ? QString() : QString("  WRONG: %1").arg(harmless(event.problem));
+    if (event.kind != StreamItem::Kind::Message)
+        return QString("%1  %2: %3").arg(ends, kindText(event.kind).toUpper(), escapeControls(event.text));
+    const QString problem =
+        event.problem.isEmpty() ? QString() : QString("  WRONG: %1").arg(escapeControls(event.problem));
     return QString("%1  %2 %3 %4 bytes%5  %6")
-        .arg(ends, harmless(event.layer), harmless(event.code), QString::number(event.message.size()), problem,
-             indented(event.text));
+        .arg(ends, escapeControls(event.layer), escapeControls(event.code), QString::number(event.message.size()),
+             problem, indented(event.text));
 }
 
 QJsonObject toJson(const Event& event)
@@ -95,13 +96,13 @@ QJsonObject toJson(const Event& event)
                        {"server", event.server},
                        {"direction", directionText(event.direction)},
                        {"text", event.text}};
-    if (event.kind == Cut::Kind::Message) {
+    if (event.kind == StreamItem::Kind::Message) {
         object.insert("layer", event.layer);
         object.insert("code", event.code);
         object.insert("size", static_cast<qint64>(event.message.size()));
         if (!event.problem.isEmpty())
             object.insert("problem", event.problem);
-    } else if (event.kind == Cut::Kind::Gap && event.missing >= 0) {
+    } else if (event.kind == StreamItem::Kind::Gap && event.missing >= 0) {
         object.insert("missing", event.missing);
     }
     return object;

@@ -1,4 +1,4 @@
-// Events in words and in JSON.
+// Formatting of events as text and JSON.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -14,13 +14,13 @@ QString localTime(qint64 timeUs);
 QString localDateAndTime(qint64 timeUs);
 /// Local date with the offset from UTC, e.g. "2026-11-21, UTC+01:00".
 QString localDate(qint64 timeUs);
-/// Date and time with milliseconds in UTC, as ISO 8601 writes it.
+/// UTC date and time with milliseconds in ISO 8601 format.
 QString utcTime(qint64 timeUs);
 
 /// "discovery", "from server" or "to server".
 QString directionText(Event::Direction direction);
 
-/// One line, or more of which all but the first are indented; harmless to a terminal.
+/// The event as text with control characters escaped. All lines after the first are indented.
 QString toText(const Event& event);
 QJsonObject toJson(const Event& event);
 } // namespace Console

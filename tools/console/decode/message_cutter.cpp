@@ -1,4 +1,4 @@
-// Cutting of streams, and finding the way back into them.
+// Splitting of streams, and resynchronisation after gaps and errors.
 // SPDX-License-Identifier: Apache-2.0
 #include "message_cutter.h"
 
@@ -42,7 +42,7 @@ MessageHeader MessageHeader::read(const QByteArray& bytes)
     else
         header.code = CITP::Msg_PEER::contentType(bytes);
     header.isPlausible = header.hasCookie && bytes.at(4) == 1 && bytes.at(5) == 0 && header.size >= Length &&
-                         header.size <= MostBytes && isCode(header.layer);
+                         header.size <= MaxBytes && isCode(header.layer);
     return header;
 }
 
@@ -58,34 +58,34 @@ int MessageHeader::find(const QByteArray& bytes, int start)
     }
 }
 
-MessageCutter::MessageCutter(std::function<void(const Cut&)> out, Budget& budget, bool isFromTheStart)
-    : m_out(std::move(out)), m_budget(budget), m_search(isFromTheStart ? Search::None : Search::BeganInTheMiddle)
+MessageCutter::MessageCutter(std::function<void(const StreamItem&)> out, Budget& budget, bool startsAtMessage)
+    : m_out(std::move(out)), m_budget(budget), m_search(startsAtMessage ? Search::None : Search::AtStart)
 {
 }
 
 MessageCutter::~MessageCutter()
 {
-    m_budget.giveBack(m_charged);
+    m_budget.release(m_reserved);
 }
 
 void MessageCutter::bytes(const QByteArray& data, qint64 timeUs)
 {
     m_timeUs = timeUs;
-    const qint64 skipped = qMin<qint64>(m_skip, data.size());
-    m_skip -= skipped;
-    const auto fresh = static_cast<int>(data.size() - skipped);
-    if (!m_budget.take(fresh)) {
-        const qint64 held = rest().size();
-        drop(held);
-        say(Cut::Kind::Note,
-            QString("too much is waiting to be put together: %1 given up").arg(bytesText(held + fresh)));
+    const qint64 skipped = qMin<qint64>(m_lostBytes, data.size());
+    m_lostBytes -= skipped;
+    const auto added = static_cast<int>(data.size() - skipped);
+    if (!m_budget.take(added)) {
+        const qint64 held = unread().size();
+        consume(held);
+        emitItem(StreamItem::Kind::Note,
+                 QString("too many bytes are buffered: %1 discarded").arg(bytesText(held + added)));
         compact();
-        lookForHeader(Search::AfterGap);
+        startSearch(Search::AfterGap);
         return;
     }
-    m_charged += fresh;
-    m_buffer.append(data.constData() + skipped, fresh);
-    while (cutOne()) {
+    m_reserved += added;
+    m_buffer.append(data.constData() + skipped, added);
+    while (cutMessage()) {
     }
     compact();
 }
@@ -95,88 +95,88 @@ void MessageCutter::gap(qint64 missing, qint64 timeUs)
     m_timeUs = timeUs;
     const QString size =
         missing < 0 ? QString("an unknown number of bytes is") : bytesText(missing) + (missing == 1 ? " is" : " are");
-    say(Cut::Kind::Gap, QString("%1 missing from the capture%2").arg(size, lostMessage(missing)), missing);
+    emitItem(StreamItem::Kind::Gap, QString("%1 missing from the capture%2").arg(size, lostMessage(missing)), missing);
     compact();
 }
 
 void MessageCutter::finish(bool isClosed)
 {
-    const Cut::Kind kind = isClosed ? Cut::Kind::Error : Cut::Kind::Note;
-    const QByteArray left = rest();
+    const StreamItem::Kind kind = isClosed ? StreamItem::Kind::Error : StreamItem::Kind::Note;
+    const QByteArray left = unread();
     if (m_search != Search::None) {
-        m_passed += left.size();
+        m_skippedBytes += left.size();
         endSearch();
     } else if (left.size() >= MessageHeader::Length) {
         const MessageHeader header = MessageHeader::read(left);
-        say(kind, QString("ends within a message, %1: %2 of %3 bytes")
-                      .arg(nameOf(header), QString::number(left.size()), QString::number(header.size)));
+        emitItem(kind, QString("ends within a message, %1: %2 of %3 bytes")
+                           .arg(nameOf(header), QString::number(left.size()), QString::number(header.size)));
     } else if (!left.isEmpty()) {
-        say(kind, QString("ends within a header: %1").arg(bytesText(left.size())));
+        emitItem(kind, QString("ends within a header: %1").arg(bytesText(left.size())));
     }
-    drop(left.size());
+    consume(left.size());
     compact();
-    m_skip = 0;
-    m_search = Search::BeganInTheMiddle;
+    m_lostBytes = 0;
+    m_search = Search::AtStart;
 }
 
-// false: more bytes are needed.
-bool MessageCutter::cutOne()
+// Returns false if more bytes are needed.
+bool MessageCutter::cutMessage()
 {
     if (m_search != Search::None && !findHeader())
         return false;
-    const QByteArray left = rest();
+    const QByteArray left = unread();
     if (left.size() < MessageHeader::Length) {
-        // Four bytes tell already that it goes wrong here.
+        // Four bytes suffice to detect that no message begins here.
         if (left.size() < 4 || left.startsWith("CITP"))
             return false;
-        lookForHeader(Search::AfterError);
+        startSearch(Search::AfterError);
         return true;
     }
     const MessageHeader header = MessageHeader::read(left.left(28));
     if (!header.hasCookie) {
-        lookForHeader(Search::AfterError);
+        startSearch(Search::AfterError);
         return true;
     }
-    if (header.size < MessageHeader::Length || header.size > MessageHeader::MostBytes) {
-        say(Cut::Kind::Error,
-            QString("a message of layer %1 announces %2, %3: its bytes are passed over")
-                .arg(header.layer, bytesText(header.size),
-                     header.size < MessageHeader::Length
-                         ? QString("less than a header")
-                         : QString("more than the %1 that are followed").arg(MessageHeader::MostBytes)));
-        m_passed = 4;
-        drop(4);
-        lookForHeader(Search::AfterGap);
+    if (header.size < MessageHeader::Length || header.size > MessageHeader::MaxBytes) {
+        emitItem(StreamItem::Kind::Error,
+                 QString("a message of layer %1 declares %2, %3: skipped")
+                     .arg(header.layer, bytesText(header.size),
+                          header.size < MessageHeader::Length
+                              ? QString("less than a header")
+                              : QString("more than the accepted %1").arg(MessageHeader::MaxBytes)));
+        m_skippedBytes = 4;
+        consume(4);
+        startSearch(Search::AfterGap);
         return true;
     }
     if (static_cast<quint32>(left.size()) < header.size)
         return false;
-    Cut cut;
-    cut.timeUs = m_timeUs;
-    cut.message = QByteArray(left.constData(), static_cast<int>(header.size));
-    drop(header.size);
-    m_out(cut);
+    StreamItem item;
+    item.timeUs = m_timeUs;
+    item.message = QByteArray(left.constData(), static_cast<int>(header.size));
+    consume(header.size);
+    m_out(item);
     return true;
 }
 
 bool MessageCutter::findHeader()
 {
-    const QByteArray left = rest();
+    const QByteArray left = unread();
     const int at = MessageHeader::find(left);
     if (at >= 0) {
-        m_passed += at;
-        drop(at);
+        m_skippedBytes += at;
+        consume(at);
         endSearch();
         return true;
     }
-    // A header may have begun in the last bytes.
-    const auto passed = qMax<qint64>(0, left.size() - (MessageHeader::Length - 1));
-    m_passed += passed;
-    drop(passed);
+    // The last bytes may be the start of a header.
+    const auto skipped = qMax<qint64>(0, left.size() - (MessageHeader::Length - 1));
+    m_skippedBytes += skipped;
+    consume(skipped);
     return false;
 }
 
-void MessageCutter::lookForHeader(Search why)
+void MessageCutter::startSearch(Search why)
 {
     m_search = why;
 }
@@ -184,70 +184,72 @@ void MessageCutter::lookForHeader(Search why)
 void MessageCutter::endSearch()
 {
     const bool isError = m_search == Search::AfterError;
-    if (m_passed > 0 && isError)
-        say(Cut::Kind::Error, bytesText(m_passed) + " that begin no message passed over");
-    else if (m_passed > 0 && m_search == Search::BeganInTheMiddle)
-        say(Cut::Kind::Note, "begins within a message: " + bytesText(m_passed) + " passed over");
-    else if (m_passed > 0)
-        say(Cut::Kind::Note, bytesText(m_passed) + " up to the next message passed over");
-    m_passed = 0;
+    if (m_skippedBytes > 0 && isError)
+        emitItem(StreamItem::Kind::Error, "skipped " + bytesText(m_skippedBytes) + " that do not begin a message");
+    else if (m_skippedBytes > 0 && m_search == Search::AtStart)
+        emitItem(StreamItem::Kind::Note, "starts within a message: skipped " + bytesText(m_skippedBytes));
+    else if (m_skippedBytes > 0)
+        emitItem(StreamItem::Kind::Note, "skipped " + bytesText(m_skippedBytes) + " up to the next message");
+    m_skippedBytes = 0;
     m_search = Search::None;
 }
 
-void MessageCutter::say(Cut::Kind kind, const QString& text, qint64 missing)
+void MessageCutter::emitItem(StreamItem::Kind kind, const QString& text, qint64 missing)
 {
-    Cut cut;
-    cut.kind = kind;
-    cut.timeUs = m_timeUs;
-    cut.missing = missing;
-    cut.text = text;
-    m_out(cut);
+    StreamItem item;
+    item.kind = kind;
+    item.timeUs = m_timeUs;
+    item.missing = missing;
+    item.text = text;
+    m_out(item);
 }
 
-void MessageCutter::drop(qint64 count)
+void MessageCutter::consume(qint64 count)
 {
     m_front += static_cast<int>(count);
 }
 
-// Once for all messages of a segment: moving the rest to the front for each would take its time with many small ones.
+// Called once for all messages of a segment, because moving the remaining bytes for each of many small messages is
+// slow.
 void MessageCutter::compact()
 {
     m_buffer.remove(0, m_front);
     m_front = 0;
-    // The budget counts bytes, and removing them frees no memory: what a long message took would be kept for ever.
+    // Removing bytes does not free memory. Without this, the memory for a long message would never be freed.
     if (m_buffer.capacity() > 4 * m_buffer.size())
         m_buffer.squeeze();
-    m_budget.giveBack(m_charged - m_buffer.size());
-    m_charged = m_buffer.size();
+    m_budget.release(m_reserved - m_buffer.size());
+    m_reserved = m_buffer.size();
 }
 
-QByteArray MessageCutter::rest() const
+QByteArray MessageCutter::unread() const
 {
     return QByteArray::fromRawData(m_buffer.constData() + m_front, static_cast<int>(m_buffer.size()) - m_front);
 }
 
-// Works out where the stream goes on behind a gap. A message whose end lies behind it is lost, but not the step.
+// Finds the continuation of the stream after a gap. If the current message extends beyond the gap, the message is lost,
+// but the start of the next message is known.
 QString MessageCutter::lostMessage(qint64 missing)
 {
-    const QByteArray left = rest();
+    const QByteArray left = unread();
     if (m_search != Search::None) {
-        m_passed += left.size();
-        drop(left.size());
+        m_skippedBytes += left.size();
+        consume(left.size());
         return {};
     }
-    qint64 expected = m_skip;
+    qint64 expected = m_lostBytes;
     QString text;
-    if (m_skip == 0 && left.size() >= MessageHeader::Length) {
+    if (m_lostBytes == 0 && left.size() >= MessageHeader::Length) {
         const MessageHeader header = MessageHeader::read(left);
         expected = header.size - left.size();
         text = QString("; a message of %1 bytes, %2, is lost with them").arg(header.size).arg(nameOf(header));
     }
-    drop(left.size());
-    m_skip = 0;
+    consume(left.size());
+    m_lostBytes = 0;
     if (missing >= 0 && missing <= expected)
-        m_skip = expected - missing;
+        m_lostBytes = expected - missing;
     else
-        lookForHeader(Search::AfterGap);
+        startSearch(Search::AfterGap);
     return text;
 }
 } // namespace Console

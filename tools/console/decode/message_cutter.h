@@ -1,4 +1,4 @@
-// MessageCutter: cuts a stream of bytes, which may have gaps and begin anywhere, into CITP messages.
+// MessageCutter: splits a byte stream into CITP messages. The stream may have gaps and start within a message.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -8,87 +8,87 @@
 #include "tcp_stream.h"
 
 namespace Console {
-/// The first bytes of a message.
+/// The header of a message.
 struct MessageHeader
 {
     static constexpr int Length = 20;
-    /// More than any message that is known: a picture has at most 64 KiB, a list of 65535 libraries a few MiB.
-    static constexpr qint64 MostBytes = 8 << 20;
+    /// Longest accepted message. Even a list of 65535 libraries has only a few MiB.
+    static constexpr qint64 MaxBytes = 8 << 20;
 
     bool hasCookie = false;
-    quint32 size = 0; ///< bytes of the whole message, as announced
+    quint32 size = 0; ///< declared size of the whole message in bytes
     QString layer;    ///< four characters
-    QString code;     ///< four characters; empty if there is none, or if it has not come yet
+    QString code;     ///< four characters; empty if there is none or it is not available yet
 
-    /// A header that is worth following: with this it is unlikely that it is something else.
+    /// Whether all checked fields have valid values, so that the bytes are very likely a header.
     bool isPlausible = false;
 
-    /// Reads the header at the front of @p bytes, of which there must be #Length.
+    /// Reads the header at the start of @p bytes, which must contain at least #Length bytes.
     static MessageHeader read(const QByteArray& bytes);
-    /// The offset of the first plausible header in @p bytes from @p start on; -1 if there is none.
+    /// Returns the offset of the first plausible header in @p bytes at or after @p start, or -1.
     static int find(const QByteArray& bytes, int start = 0);
 };
 
-/// What a stream turned out to hold.
-struct Cut
+/// A part of a stream.
+struct StreamItem
 {
     enum class Kind {
-        Message, ///< #message is one
-        Gap,     ///< bytes that the capture does not have; #text says what was lost with them
-        Error,   ///< the sender has broken the protocol; #text says how
-        Note,    ///< neither, but worth saying
+        Message, ///< a message, in #message
+        Gap,     ///< bytes missing from the capture; #text describes what is lost
+        Error,   ///< a protocol error of the sender, described in #text
+        Note,    ///< other information, in #text
     };
     Kind kind = Kind::Message;
     qint64 timeUs = 0;
     QByteArray message;
-    qint64 missing = 0; ///< of a gap: its bytes; -1 if unknown
+    qint64 missing = 0; ///< size of a gap in bytes; -1 if unknown
     QString text;
 };
 
-/// Cuts by the sizes that the headers announce. What begins no message is passed over up to the next header.
+/// Splits the stream by the sizes in the headers. Bytes that do not begin a message are skipped up to the next header.
 class MessageCutter : public StreamSink
 {
 public:
-    /// @p budget is used until the end of this object.
-    /// @param isFromTheStart the first byte to come is the first of a message; else the next header is looked for
-    MessageCutter(std::function<void(const Cut&)> out, Budget& budget, bool isFromTheStart);
+    /// @param budget must outlive this object
+    /// @param startsAtMessage true if the stream starts with a message; otherwise the cutter first searches for a
+    /// header
+    MessageCutter(std::function<void(const StreamItem&)> out, Budget& budget, bool startsAtMessage);
     ~MessageCutter() override;
     MessageCutter(const MessageCutter&) = delete;
     MessageCutter& operator=(const MessageCutter&) = delete;
 
-    /// The first byte to come is the first of a message.
-    void startHere() { m_search = Search::None; }
+    /// Declares that the next byte is the first byte of a message.
+    void startAtMessage() { m_search = Search::None; }
     void bytes(const QByteArray& data, qint64 timeUs) override;
     void gap(qint64 missing, qint64 timeUs) override;
-    /// Nothing more will come: says what is left over.
-    /// @param isClosed the sender has ended the stream here, so that what is left over is its fault
+    /// Ends the stream: reports an incomplete message.
+    /// @param isClosed the sender closed the stream, so that an incomplete message is an error of the sender
     void finish(bool isClosed);
-    /// Bytes of memory that what waits to be put together takes: at most four times as many as have been taken of the
-    /// budget for it.
+    /// Memory of the buffer in bytes: at most four times the bytes reserved from the budget.
     qint64 capacity() const { return m_buffer.capacity(); }
 
 private:
-    /// Why the next header is being looked for.
-    enum class Search { None, BeganInTheMiddle, AfterGap, AfterError };
+    /// Why the cutter searches for a header.
+    enum class Search { None, AtStart, AfterGap, AfterError };
 
-    bool cutOne();
+    bool cutMessage();
     bool findHeader();
-    void lookForHeader(Search why);
+    void startSearch(Search why);
     void endSearch();
-    void say(Cut::Kind kind, const QString& text, qint64 missing = 0);
-    void drop(qint64 count);
+    void emitItem(StreamItem::Kind kind, const QString& text, qint64 missing = 0);
+    void consume(qint64 count);
     void compact();
-    QByteArray rest() const;
+    QByteArray unread() const;
     QString lostMessage(qint64 missing);
 
-    const std::function<void(const Cut&)> m_out;
+    const std::function<void(const StreamItem&)> m_out;
     Budget& m_budget;
     Search m_search;
     QByteArray m_buffer;
-    int m_front = 0;      ///< bytes of #m_buffer that are done with
-    qint64 m_charged = 0; ///< what #m_buffer has taken of the budget
-    qint64 m_skip = 0;    ///< bytes still to come of a message that is lost
-    qint64 m_passed = 0;  ///< bytes passed over in this search
+    int m_front = 0;           ///< number of consumed bytes at the front of #m_buffer
+    qint64 m_reserved = 0;     ///< bytes that #m_buffer has reserved from the budget
+    qint64 m_lostBytes = 0;    ///< bytes to ignore, which belong to a lost message
+    qint64 m_skippedBytes = 0; ///< bytes skipped in the current search
     qint64 m_timeUs = 0;
 };
 } // namespace Console

@@ -1,4 +1,4 @@
-// The message classes by layer and code, and their debug texts.
+// Selects the message class by layer and content code and reads its debug text.
 // SPDX-License-Identifier: Apache-2.0
 #include "message_text.h"
 
@@ -22,7 +22,7 @@ struct Reading
 {
     QString text;
     bool isValid;
-    QString problem; ///< besides what #isValid says
+    QString problem; ///< in addition to #isValid
 };
 
 template <typename Message>
@@ -34,14 +34,14 @@ Reading read(const QByteArray& bytes)
     return reading;
 }
 
-// What the library does not take apart is shown as it stands, at least its beginning.
+// The first bytes of a body that the library does not parse.
 QString bodyText(const QByteArray& body)
 {
-    constexpr int MostBytes = 64;
+    constexpr int MaxBytes = 64;
     if (body.isEmpty())
         return {};
-    const QByteArray shown = body.left(MostBytes);
-    return " body=" + QString::fromLatin1(shown.toHex(' ')) + (body.size() > MostBytes ? " ..." : "");
+    const QByteArray shown = body.left(MaxBytes);
+    return " body=" + QString::fromLatin1(shown.toHex(' ')) + (body.size() > MaxBytes ? " ..." : "");
 }
 
 template <typename Layer, int BodyOffset>
@@ -52,7 +52,7 @@ Reading readLayer(const QByteArray& bytes)
     return reading;
 }
 
-// Its debug text leaves the headers out.
+// The debug text of an SInf does not include the headers, so they are added.
 Reading readServerInformation(const QByteArray& bytes)
 {
     Reading reading = read<Msg_MSEX_SINF>(bytes);
@@ -74,13 +74,13 @@ Reading readThumbnail(const QByteArray& bytes)
 {
     Reading reading = read<Message>(bytes);
     if (reading.isValid && Message(bytes).ThumbnailBuffer.isEmpty())
-        reading.problem = "holds no picture that can be read";
+        reading.problem = "contains no readable picture";
     return reading;
 }
 
 using ReadFunction = Reading (*)(const QByteArray&);
 
-// Server to console and back; nothing is said both ways but PNam, which reads the same.
+// Messages of both directions. Only PNam is sent in both, with the same layout.
 ReadFunction readerFor(const QString& layer, const QString& code)
 {
     static const QHash<QString, ReadFunction> all{
@@ -111,7 +111,7 @@ QString problemOf(const QByteArray& bytes, const Reading& reading)
     if (header.citpMajor != 1 || header.citpMinor != 0)
         return QString("CITP version %1.%2, not 1.0").arg(header.citpMajor).arg(header.citpMinor);
     if (!header.valid)
-        return QString("announces %1 bytes but has %2").arg(header.size).arg(bytes.size());
+        return QString("declares %1 bytes but has %2").arg(header.size).arg(bytes.size());
     if (!reading.isValid && header.contentType() == QLatin1String("MSEX")) {
         const Msg_MSEX layer(bytes);
         return QString("not accepted in MSEX version %1.%2").arg(layer.versionMajor).arg(layer.versionMinor);

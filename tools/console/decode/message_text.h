@@ -1,4 +1,4 @@
-// What a whole CITP message says, in the library's own words.
+// Describes a complete CITP message with the debug text of the library.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -10,11 +10,11 @@ struct MessageText
 {
     QString layer;   ///< four characters, e.g. "MSEX"
     QString code;    ///< four characters, e.g. "SInf"; empty if the message is too short for one
-    QString text;    ///< the debug text; may have line feeds, and whatever the sender put into its texts
-    QString problem; ///< why the library would not use it; empty if it would
+    QString text;    ///< debug text; may contain line feeds, and any characters sent by the peer
+    QString problem; ///< why the library would discard the message; empty if it accepts it
 };
 
-/// Reads @p message with the class that its codes name.
-/// @param message at least a header; as long as it announces, if it came over a connection
+/// Parses @p message with the class for its layer and content code.
+/// @param message at least a header; if received over a connection, its size matches the header
 MessageText describeMessage(const QByteArray& message);
 } // namespace Console

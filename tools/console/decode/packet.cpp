@@ -1,4 +1,4 @@
-// Reading of frames: link layers, VLAN tags, IPv4, UDP and TCP.
+// Parsing of frames: link layers, VLAN tags, IPv4, UDP and TCP.
 // SPDX-License-Identifier: Apache-2.0
 #include "packet.h"
 
@@ -11,7 +11,7 @@ namespace Console {
 namespace {
 constexpr quint16 Ipv4 = 0x0800;
 
-// The bytes that are left of a frame, eaten from the front.
+// The remaining bytes of a frame.
 class Bytes
 {
 public:
@@ -40,7 +40,8 @@ bool isVlanTag(quint16 type)
     return type == 0x8100 || type == 0x88a8 || type == 0x9100 || type == 0x9200;
 }
 
-// The protocol number at @p typeOffset of a header of @p length bytes, VLAN tags behind it eaten too. 0: cut short.
+// Skips a header and the VLAN tags after it. Returns the protocol number at @p typeOffset, or 0 if truncated.
+// @p typeOffset, or 0 if the frame is truncated.
 quint16 skipHeader(Bytes& bytes, int typeOffset, int length)
 {
     if (!bytes.has(length))
@@ -56,8 +57,7 @@ quint16 skipHeader(Bytes& bytes, int typeOffset, int length)
     return type;
 }
 
-// Loopback headers are four bytes in the byte order of the machine that captured; the one that has a small number in
-// it tells which.
+// Loopback headers are four bytes in the byte order of the capturing machine, so both byte orders are accepted.
 quint16 skipFamily(Bytes& bytes)
 {
     constexpr quint32 Inet = 2;
@@ -69,7 +69,7 @@ quint16 skipFamily(Bytes& bytes)
     return isInet ? Ipv4 : 1;
 }
 
-// 0: cut short; anything but Ipv4: not for us.
+// Returns the protocol number, or 0 if the frame is truncated.
 quint16 skipLinkLayer(int linkType, Bytes& bytes)
 {
     switch (linkType) {
@@ -90,8 +90,8 @@ quint16 skipLinkLayer(int linkType, Bytes& bytes)
 void readUdp(Bytes bytes, int length, Packet& packet)
 {
     constexpr int HeaderLength = 8;
-    const int stated = bytes.has(HeaderLength) ? bytes.u16(4) : 0;
-    if (stated < HeaderLength || stated > length) {
+    const int declared = bytes.has(HeaderLength) ? bytes.u16(4) : 0;
+    if (declared < HeaderLength || declared > length) {
         packet.kind = Packet::Kind::Damaged;
         return;
     }
@@ -99,7 +99,7 @@ void readUdp(Bytes bytes, int length, Packet& packet)
     packet.isUdp = true;
     packet.from.port = bytes.u16(0);
     packet.to.port = bytes.u16(2);
-    packet.length = stated - HeaderLength;
+    packet.length = declared - HeaderLength;
     bytes.skip(HeaderLength);
     bytes.keep(packet.length);
     packet.data = QByteArray::fromRawData(bytes.data(), bytes.size());
@@ -107,9 +107,9 @@ void readUdp(Bytes bytes, int length, Packet& packet)
 
 void readTcp(Bytes bytes, int length, Packet& packet)
 {
-    constexpr int LeastLength = 20;
-    const int headerLength = bytes.has(LeastLength) ? (bytes.u8(12) >> 4) * 4 : 0;
-    if (headerLength < LeastLength || headerLength > length) {
+    constexpr int MinLength = 20;
+    const int headerLength = bytes.has(MinLength) ? (bytes.u8(12) >> 4) * 4 : 0;
+    if (headerLength < MinLength || headerLength > length) {
         packet.kind = Packet::Kind::Damaged;
         return;
     }
@@ -124,24 +124,25 @@ void readTcp(Bytes bytes, int length, Packet& packet)
     packet.isReset = flags & 0x04;
     packet.hasAcknowledged = flags & 0x10;
     packet.length = length - headerLength;
-    // The options themselves may be what was cut off.
+    // The capture may be truncated within the options.
     bytes.skip(qMin(headerLength, bytes.size()));
     packet.data = QByteArray::fromRawData(bytes.data(), bytes.size());
 }
 
 void readIpv4(Bytes bytes, Packet& packet)
 {
-    constexpr int LeastLength = 20;
+    constexpr int MinLength = 20;
     constexpr quint8 Tcp = 6;
     constexpr quint8 Udp = 17;
-    const int headerLength = bytes.has(LeastLength) ? (bytes.u8(0) & 0x0f) * 4 : 0;
-    if (headerLength < LeastLength || bytes.u8(0) >> 4 != 4 || !bytes.has(headerLength)) {
+    const int headerLength = bytes.has(MinLength) ? (bytes.u8(0) & 0x0f) * 4 : 0;
+    if (headerLength < MinLength || bytes.u8(0) >> 4 != 4 || !bytes.has(headerLength)) {
         packet.kind = Packet::Kind::Damaged;
         return;
     }
-    // Adapters that cut big packets themselves are handed such without a length: all that is there belongs to them.
-    const int stated = bytes.u16(2);
-    const int total = stated == 0 ? bytes.size() : stated;
+    // With segmentation offload, outgoing packets can have a length of 0. The packet then extends to the end of the
+    // frame.
+    const int declared = bytes.u16(2);
+    const int total = declared == 0 ? bytes.size() : declared;
     const quint16 fragment = bytes.u16(6);
     const quint8 protocol = bytes.u8(9);
     if (total < headerLength) {

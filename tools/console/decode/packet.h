@@ -1,4 +1,4 @@
-// Packets: what a captured frame carries, from the link layer up to the payload of UDP or TCP.
+// Parsing of captured frames, from the link layer to the payload of UDP or TCP.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -7,10 +7,10 @@
 #include <tuple>
 
 namespace Console {
-/// One end of a datagram or connection.
+/// Source or destination of a packet.
 struct Endpoint
 {
-    quint32 address = 0; ///< IPv4, the first byte highest
+    quint32 address = 0; ///< IPv4, host byte order
     quint16 port = 0;
 
     bool operator==(const Endpoint& other) const { return address == other.address && port == other.port; }
@@ -20,39 +20,39 @@ struct Endpoint
     }
 };
 
-/// "2.0.0.10:4811", as the keys of servers are written.
+/// "2.0.0.10:4811", the format of server keys.
 QString toText(const Endpoint& endpoint);
 
-/// What one captured frame carries.
+/// A parsed frame.
 struct Packet
 {
     enum class Kind {
-        Other,    ///< neither UDP nor TCP over IPv4; nothing but the time is filled in
-        Damaged,  ///< its headers are cut short or contradict one another; the same
-        Fragment, ///< one of the pieces of an IPv4 packet; ports are filled in for the first piece alone
+        Other,    ///< neither UDP nor TCP over IPv4; only the time is set
+        Damaged,  ///< headers truncated or inconsistent; only the time is valid
+        Fragment, ///< IPv4 fragment; the ports are set only for the first fragment
         Udp,
         Tcp,
     };
     Kind kind = Kind::Other;
     qint64 timeUs = 0;  ///< microseconds since 1970, UTC
-    bool isUdp = false; ///< of a fragment: what it is a fragment of; otherwise as #kind says
+    bool isUdp = false; ///< UDP or, if false, TCP; also set for fragments
     Endpoint from;
     Endpoint to;
-    quint32 sequence = 0;     ///< TCP: number of the first byte of #data, or of the SYN before it
-    quint32 acknowledged = 0; ///< TCP: number of the next byte that the sender expects, if #hasAcknowledged
+    quint32 sequence = 0;     ///< TCP sequence number
+    quint32 acknowledged = 0; ///< TCP acknowledgement number, valid if #hasAcknowledged
     bool hasAcknowledged = false;
     bool isSyn = false;
     bool isFin = false;
     bool isReset = false;
-    /// The payload as far as it was captured. It refers to the frame's bytes and is good as long as those are.
+    /// The captured part of the payload. Refers to the bytes of the frame and is valid only as long as they are.
     QByteArray data;
-    int length = 0; ///< bytes of payload that were on the wire; at least those of #data
+    int length = 0; ///< length of the payload on the wire, at least the size of #data
 };
 
-/// Whether frames of this libpcap link type (DLT_...) can be read.
+/// Whether readPacket() supports this libpcap link type (DLT_...).
 bool isKnownLinkType(int linkType);
 
-/// Reads a frame of @p linkType. Never looks beyond @p frame, whatever the lengths in it say.
-/// @param timeUs when it was captured; passed on
+/// Parses a frame of @p linkType. Never reads beyond @p frame, whatever lengths it contains.
+/// @param timeUs capture time, copied to the packet
 Packet readPacket(int linkType, const QByteArray& frame, qint64 timeUs);
 } // namespace Console

@@ -1,4 +1,4 @@
-// Counting of events, and the tables.
+// Counting of events and formatting of the summary.
 // SPDX-License-Identifier: Apache-2.0
 #include "summary.h"
 
@@ -13,10 +13,10 @@
 
 namespace Console {
 namespace {
-constexpr int MostSummarised = 1024;
-constexpr int MostKinds = 128;
+constexpr int MaxServers = 1024;
+constexpr int MaxKinds = 128;
 constexpr double Second = 1e6;
-// Stands for the layer and code of the kinds that are counted as one; longer than any layer.
+// Replaces layer and code of message types that are counted together. Longer than any layer, so that it is unique.
 constexpr const char* Others = "other";
 
 double seconds(qint64 fromUs, qint64 toUs)
@@ -34,7 +34,7 @@ QString productOf(const QByteArray& message)
              QString::number(info.GetHighestMsexVersion()));
 }
 
-void see(qint64 timeUs, bool isFirst, qint64& firstUs, qint64& lastUs)
+void extendRange(qint64 timeUs, bool isFirst, qint64& firstUs, qint64& lastUs)
 {
     firstUs = isFirst ? timeUs : qMin(firstUs, timeUs);
     lastUs = isFirst ? timeUs : qMax(lastUs, timeUs);
@@ -43,23 +43,23 @@ void see(qint64 timeUs, bool isFirst, qint64& firstUs, qint64& lastUs)
 
 void Summary::add(const Event& event)
 {
-    const bool isRoom = m_servers.contains(event.server) || m_servers.size() < MostSummarised;
+    const bool isRoom = m_servers.contains(event.server) || m_servers.size() < MaxServers;
     const QString key = isRoom ? event.server : QString("others");
     const bool isNew = !m_servers.contains(key);
     Server& server = m_servers[key];
-    see(event.timeUs, isNew, server.firstUs, server.lastUs);
+    extendRange(event.timeUs, isNew, server.firstUs, server.lastUs);
     switch (event.kind) {
-        case Cut::Kind::Message:
+        case StreamItem::Kind::Message:
             addMessage(server, event);
             break;
-        case Cut::Kind::Gap:
+        case StreamItem::Kind::Gap:
             ++server.gaps;
             server.missing += qMax<qint64>(0, event.missing);
             break;
-        case Cut::Kind::Error:
+        case StreamItem::Kind::Error:
             ++server.errors;
             break;
-        case Cut::Kind::Note:
+        case StreamItem::Kind::Note:
             server.connections += event.isConnecting ? 1 : 0;
             break;
     }
@@ -68,10 +68,10 @@ void Summary::add(const Event& event)
 void Summary::addMessage(Server& server, const Event& event)
 {
     const QString wanted = QString("%1 %2 %3").arg(static_cast<int>(event.direction)).arg(event.layer, event.code);
-    const bool isRoom = server.counts.contains(wanted) || server.counts.size() < MostKinds;
+    const bool isRoom = server.counts.contains(wanted) || server.counts.size() < MaxKinds;
     Count& count = server.counts[isRoom ? wanted : QString("%1 %2").arg(static_cast<int>(event.direction)).arg(Others)];
     const qint64 size = event.message.size();
-    see(event.timeUs, count.messages == 0, count.firstUs, count.lastUs);
+    extendRange(event.timeUs, count.messages == 0, count.firstUs, count.lastUs);
     count.smallest = count.messages == 0 ? size : qMin(count.smallest, size);
     count.largest = qMax(count.largest, size);
     ++count.messages;
@@ -90,7 +90,7 @@ void Summary::addMessage(Server& server, const Event& event)
     }
 }
 
-// Over the time in which the server was seen: how often it came on the whole. Nothing can be said of a single moment.
+// The mean rate over the time in which the server was seen; "-" if that time is zero.
 QString Summary::perSecond(const Server& server, const Count& count)
 {
     const double duration = seconds(server.firstUs, server.lastUs);
@@ -108,7 +108,7 @@ QStringList Summary::lines() const
             heading += more.isEmpty() ? QString() : "  " + more;
         if (!lines.isEmpty())
             lines << QString();
-        lines << harmless(heading);
+        lines << escapeControls(heading);
         lines << QString("seen from %1 to %2, %3 s; connections begun: %4")
                      .arg(localDateAndTime(server->firstUs), localDateAndTime(server->lastUs))
                      .arg(seconds(server->firstUs, server->lastUs), 0, 'f', 1)

@@ -1,4 +1,4 @@
-// Summary: what was said in a capture, counted for each server.
+// Summary: counts of the messages in a capture for each server.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -10,15 +10,15 @@
 #include "decoder.h"
 
 namespace Console {
-/// Counts events. It is bounded too: of more servers or kinds of message than any show has, the rest is counted as one.
+/// Counts events. Memory is bounded: servers and message types beyond a limit are counted together.
 class Summary
 {
 public:
     void add(const Event& event);
 
-    /// For people: for each server a heading, a table, and what was wrong.
+    /// The counts as text: for each server a heading, a table and the number of errors.
     QStringList lines() const;
-    /// One object for each server.
+    /// The counts as JSON, one object for each server.
     std::vector<QJsonObject> objects() const;
 
 private:
@@ -28,20 +28,20 @@ private:
         qint64 bytes = 0;
         qint64 smallest = 0;
         qint64 largest = 0;
-        qint64 problems = 0; ///< of them such as the library would not use
+        qint64 problems = 0; ///< messages that the library would discard
         qint64 firstUs = 0;
         qint64 lastUs = 0;
     };
     struct Server
     {
-        QString name;                ///< as announced
-        QString type;                ///< as announced, e.g. "MediaServer"
-        QString product;             ///< as it says itself, with version and MSEX version
-        QMap<QString, Count> counts; ///< by "0 PINF PLoc": direction, layer, code
+        QString name;                ///< from PLoc
+        QString type;                ///< from PLoc, e.g. "MediaServer"
+        QString product;             ///< from SInf, with version and MSEX version
+        QMap<QString, Count> counts; ///< by direction, layer and code, e.g. "0 PINF PLoc"
         qint64 connections = 0;
-        qint64 errors = 0; ///< breaches of the protocol, the problems of the messages included
+        qint64 errors = 0; ///< protocol errors, including messages with problems
         qint64 gaps = 0;
-        qint64 missing = 0; ///< bytes in the gaps, as far as known
+        qint64 missing = 0; ///< bytes in gaps of known size
         qint64 firstUs = 0;
         qint64 lastUs = 0;
     };

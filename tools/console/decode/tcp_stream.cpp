@@ -4,14 +4,14 @@
 
 namespace Console {
 namespace {
-// No window is that big: whoever is that far away speaks of another stream, or the capture has a hole in between.
-constexpr qint64 LongestJump = 16 << 20;
+// Larger than any window: a greater distance means another stream or a long gap in the capture.
+constexpr qint64 MaxJump = 16 << 20;
 constexpr qint64 AcknowledgedGraceUs = 1000000;
-constexpr qint64 LongestWaitUs = 30000000;
-// What a held segment takes besides its bytes.
+constexpr qint64 MaxWaitUs = 30000000;
+// Memory of a held segment in addition to its payload.
 constexpr qint64 Overhead = 128;
 
-// How far @p sequence is ahead of @p from; numbers wrap.
+// The distance from @p from to @p sequence, with wrap-around.
 qint64 distance(quint32 from, quint32 sequence)
 {
     return static_cast<qint32>(sequence - from);
@@ -37,10 +37,10 @@ void TcpStream::add(quint32 sequence, const QByteArray& data, int length, qint64
         start(sequence);
     skipOldGaps(timeUs);
     qint64 ahead = distance(m_next, sequence);
-    if (ahead > LongestJump || ahead < -LongestJump) {
+    if (ahead > MaxJump || ahead < -MaxJump) {
         const bool isBack = ahead < 0;
         finish();
-        // What came out of that has shortened the jump, and may reach over it.
+        // The segments delivered by finish() have reduced the distance and may even cover it.
         ahead = distance(m_next, sequence);
         if (isBack || ahead > 0) {
             m_sink.gap(isBack ? -1 : ahead, qMax(timeUs, m_timeUs));
@@ -59,7 +59,7 @@ void TcpStream::add(quint32 sequence, const QByteArray& data, int length, qint64
 void TcpStream::acknowledge(quint32 sequence, qint64 timeUs)
 {
     const qint64 ahead = distance(m_next, sequence);
-    if (!m_isStarted || ahead <= 0 || ahead > LongestJump)
+    if (!m_isStarted || ahead <= 0 || ahead > MaxJump)
         return;
     m_acknowledged = qMax(m_acknowledged, m_position + ahead);
     m_acknowledgedUs = qMax(m_acknowledgedUs, timeUs);
@@ -70,10 +70,10 @@ void TcpStream::finish()
 {
     while (!m_held.empty())
         skipGap();
-    // The end of a stream has a number of its own, which is no byte.
+    // A FIN occupies one sequence number, which is not a byte.
     const qint64 missing = m_acknowledged - m_position;
     if (missing > 1) {
-        // Perhaps of a stream of which no byte was captured.
+        // m_timeUs is not set if no byte of the stream was captured.
         m_timeUs = qMax(m_timeUs, m_acknowledgedUs);
         m_sink.gap(missing, m_timeUs);
         m_position += missing;
@@ -86,14 +86,14 @@ void TcpStream::deliver(const QByteArray& data, int length, qint64 skip, qint64 
     if (skip >= length)
         return;
     m_timeUs = qMax(m_timeUs, timeUs);
-    const qint64 fresh = length - skip;
+    const qint64 added = length - skip;
     const qint64 captured = qMax<qint64>(0, data.size() - skip);
-    m_position += fresh;
-    m_next += static_cast<quint32>(fresh);
+    m_position += added;
+    m_next += static_cast<quint32>(added);
     if (captured > 0)
         m_sink.bytes(QByteArray::fromRawData(data.constData() + skip, static_cast<int>(captured)), m_timeUs);
-    if (captured < fresh)
-        m_sink.gap(fresh - captured, m_timeUs);
+    if (captured < added)
+        m_sink.gap(added - captured, m_timeUs);
 }
 
 void TcpStream::deliverHeld()
@@ -118,9 +118,8 @@ void TcpStream::hold(qint64 position, const QByteArray& data, int length, qint64
     }
     if (m_held.empty())
         m_waitsSinceUs = timeUs;
-    // Over its share, the stream gives up what it waits for: what is held comes first, and then this segment in its
-    // turn.
-    while (!m_held.empty() && (m_heldBytes + data.size() > MostHeldBytes || m_held.size() >= MostHeldSegments))
+    // When the limit is reached, the missing bytes are given up: held segments are delivered before this one.
+    while (!m_held.empty() && (m_heldBytes + data.size() > MaxHeldBytes || m_held.size() >= MaxHeldSegments))
         skipGap();
     if (position > m_position && m_budget.take(data.size() + Overhead)) {
         m_heldBytes += data.size();
@@ -142,7 +141,7 @@ void TcpStream::hold(qint64 position, const QByteArray& data, int length, qint64
 void TcpStream::release(std::map<qint64, Held>::iterator held)
 {
     m_heldBytes -= held->second.data.size();
-    m_budget.giveBack(held->second.data.size() + Overhead);
+    m_budget.release(held->second.data.size() + Overhead);
     m_held.erase(held);
 }
 
@@ -161,7 +160,7 @@ void TcpStream::skipOldGaps(qint64 timeUs)
     while (!m_held.empty()) {
         const qint64 waited = timeUs - m_waitsSinceUs;
         const bool isAcknowledged = m_acknowledged >= m_held.begin()->first;
-        if (waited < (isAcknowledged ? AcknowledgedGraceUs : LongestWaitUs))
+        if (waited < (isAcknowledged ? AcknowledgedGraceUs : MaxWaitUs))
             return;
         skipGap();
         m_waitsSinceUs = m_held.empty() ? timeUs : qMax(m_waitsSinceUs, m_held.begin()->second.timeUs);

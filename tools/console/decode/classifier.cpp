@@ -1,6 +1,6 @@
-// Finding CITP among the packets of a capture.
+// Detects CITP by announcements and by the headers in TCP segments.
 // SPDX-License-Identifier: Apache-2.0
-#include "survey.h"
+#include "classifier.h"
 
 #include <citp/citp_msg_peer.h>
 
@@ -10,29 +10,29 @@
 
 namespace Console {
 namespace {
-// Bounds for what a hostile capture can make this remember; no show network comes near.
-constexpr std::size_t MostAnnounced = 4096;
-constexpr std::size_t MostConnections = 16384;
+// More than any show network has. Bounds the memory for a malicious capture.
+constexpr std::size_t MaxAnnounced = 4096;
+constexpr std::size_t MaxConnections = 16384;
 
-const QStringList& saidByServers()
+const QStringList& serverMessageCodes()
 {
     static const QStringList codes{"SInf", "ELIn", "ELUp", "MEIn", "EEIn", "GLEI", "LSta", "ELTh", "EThn", "Ptch"};
     return codes;
 }
 
-const QStringList& saidToServers()
+const QStringList& consoleMessageCodes()
 {
     static const QStringList codes{"CInf", "GELI", "GEIn", "GELT", "GETh", "SPtc"};
     return codes;
 }
 } // namespace
 
-Survey::Connection Survey::connectionOf(const Packet& packet)
+Classifier::Connection Classifier::connectionOf(const Packet& packet)
 {
     return packet.from < packet.to ? Connection{packet.from, packet.to} : Connection{packet.to, packet.from};
 }
 
-bool Survey::take(const Packet& packet)
+bool Classifier::learn(const Packet& packet)
 {
     if (packet.kind == Packet::Kind::Udp)
         learnFromDatagram(packet);
@@ -41,7 +41,7 @@ bool Survey::take(const Packet& packet)
     return isCitp(packet);
 }
 
-bool Survey::isCitp(const Packet& packet) const
+bool Classifier::isCitp(const Packet& packet) const
 {
     if (packet.kind == Packet::Kind::Other || packet.kind == Packet::Kind::Damaged)
         return false;
@@ -51,7 +51,7 @@ bool Survey::isCitp(const Packet& packet) const
            m_connections.count(connectionOf(packet)) != 0;
 }
 
-Endpoint Survey::serverOf(const Connection& connection) const
+Endpoint Classifier::serverOf(const Connection& connection) const
 {
     if (m_announced.count(connection.first) != 0)
         return connection.first;
@@ -61,17 +61,17 @@ Endpoint Survey::serverOf(const Connection& connection) const
     return guess == m_connections.end() ? connection.second : guess->second.server;
 }
 
-bool Survey::isServerSure(const Connection& connection) const
+bool Classifier::isServerKnown(const Connection& connection) const
 {
     if (m_announced.count(connection.first) != 0 || m_announced.count(connection.second) != 0)
         return true;
     const auto guess = m_connections.find(connection);
-    return guess != m_connections.end() && guess->second.isSure;
+    return guess != m_connections.end() && guess->second.isKnown;
 }
 
-void Survey::learnFromDatagram(const Packet& packet)
+void Classifier::learnFromDatagram(const Packet& packet)
 {
-    if (!isCitp(packet) || packet.data.size() < MessageHeader::Length || m_announced.size() >= MostAnnounced)
+    if (!isCitp(packet) || packet.data.size() < MessageHeader::Length || m_announced.size() >= MaxAnnounced)
         return;
     const MessageHeader header = MessageHeader::read(packet.data);
     if (!header.hasCookie || header.layer != QLatin1String("PINF") || header.code != QLatin1String("PLoc"))
@@ -81,7 +81,7 @@ void Survey::learnFromDatagram(const Packet& packet)
         m_announced.insert({packet.from.address, announcement.port});
 }
 
-void Survey::learnFromSegment(const Packet& packet)
+void Classifier::learnFromSegment(const Packet& packet)
 {
     const int at = MessageHeader::find(packet.data);
     if (at < 0)
@@ -89,18 +89,18 @@ void Survey::learnFromSegment(const Packet& packet)
     const Connection connection = connectionOf(packet);
     auto known = m_connections.find(connection);
     if (known == m_connections.end()) {
-        if (m_connections.size() >= MostConnections)
+        if (m_connections.size() >= MaxConnections)
             return;
-        // Ports that are handed out for connecting are high ones.
+        // Ephemeral client ports are usually higher than server ports.
         const Endpoint likely = packet.from.port < packet.to.port ? packet.from : packet.to;
         known = m_connections.insert({connection, {likely, false}}).first;
     }
-    if (known->second.isSure)
+    if (known->second.isKnown)
         return;
     const QString code = MessageHeader::read(packet.data.mid(at, 28)).code;
-    if (saidByServers().contains(code))
+    if (serverMessageCodes().contains(code))
         known->second = {packet.from, true};
-    else if (saidToServers().contains(code))
+    else if (consoleMessageCodes().contains(code))
         known->second = {packet.to, true};
 }
 } // namespace Console

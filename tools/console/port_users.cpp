@@ -1,6 +1,6 @@
-// The kernel's tables of sockets, and of the descriptors of processes, put together.
+// Matches the kernel's table of UDP sockets with the file descriptors of the processes in /proc.
 // SPDX-License-Identifier: Apache-2.0
-#include "port_holders.h"
+#include "port_users.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -18,7 +18,7 @@ QByteArray contentOf(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// The links that a descriptor of one of the port's sockets has for a target.
+// The sockets of the port, in the form of the link targets in /proc/<pid>/fd.
 QSet<QString> socketsOn(quint16 port)
 {
     constexpr int LocalAddress = 1;
@@ -45,7 +45,7 @@ QString programsOnUdpPort(quint16 port)
     for (const QString& process : processes) {
         const QDir descriptors(QString("/proc/%1/fd").arg(process));
         QSet<QString> own;
-        // To Qt the links lead nowhere, so that QDir counts them among the system's files.
+        // The link targets are not files, so QDir lists the links as system files.
         const QStringList names = descriptors.entryList(QDir::Files | QDir::System);
         for (const QString& name : names) {
             const QString target = QFile::symLinkTarget(descriptors.filePath(name)).section('/', -1);
@@ -58,7 +58,7 @@ QString programsOnUdpPort(quint16 port)
         if (process.toLongLong() == QCoreApplication::applicationPid())
             continue;
         const QString name = QString::fromLocal8Bit(contentOf(QString("/proc/%1/comm").arg(process))).trimmed();
-        programs << QString("%1 (process %2)").arg(harmless(name), process);
+        programs << QString("%1 (process %2)").arg(escapeControls(name), process);
     }
     if (!unexplained.isEmpty())
         programs << "a program of another user";

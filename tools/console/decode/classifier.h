@@ -1,0 +1,48 @@
+// Classifier: detects which packets of a capture belong to CITP and which endpoint of a connection is the server.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <map>
+#include <set>
+#include <utility>
+
+#include "packet.h"
+
+namespace Console {
+constexpr quint16 DiscoveryPort = 4809;
+
+/// Processes the packets of a capture in order. A connection is classified as CITP if one of its endpoints was
+/// announced (PLoc) or if it contains a CITP header.
+class Classifier
+{
+public:
+    /// Both endpoints of a connection, the lower one first.
+    using Connection = std::pair<Endpoint, Endpoint>;
+
+    static Connection connectionOf(const Packet& packet);
+
+    /// Processes @p packet.
+    /// @return isCitp() of the packet
+    bool learn(const Packet& packet);
+
+    /// Whether @p packet belongs to CITP, according to the packets processed so far.
+    bool isCitp(const Packet& packet) const;
+    /// The server endpoint of a CITP connection: the announced endpoint, otherwise the likely one.
+    Endpoint serverOf(const Connection& connection) const;
+    /// Whether serverOf() is certain.
+    bool isServerKnown(const Connection& connection) const;
+
+private:
+    struct Guess
+    {
+        Endpoint server;
+        bool isKnown = false; ///< certain, because a message that only servers send or receive was seen
+    };
+
+    void learnFromDatagram(const Packet& packet);
+    void learnFromSegment(const Packet& packet);
+
+    std::set<Endpoint> m_announced;
+    std::map<Connection, Guess> m_connections; ///< connections in which a header was seen
+};
+} // namespace Console
