@@ -111,8 +111,8 @@ private:
 /// @param share with other sockets that share the port too
 Descriptor openDiscoveryPort(bool share);
 
-/// This process's descriptors of the stack's end of connections to @p server. The stack runs in the same process, so its
-/// sockets can be inspected.
+/// This process's descriptors of the stack's end of connections to @p server. The stack runs in the same process, so
+/// its sockets can be inspected.
 std::vector<int> stackDescriptors(const FakeServer& server);
 /// The first of them; -1 if there is none.
 int stackDescriptor(const FakeServer& server);
