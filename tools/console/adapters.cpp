@@ -35,14 +35,14 @@ void printAsText(const std::vector<NetworkAdapter>& all, const ArtNet::Adapter& 
 {
     int width = 7;
     for (const NetworkAdapter& adapter : all)
-        width = qMax(width, static_cast<int>(nameOf(adapter).size()));
+        width = qMax(width, static_cast<int>(adapterName(adapter).size()));
     const auto row = [width](const QString& mark, const QString& name, const QString& state, const QString& addresses) {
         printLine(QString("%1 %2  %3  %4").arg(mark, name.leftJustified(width), state.leftJustified(24), addresses));
     };
     row(" ", "ADAPTER", "STATE", "ADDRESSES");
     for (const NetworkAdapter& adapter : all) {
         const QStringList addresses = addressesOf(adapter.GetState());
-        row(used.IsValid() && adapter.GetName() == used.GetName() ? "*" : " ", nameOf(adapter),
+        row(used.IsValid() && adapter.GetName() == used.GetName() ? "*" : " ", adapterName(adapter),
             stateText(adapter.GetState()), addresses.isEmpty() ? "-" : addresses.join(", "));
     }
     printLine(QString("used: %1 (%2)").arg(nameAndAddress(used), reasonFor(used)));
@@ -117,7 +117,7 @@ QString reasonFor(const ArtNet::Adapter& adapter)
 
 QString nameAndAddress(const ArtNet::Adapter& adapter)
 {
-    const QString name = nameOf(adapter);
+    const QString name = adapterName(adapter);
     if (adapter.IsValid())
         return QString("%1, %2").arg(name, QHostAddress(adapter.GetIpAddress()).toString());
     return name.isEmpty() ? QString("none") : QString("none, not '%1'").arg(name);

@@ -22,7 +22,7 @@ QString reasonFor(const ArtNet::Adapter& adapter);
 
 /// The adapter's name, with control characters escaped.
 template <typename Adapter>
-QString nameOf(const Adapter& adapter)
+QString adapterName(const Adapter& adapter)
 {
     return escapeControls(QString::fromStdString(adapter.GetName()));
 }

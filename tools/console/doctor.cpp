@@ -44,7 +44,7 @@ QString usableAdapters()
     QStringList names;
     for (const NetworkAdapter& adapter : NetworkAdapter::GetAll()) {
         if (adapter.GetState().IsUsable() && !adapter.GetState().loopback)
-            names << nameOf(adapter);
+            names << adapterName(adapter);
     }
     return names.isEmpty() ? QString("no other adapter is usable either")
                            : QString("--adapter selects another; usable: %1").arg(names.join(", "));
@@ -57,7 +57,7 @@ public:
         : m_options(options),
           m_report(options.json),
           m_used(ArtNet::Adapter::Get()),
-          m_name(nameOf(m_used)),
+          m_name(adapterName(m_used)),
           m_adapter(findAdapter(m_used))
     {
     }

@@ -13,7 +13,7 @@
 
 namespace Console {
 namespace {
-constexpr int MaxServers = 1024;
+constexpr int MaxSummarisedServers = 1024;
 constexpr int MaxKinds = 128;
 constexpr double Second = 1e6;
 // Replaces layer and code of message types that are counted together. Longer than any layer, so that it is unique.
@@ -43,7 +43,7 @@ void extendRange(qint64 timeUs, bool isFirst, qint64& firstUs, qint64& lastUs)
 
 void Summary::add(const Event& event)
 {
-    const bool isRoom = m_servers.contains(event.server) || m_servers.size() < MaxServers;
+    const bool isRoom = m_servers.contains(event.server) || m_servers.size() < MaxSummarisedServers;
     const QString key = isRoom ? event.server : QString("others");
     const bool isNew = !m_servers.contains(key);
     Server& server = m_servers[key];
