@@ -105,16 +105,16 @@ protected:
         return std::move(*connection);
     }
 
-    /// Has the server found again until it stays: a busy machine reports the changes of before so late that they drop
-    /// it.
+    /// Has the server found, again if an adapter change of before is reported so late that it removes the server.
     Connection admitForGood()
     {
-        for (int tries = 1;; ++tries) {
+        for (;;) {
             waitForQuiet();
+            const int changes = log.count("Network adapter change detected");
             Connection connection = admitServer();
             waitForQuiet();
             tick();
-            if (isListed(*m_server) || tries == 10) {
+            if (isListed(*m_server) || log.count("Network adapter change detected") == changes) {
                 return connection;
             }
         }
