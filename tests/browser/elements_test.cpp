@@ -83,8 +83,7 @@ TEST_F(BrowserModels, WhatComesIntoSightOvertakesTheRest)
         if (session.pictures().state(id) == State::Ready)
             order << id.number;
     });
-    openLibrary("1,3,0,0");
-    session.elements().setVisibleRows(8, 9);
+    openLibrary("1,3,0,0", [this] { session.elements().setVisibleRows(8, 9); });
     ASSERT_TRUE(waitFor([this] { return areAllReady(); }));
     ASSERT_EQ(order.size(), 10);
     // The first four were under way by then.
@@ -95,11 +94,12 @@ TEST_F(BrowserModels, CancellingLeavesNoTileWaiting)
 {
     MediaServer server({"--fault", "delay", "--fault-delay", "600"});
     openServer();
-    openLibrary("1,3,0,0");
-    EXPECT_EQ(countRows(State::Waiting), 10);
-    session.pictures().cancel();
-    EXPECT_EQ(countRows(State::Cancelled), 10);
-    EXPECT_EQ(session.pictures().done(), 10);
+    openLibrary("1,3,0,0", [this] {
+        EXPECT_EQ(countRows(State::Waiting), 10);
+        session.pictures().cancel();
+        EXPECT_EQ(countRows(State::Cancelled), 10);
+        EXPECT_EQ(session.pictures().done(), 10);
+    });
     // The four that were asked for are answered still, to nobody.
     EXPECT_EQ(server.count("GETh", 4), 4);
     EXPECT_FALSE(waitFor([&] { return countRows(State::Cancelled) != 10; }, 1500));

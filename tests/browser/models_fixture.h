@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
+
 #include "browser_fixture.h"
 #include "models/session.h"
 
@@ -31,6 +33,18 @@ protected:
         session.chooseLibrary(type, id);
         ASSERT_TRUE(waitFor([this] { return session.elements().state() == Browser::ElementModel::State::Loaded; }))
             << session.elements().problem().toStdString();
+    }
+    /// The same, and calls @p action when the elements are there, before any of their pictures can be, however busy the
+    /// machine is.
+    void openLibrary(const QString& id, const std::function<void()>& action)
+    {
+        const auto connection =
+            QObject::connect(&session.elements(), &Browser::ElementModel::stateChanged, &session, [&] {
+                if (session.elements().state() == Browser::ElementModel::State::Loaded)
+                    action();
+            });
+        openLibrary(id);
+        QObject::disconnect(connection);
     }
     /// Fetches what is below the library and waits for it.
     void expand(quint8 type, const QString& id)

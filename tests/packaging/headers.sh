@@ -1,4 +1,5 @@
-# Compiles every installed header by itself, with and without Qt's keywords, warnings being errors.
+# Compiles every installed header by itself without Qt's keywords, and all of them together with the keywords. Warnings are
+# errors.
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"

@@ -295,7 +295,9 @@ TEST(ConsoleDoctor, ChecksEveryServerAndFailsForOne)
 {
     const Server good({"--name", "Good"});
     const Server bad({"--name", "Bad", "--address", "127.0.0.3", "--fault", "refuse"});
-    const Outcome outcome = examine();
+    Console all({"doctor", "--adapter", "lo"});
+    Console chosen({"doctor", "--adapter", "lo", "good"});
+    const Outcome outcome = outcomeOf(all);
     EXPECT_EQ(outcome.status, 1);
     EXPECT_TRUE(outcome.output.contains("2 servers, the first after")) << outcome.output.toStdString();
     const QStringList parts = outcome.output.split("server 127.0.0.3:4811  \"Bad\"\n");
@@ -304,7 +306,7 @@ TEST(ConsoleDoctor, ChecksEveryServerAndFailsForOne)
     EXPECT_FALSE(parts[0].contains("FAILED"));
     EXPECT_TRUE(parts[1].startsWith("FAILED   tcp "));
 
-    const Outcome one = examine({"good"});
+    const Outcome one = outcomeOf(chosen);
     EXPECT_EQ(one.status, 0);
     EXPECT_TRUE(one.output.contains("1 of 2 servers")) << one.output.toStdString();
     EXPECT_FALSE(one.output.contains("Bad"));

@@ -82,6 +82,7 @@ TEST(MediaserverGreeting, UsesTheAddressesOfAnAdapterInTurn)
     program.waitForLine("cannot be announced");
     ip("link set show0 up");
     program.waitForLine("is announced again");
+    ip("link del show0");
 }
 
 TEST(MediaserverGreeting, IntroducesItselfInMsex10)
