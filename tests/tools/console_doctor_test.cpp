@@ -3,6 +3,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QCoreApplication>
 #include <QFile>
+#include <QNetworkInterface>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QUdpSocket>
@@ -83,6 +84,14 @@ protected:
         ip("link add show0 type veth peer name far0");
     }
 
+    // The kernel reports the carrier some time after both ends of the cable are up.
+    static void waitForCarrier()
+    {
+        ASSERT_TRUE(waitFor([] {
+            return QNetworkInterface::interfaceFromName("show0").flags().testFlag(QNetworkInterface::IsRunning);
+        }));
+    }
+
     // The other machine, with this address and mask.
     void startFarServer(const QString& address)
     {
@@ -99,6 +108,7 @@ protected:
         ASSERT_TRUE(waitFor([&] { return networkOf(QString::number(m_far->id())) != networkOf("self"); }));
         ip("link set far0 netns " + std::to_string(m_far->id()));
         m_far->waitForLine("listens on");
+        waitForCarrier();
     }
 
     std::unique_ptr<Child> m_far;
@@ -158,6 +168,7 @@ TEST_F(ConsoleDoctorOnAShowNetwork, SaysThatTheAdapterHasNoAddress)
 {
     ip("link set show0 up");
     ip("link set far0 up");
+    waitForCarrier();
     QStringList skipped = after("address");
     skipped.removeAll("port");
     expectFailure(runConsole({"doctor", "--adapter", "show0"}), "address", "show0 has no IPv4 address", skipped);
