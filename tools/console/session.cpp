@@ -7,6 +7,8 @@
 #include <QCoreApplication>
 #include <QTimer>
 
+#include <algorithm>
+
 #include "adapters.h"
 #include "printing.h"
 
@@ -81,8 +83,14 @@ QString Session::name() const
 
 void Session::send(const CITP::Msg_Header& request)
 {
-    if (!CITP::citp_stack::Get()->sendMsg(key(), request))
-        throw Failure{name() + " did not accept a request: it is down or the request is invalid"};
+    CITP::citp_stack* const stack = CITP::citp_stack::Get();
+    if (stack->sendMsg(key(), request))
+        return;
+    // The stack may have removed the server before its signal serverDown is delivered here.
+    const std::vector<QString> servers = stack->getServers();
+    if (std::find(servers.begin(), servers.end(), key()) == servers.end())
+        throw Failure{name() + " went down"};
+    throw Failure{name() + " did not accept a request: it is down or the request is invalid"};
 }
 
 bool Session::waitUntil(const std::function<bool()>& isDone, int milliseconds)
