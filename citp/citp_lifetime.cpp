@@ -196,6 +196,7 @@ citp_stack::citp_stack()
     d->worker->setObjectName(QStringLiteral("citp-stack"));
     moveToThread(d->worker);
     connect(d->worker, &QThread::started, this, &citp_stack::process);
+    // Without effect as long as run() does not return; it names the owner of the thread object.
     connect(d->worker, &QThread::finished, d->worker, &QObject::deleteLater);
     d->worker->start(QThread::InheritPriority);
     d->worker->setPriority(QThread::LowPriority);

@@ -11,7 +11,7 @@
 #include <mutex>
 
 namespace CITP {
-/// Whether the process is exiting. From then on no thread may touch the stack, and no server is reported. Any thread.
+/// Whether the process is exiting. From then on no caller may use the stack, and no server is reported. Any thread.
 bool isShuttingDown();
 
 /// Counts the calling thread as inside the stack while the object lives, so that the stack is not destroyed meanwhile.

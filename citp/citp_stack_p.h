@@ -11,7 +11,7 @@
 namespace CITP {
 class WorkerThread;
 
-/// The type of every record in citp_stack::m_servers. Worker thread only.
+/// The type of every record in citp_stack::m_servers. The members added here: worker thread only, except #key.
 struct CITP_HIDDEN citp_stack::Record final : citp_stack::ServerInfo
 {
     Record(const SERV_ID& serverKey, const Msg_PEER_PLOC& ploc, Net::Socket* netSocket)
