@@ -46,6 +46,8 @@
 #define STACK_FATAL(text) _FatalError("Verify: '" text "' is FALSE", __LINE__, "citp_stack.cpp (" __DATE__ ") ")
 
 namespace CITP {
+// --- Announcements ---------------------------------------------------------------------------------------------------
+
 namespace {
 constexpr const char* timepopSignature = "void CITP::citp_stack::timepop()";
 constexpr const char* removeTcpSignature = "void CITP::citp_stack::removeTCP(int)";
@@ -56,11 +58,7 @@ int duplicateDescriptor(const Net::Socket& socket)
 {
     return socket.IsValid() ? ::fcntl(socket.GetDescriptor(), F_DUPFD_CLOEXEC, 0) : -1;
 }
-} // namespace
 
-// --- Announcements ---------------------------------------------------------------------------------------------------
-
-namespace {
 constexpr unsigned short discoveryPort = 4809;
 constexpr const char* discoveryGroup = "224.0.0.180";
 constexpr int discoveryReceiveBuffer = 65536; // bytes
@@ -108,7 +106,11 @@ void citp_stack::process()
 void citp_stack::setEnabled(bool enable)
 {
     const Caller caller;
-    if (isShuttingDown() || m_enabled == enable) {
+    if (isShuttingDown()) {
+        return;
+    }
+    const std::lock_guard<std::recursive_mutex> lock(d->switchMutex);
+    if (m_enabled == enable) {
         return;
     }
     STACK_LOG(stackLogContext(), Os::Log::State, "CITP processing now " << (enable ? "enabled" : "disabled"));

@@ -57,6 +57,9 @@ struct CITP_HIDDEN citp_stack::Private
 
     citp_stack* const q;
     WorkerThread* const worker; ///< never deleted: it runs until the process ends
+    /// Serialises setEnabled(), so that each change is logged once, before it is made. Recursive: a log sink may call
+    /// setEnabled(). Any thread.
+    std::recursive_mutex switchMutex;
     /// The innermost lock: guards the pacing state of every record (m_inProgress, m_messageQueue) and, with
     /// m_mutex, changes of m_servers. Held for a few instructions only; no emission, no socket call and no other lock
     /// inside it. Any thread.
