@@ -17,6 +17,8 @@
 #include <QTimer>
 #include <QWheelEvent>
 
+#include <signal.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
@@ -171,19 +173,21 @@ void post(QWidget* widget, int key)
         QCoreApplication::postEvent(widget, new QKeyEvent(type, key, Qt::NoModifier));
 }
 
-void scroll(TimedApplication& application, Browser::Session& session, Browser::MainWindow& window)
+void scroll(TimedApplication& application, Browser::Session& session, Browser::MainWindow& window, pid_t server)
 {
     auto* const grid = window.findChild<Browser::ElementGrid*>("elements");
     QScrollBar* const bar = grid->verticalScrollBar();
     grid->setFocus();
     printHeader();
     const auto list = longList(session.chosenServer(), session.elements().library());
-    // The list arrives in place of the server's answer, so it must be posted before that answer.
+    // The list arrives in place of the server's answer, so the server is stopped until it has.
+    ::kill(server, SIGSTOP);
     session.elements().reload();
     application.take();
     QMetaObject::invokeMethod(
         &session, [&] { session.requests().handleElements(list); }, Qt::QueuedConnection);
     waitFor("65535 elements", [&] { return session.elements().rowCount() == Elements; });
+    ::kill(server, SIGCONT);
     QCoreApplication::processEvents();
     print("taking the list", application.take());
     run(application, "wheel", [&](int) {
@@ -233,7 +237,7 @@ int main(int argc, char** argv)
         waitFor("a server", [&] { return session.isChosenUp(); });
         session.chooseLibrary(1, "1,1,0,0");
         waitFor("a library", [&] { return session.elements().rowCount() > 0; });
-        scroll(application, session, window);
+        scroll(application, session, window, static_cast<pid_t>(server.processId()));
     } catch (const std::runtime_error& error) {
         std::fprintf(stderr, "citp_bench_browser: %s\n", error.what());
         status = 1;
