@@ -45,6 +45,22 @@ void FaultNetworkTest::TearDown()
     }
 }
 
+namespace {
+/// Waits until the kernel says whether the console's adapter of @p network has a carrier: it does so a second late, and
+/// on a busy machine later. What is announced to the stack before is handled by waitForQuiet().
+void waitForCarrier(const std::string& network, bool expected)
+{
+    EXPECT_TRUE(waitFor([&] {
+        for (const Os::NetworkAdapter& adapter : Os::NetworkAdapter::GetAll()) {
+            if (adapter.GetName() == network + "0") {
+                return adapter.GetState().running == expected;
+            }
+        }
+        return false;
+    })) << network;
+}
+} // namespace
+
 void FaultNetworkTest::addConsoleAdapter(const std::string& name, const std::string& address)
 {
     ip("link add " + name + "0 type veth peer name console-" + name + " netns " + m_switch->id());
@@ -53,11 +69,13 @@ void FaultNetworkTest::addConsoleAdapter(const std::string& name, const std::str
     const std::string usual = name == "show" ? "2.0.0.1" : "192.168.7.1";
     ip("addr add " + (address.empty() ? usual : address) + "/24 dev " + name + "0");
     ip("link set " + name + "0 up");
+    waitForCarrier(name, true);
 }
 
 void FaultNetworkTest::setConsoleCable(const std::string& name, bool in)
 {
     m_switch->ip("link set console-" + name + (in ? " up" : " down"));
+    waitForCarrier(name, in);
 }
 
 FarHost& FaultNetworkTest::addHost(const std::string& name, const std::string& address)

@@ -11,6 +11,7 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <map>
@@ -138,6 +139,7 @@ TEST_F(SwarmTest, FiveHundredServersComeAndGoAgainAndAgainAndLeaveNothingBehind)
     enable();
     allowEnds();
     ProcessFigures first;
+    long lowestResidentKiB = 0; ///< of the last four rounds
     std::printf("%5s %9s %11s %13s %10s %12s %16s\n", "round", "up in ms", "down in ms", "resident KiB", "heap KiB",
                 "descriptors", "with all servers");
     for (int round = 1; round <= Rounds; ++round) {
@@ -170,8 +172,12 @@ TEST_F(SwarmTest, FiveHundredServersComeAndGoAgainAndAgainAndLeaveNothingBehind)
         EXPECT_EQ(now.threads, first.threads);
         if (MemoryIsTelling) {
             EXPECT_LE(now.heapKiB, first.heapKiB + AddedBound);
-            EXPECT_LE(now.residentKiB, first.residentKiB + AddedBound);
+            // The kernel takes freed pages back late on a busy machine; what leaks is there in each round.
+            lowestResidentKiB = round > Rounds - 3 ? std::min(lowestResidentKiB, now.residentKiB) : now.residentKiB;
         }
+    }
+    if (MemoryIsTelling) {
+        EXPECT_LE(lowestResidentKiB, first.residentKiB + AddedBound);
     }
     EXPECT_EQ(attendance.ups(), Rounds * Servers);
     EXPECT_EQ(attendance.downs(), Rounds * Servers);
