@@ -9,6 +9,37 @@
 
 /// The client side of CITP: message classes, field codecs, and the stack.
 namespace CITP {
+/// Counts the copies of a message that wait in event queues, see citp_options::setMaxUnreadBytes(). Only the stack
+/// starts the counting, for the message that it emits; copies of a copy are not counted.
+class CITP_EXPORT UnreadCount
+{
+public:
+    UnreadCount() = default;
+    /// A copy counts if @p other belongs to the message that the stack emits.
+    UnreadCount(const UnreadCount& other)
+    {
+        if (other.m_cost != 0) {
+            add(other.m_cost);
+        }
+    }
+    /// Changes nothing: an assigned message is not a copy that waits.
+    UnreadCount& operator=(const UnreadCount&) { return *this; }
+    ~UnreadCount()
+    {
+        if (m_counted != 0) {
+            remove();
+        }
+    }
+
+private:
+    friend class Guards;
+    void add(quint32 bytes);
+    void remove();
+
+    quint32 m_cost = 0;    ///< what each copy counts as; 0 in a copy
+    quint32 m_counted = 0; ///< what this copy counts as
+};
+
 /// The CITP header, the first 20 bytes of every CITP message on UDP and TCP, and the base class of all message classes.
 ///
 /// A message is a value, built from its fields or parsed from a buffer. It owns its data. The message classes are
@@ -55,7 +86,10 @@ public:
     quint16 partCount = 0;    ///< number of parts of a split message, as received (offset 12); not evaluated
     quint16 part = 0;         ///< index of this part, as received (offset 14); not evaluated
 private:
+    friend class Guards;
+
     QString m_contentType;
+    UnreadCount m_unread;
 
 public:
     QString cookie; ///< the four characters at offset 0, as received; empty if built for sending

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_elements.h>
 
+#include "citp_counts_p.h"
 #include "citp_msex_fields_p.h"
 #include "citp_wire_p.h"
 
@@ -24,6 +25,12 @@ void readCommonFields(WireReader& reader, unsigned char versionMinor, Record& re
     name = reader.ucs2();
 }
 
+/// The bytes of the fields with which the records begin, with an empty name.
+constexpr int commonFieldsSize(unsigned char versionMinor)
+{
+    return 1 + (versionMinor == 2 ? 4 : 0) + 2 + 2;
+}
+
 /// The low 32 bits of a time stamp, which the debug text shows.
 unsigned int low32Bits(unsigned long long timestamp)
 {
@@ -39,6 +46,11 @@ Msg_MSEX_MEIN::Msg_MSEX_MEIN(const QByteArray& msg) : Msg_MSEX(msg)
     WireReader reader(msg, MIN_MSEX_LENGTH);
     LibraryId = readLibraryId(reader, versionMinor);
     const quint16 count = readCount(reader, versionMinor);
+    // The time stamp, width, height, length and frame rate follow.
+    if (!canHold(reader, count, commonFieldsSize(versionMinor) + 8 + 2 + 2 + 4 + 1)) {
+        valid = false;
+        return;
+    }
     Media.resize(count);
     for (MediaInformation& medium : Media) {
         readCommonFields(reader, versionMinor, medium, medium.Name);
@@ -86,10 +98,20 @@ Msg_MSEX_EEIN::Msg_MSEX_EEIN(const QByteArray& msg) : Msg_MSEX(msg)
     WireReader reader(msg, MIN_MSEX_LENGTH);
     LibraryId = readLibraryId(reader, versionMinor);
     const quint16 count = readCount(reader, versionMinor);
+    // The number of parameters follows.
+    if (!canHold(reader, count, commonFieldsSize(versionMinor) + 1)) {
+        valid = false;
+        return;
+    }
     Effects.resize(count);
     for (EffectInformation& effect : Effects) {
         readCommonFields(reader, versionMinor, effect, effect.EffectName);
-        effect.ParameterNames.resize(reader.u8());
+        const quint8 parameterCount = reader.u8();
+        if (!canHold(reader, parameterCount, 2)) {
+            valid = false;
+            return;
+        }
+        effect.ParameterNames.resize(parameterCount);
         for (QString& name : effect.ParameterNames) {
             name = reader.ucs2();
         }
@@ -133,6 +155,11 @@ Msg_MSEX_GLEI::Msg_MSEX_GLEI(const QByteArray& msg) : Msg_MSEX(msg)
     }
     LibraryId = readLibraryId(reader, versionMinor);
     const quint16 count = readCount(reader, versionMinor);
+    // The time stamp follows.
+    if (!canHold(reader, count, commonFieldsSize(versionMinor) + 8)) {
+        valid = false;
+        return;
+    }
     Elements.resize(count);
     for (GenericInformation& element : Elements) {
         readCommonFields(reader, versionMinor, element, element.Name);

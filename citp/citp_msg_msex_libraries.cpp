@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_libraries.h>
 
+#include "citp_counts_p.h"
 #include "citp_msex_fields_p.h"
 #include "citp_wire_p.h"
 
@@ -37,6 +38,12 @@ Msg_MSEX_ELIN::Msg_MSEX_ELIN(const QByteArray& msg) : Msg_MSEX(msg)
         return;
     }
     const quint16 count = readCount(reader, versionMinor);
+    // The identifier, the serial number from 1.2 on, the DMX range, an empty name and the counts.
+    constexpr int minimumSizes[] = {1 + 2 + 2 + 1, 4 + 2 + 2 + 2, 4 + 4 + 2 + 2 + 4};
+    if (!canHold(reader, count, minimumSizes[versionMinor])) {
+        valid = false;
+        return;
+    }
     Libraries.resize(count);
     for (ElementLibraryInformation& library : Libraries) {
         reader.run<10>([&](auto& fields) {

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_lsta.h>
 
+#include "citp_counts_p.h"
 #include "citp_msex_fields_p.h"
 #include "citp_wire_p.h"
 
@@ -16,6 +17,11 @@ Msg_MSEX_LSTA::Msg_MSEX_LSTA(const QByteArray& msg) : Msg_MSEX(msg)
     }
     WireReader reader(msg, MIN_MSEX_LENGTH);
     const quint8 count = reader.u8();
+    // Layer, output, the library type and a longer identifier from 1.2 on, element, an empty name, and the state.
+    if (!canHold(reader, count, (versionMinor == 2 ? 2 + 1 + 4 : 2 + 1) + 1 + 2 + 13)) {
+        valid = false;
+        return;
+    }
     Layers.resize(count);
     for (LayerStatus& layer : Layers) {
         reader.run<8>([&](auto& fields) {

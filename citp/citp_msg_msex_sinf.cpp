@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_sinf.h>
 
+#include "citp_counts_p.h"
 #include "citp_wire_p.h"
 
 #include <citp/citp_codecs.h>
@@ -18,12 +19,17 @@ void readLayerSources(WireReader& reader, int count, std::vector<QString>& sourc
     }
 }
 
-void readFormats(WireReader& reader, std::vector<unsigned int>& formats)
+bool readFormats(WireReader& reader, std::vector<unsigned int>& formats)
 {
-    formats.resize(reader.u8());
+    const quint8 count = reader.u8();
+    if (!canHold(reader, count, 4)) {
+        return false;
+    }
+    formats.resize(count);
     for (unsigned int& format : formats) {
         format = reader.u32();
     }
+    return true;
 }
 } // namespace
 
@@ -43,6 +49,10 @@ Msg_MSEX_SINF::Msg_MSEX_SINF(const QByteArray& msg) : Msg_MSEX(msg)
     ProductVersionMinor = reader.u8();
     if (versionMinor < 2) {
         const int layerCount = reader.u8();
+        if (!canHold(reader, layerCount, 1)) {
+            valid = false;
+            return;
+        }
         // The offset omits the two bytes of the name's terminator, so that the first string begins at the minor version
         // of the product. Kept for compatibility with the established results for MSEX 1.0 and 1.1 servers.
         WireReader sources(msg, MIN_MSEX_LENGTH + 3 + 2 * qint64(ProductName.size()));
@@ -50,14 +60,25 @@ Msg_MSEX_SINF::Msg_MSEX_SINF(const QByteArray& msg) : Msg_MSEX(msg)
         return;
     }
     ProductVersionBugfix = reader.u8();
-    SupportedMsexVersions.resize(reader.u8());
+    const quint8 versionCount = reader.u8();
+    if (!canHold(reader, versionCount, 2)) {
+        valid = false;
+        return;
+    }
+    SupportedMsexVersions.resize(versionCount);
     for (unsigned short& version : SupportedMsexVersions) {
         version = reader.u16();
     }
     SupportedLibraryTypes = reader.u16();
-    readFormats(reader, ThumbnailFormats);
-    readFormats(reader, StreamFormats);
+    if (!readFormats(reader, ThumbnailFormats) || !readFormats(reader, StreamFormats)) {
+        valid = false;
+        return;
+    }
     const int layerCount = reader.u8();
+    if (!canHold(reader, layerCount, 1)) {
+        valid = false;
+        return;
+    }
     readLayerSources(reader, layerCount, LayerDMXSources);
 }
 

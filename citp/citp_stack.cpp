@@ -60,14 +60,20 @@ int duplicateDescriptor(const Net::Socket& socket)
 }
 
 constexpr unsigned short discoveryPort = 4809;
-constexpr const char* discoveryGroup = "224.0.0.180";
+struct DiscoveryGroup
+{
+    citp_options::DiscoveryGroups bit;
+    const char* address;
+};
+constexpr DiscoveryGroup discoveryGroups[] = {{citp_options::OldGroup, "224.0.0.180"},
+                                              {citp_options::NewGroup, "239.224.0.180"}};
 constexpr int discoveryReceiveBuffer = 65536; // bytes
 constexpr int discoveryTtl = 38;              // nothing is sent to the group; the console's network set-up expects it
 constexpr int maxDatagramsPerBatch = 512;
 constexpr int tickInterval = 2000; // ms
 
 /// Opens the socket for announcements. A failure is only logged: a console whose port is taken still runs.
-void openDiscovery(Net::Socket& socket)
+void openDiscovery(Net::Socket& socket, citp_options::DiscoveryGroups groups)
 {
     const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
     const Net::Address address(adapter.GetIpAddress(), discoveryPort);
@@ -79,8 +85,11 @@ void openDiscovery(Net::Socket& socket)
     if (!socket.Bind(discoveryPort)) {
         STACK_LOG_AS(timepopSignature, stackLogContext(), Os::Log::Failure, "Bind failed");
     }
-    if (!socket.JoinMulticastGroup(Net::Address(discoveryGroup).GetHostIp(), adapter.GetIpAddress())) {
-        STACK_LOG_AS(timepopSignature, stackLogContext(), Os::Log::Failure, "Multicast join failed");
+    for (const DiscoveryGroup& group : discoveryGroups) {
+        if ((groups & group.bit) != 0 &&
+            !socket.JoinMulticastGroup(Net::Address(group.address).GetHostIp(), adapter.GetIpAddress())) {
+            STACK_LOG_AS(timepopSignature, stackLogContext(), Os::Log::Failure, "Multicast join failed");
+        }
     }
     socket.SetMulticastTtl(discoveryTtl);
     socket.SetMulticastLoopback(false);
@@ -118,6 +127,14 @@ void citp_stack::setEnabled(bool enable)
     m_resetPending = true;
 }
 
+void citp_stack::setOptions(const citp_options& options)
+{
+    const Caller caller;
+    if (!isShuttingDown()) {
+        d->guards.set(options);
+    }
+}
+
 void citp_stack::Changed(const Os::NetworkAdapter& adapter, const Os::NetworkAdapter::State&, int)
 {
     if (isShuttingDown()) {
@@ -133,8 +150,12 @@ void citp_stack::Changed(const Os::NetworkAdapter& adapter, const Os::NetworkAda
 
 void citp_stack::timepop()
 {
-    if (m_resetPending.exchange(false)) {
+    const bool hasOtherGroups = d->tickGuards();
+    const bool isReset = m_resetPending.exchange(false);
+    if (isReset) {
         d->removeAllServers();
+    }
+    if (isReset || hasOtherGroups) {
         if (m_udpNetSocket.IsValid()) {
             m_udpNetSocket.Cancel();
             m_udpNetSocket.Close();
@@ -142,8 +163,11 @@ void citp_stack::timepop()
         delete m_udpSocket;
         m_udpSocket = nullptr;
         if (m_enabled) {
-            openDiscovery(m_udpNetSocket);
+            openDiscovery(m_udpNetSocket, d->guards.limits().groups);
         }
+    }
+    if (m_enabled) {
+        d->connectNamedServers();
     }
     if (!m_udpSocket && m_udpNetSocket.IsValid()) {
         const int descriptor = duplicateDescriptor(m_udpNetSocket);
@@ -184,7 +208,9 @@ void citp_stack::processPendingUDP()
         if (backlog.empty()) {
             return;
         }
-        processMsgIn(backlog.front().first, backlog.front().second);
+        if (!d->dropsDatagram(backlog.front().first, backlog.front().second)) {
+            processMsgIn(backlog.front().first, backlog.front().second);
+        }
         backlog.pop_front();
     }
 }
@@ -361,7 +387,7 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
     }
     const SERV_ID key = buildServerKey(host, ploc.port);
     const StackLock lock(m_mutex);
-    if (m_servers.contains(key)) {
+    if (m_servers.contains(key) || !d->admits(host, key)) {
         return;
     }
 
@@ -401,6 +427,7 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
     if (!connect(socket, &QTcpSocket::readyRead, this, &citp_stack::rxreadyread)) {
         STACK_FATAL("connect( pSERV->m_socket, SIGNAL( readyRead() ), this, SLOT(rxreadyread()) )");
     }
+    d->applyLimits(*record);
     // May fail immediately and call rxerror(), which deletes the record: it is not used after this.
     socket->connectToHost(host, ploc.port, QIODevice::ReadWrite);
 }
@@ -408,12 +435,15 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
 void citp_stack::rxconnected()
 {
     QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
-    if (!d->recordOf(socket)) {
+    Record* const record = d->recordOf(socket);
+    if (!record) {
         return; // removed by a reset while the connection came up
     }
+    record->isConnected = true;
     const SERV_ID key = buildServerKey(socket);
     STACK_LOG(stackLogContext(), Os::Log::Traffic, "connected to " << toAscii(key));
     socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+    d->applyLimits(*record);
     sendMsg(key, Msg_PEER_PNAM(QStringLiteral("TarnCitpLayer")));
     sendMsg(key, Msg_MSEX_CInf());
     sendMsg(key, Msg_FPTC_SPTC(static_cast<const std::vector<unsigned short>*>(nullptr)));
@@ -422,16 +452,20 @@ void citp_stack::rxconnected()
 void citp_stack::rxdisconnected()
 {
     STACK_LOG(stackLogContext(), Os::Log::Traffic, "disconnected");
-    d->removeServerOf(sender());
+    if (!d->defersEnd(sender())) {
+        d->removeServerOf(sender());
+    }
 }
 
 /// Every error ends the connection. Messages received before the error are delivered first.
 void citp_stack::rxerror()
 {
     QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
-    d->readMessages(socket);
-    STACK_LOG(stackLogContext(), Os::Log::Failure, socket->errorString().toStdString());
-    d->removeServerOf(socket);
+    d->readMessages(socket, Private::Reading::WholeRest);
+    if (!d->defersEnd(socket)) {
+        d->logEnd(socket);
+        d->removeServerOf(socket);
+    }
 }
 
 // --- Framing ---------------------------------------------------------------------------------------------------------
@@ -466,15 +500,20 @@ void citp_stack::rxreadyread()
 
 /// Only the size field splits the stream, without a lower bound: processMsgIn() drops what does not begin a message,
 /// and a size of 0 is processed forever. Kept on purpose: consoles have always treated broken servers like this.
-void citp_stack::Private::readMessages(QTcpSocket* socket)
+void citp_stack::Private::readMessages(QTcpSocket* socket, Reading reading)
 {
     Record* record = recordOf(socket);
     if (!record || record->isReading) {
         return; // a caller further up the call stack is reading this connection, in order
     }
+    if (record->isSuspended || (record->isTurnQueued && reading == Reading::OneTurn)) {
+        return;
+    }
     record->isReading = true;
     const SERV_ID key = record->key;
     char header[headerLength] = {};
+    const bool isWatched = guards.watchesStreams();
+    Turn turn(guards.limits());
     for (qint64 available = 0; (available = socket->bytesAvailable()) >= headerLength;) {
         if (worker->isStopRequested()) {
             signalReadyReadLater(socket);
@@ -483,6 +522,10 @@ void citp_stack::Private::readMessages(QTcpSocket* socket)
         socket->peek(header, headerLength);
         const quint32 size =
             static_cast<quint32>(Msg_Header::messageSize(QByteArray::fromRawData(header, headerLength)));
+        if (isWatched && !mayRead(*record, header, size, available, turn, reading)) {
+            record = recordOf(socket);
+            break;
+        }
         if (available < static_cast<qint64>(size)) {
             break;
         }
@@ -490,10 +533,17 @@ void citp_stack::Private::readMessages(QTcpSocket* socket)
         q->processMsgIn(message, key);
         record = recordOf(socket);
         if (!record) {
-            return;
+            break;
         }
+        turn.count(size);
+    }
+    if (!record) {
+        return;
     }
     record->isReading = false;
+    if (isWatched || record->hasEnded) {
+        watchRest(*record, turn);
+    }
 }
 
 // --- Dispatch --------------------------------------------------------------------------------------------------------
@@ -523,7 +573,7 @@ struct Inbound
     QLatin1String code;
     const char* metaType; ///< the name under which the class is registered for queued signals, null if it is not
     void (*registerType)(const char* name);
-    void (*notify)(citp_stack& stack, const QByteArray& buffer, const QString& source);
+    void (*notify)(citp_stack& stack, const Guards& guards, const QByteArray& buffer, const QString& source);
     bool releasesRequest; ///< whether it releases the next paced request, valid or not
 };
 
@@ -534,9 +584,10 @@ constexpr Inbound inbound(const Layer& layer, const char* code, const char* meta
             QLatin1String(code, 4),
             metaType,
             [](const char* name) { qRegisterMetaType<Message>(name); },
-            [](citp_stack& stack, const QByteArray& buffer, const QString& source) {
-                const Message message(buffer);
+            [](citp_stack& stack, const Guards& guards, const QByteArray& buffer, const QString& source) {
+                Message message(buffer);
                 if (message.valid) {
+                    guards.countCopies(message, static_cast<int>(buffer.size()));
                     Q_EMIT(stack.*signal)(source, message);
                 }
             },
@@ -602,7 +653,8 @@ void citp_stack::processMsgIn(QByteArray& buffer, const QString& source)
     const QLatin1String code = codeAt(buffer, layer->codeOffset, layer->minimumLength);
     for (const Inbound& message : inboundMessages) {
         if (&message.layer == layer && message.code == code) {
-            message.notify(*this, buffer, source);
+            message.notify(*this, d->guards, buffer, source);
+            d->guards.reportWrongCount(source);
             if (message.releasesRequest) {
                 d->releaseNextRequest(source);
             }
@@ -618,7 +670,10 @@ void citp_stack::processMsgIn(QByteArray& buffer, const QString& source)
         }
         handlePLOC(source, ploc);
     } else if (layer == &msex && code == QLatin1String("SInf")) {
-        handleSINF(source, Msg_MSEX_SINF(buffer));
+        const Msg_MSEX_SINF sinf(buffer);
+        if (!d->guards.reportWrongCount(source)) {
+            handleSINF(source, sinf);
+        }
     } else if (layer != &pinf || code != QLatin1String("PNam")) {
         STACK_LOG(stackLogContext(), Os::Log::Traffic, "unhandled " << toAscii(contentType) << " " << toAscii(code));
     }
@@ -703,16 +758,26 @@ bool citp_stack::sendMsg(const QString& server, const Msg_Header& msg)
                 throw "server not found";
             }
         }
+        qint64 unsent = 0;
         {
             const std::lock_guard<std::mutex> queueLock(d->queueMutex);
-            Record* const record = d->find(server);
-            if (record && outbound->isPaced && record->IsNoDelayEnabled()) {
-                if (record->IsRequestInProgress()) {
-                    record->GetMessageQueue().push(buffer);
-                    return true;
+            if (Record* const record = d->find(server)) {
+                unsent = d->excessOfUnsent(*record, buffer.size());
+                if (unsent == 0) {
+                    record->passedDown += buffer.size();
+                    if (outbound->isPaced && record->IsNoDelayEnabled()) {
+                        if (record->IsRequestInProgress()) {
+                            record->GetMessageQueue().push(buffer);
+                            return true;
+                        }
+                        record->SetInProgress(true);
+                    }
                 }
-                record->SetInProgress(true);
             }
+        }
+        if (unsent > 0) {
+            d->guards.report(citp_options::UnsentData, server, unsent, d->guards.maxUnsentBytes());
+            return false;
         }
         Q_EMIT __passDown(server, buffer);
         return true;
@@ -732,6 +797,7 @@ void citp_stack::Private::releaseNextRequest(const QString& source)
             if (!record) {
                 return;
             }
+            record->requestSent.reset();
             if (record->GetMessageQueue().empty()) {
                 record->SetInProgress(false);
                 return;
@@ -762,6 +828,9 @@ void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
     STACK_LOG(trafficLogContext(), Os::Log::Traffic, "-> " << toAscii(server) << " " << toAscii(hexDump(b)));
     const StackLock lock(m_mutex);
     Record* const record = d->find(server);
+    if (record) {
+        d->countPassedDown(*record, b.size());
+    }
     // Qt would keep what is written before the connection is open and send it ahead of the greeting.
     if (!record || !record->m_socket || record->m_socket->state() != QAbstractSocket::ConnectedState ||
         record->isLeaving || record->hasFailed) {
@@ -769,6 +838,7 @@ void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
     }
     QTcpSocket* const socket = record->m_socket;
     socket->write(b.constData(), b.size());
+    record->unwritten = socket->bytesToWrite();
     if (!record->IsNoDelayEnabled()) {
         return;
     }
@@ -779,6 +849,7 @@ void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
         const QSignalBlocker blocker(socket);
         record->hasFailed = !socket->waitForBytesWritten(static_cast<int>(b.size()));
     }
+    record->unwritten = socket->bytesToWrite();
     if (record->hasFailed) {
         QMetaObject::invokeMethod(
             socket,

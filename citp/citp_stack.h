@@ -36,6 +36,7 @@ class Msg_MSEX_ETHN;
 class Msg_MSEX_GLEI;
 class Msg_MSEX_LSTA;
 class Msg_MSEX_MEIN;
+class citp_options;
 
 /// The client side of CITP: discovery of media servers, one TCP connection to each, requests and notifications.
 ///
@@ -96,6 +97,11 @@ public:
     /// Disabling removes every server (serverDown()). A call that changes nothing has no effect.
     void setEnabled(bool enable);
 
+    /// Sets options beyond the defaults: guards against broken or hostile devices, the second discovery group, servers
+    /// named by hand. They replace earlier ones and take effect with the next tick, at most 2000 ms later, also for
+    /// servers that are already known. Without this call all of them are off.
+    void setOptions(const citp_options& options);
+
     /// Sends @p msg to @p server: one of Msg_MSEX_GELT, Msg_MSEX_GETH, Msg_MSEX_GELI, Msg_MSEX_GEIN, Msg_PEER_PNAM,
     /// Msg_MSEX_CInf or Msg_FPTC_SPTC. The message is serialised in the calling thread; @p msg is not kept.
     ///
@@ -105,7 +111,7 @@ public:
     ///
     /// @return true if the message was passed to the worker thread or queued, which does not mean that it reached the
     /// server; false if it was rejected. The log states the reason: "message err" (not valid), "cannot send this
-    /// message type" or "server not found"
+    /// message type" or "server not found"; with citp_options::setMaxUnsentBytes() also that too many bytes would wait
     bool sendMsg(const QString& server, const Msg_Header& msg);
 
     /// The keys of the announced servers (serverUp() emitted, serverDown() not yet), in key order.

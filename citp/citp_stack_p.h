@@ -2,11 +2,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "citp_guards_p.h"
+
 #include <citp/citp_stack.h>
 
 #include <QHash>
 
 #include <mutex>
+#include <optional>
+#include <set>
+#include <vector>
+
+class QTimer;
 
 namespace CITP {
 class WorkerThread;
@@ -25,11 +32,31 @@ struct CITP_HIDDEN citp_stack::Record final : citp_stack::ServerInfo
     bool isLeaving = false;
     bool isReading = false; ///< messages of this connection are being split and dispatched
     bool hasFailed = false; ///< a flushed write has failed; the end of the connection is queued
+
+    // For the guards.
+    const Guards::Clock::time_point created = Guards::Clock::now();
+    bool isConnected = false;                 ///< the connection has opened
+    bool isTurnQueued = false;                ///< the rest of the stream is read in a later turn
+    bool isSuspended = false;                 ///< not read until the application has caught up
+    bool hasEnded = false;                    ///< the connection has ended, but what arrived before is not read yet
+    int lostMessages = 0;                     ///< consecutive pieces of the stream that did not begin a message
+    qint64 incomplete = 0;                    ///< bytes of an incomplete message that have arrived
+    Guards::Clock::time_point lastProgress{}; ///< when #incomplete changed
+    std::optional<Guards::Clock::time_point> requestSent; ///< when the outstanding paced request was sent
+    qint64 passedDown = 0;            ///< bytes that sendMsg() accepted and that are not written; queue lock
+    std::atomic<qint64> unwritten{0}; ///< bytes that wait in the socket; any thread reads it
+    bool isCountingWrites = false;    ///< #unwritten follows the socket
+    bool hasPeerTimeout = false;      ///< the keep-alive times are not those of the system
 };
 
 /// State and helpers of the stack. Worker thread, except where a member says otherwise.
 struct CITP_HIDDEN citp_stack::Private
 {
+    enum class Reading {
+        OneTurn,  ///< as the guards allow
+        WholeRest ///< all that has arrived, because the connection ends; only the application is waited for
+    };
+
     explicit Private(citp_stack* stack);
 
     /// The record of @p key, or null. The caller holds a lock of m_servers or is the worker thread.
@@ -47,13 +74,48 @@ struct CITP_HIDDEN citp_stack::Private
     void removeServer(Record* record);
 
     /// Splits the stream of @p socket into messages and dispatches them.
-    void readMessages(QTcpSocket* socket);
+    void readMessages(QTcpSocket* socket, Reading reading = Reading::OneTurn);
     /// After an ELIn or MEIn from @p source: sends the next waiting request, or records that none is outstanding.
     void releaseNextRequest(const QString& source);
 
     /// Makes the stack safe to destroy, at process exit.
     /// @return false if the worker thread or a caller could not be waited for; the stack must then not be destroyed
     bool shutDown();
+
+    // What the guards make of a stream, in citp_stack_guards.cpp.
+
+    /// Whether the piece of @p size bytes that begins with @p header is to be read now. If not, the connection of
+    /// @p record has ended or its stream is read later.
+    bool mayRead(Record& record, const char* header, quint32 size, qint64 available, const Turn& turn, Reading reading);
+    /// Watches what is left of the stream of @p record after @p turn.
+    void watchRest(Record& record, const Turn& turn);
+    /// Ends the connection of @p record because of @p guard. Its server is not connected again before the next tick.
+    void disconnectServer(Record& record, Guards::Guard guard, qint64 value, qint64 limit);
+    /// Whether a server that announces itself as @p key from @p host is to be connected.
+    bool admits(const QString& host, const SERV_ID& key);
+    /// The bytes that would wait to be sent to @p record with a message of @p size bytes, if they are too many; else 0.
+    /// The caller holds the queue lock. Any thread.
+    qint64 excessOfUnsent(const Record& record, qint64 size) const;
+    /// A message of @p size bytes that sendMsg() accepted has reached the worker thread.
+    void countPassedDown(Record& record, qint64 size);
+    /// Applies the limits that its socket enforces to the connection of @p record.
+    void applyLimits(Record& record);
+    /// Takes new options, and ends what lasts for a tick. Called at each tick, first.
+    /// @return whether the discovery socket must be reopened, because other groups are wanted
+    bool tickGuards();
+    /// Connects the servers named by hand that are due. Called at each tick, last.
+    void connectNamedServers();
+    /// Acts on messages and requests whose timeout has expired.
+    void checkTimeouts();
+    void startTimeout(int milliseconds);
+    /// Logs the error with which the connection of @p socket has ended; its record may be gone.
+    void logEnd(const QTcpSocket* socket);
+    /// Reads the servers that were suspended.
+    void resumeReading();
+    /// Notes the end of the connection of @p socket, if it is suspended: its server is removed when its rest is read.
+    bool defersEnd(const QObject* socket);
+    /// Whether a datagram must be dropped because the application has not caught up. Announcements never are.
+    bool dropsDatagram(const QByteArray& datagram, const QString& sender);
 
     citp_stack* const q;
     WorkerThread* const worker; ///< never deleted: it runs until the process ends
@@ -66,6 +128,21 @@ struct CITP_HIDDEN citp_stack::Private
     std::mutex queueMutex;
     /// The records of the registry by their sockets, which are the senders that the slots know.
     QHash<const QObject*, Record*> connections;
+
+    Guards guards;
+    QTimer* timeoutTimer = nullptr;            ///< a child of the stack; runs while a timeout may expire
+    std::set<SERV_ID> disconnected;            ///< the servers that a guard has disconnected since the last tick
+    Guards::Clock::time_point attemptsSince{}; ///< since when #attempts counts
+    int attempts = 0;                          ///< connections opened in one second
+    int failedAttempts = 0;                    ///< connections that never opened, since the last tick
+    struct NamedServer
+    {
+        QHostAddress address;
+        quint16 port;
+        Guards::Clock::time_point nextAttempt;
+        std::chrono::milliseconds pause;
+    };
+    std::vector<NamedServer> namedServers;
 };
 
 /// Registers the classes of the queued signals with Qt. Once per process, before the first emission.

@@ -261,11 +261,11 @@ void FakeServer::announce(const char* name) const
     sendDatagram(Wire::ploc(m_port, "MediaServer", name));
 }
 
-void FakeServer::sendDatagram(const QByteArray& datagram) const
+void FakeServer::sendDatagram(const QByteArray& datagram, const char* group) const
 {
-    const sockaddr_in group = addressOf("224.0.0.180", 4809);
+    const sockaddr_in address = addressOf(group, 4809);
     if (sendto(m_announcer.get(), datagram.constData(), static_cast<std::size_t>(datagram.size()), 0,
-               reinterpret_cast<const sockaddr*>(&group), sizeof group) != datagram.size()) {
+               reinterpret_cast<const sockaddr*>(&address), sizeof address) != datagram.size()) {
         fail("sendto the group");
     }
 }

@@ -82,7 +82,7 @@ public:
     QString key() const { return host() + QLatin1Char(':') + QString::number(m_port); }
 
     void announce(const char* name = "Server") const;
-    void sendDatagram(const QByteArray& datagram) const;
+    void sendDatagram(const QByteArray& datagram, const char* group = "224.0.0.180") const;
     /// Takes the next connection.
     Connection accept();
     std::optional<Connection> tryAccept(int milliseconds);

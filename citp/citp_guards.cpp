@@ -1,0 +1,190 @@
+// Guards: the options in effect, and the reports about guards that acted.
+// SPDX-License-Identifier: Apache-2.0
+#include "citp_guards_p.h"
+
+#include "citp_log_p.h"
+#include "citp_unread_p.h"
+
+#include <algorithm>
+#include <iterator>
+#include <limits>
+#include <vector>
+
+namespace CITP {
+namespace {
+/// Servers and guards whose reports are told apart; further ones share one entry for each guard.
+constexpr std::size_t maxReports = 1000;
+
+struct GuardText
+{
+    const char* name;
+    const char* action;
+    const char* before; ///< the value
+    const char* after;
+    const char* limit;
+};
+
+/// The line about guard i is made from guardTexts[i].
+constexpr GuardText guardTexts[] = {
+    {"small message", "disconnected", "a message states ", " bytes", "minimum"},
+    {"large message", "disconnected", "a message states ", " bytes", "limit"},
+    {"stalled message", "disconnected", "a message is incomplete and no byte has arrived for ", " ms", "limit"},
+    {"wrong count", "message dropped", "a list announces ", " records", "room for"},
+    {"late answer", "next request sent", "no answer for ", " ms", "limit"},
+    {"lost peer", "disconnected", "its machine has not answered for ", " ms", "limit"},
+    {"too many servers", "ignored", "", " servers are known or were tried within a second", "limit"},
+    {"too many per address", "ignored", "", " servers of this address are known", "limit"},
+    {"unsent data", "sendMsg failed", "", " bytes would wait to be written", "limit"},
+    {"lost framing", "disconnected", "", " pieces of its stream do not begin with CITP", "limit"},
+    {"long turn", "", "", "", ""},
+    {"unread notifications", "not read", "", " bytes wait for the application", "limit"},
+};
+static_assert(std::size(guardTexts) == citp_options::UnreadNotifications + 1);
+} // namespace
+
+// --- Turns -----------------------------------------------------------------------------------------------------------
+
+Turn::Turn(const citp_options::Data& limits)
+    : m_limits(limits), m_start(limits.maxTurnTime > 0 ? Guards::Clock::now() : Guards::Clock::time_point{})
+{
+}
+
+bool Turn::isOver() const
+{
+    // The first message is always read.
+    return m_hasRead && ((m_limits.maxTurnBytes > 0 && m_bytes >= m_limits.maxTurnBytes) ||
+                         (m_limits.maxTurnTime > 0 &&
+                          Guards::Clock::now() - m_start >= std::chrono::milliseconds(m_limits.maxTurnTime)));
+}
+
+// --- Options ---------------------------------------------------------------------------------------------------------
+
+void Guards::set(const citp_options& options)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_next = options;
+    m_hasNext = true;
+}
+
+bool Guards::update()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_hasNext) {
+        return false;
+    }
+    m_hasNext = false;
+    m_limits = *std::as_const(m_next).d;
+    m_interval = std::chrono::milliseconds(m_limits.reportInterval);
+    m_observer = m_limits.observer;
+    m_maxUnsentBytes = m_limits.maxUnsentBytes;
+    m_watchesStreams = m_limits.smallMessageGuard || m_limits.maxMessageSize > 0 || m_limits.stallTimeout > 0 ||
+                       m_limits.maxLostMessages > 0 || m_limits.maxTurnTime > 0 || m_limits.maxTurnBytes > 0 ||
+                       m_limits.maxUnreadBytes > 0;
+    countCheck.isEnabled = m_limits.countGuard;
+    return true;
+}
+
+// --- Reports ---------------------------------------------------------------------------------------------------------
+
+void Guards::write(Guard guard, const QString& server, const Report& report, const citp_options::Observer& observer)
+{
+    const GuardText& words = guardTexts[guard];
+    text_base text;
+    text << "guard " << words.name << ": " << toAscii(server) << " " << words.action << ": " << words.before
+         << static_cast<long long>(report.value) << words.after << " (" << words.limit << " "
+         << static_cast<long long>(report.limit) << ")";
+    if (report.omitted > 0) {
+        text << "; " << report.omitted << " more omitted";
+    }
+    CITP_LOG(stackLogContext(), Os::Log::Warning, "citp_guards.cpp", __LINE__, Q_FUNC_INFO, text.c_str());
+    if (observer) {
+        observer({guard, server, report.value, report.limit, report.omitted, QString::fromLatin1(text.c_str())});
+    }
+}
+
+void Guards::report(Guard guard, const QString& server, qint64 value, qint64 limit)
+{
+    const Clock::time_point now = Clock::now();
+    Report report{now, value, limit, 0};
+    QString name = server;
+    citp_options::Observer observer;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        auto last = m_reports.find({guard, name});
+        if (last == m_reports.end() && m_reports.size() >= maxReports) {
+            name = QStringLiteral("other servers");
+            last = m_reports.find({guard, name});
+        }
+        if (last != m_reports.end()) {
+            Report& previous = last->second;
+            if (now - previous.time < m_interval) {
+                previous.value = value;
+                previous.limit = limit;
+                ++previous.omitted;
+                return;
+            }
+            report.omitted = previous.omitted;
+        }
+        m_reports[{guard, name}] = {now, value, limit, 0};
+        observer = m_observer;
+    }
+    write(guard, name, report, observer);
+}
+
+void Guards::reportOmitted()
+{
+    const Clock::time_point now = Clock::now();
+    std::vector<std::pair<std::pair<Guard, QString>, Report>> omitted;
+    citp_options::Observer observer;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (auto last = m_reports.begin(); last != m_reports.end();) {
+            if (now - last->second.time < m_interval) {
+                ++last;
+            } else if (last->second.omitted == 0) {
+                last = m_reports.erase(last);
+            } else {
+                // The last of them is reported, so that one less is omitted.
+                Report report = last->second;
+                --report.omitted;
+                omitted.emplace_back(last->first, report);
+                last->second = {now, 0, 0, 0};
+                ++last;
+            }
+        }
+        observer = m_observer;
+    }
+    for (const auto& [key, report] : omitted) {
+        write(key.first, key.second, report, observer);
+    }
+}
+
+bool Guards::reportWrongCount(const QString& server)
+{
+    if (!m_limits.countGuard || !countCheck.hasFailed) {
+        return false;
+    }
+    countCheck.hasFailed = false;
+    report(citp_options::WrongCount, server, countCheck.count, countCheck.capacity);
+    return true;
+}
+
+// --- Unread notifications --------------------------------------------------------------------------------------------
+
+void Guards::countCopies(Msg_Header& message, int size) const
+{
+    if (m_limits.maxUnreadBytes > 0) {
+        const qint64 cost = citp_options::unreadCost(size);
+        message.m_unread.m_cost = static_cast<quint32>(std::min<qint64>(cost, std::numeric_limits<quint32>::max()));
+    }
+}
+
+bool Guards::mustWait(qint64 size) const
+{
+    if (m_limits.maxUnreadBytes == 0) {
+        return false;
+    }
+    const qint64 unread = countUnreadBytes();
+    return unread > 0 && unread + citp_options::unreadCost(size) > m_limits.maxUnreadBytes;
+}
+} // namespace CITP

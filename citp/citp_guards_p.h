@@ -1,0 +1,95 @@
+// Guards: the options in effect, the reports about guards that acted, and the turns in which servers are read. Private;
+// not installed.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "citp_counts_p.h"
+#include "citp_options_p.h"
+
+#include <citp/citp_msg_header.h>
+
+#include <QString>
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <set>
+#include <utility>
+
+namespace CITP {
+/// The bytes and the time that are left to read one server before the others get their turn.
+class Turn
+{
+public:
+    explicit Turn(const citp_options::Data& limits);
+    /// Counts a message of @p bytes that was handled.
+    void count(qint64 bytes)
+    {
+        m_hasRead = true;
+        m_bytes += bytes;
+    }
+    bool hasRead() const { return m_hasRead; }
+    bool isOver() const;
+
+private:
+    const citp_options::Data& m_limits;
+    const std::chrono::steady_clock::time_point m_start;
+    bool m_hasRead = false;
+    qint64 m_bytes = 0;
+};
+
+/// Worker thread, except where a member says otherwise.
+class Guards
+{
+public:
+    using Clock = std::chrono::steady_clock;
+    using Guard = citp_options::Guard;
+
+    /// The options to use from the next tick on. Any thread.
+    void set(const citp_options& options);
+    /// Takes the options of the last set(). Called at each tick.
+    /// @return whether there are new ones
+    bool update();
+    /// The options in effect.
+    const citp_options::Data& limits() const { return m_limits; }
+    /// Whether a guard watches the streams of the servers.
+    bool watchesStreams() const { return m_watchesStreams; }
+    /// citp_options::maxUnsentBytes(). Any thread.
+    qint64 maxUnsentBytes() const { return m_maxUnsentBytes.load(std::memory_order_relaxed); }
+
+    /// Reports that @p guard has acted, unless the last report is too recent. Any thread.
+    void report(Guard guard, const QString& server, qint64 value, qint64 limit);
+    /// Reports what was omitted, once the report interval has passed. Called at each tick.
+    void reportOmitted();
+    /// Reports that the message just parsed, from @p server, was not valid because of a wrong count, if so.
+    /// @return whether it was
+    bool reportWrongCount(const QString& server);
+
+    /// Makes copies of @p message, a message of @p size bytes, count as unread notifications, if these are limited.
+    void countCopies(Msg_Header& message, int size) const;
+    /// Whether a notification of a message of @p size bytes must wait until the application has read earlier ones.
+    bool mustWait(qint64 size) const;
+
+private:
+    struct Report
+    {
+        Clock::time_point time;
+        qint64 value;
+        qint64 limit;
+        int omitted;
+    };
+    void write(Guard guard, const QString& server, const Report& report, const citp_options::Observer& observer);
+
+    citp_options::Data m_limits;
+    bool m_watchesStreams = false;
+    std::atomic<qint64> m_maxUnsentBytes{0};
+
+    std::mutex m_mutex; ///< guards what follows; any thread
+    citp_options m_next;
+    bool m_hasNext = false;
+    std::chrono::milliseconds m_interval{0};
+    citp_options::Observer m_observer;
+    std::map<std::pair<Guard, QString>, Report> m_reports;
+};
+} // namespace CITP

@@ -1,0 +1,377 @@
+// What the guards do in the stack: streams that are watched, announcements that are ignored, timeouts, and servers
+// named by hand. SPDX-License-Identifier: Apache-2.0
+#include "citp_lock_p.h"
+#include "citp_log_p.h"
+#include "citp_socket_options_p.h"
+#include "citp_stack_p.h"
+#include "citp_unread_p.h"
+
+#include <QSignalBlocker>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace CITP {
+namespace {
+using Clock = Guards::Clock;
+using std::chrono::milliseconds;
+
+constexpr int headerLength = 20;            // bytes of the CITP header
+constexpr qint64 minimumReadBuffer = 65536; // bytes
+/// A connection that has not opened by then gives its place to another server, if there are too many.
+constexpr milliseconds connectTime{500};
+constexpr int maxLoggedFailures = 10; // in a tick
+constexpr int maxPauseFactor = 16;
+
+qint64 millisecondsSince(Clock::time_point time, Clock::time_point now)
+{
+    return std::chrono::duration_cast<milliseconds>(now - time).count();
+}
+} // namespace
+
+// --- Streams ---------------------------------------------------------------------------------------------------------
+
+bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 size, qint64 available, const Turn& turn,
+                                  Reading reading)
+{
+    const citp_options::Data& limits = guards.limits();
+    if (limits.smallMessageGuard && size < static_cast<quint32>(headerLength)) {
+        disconnectServer(record, citp_options::SmallMessage, size, headerLength);
+        return false;
+    }
+    if (limits.maxMessageSize > 0 && size > limits.maxMessageSize) {
+        disconnectServer(record, citp_options::LargeMessage, size, limits.maxMessageSize);
+        return false;
+    }
+    if (available < static_cast<qint64>(size)) {
+        if (record.m_socket->readBufferSize() > 0 && record.m_socket->readBufferSize() < size) {
+            record.m_socket->setReadBufferSize(size);
+        }
+        return false;
+    }
+    if (guards.mustWait(size)) {
+        guards.report(citp_options::UnreadNotifications, record.key, countUnreadBytes(), limits.maxUnreadBytes);
+        record.isSuspended = true;
+        suspendReading(limits.maxUnreadBytes / 2, [] {
+            citp_stack* const stack = Get();
+            QMetaObject::invokeMethod(
+                stack, [stack] { stack->d->resumeReading(); }, Qt::QueuedConnection);
+        });
+        return false;
+    }
+    if (reading == Reading::OneTurn && turn.isOver()) {
+        record.isTurnQueued = true;
+        QTcpSocket* const socket = record.m_socket;
+        QMetaObject::invokeMethod(
+            socket,
+            [this, socket] {
+                if (Record* const waiting = recordOf(socket)) {
+                    waiting->isTurnQueued = false;
+                    readMessages(socket);
+                }
+            },
+            Qt::QueuedConnection);
+        return false;
+    }
+    if (limits.maxLostMessages > 0) {
+        const bool isLost = std::memcmp(header, "CITP", 4) != 0;
+        record.lostMessages = isLost ? record.lostMessages + 1 : 0;
+        if (record.lostMessages > limits.maxLostMessages) {
+            disconnectServer(record, citp_options::LostFraming, record.lostMessages, limits.maxLostMessages);
+            return false;
+        }
+    }
+    return true;
+}
+
+void citp_stack::Private::watchRest(Record& record, const Turn& turn)
+{
+    if (record.hasEnded && !record.isSuspended && !record.isTurnQueued) {
+        logEnd(record.m_socket);
+        const StackLock lock(q->m_mutex);
+        removeServer(&record);
+        return;
+    }
+    const qint64 rest = record.isSuspended || record.isTurnQueued ? 0 : record.m_socket->bytesAvailable();
+    if (rest == record.incomplete && !turn.hasRead()) {
+        return;
+    }
+    record.incomplete = rest;
+    // Qt signals a full buffer no more until a read has emptied it; a change of its size makes Qt look again.
+    if (rest > 0 && record.m_socket->readBufferSize() > 0 &&
+        record.m_socket->state() == QAbstractSocket::ConnectedState) {
+        const qint64 size = record.m_socket->readBufferSize();
+        record.m_socket->setReadBufferSize(size + 1);
+        record.m_socket->setReadBufferSize(size);
+    }
+    if (rest > 0 && guards.limits().stallTimeout > 0) {
+        record.lastProgress = Clock::now();
+        startTimeout(guards.limits().stallTimeout);
+    }
+}
+
+void citp_stack::Private::disconnectServer(Record& record, Guards::Guard guard, qint64 value, qint64 limit)
+{
+    guards.report(guard, record.key, value, limit);
+    disconnected.insert(record.key);
+    const StackLock lock(q->m_mutex);
+    removeServer(&record);
+}
+
+bool citp_stack::Private::defersEnd(const QObject* socket)
+{
+    Record* const record = recordOf(socket);
+    if (record && record->isSuspended) {
+        record->hasEnded = true;
+    }
+    return record && record->hasEnded;
+}
+
+bool citp_stack::Private::dropsDatagram(const QByteArray& datagram, const QString& sender)
+{
+    // A datagram may be lost anyway.
+    if (!guards.mustWait(datagram.size()) || datagram.mid(headerLength, 4) == "PLoc") {
+        return false;
+    }
+    guards.report(citp_options::UnreadNotifications, sender, countUnreadBytes(), guards.limits().maxUnreadBytes);
+    return true;
+}
+
+void citp_stack::Private::resumeReading()
+{
+    const QList<const QObject*> sockets = connections.keys();
+    for (const QObject* const socket : sockets) {
+        Record* const record = recordOf(socket);
+        if (record && record->isSuspended) {
+            record->isSuspended = false;
+            readMessages(record->m_socket);
+        }
+    }
+}
+
+// --- Timeouts --------------------------------------------------------------------------------------------------------
+
+void citp_stack::Private::startTimeout(int timeout)
+{
+    if (!timeoutTimer) {
+        timeoutTimer = new QTimer(q);
+        timeoutTimer->setSingleShot(true);
+        timeoutTimer->setTimerType(Qt::PreciseTimer);
+        connect(timeoutTimer, &QTimer::timeout, q, [this] { checkTimeouts(); });
+    }
+    if (!timeoutTimer->isActive() || timeoutTimer->remainingTime() > timeout) {
+        timeoutTimer->start(timeout);
+    }
+}
+
+void citp_stack::Private::checkTimeouts()
+{
+    const citp_options::Data& limits = guards.limits();
+    const Clock::time_point now = Clock::now();
+    qint64 next = std::numeric_limits<int>::max();
+    // Notes when a timeout that began at the given time expires.
+    const auto hasExpired = [now, &next](Clock::time_point begin, int timeout) {
+        const qint64 left = timeout - millisecondsSince(begin, now);
+        if (left > 0) {
+            next = std::min(next, left);
+        }
+        return left <= 0;
+    };
+    const QList<const QObject*> sockets = connections.keys();
+    for (const QObject* const socket : sockets) {
+        Record* record = recordOf(socket);
+        if (record && limits.stallTimeout > 0 && record->incomplete > 0 &&
+            hasExpired(record->lastProgress, limits.stallTimeout)) {
+            disconnectServer(*record, citp_options::StalledMessage, millisecondsSince(record->lastProgress, now),
+                             limits.stallTimeout);
+            record = nullptr;
+        }
+        if (record && limits.requestTimeout > 0 && record->requestSent &&
+            hasExpired(*record->requestSent, limits.requestTimeout)) {
+            guards.report(citp_options::LateAnswer, record->key, millisecondsSince(*record->requestSent, now),
+                          limits.requestTimeout);
+            releaseNextRequest(record->key);
+        }
+    }
+    if (next < std::numeric_limits<int>::max()) {
+        startTimeout(static_cast<int>(next));
+    }
+}
+
+// --- Sending ---------------------------------------------------------------------------------------------------------
+
+qint64 citp_stack::Private::excessOfUnsent(const Record& record, qint64 size) const
+{
+    const qint64 limit = guards.maxUnsentBytes();
+    const qint64 unsent = record.passedDown + record.unwritten + size;
+    return limit > 0 && unsent > limit ? unsent : 0;
+}
+
+void citp_stack::Private::countPassedDown(Record& record, qint64 size)
+{
+    const std::lock_guard<std::mutex> queueLock(queueMutex);
+    // A message for an earlier connection of this server is not counted in its record.
+    record.passedDown = std::max<qint64>(0, record.passedDown - size);
+    if (record.IsNoDelayEnabled() && record.IsRequestInProgress() && !record.requestSent) {
+        record.requestSent = Clock::now();
+        if (guards.limits().requestTimeout > 0) {
+            startTimeout(guards.limits().requestTimeout);
+        }
+    }
+}
+
+void citp_stack::Private::applyLimits(Record& record)
+{
+    const citp_options::Data& limits = guards.limits();
+    QTcpSocket* const socket = record.m_socket;
+    const bool limitsReading = limits.maxTurnTime > 0 || limits.maxTurnBytes > 0 || limits.maxUnreadBytes > 0;
+    if (limitsReading || socket->readBufferSize() != 0) {
+        // Without a limit, Qt would read into memory what has to wait.
+        socket->setReadBufferSize(limitsReading ? std::max(minimumReadBuffer, record.incomplete) : 0);
+    }
+    if (limits.maxUnsentBytes > 0 && !record.isCountingWrites) {
+        record.isCountingWrites = true;
+        connect(socket, &QTcpSocket::bytesWritten, q, [this, socket] {
+            if (Record* const writing = recordOf(socket)) {
+                writing->unwritten = socket->bytesToWrite();
+            }
+        });
+        record.unwritten = socket->bytesToWrite();
+    }
+    if (record.isConnected && (limits.peerTimeout > 0 || record.hasPeerTimeout)) {
+        record.hasPeerTimeout = limits.peerTimeout > 0;
+        setPeerTimeout(static_cast<int>(socket->socketDescriptor()), peerTimeout(limits.peerTimeout));
+    }
+}
+
+// --- Announcements and connections -----------------------------------------------------------------------------------
+
+bool citp_stack::Private::admits(const QString& host, const SERV_ID& key)
+{
+    const citp_options::Data& limits = guards.limits();
+    if (disconnected.find(key) != disconnected.end()) {
+        return false;
+    }
+    const bool isNamed = std::any_of(namedServers.cbegin(), namedServers.cend(), [&key](const NamedServer& server) {
+        return buildServerKey(server.address.toString(), server.port) == key;
+    });
+    if (isNamed || (limits.maxServers == 0 && limits.maxServersPerAddress == 0)) {
+        return true;
+    }
+    const Clock::time_point now = Clock::now();
+    // Whether there are @p limit servers whose keys begin with @p prefix, and none of them gives up its place.
+    const auto isFull = [this, now](const QString& prefix, int limit) {
+        int count = 0;
+        Record* oldest = nullptr;
+        for (auto server = q->m_servers.lowerBound(prefix);
+             server != q->m_servers.end() && server.key().startsWith(prefix); ++server) {
+            Record* const record = static_cast<Record*>(server.value());
+            ++count;
+            if (!record->isConnected && !record->isLeaving && (!oldest || record->created < oldest->created)) {
+                oldest = record;
+            }
+        }
+        if (count < limit) {
+            return false;
+        }
+        if (!oldest || now - oldest->created < connectTime) {
+            return true;
+        }
+        QTcpSocket* const socket = oldest->m_socket;
+        removeServer(oldest);
+        // Closed immediately, because many may be replaced before the event loop deletes them.
+        const QSignalBlocker blocker(socket);
+        socket->abort();
+        return false;
+    };
+    // An announcement over a connection has the key of that connection as its host.
+    const QString address = host.section(QLatin1Char(':'), 0, 0);
+    if (limits.maxServersPerAddress > 0 && isFull(address + QLatin1Char(':'), limits.maxServersPerAddress)) {
+        guards.report(citp_options::TooManyPerAddress, address, limits.maxServersPerAddress,
+                      limits.maxServersPerAddress);
+        return false;
+    }
+    if (limits.maxServers > 0) {
+        if (now - attemptsSince >= std::chrono::seconds(1)) {
+            attemptsSince = now;
+            attempts = 0;
+        }
+        if (attempts >= limits.maxServers || isFull(QString(), limits.maxServers)) {
+            // Senders of announcements can be forged, so that all of them share one report.
+            guards.report(citp_options::TooManyServers, QStringLiteral("new servers"), limits.maxServers,
+                          limits.maxServers);
+            return false;
+        }
+        ++attempts;
+    }
+    return true;
+}
+
+void citp_stack::Private::logEnd(const QTcpSocket* socket)
+{
+    const citp_options::Data& limits = guards.limits();
+    if (const Record* const record = recordOf(socket)) {
+        if (record->isConnected && limits.peerTimeout > 0 &&
+            socket->error() != QAbstractSocket::RemoteHostClosedError) {
+            guards.report(citp_options::LostPeer, record->key, limits.peerTimeout, limits.peerTimeout);
+        }
+        if (!record->isConnected && limits.maxServers > 0 && ++failedAttempts > maxLoggedFailures) {
+            return;
+        }
+    }
+    CITP_LOG(stackLogContext(), Os::Log::Failure, "citp_stack.cpp", __LINE__, "void CITP::citp_stack::rxerror()",
+             socket->errorString().toStdString());
+}
+
+bool citp_stack::Private::tickGuards()
+{
+    disconnected.clear();
+    guards.reportOmitted();
+    if (failedAttempts > maxLoggedFailures) {
+        CITP_LOG(stackLogContext(), Os::Log::Failure, "citp_stack.cpp", __LINE__, "void CITP::citp_stack::rxerror()",
+                 failedAttempts - maxLoggedFailures << " more connections failed to open");
+    }
+    failedAttempts = 0;
+
+    const citp_options::DiscoveryGroups groups = guards.limits().groups;
+    if (!guards.update()) {
+        return false;
+    }
+    const citp_options::Data& limits = guards.limits();
+    for (Record* const record : std::as_const(connections)) {
+        applyLimits(*record);
+    }
+    if (limits.stallTimeout > 0 || limits.requestTimeout > 0) {
+        startTimeout(0);
+    }
+    std::vector<NamedServer> servers;
+    for (const auto& [address, port] : limits.servers) {
+        servers.push_back({address, port, Clock::time_point{}, milliseconds(limits.retryInterval)});
+    }
+    namedServers = std::move(servers);
+    resumeReading();
+    return limits.groups != groups;
+}
+
+void citp_stack::Private::connectNamedServers()
+{
+    const Clock::time_point now = Clock::now();
+    const milliseconds firstPause(guards.limits().retryInterval);
+    for (NamedServer& server : namedServers) {
+        const QString host = server.address.toString();
+        if (const Record* const record = find(buildServerKey(host, server.port))) {
+            if (record->m_notified) {
+                server.pause = firstPause;
+                server.nextAttempt = now + firstPause;
+            }
+        } else if (now >= server.nextAttempt) {
+            server.nextAttempt = now + server.pause;
+            server.pause = std::min(2 * server.pause, maxPauseFactor * firstPause);
+            q->handlePLOC(host, Msg_PEER_PLOC(QStringLiteral("MediaServer"), QString(), QString(), server.port));
+        }
+    }
+}
+} // namespace CITP
