@@ -8,8 +8,6 @@
 #include "mediaserver_fixture.h"
 
 namespace {
-const char* const Greeting = "43495450 01 00 0000 21000000 0100 0000 4D534558 01 02 43496E66 03 0001 0101 0201";
-
 // A message of the MSEX layer; @p body begins with the version.
 QByteArray msex(const char* body, quint16 index = 0)
 {

@@ -3,42 +3,14 @@
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <memory>
 
 #include "mediaserver_fixture.h"
 
 namespace {
-const char* const Greeting = "43495450 01 00 0000 21000000 0100 0000 4D534558 01 02 43496E66 03 0001 0101 0201";
-// GELI, media, all of the first level, 1.0.
-const char* const AskLibraries = "43495450 01 00 0000 1C000000 0100 0000 4D534558 01 00 47454C49 01 00";
-// GETh in 1.0: element 0 of library 2 as rows of 4 x 3 pixels.
-const char* const AskThumbnail =
-    "43495450 01 00 0000 27000000 0100 0000 4D534558 01 00 47455468 52474238 0400 0300 01 01 02 01 00";
-// GETh in 1.0: all ten elements of library 3, likewise.
-const char* const AskThumbnails =
-    "43495450 01 00 0000 26000000 0100 0000 4D534558 01 00 47455468 52474238 0400 0300 01 01 03 00";
-
-constexpr int ThumbnailSize = 39 + 36;
-constexpr int LibrariesSize = 28 + (3 + 20 + 1) + (3 + 22 + 1) + (3 + 32 + 1);
-
-// A misbehaving server and a console connected to it.
-struct Pair
-{
-    explicit Pair(const QString& faults, const QStringList& arguments = {})
-        : program(QStringList{"--adapter", "lo", "--fault", faults} + arguments)
-    {
-        program.waitForLine("listens on");
-        console = std::make_unique<Console>("127.0.0.2", 4811);
-    }
-
-    Program program;
-    std::unique_ptr<Console> console;
-};
-
 // What a server with these faults sends until it has answered all requests and then the greeting.
 QByteArray everythingSent(const QString& faults, const QStringList& arguments)
 {
-    Pair pair(faults, arguments);
+    FaultyPair pair(faults, arguments);
     QByteArray requests;
     for (int i = 0; i < 20; ++i)
         requests += hex(AskLibraries) + hex(AskThumbnail);
@@ -62,7 +34,7 @@ TEST(MediaserverFault, NoFaultGivesTheSizesThatTheOthersAreHeldAgainst)
 
 TEST(MediaserverFault, DelayHoldsAnswersBackAndSendsThemAll)
 {
-    Pair pair("delay", {"--fault-delay", "3000"});
+    FaultyPair pair("delay", {"--fault-delay", "3000"});
     pair.console->send(hex(AskLibraries) + hex(AskThumbnail));
     pair.program.waitForLine("fault: delay");
     // The request is known to have come; its answer has not.
@@ -73,7 +45,7 @@ TEST(MediaserverFault, DelayHoldsAnswersBackAndSendsThemAll)
 
 TEST(MediaserverFault, SilenceAnswersNoRequestButTheGreeting)
 {
-    Pair pair("silence");
+    FaultyPair pair("silence");
     pair.console->send(hex(AskLibraries) + hex(AskThumbnail) + hex(Greeting));
     EXPECT_EQ(pair.console->nextMessage().mid(22, 4).toStdString(), "SInf");
     pair.program.waitForLine("fault: silence");
@@ -82,7 +54,7 @@ TEST(MediaserverFault, SilenceAnswersNoRequestButTheGreeting)
 
 TEST(MediaserverFault, SplitSendsSingleBytesThatMakeWholeMessages)
 {
-    Pair pair("split");
+    FaultyPair pair("split");
     pair.console->send(hex(AskThumbnail) + hex(AskThumbnails));
     for (int i = 0; i < 11; ++i)
         EXPECT_EQ(pair.console->nextMessage().size(), ThumbnailSize);
@@ -98,7 +70,7 @@ TEST(MediaserverFault, SplitSendsSingleBytesThatMakeWholeMessages)
 
 TEST(MediaserverFault, MergeSendsSeveralAnswersTogether)
 {
-    Pair pair("merge");
+    FaultyPair pair("merge");
     pair.console->send(hex(AskThumbnails));
     ASSERT_TRUE(pair.console->socket().waitForReadyRead(TestTimeout));
     EXPECT_GE(pair.console->socket().bytesAvailable(), 4 * ThumbnailSize);
@@ -108,7 +80,7 @@ TEST(MediaserverFault, MergeSendsSeveralAnswersTogether)
 
 TEST(MediaserverFault, TruncateShortensBodiesAndKeepsTheFraming)
 {
-    Pair pair("truncate");
+    FaultyPair pair("truncate");
     for (int i = 0; i < 20; ++i) {
         pair.console->send(hex(AskLibraries));
         const QByteArray answer = pair.console->nextMessage();
@@ -120,7 +92,7 @@ TEST(MediaserverFault, TruncateShortensBodiesAndKeepsTheFraming)
 
 TEST(MediaserverFault, OversizeAnnouncesMoreOfAThumbnailThanFollows)
 {
-    Pair pair("oversize");
+    FaultyPair pair("oversize");
     pair.console->send(hex(AskThumbnail) + hex(AskLibraries));
     const QByteArray answer = pair.console->nextMessage();
     EXPECT_EQ(answer.size(), ThumbnailSize);
@@ -130,7 +102,7 @@ TEST(MediaserverFault, OversizeAnnouncesMoreOfAThumbnailThanFollows)
 
 TEST(MediaserverFault, VersionIsOneThatDoesNotExist)
 {
-    Pair pair("version");
+    FaultyPair pair("version");
     pair.console->send(hex(AskThumbnail));
     const QByteArray answer = pair.console->nextMessage();
     EXPECT_EQ(int(answer.at(20)), 1);
@@ -140,7 +112,7 @@ TEST(MediaserverFault, VersionIsOneThatDoesNotExist)
 
 TEST(MediaserverFault, GarbageCanBePassedOverByItsLengthField)
 {
-    Pair pair("garbage");
+    FaultyPair pair("garbage");
     pair.console->send(hex(AskThumbnail) + hex(AskLibraries));
     for (const int size : {ThumbnailSize, LibrariesSize}) {
         const QByteArray garbage = pair.console->nextMessage();
@@ -152,7 +124,7 @@ TEST(MediaserverFault, GarbageCanBePassedOverByItsLengthField)
 
 TEST(MediaserverFault, NoiseComesBeforeTheAnswer)
 {
-    Pair pair("noise");
+    FaultyPair pair("noise");
     pair.console->send(hex(AskThumbnail));
     QByteArray received;
     while (!received.contains("EThn") && pair.console->socket().waitForReadyRead(TestTimeout))
@@ -165,7 +137,7 @@ TEST(MediaserverFault, NoiseComesBeforeTheAnswer)
 
 TEST(MediaserverFault, ResetEndsTheConnectionInMidMessageAndTheServerLivesOn)
 {
-    Pair pair("reset");
+    FaultyPair pair("reset");
     for (int i = 0; i < 3; ++i) {
         Console console("127.0.0.2", 4811);
         console.send(hex(AskThumbnail));
@@ -214,7 +186,7 @@ TEST(MediaserverFault, RefuseAnnouncesAClosedPort)
 
 TEST(MediaserverFault, MuteSendsNoSInfAndAnswersRequests)
 {
-    Pair pair("mute");
+    FaultyPair pair("mute");
     pair.console->send(hex(Greeting) + hex(AskLibraries));
     pair.program.waitForLine("fault: mute");
     EXPECT_EQ(pair.console->nextMessage().mid(22, 4).toStdString(), "ELIn");
@@ -222,7 +194,7 @@ TEST(MediaserverFault, MuteSendsNoSInfAndAnswersRequests)
 
 TEST(MediaserverFault, OddSinfIsOfAVersionThatDoesNotExist)
 {
-    Pair pair("odd-sinf");
+    FaultyPair pair("odd-sinf");
     pair.console->send(hex(Greeting) + hex(AskLibraries));
     const QByteArray greeting = pair.console->nextMessage();
     EXPECT_EQ(greeting.mid(22, 4).toStdString(), "SInf");
@@ -237,7 +209,7 @@ TEST(MediaserverFault, SpoilChangesThePictureAlone)
     Console console("127.0.0.3", 4811);
     console.send(hex(AskThumbnail));
     const QByteArray whole = console.nextMessage();
-    Pair pair("spoil");
+    FaultyPair pair("spoil");
     pair.console->send(hex(AskThumbnail) + hex(AskLibraries));
     const QByteArray spoiled = pair.console->nextMessage();
     EXPECT_EQ(spoiled.size(), ThumbnailSize);
@@ -248,7 +220,7 @@ TEST(MediaserverFault, SpoilChangesThePictureAlone)
 
 TEST(MediaserverFault, FaultsComeTogether)
 {
-    Pair pair("truncate,garbage", {"--fault", "version"});
+    FaultyPair pair("truncate,garbage", {"--fault", "version"});
     pair.console->send(hex(AskLibraries));
     EXPECT_NE(pair.console->nextMessage().left(4).toStdString(), "CITP");
     const QByteArray answer = pair.console->nextMessage();
@@ -260,7 +232,7 @@ TEST(MediaserverFault, FaultsComeTogether)
 
 TEST(MediaserverFault, ASplitAnswerIsResetToo)
 {
-    Pair pair("reset,split");
+    FaultyPair pair("reset,split");
     pair.console->send(hex(AskThumbnail));
     EXPECT_LT(pair.console->nextBytes(ThumbnailSize).size(), ThumbnailSize);
     EXPECT_TRUE(pair.console->waitForEnd());
@@ -277,7 +249,7 @@ TEST(MediaserverFault, TheSameSeedGivesTheSameFaultsAndAnotherOneOthers)
 
 TEST(MediaserverFault, TheRateLeavesSomeAnswersAlone)
 {
-    Pair pair("oversize", {"--fault-rate", "50"});
+    FaultyPair pair("oversize", {"--fault-rate", "50"});
     int struck = 0;
     for (int i = 0; i < 100; ++i) {
         pair.console->send(hex(AskThumbnail));

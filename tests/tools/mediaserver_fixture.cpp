@@ -23,7 +23,7 @@ Outcome runToEnd(const QStringList& arguments)
     return outcomeOf(program);
 }
 
-GroupListener::GroupListener(const QString& adapterAddress)
+GroupListener::GroupListener(const QString& adapterAddress, const QString& group)
 {
     QNetworkInterface adapter;
     const auto all = QNetworkInterface::allInterfaces();
@@ -35,9 +35,9 @@ GroupListener::GroupListener(const QString& adapterAddress)
         }
     }
     EXPECT_TRUE(adapter.isValid());
-    EXPECT_TRUE(m_socket.bind(QHostAddress(QHostAddress::AnyIPv4), 4809,
-                              QAbstractSocket::ShareAddress | QAbstractSocket::ReuseAddressHint));
-    EXPECT_TRUE(m_socket.joinMulticastGroup(QHostAddress("224.0.0.180"), adapter));
+    EXPECT_TRUE(
+        m_socket.bind(QHostAddress(group), 4809, QAbstractSocket::ShareAddress | QAbstractSocket::ReuseAddressHint));
+    EXPECT_TRUE(m_socket.joinMulticastGroup(QHostAddress(group), adapter));
 }
 
 GroupListener::Datagram GroupListener::next()
@@ -109,7 +109,14 @@ QByteArray Console::nextMessage(const char* code)
     return {};
 }
 
-bool Console::waitForEnd()
+bool Console::waitForEnd(int milliseconds)
 {
-    return m_socket.state() == QAbstractSocket::UnconnectedState || m_socket.waitForDisconnected(TestTimeout);
+    return m_socket.state() == QAbstractSocket::UnconnectedState || m_socket.waitForDisconnected(milliseconds);
+}
+
+FaultyPair::FaultyPair(const QString& faults, const QStringList& arguments)
+    : program(QStringList{"--adapter", "lo", "--fault", faults} + arguments)
+{
+    program.waitForLine("listens on");
+    console = std::make_unique<Console>("127.0.0.2", 4811);
 }

@@ -10,7 +10,26 @@
 #include <QTcpSocket>
 #include <QUdpSocket>
 
+#include <memory>
+
 #include "child.h"
+
+/// CInf.
+inline const char* const Greeting = "43495450 01 00 0000 21000000 0100 0000 4D534558 01 02 43496E66 03 0001 0101 0201";
+/// GELI, media, all of the first level, 1.0.
+inline const char* const AskLibraries = "43495450 01 00 0000 1C000000 0100 0000 4D534558 01 00 47454C49 01 00";
+/// GETh in 1.0: element 0 of library 2 as rows of 4 x 3 pixels.
+inline const char* const AskThumbnail =
+    "43495450 01 00 0000 27000000 0100 0000 4D534558 01 00 47455468 52474238 0400 0300 01 01 02 01 00";
+/// GETh in 1.0: all ten elements of library 3, likewise.
+inline const char* const AskThumbnails =
+    "43495450 01 00 0000 26000000 0100 0000 4D534558 01 00 47455468 52474238 0400 0300 01 01 03 00";
+/// A message that media servers do not answer.
+inline const char* const UnknownMessage = "43495450 01 00 0000 1A000000 0100 0000 4D534558 01 02 58787878";
+
+/// The sizes of the answers.
+constexpr int ThumbnailSize = 39 + 36;
+constexpr int LibrariesSize = 28 + (3 + 20 + 1) + (3 + 22 + 1) + (3 + 32 + 1);
 
 /// Bytes from hexadecimal digits; blanks are for the reader.
 inline QByteArray hex(const char* digits)
@@ -29,12 +48,12 @@ public:
 /// Runs the program to its end.
 Outcome runToEnd(const QStringList& arguments);
 
-/// A socket that has joined the discovery group on one adapter.
+/// A socket that has joined a discovery group on one adapter, and hears that group alone.
 class GroupListener
 {
 public:
     /// @param adapterAddress an address of the adapter to listen on
-    explicit GroupListener(const QString& adapterAddress = "127.0.0.1");
+    explicit GroupListener(const QString& adapterAddress = "127.0.0.1", const QString& group = "224.0.0.180");
 
     struct Datagram
     {
@@ -47,6 +66,8 @@ public:
     Datagram nextFrom(const QString& sender);
     /// Forgets what has been received so far.
     void drain();
+    /// Whether nothing has been received that was not taken.
+    bool isEmpty() const { return !m_socket.hasPendingDatagrams(); }
 
 private:
     QUdpSocket m_socket;
@@ -66,9 +87,19 @@ public:
     /// Waits for exactly this many bytes; fewer if the connection ends.
     QByteArray nextBytes(int count);
     /// Waits for the server to end the connection.
-    bool waitForEnd();
+    bool waitForEnd(int milliseconds = TestTimeout);
     QTcpSocket& socket() { return m_socket; }
 
 private:
     QTcpSocket m_socket;
+};
+
+/// A misbehaving server and a console connected to it.
+struct FaultyPair
+{
+    /// @param faults names, for --fault
+    explicit FaultyPair(const QString& faults, const QStringList& arguments = {});
+
+    Program program;
+    std::unique_ptr<Console> console;
 };

@@ -14,7 +14,6 @@
 #include "mediaserver_fixture.h"
 
 namespace {
-const char* const Greeting = "43495450 01 00 0000 21000000 0100 0000 4D534558 01 02 43496E66 03 0001 0101 0201";
 const char* const Day = "2021-02-03T04:05:06Z";
 
 QByteArray msex(const QByteArray& rest)

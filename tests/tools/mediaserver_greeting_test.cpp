@@ -34,6 +34,55 @@ TEST(MediaserverGreeting, AnnouncesItselfOnTheGroup)
     }
 }
 
+TEST(MediaserverGreeting, AnnouncesItselfOnEitherGroupOnBothOrNotAtAll)
+{
+    GroupListener oldGroup("127.0.0.1", "224.0.0.180");
+    GroupListener newGroup("127.0.0.1", "239.224.0.180");
+    Program none({"--adapter", "lo", "--address", "127.0.0.6", "--interval", "20", "--group", "none"});
+    none.waitForLine("listens on 127.0.0.6:4811, not announced, MSEX 1.2");
+    Program onNew({"--adapter", "lo", "--address", "127.0.0.5", "--interval", "20", "--group", "new"});
+    onNew.waitForLine("listens on 127.0.0.5:4811, announced on lo to 239.224.0.180 every 20 ms");
+    Program onOld({"--adapter", "lo", "--address", "127.0.0.4", "--interval", "20", "--group", "old"});
+    onOld.waitForLine("listens on 127.0.0.4:4811, announced on lo every 20 ms");
+    EXPECT_FALSE(newGroup.nextFrom("127.0.0.5").data.isEmpty());
+    EXPECT_FALSE(oldGroup.nextFrom("127.0.0.4").data.isEmpty());
+    Program both({"--adapter", "lo", "--address", "127.0.0.3", "--interval", "20", "--group", "both"});
+    both.waitForLine("announced on lo to 224.0.0.180 and 239.224.0.180 every 20 ms");
+    const QByteArray announced = oldGroup.nextFrom("127.0.0.3").data;
+    EXPECT_TRUE(announced.contains("MediaServer"));
+    EXPECT_EQ(newGroup.nextFrom("127.0.0.3").data, announced);
+    for (int i = 0; i < 40; ++i) {
+        const QString oldSender = oldGroup.next().sender.toString();
+        EXPECT_TRUE(oldSender == "127.0.0.3" || oldSender == "127.0.0.4") << oldSender.toStdString();
+        const QString newSender = newGroup.next().sender.toString();
+        EXPECT_TRUE(newSender == "127.0.0.3" || newSender == "127.0.0.5") << newSender.toStdString();
+    }
+    Console console("127.0.0.6", 4811);
+    console.send(hex(ClientInfo));
+    EXPECT_EQ(console.nextMessage().mid(22, 4).toStdString(), "SInf");
+}
+
+TEST(MediaserverGreeting, NeedsMulticastForAnnouncementsOnly)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "adapters are made in a namespace only";
+    ip("link add mute0 type veth peer name mute1");
+    ip("link set mute0 multicast off");
+    ip("addr add 10.2.0.1/24 dev mute0");
+    ip("link set mute1 up");
+    ip("link set mute0 up");
+    const Outcome refusal = runToEnd({"--adapter", "mute0"});
+    EXPECT_EQ(refusal.status, 1);
+    EXPECT_EQ(refusal.errors.toStdString(),
+              "citp-mediaserver: the adapter mute0 does not support multicast: choose another, or --group none\n");
+    Program program({"--adapter", "mute0", "--group", "none"});
+    program.waitForLine("listens on 10.2.0.1:4811, not announced");
+    Console console("10.2.0.1", 4811);
+    console.send(hex(ClientInfo));
+    EXPECT_EQ(console.nextMessage().mid(22, 4).toStdString(), "SInf");
+    ip("link del mute0");
+}
+
 TEST(MediaserverGreeting, AnnouncesANameThatLatin1LacksWithQuestionMarks)
 {
     GroupListener group;

@@ -1,10 +1,12 @@
 // The command line of citp-mediaserver: what it explains, what it refuses and with which status.
 // SPDX-License-Identifier: Apache-2.0
+#include <QFile>
 #include <QRegularExpression>
 #include <QTemporaryFile>
 
 #include <csignal>
 
+#include "faults.h"
 #include "mediaserver_fixture.h"
 
 namespace {
@@ -35,11 +37,11 @@ TEST(MediaserverUsage, HelpExplainsEveryOption)
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors.toStdString(), "");
     for (const char* const option :
-         {"help",    "version",    "count",        "name",       "adapter",         "address",
-          "port",    "interval",   "msex",         "product",    "product-version", "layers",
-          "uuid",    "die-after",  "revive-after", "die-server", "media",           "effects",
-          "generic", "layer-rate", "patch",        "fault",      "fault-rate",      "fault-delay",
-          "seed",    "seconds",    "quiet"}) {
+         {"help",        "version", "count",       "name",         "adapter",    "address",
+          "port",        "group",   "interval",    "msex",         "product",    "product-version",
+          "layers",      "uuid",    "die-after",   "revive-after", "die-server", "media",
+          "effects",     "generic", "layer-rate",  "patch",        "fault",      "fault-rate",
+          "fault-delay", "forged",  "forged-from", "seed",         "seconds",    "quiet"}) {
         const QRegularExpression explained(QString("^  (-\\w, )?--%1( <[^>]+>)?  +\\w").arg(option),
                                            QRegularExpression::MultilineOption);
         EXPECT_TRUE(outcome.output.contains(explained)) << option;
@@ -57,6 +59,7 @@ TEST(MediaserverUsage, WrongUseIsOneLineAndStatusTwo)
     expectRefusal({"--count", "0"}, "from 1 to 200");
     expectRefusal({"--count", "two"}, "from 1 to 200");
     expectRefusal({"--interval", "9"}, "from 10 to 3600000");
+    expectRefusal({"--group", "newer"}, "not one of old, new, both, none");
     expectRefusal({"--address", "::1"}, "IPv4");
     expectRefusal({"--msex", "1.3"}, "1.0, 1.1 or 1.2");
     expectRefusal({"--product-version", "1"}, "MAJOR.MINOR");
@@ -75,6 +78,12 @@ TEST(MediaserverUsage, WrongUseIsOneLineAndStatusTwo)
     expectRefusal({"--fault", "delay,"}, "''");
     expectRefusal({"--fault-rate", "0"}, "from 1 to 100");
     expectRefusal({"--fault-delay", "0"}, "from 1 to 600000");
+    expectRefusal({"--fault", "unplug"}, "--fault unplug requires --die-after");
+    expectRefusal({"--fault", "long-name"}, "--fault long-name requires --patch");
+    expectRefusal({"--fault", "storm", "--group", "none"}, "--fault storm requires announcements");
+    expectRefusal({"--fault", "forge", "--group", "none"}, "--fault forge requires announcements");
+    expectRefusal({"--forged", "60001"}, "from 1 to 60000");
+    expectRefusal({"--forged-from", "::1"}, "not an IPv4 address");
     expectRefusal({"--seed", "x"}, "from 0 to 2147483647");
     expectRefusal({"--seconds", "0"}, "from 1 to 86400");
 }
@@ -93,9 +102,13 @@ TEST(MediaserverUsage, AnAdapterThatIsNotThereIsAFailure)
 TEST(MediaserverUsage, ExplainsEveryFault)
 {
     const QString help = runToEnd({"--help"}).output.simplified();
-    for (const char* const fault : {"delay", "silence", "split", "merge", "truncate", "oversize", "version", "garbage",
-                                    "noise", "reset", "storm"})
-        EXPECT_TRUE(help.contains(QRegularExpression(QString("[.;] %1: \\w").arg(fault)))) << fault;
+    QFile document(CITP_SOURCES "docs/integrating.md");
+    ASSERT_TRUE(document.open(QIODevice::ReadOnly));
+    const QString table = QString::fromUtf8(document.readAll());
+    for (const MediaServer::FaultDescription& fault : MediaServer::faultDescriptions()) {
+        EXPECT_TRUE(help.contains(QRegularExpression(QString("[.;] %1: \\w").arg(fault.name)))) << fault.name;
+        EXPECT_EQ(table.count(QString("\n| `%1` | ").arg(fault.name)), 1) << fault.name;
+    }
 }
 
 TEST(MediaserverUsage, AMediaFolderOrPatchThatCannotBeReadIsAFailure)

@@ -50,6 +50,7 @@ _citp_tools()
         patch | output | write) _filedir; return ;;
         format) COMPREPLY=($(compgen -W 'jpeg png rgb8' -- "$cur")); return ;;
         msex) COMPREPLY=($(compgen -W '1.0 1.1 1.2' -- "$cur")); return ;;
+        group) COMPREPLY=($(compgen -W 'both new none old' -- "$cur")); return ;;
         fault) COMPREPLY=($(compgen -W "$(_citp_choices fault <<<"$help")" -- "$cur")); return ;;
         *) return ;; # a value without completion
     esac

@@ -54,7 +54,7 @@ bool matches(const QNetworkInterface& adapter, const QString& wanted)
 }
 } // namespace
 
-QNetworkInterface findAdapter(const QString& wanted, QString& problem)
+QNetworkInterface findAdapter(const QString& wanted, bool multicast, QString& problem)
 {
     QNetworkInterface best;
     const auto adapters = QNetworkInterface::allInterfaces();
@@ -69,8 +69,12 @@ QNetworkInterface findAdapter(const QString& wanted, QString& problem)
             problem = QString("the adapter %1 has no IPv4 address: assign one").arg(adapter.name());
             continue;
         }
-        const bool isUsable = isLoopback(adapter) || adapter.flags().testFlag(QNetworkInterface::CanMulticast);
-        if (isUsable && (!best.isValid() || rank(adapter) < rank(best)))
+        if (multicast && !isLoopback(adapter) && !adapter.flags().testFlag(QNetworkInterface::CanMulticast)) {
+            problem = QString("the adapter %1 does not support multicast: choose another, or --group none")
+                          .arg(adapter.name());
+            continue;
+        }
+        if (!best.isValid() || rank(adapter) < rank(best))
             best = adapter;
     }
     if (best.isValid())

@@ -18,9 +18,10 @@ struct Endpoint
 /// Finds the adapter for announcements.
 /// @param wanted name or IPv4 address of the adapter; if empty, the first adapter with an address in 2.0.0.0/8, else in
 /// 10.0.0.0/8, else any other, else loopback, like a console on this machine
+/// @param multicast whether the adapter must support multicast
 /// @param problem set to an error message of one line if no adapter is found
 /// @return an invalid interface if no adapter is found
-QNetworkInterface findAdapter(const QString& wanted, QString& problem);
+QNetworkInterface findAdapter(const QString& wanted, bool multicast, QString& problem);
 
 /// Assigns endpoints to @p count servers. Ports count up from @p port. On loopback, addresses count up from 127.0.0.2;
 /// on other adapters, the addresses of the adapter are used in turn.

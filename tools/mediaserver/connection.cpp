@@ -6,12 +6,16 @@
 #include <QHostAddress>
 #include <QStringList>
 
+#include "cable.h"
+
 namespace MediaServer {
 namespace {
 // Maximum number of unsent bytes before further requests are read.
 constexpr qint64 MaxBacklog = qint64{4} * 1024 * 1024;
 // Size of the socket's read buffer in bytes.
 constexpr qint64 ReadSize = qint64{64} * 1024;
+// The backlog of a flood in bytes. The kernel's buffers are fuller than that while the console does not read.
+constexpr qint64 FloodBacklog = qint64{256} * 1024;
 
 QString versionText(quint16 version)
 {
@@ -47,8 +51,24 @@ Connection::Connection(QTcpSocket* socket, const ServerContent& content, Faults&
 
 void Connection::notify(const QByteArray& message)
 {
-    if (m_isGreeted && m_sendQueue.backlog() < MaxBacklog)
-        m_sendQueue.send(message);
+    if (!m_isGreeted || !m_isConnected || m_sendQueue.backlog() >= MaxBacklog)
+        return;
+    m_sendQueue.send(m_faults.shouldInject(Fault::LyingCount) ? Faults::withLyingCount(message) : message);
+}
+
+void Connection::flood(const std::function<QByteArray()>& next)
+{
+    while (m_isGreeted && m_isConnected && m_socket->state() == QAbstractSocket::ConnectedState &&
+           !m_sendQueue.busy() && m_sendQueue.backlog() < FloodBacklog)
+        m_sendQueue.answer(next());
+}
+
+void Connection::setCableConnected(bool isConnected)
+{
+    m_isConnected = isConnected;
+    setCable(m_socket->socketDescriptor(), isConnected);
+    m_sendQueue.setPaused(!isConnected);
+    scheduleStep();
 }
 
 void Connection::reset()
@@ -71,7 +91,7 @@ void Connection::scheduleStep()
 
 void Connection::step()
 {
-    if (m_socket->state() != QAbstractSocket::ConnectedState)
+    if (m_socket->state() != QAbstractSocket::ConnectedState || !m_isConnected)
         return;
     if (m_sendQueue.busy() || m_sendQueue.backlog() >= MaxBacklog)
         return;
@@ -79,7 +99,7 @@ void Connection::step()
     QByteArray message;
     if (!m_answers.empty()) {
         answerNext();
-    } else if (m_cutter.next(message)) {
+    } else if (m_isReading && m_cutter.next(message)) {
         handle(parseRequest(message));
         if (!m_answers.empty() && m_faults.shouldInject(Fault::Delay)) {
             report("fault: delay");
@@ -89,7 +109,7 @@ void Connection::step()
         report("sends garbage: " + m_cutter.problem() + "; closing");
         reset();
         return;
-    } else if (m_socket->bytesAvailable() > 0) {
+    } else if (m_isReading && m_socket->bytesAvailable() > 0) {
         m_cutter.append(m_socket->readAll());
     } else {
         return;
@@ -128,7 +148,15 @@ void Connection::handleClientInfo(const Request& request)
         report("fault: mute");
         return;
     }
-    QByteArray information = serverInformation(m_content.identity, request.index);
+    Identity identity = m_content.identity;
+    const bool isLying = m_faults.shouldInject(Fault::LyingSinf);
+    if (isLying)
+        identity.layerSources.clear();
+    QByteArray information = serverInformation(identity, request.index);
+    if (isLying) {
+        report("fault: lying-sinf");
+        information.back() = '\xFF'; // the number of layers
+    }
     if (m_faults.shouldInject(Fault::OddSinf)) {
         report("fault: odd-sinf");
         information = m_faults.withUnknownVersion(information);
@@ -136,6 +164,12 @@ void Connection::handleClientInfo(const Request& request)
     m_sendQueue.send(information);
     report(QString("SInf sent in MSEX 1.%1").arg(m_content.identity.msexMinor));
     m_isGreeted = true;
+    if (m_faults.shouldInject(Fault::Unread)) {
+        report("fault: unread");
+        m_isReading = false;
+        // The kernel's buffer is to fill, not Qt's.
+        m_socket->setReadBufferSize(1);
+    }
 }
 
 void Connection::handleQuery(const Request& request)

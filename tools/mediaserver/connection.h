@@ -40,6 +40,13 @@ public:
     /// Sends a message that is not an answer, if the console has sent its CInf and the backlog is below the limit.
     void notify(const QByteArray& message);
 
+    /// Sends the messages that @p next returns as if they were answers, if the console has sent its CInf, until the
+    /// backlog is as large as keeps the console busy.
+    void flood(const std::function<QByteArray()>& next);
+
+    /// See setCable(). Nothing is sent while the cable is not connected.
+    void setCableConnected(bool isConnected);
+
     /// Resets the connection, like a server that has lost power, and deletes this object.
     void reset();
 
@@ -61,6 +68,8 @@ private:
     SendQueue m_sendQueue;
     std::deque<Answer> m_answers; ///< remaining answers to the current request
     QTimer m_stepTimer;
-    bool m_isGreeted = false; ///< a CInf was received and answered
+    bool m_isGreeted = false;  ///< a CInf was received and answered
+    bool m_isReading = true;   ///< false after the fault "unread"
+    bool m_isConnected = true; ///< the cable
 };
 } // namespace MediaServer

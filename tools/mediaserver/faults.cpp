@@ -7,6 +7,8 @@
 
 namespace MediaServer {
 namespace {
+constexpr int LongNameSize = 1024 * 1024;
+
 bool isMsex(const QByteArray& message)
 {
     return message.mid(16, 4) == "MSEX" && message.size() >= MsexHeaderSize;
@@ -22,6 +24,36 @@ int pictureSizeField(const QByteArray& message)
     const int library = message.at(21) == 0 ? 1 : 4;
     const int sizeField = MsexHeaderSize + 1 + library + (code == "EThn" ? 1 : 0) + 8;
     return message.size() < sizeField + 2 ? -1 : sizeField;
+}
+// The offset of the count in a list or a layer status; -1 in other messages and if the message is truncated.
+int countField(const QByteArray& message)
+{
+    if (!isMsex(message))
+        return -1;
+    const QByteArray code = message.mid(22, 4);
+    const int library = message.at(21) == 0 ? 1 : 4;
+    int fields = -1;
+    if (code == "LSta")
+        fields = 0;
+    else if (code == "ELIn")
+        fields = 1;
+    else if (code == "MEIn" || code == "EEIn")
+        fields = library;
+    else if (code == "GLEI")
+        fields = message.at(21) >= 2 ? 1 + library : library;
+    return fields < 0 || message.size() <= MsexHeaderSize + fields ? -1 : MsexHeaderSize + fields;
+}
+
+// Removes everything behind the count, each byte of which becomes @p value.
+QByteArray withCount(const QByteArray& message, char value)
+{
+    const int field = countField(message);
+    if (field < 0)
+        return message;
+    const bool isWide = message.at(21) >= 2 && message.mid(22, 4) != "LSta";
+    QByteArray changed = message.left(field) + QByteArray(isWide ? 2 : 1, value);
+    setSize(changed);
+    return changed;
 }
 } // namespace
 
@@ -47,13 +79,32 @@ const std::vector<FaultDescription>& faultDescriptions()
         {Fault::Mute, "mute", "a CInf is not answered with an SInf"},
         {Fault::OddSinf, "odd-sinf", "the SInf has an MSEX version that does not exist, 1.3 to 1.9"},
         {Fault::Spoil, "spoil", "the picture of a thumbnail consists of random bytes"},
+        {Fault::ZeroSize, "zero-size", "the size field of an answer is 0"},
+        {Fault::EndlessSize, "endless-size", "the size field of an answer is 4294967295"},
+        {Fault::Drip, "drip", "an answer is sent byte by byte, with --fault-delay between two bytes"},
+        {Fault::Stall, "stall", "an answer stops in the middle and nothing follows, but the connection stays open"},
+        {Fault::LyingCount, "lying-count",
+         "a list or a layer status declares as many entries as its count field can hold, and contains none"},
+        {Fault::LyingSinf, "lying-sinf", "the SInf declares 255 layers and contains none"},
+        {Fault::WrongKind, "wrong-kind", "a list of media is sent as an empty list of effects, and the reverse"},
+        {Fault::LongName, "long-name", "the name of a fixture of the patch has 1 MiB"},
+        {Fault::Unread, "unread", "nothing is read from a connection after the CInf"},
+        {Fault::LayerFlood, "layer-flood",
+         "layer status messages are sent as fast as the console reads; the other faults affect them like answers"},
+        {Fault::ListFlood, "list-flood", "the same with lists of libraries and of media that nobody has requested"},
+        {Fault::UpdateFlood, "update-flood", "the same with ELUp messages, each about another library"},
+        {Fault::Unplug, "unplug",
+         "a server that vanishes by --die-after falls silent as if its cable were pulled, and comes back by "
+         "--revive-after as if it were plugged in again"},
+        {Fault::Forge, "forge",
+         "in each interval, --forged servers that do not exist are announced; see also --forged-from"},
     };
     return all;
 }
 
 bool Faults::shouldInject(Fault fault)
 {
-    return (m_plan.faults & static_cast<quint32>(fault)) != 0 && random(1, 100) <= m_plan.rate;
+    return isEnabled(fault) && random(1, 100) <= m_plan.rate;
 }
 
 // std::uniform_int_distribution is not used, because its results depend on the standard library.
@@ -68,6 +119,29 @@ QByteArray Faults::randomBytes(int count)
     for (int i = 0; i < count; ++i)
         bytes.append(static_cast<char>(random(0, 255)));
     return bytes;
+}
+
+QByteArray Faults::withLyingCount(const QByteArray& message)
+{
+    return withCount(message, '\xFF');
+}
+
+QByteArray Faults::ofWrongKind(const QByteArray& message)
+{
+    const QByteArray code = message.mid(22, 4);
+    if (!isMsex(message) || (code != "MEIn" && code != "EEIn"))
+        return message;
+    return withCount(message, 0).replace(22, 1, code == "MEIn" ? "E" : "M");
+}
+
+QByteArray Faults::withLongName(QByteArray message)
+{
+    if (message.mid(16, 8) != "FPTCPtch")
+        return message;
+    message.chop(1);
+    message += QByteArray(LongNameSize, 'N') + '\0';
+    setSize(message);
+    return message;
 }
 
 QByteArray Faults::truncated(QByteArray message)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHostAddress>
 #include <QStringList>
 #include <random>
 
@@ -23,6 +24,20 @@ enum class Fault : quint32 {
     Mute = 1 << 12,
     OddSinf = 1 << 13,
     Spoil = 1 << 14,
+    ZeroSize = 1 << 15,
+    EndlessSize = 1 << 16,
+    Drip = 1 << 17,
+    Stall = 1 << 18,
+    LyingCount = 1 << 19,
+    LyingSinf = 1 << 20,
+    WrongKind = 1 << 21,
+    LongName = 1 << 22,
+    Unread = 1 << 23,
+    LayerFlood = 1 << 24,
+    ListFlood = 1 << 25,
+    UpdateFlood = 1 << 26,
+    Unplug = 1 << 27,
+    Forge = 1 << 28,
 };
 
 /// Name and description of a fault, for the command line.
@@ -40,6 +55,8 @@ struct FaultPlan
     quint32 faults = 0; ///< bit set of Fault
     int rate = 100;     ///< probability of a fault at each occasion, in percent
     int delayMs = 500;
+    int forged = 1000;       ///< announcements of other servers in each interval, by the fault "forge"
+    QHostAddress forgedFrom; ///< their first source address; null: all have the address of the server
     quint32 seed = 1;
 };
 
@@ -51,10 +68,19 @@ public:
 
     /// Whether to inject the fault this time.
     bool shouldInject(Fault fault);
+    /// Whether the fault is enabled, for faults that have no occasions.
+    bool isEnabled(Fault fault) const { return (m_plan.faults & static_cast<quint32>(fault)) != 0; }
     int delayMs() const { return m_plan.delayMs; }
     /// A random integer from @p min to @p max.
     int random(int min, int max);
 
+    /// Makes a list or a layer status declare as many entries as its count field can hold, and removes all entries.
+    /// Other messages are unchanged.
+    static QByteArray withLyingCount(const QByteArray& message);
+    /// Turns a list of media into an empty list of effects and the reverse. Other messages are unchanged.
+    static QByteArray ofWrongKind(const QByteArray& message);
+    /// Gives the fixture of a Ptch a name of 1 MiB. Other messages are unchanged.
+    static QByteArray withLongName(QByteArray message);
     /// Truncates the body at a random position after the header of the layer and adjusts the size field.
     QByteArray truncated(QByteArray message);
     /// Makes a thumbnail declare more picture bytes than follow. Other messages are unchanged.

@@ -1,5 +1,6 @@
 // The program citp-mediaserver: reads the command line, starts the servers, and runs until a signal or a timeout.
 // SPDX-License-Identifier: Apache-2.0
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 #include <QCoreApplication>
@@ -24,6 +25,9 @@ using namespace MediaServer;
 namespace {
 constexpr int ExitFailure = 1;
 constexpr int ExitUsageError = 2;
+// Descriptors of the program itself, and of each server.
+constexpr rlim_t OwnDescriptors = 24;
+constexpr rlim_t ServerDescriptors = 2;
 
 int fail(const QString& text, int status)
 {
@@ -41,6 +45,31 @@ int openSignalDescriptor()
     sigaddset(&signals, SIGTERM);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+// Raises the soft limit of descriptors to the hard one. The soft limit exists for programs that use select().
+void raiseDescriptorLimit()
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// Qt aborts without descriptors for itself, so they are counted before they run out.
+// @param problem set to an error message of one line
+bool hasDescriptors(int servers, QString& problem)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlim_t needed = OwnDescriptors + ServerDescriptors * static_cast<rlim_t>(servers);
+    if (limit.rlim_cur >= needed)
+        return true;
+    problem = QString("--count %1 needs %2 descriptors, but the limit is %3: raise it (ulimit -n)")
+                  .arg(servers)
+                  .arg(needed)
+                  .arg(limit.rlim_cur);
+    return false;
 }
 
 // Each layer uses 20 channels, so that 25 layers fit into a universe.
@@ -88,7 +117,9 @@ void scheduleStop(Server& server, const Options& options)
 int run(const Options& options, int signalDescriptor)
 {
     QString problem;
-    const QNetworkInterface adapter = findAdapter(options.adapter, problem);
+    if (!hasDescriptors(options.count, problem))
+        return fail(problem, ExitFailure);
+    const QNetworkInterface adapter = findAdapter(options.adapter, !options.groups.isEmpty(), problem);
     if (!adapter.isValid())
         return fail(problem, ExitFailure);
     const std::vector<Endpoint> endpoints =
@@ -108,7 +139,7 @@ int run(const Options& options, int signalDescriptor)
     const Catalogue catalogue(options.media, options.effects, options.generic, log);
     std::vector<std::unique_ptr<Server>> servers;
     for (int i = 0; i < options.count; ++i) {
-        Behaviour behaviour{options.intervalMs, options.layerRate, options.faults};
+        Behaviour behaviour{options.intervalMs, options.layerRate, options.groups, options.faults};
         behaviour.faults.seed += static_cast<quint32>(i);
         servers.push_back(
             std::make_unique<Server>(ServerContent{identityOf(options, i, catalogue.types()), patch, catalogue},
@@ -131,6 +162,10 @@ int run(const Options& options, int signalDescriptor)
 
 int main(int argc, char** argv)
 {
+    raiseDescriptorLimit();
+    QString problem;
+    if (!hasDescriptors(1, problem))
+        return fail(problem, ExitFailure);
     const int signalDescriptor = openSignalDescriptor();
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName("citp-mediaserver");

@@ -9,7 +9,7 @@
 namespace MediaServer {
 namespace {
 const char* const Description =
-    "Simulates one or more CITP media servers. Announces each server to the multicast group 224.0.0.180, port 4809,\n"
+    "Simulates one or more CITP media servers. Announces each server to a multicast group, port 4809,\n"
     "accepts TCP connections of consoles, answers their requests, and logs events on standard output, one line for\n"
     "each. Runs until SIGINT or SIGTERM.\n\n"
     "Exit status: 0 success, 1 failure (for example, the address is in use), 2 usage error.";
@@ -53,6 +53,10 @@ public:
             "adapter. Without --adapter, it also selects the adapter.",
             "ADDRESS");
         add({"port"}, "TCP port of the first server, 1 to 65535. Default: 4811.", "PORT");
+        add({"group"},
+            "Multicast group of the announcements: old is 224.0.0.180, new is 239.224.0.180, both is each of them, and "
+            "none announces nothing, for consoles that are given the address of the server. Default: old.",
+            "old|new|both|none");
         add({"interval"}, "Interval of announcements in milliseconds, 10 to 3600000. Default: 1000.", "MS");
         add({"msex"}, "MSEX version of the servers: 1.0, 1.1 or 1.2. Default: 1.2.", "VERSION");
         add({"product"}, "Product name. Default: 'Citp Simulator'.", "TEXT");
@@ -103,6 +107,11 @@ public:
             "NAME,...");
         add({"fault-rate"}, "Probability of a fault at each occasion in percent, 1 to 100. Default: 100.", "PERCENT");
         add({"fault-delay"}, "Delay of the fault 'delay' in milliseconds, 1 to 600000. Default: 500.", "MS");
+        add({"forged"}, "Number of servers announced by the fault 'forge', 1 to 60000. Default: 1000.", "N");
+        add({"forged-from"},
+            "Source address of the first of them; the others count up from it. The machine must own all of these "
+            "addresses, as it owns 127.0.0.0/8. Default: all have the address of the server, and ports count up.",
+            "ADDRESS");
         add({"seed"},
             "Seed for random faults, 0 to 2147483647. Default: 1. With the same seed and the same requests, the faults "
             "are the same.",
@@ -210,6 +219,14 @@ private:
                                  .arg(options.count)
                                  .arg(options.port)};
         options.intervalMs = number("interval", 10, 3600000, options.intervalMs);
+        const QString group = text("group", "old");
+        static const QStringList known{"old", "new", "both", "none"};
+        if (!known.contains(group))
+            throwInvalid("group", "not one of " + known.join(", "));
+        if (group == "old" || group == "both")
+            options.groups << QHostAddress("224.0.0.180");
+        if (group == "new" || group == "both")
+            options.groups << QHostAddress("239.224.0.180");
         if (m_parser.isSet("address")) {
             options.address = QHostAddress(m_parser.value("address"));
             if (options.address.protocol() != QAbstractSocket::IPv4Protocol)
@@ -237,7 +254,22 @@ private:
         }
         plan.rate = number("fault-rate", 1, 100, plan.rate);
         plan.delayMs = number("fault-delay", 1, 600000, plan.delayMs);
+        plan.forged = number("forged", 1, 60000, plan.forged);
+        if (m_parser.isSet("forged-from")) {
+            plan.forgedFrom = QHostAddress(m_parser.value("forged-from"));
+            if (plan.forgedFrom.protocol() != QAbstractSocket::IPv4Protocol)
+                throwInvalid("forged-from", "not an IPv4 address");
+        }
         plan.seed = static_cast<quint32>(number("seed", 0, 2147483647, static_cast<int>(plan.seed)));
+    }
+
+    static QString nameOf(Fault fault)
+    {
+        for (const FaultDescription& description : faultDescriptions()) {
+            if (description.fault == fault)
+                return description.name;
+        }
+        return {};
     }
 
     static Fault faultNamed(const QString& name)
@@ -264,6 +296,24 @@ private:
         }
     }
 
+    // Faults that could never occur.
+    static void checkFaults(const Options& options)
+    {
+        const struct
+        {
+            Fault fault;
+            bool isPossible;
+            const char* requirement;
+        } requirements[] = {{Fault::Unplug, options.dieAfterMs >= 0, "--die-after"},
+                            {Fault::LongName, !options.patch.isEmpty(), "--patch"},
+                            {Fault::Storm, !options.groups.isEmpty(), "announcements, not --group none"},
+                            {Fault::Forge, !options.groups.isEmpty(), "announcements, not --group none"}};
+        for (const auto& [fault, isPossible, requirement] : requirements) {
+            if ((options.faults.faults & static_cast<quint32>(fault)) != 0 && !isPossible)
+                throw UsageError{QString("--fault %1 requires %2").arg(nameOf(fault), requirement)};
+        }
+    }
+
     Options options() const
     {
         if (!m_parser.positionalArguments().isEmpty())
@@ -274,6 +324,7 @@ private:
         readContent(options);
         readFaults(options.faults);
         readLifetime(options);
+        checkFaults(options);
         return options;
     }
 

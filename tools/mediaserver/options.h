@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QHostAddress>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -17,6 +18,7 @@ struct Options
     QHostAddress address; ///< null: default address of the adapter
     quint16 port = 4811;  ///< of the first server
     int intervalMs = 1000;
+    QList<QHostAddress> groups; ///< announced to each; empty: not announced
 
     quint8 msexMinor = 2;
     QString product;

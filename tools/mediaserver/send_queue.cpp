@@ -26,7 +26,7 @@ SendQueue::SendQueue(QTcpSocket& socket, Faults& faults, QObject* parent)
 void SendQueue::send(const QByteArray& message)
 {
     flushMerged();
-    write(message, false);
+    write(message, Pace::Whole);
 }
 
 QString SendQueue::answer(QByteArray message)
@@ -38,6 +38,12 @@ QString SendQueue::answer(QByteArray message)
         injected << name;
         return true;
     };
+    if (inject(Fault::LyingCount, "lying-count"))
+        message = Faults::withLyingCount(message);
+    if (inject(Fault::WrongKind, "wrong-kind"))
+        message = Faults::ofWrongKind(message);
+    if (inject(Fault::LongName, "long-name"))
+        message = Faults::withLongName(message);
     if (inject(Fault::Truncate, "truncate"))
         message = m_faults.truncated(message);
     if (inject(Fault::Spoil, "spoil"))
@@ -46,16 +52,23 @@ QString SendQueue::answer(QByteArray message)
         message = m_faults.oversized(message);
     if (inject(Fault::Version, "version"))
         message = m_faults.withUnknownVersion(message);
+    if (inject(Fault::ZeroSize, "zero-size"))
+        setSize(message, 0);
+    if (inject(Fault::EndlessSize, "endless-size"))
+        setSize(message, 0xFFFFFFFF);
     const bool reset = inject(Fault::Reset, "reset");
-    if (reset)
+    const bool isLast = inject(Fault::Stall, "stall") || reset;
+    if (isLast)
         message.truncate(m_faults.random(1, static_cast<int>(message.size()) - 1));
     if (inject(Fault::Garbage, "garbage"))
         message.prepend(m_faults.garbage());
     if (inject(Fault::Noise, "noise"))
         message.prepend(m_faults.noise());
-    const bool split = inject(Fault::Split, "split");
-    // An answer that is split, or is followed by a reset, is not merged.
-    if (inject(Fault::Merge, "merge") && !reset && !split) {
+    Pace pace = inject(Fault::Split, "split") ? Pace::Split : Pace::Whole;
+    if (inject(Fault::Drip, "drip"))
+        pace = Pace::Drip;
+    // An answer that is split or is the last one is not merged.
+    if (inject(Fault::Merge, "merge") && !isLast && pace == Pace::Whole) {
         m_merged += message;
         if (++m_mergedCount == MergeCount)
             flushMerged();
@@ -63,8 +76,9 @@ QString SendQueue::answer(QByteArray message)
             m_mergeTimer.start(MergeWaitMs);
     } else {
         flushMerged();
-        write(message, split);
+        write(message, pace);
     }
+    m_isEnded = m_isEnded || isLast;
     if (reset) {
         m_isResetPending = true;
         if (m_splitBytes.isEmpty())
@@ -73,17 +87,19 @@ QString SendQueue::answer(QByteArray message)
     return injected.join(", ");
 }
 
-void SendQueue::write(const QByteArray& bytes, bool split)
+void SendQueue::write(const QByteArray& bytes, Pace pace)
 {
-    if (m_isResetPending || m_socket.state() != QAbstractSocket::ConnectedState)
+    if (m_isEnded || m_socket.state() != QAbstractSocket::ConnectedState)
         return;
-    if (!split && m_splitBytes.isEmpty()) {
+    if (pace == Pace::Whole && m_splitBytes.isEmpty()) {
         m_socket.write(bytes);
         return;
     }
     m_splitBytes += bytes;
     m_socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
-    m_byteTimer.start(0);
+    // The pace of what is being sent stays: messages that follow must not put off the next byte.
+    if (!m_byteTimer.isActive())
+        m_byteTimer.start(pace == Pace::Drip ? m_faults.delayMs() : 0);
 }
 
 void SendQueue::writeByte()
@@ -117,6 +133,18 @@ void SendQueue::flushMerged()
     const QByteArray merged = m_merged;
     m_merged.clear();
     if (!merged.isEmpty())
-        write(merged, false);
+        write(merged, Pace::Whole);
+}
+
+void SendQueue::setPaused(bool isPaused)
+{
+    if (isPaused) {
+        m_byteTimer.stop();
+        m_mergeTimer.stop();
+        return;
+    }
+    if (!m_splitBytes.isEmpty())
+        m_byteTimer.start();
+    flushMerged();
 }
 } // namespace MediaServer

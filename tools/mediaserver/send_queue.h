@@ -23,7 +23,9 @@ public:
     /// @return the names of the injected faults, for the log; empty if none
     QString answer(QByteArray message);
     /// Whether the next answer must wait for idle().
-    bool busy() const { return m_isResetPending || !m_splitBytes.isEmpty(); }
+    bool busy() const { return m_isEnded || !m_splitBytes.isEmpty(); }
+    /// While paused, bytes that are sent one by one and answers that are collected wait.
+    void setPaused(bool isPaused);
     /// Number of unsent bytes.
     qint64 backlog() const { return m_socket.bytesToWrite() + m_splitBytes.size() + m_merged.size(); }
 
@@ -34,7 +36,8 @@ Q_SIGNALS:
     void resetDue();
 
 private:
-    void write(const QByteArray& bytes, bool split);
+    enum class Pace { Whole, Split, Drip };
+    void write(const QByteArray& bytes, Pace pace);
     void writeByte();
     void flushMerged();
     void scheduleReset();
@@ -46,6 +49,7 @@ private:
     QByteArray m_merged;
     int m_mergedCount = 0;
     QTimer m_mergeTimer;
-    bool m_isResetPending = false; ///< part of an answer was sent and the reset is scheduled: nothing more is sent
+    bool m_isEnded = false;        ///< the last answer was sent in part: nothing more is sent
+    bool m_isResetPending = false; ///< a reset follows
 };
 } // namespace MediaServer

@@ -2,18 +2,48 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "server.h"
 
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <QStringList>
+#include <cerrno>
+
+#include "answers.h"
+#include "cable.h"
+
 namespace MediaServer {
 namespace {
 const quint16 DiscoveryPort = 4809;
 // More than the consoles of any show. Limits the resources that a client can use.
 const int MaxConnections = 64;
+// Descriptors that connections leave to pictures, the watched folder and announcements.
+const int ReservedDescriptors = 8;
+const int AcceptRetryMs = 1000;
+const int ForgeTickMs = 10;
+const int FloodTickMs = 1;
 const int StormDatagrams = 300;
 // Layer status flag.
 const quint32 Playing = 1;
 
-QHostAddress discoveryGroup()
+bool isReserved(qintptr descriptor)
 {
-    return QHostAddress("224.0.0.180");
+    rlimit limit{};
+    return getrlimit(RLIMIT_NOFILE, &limit) == 0 &&
+           static_cast<rlim_t>(descriptor) + ReservedDescriptors >= limit.rlim_cur;
+}
+
+// What a server announces, and where, for the log. The old group is what consoles expect and goes without saying.
+QString announcementText(const QNetworkInterface& adapter, const Behaviour& behaviour)
+{
+    if (behaviour.groups.isEmpty())
+        return "not announced";
+    QStringList groups;
+    for (const QHostAddress& group : behaviour.groups)
+        groups << group.toString();
+    QString text = "announced on " + adapter.name();
+    if (groups != QStringList("224.0.0.180"))
+        text += " to " + groups.join(" and ");
+    return text + QString(" every %1 ms").arg(behaviour.intervalMs);
 }
 
 // The layers play the elements of the media libraries in turn. MSEX 1.0 supports only top-level libraries.
@@ -55,30 +85,43 @@ Server::Server(ServerContent content, const Endpoint& endpoint, const QNetworkIn
     m_announceTimer.setInterval(behaviour.intervalMs);
     connect(&m_announceTimer, &QTimer::timeout, this, &Server::announce);
     connect(&m_layerTimer, &QTimer::timeout, this, &Server::sendLayerStatus);
-    connect(&m_listener, &QTcpServer::newConnection, this, &Server::accept);
+    m_floodTimer.setInterval(FloodTickMs);
+    connect(&m_floodTimer, &QTimer::timeout, this, &Server::flood);
+    m_forgeTimer.setTimerType(Qt::PreciseTimer);
+    m_forgeTimer.setInterval(ForgeTickMs);
+    connect(&m_forgeTimer, &QTimer::timeout, this, &Server::forge);
     connect(&m_content.catalogue, &Catalogue::changed, this, &Server::sendUpdates);
 }
 
 bool Server::start(QString& problem)
 {
     const QString address = QString("%1:%2").arg(m_endpoint.address.toString()).arg(m_endpoint.port);
-    if (!m_listener.listen(m_endpoint.address, m_endpoint.port)) {
+    if (!m_isConnected) {
+        setCableConnected(true);
+    } else if (!m_listener.listen(m_endpoint.address, m_endpoint.port)) {
         problem = QString("cannot listen on %1: %2; choose another --address or --port")
                       .arg(address, m_listener.errorString());
         return false;
+    } else {
+        watchListener();
     }
-    m_log.line(m_content.identity.name, QString("listens on %1, announced on %2 every %3 ms, MSEX 1.%4")
-                                            .arg(address, m_adapter.name())
-                                            .arg(m_behaviour.intervalMs)
+    m_log.line(m_content.identity.name, QString("listens on %1, %2, MSEX 1.%3")
+                                            .arg(address, announcementText(m_adapter, m_behaviour))
                                             .arg(m_content.identity.msexMinor));
     if (m_faults.shouldInject(Fault::Refuse)) {
+        m_acceptNotifier.reset();
         m_listener.close();
         m_log.line(m_content.identity.name, "fault: refuse: it listens no longer");
     }
-    m_announceTimer.start();
     if (m_behaviour.layerRate > 0)
         m_layerTimer.start(1000 / m_behaviour.layerRate);
-    announce();
+    prepareFloods();
+    if (m_faults.isEnabled(Fault::Forge))
+        m_forgeTimer.start();
+    if (!m_behaviour.groups.isEmpty()) {
+        m_announceTimer.start();
+        announce();
+    }
     return true;
 }
 
@@ -86,41 +129,91 @@ void Server::stop()
 {
     m_announceTimer.stop();
     m_layerTimer.stop();
-    m_listener.close();
+    m_floodTimer.stop();
+    m_forgeTimer.stop();
     m_sender.abort();
+    if (m_faults.shouldInject(Fault::Unplug)) {
+        setCableConnected(false);
+        m_log.line(m_content.identity.name, "fault: unplug: its cable is pulled");
+        return;
+    }
+    m_acceptNotifier.reset();
+    m_listener.close();
     for (Connection* connection : connections())
         connection->reset();
     m_log.line(m_content.identity.name, "vanishes");
 }
 
-void Server::accept()
+// QTcpServer itself accepts again and again when descriptors run out: it takes the error for the one before, which said
+// that no connection was waiting. So it only listens here.
+void Server::watchListener()
 {
-    while (QTcpSocket* socket = m_listener.nextPendingConnection()) {
-        if (connections().size() >= MaxConnections) {
-            m_log.line(m_content.identity.name, "turns a connection away: too many are open");
-            delete socket;
-            continue;
-        }
-        new Connection(socket, m_content, m_faults, m_log, this);
-    }
+    m_listener.pauseAccepting();
+    m_acceptNotifier = std::make_unique<QSocketNotifier>(m_listener.socketDescriptor(), QSocketNotifier::Read);
+    connect(m_acceptNotifier.get(), &QSocketNotifier::activated, this, &Server::accept);
 }
 
-// The socket is bound to the server's address, because a console takes the source address as the server's address.
-bool Server::openSender()
+void Server::accept()
 {
-    if (m_sender.state() == QAbstractSocket::BoundState)
+    const int descriptor =
+        accept4(static_cast<int>(m_listener.socketDescriptor()), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (descriptor < 0) {
+        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)
+            pauseAccepting(qt_error_string(errno));
+        return;
+    }
+    m_isAccepting = true;
+    const bool tooMany = connections().size() >= MaxConnections;
+    const bool hasRoom = !tooMany && !isReserved(descriptor);
+    if (m_hasRoom && !hasRoom) {
+        m_log.line(m_content.identity.name,
+                   QString("turns connections away while %1 are open: %2")
+                       .arg(connections().size())
+                       .arg(tooMany ? "that is the limit" : "too few descriptors are left; raise 'ulimit -n'"));
+    }
+    m_hasRoom = hasRoom;
+    if (!hasRoom) {
+        close(descriptor);
+        return;
+    }
+    auto* const socket = new QTcpSocket;
+    socket->setSocketDescriptor(descriptor);
+    new Connection(socket, m_content, m_faults, m_log, this);
+}
+
+// The connection stays in the backlog of the listening socket.
+void Server::pauseAccepting(const QString& reason)
+{
+    if (m_isAccepting)
+        m_log.line(m_content.identity.name, "cannot accept connections: " + reason);
+    m_isAccepting = false;
+    m_acceptNotifier->setEnabled(false);
+    QTimer::singleShot(AcceptRetryMs, m_acceptNotifier.get(), [this] { m_acceptNotifier->setEnabled(true); });
+}
+
+// The socket is bound to an address, because a console takes the source address as the server's address.
+bool Server::openSender(QUdpSocket& sender, const QHostAddress& address) const
+{
+    if (sender.state() == QAbstractSocket::BoundState)
         return true;
-    if (!m_sender.bind(m_endpoint.address, 0))
+    if (!sender.bind(address, 0))
         return false;
-    m_sender.setMulticastInterface(m_adapter);
+    sender.setMulticastInterface(m_adapter);
     return true;
+}
+
+bool Server::sendToGroups(QUdpSocket& sender, const QByteArray& message) const
+{
+    bool sent = true;
+    for (const QHostAddress& group : m_behaviour.groups)
+        sent = sender.writeDatagram(message, group, DiscoveryPort) == message.size() && sent;
+    return sent;
 }
 
 void Server::announce()
 {
     const QByteArray message = peerLocation(m_content.identity.name, m_endpoint.port);
-    const bool sent =
-        openSender() && m_sender.writeDatagram(message, discoveryGroup(), DiscoveryPort) == message.size();
+    const bool sent = openSender(m_sender, m_endpoint.address) && sendToGroups(m_sender, message);
     if (sent != m_isAnnounced)
         m_log.line(m_content.identity.name,
                    sent ? QString("is announced again") : "cannot be announced: " + m_sender.errorString());
@@ -131,14 +224,90 @@ void Server::announce()
     } else if (m_faults.shouldInject(Fault::Storm)) {
         m_log.line(m_content.identity.name, "fault: storm");
         for (int i = 1; i < StormDatagrams; ++i)
-            m_sender.writeDatagram(m_faults.stormDatagram(message), discoveryGroup(), DiscoveryPort);
+            sendToGroups(m_sender, m_faults.stormDatagram(message));
     }
+}
+
+// Sends the announcements of one tick. They are spread over the interval, because the receive buffer of a console holds
+// only a few hundred.
+void Server::forge()
+{
+    const FaultPlan& plan = m_behaviour.faults;
+    const int ticks = qMax(1, m_behaviour.intervalMs / ForgeTickMs);
+    const auto begin = static_cast<quint32>(qint64(plan.forged) * m_forgeTick / ticks);
+    const auto end = static_cast<quint32>(qint64(plan.forged) * (m_forgeTick + 1) / ticks);
+    m_forgeTick = (m_forgeTick + 1) % ticks;
+    for (quint32 i = begin; i < end; ++i) {
+        QHostAddress source = m_endpoint.address;
+        quint16 port = m_endpoint.port;
+        if (plan.forgedFrom.isNull())
+            port = static_cast<quint16>((port + i) % 65535 + 1);
+        else
+            source = QHostAddress(plan.forgedFrom.toIPv4Address() + i);
+        QUdpSocket sender;
+        if (openSender(sender, source))
+            sendToGroups(sender, peerLocation(QString("Forged %1").arg(i + 1), port));
+    }
+}
+
+// Sets the messages of the enabled floods, which are sent in turn.
+void Server::prepareFloods()
+{
+    const quint8 minor = m_content.identity.msexMinor;
+    m_floods.clear();
+    if (m_faults.isEnabled(Fault::LayerFlood))
+        m_floods.push_back([this] { return nextLayerStatus(1000); });
+    if (m_faults.isEnabled(Fault::ListFlood)) {
+        Request request;
+        request.versionMinor = minor;
+        request.libraryType = LibraryType::Media;
+        for (const RequestKind kind : {RequestKind::ListLibraries, RequestKind::ListElements}) {
+            request.kind = kind;
+            const Answers lists = answersTo(request, minor, m_content.catalogue.libraries(), m_content.patch);
+            m_floods.push_back([list = lists.messages.front()()] { return list; });
+            request.libraryId = minor == 0 ? 1 : childId(0, 1);
+        }
+    }
+    if (m_faults.isEnabled(Fault::UpdateFlood))
+        m_floods.push_back([this] { return nextUpdate(); });
+    if (!m_floods.empty())
+        m_floodTimer.start();
+}
+
+void Server::flood()
+{
+    for (Connection* connection : connections())
+        connection->flood([this] { return m_floods[m_floodTick++ % m_floods.size()](); });
+}
+
+QByteArray Server::nextUpdate()
+{
+    const quint8 minor = m_content.identity.msexMinor;
+    const quint32 parent = minor == 0 ? 0 : childId(0, static_cast<quint8>(m_updateTick >> 8));
+    LibraryUpdate update;
+    update.type = LibraryType::Media;
+    update.id = childId(parent, static_cast<quint8>(m_updateTick++));
+    update.flags = UpdateFlag::ElementsUpdated;
+    update.elements.set();
+    return libraryUpdated(minor, update);
+}
+
+void Server::setCableConnected(bool isConnected)
+{
+    m_isConnected = isConnected;
+    setCable(m_listener.socketDescriptor(), isConnected);
+    for (Connection* connection : connections())
+        connection->setCableConnected(isConnected);
 }
 
 void Server::sendLayerStatus()
 {
-    const std::vector<LayerState> layers = playback(m_content, m_layerTick++, m_behaviour.layerRate);
-    notify(layerStatus(m_content.identity.msexMinor, layers));
+    notify(nextLayerStatus(m_behaviour.layerRate));
+}
+
+QByteArray Server::nextLayerStatus(int rate)
+{
+    return layerStatus(m_content.identity.msexMinor, playback(m_content, m_layerTick++, rate));
 }
 
 void Server::sendUpdates(const std::vector<LibraryUpdate>& updates)

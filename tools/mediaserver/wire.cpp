@@ -5,7 +5,11 @@
 namespace MediaServer {
 void setSize(QByteArray& message)
 {
-    const auto size = static_cast<quint32>(message.size());
+    setSize(message, static_cast<quint32>(message.size()));
+}
+
+void setSize(QByteArray& message, quint32 size)
+{
     for (int i = 0; i < 4; ++i)
         message[8 + i] = static_cast<char>((size >> (8 * i)) & 0xFF);
 }

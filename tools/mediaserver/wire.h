@@ -15,6 +15,8 @@ constexpr int FptcHeaderSize = 28;
 
 /// Writes the size of @p message to the size field of its header.
 void setSize(QByteArray& message);
+/// Writes @p size to the size field of the header of @p message.
+void setSize(QByteArray& message, quint32 size);
 
 /// Reads consecutive fields. An incomplete field reads as zero or empty and sets truncated().
 class FieldReader
