@@ -217,21 +217,6 @@ void citp_stack::processPendingUDP()
 
 // --- Registry --------------------------------------------------------------------------------------------------------
 
-citp_stack::SERV_ID citp_stack::buildServerKey(const QString& host, unsigned short port)
-{
-    return host + QLatin1Char(':') + QString::number(port);
-}
-
-citp_stack::SERV_ID citp_stack::buildServerKey(QTcpSocket* socket)
-{
-    return buildServerKey(socket->peerName(), socket->peerPort());
-}
-
-QHostAddress citp_stack::getHostAddressFromSERV_ID(const SERV_ID& key)
-{
-    return QHostAddress(key.section(QLatin1Char(':'), 0, 0));
-}
-
 citp_stack::Record* citp_stack::Private::find(const SERV_ID& key) const
 {
     return static_cast<Record*>(q->m_servers.value(key, nullptr));
@@ -241,61 +226,6 @@ citp_stack::Record* citp_stack::Private::recordOf(const QObject* socket) const
 {
     Record* const record = connections.value(socket, nullptr);
     return record && !record->isLeaving ? record : nullptr;
-}
-
-std::vector<citp_stack::SERV_ID> citp_stack::getServers()
-{
-    std::vector<SERV_ID> keys;
-    const Caller caller;
-    if (isShuttingDown()) {
-        return keys;
-    }
-    const StackLock lock(m_mutex);
-    for (auto server = m_servers.cbegin(); server != m_servers.cend(); ++server) {
-        if (server.value()->m_notified) {
-            keys.push_back(server.key());
-        }
-    }
-    return keys;
-}
-
-bool citp_stack::getServerInfo(const SERV_ID& key, Msg_MSEX_SINF* sinf, Msg_PEER_PLOC* ploc)
-{
-    const Caller caller;
-    if (isShuttingDown()) {
-        return false;
-    }
-    const StackLock lock(m_mutex);
-    const Record* const record = d->find(key);
-    if (!record || !record->m_notified) {
-        return false;
-    }
-    if (ploc) {
-        *ploc = record->m_ploc;
-    }
-    if (sinf) {
-        *sinf = record->m_sinf;
-    }
-    return true;
-}
-
-int citp_stack::getNumNotified()
-{
-    const Caller caller;
-    if (isShuttingDown()) {
-        return 0;
-    }
-    const StackLock lock(m_mutex);
-    return d->countNotified();
-}
-
-int citp_stack::Private::countNotified() const
-{
-    int count = 0;
-    for (const ServerInfo* info : std::as_const(q->m_servers)) {
-        count += info->m_notified ? 1 : 0;
-    }
-    return count;
 }
 
 void citp_stack::Private::removeAllServers()
@@ -355,27 +285,6 @@ void citp_stack::Private::removeServer(Record* record)
     }
     connections.remove(record->m_socket);
     delete record;
-}
-
-citp_stack::ServerInfo::ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSocket)
-    : m_socket(nullptr), m_netSocket(netSocket), m_notified(false), m_ploc(ploc), m_noDelay(false), m_inProgress(false)
-{
-}
-
-citp_stack::ServerInfo::~ServerInfo()
-{
-    delete m_netSocket;
-    if (m_socket) {
-        m_socket->deleteLater();
-    }
-}
-
-void citp_stack::ServerInfo::SetNoDelay(bool enable)
-{
-    m_noDelay = enable;
-    if (enable && m_socket) {
-        m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-    }
 }
 
 // --- Connections -----------------------------------------------------------------------------------------------------

@@ -1,0 +1,104 @@
+// The registry's keys, its records, and what applications ask of it. citp_stack.cpp adds and removes records.
+// SPDX-License-Identifier: Apache-2.0
+#include "citp_lifetime_p.h"
+#include "citp_lock_p.h"
+#include "citp_stack_p.h"
+
+#include <citp/citp_stack.h>
+
+#include <QTcpSocket>
+
+#include <utility>
+
+namespace CITP {
+citp_stack::SERV_ID citp_stack::buildServerKey(const QString& host, unsigned short port)
+{
+    return host + QLatin1Char(':') + QString::number(port);
+}
+
+citp_stack::SERV_ID citp_stack::buildServerKey(QTcpSocket* socket)
+{
+    return buildServerKey(socket->peerName(), socket->peerPort());
+}
+
+QHostAddress citp_stack::getHostAddressFromSERV_ID(const SERV_ID& key)
+{
+    return QHostAddress(key.section(QLatin1Char(':'), 0, 0));
+}
+
+std::vector<citp_stack::SERV_ID> citp_stack::getServers()
+{
+    std::vector<SERV_ID> keys;
+    const Caller caller;
+    if (isShuttingDown()) {
+        return keys;
+    }
+    const StackLock lock(m_mutex);
+    for (auto server = m_servers.cbegin(); server != m_servers.cend(); ++server) {
+        if (server.value()->m_notified) {
+            keys.push_back(server.key());
+        }
+    }
+    return keys;
+}
+
+bool citp_stack::getServerInfo(const SERV_ID& key, Msg_MSEX_SINF* sinf, Msg_PEER_PLOC* ploc)
+{
+    const Caller caller;
+    if (isShuttingDown()) {
+        return false;
+    }
+    const StackLock lock(m_mutex);
+    const Record* const record = d->find(key);
+    if (!record || !record->m_notified) {
+        return false;
+    }
+    if (ploc) {
+        *ploc = record->m_ploc;
+    }
+    if (sinf) {
+        *sinf = record->m_sinf;
+    }
+    return true;
+}
+
+int citp_stack::getNumNotified()
+{
+    const Caller caller;
+    if (isShuttingDown()) {
+        return 0;
+    }
+    const StackLock lock(m_mutex);
+    return d->countNotified();
+}
+
+int citp_stack::Private::countNotified() const
+{
+    int count = 0;
+    for (const ServerInfo* info : std::as_const(q->m_servers)) {
+        count += info->m_notified ? 1 : 0;
+    }
+    return count;
+}
+
+citp_stack::ServerInfo::ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSocket)
+    : m_socket(nullptr), m_netSocket(netSocket), m_notified(false), m_ploc(ploc), m_noDelay(false), m_inProgress(false)
+{
+}
+
+citp_stack::ServerInfo::~ServerInfo()
+{
+    delete m_netSocket;
+    if (m_socket) {
+        m_socket->deleteLater();
+    }
+}
+
+void citp_stack::ServerInfo::SetNoDelay(bool enable)
+{
+    m_noDelay = enable;
+    if (enable && m_socket) {
+        m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    }
+}
+} // namespace CITP
