@@ -7,10 +7,6 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "console_fixture.h"
 
 namespace {
@@ -264,33 +260,6 @@ TEST(ConsoleThumbnails, StopsOnCtrlC)
     EXPECT_TRUE(console.errors().contains("citp-console: interrupted")) << console.errors().toStdString();
     EXPECT_LT(pictureCount(target.path()), 40);
     expectGoodFiles(target.path());
-}
-
-TEST(ConsoleThumbnails, EndsAtOnceOnASecondCtrlC)
-{
-    const QTemporaryDir target;
-    // A pipe that is full: what is printed into it waits for a reader that never comes.
-    const QByteArray path = QFile::encodeName(target.filePath("pipe"));
-    ASSERT_EQ(::mkfifo(path.constData(), 0600), 0);
-    const int pipe = ::open(path.constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    ASSERT_GE(pipe, 0);
-    while (::write(pipe, "x", 1) == 1) {
-    }
-    const QString folder = target.filePath("new");
-    const Server server({"--fault", "delay", "--fault-delay", "150"});
-    Child console("sh", {"-c", QString("exec " CONSOLE_PROGRAM " thumbnails %1 --adapter lo --to %2 > %3")
-                                   .arg(key, folder, target.filePath("pipe"))});
-    ASSERT_TRUE(waitFor([&] { return pictureCount(folder) > 0; }));
-    console.interrupt();
-    ASSERT_TRUE(waitFor([&] { return QFile::exists(folder + "/contact-sheet.png"); }));
-    EXPECT_TRUE(console.isRunning()) << "nothing keeps it";
-    // One that comes right behind the first is no second wish: some programs pass on what has arrived already.
-    for (int i = 0; i < TestTimeout / 100 && console.isRunning(); ++i) {
-        console.interrupt();
-        console.waitForEnd(100);
-    }
-    EXPECT_FALSE(console.isRunning()) << "a second Ctrl-C does not end it";
-    ::close(pipe);
 }
 
 namespace {

@@ -5,7 +5,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QSocketNotifier>
-#include <QTimer>
+#include <climits>
 #include <memory>
 
 #include "adapters.h"
@@ -18,7 +18,6 @@ namespace Console {
 namespace {
 constexpr int MaxFrameBytes = 262144;
 constexpr int BufferBytes = 16 << 20;
-constexpr int PollIntervalMs = 200;
 constexpr int DefaultSeconds = 600;
 constexpr int DefaultCount = 1000000;
 constexpr int MaxPacketsPerBatch = 1000;
@@ -153,24 +152,17 @@ int capture(const Options& options)
     Recorder recorder(QString::fromStdString(used.GetName()), options.write,
                       options.count > 0 ? options.count : DefaultCount);
 
-    QTimer durationTimer;
-    durationTimer.setSingleShot(true);
-    QObject::connect(&durationTimer, &QTimer::timeout, &durationTimer, [] { QCoreApplication::exit(0); });
-    const auto writeCaptured = [&recorder] {
-        if (!recorder.writeCaptured())
-            QCoreApplication::exit(0);
-    };
-    // On some adapters the descriptor does not become readable for every packet, so it is polled too.
-    QTimer polling;
-    QObject::connect(&polling, &QTimer::timeout, &polling, writeCaptured);
+    // Wakes the event loop. On some adapters the descriptor does not become readable for every packet; those packets
+    // are written when the loop wakes up by itself.
     QSocketNotifier arrival(recorder.descriptor(), QSocketNotifier::Read);
-    QObject::connect(&arrival, &QSocketNotifier::activated, &arrival, writeCaptured);
 
     printLine(QString("capturing on %1 for %2 s; Ctrl-C stops it earlier").arg(nameAndAddress(used)).arg(seconds));
-    durationTimer.start(seconds * 1000);
-    polling.start(PollIntervalMs);
-    QCoreApplication::exec();
-    recorder.writeCaptured();
+    interruptAfter(seconds);
+    try {
+        processEventsUntil([&recorder] { return !recorder.writeCaptured(); }, INT_MAX);
+    } catch (const Interrupted&) {
+        recorder.writeCaptured();
+    }
     recorder.report();
     return 0;
 }

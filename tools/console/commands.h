@@ -1,5 +1,5 @@
 // The commands, with one function and one source file each. A command returns the exit status, or throws Failure or
-// Interrupted (see session.h).
+// Interrupted (see shutdown.h) or OutputFailure (see printing.h).
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -10,7 +10,7 @@ constexpr int ExitFailure = 1;
 constexpr int ExitUsageError = 2;
 
 int listAdapters(const Options& options);    ///< "adapters"
-int watch(const Options& options);           ///< "watch"; runs the event loop until exit() is called
+int watch(const Options& options);           ///< "watch"
 int listLibraries(const Options& options);   ///< "libraries"
 int listElements(const Options& options);    ///< "elements"
 int showLayers(const Options& options);      ///< "layers"
@@ -19,5 +19,5 @@ int diagnose(const Options& options);        ///< "doctor"
 int showStatistics(const Options& options);  ///< "stats"
 int fetchThumbnails(const Options& options); ///< "thumbnails"; requires a QGuiApplication to draw text
 int decode(const Options& options);          ///< "decode"
-int capture(const Options& options);         ///< "capture"; runs the event loop until exit() is called
+int capture(const Options& options);         ///< "capture"
 } // namespace Console

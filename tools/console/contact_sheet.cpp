@@ -9,7 +9,7 @@
 #include <QPainter>
 #include <QSaveFile>
 
-#include "session.h"
+#include "shutdown.h"
 
 namespace Console {
 namespace {

@@ -9,7 +9,6 @@
 #include "decode/event_text.h"
 #include "decode/summary.h"
 #include "printing.h"
-#include "session.h"
 
 namespace Console {
 namespace {
@@ -62,9 +61,6 @@ void printWarnings(const Decoder& decoder)
 
 int decode(const Options& options)
 {
-    // The command runs no event loop and has nothing to clean up, so signals may terminate the process directly.
-    const sigset_t signals = terminationSignals();
-    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
     // Problems of a message are printed with the message instead.
     Os::Log::SetMask("CITP.Message", 0);
 

@@ -3,9 +3,11 @@
 #include <citp/citp_msg_msex_lsta.h>
 
 #include <QJsonArray>
-#include <optional>
+#include <deque>
+#include <utility>
 
 #include "commands.h"
+#include "inbox.h"
 #include "live_table.h"
 #include "printing.h"
 #include "session.h"
@@ -18,6 +20,8 @@ using LayerStatus = CITP::Msg_MSEX_LSTA::LayerStatus;
 // Shortest interval between two tables, on a terminal and in a file.
 constexpr int TerminalIntervalMs = 100;
 constexpr int FileIntervalMs = 1000;
+// Bounds what waits for an output that is not read.
+constexpr std::size_t MaxWaiting = 16;
 
 QString flagsText(unsigned int flags)
 {
@@ -54,30 +58,47 @@ QStringList tableOf(const CITP::Msg_MSEX_LSTA& status)
     return table.lines();
 }
 
+// The newest states that have not been printed yet. If the output is slower than the server, older ones are dropped.
+struct LayerStates
+{
+    std::deque<CITP::Msg_MSEX_LSTA> waiting;
+    int count = 0; ///< received so far
+};
+
 class Layers
 {
 public:
     explicit Layers(const Options& options) : m_options(options), m_session(options)
     {
-        QObject::connect(CITP::citp_stack::Get(), &CITP::citp_stack::layerStatus, &m_scope,
-                         [this](const QString& key, const CITP::Msg_MSEX_LSTA& status) {
-                             if (key == m_session.key())
-                                 handleStatus(status);
-                         });
+        const std::size_t maxWaiting = options.json ? MaxWaiting : 1;
+        m_inbox.receiveFrom(m_session.key(), &CITP::citp_stack::layerStatus,
+                            [maxWaiting](LayerStates& states, const CITP::Msg_MSEX_LSTA& status) {
+                                ++states.count;
+                                if (states.waiting.size() >= maxWaiting)
+                                    states.waiting.pop_front();
+                                states.waiting.push_back(status);
+                            });
     }
 
     void run()
     {
-        QElapsedTimer running;
-        running.start();
-        const auto isOver = [&] {
-            return m_options.seconds > 0 && running.elapsed() >= m_options.seconds * qint64(1000);
-        };
-        while (!isOver()) {
-            const int count = m_count;
+        if (m_options.seconds > 0)
+            interruptAfter(m_options.seconds);
+        for (;;) {
             m_session.waitFor(
-                "its layer status", [&] { return m_count != count || isOver(); }, [this] { return remark(); });
-            showLatest();
+                "its layer status", [&] { return m_inbox.state()->count != m_seen; }, [this] { return remark(); });
+            const std::deque<CITP::Msg_MSEX_LSTA> states = take();
+            if (m_options.json) {
+                for (const CITP::Msg_MSEX_LSTA& status : states) {
+                    if (isInterrupted())
+                        throw Interrupted{};
+                    printAsJson(m_session.key(), status);
+                }
+            } else if (!states.empty()) {
+                m_table.draw(QStringList{QString("%1  %2").arg(timeOfDay(), m_session.name())} +
+                             tableOf(states.back()));
+                m_sinceDrawn.start();
+            }
         }
     }
 
@@ -86,35 +107,26 @@ private:
     {
         if (m_session.msexMinor() == 1)
             return "(it uses MSEX 1.1, whose layer status the library does not accept)";
-        return m_count > 0 ? QString("(it had sent %1 before)").arg(m_count) : QString();
+        return m_seen > 0 ? QString("(it had sent %1 before)").arg(m_seen) : QString();
     }
 
-    void handleStatus(const CITP::Msg_MSEX_LSTA& status)
+    // What to print now: nothing if the last table is too recent.
+    std::deque<CITP::Msg_MSEX_LSTA> take()
     {
-        ++m_count;
-        if (m_options.json)
-            printAsJson(m_session.key(), status);
-        else
-            m_latest.emplace(status);
-    }
-
-    void showLatest()
-    {
-        if (!m_latest || (m_sinceDrawn.isValid() &&
-                          m_sinceDrawn.elapsed() < (m_table.isTerminal() ? TerminalIntervalMs : FileIntervalMs)))
-            return;
-        m_table.draw(QStringList{QString("%1  %2").arg(timeOfDay(), m_session.name())} + tableOf(*m_latest));
-        m_latest.reset();
-        m_sinceDrawn.start();
+        const int intervalMs = m_options.json ? 0 : m_table.isTerminal() ? TerminalIntervalMs : FileIntervalMs;
+        const auto states = m_inbox.state();
+        m_seen = states->count;
+        if (m_sinceDrawn.isValid() && m_sinceDrawn.elapsed() < intervalMs)
+            return {};
+        return std::exchange(states->waiting, {});
     }
 
     const Options& m_options;
     Session m_session;
     LiveTable m_table;
-    std::optional<CITP::Msg_MSEX_LSTA> m_latest;
     QElapsedTimer m_sinceDrawn;
-    int m_count = 0;
-    QObject m_scope; ///< last, so that it disconnects the signals before other members are destroyed
+    Inbox<LayerStates> m_inbox;
+    int m_seen = 0; ///< number of states that take() has seen
 };
 } // namespace
 
@@ -123,7 +135,7 @@ int showLayers(const Options& options)
     try {
         Layers(options).run();
     } catch (const Interrupted&) {
-        // Ctrl-C is the normal end of this command.
+        // Ctrl-C and --seconds are the normal ends of this command.
     }
     return 0;
 }

@@ -5,8 +5,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstdio>
-
 #include "printing.h"
 
 namespace Console {
@@ -16,7 +14,7 @@ void LiveTable::draw(const QStringList& lines)
 {
     const QStringList shown = clipped(lines);
     if (m_isTerminal && m_lines > 0)
-        std::printf("\x1b[%dA\x1b[J", m_lines);
+        print(QString("\x1b[%1A\x1b[J").arg(m_lines));
     printLines(shown);
     m_lines = static_cast<int>(shown.size());
 }

@@ -69,7 +69,9 @@ const std::vector<Command>& commands()
         {"layers",
          "shows the layer status of a server",
          "Shows what the layers of a server play. On a terminal, the table is updated in place; otherwise a table is\n"
-         "printed at most once a second. With --json, every layer status message is printed. Runs until Ctrl-C.",
+         "printed at most once a second. With --json, every layer status message is printed; if the output is read "
+         "too\n"
+         "slowly, only the newest ones are. Runs until Ctrl-C.",
          showLayers,
          {"SERVER"},
          {"adapter", "json", "log", "seconds", "timeout"}},
@@ -103,7 +105,7 @@ const std::vector<Command>& commands()
          "each thumbnail to a file, and all of them to a contact sheet, contact-sheet.png. RGB8 pictures are saved as\n"
          "PNG, other formats as received. Missing thumbnails are listed, and the exit status is then 1.\n"
          "A library that does not answer the request for its elements is skipped and counts as missing. After two\n"
-         "such libraries in a row, the command stops.",
+         "such libraries in a row, no more are requested.",
          fetchThumbnails,
          {"SERVER", "[LIBRARY]"},
          {"adapter", "format", "json", "log", "size", "timeout", "to", "type"},
@@ -162,7 +164,8 @@ QList<QCommandLineOption> knownOptions()
         {"json", "Prints one JSON object per line instead of text."},
         {"log",
          "Log lines to print on standard error: a comma-separated list of NAME=MASK. NAME is a log context such as "
-         "CITP.Stack, or CITP.* for CITP and all contexts below it. MASK is a sum of 1 (traffic), 2 (state changes), 4 "
+         "CITP.Stack, CITP.* for CITP and all contexts below it, or Qt for the messages of Qt itself. MASK is a sum of "
+         "1 (traffic), 2 (state changes), 4 "
          "(warnings), 8 (failures), 16 (critical errors). Default: the environment variable OS_LOG_MASKS; if it is not "
          "set, CITP.*=28.",
          "MASKS"},

@@ -2,7 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_fptc.h>
 
+#include <utility>
+
 #include "commands.h"
+#include "inbox.h"
 #include "printing.h"
 #include "session.h"
 #include "table.h"
@@ -12,27 +15,44 @@ namespace {
 // The protocol has no end-of-patch message. The patch is complete when no fixture has arrived for this long.
 constexpr int QuietMs = 1000;
 
+// More than any show has. Bounds the memory for long names.
+constexpr qint64 MaxBytes = 64 << 20;
+
 using Fixtures = QMap<int, CITP::Msg_FPTC_PTCH>;
+
+struct ReceivedPatch
+{
+    Fixtures fixtures;
+    qint64 bytes = 0;
+    QElapsedTimer sinceLast;
+};
 
 Fixtures fetchFixtures(Session& session)
 {
-    Fixtures fixtures;
-    QElapsedTimer sinceLast;
-    QObject scope;
-    QObject::connect(CITP::citp_stack::Get(), &CITP::citp_stack::patchMessage, &scope,
-                     [&](const QString& key, const CITP::Msg_FPTC_PTCH& fixture) {
-                         if (key != session.key())
-                             return;
-                         fixtures.insert(fixture.FixtureIdentifier, fixture);
-                         sinceLast.start();
-                     });
+    Inbox<ReceivedPatch> inbox;
+    inbox.receiveFrom(session.key(), &CITP::citp_stack::patchMessage,
+                      [](ReceivedPatch& patch, const CITP::Msg_FPTC_PTCH& fixture) {
+                          patch.bytes += fixture.size;
+                          if (patch.bytes <= MaxBytes)
+                              patch.fixtures.insert(fixture.FixtureIdentifier, fixture);
+                          patch.sinceLast.start();
+                      });
+    const auto checkSize = [&] {
+        if (inbox.state()->bytes > MaxBytes)
+            throw Failure{QString("%1 sends a patch of more than %2 MiB").arg(session.name()).arg(MaxBytes >> 20)};
+    };
     session.send(CITP::Msg_FPTC_SPTC(nullptr));
     session.waitFor(
-        "any fixture", [&] { return sinceLast.isValid(); }, [] { return QString("(is its patch empty?)"); });
-    if (!session.waitUntil([&] { return sinceLast.elapsed() >= QuietMs; }, session.timeoutMs() + QuietMs))
+        "any fixture", [&] { return inbox.state()->sinceLast.isValid(); },
+        [] { return QString("(is its patch empty?)"); });
+    const auto isComplete = [&] {
+        checkSize();
+        return inbox.state()->sinceLast.elapsed() >= QuietMs;
+    };
+    if (!session.waitUntil(isComplete, session.timeoutMs() + QuietMs))
         throw Failure{QString("%1 is still sending its patch after %2; --timeout allows more time")
                           .arg(session.name(), secondsText(session.timeoutMs()))};
-    return fixtures;
+    return std::move(inbox.state()->fixtures);
 }
 
 void printAsJson(const QString& server, const CITP::Msg_FPTC_PTCH& fixture)

@@ -1,14 +1,28 @@
-// Escaping, line output and the log handler.
+// Escaping, and output in pieces for which there is room.
 // SPDX-License-Identifier: Apache-2.0
 #include "printing.h"
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <QChar>
 #include <QDateTime>
 #include <QJsonDocument>
-#include <cstdio>
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <mutex>
+
+#include "shutdown.h"
 
 namespace Console {
 namespace {
+// Interval at which a blocked output checks for signals.
+constexpr int OutputPollMs = 50;
+// A reader that is merely slow reads within this time. No thread waits longer for standard error.
+constexpr int ErrorPatienceMs = 100;
+
 // The same form as in JSON, so that it can be used in text and in JSON.
 QString escape(QChar unit)
 {
@@ -29,22 +43,56 @@ bool needsEscape(uint codePoint)
     }
 }
 
-// Writes the line with a single call, so that lines of several threads do not mix.
-void write(std::FILE* file, const QString& line)
+// Writes the start of @p bytes. A pipe that poll() reports as writable takes PIPE_BUF bytes without blocking.
+// @return the number of bytes written, 0 if there was no room for @p milliseconds, -1 on an error
+qint64 writePiece(int descriptor, const char* bytes, qint64 size, int milliseconds)
 {
-    const QByteArray bytes = line.toUtf8() + '\n';
-    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), file);
-    std::fflush(file);
+    pollfd output{descriptor, POLLOUT, 0};
+    if (poll(&output, 1, milliseconds) <= 0)
+        return 0;
+    const ssize_t written = write(descriptor, bytes, static_cast<std::size_t>(std::min<qint64>(size, PIPE_BUF)));
+    return written < 0 && (errno == EAGAIN || errno == EINTR) ? 0 : written;
 }
 
-// The dumps in traffic log lines contain line feeds of the library, which are kept.
-void logToStandardError(QtMsgType, const QMessageLogContext& context, const QString& text)
+// Standard error and its state; the lock keeps the lines of several threads apart.
+class ErrorOutput
 {
-    write(stderr, QString("%1 %2: %3").arg(timeOfDay(), QString(context.category), escapeControls(text, true)));
-}
+public:
+    void write(const QByteArray& text)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_leftOut > 0 &&
+            !tryWrite(QByteArray(m_isPartial ? "\n" : "") + "citp-console: " + QByteArray::number(m_leftOut) +
+                      " lines were left out, because standard error was not read\n")) {
+            ++m_leftOut;
+            return;
+        }
+        m_leftOut = tryWrite(text) ? 0 : 1;
+    }
+
+private:
+    bool tryWrite(const QByteArray& text)
+    {
+        for (qint64 at = 0; at < text.size();) {
+            const qint64 written =
+                writePiece(STDERR_FILENO, text.constData() + at, text.size() - at, m_leftOut > 0 ? 0 : ErrorPatienceMs);
+            if (written <= 0) {
+                m_isPartial = m_isPartial || at > 0;
+                return false;
+            }
+            at += written;
+        }
+        m_isPartial = false;
+        return true;
+    }
+
+    std::mutex m_mutex;
+    qint64 m_leftOut = 0;     ///< texts since the last one that was written
+    bool m_isPartial = false; ///< the last text was cut off
+};
 } // namespace
 
-QString escapeControls(const QString& text, bool keepLineFeeds)
+QString escapeControls(const QString& text)
 {
     QString out;
     out.reserve(text.size());
@@ -52,19 +100,34 @@ QString escapeControls(const QString& text, bool keepLineFeeds)
         const QChar unit = text.at(i);
         const bool isPair = unit.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate();
         const uint codePoint = isPair ? QChar::surrogateToUcs4(unit, text.at(i + 1)) : unit.unicode();
-        const bool isKept = !needsEscape(codePoint) || (keepLineFeeds && unit == QLatin1Char('\n'));
-        out += isKept ? QString(unit) : escape(unit);
-        if (isPair) {
-            ++i;
-            out += isKept ? QString(text.at(i)) : escape(text.at(i));
+        if (needsEscape(codePoint)) {
+            out += escape(unit);
+            out += isPair ? escape(text.at(++i)) : QString();
+        } else {
+            out += unit;
+            if (isPair)
+                out += text.at(++i);
         }
     }
     return out;
 }
 
+void print(const QString& text)
+{
+    const QByteArray bytes = text.toUtf8();
+    for (qint64 at = 0; at < bytes.size();) {
+        const qint64 written = writePiece(STDOUT_FILENO, bytes.constData() + at, bytes.size() - at, OutputPollMs);
+        if (written < 0)
+            throw OutputFailure{errno == EPIPE};
+        if (written == 0 && isInterrupted())
+            throw Interrupted{};
+        at += written;
+    }
+}
+
 void printLine(const QString& line)
 {
-    write(stdout, line);
+    print(line + '\n');
 }
 
 void printLines(const QStringList& lines)
@@ -75,12 +138,30 @@ void printLines(const QStringList& lines)
 
 void printJson(const QJsonObject& object)
 {
-    write(stdout, escapeControls(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact))));
+    printLine(escapeControls(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact))));
+}
+
+void checkOutput()
+{
+    struct stat status
+    {
+    };
+    pollfd output{STDOUT_FILENO, 0, 0};
+    if (fstat(STDOUT_FILENO, &status) == 0 && S_ISFIFO(status.st_mode) && poll(&output, 1, 0) > 0 &&
+        (output.revents & POLLERR) != 0)
+        throw OutputFailure{true};
+}
+
+void printError(const QString& text)
+{
+    // Never destroyed: the stack's thread may still log while the process ends.
+    static auto* const output = new ErrorOutput;
+    output->write(text.toUtf8());
 }
 
 void warn(const QString& line)
 {
-    write(stderr, "citp-console: " + line);
+    printError("citp-console: " + line + '\n');
 }
 
 QString secondsText(qint64 milliseconds)
@@ -97,10 +178,5 @@ QString isoTime()
 {
     const QDateTime now = QDateTime::currentDateTime();
     return now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODateWithMs);
-}
-
-void installLogHandler()
-{
-    qInstallMessageHandler(logToStandardError);
 }
 } // namespace Console

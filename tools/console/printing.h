@@ -1,4 +1,5 @@
-// Output: escapes control characters in text from the network, and prints and flushes whole lines.
+// Output: escapes control characters in text from the network, and writes whole lines to standard output and standard
+// error without ever blocking the program's end.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
@@ -7,13 +8,22 @@
 #include <QStringList>
 
 namespace Console {
+/// Exception: standard output cannot be written.
+struct OutputFailure
+{
+    bool isClosed; ///< the reader of the pipe has closed it, as in `| head -1`
+};
+
 /// Replaces every character that could move the cursor, change the terminal's state or reorder the text by "\uXXXX":
 /// control characters (C0, DEL, C1), line and paragraph separators, bidirectional and other invisible formatting
 /// characters, and lone surrogates. Thread-safe.
-QString escapeControls(const QString& text, bool keepLineFeeds = false);
+QString escapeControls(const QString& text);
 
-/// Prints @p line and a line feed on standard output and flushes it, so that the reader of a pipe receives it
-/// immediately. The caller must escape text from the network with escapeControls().
+/// Writes @p text to standard output at once, so that the reader of a pipe receives it immediately. Waits as long as
+/// the reader does not read. The caller must escape text from the network with escapeControls().
+/// @throws OutputFailure, or Interrupted if a signal arrives or the time limit passes while it waits
+void print(const QString& text);
+/// Calls print() for @p line and a line feed.
 void printLine(const QString& line);
 /// Calls printLine() for each of @p lines.
 void printLines(const QStringList& lines);
@@ -22,7 +32,13 @@ void printLines(const QStringList& lines);
 /// as JSON escape sequences.
 void printJson(const QJsonObject& object);
 
-/// Prints "citp-console: ", @p line and a line feed on standard error. Thread-safe.
+/// @throws OutputFailure if standard output is a pipe whose reader has closed it
+void checkOutput();
+
+/// Writes @p text to standard error. If nobody reads standard error, the text is left out after a short wait, and later
+/// texts immediately; once it is read again, the number of texts left out is printed. Thread-safe.
+void printError(const QString& text);
+/// Calls printError() for "citp-console: ", @p line and a line feed.
 void warn(const QString& line);
 
 /// A duration in seconds with the unit, e.g. "2.5 s".
@@ -31,8 +47,4 @@ QString secondsText(qint64 milliseconds);
 QString timeOfDay();
 /// Local date and time with milliseconds and the UTC offset in ISO 8601 format, for JSON output.
 QString isoTime();
-
-/// Prints the log lines of the library and of Qt on standard error from now on, each with time and category and with
-/// control characters escaped.
-void installLogHandler();
 } // namespace Console

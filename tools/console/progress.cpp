@@ -4,7 +4,7 @@
 
 #include <unistd.h>
 
-#include <cstdio>
+#include "printing.h"
 
 namespace Console {
 namespace {
@@ -31,7 +31,7 @@ Progress::Progress(int total) : m_total(total), m_isTerminal(isatty(STDERR_FILEN
 Progress::~Progress()
 {
     if (m_isTerminal && m_shown >= 0)
-        std::fputs("\n", stderr);
+        printError("\n");
 }
 
 QString Progress::numbers(int done) const
@@ -57,10 +57,9 @@ void Progress::show(int done)
     if (m_isTerminal) {
         const int filled = m_total > 0 ? BarWidth * done / m_total : BarWidth;
         const QString bar = QString(filled, '#') + QString(BarWidth - filled, '.');
-        std::fprintf(stderr, "\r[%s] %s\x1b[K", qPrintable(bar), qPrintable(numbers(done)));
+        printError(QString("\r[%1] %2\x1b[K").arg(bar, numbers(done)));
     } else {
-        std::fprintf(stderr, "%s\n", qPrintable(numbers(done)));
+        printError(numbers(done) + '\n');
     }
-    std::fflush(stderr);
 }
 } // namespace Console

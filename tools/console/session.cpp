@@ -2,21 +2,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "session.h"
 
-#include <citp/citp_msg_fptc.h>
-
 #include <QCoreApplication>
 #include <QTimer>
 
 #include <algorithm>
 
 #include "adapters.h"
+#include "log_lines.h"
 #include "printing.h"
 
 namespace Console {
 namespace {
 constexpr int WakeUpMs = 50;
-
-bool isInterrupted = false;
 
 QString listed(const QMap<QString, ServerText>& servers, const QStringList& keys)
 {
@@ -27,20 +24,6 @@ QString listed(const QMap<QString, ServerText>& servers, const QStringList& keys
 }
 } // namespace
 
-sigset_t terminationSignals()
-{
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    return signals;
-}
-
-void interruptSessions()
-{
-    isInterrupted = true;
-}
-
 bool processEventsUntil(const std::function<bool()>& isDone, int milliseconds)
 {
     QTimer wakeUp; // makes processEvents() return regularly, so that the timeout is checked
@@ -48,8 +31,10 @@ bool processEventsUntil(const std::function<bool()>& isDone, int milliseconds)
     QElapsedTimer timer;
     timer.start();
     while (!isDone()) {
-        if (isInterrupted)
+        if (isInterrupted())
             throw Interrupted{};
+        checkOutput();
+        flushLog();
         if (timer.elapsed() >= milliseconds)
             return false;
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
@@ -59,21 +44,23 @@ bool processEventsUntil(const std::function<bool()>& isDone, int milliseconds)
 
 Session::Session(const Options& options) : m_timeoutMs(options.timeoutMs)
 {
-    // The library leaves the registration of this type to the application. Without it, queued signals with fixtures are
-    // not delivered.
-    qRegisterMetaType<CITP::Msg_FPTC_PTCH>("CITP::Msg_FPTC_PTCH");
     CITP::citp_stack* const stack = CITP::citp_stack::Get();
-    connect(stack, &CITP::citp_stack::serverUp, this,
-            [this](const QString& key) { m_servers.insert(key, describe(key)); });
-    connect(stack, &CITP::citp_stack::serverDown, this, [this](const QString& key) {
-        m_servers.remove(key);
-        m_isDown = m_isDown || key == m_server.key;
-    });
     stack->setEnabled(true);
     // An earlier session may already have connected to servers.
     for (const QString& key : stack->getServers())
         m_servers.insert(key, describe(key));
     find(options.server);
+}
+
+void Session::update()
+{
+    for (const ServerEvent& event : m_events.take()) {
+        if (event.isUp)
+            m_servers.insert(event.key, describe(event.key));
+        else
+            m_servers.remove(event.key);
+        m_isDown = m_isDown || (!event.isUp && event.key == m_server.key);
+    }
 }
 
 QString Session::name() const
@@ -96,6 +83,7 @@ void Session::send(const CITP::Msg_Header& request)
 bool Session::waitUntil(const std::function<bool()>& isDone, int milliseconds)
 {
     const auto isOver = [&] {
+        update();
         if (isDone())
             return true;
         if (m_isDown)
@@ -109,8 +97,8 @@ void Session::waitFor(const QString& what, const std::function<bool()>& isDone, 
 {
     if (!waitUntil(isDone, m_timeoutMs)) {
         const QString more = remark ? remark() : QString();
-        throw Failure{QString("%1 did not send %2 within %3%4; --timeout allows more time")
-                          .arg(name(), what, secondsText(m_timeoutMs), more.isEmpty() ? QString() : ' ' + more)};
+        throw NoAnswer{{QString("%1 did not send %2 within %3%4; --timeout allows more time")
+                            .arg(name(), what, secondsText(m_timeoutMs), more.isEmpty() ? QString() : ' ' + more)}};
     }
 }
 

@@ -1,41 +1,24 @@
 // Session: one media server, found by key or name, and waiting with a timeout for its messages.
 //
-// Commands run sequentially on the main thread. While a command waits, the event loop delivers the stack's signals to
-// the connected functions, which store the results that the command waits for. SPDX-License-Identifier: Apache-2.0
+// Commands run sequentially on the main thread. While a command waits, the stack's thread stores the results that the
+// command waits for in an Inbox.
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
-
-#include <csignal>
 
 #include <QElapsedTimer>
 #include <QMap>
-#include <QObject>
 #include <functional>
 
 #include "options.h"
+#include "server_events.h"
 #include "server_text.h"
+#include "shutdown.h"
 
 namespace Console {
-/// Exception: a command failed.
-struct Failure
-{
-    QString text; ///< one line, with control characters escaped
-};
-
-/// Exception: the user interrupted the command (Ctrl-C).
-struct Interrupted
-{
-};
-
-/// SIGINT and SIGTERM, which main() blocks.
-sigset_t terminationSignals();
-
-/// Makes all waiting functions throw Interrupted. Main thread only.
-void interruptSessions();
-
 /// Runs the event loop of the main thread until @p isDone returns true or @p milliseconds have passed. Calls @p isDone
 /// at least several times a second.
 /// @return false on timeout
-/// @throws Interrupted if the user interrupts the command
+/// @throws Interrupted if the command is interrupted, OutputFailure if the reader of standard output has gone
 bool processEventsUntil(const std::function<bool()>& isDone, int milliseconds);
 
 /// Minimum timeout for a server to come up. The library starts to listen up to 2 s after it was enabled, and the server
@@ -44,7 +27,7 @@ constexpr int MinSearchMs = 5000;
 /// Time to wait for more servers after the first one was found. Servers announce themselves about once a second.
 constexpr int SettleMs = 1500;
 
-class Session : public QObject
+class Session
 {
 public:
     /// Enables the stack and waits until the server given in the options is up.
@@ -66,17 +49,19 @@ public:
 
     /// Like processEventsUntil(), and additionally throws if the server goes down.
     /// @return false on timeout
-    /// @throws Failure if the server goes down, Interrupted if the user interrupts the command
+    /// @throws Failure if the server goes down, and as processEventsUntil()
     bool waitUntil(const std::function<bool()>& isDone, int milliseconds);
     /// Like waitUntil() with the session's timeout, but throws on timeout.
     /// @param what the expected answer, for the failure text, e.g. "its libraries"
     /// @param remark returns a text that is appended to the failure text; called on timeout; may be null
-    /// @throws Failure also on timeout
+    /// @throws NoAnswer on timeout
     void waitFor(const QString& what, const std::function<bool()>& isDone, const std::function<QString()>& remark = {});
 
 private:
+    void update();
     void find(const QString& wanted);
 
+    ServerEvents m_events;
     QMap<QString, ServerText> m_servers;
     ServerText m_server;
     int m_timeoutMs;

@@ -12,6 +12,7 @@
 #include <array>
 
 #include "commands.h"
+#include "inbox.h"
 #include "live_table.h"
 #include "printing.h"
 #include "session.h"
@@ -62,6 +63,49 @@ struct RequestStatistics
     }
 };
 
+// What the stack's thread counts. It also receives the answers, so that the response times do not depend on the output.
+struct Counts
+{
+    enum Request { Libraries, Elements, Thumbnail, None };
+
+    QMap<QString, MessageStatistics> messages; ///< by content code
+    std::array<RequestStatistics, None> requests{{{"GELI", 0, 0, {}}, {"GEIn", 0, 0, {}}, {"GETh", 0, 0, {}}}};
+    Request pending = None; ///< sent and not answered yet
+    Request next = Libraries;
+    QString library; ///< id of the first library with elements; empty if there is none
+    bool hasElement = false;
+    quint8 element = 0; ///< number of the first element of #library
+    QElapsedTimer sinceRequest;
+
+    bool isRequestDue() const
+    {
+        return pending == None && (!sinceRequest.isValid() || sinceRequest.elapsed() >= RequestIntervalMs);
+    }
+
+    void answered(Request request)
+    {
+        if (pending != request)
+            return;
+        requests[request].times.push_back(static_cast<double>(sinceRequest.nsecsElapsed()) / 1e6);
+        pending = None;
+        if (request == Libraries && !library.isEmpty())
+            next = Elements;
+        else if (request == Elements && hasElement)
+            next = Thumbnail;
+        else
+            next = Libraries;
+    }
+
+    void expire(qint64 timeoutMs)
+    {
+        if (pending == None || sinceRequest.elapsed() < timeoutMs)
+            return;
+        ++requests[pending].unanswered;
+        pending = None;
+        next = Libraries;
+    }
+};
+
 class Statistics
 {
 public:
@@ -83,20 +127,19 @@ public:
     {
         m_running.start();
         m_sinceTable.start();
+        if (m_options.seconds > 0)
+            interruptAfter(m_options.seconds);
         QString failure;
         try {
-            const auto isOver = [this] {
-                return m_options.seconds > 0 && m_running.elapsed() >= m_options.seconds * qint64(1000);
-            };
-            while (!isOver()) {
+            for (;;) {
                 sendRequest();
-                m_session.waitUntil([&] { return isOver() || isRequestDue() || isTableDue(); }, RequestIntervalMs);
-                expire();
+                m_session.waitUntil([&] { return m_inbox.state()->isRequestDue() || isTableDue(); }, RequestIntervalMs);
+                m_inbox.state()->expire(m_session.timeoutMs());
                 if (isTableDue())
                     printTable(false);
             }
         } catch (const Interrupted&) {
-            // Ctrl-C is the normal end of this command.
+            // Ctrl-C and --seconds are the normal ends of this command.
         } catch (const Failure& caught) {
             failure = caught.text;
         }
@@ -106,15 +149,11 @@ public:
     }
 
 private:
-    enum Request { Libraries, Elements, Thumbnail, None };
-
     template <typename Message>
     void count(void (citp_stack::*signal)(const citp_stack::SERV_ID&, const Message&))
     {
-        QObject::connect(citp_stack::Get(), signal, &m_scope, [this](const QString& key, const Message& message) {
-            if (key != m_session.key())
-                return;
-            MessageStatistics& received = m_messages[message.cookie];
+        m_inbox.receiveFrom(m_session.key(), signal, [](Counts& counts, const Message& message) {
+            MessageStatistics& received = counts.messages[message.cookie];
             ++received.count;
             received.bytes += message.size;
             received.largest = std::max(received.largest, message.size);
@@ -125,53 +164,52 @@ private:
     // not answer the pending request are ignored.
     void connectAnswers()
     {
-        QObject::connect(citp_stack::Get(), &citp_stack::libraryInfo, &m_scope,
-                         [this](const QString& key, const CITP::Msg_MSEX_ELIN& message) {
-                             if (key != m_session.key() || message.LibraryType != Media || m_pending != Libraries)
-                                 return;
-                             const auto full =
-                                 std::find_if(message.Libraries.begin(), message.Libraries.end(),
-                                              [](const auto& library) { return library.ElementCount > 0; });
-                             m_library = full == message.Libraries.end() ? QString() : full->LIBID;
-                             answered(Libraries);
-                         });
-        QObject::connect(citp_stack::Get(), &citp_stack::mediaInfo, &m_scope,
-                         [this](const QString& key, const CITP::Msg_MSEX_MEIN& message) {
-                             if (key != m_session.key() || message.LibraryId != m_library || m_pending != Elements)
-                                 return;
-                             m_hasElement = !message.Media.empty();
-                             m_element = m_hasElement ? message.Media.front().Number : quint8(0);
-                             answered(Elements);
-                         });
-        QObject::connect(
-            citp_stack::Get(), &citp_stack::elementThumbnail, &m_scope,
-            [this](const QString& key, const CITP::Msg_MSEX_ETHN& message) {
-                if (key == m_session.key() && message.LibraryId == m_library && message.ElementNumber == m_element)
-                    answered(Thumbnail);
-            });
-    }
-
-    bool isRequestDue() const
-    {
-        return m_pending == None && (!m_sinceRequest.isValid() || m_sinceRequest.elapsed() >= RequestIntervalMs);
+        const QString& key = m_session.key();
+        m_inbox.receiveFrom(key, &citp_stack::libraryInfo, [](Counts& counts, const CITP::Msg_MSEX_ELIN& message) {
+            if (message.LibraryType != Media || counts.pending != Counts::Libraries)
+                return;
+            const auto full = std::find_if(message.Libraries.begin(), message.Libraries.end(),
+                                           [](const auto& library) { return library.ElementCount > 0; });
+            counts.library = full == message.Libraries.end() ? QString() : full->LIBID;
+            counts.answered(Counts::Libraries);
+        });
+        m_inbox.receiveFrom(key, &citp_stack::mediaInfo, [](Counts& counts, const CITP::Msg_MSEX_MEIN& message) {
+            if (message.LibraryId != counts.library || counts.pending != Counts::Elements)
+                return;
+            counts.hasElement = !message.Media.empty();
+            counts.element = counts.hasElement ? message.Media.front().Number : quint8(0);
+            counts.answered(Counts::Elements);
+        });
+        m_inbox.receiveFrom(key, &citp_stack::elementThumbnail, [](Counts& counts, const CITP::Msg_MSEX_ETHN& message) {
+            if (message.LibraryId == counts.library && message.ElementNumber == counts.element)
+                counts.answered(Counts::Thumbnail);
+        });
     }
 
     bool isTableDue() const { return m_sinceTable.elapsed() >= m_options.intervalMs; }
 
     void sendRequest()
     {
-        if (!isRequestDue())
-            return;
-        m_sinceRequest.start();
-        m_pending = m_next;
-        ++m_requests[m_pending].sent;
+        Counts::Request request = Counts::None;
+        QString library;
+        quint8 element = 0;
+        {
+            const auto counts = m_inbox.state();
+            if (!counts->isRequestDue())
+                return;
+            counts->sinceRequest.start();
+            request = counts->pending = counts->next;
+            ++counts->requests[request].sent;
+            library = counts->library;
+            element = counts->element;
+        }
         const quint8 minor = m_session.msexMinor();
-        switch (m_pending) {
-            case Elements:
-                m_session.send(CITP::Msg_MSEX_GEIN(minor, Media, m_library, {}));
+        switch (request) {
+            case Counts::Elements:
+                m_session.send(CITP::Msg_MSEX_GEIN(minor, Media, library, {}));
                 break;
-            case Thumbnail:
-                m_session.send(CITP::Msg_MSEX_GETH(minor, Media, m_library, 120, 160, "JPEG", {m_element}));
+            case Counts::Thumbnail:
+                m_session.send(CITP::Msg_MSEX_GETH(minor, Media, library, 120, 160, "JPEG", {element}));
                 break;
             default:
                 m_session.send(CITP::Msg_MSEX_GELI(minor, Media, Root, {}));
@@ -179,54 +217,40 @@ private:
         }
     }
 
-    void answered(Request request)
-    {
-        if (m_pending != request)
-            return;
-        m_requests[request].times.push_back(static_cast<double>(m_sinceRequest.nsecsElapsed()) / 1e6);
-        m_pending = None;
-        if (request == Libraries && !m_library.isEmpty())
-            m_next = Elements;
-        else if (request == Elements && m_hasElement)
-            m_next = Thumbnail;
-        else
-            m_next = Libraries;
-    }
-
-    void expire()
-    {
-        if (m_pending == None || m_sinceRequest.elapsed() < m_session.timeoutMs())
-            return;
-        ++m_requests[m_pending].unanswered;
-        m_pending = None;
-        m_next = Libraries;
-    }
-
     // The rates of the last table refer to the whole run, those of the others to the time since the previous table.
     void printTable(bool isLast)
     {
         const double seconds =
             std::max(0.001, static_cast<double>(isLast ? m_running.elapsed() : m_sinceTable.elapsed()) / 1000);
+        const Counts counts = takeCounts();
+        m_sinceTable.start();
         if (m_options.json)
-            printAsJson(isLast, seconds);
+            printAsJson(counts, isLast, seconds);
         else if (isLast)
-            printLines(lines(true, seconds));
+            printLines(lines(counts, true, seconds));
         else
-            m_table.draw(lines(false, seconds));
-        for (MessageStatistics& received : m_messages) {
+            m_table.draw(lines(counts, false, seconds));
+    }
+
+    // A copy, because the state must not be locked while the output may block.
+    Counts takeCounts()
+    {
+        const auto state = m_inbox.state();
+        Counts counts = *state;
+        for (MessageStatistics& received : state->messages) {
             received.previousCount = received.count;
             received.previousBytes = received.bytes;
         }
-        m_sinceTable.start();
+        return counts;
     }
 
-    QStringList lines(bool isLast, double seconds) const
+    QStringList lines(const Counts& counts, bool isLast, double seconds) const
     {
         const QString duration = decimal(static_cast<double>(m_running.elapsed()) / 1000);
         QStringList lines{
             QString("%1  %2  %3 %4 s").arg(timeOfDay(), m_session.name(), isLast ? "all of" : "after", duration)};
         Table messages({"MESSAGE", " COUNT", " A SECOND", " BYTES A SECOND", " MEAN BYTES", " MOST BYTES"});
-        for (auto entry = m_messages.begin(); entry != m_messages.end(); ++entry) {
+        for (auto entry = counts.messages.begin(); entry != counts.messages.end(); ++entry) {
             const MessageStatistics& received = entry.value();
             messages.add(
                 {entry.key(), QString::number(received.count),
@@ -237,7 +261,7 @@ private:
         }
         lines += messages.lines();
         Table requests({"REQUEST", " SENT", " ANSWERED", " NO ANSWER", " P50 MS", " P95 MS", " MOST MS"});
-        for (const RequestStatistics& asked : m_requests) {
+        for (const RequestStatistics& asked : counts.requests) {
             const auto time = [&asked](int percent) {
                 return asked.times.empty() ? QString("-") : decimal(asked.percentile(percent));
             };
@@ -247,10 +271,10 @@ private:
         return lines + requests.lines();
     }
 
-    void printAsJson(bool isLast, double seconds) const
+    void printAsJson(const Counts& counts, bool isLast, double seconds) const
     {
         QJsonArray messages;
-        for (auto entry = m_messages.begin(); entry != m_messages.end(); ++entry) {
+        for (auto entry = counts.messages.begin(); entry != counts.messages.end(); ++entry) {
             const MessageStatistics& received = entry.value();
             messages.append(QJsonObject{
                 {"message", entry.key()},
@@ -262,7 +286,7 @@ private:
                  static_cast<double>(received.bytes - (isLast ? 0 : received.previousBytes)) / seconds}});
         }
         QJsonArray requests;
-        for (const RequestStatistics& asked : m_requests) {
+        for (const RequestStatistics& asked : counts.requests) {
             QJsonObject request{{"request", asked.name},
                                 {"sent", asked.sent},
                                 {"answered", static_cast<int>(asked.times.size())},
@@ -285,17 +309,9 @@ private:
     const Options& m_options;
     Session m_session;
     LiveTable m_table;
-    QMap<QString, MessageStatistics> m_messages; ///< by content code
-    std::array<RequestStatistics, None> m_requests{{{"GELI", 0, 0, {}}, {"GEIn", 0, 0, {}}, {"GETh", 0, 0, {}}}};
-    Request m_pending = None; ///< sent and not answered yet
-    Request m_next = Libraries;
-    QString m_library; ///< id of the first library with elements; empty if there is none
-    bool m_hasElement = false;
-    quint8 m_element = 0; ///< number of the first element of #m_library
+    Inbox<Counts> m_inbox;
     QElapsedTimer m_running;
     QElapsedTimer m_sinceTable;
-    QElapsedTimer m_sinceRequest;
-    QObject m_scope; ///< last, so that it disconnects the signals before other members are destroyed
 };
 } // namespace
 

@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
 
-#include <QCoreApplication>
 #include <QHash>
-#include <QTimer>
+#include <climits>
 
 #include "adapters.h"
 #include "discovery.h"
+#include "session.h"
 
 namespace Console {
 namespace {
@@ -55,24 +55,33 @@ void printHints()
 
 int watch(const Options& options)
 {
-    CITP::citp_stack* const stack = CITP::citp_stack::Get();
+    ServerEvents events;
     QHash<QString, ServerText> servers;
-    QTimer silence;
-    silence.setSingleShot(true);
-    QObject::connect(&silence, &QTimer::timeout, &silence, printHints);
-
-    const bool json = options.json;
-    QObject::connect(stack, &CITP::citp_stack::serverUp, &silence, [&servers, &silence, json](const QString& key) {
-        silence.stop();
-        servers.insert(key, describe(key));
-        printEvent("up", servers.value(key), json);
-    });
-    QObject::connect(stack, &CITP::citp_stack::serverDown, &silence,
-                     [&servers, json](const QString& key) { printEvent("down", servers.take(key), json); });
-    silence.start(SilenceMs);
+    QElapsedTimer silence; // stopped once a server came up
+    silence.start();
     if (options.seconds > 0)
-        QTimer::singleShot(options.seconds * 1000, &silence, [] { QCoreApplication::exit(0); });
-    stack->setEnabled(true);
-    return QCoreApplication::exec();
+        interruptAfter(options.seconds);
+    CITP::citp_stack::Get()->setEnabled(true);
+    try {
+        for (;;) {
+            const auto hasHints = [&] { return silence.isValid() && silence.elapsed() >= SilenceMs; };
+            processEventsUntil([&] { return !events.isEmpty() || hasHints(); }, INT_MAX);
+            const std::deque<ServerEvent> arrived = events.take();
+            if (arrived.empty() && hasHints())
+                printHints();
+            silence.invalidate();
+            for (const ServerEvent& event : arrived) {
+                if (event.isUp)
+                    servers.insert(event.key, describe(event.key));
+                printEvent(event.isUp ? "up" : "down", event.isUp ? servers.value(event.key) : servers.take(event.key),
+                           options.json);
+            }
+            if (const qint64 dropped = events.takeDropped())
+                warn(QString("%1 events were dropped, because the output was not read").arg(dropped));
+        }
+    } catch (const Interrupted&) {
+        // Ctrl-C and --seconds are the normal ends of this command.
+    }
+    return 0;
 }
 } // namespace Console

@@ -12,7 +12,7 @@
 #include <memory>
 
 #include "printing.h"
-#include "session.h"
+#include "shutdown.h"
 
 namespace Console {
 namespace {
@@ -65,6 +65,8 @@ CaptureFile readCapture(const QString& file, const std::function<void(const Pack
     const u_char* data = nullptr;
     int status = 0;
     while ((status = pcap_next_ex(capture.get(), &header, &data)) == 1) {
+        if (isInterrupted())
+            throw Interrupted{};
         ++result.packets;
         const QByteArray frame =
             QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));

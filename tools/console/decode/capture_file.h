@@ -16,6 +16,6 @@ struct CaptureFile
 };
 
 /// Calls @p handle for every packet of @p file, in the file's order. The packet is valid only during the call.
-/// @throws Failure if the file is not a capture file or has an unsupported link type
+/// @throws Failure if the file is not a capture file or has an unsupported link type, Interrupted
 CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& handle);
 } // namespace Console
