@@ -148,6 +148,78 @@ TEST(ConsoleBeforeOddServers, FetchesWhatThereIsBesideALibraryThatTellsNothing)
               "1.2.0.0-000-Clip.png contact-sheet.png");
 }
 
+TEST(ConsoleBeforeOddServers, ListsWhatThereIsBesideASubLibraryThatTellsNothing)
+{
+    const OddServer server([](const QByteArray& message) {
+        if (Wire::code(message) != "GELI")
+            return QByteArray();
+        if (idIn(message) == id(0, 0))
+            return elin({library(id(1, 1), 0, 0), library(id(1, 2), 1, 0), library(id(1, 3), 1, 0)});
+        return idIn(message) == id(1, 3) ? elin({library(id(2, 3, 1), 0, 0)}) : QByteArray();
+    });
+    const Outcome outcome = run("libraries", server, {"--timeout", "2", "--json"});
+    EXPECT_EQ(outcome.status, 1);
+    QStringList listed;
+    for (const QJsonObject& object : jsonLines(outcome.output))
+        listed << object.value("library").toString();
+    EXPECT_EQ(listed.join(' ').toStdString(), "1,1,0,0 1,2,0,0 1,3,0,0 2,3,1,0");
+    EXPECT_TRUE(outcome.errors.contains("did not send the libraries below 1,2,0,0 within 2 s"))
+        << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.endsWith("did not list the sub-libraries of 1 libraries\n"))
+        << outcome.errors.toStdString();
+}
+
+TEST(ConsoleBeforeOddServers, AsksForNoMoreSubLibrariesAfterTwoThatTellNothing)
+{
+    const OddServer server([](const QByteArray& message) {
+        if (Wire::code(message) != "GELI" || idIn(message) != id(0, 0))
+            return QByteArray();
+        QList<QByteArray> libraries;
+        for (unsigned number = 1; number <= 50; ++number)
+            libraries << library(id(1, number), 1, 0);
+        return elin(libraries);
+    });
+    const Outcome outcome = run("libraries", server, {"--timeout", "1", "--json"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(jsonLines(outcome.output).size(), 50u);
+    EXPECT_EQ(outcome.errors.count("did not send the libraries below"), 2) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.endsWith("of 2 libraries; no more were requested\n")) << outcome.errors.toStdString();
+}
+
+TEST(ConsoleBeforeOddServers, FetchesWhatWasListedBeforeLibrariesThatTellNothing)
+{
+    const OddServer server([](const QByteArray& message) {
+        const QByteArray code = Wire::code(message);
+        if (code == "GELI")
+            return elin(
+                {library(id(1, 1), 0, 1), library(id(1, 2), 0, 1), library(id(1, 3), 0, 1), library(id(1, 4), 0, 1)});
+        if (code == "GEIn" && idIn(message) == id(1, 1))
+            return mein(id(1, 1));
+        return code == "GETh" ? ethn(id(1, 1)) : QByteArray();
+    });
+    const QTemporaryDir target;
+    const Outcome outcome = run("thumbnails", server, {"--timeout", "2", "--to", target.path()});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.output.contains("1 of 1 thumbnails written")) << outcome.output.toStdString();
+    EXPECT_EQ(outcome.errors.count("did not send the elements of library"), 2) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.endsWith("citp-console: 2 libraries did not send their elements\n"))
+        << outcome.errors.toStdString();
+}
+
+TEST(ConsoleBeforeOddServers, RefusesAPatchThatFillsTheMemory)
+{
+    QByteArray fixtures;
+    for (unsigned fixture = 0; fixture < 70; ++fixture)
+        fixtures += Wire::fptc("Ptch", Wire::u16(fixture) + Wire::u8(1) + Wire::u8(0) + Wire::u16(2) + Wire::u16(3) +
+                                           QByteArray(1 << 20, 'm') + QByteArray(2, '\0'));
+    const OddServer server(
+        [&](const QByteArray& message) { return Wire::code(message) == "SPtc" ? fixtures : QByteArray(); });
+    const Outcome outcome = run("patch", server, {"--timeout", "30"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output.toStdString(), "");
+    EXPECT_TRUE(outcome.errors.endsWith("sends a patch of more than 64 MiB\n")) << outcome.errors.toStdString();
+}
+
 TEST(ConsoleBeforeOddServers, GivesUpWhenLibraryAfterLibraryTellsNothing)
 {
     const OddServer server([](const QByteArray& message) {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "inbox.h"
 #include "printing.h"
 
 namespace Console {
@@ -23,6 +24,15 @@ constexpr int MaxDepth = 2;
 // Limits the number of requests if a faulty server lists up to 16 million libraries.
 constexpr std::size_t MaxLibraries = 65536;
 
+constexpr int MaxSilentInARow = 2;
+
+template <typename Content>
+struct Answer
+{
+    std::optional<Content> content;
+    QString remark; ///< about an answer that cannot be used
+};
+
 // The library does not parse the content of an answer in an unknown version.
 QString unknownVersion(const CITP::Msg_MSEX& message)
 {
@@ -33,23 +43,21 @@ QString unknownVersion(const CITP::Msg_MSEX& message)
 
 CITP::Msg_MSEX_ELIN requestLibraries(Session& session, quint8 type, const QString& parent)
 {
-    std::optional<CITP::Msg_MSEX_ELIN> answer;
-    QString remark;
-    QObject scope;
-    QObject::connect(citp_stack::Get(), &citp_stack::libraryInfo, &scope,
-                     [&](const QString& key, const CITP::Msg_MSEX_ELIN& message) {
-                         if (key != session.key() || message.LibraryType != type || answer)
-                             return;
-                         if (message.versionMinor > 2)
-                             remark = unknownVersion(message);
-                         else
-                             answer.emplace(message);
-                     });
+    Inbox<Answer<CITP::Msg_MSEX_ELIN>> inbox;
+    inbox.receiveFrom(session.key(), &citp_stack::libraryInfo,
+                      [type](Answer<CITP::Msg_MSEX_ELIN>& answer, const CITP::Msg_MSEX_ELIN& message) {
+                          if (message.LibraryType != type || answer.content)
+                              return;
+                          if (message.versionMinor > 2)
+                              answer.remark = unknownVersion(message);
+                          else
+                              answer.content.emplace(message);
+                      });
     session.send(CITP::Msg_MSEX_GELI(session.msexMinor(), type, parent, {}));
     session.waitFor(
         parent == Root ? QString("its libraries") : QString("the libraries below ") + parent,
-        [&] { return answer.has_value(); }, [&] { return remark; });
-    return *answer;
+        [&] { return inbox.state()->content.has_value(); }, [&] { return inbox.state()->remark; });
+    return *inbox.state()->content;
 }
 
 // Missing fields of a truncated answer read as zero, which results in duplicate entries.
@@ -69,35 +77,70 @@ bool isChildOf(const QString& id, const QString& parent)
     return levels.constFirst().toInt() == depth + 1 && levels.mid(1, depth) == parentLevels.mid(1, depth);
 }
 
-// Depth first, so that children follow their parent.
-void collectLibraries(Session& session, quint8 type, const QString& parent, int depth, QSet<QString>& known,
-                      std::vector<Library>& all)
+class LibraryCollector
 {
-    int duplicates = 0;
-    int unexpected = 0;
-    for (const auto& info : requestLibraries(session, type, parent).Libraries) {
-        if (known.contains(info.LIBID)) {
-            ++duplicates;
-            continue;
+public:
+    LibraryCollector(Session& session, quint8 type) : m_session(session), m_type(type) {}
+
+    // Depth first, so that children follow their parent.
+    void collect(const QString& parent, int depth)
+    {
+        int duplicates = 0;
+        int unexpected = 0;
+        const CITP::Msg_MSEX_ELIN answer = requestLibraries(m_session, m_type, parent);
+        m_silentInARow = 0;
+        for (const auto& info : answer.Libraries) {
+            if (m_known.contains(info.LIBID)) {
+                ++duplicates;
+                continue;
+            }
+            // The top-level request has no parent to compare with.
+            if (depth > 0 && !isChildOf(info.LIBID, parent)) {
+                ++unexpected;
+                continue;
+            }
+            if (m_list.libraries.size() >= MaxLibraries)
+                throw Failure{
+                    QString("%1 lists more than %2 libraries").arg(m_session.name(), QString::number(MaxLibraries))};
+            m_known.insert(info.LIBID);
+            m_list.libraries.push_back({info, depth});
+            if (info.SubLibraryCount > 0 && depth < MaxDepth && m_silentInARow < MaxSilentInARow)
+                collectBelow(info.LIBID, depth);
         }
-        // The top-level request has no parent to compare with.
-        if (depth > 0 && !isChildOf(info.LIBID, parent)) {
-            ++unexpected;
-            continue;
-        }
-        if (all.size() >= MaxLibraries)
-            throw Failure{
-                QString("%1 lists more than %2 libraries").arg(session.name(), QString::number(MaxLibraries))};
-        known.insert(info.LIBID);
-        all.push_back({info, depth});
-        if (info.SubLibraryCount > 0 && depth < MaxDepth)
-            collectLibraries(session, type, info.LIBID, depth + 1, known, all);
+        warnAboutDuplicates(duplicates, m_session.name());
+        if (unexpected > 0)
+            warn(QString("%1 lists %2 libraries that are not below %3, as requested; they are ignored")
+                     .arg(m_session.name(), QString::number(unexpected), parent));
     }
-    warnAboutDuplicates(duplicates, session.name());
-    if (unexpected > 0)
-        warn(QString("%1 lists %2 libraries that are not below %3, as requested; they are ignored")
-                 .arg(session.name(), QString::number(unexpected), parent));
-}
+
+    LibraryList takeList()
+    {
+        if (m_silent > 0)
+            m_list.problem = QString("%1 did not list the sub-libraries of %2 libraries%3")
+                                 .arg(m_session.name(), QString::number(m_silent),
+                                      m_silentInARow < MaxSilentInARow ? "" : "; no more were requested");
+        return std::move(m_list);
+    }
+
+private:
+    void collectBelow(const QString& parent, int depth)
+    {
+        try {
+            collect(parent, depth + 1);
+        } catch (const NoAnswer& silence) {
+            warn(silence.text);
+            ++m_silent;
+            ++m_silentInARow;
+        }
+    }
+
+    Session& m_session;
+    const quint8 m_type;
+    LibraryList m_list;
+    QSet<QString> m_known;
+    int m_silent = 0;       ///< libraries that did not answer
+    int m_silentInARow = 0; ///< since the last answer
+};
 
 void removeDuplicates(std::vector<Element>& elements, const QString& id)
 {
@@ -178,38 +221,34 @@ QString libraryId(const QString& text, quint8 msexMinor)
         QString("library %1: the server uses MSEX 1.0, which has top-level libraries only; give a number").arg(text)};
 }
 
-std::vector<Library> fetchLibraries(Session& session, quint8 type)
+LibraryList fetchLibraries(Session& session, quint8 type)
 {
-    std::vector<Library> all;
-    QSet<QString> known;
-    collectLibraries(session, type, Root, 0, known, all);
-    return all;
+    LibraryCollector collector(session, type);
+    collector.collect(Root, 0);
+    return collector.takeList();
 }
 
 ElementList fetchElements(Session& session, quint8 type, const QString& id)
 {
-    std::optional<ElementList> answer;
-    QString remark;
-    QObject scope;
+    Inbox<Answer<ElementList>> inbox;
     // The server chooses which of the three messages it sends. The library id in it identifies the request.
-    const auto handleAnswer = [&](const QString& key, const auto& message) {
-        if (key != session.key() || answer)
+    const auto handleAnswer = [id](Answer<ElementList>& answer, const auto& message) {
+        if (answer.content)
             return;
         if (message.versionMinor > 2)
-            remark = unknownVersion(message);
+            answer.remark = unknownVersion(message);
         else if (message.LibraryId == id)
-            answer = toList(message);
+            answer.content = toList(message);
     };
-    QObject::connect(citp_stack::Get(), &citp_stack::mediaInfo, &scope,
-                     [&](const QString& key, const CITP::Msg_MSEX_MEIN& message) { handleAnswer(key, message); });
-    QObject::connect(citp_stack::Get(), &citp_stack::effectInfo, &scope,
-                     [&](const QString& key, const CITP::Msg_MSEX_EEIN& message) { handleAnswer(key, message); });
-    QObject::connect(citp_stack::Get(), &citp_stack::genericInfo, &scope,
-                     [&](const QString& key, const CITP::Msg_MSEX_GLEI& message) { handleAnswer(key, message); });
+    inbox.receiveFrom(session.key(), &citp_stack::mediaInfo, handleAnswer);
+    inbox.receiveFrom(session.key(), &citp_stack::effectInfo, handleAnswer);
+    inbox.receiveFrom(session.key(), &citp_stack::genericInfo, handleAnswer);
     session.send(CITP::Msg_MSEX_GEIN(session.msexMinor(), type, id, {}));
     session.waitFor(
-        "the elements of library " + id, [&] { return answer.has_value(); }, [&] { return remark; });
-    removeDuplicates(answer->elements, id);
-    return *answer;
+        "the elements of library " + id, [&] { return inbox.state()->content.has_value(); },
+        [&] { return inbox.state()->remark; });
+    ElementList list = std::move(*inbox.state()->content);
+    removeDuplicates(list.elements, id);
+    return list;
 }
 } // namespace Console

@@ -32,6 +32,12 @@ struct Element
     QStringList parameters;
 };
 
+struct LibraryList
+{
+    std::vector<Library> libraries; ///< parents precede their children
+    QString problem;                ///< why sub-libraries may be missing; empty if the list is complete
+};
+
 struct ElementList
 {
     enum class Kind { Media, Effects, Generic };
@@ -44,11 +50,12 @@ struct ElementList
 /// @throws Failure if MSEX 1.0 cannot express the id
 QString libraryId(const QString& text, quint8 msexMinor);
 
-/// Requests all libraries of @p type, since MSEX 1.1 with their sub-libraries. Parents precede their children.
-/// @throws Failure if an answer times out
-std::vector<Library> fetchLibraries(Session& session, quint8 type);
+/// Requests all libraries of @p type, since MSEX 1.1 with their sub-libraries. A library that does not list its
+/// sub-libraries in time is reported on standard error and skipped; after two in a row, no more are requested.
+/// @throws NoAnswer if the top-level libraries do not arrive in time, Failure if the server lists too many
+LibraryList fetchLibraries(Session& session, quint8 type);
 
 /// Requests all elements of the library @p id of @p type.
-/// @throws Failure if the answer times out
+/// @throws NoAnswer if they do not arrive in time
 ElementList fetchElements(Session& session, quint8 type, const QString& id);
 } // namespace Console

@@ -15,6 +15,7 @@
 #include "commands.h"
 #include "discovery.h"
 #include "doctor_report.h"
+#include "inbox.h"
 #include "pictures.h"
 #include "port_users.h"
 
@@ -382,7 +383,7 @@ private:
     {
         std::vector<Library> libraries;
         try {
-            libraries = fetchLibraries(session, Media);
+            libraries = fetchLibraries(session, Media).libraries;
             m_report.ok("library", QString("%1 media libraries").arg(libraries.size()));
         } catch (const Failure& failure) {
             m_report.failed("library", failure.text,
@@ -429,19 +430,19 @@ private:
 
     static Picture fetchThumbnail(Session& session, const QString& library, quint8 element)
     {
-        std::optional<Picture> picture;
-        QObject scope;
-        QObject::connect(CITP::citp_stack::Get(), &CITP::citp_stack::elementThumbnail, &scope,
-                         [&](const QString& key, const CITP::Msg_MSEX_ETHN& answer) {
-                             if (key == session.key() && !picture)
-                                 picture.emplace(toPicture(answer));
-                         });
+        Inbox<std::optional<CITP::Msg_MSEX_ETHN>> inbox;
+        inbox.receiveFrom(
+            session.key(), &CITP::citp_stack::elementThumbnail,
+            [library, element](std::optional<CITP::Msg_MSEX_ETHN>& answer, const CITP::Msg_MSEX_ETHN& message) {
+                if (!answer && message.LibraryId == library && message.ElementNumber == element)
+                    answer.emplace(message);
+            });
         session.send(CITP::Msg_MSEX_GETH(session.msexMinor(), Media, library,
                                          static_cast<quint16>(ThumbnailSize.height()),
                                          static_cast<quint16>(ThumbnailSize.width()), "JPEG", {element}));
         session.waitFor(QString("the thumbnail of element %1 of library %2").arg(element).arg(escapeControls(library)),
-                        [&] { return picture.has_value(); });
-        return *picture;
+                        [&] { return inbox.state()->has_value(); });
+        return toPicture(**inbox.state());
     }
 
     // --- Network ---------------------------------------------------------------------------------------------------

@@ -20,21 +20,13 @@ void printAsJson(const Session& session, const Library& library, int type)
                {"subLibraries", library.info.SubLibraryCount},
                {"serial", static_cast<double>(library.info.SerialNumber)}});
 }
-} // namespace
 
-int listLibraries(const Options& options)
+void printAsText(const Session& session, const std::vector<Library>& libraries, int type)
 {
-    Session session(options);
-    const std::vector<Library> libraries = fetchLibraries(session, static_cast<quint8>(options.type));
-    if (options.json) {
-        for (const Library& library : libraries)
-            printAsJson(session, library, options.type);
-        return 0;
-    }
     printLine(QString("%1: %2 libraries of type %3")
-                  .arg(session.name(), QString::number(libraries.size()), QString::number(options.type)));
+                  .arg(session.name(), QString::number(libraries.size()), QString::number(type)));
     if (libraries.empty())
-        return 0;
+        return;
     Table table({"LIBRARY", " DMX", " ELEMENTS", " SUB-LIBRARIES", " SERIAL", "NAME"});
     for (const Library& library : libraries) {
         const auto& info = library.info;
@@ -43,6 +35,21 @@ int listLibraries(const Options& options)
                    QString::number(info.SerialNumber), QString("  ").repeated(library.depth) + info.Name});
     }
     printLines(table.lines());
+}
+} // namespace
+
+int listLibraries(const Options& options)
+{
+    Session session(options);
+    const LibraryList list = fetchLibraries(session, static_cast<quint8>(options.type));
+    if (options.json) {
+        for (const Library& library : list.libraries)
+            printAsJson(session, library, options.type);
+    } else {
+        printAsText(session, list.libraries, options.type);
+    }
+    if (!list.problem.isEmpty())
+        throw Failure{list.problem};
     return 0;
 }
 } // namespace Console

@@ -5,10 +5,13 @@
 #include <QDir>
 #include <QHash>
 #include <QSaveFile>
+#include <deque>
+#include <utility>
 
 #include "catalogue.h"
 #include "commands.h"
 #include "contact_sheet.h"
+#include "inbox.h"
 #include "pictures.h"
 #include "printing.h"
 #include "progress.h"
@@ -17,6 +20,8 @@ namespace Console {
 namespace {
 // Pending requests: enough to hide the network latency, few enough not to overload the server.
 constexpr int MaxInFlight = 4;
+// More than any show has. Bounds the memory for a server that lists elements without end.
+constexpr std::size_t MaxThumbnails = 100000;
 
 // An element and the state of its thumbnail.
 struct Thumbnail
@@ -31,14 +36,22 @@ struct Thumbnail
 };
 
 // The libraries to fetch. Only the id of a library given on the command line is set.
-std::vector<Library> requestedLibraries(Session& session, const Options& options)
+LibraryList requestedLibraries(Session& session, const Options& options)
 {
     if (options.library.isEmpty())
         return fetchLibraries(session, static_cast<quint8>(options.type));
     Library library;
     library.info.LIBID = libraryId(options.library, session.msexMinor());
-    return {library};
+    return {{library}, {}};
 }
+
+// The answers that the stack's thread has received. No more wait than were requested.
+struct ThumbnailAnswers
+{
+    QHash<QString, std::size_t> expected; ///< index of the thumbnail, by requestKey()
+    std::deque<std::pair<std::size_t, CITP::Msg_MSEX_ETHN>> arrived;
+    int unexpected = 0; ///< answers that match no pending request
+};
 
 class Fetcher
 {
@@ -46,11 +59,18 @@ public:
     Fetcher(Session& session, const Options& options, std::vector<Thumbnail>& thumbnails)
         : m_session(session), m_options(options), m_thumbnails(thumbnails)
     {
-        QObject::connect(CITP::citp_stack::Get(), &CITP::citp_stack::elementThumbnail, &m_scope,
-                         [this](const QString& key, const CITP::Msg_MSEX_ETHN& answer) {
-                             if (key == m_session.key())
-                                 handleAnswer(answer);
-                         });
+        const int type = options.type;
+        m_inbox.receiveFrom(session.key(), &CITP::citp_stack::elementThumbnail,
+                            [type](ThumbnailAnswers& answers, const CITP::Msg_MSEX_ETHN& answer) {
+                                const auto request =
+                                    answers.expected.find(requestKey(answer.LibraryId, answer.ElementNumber));
+                                if (request == answers.expected.end() || answer.LibraryType != type) {
+                                    ++answers.unexpected;
+                                    return;
+                                }
+                                answers.arrived.emplace_back(*request, answer);
+                                answers.expected.erase(request);
+                            });
     }
 
     void run()
@@ -59,51 +79,47 @@ public:
         m_sinceAnswer.start();
         while (m_next < m_thumbnails.size() || !m_pending.isEmpty()) {
             sendRequests();
-            const auto done = m_done;
-            m_session.waitUntil([&] { return m_done != done; }, 100);
+            m_session.waitUntil([&] { return !m_inbox.state()->arrived.empty(); }, 100);
+            const auto arrived = std::exchange(m_inbox.state()->arrived, {});
+            for (const auto& [index, answer] : arrived)
+                handleAnswer(index, answer);
             expire();
             progress.show(m_done);
         }
     }
 
     /// Number of answers that match no pending request.
-    int unexpected() const { return m_unexpected; }
+    int unexpected() { return m_inbox.state()->unexpected; }
 
 private:
-    struct Request
-    {
-        std::size_t index;
-        QElapsedTimer since;
-    };
-
     static QString requestKey(const QString& library, int element)
     {
         return QString("%1/%2").arg(library).arg(element);
     }
 
+    static QString requestKey(const Thumbnail& thumbnail)
+    {
+        return requestKey(thumbnail.libraryId, thumbnail.element.number);
+    }
+
     void sendRequests()
     {
         for (; m_pending.size() < MaxInFlight && m_next < m_thumbnails.size(); ++m_next) {
-            const Thumbnail& thumbnail = m_thumbnails[m_next];
+            Thumbnail& thumbnail = m_thumbnails[m_next];
+            m_inbox.state()->expected.insert(requestKey(thumbnail), m_next);
             m_session.send(CITP::Msg_MSEX_GETH(m_session.msexMinor(), static_cast<quint8>(m_options.type),
                                                thumbnail.libraryId, static_cast<quint16>(m_options.size.height()),
                                                static_cast<quint16>(m_options.size.width()), m_options.format,
                                                {thumbnail.element.number}));
-            Request request{m_next, {}};
-            request.since.start();
-            m_pending.insert(requestKey(thumbnail.libraryId, thumbnail.element.number), request);
+            thumbnail.problem = "no answer";
+            m_pending[m_next].start();
         }
     }
 
-    void handleAnswer(const CITP::Msg_MSEX_ETHN& answer)
+    void handleAnswer(std::size_t index, const CITP::Msg_MSEX_ETHN& answer)
     {
-        const auto request = m_pending.constFind(requestKey(answer.LibraryId, answer.ElementNumber));
-        if (request == m_pending.constEnd() || answer.LibraryType != m_options.type) {
-            ++m_unexpected;
-            return;
-        }
-        Thumbnail& thumbnail = m_thumbnails[request->index];
-        m_pending.erase(request);
+        Thumbnail& thumbnail = m_thumbnails[index];
+        m_pending.remove(index);
         m_sinceAnswer.start();
         ++m_done;
         const Picture picture = toPicture(answer);
@@ -129,59 +145,61 @@ private:
     // A single lost answer only fails its own request. If the server sends no answers at all, the command stops.
     void expire()
     {
+        bool hasExpired = false;
         for (auto request = m_pending.begin(); request != m_pending.end();) {
-            if (request->since.elapsed() < m_session.timeoutMs()) {
+            if (request->elapsed() < m_session.timeoutMs()) {
                 ++request;
                 continue;
             }
-            m_thumbnails[request->index].problem = "no answer";
+            m_inbox.state()->expected.remove(requestKey(m_thumbnails[request.key()]));
             request = m_pending.erase(request);
             ++m_done;
-            m_hasExpired = true;
+            hasExpired = true;
         }
-        if (m_hasExpired && m_sinceAnswer.elapsed() >= m_session.timeoutMs()) {
-            for (const Request& request : qAsConst(m_pending))
-                m_thumbnails[request.index].problem = "no answer";
+        if (hasExpired && m_sinceAnswer.elapsed() >= m_session.timeoutMs())
             throw Failure{QString("%1 does not answer: no thumbnail for %2; --timeout allows more time")
                               .arg(m_session.name(), secondsText(m_session.timeoutMs()))};
-        }
-        m_hasExpired = false;
     }
 
     Session& m_session;
     const Options& m_options;
     std::vector<Thumbnail>& m_thumbnails;
+    Inbox<ThumbnailAnswers> m_inbox;
     std::size_t m_next = 0;
-    QHash<QString, Request> m_pending;
+    QMap<std::size_t, QElapsedTimer> m_pending; ///< by index, since when
     QElapsedTimer m_sinceAnswer;
-    bool m_hasExpired = false;
     int m_done = 0;
-    int m_unexpected = 0;
-    QObject m_scope; ///< last, so that it disconnects the signals before other members are destroyed
 };
 
 struct ThumbnailList
 {
     std::vector<Thumbnail> thumbnails;
-    bool isComplete = true; ///< every library has sent its elements
+    QStringList problems; ///< why thumbnails may be missing in the list
 };
 
-// A single library that does not answer is skipped. After two in a row, the command stops.
+// A library that does not answer is skipped. After two in a row, no more are requested.
 ThumbnailList listThumbnails(Session& session, const Options& options)
 {
     ThumbnailList list;
+    const LibraryList libraries = requestedLibraries(session, options);
+    if (!libraries.problem.isEmpty())
+        list.problems << libraries.problem;
+    int silent = 0;
     bool hasFailed = false;
-    for (const Library& library : requestedLibraries(session, options)) {
+    for (const Library& library : libraries.libraries) {
         std::vector<Element> elements;
         try {
             elements = fetchElements(session, static_cast<quint8>(options.type), library.info.LIBID).elements;
             hasFailed = false;
-        } catch (const Failure& failure) {
-            if (hasFailed || session.isDown() || !options.library.isEmpty())
+        } catch (const NoAnswer& silence) {
+            // Without any element there is nothing to fetch.
+            if (!options.library.isEmpty() || (hasFailed && list.thumbnails.empty()))
                 throw;
-            warn(failure.text);
+            warn(silence.text);
+            ++silent;
+            if (hasFailed)
+                break;
             hasFailed = true;
-            list.isComplete = false;
             continue;
         }
         if (options.library.isEmpty() && elements.size() != library.info.ElementCount)
@@ -196,7 +214,12 @@ ThumbnailList listThumbnails(Session& session, const Options& options)
             thumbnail.element = element;
             list.thumbnails.push_back(thumbnail);
         }
+        if (list.thumbnails.size() > MaxThumbnails)
+            throw Failure{QString("%1 lists more than %2 elements; give a library")
+                              .arg(session.name(), QString::number(MaxThumbnails))};
     }
+    if (silent > 0)
+        list.problems << QString("%1 libraries did not send their elements").arg(silent);
     return list;
 }
 
@@ -293,18 +316,19 @@ int fetchThumbnails(const Options& options)
         failure = "interrupted";
     }
     QStringList sheets;
-    bool isComplete = list.isComplete;
+    QStringList problems = list.problems;
     try {
         sheets = drawSheets(session, options, thumbnails);
     } catch (const Failure& caught) {
-        warn(caught.text);
-        isComplete = false;
+        problems << caught.text;
     }
     const int missing = report(session, options, thumbnails, sheets);
     if (fetcher.unexpected() > 0)
         warn(QString("%1 answers were unexpected or damaged").arg(fetcher.unexpected()));
-    if (!failure.isEmpty())
-        throw Failure{failure};
-    return missing > 0 || !isComplete ? 1 : 0;
+    if (missing > 0)
+        problems.prepend(QString("%1 of %2 thumbnails are missing").arg(missing).arg(thumbnails.size()));
+    if (!failure.isEmpty() || !problems.isEmpty())
+        throw Failure{failure.isEmpty() ? problems.join("; ") : failure};
+    return 0;
 }
 } // namespace Console
