@@ -179,6 +179,17 @@ TEST(ConsoleBrowse, ShowsLayersInATable)
     EXPECT_TRUE(lines[2].endsWith("250 25 0x00000001 Grey across")) << lines[2].toStdString();
 }
 
+TEST(ConsoleBrowse, SaysHowManyLayersATerminalCannotShow)
+{
+    const Server server({"--layers", "20", "--layer-rate", "20"});
+    const QString command =
+        "stty rows 10 cols 60; exec " CONSOLE_PROGRAM " layers " + key + " --adapter lo --seconds 1";
+    Child terminal("script", {"-qec", command, "/dev/null"});
+    EXPECT_EQ(terminal.waitForEnd(), 0);
+    // A heading, the titles, six of the layers, and this.
+    EXPECT_TRUE(terminal.output().contains("(14 more lines: enlarge the window)")) << terminal.output().toStdString();
+}
+
 TEST(ConsoleBrowse, SaysThatNoLayerStatusComes)
 {
     const Server server;

@@ -220,6 +220,25 @@ TEST(ConsoleBeforeOddServers, RefusesAPatchThatFillsTheMemory)
     EXPECT_TRUE(outcome.errors.endsWith("sends a patch of more than 64 MiB\n")) << outcome.errors.toStdString();
 }
 
+TEST(ConsoleBeforeOddServers, PrintsNoRowWiderThanTwoCells)
+{
+    const auto fixture = [](unsigned number, const QByteArray& make, const QByteArray& name) {
+        return Wire::fptc("Ptch", Wire::u16(number) + Wire::u8(1) + Wire::u8(0) + Wire::u16(2) + Wire::u16(3) + make +
+                                      '\0' + name + '\0');
+    };
+    QByteArray fixtures = fixture(0, QByteArray(40000, 'm'), QByteArray(40000, 'n'));
+    for (unsigned number = 1; number < 2000; ++number)
+        fixtures += fixture(number, "Make", "Name");
+    const OddServer server(
+        [&](const QByteArray& message) { return Wire::code(message) == "SPtc" ? fixtures : QByteArray(); });
+    const Outcome outcome = run("patch", server, {});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    const QStringList lines = outcome.output.split('\n');
+    EXPECT_EQ(lines.size(), 2003);
+    for (const QString& line : lines)
+        ASSERT_LE(line.size(), 40 + 2 * 256) << line.left(100).toStdString();
+}
+
 TEST(ConsoleBeforeOddServers, GivesUpWhenLibraryAfterLibraryTellsNothing)
 {
     const OddServer server([](const QByteArray& message) {

@@ -88,7 +88,7 @@ int listElements(const Options& options)
     Table table(titles(list.kind));
     for (const Element& element : list.elements)
         table.add(row(list.kind, element));
-    printLines(table.lines());
+    table.print();
     return 0;
 }
 } // namespace Console

@@ -34,7 +34,7 @@ void printAsText(const Session& session, const std::vector<Library>& libraries, 
                    QString::number(info.ElementCount), QString::number(info.SubLibraryCount),
                    QString::number(info.SerialNumber), QString("  ").repeated(library.depth) + info.Name});
     }
-    printLines(table.lines());
+    table.print();
 }
 } // namespace
 

@@ -2,32 +2,36 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "live_table.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "printing.h"
+#include "terminal.h"
 
 namespace Console {
 LiveTable::LiveTable() : m_isTerminal(isatty(STDOUT_FILENO) != 0) {}
 
 void LiveTable::draw(const QStringList& lines)
 {
-    const QStringList shown = clipped(lines);
+    const QStringList shown = fitted(lines);
     if (m_isTerminal && m_lines > 0)
         print(QString("\x1b[%1A\x1b[J").arg(m_lines));
     printLines(shown);
     m_lines = static_cast<int>(shown.size());
 }
 
-// Lines that wrap or scroll cannot be drawn over.
-QStringList LiveTable::clipped(const QStringList& lines) const
+// Lines that wrap or scroll cannot be drawn over. The last one says how many do not fit.
+QStringList LiveTable::fitted(const QStringList& lines) const
 {
-    winsize window{};
-    if (!m_isTerminal || ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0 || window.ws_row < 2)
+    const QSize terminal = m_isTerminal ? terminalSize() : QSize();
+    const int rows = terminal.height() - 1;
+    if (rows < 1 || terminal.width() < 1)
         return lines;
-    QStringList out;
-    for (const QString& line : lines.mid(0, window.ws_row - 1))
-        out << line.left(window.ws_col);
+    const auto leftOut = static_cast<int>(lines.size()) - rows;
+    QStringList out = leftOut <= 0 ? lines : lines.mid(0, rows - 1);
+    if (leftOut > 0)
+        out << QString("(%1 more lines: enlarge the window)").arg(leftOut + 1);
+    for (QString& line : out)
+        line = clipped(line, terminal.width());
     return out;
 }
 } // namespace Console

@@ -12,11 +12,12 @@ public:
     LiveTable();
 
     bool isTerminal() const { return m_isTerminal; }
-    /// @param lines with control characters escaped; on a terminal they are clipped to its window
+    /// @param lines with control characters escaped; on a terminal they are fitted to its window, and the last
+    /// line says how many are left out
     void draw(const QStringList& lines);
 
 private:
-    QStringList clipped(const QStringList& lines) const;
+    QStringList fitted(const QStringList& lines) const;
 
     bool m_isTerminal;
     int m_lines = 0; ///< number of lines to draw over

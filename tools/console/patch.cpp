@@ -83,7 +83,7 @@ int listPatch(const Options& options)
                    QString::number(fixture.Channel), QString::number(fixture.ChannelCount), fixture.FixtureMake,
                    fixture.FixtureName});
     }
-    printLines(table.lines());
+    table.print();
     return 0;
 }
 } // namespace Console

@@ -3,48 +3,61 @@
 #include "table.h"
 
 #include "printing.h"
+#include "terminal.h"
 
 namespace Console {
-Table::Table(const QStringList& titles)
+namespace {
+constexpr int MaxWidthWithoutTerminal = 256;
+} // namespace
+
+Table::Table(const QStringList& titles) : m_maxWidth(terminalSize().width())
 {
+    if (m_maxWidth <= 0)
+        m_maxWidth = MaxWidthWithoutTerminal;
     QStringList row;
     for (const QString& title : titles) {
         m_isRightAligned.push_back(title.startsWith(' '));
         row << title.trimmed();
     }
-    m_rows.push_back(row);
+    m_widths.resize(m_isRightAligned.size());
+    add(row);
 }
 
 void Table::add(const QStringList& cells)
 {
     QStringList row;
-    for (const QString& cell : cells)
-        row << escapeControls(cell);
+    for (int column = 0; column < cells.size(); ++column) {
+        row << clipped(escapeControls(cells.at(column)), m_maxWidth);
+        int& width = m_widths[static_cast<std::size_t>(column)];
+        width = qMax(width, columnsOf(row.constLast()));
+    }
     m_rows.push_back(row);
 }
 
 QStringList Table::lines() const
 {
-    std::vector<int> widths(m_isRightAligned.size());
-    for (const QStringList& row : m_rows) {
-        for (int column = 0; column < row.size(); ++column) {
-            int& width = widths[static_cast<std::size_t>(column)];
-            width = qMax(width, static_cast<int>(row.at(column).size()));
-        }
-    }
     QStringList lines;
-    for (const QStringList& row : m_rows) {
-        QString line;
-        for (int column = 0; column < row.size(); ++column) {
-            const auto index = static_cast<std::size_t>(column);
-            const bool isLast = column == row.size() - 1;
-            const QString& cell = row.at(column);
-            line += m_isRightAligned[index] ? cell.rightJustified(widths[index])
-                                            : cell.leftJustified(isLast ? 0 : widths[index]);
-            line += isLast ? "" : "  ";
-        }
-        lines << line;
-    }
+    for (const QStringList& row : m_rows)
+        lines << line(row);
     return lines;
+}
+
+void Table::print() const
+{
+    for (const QStringList& row : m_rows)
+        printLine(line(row));
+}
+
+QString Table::line(const QStringList& row) const
+{
+    QString line;
+    for (int column = 0; column < row.size(); ++column) {
+        const auto index = static_cast<std::size_t>(column);
+        const bool isLast = column == row.size() - 1;
+        const bool isRight = m_isRightAligned[index];
+        line += padded(row.at(column), isLast && !isRight ? 0 : m_widths[index], isRight);
+        line += isLast ? "" : "  ";
+    }
+    return line;
 }
 } // namespace Console

@@ -7,7 +7,7 @@
 
 namespace Console {
 /// Collects rows and aligns their columns. The last column is not padded, so it suits long names. Control characters in
-/// cells are escaped.
+/// cells are escaped. No cell is wider than the terminal, or than 256 columns without one.
 class Table
 {
 public:
@@ -18,8 +18,14 @@ public:
     void add(const QStringList& cells);
     /// The lines of the table, starting with the titles.
     QStringList lines() const;
+    /// Prints the lines, without keeping all of them.
+    void print() const;
 
 private:
+    QString line(const QStringList& row) const;
+
+    int m_maxWidth;
+    std::vector<int> m_widths;       ///< columns of the terminal for each column of the table
     std::vector<QStringList> m_rows; ///< the titles first
     std::vector<bool> m_isRightAligned;
 };
