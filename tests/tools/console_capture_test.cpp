@@ -171,8 +171,30 @@ TEST(ConsoleCapture, SaysThatTheFileCannotBeWritten)
     EXPECT_EQ(outcome.errors.count('\n'), 1) << outcome.errors.toStdString();
     EXPECT_TRUE(outcome.errors.contains("/nowhere/at/all.pcap")) << outcome.errors.toStdString();
 
+    // Replacing a device would do harm.
+    const Outcome device = runConsole(capture("/dev/null"));
+    EXPECT_EQ(device.status, 1);
+    EXPECT_EQ(device.errors.toStdString(), "citp-console: '/dev/null' cannot be written: it is not a regular file\n");
+
     const Server server;
-    const Outcome full = runConsole(capture("/dev/full"));
-    EXPECT_EQ(full.status, 1);
-    EXPECT_TRUE(full.errors.contains("cannot be written")) << full.errors.toStdString();
+    const cap::Files files;
+    const QString file = files.path("limited.pcap");
+    Child full("sh", {"-c", "trap '' XFSZ; ulimit -f 1; exec " CONSOLE_PROGRAM " " + capture(file).join(' ')});
+    EXPECT_EQ(full.waitForEnd(), 1);
+    EXPECT_TRUE(full.errors().contains("cannot be written: is the disk full?")) << full.errors().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(file));
+}
+
+TEST(ConsoleCapture, LeavesTheFileAloneUntilItIsComplete)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const QString file = files.write("show.pcap", "old");
+    Console recorder(capture(file));
+    recorder.waitForLine("capturing on ");
+    EXPECT_EQ(QFileInfo(file).size(), 3);
+    recorder.interrupt();
+    EXPECT_EQ(recorder.waitForEnd(), 0);
+    EXPECT_GT(QFileInfo(file).size(), 3);
 }

@@ -20,6 +20,11 @@ CITP::Msg_MSEX_ETHN answer(const QString& format, int width, int height, const Q
     return message;
 }
 
+Picture toPicture(const CITP::Msg_MSEX_ETHN& message)
+{
+    return Console::toPicture(message, QSize(160, 120));
+}
+
 QByteArray encoded(const QImage& image, const char* format)
 {
     QBuffer buffer;
@@ -63,7 +68,7 @@ TEST(Pictures, Rgb8BecomesPngWithTheSamePixels)
     const Picture picture = toPicture(answer("RGB8", 2, 2, QByteArray::fromHex("ff000000ff000000ff010203")));
     EXPECT_EQ(picture.problem.toStdString(), "");
     EXPECT_EQ(picture.extension.toStdString(), "png");
-    EXPECT_EQ(picture.size, QSize(2, 2));
+    EXPECT_EQ(picture.image.size(), QSize(2, 2));
     EXPECT_EQ(QImage::fromData(picture.file, "png").convertToFormat(QImage::Format_RGB888), twoByTwo());
 }
 
@@ -105,6 +110,44 @@ TEST(Pictures, APictureTooBigForMemoryIsRefusedUnread)
     const QByteArray wide = encoded(QImage(5000, 1, QImage::Format_RGB888), "png");
     EXPECT_EQ(toPicture(answer("PNG ", 2, 2, wide)).problem.toStdString(),
               "5000x1 pixels are too large for a thumbnail");
+}
+
+TEST(Pictures, OnesOfManyTimesTheRequestedPixelsAreRefused)
+{
+    const QByteArray allowed = encoded(QImage(1024, 1024, QImage::Format_RGB888), "png");
+    const QByteArray tooLarge = encoded(QImage(1025, 1024, QImage::Format_RGB888), "png");
+    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, allowed)).problem.toStdString(), "");
+    EXPECT_EQ(toPicture(answer("PNG ", 2, 2, tooLarge)).problem.toStdString(),
+              "1025x1024 pixels are too large for a thumbnail");
+    EXPECT_EQ(Console::toPicture(answer("PNG ", 2, 2, tooLarge), QSize(320, 240)).problem.toStdString(), "");
+}
+
+TEST(Pictures, OnesThatAreCutInHalfAreRefused)
+{
+    QImage noise(160, 120, QImage::Format_RGB888);
+    for (int y = 0; y < noise.height(); ++y) {
+        for (int x = 0; x < noise.width(); ++x)
+            noise.setPixel(x, y, qRgb(x * y % 256, x * 7 % 256, y * 11 % 256));
+    }
+    const QByteArray jpeg = encoded(noise, "jpeg");
+    EXPECT_EQ(toPicture(answer("JPEG", 160, 120, jpeg)).problem.toStdString(), "");
+    for (const auto size : {jpeg.size() / 2, jpeg.size() - 2})
+        EXPECT_EQ(toPicture(answer("JPEG", 160, 120, jpeg.left(size))).problem.toStdString(), "the picture is cut off");
+    const QByteArray png = encoded(noise, "png");
+    EXPECT_FALSE(toPicture(answer("PNG ", 160, 120, png.left(png.size() / 2))).problem.isEmpty());
+}
+
+TEST(Pictures, JpegsOfManyScansAreRefused)
+{
+    const auto withScans = [](int scans) {
+        const QByteArray jpeg = encoded(twoByTwo(), "jpeg");
+        const auto first = jpeg.indexOf("\xff\xda");
+        const QByteArray scan = jpeg.mid(first, jpeg.size() - 2 - first);
+        return jpeg.left(first) + scan.repeated(scans) + jpeg.right(2);
+    };
+    EXPECT_FALSE(toPicture(answer("JPEG", 2, 2, withScans(100))).problem.contains("scans"));
+    EXPECT_EQ(toPicture(answer("JPEG", 2, 2, withScans(101))).problem.toStdString(),
+              "101 scans are too many for a thumbnail");
 }
 
 TEST(FileNames, KeepLettersAndReplaceWhatCouldDoHarm)

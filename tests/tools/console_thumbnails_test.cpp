@@ -204,6 +204,25 @@ TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheContactSheetCannotBeWritten)
         << outcome.errors.toStdString();
 }
 
+TEST(ConsoleThumbnails, WritesThroughNoLink)
+{
+    const QTemporaryDir target;
+    QFile kept(target.filePath("kept"));
+    ASSERT_TRUE(kept.open(QIODevice::WriteOnly) && kept.write("kept") == 4);
+    kept.close();
+    for (const char* const name : {"1.2.0.0-001-Grid.jpg", "contact-sheet.png"})
+        ASSERT_TRUE(kept.link(target.filePath(name)));
+    const Server server;
+    const Outcome outcome = fetch(target.path(), {"2"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.output.contains("element 1 \"Grid\": could not be written: it is a link"))
+        << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.errors.endsWith("citp-console: 1 of 4 thumbnails are missing; could not write " +
+                                        target.filePath("contact-sheet.png") + ": it is a link\n"))
+        << outcome.errors.toStdString();
+    EXPECT_EQ(QFileInfo(kept).size(), 4);
+}
+
 TEST(ConsoleThumbnails, DrawsNoSheetTallerThanCanBeDrawn)
 {
     const QTemporaryDir target;

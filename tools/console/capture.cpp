@@ -1,16 +1,19 @@
 // The command "capture": records the CITP traffic of an adapter into a file.
 // SPDX-License-Identifier: Apache-2.0
 #include <pcap/pcap.h>
+#include <unistd.h>
 
 #include <QCoreApplication>
 #include <QFile>
 #include <QSocketNotifier>
 #include <climits>
+#include <cstdio>
 #include <memory>
 
 #include "adapters.h"
 #include "commands.h"
 #include "decode/classifier.h"
+#include "new_file.h"
 #include "printing.h"
 #include "session.h"
 
@@ -75,12 +78,15 @@ class Recorder
 {
 public:
     Recorder(const QString& adapter, const QString& file, qint64 maxPackets)
-        : m_name(escapeControls(file)), m_maxPackets(maxPackets), m_capture(openAdapter(adapter))
+        : m_name(escapeControls(file)), m_maxPackets(maxPackets), m_capture(openAdapter(adapter)), m_newFile(file)
     {
-        m_file.reset(pcap_dump_open(m_capture.get(), QFile::encodeName(file).constData()));
+        if (!m_newFile.open())
+            throw Failure{QString("'%1' cannot be written: %2").arg(m_name, m_newFile.problem())};
+        // Closing the stream must not close the descriptor of the new file.
+        m_file.reset(pcap_dump_fopen(m_capture.get(), fdopen(dup(m_newFile.descriptor()), "wb")));
         char problem[PCAP_ERRBUF_SIZE] = "";
         if (!m_file)
-            throw Failure{QString("cannot write: %1").arg(reason(m_capture))};
+            throw Failure{QString("'%1' cannot be written: %2").arg(m_name, reason(m_capture))};
         if (pcap_setnonblock(m_capture.get(), 1, problem) != 0)
             throw Failure{QString("cannot capture: %1").arg(escapeControls(QString::fromLocal8Bit(problem)))};
     }
@@ -96,14 +102,19 @@ public:
         if (count == PCAP_ERROR)
             m_problem = QString("capturing ended: %1").arg(reason(m_capture));
         else if (pcap_dump_flush(m_file.get()) != 0)
-            m_problem = QString("'%1' cannot be written: is the disk full?").arg(m_name);
+            failToWrite("is the disk full?");
         return m_problem.isEmpty() && m_written < m_maxPackets;
     }
 
-    /// Prints how many packets were written and dropped.
+    /// Gives the file its name, and prints how many packets were written and dropped.
     /// @throws Failure if an error ended the recording
     void report()
     {
+        m_file.reset();
+        if (m_canWrite && !m_newFile.commit())
+            failToWrite(m_newFile.problem());
+        if (!m_canWrite)
+            throw Failure{m_problem};
         pcap_stat counts{};
         const bool isKnown = pcap_stats(m_capture.get(), &counts) == 0;
         const QString dropped = isKnown ? QString::number(quint64(counts.ps_drop) + counts.ps_ifdrop) : QString("?");
@@ -113,6 +124,12 @@ public:
     }
 
 private:
+    void failToWrite(const QString& why)
+    {
+        m_problem = QString("'%1' cannot be written: %2").arg(m_name, why);
+        m_canWrite = false;
+    }
+
     static void handlePacket(u_char* recorder, const pcap_pkthdr* header, const u_char* data)
     {
         reinterpret_cast<Recorder*>(recorder)->write(header, data);
@@ -131,7 +148,9 @@ private:
     const QString m_name;
     const qint64 m_maxPackets;
     Capture m_capture;
+    NewFile m_newFile;
     Dump m_file;
+    bool m_canWrite = true;
     Classifier m_classifier;
     QString m_problem;
     qint64 m_written = 0;

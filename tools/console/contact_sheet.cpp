@@ -2,20 +2,38 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "contact_sheet.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFontMetrics>
-#include <QImage>
-#include <QImageReader>
 #include <QPainter>
-#include <QSaveFile>
+#include <algorithm>
+#include <iterator>
+#include <utility>
 
-#include "shutdown.h"
+#include "new_file.h"
+#include "printing.h"
 
 namespace Console {
+// A cell and its position.
+struct PlacedCell
+{
+    const SheetCell* cell;
+    QPoint position;
+    bool opensSection; ///< a section heading is drawn above it
+};
+
+struct SheetLayout
+{
+    std::vector<PlacedCell> cells;
+    QSize size;
+};
+
 namespace {
 constexpr int MaxCellsPerSheet = 300;
-// Qt 5 cannot draw beyond 32767 pixels. Many small sections reach this height before a sheet is full.
-constexpr int MaxSheetHeight = 30000;
+// Bounds the memory for a sheet to 56 MB. Many small sections reach this height before a sheet is full.
+constexpr int MaxSheetHeight = 8000;
+// Fast compression: at the default, most of the time of a sheet would go into a few percent of its size.
+constexpr int PngQuality = 80;
 constexpr int MinColumns = 4;
 constexpr int MaxColumns = 10;
 constexpr QSize PictureSize(160, 120);
@@ -35,20 +53,6 @@ const QColor Frame(58, 59, 63);
 const QColor Missing(92, 40, 40);
 const QColor MissingInk(255, 150, 140);
 
-// A cell and its position.
-struct PlacedCell
-{
-    const SheetCell* cell;
-    QPoint position;
-    bool opensSection; ///< a section heading is drawn above it
-};
-
-struct Layout
-{
-    std::vector<PlacedCell> cells;
-    QSize size;
-};
-
 // As many columns as the longest section has cells, within the limits.
 int columnsFor(const SheetCell* begin, const SheetCell* end)
 {
@@ -62,9 +66,9 @@ int columnsFor(const SheetCell* begin, const SheetCell* end)
 }
 
 // Lays out the first cells, as many as fit on one sheet.
-Layout arrange(const SheetCell* begin, const SheetCell* end)
+SheetLayout arrange(const SheetCell* begin, const SheetCell* end)
 {
-    Layout layout;
+    SheetLayout layout;
     const int columns = columnsFor(begin, end);
     int column = 0;
     int y = TitleHeight;
@@ -92,13 +96,12 @@ class SheetPainter
 public:
     explicit SheetPainter(QImage& sheet) : m_painter(&sheet), m_width(sheet.width())
     {
-        sheet.fill(Paper);
         m_painter.setRenderHints(QPainter::Antialiasing | QPainter::SmoothPixmapTransform);
     }
 
     void title(const QString& text) { write(QRect(Gap, 0, m_width - 2 * Gap, TitleHeight), text, Ink, 17, true); }
 
-    void cell(const PlacedCell& placed)
+    void cell(const PlacedCell& placed, const QString& detail, const QImage& image)
     {
         const QPoint position = placed.position;
         if (placed.opensSection) {
@@ -108,28 +111,26 @@ public:
             write(heading, placed.cell->section, Ink, 14, true);
         }
         const QRect frame(position, PictureSize);
-        const bool hasPicture = picture(frame, *placed.cell);
+        picture(frame, image);
         write(QRect(position.x(), frame.bottom() + 2, PictureSize.width(), LabelHeight), placed.cell->label, Ink, 12,
               false);
-        write(QRect(position.x(), frame.bottom() + 1 + LabelHeight, PictureSize.width(), DetailHeight),
-              placed.cell->detail, hasPicture ? FaintInk : MissingInk, 10, false);
+        write(QRect(position.x(), frame.bottom() + 1 + LabelHeight, PictureSize.width(), DetailHeight), detail,
+              image.isNull() ? MissingInk : FaintInk, 10, false);
     }
 
 private:
-    bool picture(const QRect& frame, const SheetCell& cell)
+    void picture(const QRect& frame, const QImage& image)
     {
-        const QImage image = cell.file.isEmpty() ? QImage() : QImageReader(cell.file).read();
         m_painter.fillRect(frame, image.isNull() ? Missing : Frame);
         if (image.isNull()) {
             m_painter.setPen(QPen(MissingInk, 1.5));
             m_painter.drawLine(frame.topLeft(), frame.bottomRight());
             m_painter.drawLine(frame.bottomLeft(), frame.topRight());
-            return false;
+            return;
         }
         QRect target(QPoint(), image.size().scaled(frame.size(), Qt::KeepAspectRatio).expandedTo(QSize(1, 1)));
         target.moveCenter(frame.center());
         m_painter.drawImage(target, image);
-        return true;
     }
 
     // Writes one line. A text that is too long is elided in the middle, because names of clips often differ at the end.
@@ -148,33 +149,67 @@ private:
     int m_width;
 };
 
-void save(const QImage& sheet, const QString& path)
-{
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || !sheet.save(&file, "png") || !file.commit())
-        throw Failure{QString("could not write %1: %2").arg(path, file.errorString())};
-}
 } // namespace
 
-QStringList writeContactSheets(const QString& folder, const QString& title, const std::vector<SheetCell>& cells)
+struct ContactSheets::Sheet
 {
-    QStringList paths;
-    for (std::size_t first = 0; first < cells.size();) {
-        const std::size_t count = std::min(cells.size() - first, static_cast<std::size_t>(MaxCellsPerSheet));
-        const Layout layout = arrange(cells.data() + first, cells.data() + first + count);
-        first += layout.cells.size();
-        QImage sheet(layout.size, QImage::Format_RGB32);
-        {
-            SheetPainter painter(sheet);
-            painter.title(title);
-            for (const PlacedCell& placed : layout.cells)
-                painter.cell(placed);
-        }
-        const QString name =
-            paths.isEmpty() ? QString("contact-sheet.png") : QString("contact-sheet-%1.png").arg(paths.size() + 1);
-        paths << QDir(folder).filePath(name);
-        save(sheet, paths.constLast());
+    SheetLayout layout;
+    std::size_t first; ///< index of its first cell
+    QString path;
+    std::size_t drawn = 0;
+    QImage image; ///< only while some of the cells have been drawn
+};
+
+ContactSheets::ContactSheets(const QString& folder, const QString& title, std::vector<SheetCell> cells)
+    : m_title(title), m_cells(std::move(cells))
+{
+    for (std::size_t first = 0; first < m_cells.size();) {
+        const std::size_t count = std::min(m_cells.size() - first, static_cast<std::size_t>(MaxCellsPerSheet));
+        Sheet sheet;
+        sheet.layout = arrange(m_cells.data() + first, m_cells.data() + first + count);
+        sheet.first = first;
+        sheet.path = QDir(folder).filePath(m_sheets.empty() ? QString("contact-sheet.png")
+                                                            : QString("contact-sheet-%1.png").arg(m_sheets.size() + 1));
+        first += sheet.layout.cells.size();
+        m_sheets.push_back(std::move(sheet));
     }
-    return paths;
+}
+
+ContactSheets::~ContactSheets() = default;
+
+void ContactSheets::draw(std::size_t index, const QString& detail, const QImage& image)
+{
+    const auto next = std::upper_bound(m_sheets.begin(), m_sheets.end(), index,
+                                       [](std::size_t wanted, const Sheet& sheet) { return wanted < sheet.first; });
+    Sheet& sheet = *std::prev(next);
+    const bool isNew = sheet.image.isNull();
+    if (isNew) {
+        sheet.image = QImage(sheet.layout.size, QImage::Format_RGB32);
+        sheet.image.fill(Paper);
+    }
+    {
+        SheetPainter painter(sheet.image);
+        if (isNew)
+            painter.title(m_title);
+        painter.cell(sheet.layout.cells[index - sheet.first], detail, image);
+    }
+    if (++sheet.drawn == sheet.layout.cells.size()) {
+        save(sheet);
+        sheet.image = QImage();
+    }
+}
+
+// Encoded before the file is opened, so that a file is not left behind if the program is terminated meanwhile.
+void ContactSheets::save(const Sheet& sheet)
+{
+    QBuffer buffer;
+    buffer.open(QIODevice::WriteOnly);
+    NewFile file(sheet.path);
+    const bool isEncoded = sheet.image.save(&buffer, "png", PngQuality);
+    if (isEncoded && file.open() && file.write(buffer.data()) && file.commit())
+        m_paths << sheet.path;
+    else if (m_problem.isEmpty())
+        m_problem = QString("could not write %1: %2")
+                        .arg(escapeControls(sheet.path), isEncoded ? file.problem() : QString("out of memory"));
 }
 } // namespace Console

@@ -417,8 +417,8 @@ private:
             if (picture.problem.isEmpty())
                 m_report.ok("thumbnail", subject + QString("%1, %2 x %3")
                                                        .arg(picture.format)
-                                                       .arg(picture.size.width())
-                                                       .arg(picture.size.height()));
+                                                       .arg(picture.image.width())
+                                                       .arg(picture.image.height()));
             else
                 m_report.failed("thumbnail", subject + escapeControls(picture.problem),
                                 "check that element in the server itself; citp-console thumbnails checks every "
@@ -442,7 +442,7 @@ private:
                                          static_cast<quint16>(ThumbnailSize.width()), "JPEG", {element}));
         session.waitFor(QString("the thumbnail of element %1 of library %2").arg(element).arg(escapeControls(library)),
                         [&] { return inbox.state()->has_value(); });
-        return toPicture(**inbox.state());
+        return toPicture(**inbox.state(), ThumbnailSize);
     }
 
     // --- Network ---------------------------------------------------------------------------------------------------

@@ -7,8 +7,13 @@
 
 namespace Console {
 namespace {
-// Pictures with a longer side are rejected before decoding: a few bytes can claim a size that exhausts the memory.
+// Pictures beyond these limits are rejected before decoding, because a few bytes can claim a size that exhausts the
+// memory, and 65 KB can hold thousands of scans over all pixels. Servers that ignore the requested size exceed it by
+// less.
 constexpr int MaxSide = 4096;
+constexpr qint64 MaxPixels = 1 << 20;
+constexpr qint64 MaxTimesRequested = 16;
+constexpr int MaxScans = 100;
 constexpr int MaxNameBytes = 80;
 
 Picture unusable(const QString& problem)
@@ -35,10 +40,24 @@ Picture fromRgb8(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
     buffer.open(QIODevice::WriteOnly);
     if (!image.save(&buffer, "png"))
         return unusable("could not be converted to PNG");
-    return {{}, buffer.data(), "png", "RGB8", image.size()};
+    return {{}, buffer.data(), "png", "RGB8", image.copy()};
 }
 
-Picture fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const char* format, const QString& extension)
+// Within a JPEG, these markers appear only where they have effect, except in the previews that some cameras embed.
+QString problemOfJpeg(const QByteArray& bytes)
+{
+    const QByteArray startOfScan("\xff\xda");
+    const QByteArray endOfImage("\xff\xd9");
+    const auto scans = bytes.count(startOfScan);
+    if (scans > MaxScans)
+        return QString("%1 scans are too many for a thumbnail").arg(scans);
+    if (bytes.lastIndexOf(endOfImage) < bytes.lastIndexOf(startOfScan))
+        return "the picture is cut off";
+    return {};
+}
+
+Picture fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const QSize& requested, const char* format,
+                    const QString& extension)
 {
     QByteArray bytes = answer.ThumbnailBuffer;
     QBuffer buffer(&bytes);
@@ -46,12 +65,16 @@ Picture fromEncoded(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const 
     QImageReader reader(&buffer, format);
     reader.setDecideFormatFromContent(false);
     const QSize size = reader.size();
-    if (size.width() > MaxSide || size.height() > MaxSide)
+    const qint64 maxPixels = qMax(MaxPixels, MaxTimesRequested * requested.width() * requested.height());
+    if (size.width() > MaxSide || size.height() > MaxSide || qint64(size.width()) * size.height() > maxPixels)
         return unusable(QString("%1x%2 pixels are too large for a thumbnail").arg(size.width()).arg(size.height()));
+    const QString problem = extension == QLatin1String("jpg") ? problemOfJpeg(bytes) : QString();
+    if (!problem.isEmpty())
+        return unusable(problem);
     const QImage image = reader.read();
     if (image.isNull())
         return unusable(QString("%1 bytes are not a %2 picture").arg(bytes.size()).arg(QString(format).toUpper()));
-    return {{}, bytes, extension, QString(format).toUpper(), image.size()};
+    return {{}, bytes, extension, QString(format).toUpper(), image};
 }
 
 bool isAllowed(uint codePoint)
@@ -61,16 +84,16 @@ bool isAllowed(uint codePoint)
 }
 } // namespace
 
-Picture toPicture(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer)
+Picture toPicture(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const QSize& requested)
 {
     if (answer.ThumbnailBuffer.isEmpty())
         return unusable("empty or damaged answer");
     if (answer.ThumbnailFormat == "RGB8")
         return fromRgb8(answer);
     if (answer.ThumbnailFormat == "PNG ")
-        return fromEncoded(answer, "png", "png");
+        return fromEncoded(answer, requested, "png", "png");
     if (answer.ThumbnailFormat == "JPEG")
-        return fromEncoded(answer, "jpeg", "jpg");
+        return fromEncoded(answer, requested, "jpeg", "jpg");
     return unusable(QString("unknown format '%1'").arg(answer.ThumbnailFormat));
 }
 

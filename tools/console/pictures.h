@@ -16,12 +16,13 @@ struct Picture
     QByteArray file;   ///< content of the file: as received, or RGB8 converted to PNG
     QString extension; ///< "jpg" or "png"
     QString format;    ///< as received: "JPEG", "PNG" or "RGB8"
-    QSize size;        ///< of the decoded picture, in pixels
+    QImage image;      ///< the decoded picture
 };
 
-/// Checks and decodes @p answer. Does not throw, whatever the answer contains, and needs no more memory than a decoded
-/// picture of 4096x4096 pixels, which is 128 MiB.
-Picture toPicture(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer);
+/// Checks and decodes @p answer. Does not throw, whatever the answer contains. Refuses pictures that would take much
+/// more memory or time than one of the size @p requested: of more than 16 times its pixels (at least 1 million), with a
+/// side above 4096, or, in JPEG, of more than 100 scans.
+Picture toPicture(const CITP::Msg_MSEX_Thumbnail_Response_Base& answer, const QSize& requested);
 
 /// Converts @p name to a part of a file name that is valid on all systems: letters, digits, marks and "-+,()._" are
 /// kept, other characters are replaced by "_", and the result is cut to 80 bytes of UTF-8. May be empty.

@@ -4,7 +4,6 @@
 
 #include <QDir>
 #include <QHash>
-#include <QSaveFile>
 #include <deque>
 #include <utility>
 
@@ -12,6 +11,7 @@
 #include "commands.h"
 #include "contact_sheet.h"
 #include "inbox.h"
+#include "new_file.h"
 #include "pictures.h"
 #include "printing.h"
 #include "progress.h"
@@ -33,6 +33,7 @@ struct Thumbnail
     QString file;
     QString format;
     QSize size;
+    bool isDrawn = false; ///< on a contact sheet
 };
 
 // The libraries to fetch. Only the id of a library given on the command line is set.
@@ -53,11 +54,18 @@ struct ThumbnailAnswers
     int unexpected = 0; ///< answers that match no pending request
 };
 
+QString detailOf(const Thumbnail& thumbnail)
+{
+    if (!thumbnail.problem.isEmpty())
+        return escapeControls(thumbnail.problem);
+    return QString("%1  %2 x %3").arg(thumbnail.format).arg(thumbnail.size.width()).arg(thumbnail.size.height());
+}
+
 class Fetcher
 {
 public:
-    Fetcher(Session& session, const Options& options, std::vector<Thumbnail>& thumbnails)
-        : m_session(session), m_options(options), m_thumbnails(thumbnails)
+    Fetcher(Session& session, const Options& options, std::vector<Thumbnail>& thumbnails, ContactSheets& sheets)
+        : m_session(session), m_options(options), m_thumbnails(thumbnails), m_sheets(sheets)
     {
         const int type = options.type;
         m_inbox.receiveFrom(session.key(), &CITP::citp_stack::elementThumbnail,
@@ -122,22 +130,24 @@ private:
         m_pending.remove(index);
         m_sinceAnswer.start();
         ++m_done;
-        const Picture picture = toPicture(answer);
+        const Picture picture = toPicture(answer, m_options.size);
         thumbnail.problem = picture.problem;
         if (picture.problem.isEmpty())
             write(picture, thumbnail);
+        m_sheets.draw(index, detailOf(thumbnail), thumbnail.problem.isEmpty() ? picture.image : QImage());
+        thumbnail.isDrawn = true;
     }
 
     void write(const Picture& picture, Thumbnail& thumbnail)
     {
         thumbnail.format = picture.format;
-        thumbnail.size = picture.size;
+        thumbnail.size = picture.image.size();
         thumbnail.file = QDir(m_options.to)
                              .filePath(fileName(thumbnail.libraryId, thumbnail.element.number, thumbnail.element.name,
                                                 picture.extension));
-        QSaveFile file(thumbnail.file);
-        if (!file.open(QIODevice::WriteOnly) || file.write(picture.file) != picture.file.size() || !file.commit()) {
-            thumbnail.problem = "could not be written: " + file.errorString();
+        NewFile file(thumbnail.file);
+        if (!file.open() || !file.write(picture.file) || !file.commit()) {
+            thumbnail.problem = "could not be written: " + file.problem();
             thumbnail.file.clear();
         }
     }
@@ -164,6 +174,7 @@ private:
     Session& m_session;
     const Options& m_options;
     std::vector<Thumbnail>& m_thumbnails;
+    ContactSheets& m_sheets;
     Inbox<ThumbnailAnswers> m_inbox;
     std::size_t m_next = 0;
     QMap<std::size_t, QElapsedTimer> m_pending; ///< by index, since when
@@ -223,26 +234,23 @@ ThumbnailList listThumbnails(Session& session, const Options& options)
     return list;
 }
 
-QStringList drawSheets(const Session& session, const Options& options, const std::vector<Thumbnail>& thumbnails)
+std::vector<SheetCell> sheetCells(const std::vector<Thumbnail>& thumbnails)
 {
     std::vector<SheetCell> cells;
-    int written = 0;
-    for (const Thumbnail& thumbnail : thumbnails) {
-        written += thumbnail.problem.isEmpty() ? 1 : 0;
-        SheetCell cell;
-        cell.section = escapeControls(QString("Library %1   %2").arg(thumbnail.libraryId, thumbnail.libraryName));
-        cell.label = escapeControls(QString("%1  %2").arg(thumbnail.element.number).arg(thumbnail.element.name));
-        cell.detail =
-            thumbnail.problem.isEmpty()
-                ? QString("%1  %2 x %3").arg(thumbnail.format).arg(thumbnail.size.width()).arg(thumbnail.size.height())
-                : escapeControls(thumbnail.problem);
-        cell.file = thumbnail.file;
-        cells.push_back(cell);
+    for (const Thumbnail& thumbnail : thumbnails)
+        cells.push_back({escapeControls(QString("Library %1   %2").arg(thumbnail.libraryId, thumbnail.libraryName)),
+                         escapeControls(QString("%1  %2").arg(thumbnail.element.number).arg(thumbnail.element.name))});
+    return cells;
+}
+
+void drawMissing(const std::vector<Thumbnail>& thumbnails, ContactSheets& sheets)
+{
+    for (std::size_t index = 0; index < thumbnails.size(); ++index) {
+        if (isInterrupted())
+            throw Interrupted{};
+        if (!thumbnails[index].isDrawn)
+            sheets.draw(index, detailOf(thumbnails[index]), {});
     }
-    const QString title =
-        QString("%1  %2 of %3 thumbnails")
-            .arg(toText(session.server()), QString::number(written), QString::number(thumbnails.size()));
-    return writeContactSheets(options.to, title, cells);
 }
 
 void printAsJson(const Session& session, const Thumbnail& thumbnail)
@@ -305,24 +313,26 @@ int fetchThumbnails(const Options& options)
     Session session(options);
     ThumbnailList list = listThumbnails(session, options);
     std::vector<Thumbnail>& thumbnails = list.thumbnails;
-    Fetcher fetcher(session, options, thumbnails);
-    // The thumbnails fetched before a failure are still reported.
+    const QString count = QString::number(thumbnails.size());
+    ContactSheets sheets(options.to, QString("%1  %2 elements").arg(toText(session.server()), count),
+                         sheetCells(thumbnails));
+    Fetcher fetcher(session, options, thumbnails, sheets);
+    // The thumbnails fetched before a failure are still reported, and drawn unless the user waits for the end.
     QString failure;
     try {
-        fetcher.run();
-    } catch (const Failure& caught) {
-        failure = caught.text;
+        try {
+            fetcher.run();
+        } catch (const Failure& caught) {
+            failure = caught.text;
+        }
+        drawMissing(thumbnails, sheets);
     } catch (const Interrupted&) {
         failure = "interrupted";
     }
-    QStringList sheets;
     QStringList problems = list.problems;
-    try {
-        sheets = drawSheets(session, options, thumbnails);
-    } catch (const Failure& caught) {
-        problems << caught.text;
-    }
-    const int missing = report(session, options, thumbnails, sheets);
+    if (!sheets.problem().isEmpty())
+        problems << sheets.problem();
+    const int missing = report(session, options, thumbnails, sheets.paths());
     if (fetcher.unexpected() > 0)
         warn(QString("%1 answers were unexpected or damaged").arg(fetcher.unexpected()));
     if (missing > 0)
