@@ -6,7 +6,7 @@
 include(CMakePackageConfigHelpers)
 
 set(CITP_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Citp)
-set(CITP_LIBRARIES citp)
+set(CITP_LIBRARIES citp citp_client)
 if(NOT CITP_SYSTEM_PACKAGE)
   list(APPEND CITP_LIBRARIES citp_system)
 endif()
@@ -38,9 +38,11 @@ install(FILES
 
 # Only with the bundled system library: only the CMake package of a console's own one knows its link dependencies.
 if(NOT CITP_SYSTEM_PACKAGE)
-  set(CITP_PC_NAME citp-qt${CITP_QT_MAJOR})
   file(RELATIVE_PATH CITP_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
   string(REGEX REPLACE "/$" "" CITP_PC_TO_PREFIX "${CITP_PC_TO_PREFIX}")
-  configure_file(cmake/citp.pc.in ${CITP_PC_NAME}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${CITP_PC_NAME}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+  foreach(name citp citp-client)
+    configure_file(cmake/${name}.pc.in ${name}-qt${CITP_QT_MAJOR}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${name}-qt${CITP_QT_MAJOR}.pc
+      DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+  endforeach()
 endif()

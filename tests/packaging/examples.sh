@@ -4,7 +4,7 @@
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 
-examples="servers every_signal own_system"
+examples="servers thumbnails every_signal own_system"
 if [ "${2:-}" != --in-namespace ]; then
     [ "$has_tools" = ON ] || { echo "The programs are left out of this build: no server to run the examples with"; exit 77; }
     [ -z "$system_package" ] || { echo "The system library is not the bundled one: no example replaces it"; exit 77; }
@@ -58,6 +58,18 @@ test_servers()
     run servers 10 --name Stage --
     expect servers '^up    127\.0\.0\.2:4811  "Stage"  Citp Simulator$'
     expect servers '^      127\.0\.0\.2:4811  first library 1,1,0,0  ".+"  [1-9][0-9]* elements$'
+}
+
+test_thumbnails()
+{
+    mkdir -p "$work/example-thumbnails/saved"
+    cd "$work/example-thumbnails/saved"
+    run thumbnails 10 --name Stage --
+    expect thumbnails '^127\.0\.0\.2:4811  "Stage"  state 3  Citp Simulator$'
+    expect thumbnails '^127\.0\.0\.2:4811-[0-9]+\.jpg  [1-9][0-9]+$'
+    for picture in *.jpg; do
+        head -c 2 "$picture" | cmp - <(printf '\xff\xd8') || fail "$picture is no JPEG"
+    done
 }
 
 test_every_signal()

@@ -4,12 +4,12 @@
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 
-for header in "$source"/citp/*.h "$source"/system/citp_system/*.h; do
+for header in "$source"/citp/*.h "$source"/client/citp_client/*.h "$source"/system/citp_system/*.h; do
     name=${header#"$source"/}
-    name=${name#system/}
+    name=${name#system/} name=${name#client/}
     case $name in
         *_p.h) ;;
-        *) [ -z "$system_package" ] || [ "${name%%/*}" = citp ] || continue
+        *) [ -z "$system_package" ] || [ "${name%%/*}" != citp_system ] || continue
            [ -e "$prefix/include/$name" ] || fail "$name is not installed" ;;
     esac
 done

@@ -53,5 +53,6 @@ check()
 }
 
 check "$prefix/$libdir/libcitp-qt$qt_major.so" "$prefix/include/citp" "$citp_names"
+check "$prefix/$libdir/libcitp-client-qt$qt_major.so" "$prefix/include/citp_client" "$citp_names"
 [ -n "$system_package" ] ||
     check "$prefix/$libdir/libcitp-system-qt$qt_major.so" "$prefix/include/citp_system" "$system_names"

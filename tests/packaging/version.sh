@@ -10,8 +10,8 @@ same()
     echo "$1: $2"
 }
 
-names="citp"
-[ -n "$system_package" ] || names="citp citp-system"
+names="citp citp-client"
+[ -n "$system_package" ] || names="citp citp-client citp-system"
 for name in $names; do
     library=$prefix/$libdir/lib$name-qt$qt_major.so
     same "file name of $name" "$(basename "$(readlink -f "$library")")" "lib$name-qt$qt_major.so.$version"
@@ -20,8 +20,10 @@ for name in $names; do
 done
 same "package file" \
     "$(sed -n 's/^set(PACKAGE_VERSION "\(.*\)")$/\1/p' "$prefix/$libdir/cmake/Citp/CitpConfigVersion.cmake")" "$version"
-[ -n "$system_package" ] || same "pkg-config" \
-    "$(sed -n 's/^Version: //p' "$prefix/$libdir/pkgconfig/citp-qt$qt_major.pc")" "$version"
+for name in citp citp-client; do
+    [ -n "$system_package" ] || same "pkg-config of $name" \
+        "$(sed -n 's/^Version: //p' "$prefix/$libdir/pkgconfig/$name-qt$qt_major.pc")" "$version"
+done
 same "debian/changelog" "$(sed -n '1s/^citp (\([^)]*\)).*/\1/p' "$source/debian/changelog")" "$version"
 if [ "$has_tools" = ON ]; then
     for program in citp-browser citp-console citp-mediaserver; do

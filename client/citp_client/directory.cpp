@@ -1,0 +1,208 @@
+// The states of the servers and the reading of their information.
+// SPDX-License-Identifier: Apache-2.0
+#include <citp_client/directory.h>
+
+#include <citp/citp_codecs.h>
+
+#include <algorithm>
+
+namespace CITP {
+namespace {
+constexpr qint64 directoryInterval = 1000; // ms
+constexpr quint8 lastUnlistedType = 3;
+
+// Before MSEX 1.2 the list begins two bytes early, with the minor version of the product and the number of layers.
+QStringList layersOf(const Msg_MSEX_SINF& sinf)
+{
+    QStringList layers;
+    for (const QString& source : sinf.LayerDMXSources) {
+        layers << source;
+    }
+    if (sinf.GetHighestMsexVersion() >= 2 || layers.isEmpty()) {
+        return layers;
+    }
+    if (sinf.ProductVersionMinor != 0) {
+        layers.first().remove(0, 2);
+    } else {
+        layers.removeFirst();
+        if (!layers.isEmpty()) {
+            layers.first().remove(0, 1);
+        }
+    }
+    return layers;
+}
+
+void describe(Server& server, const Msg_MSEX_SINF& sinf)
+{
+    server.product = sinf.ProductName;
+    server.version = QStringLiteral("%1.%2").arg(sinf.ProductVersionMajor).arg(sinf.ProductVersionMinor);
+    server.msexMinor = sinf.GetHighestMsexVersion();
+    if (server.msexMinor >= 2) {
+        server.version += QStringLiteral(".%1").arg(sinf.ProductVersionBugfix);
+    }
+    server.uuid = sinf.UUID;
+    server.types.clear();
+    for (quint8 type = 1; type < 16; ++type) {
+        const bool isListed =
+            sinf.SupportedLibraryTypes == 0 ? type <= lastUnlistedType : (sinf.SupportedLibraryTypes >> type & 1) != 0;
+        // There is no message for generic elements in MSEX 1.0.
+        if (isListed && (server.msexMinor > 0 || type < lastUnlistedType)) {
+            server.types.push_back(type);
+        }
+    }
+    server.pictureFormats.clear();
+    for (const unsigned int format : sinf.ThumbnailFormats) {
+        QString text;
+        server.pictureFormats << fromGraphicFormat(text, format).trimmed();
+    }
+    server.layers = layersOf(sinf);
+}
+} // namespace
+
+Directory::Directory(Transport& transport, QObject* parent) : QObject(parent), m_transport(transport)
+{
+    connect(&transport, &Transport::serverHeard, this, &Directory::hear);
+    connect(&transport, &Transport::serverUp, this, &Directory::setUp);
+    connect(&transport, &Transport::serverDown, this, [this](const QString& key) {
+        const auto found = m_servers.find(key);
+        if (found != m_servers.end()) {
+            found->second.firstHeard = found->second.lastHeard = m_transport.now();
+            setState(found->second, Server::Lost);
+        }
+    });
+    connect(&transport, &Transport::wokenUp, this, &Directory::checkTime);
+    // The transport does not report again the servers that are up already.
+    for (const QString& key : transport.servers()) {
+        setUp(key);
+    }
+    transport.wakeUpAt(transport.now() + directoryInterval);
+}
+
+Directory::~Directory() = default;
+
+QStringList Directory::keys() const
+{
+    QStringList keys;
+    for (const auto& entry : m_servers) {
+        keys << entry.first;
+    }
+    return keys;
+}
+
+Server Directory::server(const QString& key) const
+{
+    const auto found = m_servers.find(key);
+    return found == m_servers.end() ? Server() : found->second.server;
+}
+
+QStringList Directory::find(const QString& text) const
+{
+    if (m_servers.count(text) > 0) {
+        return {text};
+    }
+    QStringList exact;
+    QStringList partial;
+    for (const auto& entry : m_servers) {
+        const QString& name = entry.second.server.name;
+        if (name.compare(text, Qt::CaseInsensitive) == 0) {
+            exact << entry.first;
+        } else if (name.contains(text, Qt::CaseInsensitive)) {
+            partial << entry.first;
+        }
+    }
+    return exact.isEmpty() ? partial : exact;
+}
+
+Directory::Entry* Directory::entryFor(const QString& key, bool isUp)
+{
+    const auto found = m_servers.find(key);
+    if (found != m_servers.end()) {
+        return &found->second;
+    }
+    if (m_servers.size() >= maxServers) {
+        // Announcements of invented servers must not push out real ones.
+        const auto dispensable = std::find_if(m_servers.begin(), m_servers.end(), [](const auto& entry) {
+            return entry.second.server.state != Server::Up;
+        });
+        if (!isUp || dispensable == m_servers.end()) {
+            return nullptr;
+        }
+        const QString removed = dispensable->first;
+        m_servers.erase(dispensable);
+        Q_EMIT changed(removed);
+    }
+    Entry& entry = m_servers[key];
+    entry.server.key = key;
+    entry.server.since = entry.firstHeard = entry.lastHeard = m_transport.now();
+    return &entry;
+}
+
+void Directory::setState(Entry& entry, Server::State state, const QString& problem)
+{
+    if (state != entry.server.state) {
+        entry.server.since = m_transport.now();
+    }
+    entry.server.state = state;
+    entry.server.problem = problem;
+    const QString key = entry.server.key;
+    Q_EMIT changed(key);
+}
+
+void Directory::hear(const QString& key, const QString& name)
+{
+    const bool isNew = m_servers.count(key) == 0;
+    Entry* const entry = entryFor(key, false);
+    if (!entry) {
+        return;
+    }
+    entry->lastHeard = m_transport.now();
+    const bool isRenamed = !name.isEmpty() && name != entry->server.name && entry->server.state != Server::Up;
+    if (isRenamed) {
+        entry->server.name = name;
+    }
+    const Server::State state = entry->server.state;
+    if (!isNew && (state == Server::Heard || state == Server::Lost)) {
+        // The stack tries to connect at every announcement.
+        setState(*entry, Server::Connecting);
+    } else if (isNew || isRenamed) {
+        setState(*entry, state, entry->server.problem);
+    }
+}
+
+void Directory::setUp(const QString& key)
+{
+    Msg_MSEX_SINF sinf;
+    Msg_PEER_PLOC ploc;
+    // The server may be gone again.
+    if (!m_transport.serverInfo(key, &sinf, &ploc)) {
+        return;
+    }
+    if (Entry* const entry = entryFor(key, true)) {
+        entry->server.name = ploc.name;
+        describe(entry->server, sinf);
+        setState(*entry, Server::Up);
+    }
+}
+
+void Directory::checkTime()
+{
+    const qint64 now = m_transport.now();
+    m_transport.wakeUpAt(now + directoryInterval);
+    for (const QString& key : keys()) {
+        const auto found = m_servers.find(key);
+        if (found == m_servers.end() || found->second.server.state == Server::Up) {
+            continue;
+        }
+        Entry& entry = found->second;
+        if (now - entry.lastHeard >= keepTime) {
+            m_servers.erase(found);
+            Q_EMIT changed(key);
+        } else if (entry.server.state == Server::Connecting && now - entry.firstHeard >= failingTime) {
+            setState(
+                entry, Server::Failing,
+                tr("Server \"%1\" (%2) announces itself, but does not accept a connection or does not answer on it")
+                    .arg(entry.server.name, key));
+        }
+    }
+}
+} // namespace CITP

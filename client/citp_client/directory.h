@@ -1,0 +1,86 @@
+// Directory: the media servers of the network, with the state and the properties of each.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <citp_client/transport.h>
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <map>
+#include <vector>
+
+namespace CITP {
+/// One server. The fields from Server::product on are those of when it was last up; empty if it never was.
+struct CITP_EXPORT Server
+{
+    /// How far the server has come.
+    enum State {
+        Heard,      ///< has announced itself
+        Connecting, ///< announces itself again, but is not up yet
+        Failing,    ///< announces itself for Directory::failingTime without coming up; see Server::problem
+        Up,
+        Lost ///< was up, and is not announced any more or not up again yet
+    };
+
+    QString key;               ///< e.g. "2.0.0.10:4811"
+    QString name;              ///< as announced
+    State state{Heard};        ///< see #since
+    qint64 since{0};           ///< when Server::state began, by Transport::now()
+    QString problem;           ///< one sentence for the user if Failing
+    QString product;           ///< name
+    QString version;           ///< of the product, e.g. "2.5.1"
+    QString uuid;              ///< the same on all adapters of a server; empty before MSEX 1.2
+    quint8 msexMinor{0};       ///< requests are sent in MSEX 1.#msexMinor
+    std::vector<quint8> types; ///< library types; 1 to 3 if the server does not say (before MSEX 1.2), without 3 in 1.0
+    QStringList pictureFormats; ///< "JPEG", "PNG", "RGB8"; empty before MSEX 1.2
+    QStringList layers;         ///< the DMX source of each; before MSEX 1.2 the last may be missing
+};
+
+/// The servers, sorted by key. Servers that were lost or stopped announcing themselves are removed after
+/// Directory::keepTime. With more than Directory::maxServers, those that are up replace others; further ones are left
+/// out.
+class CITP_EXPORT Directory : public QObject
+{
+    Q_OBJECT
+
+public:
+    static constexpr int maxServers = 1024;      ///< the number of servers that are kept
+    static constexpr qint64 failingTime = 10000; ///< ms from the first announcement until a server is Failing
+    static constexpr qint64 keepTime = 60000;    ///< ms without an announcement until a server is removed
+
+    /// @param transport must outlive this object
+    /// @param parent may be null
+    explicit Directory(Transport& transport, QObject* parent = nullptr);
+    ~Directory() override;
+
+    /// The keys of all servers.
+    QStringList keys() const;
+    /// The server @p key; without a key if it is unknown.
+    Server server(const QString& key) const;
+    /// The servers whose key or name is @p text, or whose name contains it, if none has that name exactly; any case.
+    QStringList find(const QString& text) const;
+
+Q_SIGNALS:
+    /// The server is new, has changed, or is not there any more. Repeated announcements are no change.
+    void changed(const QString& key);
+
+private:
+    struct Entry
+    {
+        Server server;
+        qint64 firstHeard{0}; ///< since it was last up
+        qint64 lastHeard{0};
+    };
+
+    CITP_HIDDEN Entry* entryFor(const QString& key, bool isUp);
+    CITP_HIDDEN void setState(Entry& entry, Server::State state, const QString& problem = {});
+    CITP_HIDDEN void hear(const QString& key, const QString& name);
+    CITP_HIDDEN void setUp(const QString& key);
+    CITP_HIDDEN void checkTime();
+
+    Transport& m_transport;
+    std::map<QString, Entry> m_servers;
+};
+} // namespace CITP

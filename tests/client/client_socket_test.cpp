@@ -1,0 +1,137 @@
+// The client layer on the stack, with bare servers.
+// SPDX-License-Identifier: Apache-2.0
+#include "stack_fixture.h"
+
+#include <citp_client/directory.h>
+#include <citp_client/requests.h>
+
+using namespace CITP;
+
+namespace {
+/// How a reply has ended.
+struct End
+{
+    Reply::Status status = Reply::Pending;
+    QString text;
+};
+
+std::shared_ptr<End> follow(Reply* reply)
+{
+    auto end = std::make_shared<End>();
+    QObject::connect(reply, &Reply::finished, [reply, end] {
+        end->status = reply->status();
+        end->text = !reply->libraries().empty()  ? reply->libraries().front().id
+                    : !reply->elements().empty() ? reply->elements().front().name
+                                                 : reply->picture().format;
+    });
+    return end;
+}
+
+bool waitForEnd(const std::shared_ptr<End>& end)
+{
+    return waitFor([&end] { return end->status != Reply::Pending; });
+}
+} // namespace
+
+class ClientSocketTest : public StackTest
+{
+protected:
+    void SetUp() override
+    {
+        StackTest::SetUp();
+        enable();
+    }
+
+    FakeServer m_server;
+    StackTransport m_transport;
+};
+
+TEST_F(ClientSocketTest, AnswersReachTheirRequests)
+{
+    Connection connection = admit(m_server);
+    Requests requests(m_transport);
+    const auto libraries = follow(requests.libraries(m_server.key(), 1));
+    const auto media = follow(requests.elements(m_server.key(), 1, QStringLiteral("1,2,0,0")));
+    const auto effects = follow(requests.elements(m_server.key(), 2, QStringLiteral("1,2,0,0")));
+    const auto generic = follow(requests.elements(m_server.key(), 3, QStringLiteral("1,0,0,0")));
+    const auto library = follow(requests.get({m_server.key(), Request::LibraryPicture, 1, QStringLiteral("1,5,0,0")}));
+    const auto element = follow(requests.picture(m_server.key(), 1, QStringLiteral("1,5,0,0"), 6));
+    QByteArray codes;
+    for (int i = 0; i < 6; ++i)
+        codes += Wire::code(connection.receive()) + ' ';
+    EXPECT_EQ(codes, "GELI GEIn GEIn GEIn GELT GETh ");
+    // In another order than the requests.
+    connection.send(Wire::ethn(5) + Wire::elth(5) + Wire::glei(1) + Wire::eein(2) + Wire::mein(2) + Wire::elin(7));
+    EXPECT_TRUE(waitForEnd(libraries) && waitForEnd(media) && waitForEnd(effects));
+    EXPECT_TRUE(waitForEnd(generic) && waitForEnd(library) && waitForEnd(element));
+    EXPECT_EQ(libraries->text, QStringLiteral("1,7,0,0"));
+    EXPECT_EQ(media->text, QStringLiteral("Clip"));
+    EXPECT_EQ(effects->text, QStringLiteral("Blur"));
+    EXPECT_EQ(generic->text, QStringLiteral("Thing"));
+    EXPECT_EQ(library->text, QStringLiteral("JPEG"));
+    EXPECT_EQ(element->text, QStringLiteral("JPEG"));
+}
+
+TEST_F(ClientSocketTest, EffectsOfAPacedServerDoNotStopTheQueue)
+{
+    Connection connection = admitPaced(m_server);
+    Requests requests(m_transport);
+    const auto effects = follow(requests.elements(m_server.key(), 2, QStringLiteral("1,1,0,0")));
+    const auto generic = follow(requests.elements(m_server.key(), 3, QStringLiteral("1,0,0,0")));
+    const auto libraries = follow(requests.libraries(m_server.key(), 1));
+    EXPECT_EQ(Wire::code(connection.receive()), "GEIn");
+    connection.send(Wire::eein(1));
+    EXPECT_TRUE(waitForEnd(effects));
+    EXPECT_EQ(Wire::code(connection.receive()), "GELI");
+    connection.send(Wire::elin(7));
+    EXPECT_TRUE(waitForEnd(libraries));
+    EXPECT_EQ(Wire::code(connection.receive()), "GEIn");
+    connection.send(Wire::glei(1));
+    EXPECT_TRUE(waitForEnd(generic));
+    const auto again = follow(requests.libraries(m_server.key(), 1));
+    EXPECT_EQ(Wire::code(connection.receive()), "GELI");
+    connection.send(Wire::elin(7));
+    EXPECT_TRUE(waitForEnd(again));
+    EXPECT_EQ(generic->status, Reply::Answered);
+    EXPECT_EQ(libraries->status, Reply::Answered);
+}
+
+TEST_F(ClientSocketTest, TheEndOfAConnectionEndsItsRequests)
+{
+    Connection connection = admit(m_server);
+    Requests requests(m_transport);
+    const auto end = follow(requests.libraries(m_server.key(), 1));
+    EXPECT_EQ(Wire::code(connection.receive()), "GELI");
+    log.expectFailureLine("The remote host closed the connection");
+    connection.close();
+    EXPECT_TRUE(waitForEnd(end));
+    EXPECT_EQ(end->status, Reply::ServerLost);
+}
+
+TEST_F(ClientSocketTest, ARequestTimesOutByTheRealClock)
+{
+    const Connection connection = admit(m_server);
+    Requests requests(m_transport);
+    requests.setTimeout(20);
+    const auto end = follow(requests.libraries(m_server.key(), 1));
+    EXPECT_TRUE(waitForEnd(end));
+    EXPECT_EQ(end->status, Reply::TimedOut);
+}
+
+TEST_F(ClientSocketTest, AServerThatDoesNotAnswerIsHeard)
+{
+    Directory directory(m_transport);
+    const auto state = [&] { return directory.server(m_server.key()).state; };
+    m_server.announce("Stage");
+    Connection connection = m_server.accept();
+    EXPECT_TRUE(waitFor([&] { return directory.server(m_server.key()).name == QStringLiteral("Stage"); }));
+    EXPECT_EQ(state(), Server::Heard);
+    m_server.announce("Stage");
+    EXPECT_TRUE(waitFor([&] { return state() == Server::Connecting; }));
+    connection.send(Wire::sinf("Product"));
+    EXPECT_TRUE(waitFor([&] { return state() == Server::Up; }));
+    EXPECT_EQ(directory.server(m_server.key()).product, QStringLiteral("Product"));
+    log.expectFailureLine("The remote host closed the connection");
+    connection.close();
+    EXPECT_TRUE(waitFor([&] { return state() == Server::Lost; }));
+}
