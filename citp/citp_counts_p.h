@@ -8,8 +8,8 @@
 #include <citp/citp_export.h>
 
 namespace CITP {
-/// Whether this thread checks counts, and the first count that failed the check. Applications that parse messages
-/// themselves never enable it; the stack's worker thread does if its options say so.
+/// Whether this thread checks counts, and the first count that failed the check. Only the
+/// stack's worker thread enables it, if its options say so.
 struct CountCheck
 {
     bool isEnabled = false;

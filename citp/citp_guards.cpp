@@ -31,7 +31,7 @@ constexpr GuardText guardTexts[] = {
     {"stalled message", "disconnected", "a message is incomplete and no byte has arrived for ", " ms", "limit"},
     {"wrong count", "message dropped", "a list announces ", " records", "room for"},
     {"late answer", "next request sent", "no answer for ", " ms", "limit"},
-    {"lost peer", "disconnected", "its machine has not answered for ", " ms", "limit"},
+    {"lost peer", "disconnected", "its machine has not answered, or it has not read, for ", " ms", "limit"},
     {"too many servers", "ignored", "", " servers are known or were tried within a second", "limit"},
     {"too many per address", "ignored", "", " servers of this address are known", "limit"},
     {"unsent data", "sendMsg failed", "", " bytes would wait to be written", "limit"},
@@ -61,17 +61,25 @@ bool Turn::isOver() const
 
 void Guards::set(const citp_options& options)
 {
+    // The previous ones are destroyed after the lock is released, because an observer may own anything.
+    citp_options previous = options;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_next = options;
+    std::swap(m_next, previous);
     m_hasNext = true;
 }
 
 bool Guards::update()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_hasNext) {
-        return false;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_hasNext) {
+            return false;
+        }
     }
+    reportOmitted(Omitted::All);
+    const citp_options::Data previous = m_limits;
+    const citp_options::Observer previousObserver = previous.observer;
+    const std::lock_guard<std::mutex> lock(m_mutex);
     m_hasNext = false;
     m_limits = *std::as_const(m_next).d;
     m_interval = std::chrono::milliseconds(m_limits.reportInterval);
@@ -106,7 +114,10 @@ void Guards::report(Guard guard, const QString& server, qint64 value, qint64 lim
 {
     const Clock::time_point now = Clock::now();
     Report report{now, value, limit, 0};
-    QString name = server;
+    // Senders of datagrams can be forged, so that all of them share one report. They have no port.
+    const bool isDatagram = (guard == citp_options::WrongCount || guard == citp_options::UnreadNotifications) &&
+                            !server.contains(QLatin1Char(':'));
+    QString name = isDatagram ? QStringLiteral("datagrams") : server;
     citp_options::Observer observer;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -120,7 +131,7 @@ void Guards::report(Guard guard, const QString& server, qint64 value, qint64 lim
             if (now - previous.time < m_interval) {
                 previous.value = value;
                 previous.limit = limit;
-                ++previous.omitted;
+                previous.omitted += previous.omitted < std::numeric_limits<int>::max() ? 1 : 0;
                 return;
             }
             report.omitted = previous.omitted;
@@ -131,7 +142,7 @@ void Guards::report(Guard guard, const QString& server, qint64 value, qint64 lim
     write(guard, name, report, observer);
 }
 
-void Guards::reportOmitted()
+void Guards::reportOmitted(Omitted which)
 {
     const Clock::time_point now = Clock::now();
     std::vector<std::pair<std::pair<Guard, QString>, Report>> omitted;
@@ -139,7 +150,7 @@ void Guards::reportOmitted()
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         for (auto last = m_reports.begin(); last != m_reports.end();) {
-            if (now - last->second.time < m_interval) {
+            if (which == Omitted::OfEndedIntervals && now - last->second.time < m_interval) {
                 ++last;
             } else if (last->second.omitted == 0) {
                 last = m_reports.erase(last);
@@ -149,7 +160,7 @@ void Guards::reportOmitted()
                 --report.omitted;
                 omitted.emplace_back(last->first, report);
                 last->second = {now, 0, 0, 0};
-                ++last;
+                last = which == Omitted::All ? m_reports.erase(last) : std::next(last);
             }
         }
         observer = m_observer;
@@ -159,14 +170,12 @@ void Guards::reportOmitted()
     }
 }
 
-bool Guards::reportWrongCount(const QString& server)
+void Guards::reportWrongCount(const QString& server)
 {
-    if (!m_limits.countGuard || !countCheck.hasFailed) {
-        return false;
+    if (m_limits.countGuard && countCheck.hasFailed) {
+        countCheck.hasFailed = false;
+        report(citp_options::WrongCount, server, countCheck.count, countCheck.capacity);
     }
-    countCheck.hasFailed = false;
-    report(citp_options::WrongCount, server, countCheck.count, countCheck.capacity);
-    return true;
 }
 
 // --- Unread notifications --------------------------------------------------------------------------------------------

@@ -60,11 +60,11 @@ public:
 
     /// Reports that @p guard has acted, unless the last report is too recent. Any thread.
     void report(Guard guard, const QString& server, qint64 value, qint64 limit);
-    /// Reports what was omitted, once the report interval has passed. Called at each tick.
-    void reportOmitted();
+    enum class Omitted { OfEndedIntervals, All };
+    /// Reports what was omitted. Called at each tick.
+    void reportOmitted(Omitted omitted);
     /// Reports that the message just parsed, from @p server, was not valid because of a wrong count, if so.
-    /// @return whether it was
-    bool reportWrongCount(const QString& server);
+    void reportWrongCount(const QString& server);
 
     /// Makes copies of @p message, a message of @p size bytes, count as unread notifications, if these are limited.
     void countCopies(Msg_Header& message, int size) const;

@@ -231,9 +231,16 @@ citp_options::Observer citp_options::observer() const
     return d->observer;
 }
 
-void citp_options::setDiscoveryGroups(DiscoveryGroups groups)
+bool citp_options::setDiscoveryGroups(DiscoveryGroups groups)
 {
+    if (groups < OldGroup || groups > BothGroups) {
+        text_base text;
+        text << "option rejected: discovery groups " << static_cast<int>(groups) << "; they must be 1, 2 or 3";
+        logRejected(text);
+        return false;
+    }
     d->groups = groups;
+    return true;
 }
 
 citp_options::DiscoveryGroups citp_options::discoveryGroups() const
@@ -243,10 +250,12 @@ citp_options::DiscoveryGroups citp_options::discoveryGroups() const
 
 bool citp_options::addServer(const QHostAddress& address, quint16 port)
 {
-    if (address.protocol() != QAbstractSocket::IPv4Protocol || port == 0) {
+    const bool isHost = address.protocol() == QAbstractSocket::IPv4Protocol && !address.isMulticast() &&
+                        address != QHostAddress(QHostAddress::AnyIPv4) && address != QHostAddress::Broadcast;
+    if (!isHost || port == 0) {
         text_base text;
         text << "option rejected: server " << toAscii(address.toString()) << " port " << static_cast<unsigned>(port)
-             << "; it must be an IPv4 address and a port of 1 to 65535";
+             << "; it must be the IPv4 address of a host and a port of 1 to 65535";
         logRejected(text);
         return false;
     }

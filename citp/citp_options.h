@@ -43,16 +43,21 @@ public:
     /// A guard that acted.
     struct Event
     {
-        Guard guard;    ///< the guard
-        QString server; ///< key of the server; for #TooManyServers and #TooManyPerAddress the address of the sender
-        qint64 value;   ///< the value that was found, in the unit of the limit
-        qint64 limit;   ///< the limit in effect
-        int omitted;    ///< equal events of this server since the last report, which were not reported
-        QString text;   ///< the log line: one line, ASCII
+        Guard guard; ///< the guard
+        /// Key of the server. #TooManyPerAddress: the address. #TooManyServers: "new servers". Guards against
+        /// datagrams: "datagrams". Once 1000 servers have been reported: "other servers".
+        QString server;
+        qint64 value; ///< the value that was found, in the unit of the limit; the limit if it is not measured
+        qint64 limit; ///< the limit in effect; #SmallMessage: the header; #WrongCount: what the message can hold
+        int omitted;  ///< equal events of this server since the last report, which were not reported
+        QString text; ///< the log line: one line, ASCII
     };
     /// Called for each event that is also logged: on the stack's worker thread, or for #UnsentData in the thread that
-    /// called sendMsg(). No lock is held then except, for the events of announcements, the lock of the registry. It
-    /// must return soon and must not wait for another thread that uses the stack.
+    /// called sendMsg(). The registry may be locked then, so it must return soon and must not wait for another thread
+    /// that uses the stack.
+    ///
+    /// It may still be called until the first tick after it was replaced, and until the process exits: capture only
+    /// what lives that long.
     using Observer = std::function<void(const Event&)>;
 
     /// The multicast groups on which servers announce themselves, UDP port 4809.
@@ -91,8 +96,8 @@ public:
     int stallTimeout() const; ///< see setStallTimeout()
 
     /// Drops a message with a list that announces more records than the rest of the message can hold, as if it were not
-    /// valid: ELIn, MEIn, EEIn, GLEI, LSta and SInf. An ELIn or MEIn still releases the next paced request. A server
-    /// whose SInf is dropped does not come up.
+    /// valid: ELIn, MEIn, EEIn, GLEI and LSta. An ELIn or MEIn still releases the next paced request. A SInf with such
+    /// a list brings the server up without that list and those after it.
     void setCountGuard(bool enable);
     bool countGuard() const; ///< see setCountGuard()
 
@@ -167,14 +172,14 @@ public:
     void setObserver(const Observer& observer);
     Observer observer() const; ///< see setObserver()
 
-    /// Sets the groups on which the stack listens.
-    void setDiscoveryGroups(DiscoveryGroups groups);
+    /// Sets the groups on which the stack listens. @return false for a value that is none of the enumeration
+    bool setDiscoveryGroups(DiscoveryGroups groups);
     DiscoveryGroups discoveryGroups() const; ///< see setDiscoveryGroups()
 
     /// Adds a server by address and port, for networks without multicast. The stack treats it as if it had announced
     /// itself: it connects while it is enabled, and tries again with a growing pause when the connection fails or ends.
     /// An announcement of the same address and port changes nothing. The limits of servers do not apply.
-    /// @param address an IPv4 address
+    /// @param address the IPv4 address of a host
     /// @param port 1 to 65535
     bool addServer(const QHostAddress& address, quint16 port);
 

@@ -50,6 +50,7 @@ namespace CITP {
 
 namespace {
 constexpr const char* timepopSignature = "void CITP::citp_stack::timepop()";
+constexpr const char* rxerrorSignature = "void CITP::citp_stack::rxerror()";
 constexpr const char* removeTcpSignature = "void CITP::citp_stack::removeTCP(int)";
 
 /// A duplicate of the descriptor of @p socket, for the Qt socket that adopts it. Each object closes its own: a second
@@ -372,9 +373,16 @@ void citp_stack::rxerror()
     QTcpSocket* const socket = static_cast<QTcpSocket*>(sender());
     d->readMessages(socket, Private::Reading::WholeRest);
     if (!d->defersEnd(socket)) {
-        d->logEnd(socket);
-        d->removeServerOf(socket);
+        d->endConnection(socket);
     }
+}
+
+void citp_stack::Private::endConnection(QTcpSocket* socket)
+{
+    if (isErrorLogged(socket)) {
+        STACK_LOG_AS(rxerrorSignature, stackLogContext(), Os::Log::Failure, socket->errorString().toStdString());
+    }
+    removeServerOf(socket);
 }
 
 // --- Framing ---------------------------------------------------------------------------------------------------------
@@ -579,10 +587,8 @@ void citp_stack::processMsgIn(QByteArray& buffer, const QString& source)
         }
         handlePLOC(source, ploc);
     } else if (layer == &msex && code == QLatin1String("SInf")) {
-        const Msg_MSEX_SINF sinf(buffer);
-        if (!d->guards.reportWrongCount(source)) {
-            handleSINF(source, sinf);
-        }
+        handleSINF(source, Msg_MSEX_SINF(buffer));
+        d->guards.reportWrongCount(source);
     } else if (layer != &pinf || code != QLatin1String("PNam")) {
         STACK_LOG(stackLogContext(), Os::Log::Traffic, "unhandled " << toAscii(contentType) << " " << toAscii(code));
     }

@@ -55,10 +55,13 @@ bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 si
     if (guards.mustWait(size)) {
         guards.report(citp_options::UnreadNotifications, record.key, countUnreadBytes(), limits.maxUnreadBytes);
         record.isSuspended = true;
-        suspendReading(limits.maxUnreadBytes / 2, [] {
-            citp_stack* const stack = Get();
+        // At the level at which the message fits, so that it is not suspended again at once.
+        const qint64 level = limits.maxUnreadBytes - citp_options::unreadCost(size);
+        suspendReading(qBound(qint64(0), level, limits.maxUnreadBytes / 2), [] {
+            // Not an event of the stack itself: those are delivered while a request is released.
+            Private* const stack = Get()->d.get();
             QMetaObject::invokeMethod(
-                stack, [stack] { stack->d->resumeReading(); }, Qt::QueuedConnection);
+                stack->timeoutTimer, [stack] { stack->readAllServers(); }, Qt::QueuedConnection);
         });
         return false;
     }
@@ -90,9 +93,7 @@ bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 si
 void citp_stack::Private::watchRest(Record& record, const Turn& turn)
 {
     if (record.hasEnded && !record.isSuspended && !record.isTurnQueued) {
-        logEnd(record.m_socket);
-        const StackLock lock(q->m_mutex);
-        removeServer(&record);
+        endConnection(record.m_socket);
         return;
     }
     const qint64 rest = record.isSuspended || record.isTurnQueued ? 0 : record.m_socket->bytesAvailable();
@@ -100,12 +101,13 @@ void citp_stack::Private::watchRest(Record& record, const Turn& turn)
         return;
     }
     record.incomplete = rest;
-    // Qt signals a full buffer no more until a read has emptied it; a change of its size makes Qt look again.
+    // After a large message, the buffer gets its usual size again. Qt signals a full buffer no more until a read has
+    // emptied it; a change of its size makes Qt look again.
     if (rest > 0 && record.m_socket->readBufferSize() > 0 &&
         record.m_socket->state() == QAbstractSocket::ConnectedState) {
         const qint64 size = record.m_socket->readBufferSize();
         record.m_socket->setReadBufferSize(size + 1);
-        record.m_socket->setReadBufferSize(size);
+        record.m_socket->setReadBufferSize(rest < minimumReadBuffer && turn.hasRead() ? minimumReadBuffer : size);
     }
     if (rest > 0 && guards.limits().stallTimeout > 0) {
         record.lastProgress = Clock::now();
@@ -140,12 +142,11 @@ bool citp_stack::Private::dropsDatagram(const QByteArray& datagram, const QStrin
     return true;
 }
 
-void citp_stack::Private::resumeReading()
+void citp_stack::Private::readAllServers()
 {
     const QList<const QObject*> sockets = connections.keys();
     for (const QObject* const socket : sockets) {
-        Record* const record = recordOf(socket);
-        if (record && record->isSuspended) {
+        if (Record* const record = recordOf(socket)) {
             record->isSuspended = false;
             readMessages(record->m_socket);
         }
@@ -156,12 +157,6 @@ void citp_stack::Private::resumeReading()
 
 void citp_stack::Private::startTimeout(int timeout)
 {
-    if (!timeoutTimer) {
-        timeoutTimer = new QTimer(q);
-        timeoutTimer->setSingleShot(true);
-        timeoutTimer->setTimerType(Qt::PreciseTimer);
-        connect(timeoutTimer, &QTimer::timeout, q, [this] { checkTimeouts(); });
-    }
     if (!timeoutTimer->isActive() || timeoutTimer->remainingTime() > timeout) {
         timeoutTimer->start(timeout);
     }
@@ -230,7 +225,7 @@ void citp_stack::Private::applyLimits(Record& record)
     const bool limitsReading = limits.maxTurnTime > 0 || limits.maxTurnBytes > 0 || limits.maxUnreadBytes > 0;
     if (limitsReading || socket->readBufferSize() != 0) {
         // Without a limit, Qt would read into memory what has to wait.
-        socket->setReadBufferSize(limitsReading ? std::max(minimumReadBuffer, record.incomplete) : 0);
+        socket->setReadBufferSize(limitsReading ? std::max(minimumReadBuffer, socket->bytesAvailable() + 1) : 0);
     }
     if (limits.maxUnsentBytes > 0 && !record.isCountingWrites) {
         record.isCountingWrites = true;
@@ -280,13 +275,22 @@ bool citp_stack::Private::admits(const QString& host, const SERV_ID& key)
         if (!oldest || now - oldest->created < connectTime) {
             return true;
         }
-        QTcpSocket* const socket = oldest->m_socket;
-        removeServer(oldest);
-        // Closed immediately, because many may be replaced before the event loop deletes them.
-        const QSignalBlocker blocker(socket);
-        socket->abort();
+        giveUp(oldest);
         return false;
     };
+    if (now - attemptsSince >= std::chrono::seconds(1)) {
+        attemptsSince = now;
+        attempts = 0;
+    }
+    // Senders of announcements can be forged, so that all of them share one report.
+    const auto reportTooMany = [this, &limits] {
+        guards.report(citp_options::TooManyServers, QStringLiteral("new servers"), limits.maxServers,
+                      limits.maxServers);
+    };
+    if (limits.maxServers > 0 && attempts >= limits.maxServers) {
+        reportTooMany();
+        return false;
+    }
     // An announcement over a connection has the key of that connection as its host.
     const QString address = host.section(QLatin1Char(':'), 0, 0);
     if (limits.maxServersPerAddress > 0 && isFull(address + QLatin1Char(':'), limits.maxServersPerAddress)) {
@@ -294,42 +298,42 @@ bool citp_stack::Private::admits(const QString& host, const SERV_ID& key)
                       limits.maxServersPerAddress);
         return false;
     }
-    if (limits.maxServers > 0) {
-        if (now - attemptsSince >= std::chrono::seconds(1)) {
-            attemptsSince = now;
-            attempts = 0;
-        }
-        if (attempts >= limits.maxServers || isFull(QString(), limits.maxServers)) {
-            // Senders of announcements can be forged, so that all of them share one report.
-            guards.report(citp_options::TooManyServers, QStringLiteral("new servers"), limits.maxServers,
-                          limits.maxServers);
-            return false;
-        }
-        ++attempts;
+    if (limits.maxServers > 0 && isFull(QString(), limits.maxServers)) {
+        reportTooMany();
+        return false;
     }
+    ++attempts;
     return true;
 }
 
-void citp_stack::Private::logEnd(const QTcpSocket* socket)
+void citp_stack::Private::giveUp(Record* record)
+{
+    QTcpSocket* const socket = record->m_socket;
+    removeServer(record);
+    // Closed immediately, because many may be given up before the event loop deletes them.
+    const QSignalBlocker blocker(socket);
+    socket->abort();
+}
+
+bool citp_stack::Private::isErrorLogged(const QTcpSocket* socket)
 {
     const citp_options::Data& limits = guards.limits();
     if (const Record* const record = recordOf(socket)) {
-        if (record->isConnected && limits.peerTimeout > 0 &&
+        if (record->isConnected && !record->hasFailed && limits.peerTimeout > 0 &&
             socket->error() != QAbstractSocket::RemoteHostClosedError) {
             guards.report(citp_options::LostPeer, record->key, limits.peerTimeout, limits.peerTimeout);
         }
         if (!record->isConnected && limits.maxServers > 0 && ++failedAttempts > maxLoggedFailures) {
-            return;
+            return false;
         }
     }
-    CITP_LOG(stackLogContext(), Os::Log::Failure, "citp_stack.cpp", __LINE__, "void CITP::citp_stack::rxerror()",
-             socket->errorString().toStdString());
+    return true;
 }
 
 bool citp_stack::Private::tickGuards()
 {
     disconnected.clear();
-    guards.reportOmitted();
+    guards.reportOmitted(Guards::Omitted::OfEndedIntervals);
     if (failedAttempts > maxLoggedFailures) {
         CITP_LOG(stackLogContext(), Os::Log::Failure, "citp_stack.cpp", __LINE__, "void CITP::citp_stack::rxerror()",
                  failedAttempts - maxLoggedFailures << " more connections failed to open");
@@ -340,10 +344,19 @@ bool citp_stack::Private::tickGuards()
     if (!guards.update()) {
         return false;
     }
+    if (!timeoutTimer) {
+        timeoutTimer = new QTimer(q);
+        timeoutTimer->setSingleShot(true);
+        timeoutTimer->setTimerType(Qt::PreciseTimer);
+        connect(timeoutTimer, &QTimer::timeout, q, [this] { checkTimeouts(); });
+    }
     const citp_options::Data& limits = guards.limits();
     for (Record* const record : std::as_const(connections)) {
         applyLimits(*record);
+        record->incomplete = 0;
     }
+    // What has already arrived is judged by the new limits.
+    readAllServers();
     if (limits.stallTimeout > 0 || limits.requestTimeout > 0) {
         startTimeout(0);
     }
@@ -352,7 +365,6 @@ bool citp_stack::Private::tickGuards()
         servers.push_back({address, port, Clock::time_point{}, milliseconds(limits.retryInterval)});
     }
     namedServers = std::move(servers);
-    resumeReading();
     return limits.groups != groups;
 }
 
@@ -362,12 +374,16 @@ void citp_stack::Private::connectNamedServers()
     const milliseconds firstPause(guards.limits().retryInterval);
     for (NamedServer& server : namedServers) {
         const QString host = server.address.toString();
-        if (const Record* const record = find(buildServerKey(host, server.port))) {
-            if (record->m_notified) {
-                server.pause = firstPause;
-                server.nextAttempt = now + firstPause;
+        const StackLock lock(q->m_mutex);
+        Record* const record = find(buildServerKey(host, server.port));
+        if (record && record->m_notified) {
+            server.pause = firstPause;
+            server.nextAttempt = now + firstPause;
+        } else if (now >= server.nextAttempt && (!record || !record->isConnected)) {
+            // An attempt without an answer would last for minutes.
+            if (record) {
+                giveUp(record);
             }
-        } else if (now >= server.nextAttempt) {
             server.nextAttempt = now + server.pause;
             server.pause = std::min(2 * server.pause, maxPauseFactor * firstPause);
             q->handlePLOC(host, Msg_PEER_PLOC(QStringLiteral("MediaServer"), QString(), QString(), server.port));

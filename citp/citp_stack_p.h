@@ -108,10 +108,14 @@ struct CITP_HIDDEN citp_stack::Private
     /// Acts on messages and requests whose timeout has expired.
     void checkTimeouts();
     void startTimeout(int milliseconds);
-    /// Logs the error with which the connection of @p socket has ended; its record may be gone.
-    void logEnd(const QTcpSocket* socket);
-    /// Reads the servers that were suspended.
-    void resumeReading();
+    /// Whether the error of the connection of @p socket gets a line of its own. Its record may be gone.
+    bool isErrorLogged(const QTcpSocket* socket);
+    /// Reads all servers, also those that were suspended.
+    void readAllServers();
+    /// Logs the error of the connection of @p socket and removes its server.
+    void endConnection(QTcpSocket* socket);
+    /// Removes a server whose connection has not opened. The caller holds m_mutex.
+    void giveUp(Record* record);
     /// Notes the end of the connection of @p socket, if it is suspended: its server is removed when its rest is read.
     bool defersEnd(const QObject* socket);
     /// Whether a datagram must be dropped because the application has not caught up. Announcements never are.
@@ -130,7 +134,8 @@ struct CITP_HIDDEN citp_stack::Private
     QHash<const QObject*, Record*> connections;
 
     Guards guards;
-    QTimer* timeoutTimer = nullptr;            ///< a child of the stack; runs while a timeout may expire
+    QTimer* timeoutTimer =
+        nullptr; ///< a child of the stack, from the first options on; runs while a timeout may expire
     std::set<SERV_ID> disconnected;            ///< the servers that a guard has disconnected since the last tick
     Guards::Clock::time_point attemptsSince{}; ///< since when #attempts counts
     int attempts = 0;                          ///< connections opened in one second

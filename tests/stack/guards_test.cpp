@@ -366,13 +366,11 @@ TEST_F(GuardsCountTest, DropsAnEffectThatAnnouncesOneParameterTooMany)
     EXPECT_EQ(waitForGuard(citp_options::WrongCount).value, 3);
 }
 
-TEST_F(GuardsCountTest, AServerInformationWithAWrongCountIsIgnored)
+TEST_F(GuardsCountTest, AServerInformationWithAWrongCountBringsTheServerUpWithoutTheList)
 {
     citp_options options;
     options.setCountGuard(true);
     apply(options);
-    FakeServer server;
-    Connection connection = connectTo(server);
     const QByteArray start = QByteArray(36, 'u') + Wire::ucs2("P") + Wire::u8(1) + Wire::u8(2) + Wire::u8(3);
     const auto part = [](int count, const QByteArray& record, int records) {
         return Wire::u8(static_cast<unsigned>(count)) + record.repeated(records);
@@ -381,21 +379,40 @@ TEST_F(GuardsCountTest, AServerInformationWithAWrongCountIsIgnored)
     const QByteArray types = Wire::u16(7);
     const QByteArray jpeg("JPEG");
     const QByteArray source = Wire::text8("");
-    const std::vector<QByteArray> wrong{
-        start + part(30, version, 1) + types + part(1, jpeg, 1) + part(1, jpeg, 1) + part(1, source, 1),
-        start + part(1, version, 1) + types + part(30, jpeg, 1) + part(1, jpeg, 1) + part(1, source, 1),
-        start + part(1, version, 1) + types + part(1, jpeg, 1) + part(30, jpeg, 1) + part(1, source, 1),
-        start + part(1, version, 1) + types + part(1, jpeg, 1) + part(1, jpeg, 1) + part(2, source, 1)};
-    for (const QByteArray& body : wrong) {
-        connection.send(Wire::msex(2, "SInf", body));
+    struct Case
+    {
+        QByteArray message;
+        std::size_t versions, thumbnails, streams;
+    };
+    const std::vector<Case> wrong{
+        {Wire::msex(2, "SInf",
+                    start + part(30, version, 1) + types + part(1, jpeg, 1) + part(1, jpeg, 1) + part(1, source, 1)),
+         0, 0, 0},
+        {Wire::msex(2, "SInf",
+                    start + part(1, version, 1) + types + part(30, jpeg, 1) + part(1, jpeg, 1) + part(1, source, 1)),
+         1, 0, 0},
+        {Wire::msex(2, "SInf",
+                    start + part(1, version, 1) + types + part(1, jpeg, 1) + part(30, jpeg, 1) + part(1, source, 1)),
+         1, 1, 0},
+        {Wire::msex(2, "SInf",
+                    start + part(1, version, 1) + types + part(1, jpeg, 1) + part(1, jpeg, 1) + part(2, source, 1)),
+         1, 1, 1},
+        {Wire::msex(1, "SInf", Wire::ucs2("P") + Wire::u8(1) + Wire::u8(2) + part(2, source, 1)), 0, 0, 0}};
+    std::vector<FakeServer> servers(wrong.size());
+    for (std::size_t index = 0; index < wrong.size(); ++index) {
+        SCOPED_TRACE(index);
+        Connection connection = connectTo(servers[index]);
+        connection.send(wrong[index].message);
+        ASSERT_TRUE(waitFor([&] { return isListed(servers[index]); }));
+        CITP::Msg_MSEX_SINF sinf;
+        ASSERT_TRUE(stack->getServerInfo(servers[index].key(), &sinf, nullptr));
+        EXPECT_EQ(sinf.ProductName, QStringLiteral("P"));
+        EXPECT_EQ(sinf.SupportedMsexVersions.size(), wrong[index].versions);
+        EXPECT_EQ(sinf.ThumbnailFormats.size(), wrong[index].thumbnails);
+        EXPECT_EQ(sinf.StreamFormats.size(), wrong[index].streams);
+        EXPECT_EQ(sinf.LayerDMXSources.size(), 0u);
+        EXPECT_TRUE(waitFor([&] { return count(citp_options::WrongCount) == static_cast<int>(index) + 1; }));
     }
-    connection.send(Wire::msex(1, "SInf", Wire::ucs2("P") + Wire::u8(1) + Wire::u8(2) + part(2, source, 1)));
-    sendMarker(server, connection);
-    EXPECT_FALSE(isListed(server));
-    EXPECT_EQ(waitForGuard(citp_options::WrongCount).server, server.key());
-    connection.send(Wire::msex(
-        2, "SInf", start + part(1, version, 1) + types + part(1, jpeg, 1) + part(1, jpeg, 1) + part(1, source, 1)));
-    EXPECT_TRUE(waitFor([&] { return isListed(server); }));
 }
 
 TEST_F(GuardsCountTest, ADroppedListReleasesThePacedRequest)
@@ -933,7 +950,7 @@ TEST_F(GuardsUnreadTest, DatagramsAreDroppedUntilTheApplicationHasCaughtUp)
     ASSERT_TRUE(waitForEvent("layerStatus 127.0.0.2 1", 10));
     EXPECT_TRUE(guardEvents().empty());
     sender.sendDatagram(statuses(1));
-    EXPECT_EQ(waitForGuard(citp_options::UnreadNotifications).server, sender.host());
+    EXPECT_EQ(waitForGuard(citp_options::UnreadNotifications).server, QStringLiteral("datagrams"));
     // Announcements are still heard.
     Connection connection = connectTo(sender);
     EXPECT_EQ(recorder->count("layerStatus 127.0.0.2 1"), 10);
@@ -999,6 +1016,74 @@ TEST_F(GuardsUnreadTest, SwitchingWhileMessagesFlowLosesNothing)
     sender.join();
     EXPECT_TRUE(waitFor([this] { return received() == 20000; }));
     EXPECT_TRUE(isListed(server));
+}
+
+TEST_F(GuardsTest, SwitchingInTheMiddleOfALargeMessageReadsItToItsEnd)
+{
+    FakeServer server;
+    Connection connection = admit(server);
+    const QByteArray message = unhandled(300000);
+    citp_options options = citp_options::recommended();
+    connection.send(message.left(150000));
+    settle(server, connection);
+    apply(options);
+    connection.send(message.mid(150000, 100000));
+    settle(server, connection);
+    apply(options);
+    connection.send(message.mid(250000));
+    sendMarker(server, connection);
+    EXPECT_TRUE(guardEvents().empty());
+}
+
+TEST_F(GuardsTest, SwitchingJudgesWhatHasAlreadyArrived)
+{
+    FakeServer server;
+    Connection connection = admit(server);
+    connection.send(Wire::withSize(unhandled(20), 0xffffffff));
+    settle(server, connection);
+    apply(citp_options::recommended());
+    EXPECT_EQ(waitForGuard(citp_options::LargeMessage).server, server.key());
+    EXPECT_TRUE(waitForDown(server));
+}
+
+TEST_F(GuardsTest, ATimeoutThatIsSwitchedOnLaterBeginsThen)
+{
+    citp_options options;
+    options.setMaxTurnBytes(1000);
+    apply(options);
+    FakeServer server;
+    Connection connection = admit(server);
+    const QByteArray message = Wire::ptch(7);
+    connection.send(message.left(30));
+    settle(server, connection);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    options.setStallTimeout(60000);
+    apply(options);
+    connection.send(message.mid(30));
+    EXPECT_TRUE(waitForEvent("patchMessage " + keyOf(server) + " 7"));
+    EXPECT_TRUE(guardEvents().empty());
+}
+
+TEST_F(GuardsUnreadTest, ALargeMessageWaitsUntilItFits)
+{
+    citp_options options;
+    options.setMaxUnreadBytes(10 * citp_options::unreadCost(statuses(1).size()));
+    apply(options);
+    FakeServer server;
+    Connection connection = admit(server);
+    connection.send(statuses(1));
+    ASSERT_TRUE(waitForEvent("layerStatus " + keyOf(server) + " 1"));
+    // It fits only when nothing else waits. Suspended once, and not over and over.
+    connection.send(unhandled(static_cast<int>(options.maxUnreadBytes())));
+    waitForGuard(citp_options::UnreadNotifications);
+    for (int round = 0; round < 20; ++round) {
+        runOnWorker([] {});
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    tick();
+    EXPECT_EQ(count(citp_options::UnreadNotifications), 1);
+    start();
+    sendMarker(server, connection);
 }
 
 // --- Discovery groups ------------------------------------------------------------------------------------------------

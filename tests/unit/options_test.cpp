@@ -126,6 +126,17 @@ TEST(Options, RejectValuesOutOfRangeAndKeepTheOld)
     expectRange<int>({&O::setRetryInterval, &O::retryInterval, "retry interval", "ms", 2000, 3600000, false});
 }
 
+TEST(Options, RejectUnknownDiscoveryGroups)
+{
+    LogCapture log;
+    citp_options options;
+    EXPECT_TRUE(options.setDiscoveryGroups(citp_options::BothGroups));
+    EXPECT_FALSE(options.setDiscoveryGroups(static_cast<citp_options::DiscoveryGroups>(0)));
+    EXPECT_EQ(options.discoveryGroups(), citp_options::BothGroups);
+    ASSERT_EQ(log.entries().size(), 1u);
+    EXPECT_EQ(log.entries().front().text, "option rejected: discovery groups 0; they must be 1, 2 or 3");
+}
+
 TEST(Options, RejectServersWithoutAnIPv4AddressOrAPort)
 {
     LogCapture log;
@@ -135,7 +146,10 @@ TEST(Options, RejectServersWithoutAnIPv4AddressOrAPort)
     EXPECT_FALSE(options.addServer(QHostAddress(QStringLiteral("::1")), 4811));
     EXPECT_FALSE(options.addServer(QHostAddress(), 4811));
     ASSERT_EQ(log.entries().size(), 3u);
+    for (const char* const address : {"0.0.0.0", "255.255.255.255", "224.0.0.180"}) {
+        EXPECT_FALSE(options.addServer(QHostAddress(QLatin1String(address)), 4811)) << address;
+    }
     EXPECT_EQ(log.entries()[1].text,
-              "option rejected: server ::1 port 4811; it must be an IPv4 address and a port of 1 to 65535");
+              "option rejected: server ::1 port 4811; it must be the IPv4 address of a host and a port of 1 to 65535");
 }
 } // namespace
