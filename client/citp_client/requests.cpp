@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <deque>
 #include <limits>
 #include <map>
@@ -25,6 +26,8 @@ constexpr int initialWindow = 4;
 constexpr int quickAnswer = 200; // ms
 constexpr int slowAnswer = 1000; // ms
 constexpr int maxOvertaken = 64;
+// Of thousands of waiting requests, all may have to wait for the one that is outstanding.
+constexpr std::ptrdiff_t maxLookAhead = 64;
 // Ended requests are remembered for their late answers, within these bounds.
 constexpr qint64 rememberTime = 60000; // ms
 constexpr std::size_t maxRemembered = 1024;
@@ -336,12 +339,13 @@ bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand
         server.channels[Request::Libraries].outstanding + server.channels[Request::Elements].outstanding > 0) {
         return false;
     }
-    const auto next = std::find_if(waiting.begin(), waiting.end(), [&channel](const Reply* reply) {
+    const auto end = waiting.begin() + qMin<std::ptrdiff_t>(maxLookAhead, static_cast<std::ptrdiff_t>(waiting.size()));
+    const auto next = std::find_if(waiting.begin(), end, [&channel](const Reply* reply) {
         return std::none_of(channel.sent.begin(), channel.sent.end(), [reply](const Sent& sent) {
             return sent.reply && lookAlike(sent.request, reply->m_request);
         });
     });
-    if (next == waiting.end()) {
+    if (next == end) {
         return false;
     }
     Reply* const reply = *next;
@@ -716,6 +720,17 @@ Reply* Requests::elements(const QString& server, quint8 type, const QString& lib
 Reply* Requests::picture(const QString& server, quint8 type, const QString& library, quint8 number)
 {
     return get({server, Request::ElementPicture, type, library, {number}});
+}
+
+Transport& Requests::transport() const
+{
+    return d->transport;
+}
+
+quint8 Requests::msexMinor(const QString& server) const
+{
+    const auto* const known = d->find(server);
+    return known ? known->msexMinor : 0;
 }
 
 void Requests::setTimeout(int milliseconds)

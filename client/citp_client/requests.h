@@ -152,6 +152,11 @@ public:
     /// The picture of element @p number of @p library.
     Reply* picture(const QString& server, quint8 type, const QString& library, quint8 number);
 
+    /// The transport given to the constructor.
+    Transport& transport() const;
+    /// The MSEX minor version in which @p server is asked; 0 if it is not up.
+    quint8 msexMinor(const QString& server) const;
+
     /// @param milliseconds 5000 by default; for requests that time out after this
     void setTimeout(int milliseconds);
     /// In ms.
