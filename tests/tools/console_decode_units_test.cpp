@@ -11,6 +11,7 @@
 #include "decode/message_text.h"
 #include "decode/summary.h"
 #include "golden.h"
+#include "wire.h"
 
 using namespace Console;
 
@@ -515,4 +516,42 @@ TEST(MessageTexts, TellWhatTheLibraryWouldNotUse)
     EXPECT_EQ(describeMessage(golden::withTrueSize(thumbnail)).problem.toStdString(), "contains no readable picture");
     EXPECT_EQ(describeMessage(golden::load("geli_1_2").bytes).code.toStdString(), "GELI");
     EXPECT_TRUE(describeMessage(golden::load("geli_1_2").bytes).text.contains(" body="));
+}
+
+namespace {
+// A list with @p count records announced, of which the first @p bytes bytes are there.
+QByteArray listOf(const char* code, unsigned minor, unsigned count, int bytes)
+{
+    const QByteArray id = minor == 0 ? Wire::u8(1) : Wire::u32(1);
+    const QByteArray number = minor < 2 ? Wire::u8(count) : Wire::u16(count);
+    const QByteArray name(code);
+    const QByteArray start = name == "ELIn"                 ? Wire::u8(1) + number
+                             : name == "LSta"               ? Wire::u8(count)
+                             : name == "GLEI" && minor == 2 ? Wire::u8(3) + id + number
+                                                            : id + number;
+    return Wire::msex(minor, code, start + QByteArray(bytes, '\0'));
+}
+} // namespace
+
+TEST(DescribedMessages, ListNoMoreRecordsThanTheirBytesHold)
+{
+    struct List
+    {
+        const char* code;
+        unsigned minor;
+        int recordBytes;
+    };
+    const List lists[] = {{"ELIn", 0, 6},  {"ELIn", 1, 10}, {"ELIn", 2, 16}, {"MEIn", 0, 22}, {"MEIn", 1, 22},
+                          {"MEIn", 2, 26}, {"EEIn", 0, 6},  {"EEIn", 1, 6},  {"EEIn", 2, 10}, {"GLEI", 1, 13},
+                          {"GLEI", 2, 17}, {"LSta", 0, 19}, {"LSta", 2, 23}};
+    for (const List& list : lists) {
+        SCOPED_TRACE(std::string(list.code) + " 1." + std::to_string(list.minor));
+        const MessageText whole = describeMessage(listOf(list.code, list.minor, 3, 3 * list.recordBytes));
+        EXPECT_EQ(whole.problem.toStdString(), "");
+        const MessageText cut = describeMessage(listOf(list.code, list.minor, 3, 3 * list.recordBytes - 1));
+        EXPECT_EQ(cut.problem.toStdString(), "announces 3 records, but its bytes hold at most 2");
+        const MessageText empty = describeMessage(listOf(list.code, list.minor, list.minor < 2 ? 255 : 65535, 0));
+        EXPECT_TRUE(empty.problem.endsWith("but its bytes hold at most 0")) << empty.problem.toStdString();
+        EXPECT_LT(empty.text.size(), 200);
+    }
 }

@@ -114,8 +114,11 @@ const std::vector<Command>& commands()
          "prints the CITP messages of a capture file",
          "Reads a capture file, pcap or pcapng, and prints each CITP message of its announcements and connections:\n"
          "local time, source and destination, layer and content code, size, and the content as the library parses it.\n"
-         "Also marks messages that the library would discard (WRONG), protocol errors (ERROR), bytes missing from the\n"
-         "capture (GAP), and the start and end of connections (NOTE). With --json, times are in UTC.",
+         "Also marks messages that the library would discard and lists that announce more records than their bytes "
+         "hold\n"
+         "(WRONG), protocol errors (ERROR), bytes missing from the capture (GAP), and the start and end of "
+         "connections\n"
+         "(NOTE). With --json, times are in UTC.",
          decode,
          {"FILE"},
          {"json", "summary"}},
