@@ -252,3 +252,20 @@ TEST(ConsoleBeforeOddServers, GivesUpWhenLibraryAfterLibraryTellsNothing)
     EXPECT_EQ(outcome.output.toStdString(), "");
     EXPECT_EQ(outcome.errors.count("did not send the elements of library"), 2) << outcome.errors.toStdString();
 }
+
+TEST(ConsoleBeforeOddServers, SaysThatAServerIsHeardButOwesItsSInf)
+{
+    const OddServer server([](const QByteArray&) { return QByteArray(); }, {}, QByteArray());
+    const QString heard = server.key() + "  \"Server\" has announced itself for ";
+    Console watch({"watch", "--adapter", "lo"});
+    const Outcome outcome = run("libraries", server, {"--timeout", "1"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.errors.contains("on adapter lo, 127.0.0.1; " + heard)) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains(" s, but has sent no SInf; run 'citp-console doctor'"))
+        << outcome.errors.toStdString();
+    EXPECT_TRUE(waitFor([&] { return watch.errors().contains("citp-console: " + heard); }))
+        << watch.errors().toStdString();
+    EXPECT_TRUE(watch.errors().contains("'citp-console doctor " + server.key() + "' checks it"));
+    watch.interrupt();
+    EXPECT_EQ(watch.waitForEnd(), 0);
+}

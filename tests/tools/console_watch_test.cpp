@@ -137,3 +137,25 @@ TEST(ConsoleWatch, SaysNothingOfSilenceOnceAServerWasHeard)
     EXPECT_EQ(outcome.output.count("up "), 1);
     EXPECT_FALSE(outcome.errors.contains("no server found")) << outcome.errors.toStdString();
 }
+
+TEST(ConsoleServers, ListsThoseThatAreHeardAndEnds)
+{
+    const Server servers({"--count", "2", "--name", "Stage\x1b"});
+    const std::vector<Outcome> outcomes =
+        runConsoles({{"servers", "--adapter", "lo"}, {"servers", "--adapter", "lo", "--json"}});
+    EXPECT_EQ(outcomes[0].status, 0) << outcomes[0].errors.toStdString();
+    QStringList lines = outcomes[0].output.trimmed().split('\n');
+    lines.sort();
+    EXPECT_EQ(lines.join('|').toStdString(), "127.0.0.2:4811  \"Stage\\u001b 1\"|127.0.0.3:4812  \"Stage\\u001b 2\"");
+    const std::vector<QJsonObject> objects = jsonLines(outcomes[1].output);
+    ASSERT_EQ(objects.size(), 2u);
+    EXPECT_TRUE(objects[0].value("name").toString().startsWith("Stage"));
+}
+
+TEST(ConsoleServers, SaysThatNoneIsHeard)
+{
+    const Outcome outcome = runConsole({"servers", "--adapter", "lo", "--timeout", "1"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.errors.startsWith("citp-console: no server was heard within 1 s on adapter lo, 127.0.0.1; "))
+        << outcome.errors.toStdString();
+}

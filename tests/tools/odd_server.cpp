@@ -10,9 +10,10 @@
 #include "fake_server.h"
 #include "wire.h"
 
-OddServer::OddServer(Answer answer, const QByteArray& unasked)
+OddServer::OddServer(Answer answer, const QByteArray& unasked, std::optional<QByteArray> greeting)
     : m_answer(std::move(answer)),
       m_unasked(unasked),
+      m_greeting(greeting.value_or(Wire::sinf("Odd"))),
       m_server(std::make_unique<FakeServer>()),
       m_thread([this] { serve(); })
 {
@@ -45,7 +46,7 @@ void OddServer::serve()
             }
             if (std::optional<Connection> next = m_server->tryAccept(console ? 0 : 20)) {
                 console = std::move(next);
-                console->send(Wire::sinf("Odd"));
+                console->send(m_greeting);
             }
             const std::optional<QByteArray> message = console ? console->tryReceive(20) : std::nullopt;
             if (message)

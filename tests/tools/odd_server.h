@@ -8,6 +8,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <thread>
 
 class FakeServer;
@@ -20,7 +21,9 @@ public:
     using Answer = std::function<QByteArray(const QByteArray& message)>;
 
     /// @param unasked what it sends ten times a second besides, without having been asked
-    explicit OddServer(Answer answer, const QByteArray& unasked = {});
+    /// @param greeting what it sends first on each connection; null for an SInf
+    explicit OddServer(Answer answer, const QByteArray& unasked = {},
+                       std::optional<QByteArray> greeting = std::nullopt);
     ~OddServer();
 
     QString key() const;
@@ -30,6 +33,7 @@ private:
 
     const Answer m_answer;
     const QByteArray m_unasked;
+    const QByteArray m_greeting;
     const std::unique_ptr<FakeServer> m_server;
     std::atomic<bool> m_isEnding{false};
     std::thread m_thread; ///< last, so that it finds the others

@@ -11,6 +11,7 @@ constexpr int ExitUsageError = 2;
 
 int listAdapters(const Options& options);    ///< "adapters"
 int watch(const Options& options);           ///< "watch"
+int listServers(const Options& options);     ///< "servers"
 int listLibraries(const Options& options);   ///< "libraries"
 int listElements(const Options& options);    ///< "elements"
 int showLayers(const Options& options);      ///< "layers"

@@ -20,6 +20,8 @@ constexpr int MaxOtherPeers = 5;
 // More than any show has. Bounds the memory during a flood of announcements from different servers.
 constexpr int MaxServers = 1024;
 constexpr int MaxNameLength = 256;
+// Servers announce themselves about once a second.
+constexpr qint64 LostMs = 5000;
 
 int errorOf(bool isOk)
 {
@@ -78,8 +80,13 @@ void Discovery::handleDatagram(const QByteArray& datagram, const QString& sender
         server.key = CITP::citp_stack::buildServerKey(sender, location.port);
         server.name = location.name.left(MaxNameLength);
         server.isKnown = true;
-        if (m_servers.size() < MaxServers || m_servers.contains(server.key))
+        if (m_servers.size() < MaxServers || m_servers.contains(server.key)) {
             m_servers.insert(server.key, server);
+            Heard& heard = m_heard[server.key];
+            heard.sinceLast.start();
+            if (!heard.sinceFirst.isValid())
+                heard.sinceFirst.start();
+        }
         return;
     }
     const QString peer = escapeControls(QString("%1 (%2) at %3%4")
@@ -87,6 +94,25 @@ void Discovery::handleDatagram(const QByteArray& datagram, const QString& sender
                                                  location.name, sender, location.port == 0 ? ", without a port" : ""));
     if (!m_otherPeers.contains(peer) && m_otherPeers.size() < MaxOtherPeers)
         m_otherPeers << peer;
+}
+
+void Discovery::forget(const QString& key)
+{
+    m_servers.remove(key);
+    m_heard.remove(key);
+}
+
+bool Discovery::isHeardFor(const QString& key, qint64 milliseconds) const
+{
+    const auto heard = m_heard.constFind(key);
+    return heard != m_heard.constEnd() && heard->sinceFirst.elapsed() >= milliseconds &&
+           heard->sinceLast.elapsed() < LostMs;
+}
+
+QString Discovery::overdueText(const QString& key) const
+{
+    return QString("%1 has announced itself for %2, but has sent no SInf")
+        .arg(toText(m_servers.value(key), true), secondsText(m_heard.value(key).sinceFirst.elapsed()));
 }
 
 QString Discovery::others() const

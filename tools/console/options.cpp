@@ -29,10 +29,19 @@ const std::vector<Command>& commands()
          "reports media servers that come up or go down",
          "Connects to every media server that announces itself and prints a line when a server comes up or goes down:\n"
          "local time, event (up or down), key (address and port), name, product and version, MSEX version, layers.\n"
-         "Runs until Ctrl-C. If no server comes up within 10 seconds, it prints hints once.",
+         "Runs until Ctrl-C. If no server comes up within 10 seconds, it prints hints once. A server that announces\n"
+         "itself for 10 seconds without coming up is reported on standard error.",
          watch,
          {},
          {"adapter", "json", "log", "seconds"}},
+        {"servers",
+         "lists the media servers that announce themselves",
+         "Listens for announcements and prints the key and the name of each media server as soon as it is heard.\n"
+         "Does not connect to the servers. Ends when no other server is heard for 2.5 seconds, at the latest after\n"
+         "--timeout.",
+         listServers,
+         {},
+         {"adapter", "json", "log", "timeout"}},
         {"adapters",
          "lists the network adapters",
          "Lists the network adapters of this machine with state and IPv4 addresses, marks the one that is used for\n"

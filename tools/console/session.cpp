@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "adapters.h"
+#include "discovery.h"
 #include "log_lines.h"
 #include "printing.h"
 
@@ -20,6 +21,29 @@ QString listed(const QMap<QString, ServerText>& servers, const QStringList& keys
     QStringList texts;
     for (const QString& key : keys)
         texts << toText(servers.value(key), true);
+    return texts.join("; ");
+}
+
+// What was found instead of the server @p wanted.
+QString foundText(const QMap<QString, ServerText>& up, const Discovery& discovery, const QString& wanted)
+{
+    constexpr int MaxOverdue = 5;
+    QStringList texts;
+    if (!up.isEmpty())
+        texts << "found: " + listed(up, up.keys());
+    QStringList overdue = matching(discovery.servers(), wanted);
+    if (overdue.isEmpty())
+        overdue = discovery.servers().keys();
+    for (const QString& key : up.keys())
+        overdue.removeAll(key);
+    for (const QString& key : overdue.mid(0, MaxOverdue))
+        texts << discovery.overdueText(key);
+    if (overdue.size() > MaxOverdue)
+        texts << QString("%1 more are heard").arg(overdue.size() - MaxOverdue);
+    if (texts.isEmpty())
+        texts << "no server was found";
+    if (up.isEmpty())
+        texts << "run 'citp-console doctor' to find the cause";
     return texts.join("; ");
 }
 } // namespace
@@ -105,15 +129,19 @@ void Session::waitFor(const QString& what, const std::function<bool()>& isDone, 
 void Session::find(const QString& wanted)
 {
     const int searchMs = qMax(m_timeoutMs, MinSearchMs);
-    if (!waitUntil([&] { return !matching(m_servers, wanted).isEmpty(); }, searchMs)) {
-        const QString found = m_servers.isEmpty() ? QString(
-                                                        "no server was found; run 'citp-console doctor' to find "
-                                                        "the cause")
-                                                  : "found: " + listed(m_servers, m_servers.keys());
-        throw Failure{
-            QString("no server '%1' within %2 on adapter %3; %4")
-                .arg(escapeControls(wanted), secondsText(searchMs), nameAndAddress(ArtNet::Adapter::Get()), found)};
-    }
+    const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
+    // Hears servers that do not come up.
+    Discovery discovery;
+    const bool isListening = discovery.open() == 0 && discovery.join(adapter.GetIpAddress()) == 0;
+    const auto isFound = [&] {
+        if (isListening)
+            discovery.read();
+        return !matching(m_servers, wanted).isEmpty();
+    };
+    if (!waitUntil(isFound, searchMs))
+        throw Failure{QString("no server '%1' within %2 on adapter %3; %4")
+                          .arg(escapeControls(wanted), secondsText(searchMs), nameAndAddress(adapter),
+                               foundText(m_servers, discovery, wanted))};
     waitUntil([&] { return m_servers.contains(wanted); }, SettleMs);
     const QStringList keys = matching(m_servers, wanted);
     if (keys.isEmpty())

@@ -3,6 +3,7 @@
 #include "commands.h"
 
 #include <QHash>
+#include <QSet>
 #include <climits>
 
 #include "adapters.h"
@@ -51,11 +52,61 @@ void printHints()
              ? "  port 4809: can be opened"
              : "  port 4809: IN USE by a program that does not share it; stop that program ('ss -ulpn' lists it)");
 }
+
+// Servers that are heard, but do not come up. Each is reported once, until it comes up.
+class Overdue
+{
+public:
+    Overdue() : m_isListening(m_discovery.open() == 0 && m_discovery.join(ArtNet::Adapter::Get().GetIpAddress()) == 0)
+    {
+    }
+
+    /// Reads the announcements.
+    /// @return the servers to report
+    QStringList check(const QHash<QString, ServerText>& up)
+    {
+        QStringList keys;
+        if (!m_isListening)
+            return keys;
+        m_discovery.read();
+        for (const QString& key : m_discovery.servers().keys()) {
+            if (!up.contains(key) && !m_reported.contains(key) && m_discovery.isHeardFor(key, SilenceMs))
+                keys << key;
+        }
+        return keys;
+    }
+
+    void report(const QStringList& keys)
+    {
+        constexpr int MaxLines = 5;
+        for (const QString& key : keys) {
+            if (m_reported.size() < MaxLines || keys.size() == 1)
+                warn(m_discovery.overdueText(key) + "; 'citp-console doctor " + key + "' checks it");
+            m_reported.insert(key);
+        }
+        if (keys.size() > MaxLines)
+            warn(QString("%1 servers announce themselves, but have sent no SInf").arg(m_reported.size()));
+    }
+
+    /// The server came up or went down.
+    void forget(const QString& key)
+    {
+        m_discovery.forget(key);
+        m_reported.remove(key);
+    }
+
+private:
+    Discovery m_discovery;
+    const bool m_isListening;
+    QSet<QString> m_reported;
+};
+
 } // namespace
 
 int watch(const Options& options)
 {
     ServerEvents events;
+    Overdue overdue;
     QHash<QString, ServerText> servers;
     QElapsedTimer silence; // stopped once a server came up
     silence.start();
@@ -65,12 +116,21 @@ int watch(const Options& options)
     try {
         for (;;) {
             const auto hasHints = [&] { return silence.isValid() && silence.elapsed() >= SilenceMs; };
-            processEventsUntil([&] { return !events.isEmpty() || hasHints(); }, INT_MAX);
+            QStringList late;
+            processEventsUntil(
+                [&] {
+                    late = overdue.check(servers);
+                    return !events.isEmpty() || hasHints() || !late.isEmpty();
+                },
+                INT_MAX);
+            overdue.report(late);
             const std::deque<ServerEvent> arrived = events.take();
             if (arrived.empty() && hasHints())
                 printHints();
-            silence.invalidate();
+            if (!arrived.empty() || hasHints())
+                silence.invalidate();
             for (const ServerEvent& event : arrived) {
+                overdue.forget(event.key);
                 if (event.isUp)
                     servers.insert(event.key, describe(event.key));
                 printEvent(event.isUp ? "up" : "down", event.isUp ? servers.value(event.key) : servers.take(event.key),

@@ -1,0 +1,61 @@
+// The command "servers": lists the media servers that announce themselves, without connecting to them.
+// SPDX-License-Identifier: Apache-2.0
+#include <QSet>
+#include <cerrno>
+#include <cstring>
+
+#include "adapters.h"
+#include "commands.h"
+#include "discovery.h"
+#include "session.h"
+
+namespace Console {
+namespace {
+// Servers announce themselves about once a second.
+constexpr int QuietBeforeEndMs = 2500;
+
+void startListening(Discovery& discovery, const ArtNet::Adapter& adapter)
+{
+    int error = discovery.open();
+    if (error == 0)
+        error = discovery.join(adapter.GetIpAddress());
+    if (error != 0)
+        throw Failure{QString("cannot listen on adapter %1: %2; run 'citp-console doctor' to find the cause")
+                          .arg(nameAndAddress(adapter), QString::fromLocal8Bit(std::strerror(error)))};
+}
+
+void printServer(const ServerText& server, bool json)
+{
+    if (json)
+        printJson({{"server", server.key}, {"name", server.name}});
+    else
+        printLine(toText(server, true));
+}
+} // namespace
+
+int listServers(const Options& options)
+{
+    const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
+    Discovery discovery;
+    startListening(discovery, adapter);
+    QSet<QString> printed;
+    QElapsedTimer sinceNew;
+    const auto isComplete = [&] {
+        discovery.read();
+        for (const ServerText& server : discovery.servers()) {
+            if (printed.contains(server.key))
+                continue;
+            printed.insert(server.key);
+            sinceNew.start();
+            printServer(server, options.json);
+        }
+        return sinceNew.isValid() && sinceNew.elapsed() >= QuietBeforeEndMs;
+    };
+    processEventsUntil(isComplete, options.timeoutMs);
+    if (printed.isEmpty())
+        throw Failure{
+            QString("no server was heard within %1 on adapter %2; run 'citp-console doctor' to find the cause")
+                .arg(secondsText(options.timeoutMs), nameAndAddress(adapter))};
+    return 0;
+}
+} // namespace Console
