@@ -123,7 +123,7 @@ TEST(ConsoleDoctor, FindsAHealthyServerWell)
     EXPECT_EQ(outcome.errors.toStdString(), "");
     for (const auto& [name, verdict] : verdictsIn(outcome.output))
         EXPECT_EQ(verdict.toStdString(), "ok") << name.toStdString() << '\n' << outcome.output.toStdString();
-    EXPECT_TRUE(outcome.output.endsWith("all checks passed\n"));
+    EXPECT_TRUE(outcome.output.endsWith("\nserver 127.0.0.2:4811  \"Stage\": all checks passed\n"));
     for (const char* const part :
          {"adapter    lo is up", "address    127.0.0.1/8", "multicast  joined 224.0.0.180 on lo",
           "port       UDP 4809 is free", "heard      1 server, the first after", "server 127.0.0.2:4811  \"Stage\"\n",

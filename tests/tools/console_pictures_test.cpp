@@ -172,4 +172,7 @@ TEST(FileNames, TellElementsApartWhateverTheirNames)
     EXPECT_EQ(fileName("1,2,0,0", 7, "a/b", "jpg").toStdString(), "1.2.0.0-007-a_b.jpg");
     EXPECT_EQ(fileName("1,2,0,0", 8, "a\\b", "jpg").toStdString(), "1.2.0.0-008-a_b.jpg");
     EXPECT_EQ(fileName("3", 255, "", "png").toStdString(), "3-255.png");
+    EXPECT_EQ(fileName("3", 1, "Sky.JPG", "jpg").toStdString(), "3-001-Sky.jpg");
+    EXPECT_EQ(fileName("3", 1, "Sky.png", "jpg").toStdString(), "3-001-Sky.jpg");
+    EXPECT_EQ(fileName("3", 1, "Sky.mov", "jpg").toStdString(), "3-001-Sky.mov.jpg");
 }

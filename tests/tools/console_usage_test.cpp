@@ -49,7 +49,10 @@ TEST(ConsoleUsage, TellsTheProjectsVersion)
 TEST(ConsoleUsage, RefusesWrongUseInOneLine)
 {
     expectRefused({}, "no command given");
-    expectRefused({"wacth"}, "'wacth' is not a command");
+    expectRefused({"wacth"}, "'wacth' is not a command; did you mean 'watch'?");
+    expectRefused({"librarys"}, "did you mean 'libraries'?");
+    expectRefused({"sing"}, "'sing' is not a command; see --help");
+    expectRefused({"watch", "--secods", "3"}, "did you mean '--seconds'?");
     expectRefused({"watch", "--unheard-of"}, "unheard-of");
     expectRefused({"watch", "more"}, "unexpected argument 'more'");
     expectRefused({"watch", "--seconds"}, "seconds");

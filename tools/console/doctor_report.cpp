@@ -24,6 +24,7 @@ DoctorReport::DoctorReport(bool json)
 void DoctorReport::beginServer(const QString& key, const QString& name)
 {
     m_server = key;
+    m_names << name;
     if (!m_json)
         printLine(name);
 }
@@ -47,13 +48,18 @@ void DoctorReport::skipped(const QString& check, const QString& reason)
 
 bool DoctorReport::finish()
 {
+    QString verdict = "all checks passed";
+    if (m_failed > 0)
+        verdict = QString("%1 failed, %2 skipped").arg(m_failed).arg(m_skipped);
+    else if (m_skipped > 0)
+        verdict = QString("no check failed, %1 skipped").arg(m_skipped);
     if (m_json)
         printJson({{"failed", m_failed}, {"skipped", m_skipped}});
-    else if (m_failed == 0)
-        printLine(m_skipped == 0 ? QString("all checks passed")
-                                 : QString("no check failed, %1 skipped").arg(m_skipped));
+    else if (m_names.isEmpty())
+        printLine(verdict);
     else
-        printLine(QString("%1 failed, %2 skipped").arg(m_failed).arg(m_skipped));
+        printLine((m_names.size() == 1 ? m_names.constFirst() : QString("%1 servers").arg(m_names.size())) + ": " +
+                  verdict);
     return m_failed == 0;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 namespace Console {
 /// Prints the result of each check and counts the results. The caller escapes control characters in the texts.
@@ -31,7 +32,8 @@ private:
 
     bool m_json;
     bool m_coloured;
-    QString m_server; ///< key; empty during the checks of this machine
+    QString m_server;    ///< key; empty during the checks of this machine
+    QStringList m_names; ///< of the checked servers
     int m_failed = 0;
     int m_skipped = 0;
 };

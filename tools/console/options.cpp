@@ -4,6 +4,7 @@
 
 #include <QCommandLineParser>
 #include <QRegularExpression>
+#include <algorithm>
 #include <vector>
 
 #include "commands.h"
@@ -210,6 +211,44 @@ struct UsageError
     QString text;
 };
 
+// The number of characters to insert, remove, replace or swap with their neighbours to make one word of the other.
+int distanceOf(const QString& one, const QString& other)
+{
+    std::vector<std::vector<int>> costs(static_cast<std::size_t>(one.size()) + 1,
+                                        std::vector<int>(static_cast<std::size_t>(other.size()) + 1));
+    for (std::size_t i = 0; i < costs.size(); ++i) {
+        for (std::size_t j = 0; j < costs[i].size(); ++j) {
+            const auto at = static_cast<int>(i);
+            const auto otherAt = static_cast<int>(j);
+            if (i == 0 || j == 0) {
+                costs[i][j] = at + otherAt;
+                continue;
+            }
+            const bool isSame = one.at(at - 1) == other.at(otherAt - 1);
+            costs[i][j] = std::min({costs[i - 1][j] + 1, costs[i][j - 1] + 1, costs[i - 1][j - 1] + (isSame ? 0 : 1)});
+            if (i > 1 && j > 1 && one.at(at - 1) == other.at(otherAt - 2) && one.at(at - 2) == other.at(otherAt - 1))
+                costs[i][j] = std::min(costs[i][j], costs[i - 2][j - 2] + 1);
+        }
+    }
+    return costs.back().back();
+}
+
+// The candidate that @p word was probably meant to be, as text for an error message; empty if there is none.
+QString suggestion(const QString& word, const QStringList& candidates, const QString& prefix = {})
+{
+    constexpr int MaxDistance = 2;
+    QString best;
+    int bestDistance = MaxDistance + 1;
+    for (const QString& candidate : candidates) {
+        const int distance = word.size() > 32 ? bestDistance : distanceOf(word, candidate);
+        if (distance < bestDistance && distance < candidate.size()) {
+            best = candidate;
+            bestDistance = distance;
+        }
+    }
+    return best.isEmpty() ? QString() : QString("; did you mean '%1%2'?").arg(prefix, best);
+}
+
 class ArgumentReader
 {
 public:
@@ -219,7 +258,7 @@ public:
         CommandLine line;
         try {
             if (!m_parser.parse(arguments))
-                throw UsageError{m_parser.errorText().remove(QRegularExpression("\\.$"))};
+                throw UsageError{m_parser.errorText().remove(QRegularExpression("\\.$")) + suggestedOption()};
             readAction(line);
             if (line.action == CommandLine::Action::Run)
                 line.options = options();
@@ -266,7 +305,7 @@ private:
             line.action = CommandLine::Action::Version;
             line.text = "citp-console " CITP_VERSION "\n";
         } else if (!words.isEmpty() && !command) {
-            throw UsageError{QString("'%1' is not a command").arg(words.constFirst())};
+            throw UsageError{QString("'%1' is not a command").arg(words.constFirst()) + suggestedCommand(words)};
         } else if (m_parser.isSet("help")) {
             QCommandLineParser help;
             prepare(help, command);
@@ -280,6 +319,22 @@ private:
             line.run = command->run;
             line.needsGui = command->needsGui;
         }
+    }
+
+    static QString suggestedCommand(const QStringList& words)
+    {
+        QStringList names;
+        for (const Command& command : commands())
+            names << command.name;
+        return suggestion(words.constFirst(), names);
+    }
+
+    QString suggestedOption() const
+    {
+        QStringList names;
+        for (const QCommandLineOption& option : knownOptions())
+            names << option.names();
+        return suggestion(m_parser.unknownOptionNames().value(0), names, "--");
     }
 
     // The parser accepts the options of all commands, so options that the command does not support are rejected here.

@@ -4,6 +4,7 @@
 
 #include <QBuffer>
 #include <QImageReader>
+#include <QRegularExpression>
 
 namespace Console {
 namespace {
@@ -114,7 +115,9 @@ QString fileNamePart(const QString& name)
 
 QString fileName(const QString& library, int element, const QString& name, const QString& extension)
 {
-    const QString part = fileNamePart(name);
+    // Names of clips often are names of files.
+    static const QRegularExpression pictureExtension("\\.(jpe?g|png)$", QRegularExpression::CaseInsensitiveOption);
+    const QString part = fileNamePart(QString(name).remove(pictureExtension));
     return QString("%1-%2%3.%4")
         .arg(QString(library).replace(',', '.'))
         .arg(element, 3, 10, QLatin1Char('0'))
