@@ -125,6 +125,14 @@ TEST(ConsoleEnd, IsQuietWhenTheReaderGoes)
     EXPECT_EQ(console.errors().toStdString(), "");
 }
 
+TEST(ConsoleEnd, ComesWithAFailureWhenStandardOutputIsClosed)
+{
+    const Server server;
+    Child console("sh", {"-c", shellCommand({"libraries", "127.0.0.2:4811", "--adapter", "lo"}) + " >&-"});
+    EXPECT_EQ(console.waitForEnd(), 1);
+    EXPECT_EQ(console.errors().toStdString(), "citp-console: not all output could be written; is the disk full?\n");
+}
+
 TEST(ConsoleEnd, GivesItsReasonLast)
 {
     const Server server({"--fault", "silence"});

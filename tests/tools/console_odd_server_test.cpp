@@ -6,6 +6,7 @@
 #include <QTemporaryDir>
 
 #include "console_fixture.h"
+#include "fake_server.h"
 #include "odd_server.h"
 #include "wire.h"
 
@@ -268,4 +269,22 @@ TEST(ConsoleBeforeOddServers, SaysThatAServerIsHeardButOwesItsSInf)
     EXPECT_TRUE(watch.errors().contains("'citp-console doctor " + server.key() + "' checks it"));
     watch.interrupt();
     EXPECT_EQ(watch.waitForEnd(), 0);
+}
+
+TEST(ConsoleBeforeOddServers, SaysThatTheDescriptorsDoNotSuffice)
+{
+    constexpr int Count = 64;
+    Child console("sh", {"-c", "ulimit -n 40; exec " CONSOLE_PROGRAM " watch --adapter lo"});
+    std::vector<std::unique_ptr<FakeServer>> servers;
+    for (int i = 0; i < Count; ++i)
+        servers.push_back(std::make_unique<FakeServer>());
+    const QString problem = "citp-console: too many servers for 40 descriptors; ";
+    EXPECT_TRUE(waitFor([&] {
+        for (const auto& each : servers)
+            each->announce();
+        return console.errors().contains(problem);
+    })) << console.errors().toStdString();
+    console.interrupt();
+    EXPECT_EQ(console.waitForEnd(), 0);
+    EXPECT_EQ(console.errors().count(problem), 1);
 }

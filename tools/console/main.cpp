@@ -9,6 +9,7 @@
 
 #include "adapters.h"
 #include "commands.h"
+#include "descriptors.h"
 #include "log_lines.h"
 #include "printing.h"
 #include "shutdown.h"
@@ -108,6 +109,7 @@ int execute(int& argc, char** argv, std::unique_ptr<QCoreApplication>& applicati
 
 int main(int argc, char** argv)
 {
+    prepareDescriptors();
     watchSignals();
     // print() reports a pipe that was closed.
     std::signal(SIGPIPE, SIG_IGN);

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "adapters.h"
+#include "descriptors.h"
 #include "discovery.h"
 #include "log_lines.h"
 #include "printing.h"
@@ -18,9 +19,12 @@ constexpr int WakeUpMs = 50;
 
 QString listed(const QMap<QString, ServerText>& servers, const QStringList& keys)
 {
+    constexpr int MaxListed = 10;
     QStringList texts;
-    for (const QString& key : keys)
+    for (const QString& key : keys.mid(0, MaxListed))
         texts << toText(servers.value(key), true);
+    if (keys.size() > MaxListed)
+        texts << QString("%1 more").arg(keys.size() - MaxListed);
     return texts.join("; ");
 }
 
@@ -42,9 +46,27 @@ QString foundText(const QMap<QString, ServerText>& up, const Discovery& discover
         texts << QString("%1 more are heard").arg(overdue.size() - MaxOverdue);
     if (texts.isEmpty())
         texts << "no server was found";
+    const QString problem = descriptorProblem();
+    if (!problem.isEmpty())
+        texts << problem;
     if (up.isEmpty())
         texts << "run 'citp-console doctor' to find the cause";
     return texts.join("; ");
+}
+
+// At most once, because the servers announce themselves again and again.
+void warnAboutDescriptors()
+{
+    constexpr qint64 IntervalMs = 500;
+    static bool hasWarned = false;
+    static QElapsedTimer sinceCheck;
+    if (hasWarned || (sinceCheck.isValid() && sinceCheck.elapsed() < IntervalMs))
+        return;
+    sinceCheck.start();
+    const QString problem = descriptorProblem();
+    hasWarned = !problem.isEmpty();
+    if (hasWarned)
+        warn(problem);
 }
 } // namespace
 
@@ -59,6 +81,7 @@ bool processEventsUntil(const std::function<bool()>& isDone, int milliseconds)
             throw Interrupted{};
         checkOutput();
         flushLog();
+        warnAboutDescriptors();
         if (timer.elapsed() >= milliseconds)
             return false;
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);

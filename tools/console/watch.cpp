@@ -79,13 +79,13 @@ public:
     void report(const QStringList& keys)
     {
         constexpr int MaxLines = 5;
-        for (const QString& key : keys) {
-            if (m_reported.size() < MaxLines || keys.size() == 1)
-                warn(m_discovery.overdueText(key) + "; 'citp-console doctor " + key + "' checks it");
-            m_reported.insert(key);
-        }
+        for (const QString& key : keys.mid(0, MaxLines))
+            warn(m_discovery.overdueText(key) + "; 'citp-console doctor " + key + "' checks it");
         if (keys.size() > MaxLines)
-            warn(QString("%1 servers announce themselves, but have sent no SInf").arg(m_reported.size()));
+            warn(QString("%1 more servers have announced themselves, but have sent no SInf")
+                     .arg(keys.size() - MaxLines));
+        for (const QString& key : keys)
+            m_reported.insert(key);
     }
 
     /// The server came up or went down.

@@ -1,0 +1,15 @@
+// File descriptors: their limit, and a warning when none is left.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <QString>
+
+namespace Console {
+/// Raises the limit of open descriptors to the highest that the system allows, because each server needs one. Opens
+/// /dev/null for standard descriptors that are closed, so that no connection gets their numbers. Call it before any
+/// descriptor is opened.
+void prepareDescriptors();
+
+/// A text such as "too many servers for 1024 descriptors; ..." if no descriptor is left, otherwise empty.
+QString descriptorProblem();
+} // namespace Console
