@@ -127,7 +127,8 @@ struct CITP_HIDDEN Requests::Private
 
     struct Peer
     {
-        QString name; ///< with the key, for the user
+        QString name;     ///< with the key, for the user
+        QString identity; ///< see Requests::identity()
         quint8 msexMinor = 0;
         bool isPaced = false;
         QString format;
@@ -221,6 +222,11 @@ void Requests::Private::serverUp(const QString& key)
     server.isPaced = sinf.ProductName.contains(QLatin1String("coolux"), Qt::CaseInsensitive) ||
                      sinf.ProductName.contains(QLatin1String("arkaos"), Qt::CaseInsensitive);
     server.format = bestFormat(sinf);
+    // Servers without one send blanks, zeros or nothing.
+    const bool hasUuid = std::any_of(sinf.UUID.begin(), sinf.UUID.end(), [](QChar character) {
+        return character.isLetterOrNumber() && character != QLatin1Char('0');
+    });
+    server.identity = hasUuid ? sinf.UUID : key;
 }
 
 void Requests::Private::serverDown(const QString& key)
@@ -731,6 +737,12 @@ quint8 Requests::msexMinor(const QString& server) const
 {
     const auto* const known = d->find(server);
     return known ? known->msexMinor : 0;
+}
+
+QString Requests::identity(const QString& server) const
+{
+    const auto* const known = d->find(server);
+    return known ? known->identity : server;
 }
 
 void Requests::setTimeout(int milliseconds)

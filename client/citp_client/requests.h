@@ -157,6 +157,9 @@ public:
     /// The MSEX minor version in which @p server is asked; 0 if it is not up.
     quint8 msexMinor(const QString& server) const;
 
+    /// What stands for @p server beyond its connections: its UUID, or its key if it has none or is not up.
+    QString identity(const QString& server) const;
+
     /// @param milliseconds 5000 by default; for requests that time out after this
     void setTimeout(int milliseconds);
     /// In ms.

@@ -1,0 +1,137 @@
+// The format of the files, and the removal of those that were not used for longest.
+// SPDX-License-Identifier: Apache-2.0
+#include "picture_files_p.h"
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QDataStream>
+#include <QDateTime>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace CITP {
+namespace {
+const QByteArray fileMagic = QByteArrayLiteral("CITPpic1");
+constexpr int checksumLength = 20;
+// Of the limit: how much is written between two looks at the folder, and how much room each makes.
+constexpr int purgeShare = 8;
+// Of a process that crashed while writing.
+constexpr qint64 staleTime = 3600; // s
+constexpr qint64 touchTime = 3600; // s
+
+QByteArray checksumOf(const QByteArray& content)
+{
+    return QCryptographicHash::hash(content, QCryptographicHash::Sha1);
+}
+} // namespace
+
+// In 256 folders, since some file systems are slow with many files in one.
+QString PictureFiles::fileFor(const QByteArray& key) const
+{
+    const QByteArray name = QCryptographicHash::hash(key, QCryptographicHash::Sha1).toHex();
+    return m_folder + QLatin1Char('/') + QString::fromLatin1(name.left(2)) + QLatin1Char('/') +
+           QString::fromLatin1(name.mid(2));
+}
+
+Picture PictureFiles::read(const QByteArray& key) const
+{
+    QFile file(fileFor(key));
+    if (!file.open(QIODevice::ReadOnly)) {
+        return {};
+    }
+    const QByteArray bytes = file.readAll();
+    const QByteArray content = bytes.mid(checksumLength);
+    if (bytes.left(checksumLength) != checksumOf(content)) {
+        return {};
+    }
+    QDataStream stream(content);
+    stream.setVersion(QDataStream::Qt_5_15);
+    QByteArray magic;
+    QByteArray storedKey;
+    Picture picture;
+    stream >> magic >> storedKey >> picture.format >> picture.size >> picture.msexMinor >> picture.data;
+    if (stream.status() != QDataStream::Ok || magic != fileMagic || storedKey != key) {
+        return {};
+    }
+    // The time of the last use, for purge(); exact to the hour, to write less.
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    if (file.fileTime(QFileDevice::FileModificationTime).secsTo(now) > touchTime) {
+        file.setFileTime(now, QFileDevice::FileModificationTime);
+    }
+    return picture;
+}
+
+QString PictureFiles::write(const QByteArray& key, const Picture& picture)
+{
+    QByteArray content;
+    QDataStream stream(&content, QIODevice::WriteOnly);
+    stream.setVersion(QDataStream::Qt_5_15);
+    stream << fileMagic << key << picture.format << picture.size << picture.msexMinor << picture.data;
+    const QString name = fileFor(key);
+    // Its own for each process and each of several in one.
+    const QString temporary = QStringLiteral("%1.%2-%3.tmp")
+                                  .arg(name)
+                                  .arg(QCoreApplication::applicationPid())
+                                  .arg(reinterpret_cast<quintptr>(this));
+    QFile file(temporary);
+    if (!file.open(QIODevice::WriteOnly)) {
+        QDir().mkpath(QFileInfo(name).path());
+        if (!file.open(QIODevice::WriteOnly)) {
+            return file.errorString();
+        }
+    }
+    const bool isWritten = file.write(checksumOf(content) + content) == content.size() + checksumLength && file.flush();
+    const QString problem = file.errorString();
+    file.close();
+    // QFile::rename() does not replace a file.
+    if (!isWritten || std::rename(QFile::encodeName(temporary).constData(), QFile::encodeName(name).constData()) != 0) {
+        file.remove();
+        return isWritten ? QCoreApplication::translate("CITP::PictureFiles", "cannot be renamed") : problem;
+    }
+    m_written += content.size();
+    if (m_written >= m_limit / purgeShare) {
+        purge();
+    }
+    return {};
+}
+
+void PictureFiles::purge()
+{
+    struct Entry
+    {
+        QDateTime used;
+        qint64 size;
+        QString path;
+    };
+    m_written = 0;
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    std::vector<Entry> entries;
+    qint64 total = 0;
+    QDirIterator files(m_folder, QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        files.next();
+        const QFileInfo info = files.fileInfo();
+        if (info.suffix() != QLatin1String("tmp")) {
+            entries.push_back({info.lastModified(), info.size(), info.filePath()});
+            total += info.size();
+        } else if (info.lastModified().secsTo(now) > staleTime) {
+            QFile::remove(info.filePath());
+        }
+    }
+    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.used < b.used; });
+    for (const Entry& entry : entries) {
+        if (total <= m_limit - m_limit / purgeShare) {
+            break;
+        }
+        // Another process may have been faster.
+        QFile::remove(entry.path);
+        total -= entry.size;
+    }
+}
+} // namespace CITP
