@@ -8,6 +8,12 @@
 
 #include <csignal>
 
+namespace {
+// For the children. The leak check takes arbitrary memory for the dynamic thread-local storage of a picture plugin, and
+// crashes there.
+[[maybe_unused]] const bool hasOptions = qputenv("ASAN_OPTIONS", qgetenv("ASAN_OPTIONS") + ":intercept_tls_get_addr=0");
+} // namespace
+
 Program::~Program()
 {
     if (!isRunning())

@@ -245,3 +245,10 @@ TEST(MediaserverHostile, ForgesAnnouncementsOfManyPortsOrManyAddresses)
     EXPECT_EQ(*senders.begin(), QHostAddress("127.0.0.2").toIPv4Address());
     EXPECT_EQ(*senders.rbegin(), QHostAddress("127.9.0.250").toIPv4Address() + 299);
 }
+
+TEST(MediaserverHostile, ForgingLeavesTimeToEnd)
+{
+    Program program({"--adapter", "lo", "--count", "200", "--fault", "forge", "--forged", "60000", "--forged-from",
+                     "127.30.0.0", "--interval", "10"});
+    program.waitForLine("Server 200  listens on");
+}

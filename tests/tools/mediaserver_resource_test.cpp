@@ -97,15 +97,27 @@ TEST(MediaserverResource, TurnsConnectionsAwayBeforeDescriptorsRunOutAndSaysItOn
 
 TEST(MediaserverResource, AConnectionThatCannotBeAcceptedWaitsForADescriptor)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer itself needs descriptors";
+#endif
     GroupListener group;
     Program program({"--adapter", "lo", "--interval", "100"});
     program.waitForLine("listens on");
-    Console greeted("127.0.0.2", 4811);
-    greeted.send(hex(Greeting));
-    EXPECT_EQ(greeted.nextMessage().mid(22, 4).toStdString(), "SInf");
+    // Connections take the lowest free numbers. Without gaps, the next one is the limit.
+    std::vector<std::unique_ptr<Console>> greeted;
     rlim_t free = 0;
-    while (QFileInfo(QString("/proc/%1/fd/%2").arg(program.id()).arg(free)).isSymLink())
-        ++free;
+    for (rlim_t highest = 1; free < highest && greeted.size() < 20;) {
+        greeted.push_back(std::make_unique<Console>("127.0.0.2", quint16(4811)));
+        greeted.back()->send(hex(Greeting));
+        EXPECT_EQ(greeted.back()->nextMessage().mid(22, 4).toStdString(), "SInf");
+        free = 0;
+        for (rlim_t number = 0; number < 100; ++number) {
+            if (!QFileInfo(QString("/proc/%1/fd/%2").arg(program.id()).arg(number)).isSymLink())
+                continue;
+            free += free == number ? 1 : 0;
+            highest = number;
+        }
+    }
     limitDescriptors(program.id(), free);
     Console first("127.0.0.2", 4811);
     Console second("127.0.0.2", 4811);

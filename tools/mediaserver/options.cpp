@@ -107,7 +107,9 @@ public:
             "NAME,...");
         add({"fault-rate"}, "Probability of a fault at each occasion in percent, 1 to 100. Default: 100.", "PERCENT");
         add({"fault-delay"}, "Delay of the fault 'delay' in milliseconds, 1 to 600000. Default: 500.", "MS");
-        add({"forged"}, "Number of servers announced by the fault 'forge', 1 to 60000. Default: 1000.", "N");
+        add({"forged"},
+            "Number of servers announced by the fault 'forge', 1 to 60000, at most 20000 a second. Default: 1000.",
+            "N");
         add({"forged-from"},
             "Source address of the first of them; the others count up from it. The machine must own all of these "
             "addresses, as it owns 127.0.0.0/8. Default: all have the address of the server, and ports count up.",

@@ -20,6 +20,8 @@ const int MaxConnections = 64;
 const int ReservedDescriptors = 8;
 const int AcceptRetryMs = 1000;
 const int ForgeTickMs = 10;
+// Leaves time for signals and for the other servers.
+const qint64 MaxForgedInATick = 200;
 const int FloodTickMs = 1;
 const int StormDatagrams = 300;
 // Layer status flag.
@@ -234,10 +236,10 @@ void Server::forge()
 {
     const FaultPlan& plan = m_behaviour.faults;
     const int ticks = qMax(1, m_behaviour.intervalMs / ForgeTickMs);
-    const auto begin = static_cast<quint32>(qint64(plan.forged) * m_forgeTick / ticks);
-    const auto end = static_cast<quint32>(qint64(plan.forged) * (m_forgeTick + 1) / ticks);
+    const qint64 due = qint64(plan.forged) * (m_forgeTick + 1) / ticks - qint64(plan.forged) * m_forgeTick / ticks;
     m_forgeTick = (m_forgeTick + 1) % ticks;
-    for (quint32 i = begin; i < end; ++i) {
+    for (qint64 count = qMin(due, MaxForgedInATick); count > 0; --count) {
+        const quint32 i = m_forged++ % static_cast<quint32>(plan.forged);
         QHostAddress source = m_endpoint.address;
         quint16 port = m_endpoint.port;
         if (plan.forgedFrom.isNull())

@@ -80,6 +80,7 @@ private:
     std::size_t m_floodTick = 0;
     QTimer m_forgeTimer;
     int m_forgeTick = 0; ///< within the interval of announcements
+    quint32 m_forged = 0;
     quint32 m_updateTick = 0;
     quint32 m_layerTick = 0;
     bool m_hasRoom = true;     ///< whether the last connection was kept; only changes are logged
