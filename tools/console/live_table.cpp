@@ -27,7 +27,7 @@ QStringList LiveTable::fitted(const QStringList& lines) const
     if (rows < 1 || terminal.width() < 1)
         return lines;
     const auto leftOut = static_cast<int>(lines.size()) - rows;
-    QStringList out = leftOut <= 0 ? lines : lines.mid(0, rows - 1);
+    QStringList out = lines.mid(0, leftOut > 0 ? rows - 1 : rows);
     if (leftOut > 0)
         out << QString("(%1 more lines: enlarge the window)").arg(leftOut + 1);
     for (QString& line : out)
