@@ -153,6 +153,7 @@ struct CITP_HIDDEN Requests::Private
 
     /// Takes @p reply out of its channel.
     void withdraw(Reply* reply);
+    /// Has to be followed by emitFinished() or by a wakeUpAt().
     void finish(Reply* reply, Reply::Status status, const QString& text = {});
     /// Tells of what has finished. Only from the event loop: users must not be called back inside their own calls.
     void emitFinished();
@@ -359,6 +360,7 @@ bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand
     lastServer = reply->m_request.server;
     if (!write(server, reply->m_request)) {
         finish(reply, Reply::Refused, tr("Server %1 cannot be sent a request").arg(server.name));
+        wakeUpAt(transport.now());
         return true;
     }
     const qint64 now = transport.now();
@@ -411,7 +413,6 @@ void Requests::Private::finish(Reply* reply, Reply::Status status, const QString
     reply->m_status = status;
     reply->m_errorString = text;
     finished.emplace_back(reply);
-    wakeUpAt(transport.now());
 }
 
 void Requests::Private::emitFinished()
@@ -701,11 +702,13 @@ Reply* Requests::get(const Request& request)
     const auto* const server = d->find(request.server);
     if (!server) {
         d->finish(reply, Reply::ServerLost, tr("Server %1 is not up").arg(request.server));
+        d->wakeUpAt(d->transport.now());
         return reply;
     }
     const QString problem = d->complete(reply->m_request, *server);
     if (!problem.isEmpty()) {
         d->finish(reply, Reply::Refused, problem);
+        d->wakeUpAt(d->transport.now());
         return reply;
     }
     d->channelOf(reply)->waiting[request.isByHand].push_back(reply);

@@ -71,7 +71,7 @@ void StackTransport::wakeUpAt(qint64 time)
     }
 }
 
-bool StackTransport::send(const QString& server, const Msg_MSEX& request)
+bool StackTransport::send(const QString& server, const Msg_Header& request)
 {
     citp_stack* const stack = citp_stack::Get();
     QByteArray list;

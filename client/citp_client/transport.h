@@ -29,10 +29,10 @@ public:
     /// the earliest requested time counts.
     virtual void wakeUpAt(qint64 time) = 0;
 
-    /// Sends @p request: a Msg_MSEX_GELI, Msg_MSEX_GEIN, Msg_MSEX_GELT or Msg_MSEX_GETH. Emits nothing before it
-    /// returns.
+    /// Sends @p request: a Msg_MSEX_GELI, Msg_MSEX_GEIN, Msg_MSEX_GELT, Msg_MSEX_GETH or Msg_FPTC_SPTC. Emits nothing
+    /// before it returns.
     /// @return false if it was rejected
-    virtual bool send(const QString& server, const Msg_MSEX& request) = 0;
+    virtual bool send(const QString& server, const Msg_Header& request) = 0;
     /// The servers that are up.
     virtual std::vector<QString> servers() const = 0;
     /// As citp_stack::getServerInfo().
@@ -74,7 +74,7 @@ public:
     void wakeUpAt(qint64 time) override;
     /// Requests for lists go past the stack's own pacing: that would never send another one after an answer with
     /// effects or generic elements. Requests sends paced servers one at a time instead, with a timeout.
-    bool send(const QString& server, const Msg_MSEX& request) override;
+    bool send(const QString& server, const Msg_Header& request) override;
     std::vector<QString> servers() const override;
     bool serverInfo(const QString& server, Msg_MSEX_SINF* sinf, Msg_PEER_PLOC* ploc) const override;
 

@@ -3,6 +3,7 @@
 #include "stack_fixture.h"
 
 #include <citp_client/directory.h>
+#include <citp_client/layers.h>
 #include <citp_client/requests.h>
 
 using namespace CITP;
@@ -94,6 +95,17 @@ TEST_F(ClientSocketTest, EffectsOfAPacedServerDoNotStopTheQueue)
     EXPECT_TRUE(waitForEnd(again));
     EXPECT_EQ(generic->status, Reply::Answered);
     EXPECT_EQ(libraries->status, Reply::Answered);
+}
+
+TEST_F(ClientSocketTest, LayersAndFixturesCrossThreads)
+{
+    const Layers layers(m_transport, m_server.key());
+    const Patch patch(m_transport, m_server.key());
+    Connection connection = admit(m_server);
+    connection.send(Wire::lsta(3) + Wire::ptch(7));
+    EXPECT_TRUE(waitFor([&] { return patch.state() == Patch::Complete && !layers.layers().empty(); }));
+    EXPECT_EQ(layers.layers().front().number, 3);
+    EXPECT_EQ(patch.fixtures().front().identifier, 7);
 }
 
 TEST_F(ClientSocketTest, TheEndOfAConnectionEndsItsRequests)

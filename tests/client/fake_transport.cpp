@@ -4,6 +4,7 @@
 
 #include "wire.h"
 
+#include <citp/citp_msg_fptc.h>
 #include <citp/citp_msg_msex_requests.h>
 
 #include <QCoreApplication>
@@ -40,8 +41,12 @@ Msg_MSEX_SINF sinfOf(int minor, const char* product)
 }
 } // namespace
 
-bool FakeTransport::send(const QString& server, const Msg_MSEX& request)
+bool FakeTransport::send(const QString& server, const Msg_Header& request)
 {
+    if (dynamic_cast<const Msg_FPTC_SPTC*>(&request)) {
+        ++patchRequests;
+        return true;
+    }
     Request decoded;
     decoded.server = server;
     decoded.size = {};

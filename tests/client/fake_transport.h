@@ -20,7 +20,7 @@ class FakeTransport : public CITP::Transport
 public:
     qint64 now() const override { return m_now; }
     void wakeUpAt(qint64 time) override { m_wakeUp = m_wakeUp < 0 || time < m_wakeUp ? time : m_wakeUp; }
-    bool send(const QString& server, const CITP::Msg_MSEX& request) override;
+    bool send(const QString& server, const CITP::Msg_Header& request) override;
     std::vector<QString> servers() const override;
     bool serverInfo(const QString& server, CITP::Msg_MSEX_SINF* sinf, CITP::Msg_PEER_PLOC* ploc) const override;
 
@@ -35,7 +35,8 @@ public:
 
     /// What send() was given, in the form of a request, and since the start.
     std::vector<CITP::Request> sent;
-    /// Called for each of those. @return what send() returns
+    int patchRequests = 0;
+    /// Called for each of #sent. @return what send() returns
     std::function<bool(const CITP::Request&)> onSend;
 
 private:
