@@ -393,6 +393,35 @@ TEST_F(BrowserModels, TheLogNamesTheServerOfALine)
     EXPECT_TRUE(waitFor([&] { return serverOf("removed " + StageKey) == "Stage"; }));
 }
 
+TEST_F(BrowserModels, TheLogTellsOfAGuardThatActs)
+{
+    const MediaServer server({"--fault", "zero-size"});
+    openServer();
+    session.libraries().fetchMore(session.libraries().find(1, Browser::RootLibrary));
+    EXPECT_TRUE(waitFor([this] {
+        for (int row = 0; row < session.log().rowCount(); ++row) {
+            if (session.log()
+                    .index(row, LogModel::Text)
+                    .data()
+                    .toString()
+                    .startsWith("guard small message: " + StageKey))
+                return true;
+        }
+        return false;
+    }));
+}
+
+TEST(BrowserServers, OneThatIsNamedByHandIsListedBeforeItIsUp)
+{
+    forgetServers();
+    Browser::Session session;
+    Tools::StackOptions options;
+    options.servers << "127.0.0.77:4999";
+    session.start(options);
+    EXPECT_TRUE(
+        waitFor([&] { return session.servers().stateOf("127.0.0.77:4999") == ServerModel::State::Connecting; }));
+}
+
 TEST(BrowserValues, LinesAreShortAndInOnePiece)
 {
     EXPECT_EQ(Browser::toSingleLine(QString(10000, 'x')).size(), 161);

@@ -42,7 +42,8 @@ TEST_F(BrowserProgram, SaysInOneLineWhatIsWrongWithItsOptions)
         {{"--server", "stage"}, "--server: 'stage'"},        {{"--server", "2.0.0.10"}, "--server: '2.0.0.10'"},
         {{"--server", "999.1.1.1:4811"}, "--server: '999."}, {{"--server", "2.0.0.10:99999"}, "--server: '2.0."},
         {{"--server", "2.0.0.10:0"}, "--server: '2.0."},     {{"--server", "2.0.0.10:04811"}, "--server: '2.0."},
-        {{"--server", "002.0.0.10:4811"}, "--server: '002"}};
+        {{"--server", "002.0.0.10:4811"}, "--server: '002"}, {{"--group", "none"}, "--group: 'none' is not a group"},
+        {{"--server-at", "stage"}, "--server-at: 'stage'"},  {{"--server-at", "2.0.0.10:0"}, "--server-at: '2.0."}};
     for (const auto& [arguments, expected] : wrong) {
         // If it accepted an option, it would end for want of a platform.
         const Outcome outcome = run(arguments, "QT_QPA_PLATFORM=nosuchplatform");
@@ -69,4 +70,18 @@ TEST_F(BrowserProgram, ShowsTheServerThatItIsToldAndRemembersTheAdapter)
     EXPECT_EQ(second.count("GELI", 1), 1);
     EXPECT_EQ(first.count("GELI"), 0);
     EXPECT_TRUE(waitFor([this] { return remembered("adapter") == "lo"; })) << remembered("adapter");
+}
+
+TEST_F(BrowserProgram, TakesGroupAndServersFromTheCommandLine)
+{
+    MediaServer named({"--group", "none"});
+    MediaServer young({"--address", "127.0.0.3", "--port", "4812", "--group", "new"});
+    MediaServer old({"--address", "127.0.0.4", "--port", "4813"});
+    const Child browser(
+        BROWSER_PROGRAM,
+        {"--adapter", "lo", "--group", "old", "--server-at", "127.0.0.2:4811", "--server", "127.0.0.2:4811"},
+        environment());
+    EXPECT_EQ(named.count("GELI", 1), 1);
+    EXPECT_EQ(old.count("connected", 1), 1);
+    EXPECT_EQ(young.count("connected"), 0);
 }

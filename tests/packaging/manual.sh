@@ -66,10 +66,13 @@ expect()
     expect citp-browser - -- $(options citp-browser)
     expect citp-mediaserver - -- $(options citp-mediaserver)
     expect citp-mediaserver --msex 1. -- 1.0 1.1 1.2
-    expect citp-mediaserver --fault s -- silence split spoil storm
+    expect citp-mediaserver --fault s -- silence split spoil stall storm
     expect citp-mediaserver --count "" --
     expect citp-console watch --seconds "" --
     expect citp-console thumbnails --format p -- png
+    expect citp-console watch --group "" -- both new old
+    expect citp-browser --group n -- new
+    expect citp-mediaserver --group n -- new none
     for command in $commands; do
         expect citp-console "$command" - -- $(options citp-console "$command")
     done

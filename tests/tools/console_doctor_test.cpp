@@ -13,11 +13,12 @@
 
 #include "console_fixture.h"
 #include "network.h"
+#include "odd_server.h"
 #include "wire.h"
 
 namespace {
-const QStringList All{"adapter", "address",  "multicast", "port",    "heard",
-                      "tcp",     "greeting", "version",   "library", "thumbnail"};
+const QStringList All{"adapter",  "address", "multicast", "port",      "heard", "tcp",
+                      "greeting", "version", "library",   "thumbnail", "guards"};
 
 // The verdict on each check, and that there is one on every check and on nothing else.
 std::map<QString, QString> verdictsIn(const QString& output)
@@ -125,10 +126,10 @@ TEST(ConsoleDoctor, FindsAHealthyServerWell)
         EXPECT_EQ(verdict.toStdString(), "ok") << name.toStdString() << '\n' << outcome.output.toStdString();
     EXPECT_TRUE(outcome.output.endsWith("\nserver 127.0.0.2:4811  \"Stage\": all checks passed\n"));
     for (const char* const part :
-         {"adapter    lo is up", "address    127.0.0.1/8", "multicast  joined 224.0.0.180 on lo",
+         {"adapter    lo is up", "address    127.0.0.1/8", "multicast  joined 224.0.0.180 and 239.224.0.180 on lo",
           "port       UDP 4809 is free", "heard      1 server, the first after", "server 127.0.0.2:4811  \"Stage\"\n",
           "an SInf: Test Product 3.2.1, 2 layers", "version    MSEX 1.2", "library    5 media libraries",
-          "element 0 \"Grey across\": JPEG, 160 x 120"})
+          "element 0 \"Grey across\": JPEG, 160 x 120", "guards     none has acted"})
         EXPECT_TRUE(outcome.output.contains(part)) << part << '\n' << outcome.output.toStdString();
     EXPECT_FALSE(outcome.output.contains('\x1b'));
 }
@@ -182,6 +183,22 @@ TEST_F(ConsoleDoctorOnAShowNetwork, SaysThatTheServerIsInAnotherNetwork)
     const Outcome outcome = runConsole({"doctor", "--timeout", "3"});
     expectFailure(outcome, "tcp", "port 4811", after("tcp"));
     EXPECT_TRUE(outcome.output.contains("10.0.0.2 is outside of 2.0.0.1/24")) << outcome.output.toStdString();
+}
+
+TEST_F(ConsoleDoctorOnAShowNetwork, SaysThatTheServerIsHeardOnAnotherAdapter)
+{
+    ip("addr add 2.0.0.1/24 dev show0");
+    ip("link set show0 up");
+    startFarServer("2.0.0.2/24");
+    const QString text = "2.0.0.2:4811  \"Far\": heard on show0, not on the adapter in use";
+    expectFailure(examineBriefly(), "heard", "no media server within 2 s; heard: " + text, after("heard"));
+
+    const Server near;
+    const Outcome outcome = examine();
+    EXPECT_EQ(outcome.status, 0) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.output.contains("note     heard      " + text + "\n")) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.output.contains("heard      1 server, ")) << outcome.output.toStdString();
+    EXPECT_FALSE(outcome.output.contains("server 2.0.0.2:4811")) << outcome.output.toStdString();
 }
 
 TEST(ConsoleDoctor, SaysThatThereIsNoAdapterButTheLoopback)
@@ -302,6 +319,67 @@ TEST(ConsoleDoctor, TellsAServerThatIsNotHeardFromOneThatIsNotThere)
     EXPECT_TRUE(gone.output.contains("port 4899 refuses connections")) << gone.output.toStdString();
 }
 
+TEST(ConsoleDoctor, SaysThatAServerAnnouncesItselfToTheNewGroupOnly)
+{
+    const QString text = "heard on 239.224.0.180 only: a console that listens on 224.0.0.180 alone will not see it";
+    const Server server({"--name", "New", "--group", "new"});
+    const Outcome outcome = examine();
+    EXPECT_EQ(outcome.status, 0) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.output.contains("server 127.0.0.2:4811  \"New\"\nnote     heard      " + text + '\n'))
+        << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.output.endsWith("all checks passed\n")) << outcome.output.toStdString();
+    expectFailure(examineBriefly({"--group", "old"}), "heard",
+                  "no media server within 2 s; heard: 127.0.0.2:4811  \"New\": " + text, after("heard"));
+    EXPECT_EQ(examineBriefly({"--group", "new"}).status, 0);
+}
+
+TEST(ConsoleDoctor, SaysNothingOfGroupsWhenTheServerUsesTheOldOneOrBoth)
+{
+    const Server old;
+    const Server both({"--address", "127.0.0.3", "--group", "both"});
+    const Outcome outcome = examine();
+    EXPECT_EQ(outcome.status, 0) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.output.contains("2 servers, the first after")) << outcome.output.toStdString();
+    EXPECT_FALSE(outcome.output.contains("note ")) << outcome.output.toStdString();
+}
+
+TEST(ConsoleDoctor, ChecksAServerNamedByHandThatIsNotHeard)
+{
+    const Server server({"--group", "none"});
+    const Outcome outcome = examineBriefly({"--server-at", "127.0.0.2:4811"});
+    EXPECT_EQ(outcome.status, 0) << outcome.output.toStdString();
+    for (const auto& [check, verdict] : verdictsIn(outcome.output))
+        EXPECT_EQ(verdict.toStdString(), check == "heard" ? "skipped" : "ok") << outcome.output.toStdString();
+}
+
+TEST(ConsoleDoctor, NamesTheGuardThatActedAndGoesOn)
+{
+    const OddServer broken([](const QByteArray& message) {
+        return Wire::code(message) == "GELI" ? Wire::withSize(Wire::msex(2, "ELIn"), 0) : QByteArray();
+    });
+    const Server sound({"--address", "127.0.0.3"});
+    const Outcome outcome = examine();
+    EXPECT_EQ(outcome.status, 1);
+    const QStringList parts = outcome.output.split("server 127.0.0.3:4811");
+    ASSERT_EQ(parts.size(), 2) << outcome.output.toStdString();
+    EXPECT_TRUE(parts[0].contains("FAILED   guards     guard small message: " + broken.key() +
+                                  " disconnected: a message states 0 bytes (minimum 20)\n"))
+        << outcome.output.toStdString();
+    EXPECT_TRUE(parts[0].contains("FAILED   library ")) << outcome.output.toStdString();
+    EXPECT_TRUE(parts[1].contains("ok       thumbnail ")) << outcome.output.toStdString();
+    EXPECT_TRUE(parts[1].contains("ok       guards     none has acted\n2 servers: 2 failed, 1 skipped\n"))
+        << outcome.output.toStdString();
+}
+
+TEST(ConsoleDoctor, LeavesOutTheGuardsThatAreSwitchedOff)
+{
+    const Server server;
+    const Outcome outcome = examine({"--no-guards"});
+    EXPECT_EQ(outcome.status, 0) << outcome.output.toStdString();
+    EXPECT_EQ(verdictsIn(outcome.output)["guards"].toStdString(), "skipped");
+    EXPECT_TRUE(outcome.output.endsWith("no check failed, 1 skipped\n")) << outcome.output.toStdString();
+}
+
 TEST(ConsoleDoctor, ChecksEveryServerAndFailsForOne)
 {
     const Server good({"--name", "Good"});
@@ -355,7 +433,7 @@ TEST(ConsoleDoctor, PrintsOneJsonObjectALine)
         EXPECT_EQ(line.value("check").toString().toStdString(), All[i].toStdString());
         EXPECT_EQ(line.value("server").toString().toStdString(), i < 5 ? "" : "127.0.0.2:4811");
         EXPECT_NE(line.value("text").toString().toStdString(), "");
-        EXPECT_EQ(line.value("verdict").toString().toStdString(), i < 8 ? "ok" : i == 8 ? "FAILED" : "skipped");
+        EXPECT_EQ(line.value("verdict").toString().toStdString(), i == 8 ? "FAILED" : i == 9 ? "skipped" : "ok");
         EXPECT_EQ(line.contains("advice"), i == 8);
     }
     EXPECT_EQ(lines.back().value("failed").toInt(), 1);
@@ -424,7 +502,7 @@ TEST_P(ConsoleDoctorUnderFault, NamesTheCheckThatFails)
 
 INSTANTIATE_TEST_SUITE_P(
     EachFault, ConsoleDoctorUnderFault,
-    ::testing::Values(FaultCase{"refuse", "tcp", "port 4811 is announced, but refuses connections", 4},
+    ::testing::Values(FaultCase{"refuse", "tcp", "port 4811 is announced, but refuses connections", 5},
                       FaultCase{"mute", "greeting", "does not send an SInf within 5 s", 3},
                       FaultCase{"odd-sinf", "version", "the SInf came in MSEX 1.", 0},
                       FaultCase{"silence", "library", "did not send its libraries within 2 s", 1},

@@ -105,6 +105,21 @@ TEST(ConsoleBeforeOddServers, SaysThatAPatchGoesOnAndOn)
         << outcome.errors.toStdString();
 }
 
+TEST(ConsoleBeforeOddServers, ListsAPatchThatIsLargerThanWhatMayWaitUnread)
+{
+    constexpr unsigned Fixtures = 6000;
+    const OddServer server([](const QByteArray& message) {
+        QByteArray patch;
+        for (unsigned fixture = 1; Wire::code(message) == "SPtc" && fixture <= Fixtures; ++fixture)
+            patch += Wire::ptch(fixture);
+        return patch;
+    });
+    const Outcome outcome = run("patch", server, {});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.output.contains(": 6000 fixtures\n")) << outcome.output.left(200).toStdString();
+    EXPECT_EQ(outcome.errors.toStdString(), "");
+}
+
 TEST(ConsoleBeforeOddServers, TimesAnswersBesideOnesThatNobodyAskedFor)
 {
     const OddServer server(
@@ -210,9 +225,9 @@ TEST(ConsoleBeforeOddServers, FetchesWhatWasListedBeforeLibrariesThatTellNothing
 TEST(ConsoleBeforeOddServers, RefusesAPatchThatFillsTheMemory)
 {
     QByteArray fixtures;
-    for (unsigned fixture = 0; fixture < 70; ++fixture)
+    for (unsigned fixture = 0; fixture < 140; ++fixture)
         fixtures += Wire::fptc("Ptch", Wire::u16(fixture) + Wire::u8(1) + Wire::u8(0) + Wire::u16(2) + Wire::u16(3) +
-                                           QByteArray(1 << 20, 'm') + QByteArray(2, '\0'));
+                                           QByteArray(1 << 19, 'm') + QByteArray(2, '\0'));
     const OddServer server(
         [&](const QByteArray& message) { return Wire::code(message) == "SPtc" ? fixtures : QByteArray(); });
     const Outcome outcome = run("patch", server, {"--timeout", "30"});

@@ -290,6 +290,7 @@ struct FaultCase
     const char* saying; ///< in the output or the errors
     /// Short for what does not come. What comes must not be too late, however busy the machine is.
     const char* timeout = "30";
+    const char* option = nullptr;
 };
 
 void PrintTo(const FaultCase& faultCase, std::ostream* out)
@@ -306,7 +307,10 @@ TEST_P(ConsoleUnderFault, StaysAliveAndSaysWhatHappened)
 {
     const QTemporaryDir target;
     const Server server({"--fault", GetParam().fault, "--fault-delay", "20"});
-    const Outcome outcome = fetch(target.path(), {"--timeout", GetParam().timeout});
+    QStringList options{"--timeout", GetParam().timeout};
+    if (GetParam().option)
+        options << GetParam().option;
+    const Outcome outcome = fetch(target.path(), options);
     EXPECT_EQ(outcome.status, GetParam().status) << outcome.errors.toStdString();
     EXPECT_TRUE((outcome.output + outcome.errors).contains(GetParam().saying))
         << outcome.output.toStdString() << outcome.errors.toStdString();
@@ -316,16 +320,16 @@ TEST_P(ConsoleUnderFault, StaysAliveAndSaysWhatHappened)
     expectGoodFiles(target.path());
 }
 
-INSTANTIATE_TEST_SUITE_P(EachFault, ConsoleUnderFault,
-                         ::testing::Values(FaultCase{"delay", 0, 40, "40 of 40 thumbnails written"},
-                                           FaultCase{"silence", 1, 0, "did not send its libraries within 2 s", "2"},
-                                           FaultCase{"split", 0, 40, "40 of 40 thumbnails written"},
-                                           FaultCase{"merge", 0, 40, "40 of 40 thumbnails written"},
-                                           FaultCase{"truncate", 1, -1, "citp-console: ", "2"},
-                                           FaultCase{"oversize", 1, 0, "40 missing:"},
-                                           FaultCase{"version", 1, 0, "which is not supported", "2"},
-                                           FaultCase{"garbage", 0, 40, "40 of 40 thumbnails written"},
-                                           FaultCase{"noise", 1, 0, "did not send its libraries within 2 s", "2"},
-                                           FaultCase{"reset", 1, 0, "went down"},
-                                           FaultCase{"storm", 0, 40, "40 of 40 thumbnails written"}),
-                         [](const auto& test) { return std::string(test.param.fault); });
+INSTANTIATE_TEST_SUITE_P(
+    EachFault, ConsoleUnderFault,
+    ::testing::Values(FaultCase{"delay", 0, 40, "40 of 40 thumbnails written"},
+                      FaultCase{"silence", 1, 0, "did not send its libraries within 2 s", "2"},
+                      FaultCase{"split", 0, 40, "40 of 40 thumbnails written"},
+                      FaultCase{"merge", 0, 40, "40 of 40 thumbnails written"},
+                      FaultCase{"truncate", 1, -1, "citp-console: ", "2"}, FaultCase{"oversize", 1, 0, "40 missing:"},
+                      FaultCase{"version", 1, 0, "which is not supported", "2"},
+                      FaultCase{"garbage", 0, 40, "40 of 40 thumbnails written"},
+                      FaultCase{"noise", 1, 0, "guard large message: 127.0.0.2:4811", "2"},
+                      FaultCase{"noise", 1, 0, "did not send its libraries within 2 s", "2", "--no-guards"},
+                      FaultCase{"reset", 1, 0, "went down"}, FaultCase{"storm", 0, 40, "40 of 40 thumbnails written"}),
+    [](const auto& test) { return test.param.fault + std::string(test.param.option ? "WithoutGuards" : ""); });

@@ -23,10 +23,10 @@ TEST(ConsoleUsage, HelpNamesEveryCommandAndOption)
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors.toStdString(), "");
     for (const char* const word :
-         {"watch",     "servers",    "adapters",  "doctor",   "libraries", "elements",   "layers",
-          "patch",     "thumbnails", "decode",    "capture",  "stats",     "--interval", "--count",
-          "--summary", "--write",    "--adapter", "--format", "--json",    "--log",      "--seconds",
-          "--size",    "--timeout",  "--to",      "--type",   "--version", "Exit status"})
+         {"watch",      "servers",   "adapters", "doctor",      "libraries",   "elements",   "layers",    "patch",
+          "thumbnails", "decode",    "capture",  "stats",       "--interval",  "--count",    "--summary", "--write",
+          "--adapter",  "--format",  "--json",   "--log",       "--seconds",   "--size",     "--timeout", "--to",
+          "--type",     "--version", "--group",  "--no-guards", "--server-at", "Exit status"})
         EXPECT_TRUE(outcome.output.contains(word)) << word;
 }
 
@@ -61,6 +61,17 @@ TEST(ConsoleUsage, RefusesWrongUseInOneLine)
     expectRefused({"watch", "--adapter", ""}, "--adapter");
     expectRefused({"watch", "--log", "CITP.Stack"}, "NAME=MASK");
     expectRefused({"watch", "--log", "CITP.Stack=32"}, "CITP.Stack=32");
+    expectRefused({"watch", "--group", "none"}, "--group: 'none' is not a group: old, new or both");
+    expectRefused({"watch", "--group", ""}, "--group: '' is not a group");
+    expectRefused({"watch", "--server-at", "stage"}, "--server-at: 'stage' is not an address and port such as 2.");
+    expectRefused({"watch", "--server-at", "2.0.0.10"}, "--server-at: '2.0.0.10'");
+    expectRefused({"watch", "--server-at", "2.0.0.10:0"}, "--server-at: '2.0.0.10:0'");
+    expectRefused({"watch", "--server-at", "2.0.0.10:99999"}, "--server-at: '2.0.0.10:99999'");
+    expectRefused({"watch", "--server-at", "2.0.0.10:4811", "--server-at", "2.0.0.256:4811"},
+                  "--server-at: '2.0.0.256:");
+    expectRefused({"watch", "--server-at", "fe80::1:4811"}, "--server-at: 'fe80::1:4811'");
+    expectRefused({"adapters", "--no-guards"}, "'adapters' does not support --no-guards");
+    expectRefused({"capture", "--write", "x", "--group", "old"}, "'capture' does not support --group");
     expectRefused({"adapters", "--seconds", "3"}, "'adapters' does not support --seconds");
     expectRefused({"libraries"}, "'libraries' requires SERVER");
     expectRefused({"libraries", ""}, "'libraries' requires SERVER");
@@ -106,6 +117,8 @@ TEST(ConsoleUsage, ComplainsAboutHostileArgumentsHarmlessly)
     expectRefused({"\x1b[2J\nwatch"}, "\\u001b[2J\\u000awatch");
     expectRefused({"watch", "--adapter", "\x1b]0;x"}, "\\u001b]0;x");
     expectRefused({"watch", "--log", "\x1b]0;x"}, "\\u001b]0;x");
+    expectRefused({"watch", "--group", "\x1b]0;x"}, "\\u001b]0;x");
+    expectRefused({"watch", "--server-at", "\x1b]0;x"}, "\\u001b]0;x");
 }
 
 TEST(ConsoleAdapters, MarksTheOneThatIsUsedAndSaysWhy)

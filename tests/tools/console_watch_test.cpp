@@ -4,6 +4,8 @@
 #include <QUdpSocket>
 
 #include "console_fixture.h"
+#include "odd_server.h"
+#include "wire.h"
 
 namespace {
 const QStringList watchLoopback{"watch", "--adapter", "lo"};
@@ -61,6 +63,45 @@ TEST(ConsoleWatch, PrintsOneJsonObjectALine)
         EXPECT_EQ(event.value("layers").toInt(), 4);
         EXPECT_TRUE(QDateTime::fromString(event.value("time").toString(), Qt::ISODateWithMs).isValid());
     }
+}
+
+TEST(ConsoleWatch, PrintsAGuardThatActsOnStandardErrorAndGoesOn)
+{
+    const OddServer broken([](const QByteArray&) { return QByteArray(); }, Wire::withSize(Wire::msex(2, "ELIn"), 0));
+    Console console(watchLoopback);
+    ASSERT_TRUE(waitFor([&] { return console.errors().contains("guard small message"); }));
+    EXPECT_TRUE(console.errors().contains("CITP.Stack: guard small message: " + broken.key() + " disconnected: "))
+        << console.errors().toStdString();
+    const Server sound({"--address", "127.0.0.3"});
+    console.waitForLine("up    127.0.0.3:4811");
+}
+
+TEST(ConsoleWatch, HearsBothGroupsUnlessToldOtherwise)
+{
+    const Server young({"--name", "New", "--group", "new"});
+    const Server old({"--name", "Old", "--address", "127.0.0.3", "--group", "old"});
+    const auto seen = [](const QStringList& arguments) {
+        const QStringList all = QStringList{"--adapter", "lo"} + arguments;
+        const QString output = runConsole(QStringList{"watch", "--seconds", "5"} + all).output;
+        // What listens beside the stack hears the same.
+        const QString listed = runConsole(QStringList{"servers"} + all).output;
+        EXPECT_EQ(listed.contains("\"New\""), output.contains("\"New\"")) << listed.toStdString();
+        EXPECT_EQ(listed.contains("\"Old\""), output.contains("\"Old\"")) << listed.toStdString();
+        return (output.contains("\"New\"") ? "new " : "") + std::string(output.contains("\"Old\"") ? "old" : "");
+    };
+    // One after the other: a socket of this machine receives the groups that another one has joined.
+    EXPECT_EQ(seen({}), "new old");
+    EXPECT_EQ(seen({"--group", "old"}), "old");
+    EXPECT_EQ(seen({"--group", "new"}), "new ");
+}
+
+TEST(ConsoleWatch, ConnectsToServersNamedByHand)
+{
+    const Server servers({"--count", "2", "--group", "none"});
+    Console console(watchLoopback + QStringList{"--server-at", "127.0.0.2:4811", "--server-at", "127.0.0.3:4812"});
+    ASSERT_TRUE(waitFor([&] { return console.output().count("up  ") == 2; })) << console.output().toStdString();
+    for (const char* const key : {"127.0.0.2:4811", "127.0.0.3:4812"})
+        EXPECT_TRUE(console.output().contains(key)) << console.output().toStdString();
 }
 
 TEST(ConsoleWatch, EndsCleanlyOnCtrlC)

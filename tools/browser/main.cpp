@@ -76,6 +76,6 @@ int main(int argc, char** argv)
     if (!options.server.isEmpty())
         session.chooseServer(options.server);
     window.show();
-    session.start();
+    session.start(options.stack);
     return QApplication::exec();
 }

@@ -2,10 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "options.h"
 
-#include <citp/citp_stack.h>
-
 #include <QCommandLineParser>
-#include <QHostAddress>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -26,15 +23,6 @@ Options usageError(const QString& what)
     options.text = what;
     return options;
 }
-
-// Server keys are compared as text: another spelling of the same address would never match.
-bool isKey(const QString& text)
-{
-    const QHostAddress host(text.section(QLatin1Char(':'), 0, 0));
-    const unsigned short port = text.section(QLatin1Char(':'), 1).toUShort();
-    return host.protocol() == QAbstractSocket::IPv4Protocol && port > 0 &&
-           CITP::citp_stack::buildServerKey(host.toString(), port) == text;
-}
 } // namespace
 
 Options readOptions(const QStringList& arguments)
@@ -45,6 +33,7 @@ Options readOptions(const QStringList& arguments)
                        {{"v", "version"}, "Prints the version and exits."},
                        {"adapter", "Network adapter to listen on, by name or IPv4 address.", "NAME|ADDRESS"},
                        {"server", "Server to show first, as ADDRESS:PORT.", "KEY"}});
+    parser.addOptions(Tools::stackCommandLineOptions());
     if (!parser.parse(arguments))
         return usageError(parser.errorText().remove(QRegularExpression(QStringLiteral("\\.$"))));
     Options options;
@@ -68,9 +57,10 @@ Options readOptions(const QStringList& arguments)
         return usageError(QStringLiteral("--adapter: '%1' is no adapter or IPv4 address of this machine; 'citp-console "
                                          "adapters' lists them")
                               .arg(toSingleLine(options.adapter)));
-    if (parser.isSet("server") && !isKey(options.server))
+    if (parser.isSet("server") && !Tools::isServerKey(options.server))
         return usageError(QStringLiteral("--server: '%1' is not a server key such as 2.0.0.10:4811")
                               .arg(toSingleLine(options.server)));
-    return options;
+    const QString problem = Tools::readStackOptions(parser, options.stack);
+    return problem.isEmpty() ? options : usageError(toSingleLine(problem));
 }
 } // namespace Browser

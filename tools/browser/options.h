@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "stack_options.h"
+
 namespace Browser {
 struct Options
 {
@@ -13,6 +15,7 @@ struct Options
     QString text; ///< the text to print, or the usage error
     QString adapter;
     QString server; ///< key of the server to show
+    Tools::StackOptions stack;
 };
 
 /// @param arguments all arguments; the first is the program's name

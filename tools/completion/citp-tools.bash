@@ -12,6 +12,12 @@ _citp_choices()
         END { print text }' | grep -oE '[.;] +[a-z-]+:' | tr -d '.;: '
 }
 
+# Prints the values of the option --$1 that the help text on standard input names as its value, "<old|new>".
+_citp_values()
+{
+    grep -oE -- "--$1 <[a-z|]+>" | head -n 1 | tr '<|>' '\n' | tail -n +2
+}
+
 # Prints the names of each option in the help text on standard input, followed by "<" if the option takes a value.
 _citp_options()
 {
@@ -50,7 +56,7 @@ _citp_tools()
         patch | output | write) _filedir; return ;;
         format) COMPREPLY=($(compgen -W 'jpeg png rgb8' -- "$cur")); return ;;
         msex) COMPREPLY=($(compgen -W '1.0 1.1 1.2' -- "$cur")); return ;;
-        group) COMPREPLY=($(compgen -W 'both new none old' -- "$cur")); return ;;
+        group) COMPREPLY=($(compgen -W "$(_citp_values group <<<"$help")" -- "$cur")); return ;;
         fault) COMPREPLY=($(compgen -W "$(_citp_choices fault <<<"$help")" -- "$cur")); return ;;
         *) return ;; # a value without completion
     esac

@@ -7,6 +7,7 @@
 #include <QNetworkInterface>
 #include <QNetworkProxy>
 #include <QTcpSocket>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -15,6 +16,7 @@
 #include "commands.h"
 #include "discovery.h"
 #include "doctor_report.h"
+#include "guard_events.h"
 #include "inbox.h"
 #include "pictures.h"
 #include "port_users.h"
@@ -25,9 +27,13 @@ using Os::NetworkAdapter;
 
 constexpr quint8 Media = 1;
 const QSize ThumbnailSize(160, 120);
+const QString MissedAdvice =
+    "choose the server's adapter (--adapter) and group (--group), or connect it to this network";
 
 const QString NotHeard = "it was not heard";
-const QStringList ServerChecks{"tcp", "greeting", "version", "library", "thumbnail"};
+const QStringList ContentChecks{"version", "library", "thumbnail"};
+const QStringList ConnectionChecks = QStringList{"greeting"} + ContentChecks + QStringList{"guards"};
+const QStringList ServerChecks = QStringList{"tcp"} + ConnectionChecks;
 
 QString errorText(int error)
 {
@@ -61,6 +67,7 @@ public:
           m_name(adapterName(m_used)),
           m_adapter(findAdapter(m_used))
     {
+        m_options.stack.options.setObserver(m_guardEvents.observer());
     }
 
     /// @return true if no check failed
@@ -71,10 +78,12 @@ public:
         checkMulticast();
         checkPort();
         listen();
-        const QMap<QString, ServerText>& heard = m_discovery.servers();
-        for (const QString& key : std::as_const(m_keys))
-            checkServer(heard.value(key), {});
-        if (m_keys.isEmpty())
+        m_discovery.close();
+        const QMap<QString, ServerText> servers = knownServers();
+        const QStringList keys = m_used.IsValid() ? matchingKeys(servers) : QStringList();
+        for (const QString& key : keys)
+            checkServer(servers.value(key), {});
+        if (keys.isEmpty())
             checkServerByKey();
         return m_report.finish();
     }
@@ -135,21 +144,22 @@ private:
             m_report.skipped("multicast", m_skipReason);
             return;
         }
-        const int error = Discovery::tryToJoin(m_used.GetIpAddress());
+        QString failed;
+        const int error = Discovery::tryToJoin(m_used.GetIpAddress(), groups(), failed);
         if (error == 0) {
             const NetworkAdapter::State& state = m_adapter->GetState();
             m_report.ok("multicast",
                         QString("joined %1 on %2%3")
-                            .arg(Discovery::Group, m_name,
+                            .arg(Tools::addressesOf(groups()).join(" and "), m_name,
                                  state.multicast || state.loopback
                                      ? QString()
                                      : ", but multicast is disabled on it (ip link set " + m_name + " multicast on)"));
             return;
         }
-        m_report.failed(
-            "multicast", QString("%1 cannot be joined on %2: %3").arg(Discovery::Group, m_name, errorText(error)),
-            error == ENOBUFS ? "the kernel's limit is reached: raise net.ipv4.igmp_max_memberships (sysctl)"
-                             : "check that the adapter still exists and has its address: ip addr show " + m_name);
+        m_report.failed("multicast", QString("%1 cannot be joined on %2: %3").arg(failed, m_name, errorText(error)),
+                        error == ENOBUFS
+                            ? "the kernel's limit is reached: raise net.ipv4.igmp_max_memberships (sysctl)"
+                            : "check that the adapter still exists and has its address: ip addr show " + m_name);
         m_skipReason = "the group cannot be joined";
     }
 
@@ -184,36 +194,72 @@ private:
             m_report.skipped("heard", m_skipReason);
             return;
         }
-        const int error = m_discovery.join(m_used.GetIpAddress());
+        const int error = m_discovery.join(m_used, groups());
+        m_discovery.joinOthers(m_used);
         QElapsedTimer timer;
         timer.start();
-        const auto hasMatch = [this] {
+        const auto heardKeys = [this] {
             m_discovery.read();
-            return !matchingKeys().isEmpty();
+            return matchingKeys(m_discovery.servers());
         };
-        if (error == 0 && processEventsUntil(hasMatch, m_options.timeoutMs)) {
+        if (error == 0 && processEventsUntil([&] { return !heardKeys().isEmpty(); }, m_options.timeoutMs)) {
             const qint64 first = timer.elapsed();
-            processEventsUntil([&] { return hasMatch() && m_discovery.servers().contains(m_options.server); },
+            const auto isUnclear = [this](const QString& key) { return !m_discovery.remarkOn(key).isEmpty(); };
+            processEventsUntil([&] { return heardKeys().contains(m_options.server) && !isUnclear(m_options.server); },
                                SettleMs);
-            m_keys = matchingKeys();
+            // Servers announce themselves to both groups about the same time, but a datagram may be lost.
+            processEventsUntil(
+                [&] {
+                    const QStringList keys = heardKeys();
+                    return std::none_of(keys.begin(), keys.end(), isUnclear);
+                },
+                SettleMs);
             const auto all = static_cast<int>(m_discovery.servers().size());
-            const auto selected = static_cast<int>(m_keys.size());
+            const auto selected = static_cast<int>(heardKeys().size());
             m_report.ok("heard",
                         QString("%1%2, the first after %3")
                             .arg(selected == all ? QString() : QString("%1 of ").arg(selected),
                                  all == 1 ? QString("1 server") : QString("%1 servers").arg(all), secondsText(first)));
+            noteMissedServers();
             return;
         }
-        m_report.failed("heard",
-                        error == 0 ? nothingHeardText() : "the group could not be joined again: " + errorText(error),
-                        discoveryAdvice());
-        m_skipReason = NotHeard;
+        const QString problem =
+            error == 0 ? nothingHeardText() : "the group could not be joined again: " + errorText(error);
+        if (matchingKeys(knownServers()).isEmpty()) {
+            m_report.failed("heard", problem, discoveryAdvice());
+            m_skipReason = NotHeard;
+        } else {
+            m_report.skipped("heard", problem + "; servers of --server-at need not be heard");
+        }
     }
 
-    QStringList matchingKeys() const
+    void noteMissedServers()
     {
-        const QMap<QString, ServerText>& servers = m_discovery.servers();
+        const QMap<QString, ServerText> missed = m_discovery.missedServers();
+        const QStringList keys = matchingKeys(missed);
+        for (const QString& key : keys)
+            m_report.note("heard", missedText(missed.value(key)), MissedAdvice);
+    }
+
+    QString missedText(const ServerText& server) const
+    {
+        return toText(server, true) + ": " + m_discovery.remarkOn(server.key);
+    }
+
+    QStringList matchingKeys(const QMap<QString, ServerText>& servers) const
+    {
         return m_options.server.isEmpty() ? servers.keys() : matching(servers, m_options.server);
+    }
+
+    // The servers to which the stack connects: those that were heard, and those of --server-at.
+    QMap<QString, ServerText> knownServers() const
+    {
+        QMap<QString, ServerText> servers = m_discovery.servers();
+        for (const QString& key : m_options.stack.servers) {
+            if (!servers.contains(key))
+                servers[key].key = key;
+        }
+        return servers;
     }
 
     QString nothingHeardText() const
@@ -222,9 +268,13 @@ private:
         QStringList heard;
         for (const ServerText& server : m_discovery.servers())
             heard << toText(server, true);
+        for (const ServerText& server : m_discovery.missedServers())
+            heard << missedText(server);
         if (!heard.isEmpty())
-            return QString("no server '%1' within %2; heard: %3")
-                .arg(escapeControls(m_options.server), timeout, heard.join("; "));
+            return QString("no %1 within %2; heard: %3")
+                .arg(m_options.server.isEmpty() ? QString("media server")
+                                                : QString("server '%1'").arg(escapeControls(m_options.server)),
+                     timeout, heard.join("; "));
         const QString others = m_discovery.others();
         if (!others.isEmpty())
             return QString("no media server within %1; heard: %2").arg(timeout, others);
@@ -233,13 +283,17 @@ private:
 
     QString discoveryAdvice() const
     {
-        if (!m_discovery.servers().isEmpty())
+        const QMap<QString, ServerText> missed = m_discovery.missedServers();
+        if (!matchingKeys(missed).isEmpty())
+            return MissedAdvice;
+        if (!m_discovery.servers().isEmpty() || !missed.isEmpty())
             return "use the key or name of a server that was heard, or check that CITP is enabled in the missing one";
         if (m_adapter->GetState().loopback)
             return "the loopback reaches only servers on this machine; --adapter selects another adapter";
         return QString(
                    "check that the server runs, with CITP enabled, in the network %1; then check the firewalls "
-                   "(incoming UDP 4809) and whether a switch filters multicast (IGMP snooping without a querier)")
+                   "(incoming UDP 4809) and whether a switch filters multicast (IGMP snooping without a querier); "
+                   "--server-at connects without multicast")
             .arg(addressAndNetwork());
     }
 
@@ -248,21 +302,18 @@ private:
     // A key contains address and port, so TCP can be checked without an announcement.
     void checkServerByKey()
     {
-        const QHostAddress host = CITP::citp_stack::getHostAddressFromSERV_ID(m_options.server);
-        const int port = m_options.server.section(':', 1).toInt();
-        const bool isKey = host.protocol() == QAbstractSocket::IPv4Protocol && port > 0 && port <= 65535;
-        if (isKey && m_used.IsValid()) {
+        if (Tools::isServerKey(m_options.server) && m_used.IsValid()) {
             ServerText server;
             server.key = m_options.server;
             checkServer(server, m_skipReason);
             return;
         }
-        skipFrom(ServerChecks.constFirst(), m_skipReason == NotHeard ? QString("no server was heard") : m_skipReason);
+        skip(ServerChecks, m_skipReason == NotHeard ? QString("no server was heard") : m_skipReason);
     }
 
-    void skipFrom(const QString& first, const QString& reason)
+    void skip(const QStringList& checks, const QString& reason)
     {
-        for (const QString& check : ServerChecks.mid(ServerChecks.indexOf(first)))
+        for (const QString& check : checks)
             m_report.skipped(check, reason);
     }
 
@@ -271,21 +322,40 @@ private:
     {
         m_report.beginServer(server.key,
                              "server " + (server.isKnown ? toText(server, true) : escapeControls(server.key)));
+        const QString remark = m_discovery.remarkOn(server.key);
+        if (skipReason.isEmpty() && !remark.isEmpty())
+            m_report.note("heard", remark, "if there are such consoles, let the server announce itself to both groups");
         if (!checkTcp(server)) {
-            skipFrom("greeting", "there is no connection");
+            skip(ConnectionChecks, "there is no connection");
             return;
         }
         if (!skipReason.isEmpty()) {
-            skipFrom("greeting", skipReason + "; a console connects only to servers that it hears");
+            skip(ConnectionChecks,
+                 skipReason + "; a console connects only to servers that it hears, or with --server-at");
             return;
         }
         const std::unique_ptr<Session> session = checkGreeting(server.key);
-        if (!session) {
-            skipFrom("version", "the server did not answer the greeting");
-            return;
+        if (session) {
+            checkVersion(server.key);
+            checkContent(*session);
+        } else {
+            skip(ContentChecks, "the server did not answer the greeting");
         }
-        checkVersion(server.key);
-        checkContent(*session);
+        checkGuards(server.key);
+    }
+
+    // After the other checks, during which a guard may have acted.
+    void checkGuards(const QString& key)
+    {
+        const QStringList lines = m_guardEvents.linesAbout(key);
+        if (!m_options.stack.hasGuards())
+            m_report.skipped("guards", "--no-guards was given");
+        else if (lines.isEmpty())
+            m_report.ok("guards", "none has acted");
+        else
+            m_report.failed("guards", lines.join("; "),
+                            "restart the server and check its cable; if it happens again, inform its manufacturer: the "
+                            "server may disturb a console without guards");
     }
 
     bool checkTcp(const ServerText& server)
@@ -351,8 +421,10 @@ private:
             m_report.failed("greeting",
                             QString("the server accepts the connection, but does not send an SInf within %1")
                                 .arg(secondsText(qMax(m_options.timeoutMs, MinSearchMs))),
-                            "disconnect other consoles from it, then restart CITP in the server; citp-console watch "
-                            "--log 'CITP.*=31' shows the messages");
+                            m_guardEvents.linesAbout(key).isEmpty()
+                                ? "disconnect other consoles from it, then restart CITP in the server; citp-console "
+                                  "watch --log 'CITP.*=31' shows the messages"
+                                : "a guard has acted: see below");
             return nullptr;
         }
     }
@@ -447,6 +519,8 @@ private:
 
     // --- Network ---------------------------------------------------------------------------------------------------
 
+    Discovery::Groups groups() const { return m_options.stack.options.discoveryGroups(); }
+
     // The operating system's entry for the address in use.
     QNetworkAddressEntry addressEntry() const
     {
@@ -473,14 +547,14 @@ private:
         return own.prefixLength() < 0 || host.isInSubnet(own.ip(), own.prefixLength());
     }
 
-    const Options& m_options;
+    Options m_options; ///< with an observer of the guards
+    const GuardEvents m_guardEvents;
     DoctorReport m_report;
     const ArtNet::Adapter m_used;
     const QString m_name; ///< of the adapter in use, with control characters escaped
     const std::optional<NetworkAdapter> m_adapter;
     Discovery m_discovery;
     QString m_skipReason; ///< why later checks are skipped; empty if they can be run
-    QStringList m_keys;   ///< the servers to check
 };
 } // namespace
 

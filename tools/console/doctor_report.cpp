@@ -40,6 +40,11 @@ void DoctorReport::failed(const QString& check, const QString& text, const QStri
     print("FAILED", Red, check, text, advice);
 }
 
+void DoctorReport::note(const QString& check, const QString& text, const QString& advice)
+{
+    print("note", nullptr, check, text, advice);
+}
+
 void DoctorReport::skipped(const QString& check, const QString& reason)
 {
     ++m_skipped;

@@ -19,6 +19,9 @@ public:
     void ok(const QString& check, const QString& text);
     /// @param advice how to fix it
     void failed(const QString& check, const QString& text, const QString& advice);
+    /// Prints a remark on a check, which is neither a success nor a failure.
+    /// @param advice what to do about it
+    void note(const QString& check, const QString& text, const QString& advice);
     /// @param reason why the check was not run
     void skipped(const QString& check, const QString& reason);
 

@@ -48,7 +48,9 @@ public:
             [shared = m_shared, handle](const Key& key, const Message&... message) {
                 {
                     const std::lock_guard<std::mutex> lock(shared->mutex);
-                    handle(shared->state, key, message...);
+                    // The stack counts a copy as unread until it is destroyed, and stops reading at a limit. Copies of
+                    // that copy, which the state may keep, are not counted.
+                    handle(shared->state, key, Message(message)...);
                 }
                 QCoreApplication::eventDispatcher()->wakeUp();
             },

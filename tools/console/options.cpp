@@ -23,6 +23,14 @@ struct Command
     bool needsGui = false;
 };
 
+// The options of a command that connects to servers.
+QStringList connecting(QStringList options)
+{
+    for (const QCommandLineOption& option : Tools::stackCommandLineOptions())
+        options << option.names().constFirst();
+    return options;
+}
+
 const std::vector<Command>& commands()
 {
     static const std::vector<Command> all{
@@ -34,7 +42,7 @@ const std::vector<Command>& commands()
          "itself for 10 seconds without coming up is reported on standard error.",
          watch,
          {},
-         {"adapter", "json", "log", "seconds"}},
+         connecting({"adapter", "json", "log", "seconds"})},
         {"servers",
          "lists the media servers that announce themselves",
          "Listens for announcements and prints the key and the name of each media server as soon as it is heard.\n"
@@ -42,7 +50,7 @@ const std::vector<Command>& commands()
          "--timeout.",
          listServers,
          {},
-         {"adapter", "json", "log", "timeout"}},
+         {"adapter", "group", "json", "log", "timeout"}},
         {"adapters",
          "lists the network adapters",
          "Lists the network adapters of this machine with state and IPv4 addresses, marks the one that is used for\n"
@@ -53,29 +61,30 @@ const std::vector<Command>& commands()
         {"doctor",
          "checks the conditions for finding media servers",
          "Checks in order the conditions for finding media servers: the adapter, its address, multicast (by joining\n"
-         "the group), UDP port 4809 (by opening it as the library does), and whether a server announces itself within\n"
-         "--timeout. Then checks for each server the TCP connection, the greeting, the MSEX version, a library and a\n"
-         "thumbnail.\n"
-         "Prints a line for each check: ok, FAILED or skipped. A line below a failure explains how to fix it. With\n"
+         "the groups), UDP port 4809 (by opening it as the library does), and whether a server announces itself\n"
+         "within --timeout. Then checks for each server the TCP connection, the greeting, the MSEX version, a library\n"
+         "and a thumbnail, and whether a guard has acted. Also reports servers that are heard on another adapter or\n"
+         "group only; meanwhile, other programs on this machine that listen for servers hear them too.\n"
+         "Prints a line for each check: ok, FAILED, skipped or note. A line below it explains how to fix it. With\n"
          "SERVER, only that server is checked. A server given by its key is checked even without an announcement.\n"
          "Log lines of the library are suppressed unless --log or OS_LOG_MASKS enables them. The exit status is 1 if\n"
          "a check failed.",
          diagnose,
          {"[SERVER]"},
-         {"adapter", "json", "log", "timeout"}},
+         connecting({"adapter", "json", "log", "timeout"})},
         {"libraries",
          "lists the element libraries of a server",
          "Lists the element libraries of a server. Sub-libraries (MSEX 1.1 and later) follow their parents.",
          listLibraries,
          {"SERVER"},
-         {"adapter", "json", "log", "timeout", "type"}},
+         connecting({"adapter", "json", "log", "timeout", "type"})},
         {"elements",
          "lists the elements of a library",
          "Lists the elements of one library: media with size, length and frame rate, effects with their parameters,\n"
          "other elements with their names.",
          listElements,
          {"SERVER", "LIBRARY"},
-         {"adapter", "json", "log", "timeout", "type"}},
+         connecting({"adapter", "json", "log", "timeout", "type"})},
         {"layers",
          "shows the layer status of a server",
          "Shows what the layers of a server play. On a terminal, the table is updated in place; otherwise a table is\n"
@@ -84,7 +93,7 @@ const std::vector<Command>& commands()
          "slowly, only the newest ones are. Runs until Ctrl-C.",
          showLayers,
          {"SERVER"},
-         {"adapter", "json", "log", "seconds", "timeout"}},
+         connecting({"adapter", "json", "log", "seconds", "timeout"})},
         {"patch",
          "lists the fixture patch of a server",
          "Requests the fixture patch of a server and lists the fixtures. Universes and channels are the server's own\n"
@@ -92,7 +101,7 @@ const std::vector<Command>& commands()
          "for one second. If fixtures are still arriving after --timeout, the command fails.",
          listPatch,
          {"SERVER"},
-         {"adapter", "json", "log", "timeout"}},
+         connecting({"adapter", "json", "log", "timeout"})},
         {"stats",
          "shows message rates and response times of a server",
          "Counts the messages of a server by type, with rates and sizes, and measures its response times. On a\n"
@@ -108,7 +117,7 @@ const std::vector<Command>& commands()
          "attributed to the next request of its type.",
          showStatistics,
          {"SERVER"},
-         {"adapter", "interval", "json", "log", "seconds", "timeout"}},
+         connecting({"adapter", "interval", "json", "log", "seconds", "timeout"})},
         {"thumbnails",
          "saves the thumbnails of a server or library",
          "Requests the thumbnail of every element of a server, or of one library without its sub-libraries. Writes\n"
@@ -118,7 +127,7 @@ const std::vector<Command>& commands()
          "such libraries in a row, no more are requested.",
          fetchThumbnails,
          {"SERVER", "[LIBRARY]"},
-         {"adapter", "format", "json", "log", "size", "timeout", "to", "type"},
+         connecting({"adapter", "format", "json", "log", "size", "timeout", "to", "type"}),
          true},
         {"decode",
          "prints the CITP messages of a capture file",
@@ -167,7 +176,7 @@ QString programDescription()
 
 QList<QCommandLineOption> knownOptions()
 {
-    return {
+    const QList<QCommandLineOption> options{
         {{"adapter", "i"},
          "Network adapter, by name or IPv4 address. Default: the adapter in the environment variable ARTNET_ADAPTER; "
          "if "
@@ -203,6 +212,7 @@ QList<QCommandLineOption> knownOptions()
         {"summary", "Prints tables with the count and sizes of the messages of each server instead of the messages."},
         {{"write", "w"}, "File to write. An existing file is overwritten.", "FILE"},
     };
+    return options + Tools::stackCommandLineOptions();
 }
 
 // Exception: the command line is invalid.
@@ -447,6 +457,9 @@ private:
         options.json = m_parser.isSet("json");
         options.seconds = number("seconds", 1, 86400, 0);
         options.log = text("log");
+        const QString problem = Tools::readStackOptions(m_parser, options.stack);
+        if (!problem.isEmpty())
+            throw UsageError{problem};
         options.file = words.value(1);
         options.summary = m_parser.isSet("summary");
         options.write = text("write");

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "stack_options.h"
+
 namespace Console {
 struct Options
 {
@@ -13,6 +15,7 @@ struct Options
     bool json = false;
     int seconds = 0; ///< 0: default of the command
     QString log;     ///< masks for Os::Log::SetMasks(); empty: default
+    Tools::StackOptions stack;
 
     QString server;        ///< key or part of a name
     QString library;       ///< one number, or four separated by commas; empty: all libraries

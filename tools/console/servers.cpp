@@ -14,11 +14,11 @@ namespace {
 // Servers announce themselves about once a second.
 constexpr int QuietBeforeEndMs = 2500;
 
-void startListening(Discovery& discovery, const ArtNet::Adapter& adapter)
+void startListening(Discovery& discovery, const ArtNet::Adapter& adapter, Discovery::Groups groups)
 {
     int error = discovery.open();
     if (error == 0)
-        error = discovery.join(adapter.GetIpAddress());
+        error = discovery.join(adapter, groups);
     if (error != 0)
         throw Failure{QString("cannot listen on adapter %1: %2; run 'citp-console doctor' to find the cause")
                           .arg(nameAndAddress(adapter), QString::fromLocal8Bit(std::strerror(error)))};
@@ -37,7 +37,7 @@ int listServers(const Options& options)
 {
     const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
     Discovery discovery;
-    startListening(discovery, adapter);
+    startListening(discovery, adapter, options.stack.options.discoveryGroups());
     QSet<QString> printed;
     QElapsedTimer sinceNew;
     const auto isComplete = [&] {

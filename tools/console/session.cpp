@@ -89,14 +89,21 @@ bool processEventsUntil(const std::function<bool()>& isDone, int milliseconds)
     return true;
 }
 
+void enableStack(const Options& options)
+{
+    CITP::citp_stack* const stack = CITP::citp_stack::Get();
+    stack->setOptions(options.stack.options);
+    stack->setEnabled(true);
+}
+
 Session::Session(const Options& options) : m_timeoutMs(options.timeoutMs)
 {
     CITP::citp_stack* const stack = CITP::citp_stack::Get();
-    stack->setEnabled(true);
+    enableStack(options);
     // An earlier session may already have connected to servers.
     for (const QString& key : stack->getServers())
         m_servers.insert(key, describe(key));
-    find(options.server);
+    find(options);
 }
 
 void Session::update()
@@ -149,13 +156,15 @@ void Session::waitFor(const QString& what, const std::function<bool()>& isDone, 
     }
 }
 
-void Session::find(const QString& wanted)
+void Session::find(const Options& options)
 {
+    const QString& wanted = options.server;
     const int searchMs = qMax(m_timeoutMs, MinSearchMs);
     const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
     // Hears servers that do not come up.
     Discovery discovery;
-    const bool isListening = discovery.open() == 0 && discovery.join(adapter.GetIpAddress()) == 0;
+    const bool isListening =
+        discovery.open() == 0 && discovery.join(adapter, options.stack.options.discoveryGroups()) == 0;
     const auto isFound = [&] {
         if (isListening)
             discovery.read();

@@ -27,6 +27,9 @@ constexpr int MinSearchMs = 5000;
 /// Time to wait for more servers after the first one was found. Servers announce themselves about once a second.
 constexpr int SettleMs = 1500;
 
+/// Enables the stack with the guards, groups and servers of @p options.
+void enableStack(const Options& options);
+
 class Session
 {
 public:
@@ -59,7 +62,7 @@ public:
 
 private:
     void update();
-    void find(const QString& wanted);
+    void find(const Options& options);
 
     ServerEvents m_events;
     QMap<QString, ServerText> m_servers;

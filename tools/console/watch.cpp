@@ -46,8 +46,8 @@ void printHints()
              .arg(nameAndAddress(used), reasonFor(used)));
     warn("  cable: " + carrierHint(used));
     warn(
-        "  multicast: servers announce themselves to 224.0.0.180; is it blocked by a firewall or by a switch with IGMP "
-        "snooping?");
+        "  multicast: servers announce themselves to 224.0.0.180 or 239.224.0.180; are these groups blocked by a "
+        "firewall or by a switch with IGMP snooping? --server-at connects without announcements");
     warn(Discovery().open() == 0
              ? "  port 4809: can be opened"
              : "  port 4809: IN USE by a program that does not share it; stop that program ('ss -ulpn' lists it)");
@@ -57,7 +57,8 @@ void printHints()
 class Overdue
 {
 public:
-    Overdue() : m_isListening(m_discovery.open() == 0 && m_discovery.join(ArtNet::Adapter::Get().GetIpAddress()) == 0)
+    explicit Overdue(Discovery::Groups groups)
+        : m_isListening(m_discovery.open() == 0 && m_discovery.join(ArtNet::Adapter::Get(), groups) == 0)
     {
     }
 
@@ -106,13 +107,13 @@ private:
 int watch(const Options& options)
 {
     ServerEvents events;
-    Overdue overdue;
+    Overdue overdue(options.stack.options.discoveryGroups());
     QHash<QString, ServerText> servers;
     QElapsedTimer silence; // stopped once a server came up
     silence.start();
     if (options.seconds > 0)
         interruptAfter(options.seconds);
-    CITP::citp_stack::Get()->setEnabled(true);
+    enableStack(options);
     try {
         for (;;) {
             const auto hasHints = [&] { return silence.isValid() && silence.elapsed() >= SilenceMs; };

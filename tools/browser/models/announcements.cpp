@@ -32,13 +32,22 @@ bool isAnnouncement(const QByteArray& datagram)
 Announcements::Announcements(QObject* parent) : QObject(parent), m_pollTimer(this)
 {
     connect(&m_pollTimer, &QTimer::timeout, this, &Announcements::checkAdapter);
+    connect(&m_pollTimer, &QTimer::timeout, this, &Announcements::reportNamedServers);
 }
 
-void Announcements::start()
+void Announcements::start(const Tools::StackOptions& options)
 {
+    m_options = options;
     m_clock.start();
     m_pollTimer.start(AdapterPollMs);
     checkAdapter();
+    reportNamedServers();
+}
+
+void Announcements::reportNamedServers()
+{
+    for (const QString& key : std::as_const(m_options.servers))
+        Q_EMIT announced(key, QString());
 }
 
 void Announcements::checkAdapter()
@@ -62,10 +71,13 @@ void Announcements::open(const AdapterState& adapter)
     m_socket = std::make_unique<QUdpSocket>();
     connect(m_socket.get(), &QUdpSocket::readyRead, this, &Announcements::read);
     // If this fails, servers are still shown once they are up, and the library logs what is wrong with the port.
-    if (m_socket->bind(QHostAddress(QHostAddress::AnyIPv4), DiscoveryPort,
-                       QAbstractSocket::ShareAddress | QAbstractSocket::ReuseAddressHint))
-        m_socket->joinMulticastGroup(QHostAddress(QStringLiteral("224.0.0.180")),
-                                     QNetworkInterface::interfaceFromName(adapter.name));
+    if (!m_socket->bind(QHostAddress(QHostAddress::AnyIPv4), DiscoveryPort,
+                        QAbstractSocket::ShareAddress | QAbstractSocket::ReuseAddressHint))
+        return;
+    const QNetworkInterface network = QNetworkInterface::interfaceFromName(adapter.name);
+    const QStringList groups = Tools::addressesOf(m_options.options.discoveryGroups());
+    for (const QString& group : groups)
+        m_socket->joinMulticastGroup(QHostAddress(group), network);
 }
 
 // Returns whether the announcement may be reported now, and records its time if so.

@@ -12,6 +12,7 @@
 
 #include <memory>
 
+#include "stack_options.h"
 #include "values.h"
 
 namespace Browser {
@@ -22,8 +23,9 @@ class Announcements : public QObject
 public:
     explicit Announcements(QObject* parent = nullptr);
 
-    /// Starts to listen on the adapter that the library uses, and follows the library to another adapter.
-    void start();
+    /// Starts to listen on the adapter that the library uses, and follows the library to another adapter. Servers named
+    /// by hand are reported as if they announced themselves.
+    void start(const Tools::StackOptions& options);
 
 Q_SIGNALS:
     /// The server @p key has announced itself as @p name. Emitted at most twice a second for each server.
@@ -33,10 +35,12 @@ Q_SIGNALS:
 
 private:
     void checkAdapter();
+    void reportNamedServers();
     void open(const AdapterState& adapter);
     void read();
     bool passesRateLimit(const QString& key);
 
+    Tools::StackOptions m_options;
     QTimer m_pollTimer;
     std::unique_ptr<QUdpSocket> m_socket;
     AdapterState m_adapter;

@@ -119,8 +119,9 @@ void Inbox::setServer(const QString& key)
     m_server = key;
 }
 
-void Inbox::start()
+void Inbox::start(const Tools::StackOptions& options)
 {
+    m_options = options;
     m_thread.start();
 }
 
@@ -135,7 +136,7 @@ void Inbox::initialize()
     m_announcements = new Announcements(this);
     connect(m_announcements, &Announcements::announced, this, &Inbox::serverAnnounced);
     connect(m_announcements, &Announcements::adapterChanged, this, &Inbox::adapterChanged);
-    m_announcements->start();
+    m_announcements->start(m_options);
     m_layerTimer = new QTimer(this);
     m_layerTimer->setSingleShot(true);
     connect(m_layerTimer, &QTimer::timeout, this, &Inbox::emitLayers);

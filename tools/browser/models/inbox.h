@@ -30,7 +30,7 @@ public:
     void setServer(const QString& key);
 
     /// Starts the thread. Connect the signals first.
-    void start();
+    void start(const Tools::StackOptions& options = {});
 
 Q_SIGNALS:
     void serverAnnounced(const QString& key, const QString& name);
@@ -64,6 +64,7 @@ private:
     QThread m_thread;
     QMutex m_mutex; ///< guards #m_server
     QString m_server;
+    Tools::StackOptions m_options; ///< written before the thread starts
     // Used in the inbox's thread only.
     Announcements* m_announcements = nullptr;
     QTimer* m_layerTimer = nullptr;

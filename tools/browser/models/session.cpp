@@ -41,10 +41,11 @@ Session::Session()
 
 Session::~Session() = default;
 
-void Session::start()
+void Session::start(const Tools::StackOptions& options)
 {
     m_isStarted = true;
-    m_inbox.start();
+    m_inbox.start(options);
+    CITP::citp_stack::Get()->setOptions(options.options);
     CITP::citp_stack::Get()->setEnabled(true);
 }
 

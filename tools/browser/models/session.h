@@ -16,6 +16,7 @@
 #include "picture_store.h"
 #include "requests.h"
 #include "server_model.h"
+#include "stack_options.h"
 
 namespace Browser {
 class Session : public QObject
@@ -27,7 +28,7 @@ public:
     ~Session() override;
 
     /// Starts the discovery of servers.
-    void start();
+    void start(const Tools::StackOptions& options = {});
 
     LogModel& log() { return m_log; }
     ServerModel& servers() { return m_servers; }
