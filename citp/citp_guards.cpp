@@ -14,6 +14,7 @@ namespace CITP {
 namespace {
 /// Servers and guards whose reports are told apart; further ones share one entry for each guard.
 constexpr std::size_t maxReports = 1000;
+constexpr quint32 headerSize = 20; // bytes of the CITP header
 
 struct GuardText
 {
@@ -44,17 +45,30 @@ static_assert(std::size(guardTexts) == citp_options::UnreadNotifications + 1);
 
 // --- Turns -----------------------------------------------------------------------------------------------------------
 
+namespace {
+/// A look at the clock costs as much as most of what is checked for a message together.
+constexpr int messagesPerLook = 16;
+} // namespace
+
 Turn::Turn(const citp_options::Data& limits)
-    : m_limits(limits), m_start(limits.maxTurnTime > 0 ? Guards::Clock::now() : Guards::Clock::time_point{})
+    : m_maxBytes(limits.maxTurnBytes > 0 ? limits.maxTurnBytes : std::numeric_limits<qint64>::max()),
+      m_maxTime(limits.maxTurnTime),
+      m_start(limits.maxTurnTime > 0 ? Guards::Clock::now() : Guards::Clock::time_point{}),
+      m_messagesLeft(limits.maxTurnTime > 0 ? messagesPerLook : std::numeric_limits<int>::max())
 {
 }
 
-bool Turn::isOver() const
+bool Turn::isOver()
 {
-    // The first message is always read.
-    return m_hasRead && ((m_limits.maxTurnBytes > 0 && m_bytes >= m_limits.maxTurnBytes) ||
-                         (m_limits.maxTurnTime > 0 &&
-                          Guards::Clock::now() - m_start >= std::chrono::milliseconds(m_limits.maxTurnTime)));
+    // The first message is always read, because no limit is 0.
+    if (m_bytes >= m_maxBytes) {
+        return true;
+    }
+    if (m_messagesLeft > 0) {
+        return false;
+    }
+    m_messagesLeft = messagesPerLook;
+    return Guards::Clock::now() - m_start >= m_maxTime;
 }
 
 // --- Options ---------------------------------------------------------------------------------------------------------
@@ -88,6 +102,12 @@ bool Guards::update()
     m_watchesStreams = m_limits.smallMessageGuard || m_limits.maxMessageSize > 0 || m_limits.stallTimeout > 0 ||
                        m_limits.maxLostMessages > 0 || m_limits.maxTurnTime > 0 || m_limits.maxTurnBytes > 0 ||
                        m_limits.maxUnreadBytes > 0;
+    m_watchesSending = m_limits.maxUnsentBytes > 0 || m_limits.requestTimeout > 0;
+    m_minSize = m_limits.smallMessageGuard ? headerSize : 0;
+    m_sizeRange = (m_limits.maxMessageSize > 0 ? static_cast<quint32>(m_limits.maxMessageSize)
+                                               : std::numeric_limits<quint32>::max()) -
+                  m_minSize;
+    m_maxUnread = m_limits.maxUnreadBytes > 0 ? m_limits.maxUnreadBytes : std::numeric_limits<qint64>::max();
     countCheck.isEnabled = m_limits.countGuard;
     return true;
 }
@@ -170,22 +190,18 @@ void Guards::reportOmitted(Omitted which)
     }
 }
 
-void Guards::reportWrongCount(const QString& server)
+void Guards::reportFailedCount(const QString& server)
 {
-    if (m_limits.countGuard && countCheck.hasFailed) {
-        countCheck.hasFailed = false;
-        report(citp_options::WrongCount, server, countCheck.count, countCheck.capacity);
-    }
+    countCheck.hasFailed = false;
+    report(citp_options::WrongCount, server, countCheck.count, countCheck.capacity);
 }
 
 // --- Unread notifications --------------------------------------------------------------------------------------------
 
-void Guards::countCopies(Msg_Header& message, int size) const
+void Guards::setCost(Msg_Header& message, int size)
 {
-    if (m_limits.maxUnreadBytes > 0) {
-        const qint64 cost = citp_options::unreadCost(size);
-        message.m_unread.m_cost = static_cast<quint32>(std::min<qint64>(cost, std::numeric_limits<quint32>::max()));
-    }
+    const qint64 cost = citp_options::unreadCost(size);
+    message.m_unread.m_cost = static_cast<quint32>(std::min<qint64>(cost, std::numeric_limits<quint32>::max()));
 }
 
 bool Guards::mustWait(qint64 size) const
@@ -193,7 +209,7 @@ bool Guards::mustWait(qint64 size) const
     if (m_limits.maxUnreadBytes == 0) {
         return false;
     }
-    const qint64 unread = countUnreadBytes();
+    const qint64 unread = unreadBytes;
     return unread > 0 && unread + citp_options::unreadCost(size) > m_limits.maxUnreadBytes;
 }
 } // namespace CITP

@@ -5,6 +5,7 @@
 
 #include "citp_counts_p.h"
 #include "citp_options_p.h"
+#include "citp_unread_p.h"
 
 #include <citp/citp_msg_header.h>
 
@@ -26,16 +27,20 @@ public:
     /// Counts a message of @p bytes that was handled.
     void count(qint64 bytes)
     {
-        m_hasRead = true;
         m_bytes += bytes;
+        --m_messagesLeft;
     }
-    bool hasRead() const { return m_hasRead; }
-    bool isOver() const;
+    /// The bytes that were read.
+    qint64 bytes() const { return m_bytes; }
+    /// Whether another message may be read without a look at the clock.
+    bool hasBudget() const { return m_bytes < m_maxBytes && m_messagesLeft > 0; }
+    bool isOver();
 
 private:
-    const citp_options::Data& m_limits;
+    const qint64 m_maxBytes;
+    const std::chrono::milliseconds m_maxTime;
     const std::chrono::steady_clock::time_point m_start;
-    bool m_hasRead = false;
+    int m_messagesLeft; ///< before the clock is looked at
     qint64 m_bytes = 0;
 };
 
@@ -55,6 +60,15 @@ public:
     const citp_options::Data& limits() const { return m_limits; }
     /// Whether a guard watches the streams of the servers.
     bool watchesStreams() const { return m_watchesStreams; }
+    /// Whether no guard but those of turns and framing has anything to do with a message of @p size bytes. Inline:
+    /// asked for every message.
+    bool letsPass(quint32 size) const
+    {
+        return size - m_minSize <= m_sizeRange &&
+               unreadBytes.load(std::memory_order_relaxed) + citp_options::unreadCost(size) <= m_maxUnread;
+    }
+    /// Whether a guard watches what is sent.
+    bool watchesSending() const { return m_watchesSending; }
     /// citp_options::maxUnsentBytes(). Any thread.
     qint64 maxUnsentBytes() const { return m_maxUnsentBytes.load(std::memory_order_relaxed); }
 
@@ -64,10 +78,20 @@ public:
     /// Reports what was omitted. Called at each tick.
     void reportOmitted(Omitted omitted);
     /// Reports that the message just parsed, from @p server, was not valid because of a wrong count, if so.
-    void reportWrongCount(const QString& server);
+    void reportWrongCount(const QString& server)
+    {
+        if (countCheck.hasFailed) {
+            reportFailedCount(server);
+        }
+    }
 
     /// Makes copies of @p message, a message of @p size bytes, count as unread notifications, if these are limited.
-    void countCopies(Msg_Header& message, int size) const;
+    void countCopies(Msg_Header& message, int size) const
+    {
+        if (m_limits.maxUnreadBytes > 0) {
+            setCost(message, size);
+        }
+    }
     /// Whether a notification of a message of @p size bytes must wait until the application has read earlier ones.
     bool mustWait(qint64 size) const;
 
@@ -80,9 +104,16 @@ private:
         int omitted;
     };
     void write(Guard guard, const QString& server, const Report& report, const citp_options::Observer& observer);
+    void reportFailedCount(const QString& server);
+    static void setCost(Msg_Header& message, int size);
 
     citp_options::Data m_limits;
     bool m_watchesStreams = false;
+    bool m_watchesSending = false;
+    // For letsPass(): the sizes that no guard minds, and the limit of unread notifications or the largest number.
+    quint32 m_minSize = 0;
+    quint32 m_sizeRange = 0;
+    qint64 m_maxUnread = 0;
     std::atomic<qint64> m_maxUnsentBytes{0};
 
     std::mutex m_mutex; ///< guards what follows; any thread

@@ -11,7 +11,6 @@ namespace CITP {
 namespace {
 constexpr int headerLength = 20;
 constexpr int requestIndexOffset = 6;
-constexpr int sizeOffset = 8;
 constexpr int contentTypeOffset = 16;
 } // namespace
 
@@ -75,7 +74,7 @@ int Msg_Header::messageSize(const QByteArray& buffer)
     if (buffer.size() < headerLength) {
         return 0;
     }
-    return qFromLittleEndian<qint32>(buffer.constData() + sizeOffset);
+    return static_cast<int>(sizeField(buffer.constData()));
 }
 
 QString Msg_Header::contentType(const QByteArray& buffer)

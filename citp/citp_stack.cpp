@@ -6,6 +6,7 @@
 #include "citp_lock_p.h"
 #include "citp_log_p.h"
 #include "citp_stack_p.h"
+#include "citp_wire_p.h"
 
 #include <citp/citp_codecs.h>
 #include <citp/citp_msg_fptc.h>
@@ -433,19 +434,23 @@ void citp_stack::Private::readMessages(QTcpSocket* socket, Reading reading)
     char header[headerLength] = {};
     const bool isWatched = guards.watchesStreams();
     Turn turn(guards.limits());
-    for (qint64 available = 0; (available = socket->bytesAvailable()) >= headerLength;) {
+    qint64 available = 0;
+    while ((available = socket->bytesAvailable()) >= headerLength) {
         if (worker->isStopRequested()) {
             signalReadyReadLater(socket);
             break;
         }
         socket->peek(header, headerLength);
-        const quint32 size =
-            static_cast<quint32>(Msg_Header::messageSize(QByteArray::fromRawData(header, headerLength)));
-        if (isWatched && !mayRead(*record, header, size, available, turn, reading)) {
+        const quint32 size = sizeField(header);
+        const bool isComplete = available >= static_cast<qint64>(size);
+        if (isWatched &&
+            !(isComplete && guards.letsPass(size) && turn.hasBudget() && record->lostMessages == 0 &&
+              std::memcmp(header, "CITP", 4) == 0) &&
+            !mayRead(*record, header, size, available, turn, reading)) {
             record = recordOf(socket);
             break;
         }
-        if (available < static_cast<qint64>(size)) {
+        if (!isComplete) {
             break;
         }
         QByteArray message = readWhole(*socket, size);
@@ -460,8 +465,8 @@ void citp_stack::Private::readMessages(QTcpSocket* socket, Reading reading)
         return;
     }
     record->isReading = false;
-    if (isWatched || record->hasEnded) {
-        watchRest(*record, turn);
+    if (record->hasEnded || (isWatched && (available > 0 || record->incomplete > 0))) {
+        watchRest(*record, available, turn);
     }
 }
 
@@ -683,16 +688,14 @@ bool citp_stack::sendMsg(const QString& server, const Msg_Header& msg)
         {
             const std::lock_guard<std::mutex> queueLock(d->queueMutex);
             if (Record* const record = d->find(server)) {
-                unsent = d->excessOfUnsent(*record, buffer.size());
-                if (unsent == 0) {
-                    record->passedDown += buffer.size();
-                    if (outbound->isPaced && record->IsNoDelayEnabled()) {
-                        if (record->IsRequestInProgress()) {
-                            record->GetMessageQueue().push(buffer);
-                            return true;
-                        }
-                        record->SetInProgress(true);
+                unsent = d->countAccepted(*record, buffer.size());
+                if (unsent == 0 && outbound->isPaced && record->IsNoDelayEnabled()) {
+                    if (record->IsRequestInProgress()) {
+                        record->GetMessageQueue().push(buffer);
+                        return true;
                     }
+                    record->SetInProgress(true);
+                    record->requestSent = Guards::Clock::now();
                 }
             }
         }
@@ -724,6 +727,7 @@ void citp_stack::Private::releaseNextRequest(const QString& source)
                 return;
             }
             if (isSameRequest(record->GetMessageQueue().front(), next)) {
+                record->requestSent = Guards::Clock::now();
                 break;
             }
             next = record->GetMessageQueue().front();
@@ -749,7 +753,7 @@ void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
     STACK_LOG(trafficLogContext(), Os::Log::Traffic, "-> " << toAscii(server) << " " << toAscii(hexDump(b)));
     const StackLock lock(m_mutex);
     Record* const record = d->find(server);
-    if (record) {
+    if (record && d->guards.watchesSending()) {
         d->countPassedDown(*record, b.size());
     }
     // Qt would keep what is written before the connection is open and send it ahead of the greeting.
@@ -759,7 +763,9 @@ void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
     }
     QTcpSocket* const socket = record->m_socket;
     socket->write(b.constData(), b.size());
-    record->unwritten = socket->bytesToWrite();
+    if (record->isCountingWrites) {
+        record->unwritten = socket->bytesToWrite();
+    }
     if (!record->IsNoDelayEnabled()) {
         return;
     }
@@ -770,7 +776,9 @@ void citp_stack::rxPassDown(const SERV_ID& server, const QByteArray& b)
         const QSignalBlocker blocker(socket);
         record->hasFailed = !socket->waitForBytesWritten(static_cast<int>(b.size()));
     }
-    record->unwritten = socket->bytesToWrite();
+    if (record->isCountingWrites) {
+        record->unwritten = socket->bytesToWrite();
+    }
     if (record->hasFailed) {
         QMetaObject::invokeMethod(
             socket,

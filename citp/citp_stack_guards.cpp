@@ -34,7 +34,7 @@ qint64 millisecondsSince(Clock::time_point time, Clock::time_point now)
 
 // --- Streams ---------------------------------------------------------------------------------------------------------
 
-bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 size, qint64 available, const Turn& turn,
+bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 size, qint64 available, Turn& turn,
                                   Reading reading)
 {
     const citp_options::Data& limits = guards.limits();
@@ -53,7 +53,7 @@ bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 si
         return false;
     }
     if (guards.mustWait(size)) {
-        guards.report(citp_options::UnreadNotifications, record.key, countUnreadBytes(), limits.maxUnreadBytes);
+        guards.report(citp_options::UnreadNotifications, record.key, unreadBytes, limits.maxUnreadBytes);
         record.isSuspended = true;
         // At the level at which the message fits, so that it is not suspended again at once.
         const qint64 level = limits.maxUnreadBytes - citp_options::unreadCost(size);
@@ -90,24 +90,24 @@ bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 si
     return true;
 }
 
-void citp_stack::Private::watchRest(Record& record, const Turn& turn)
+void citp_stack::Private::watchRest(Record& record, qint64 available, const Turn& turn)
 {
     if (record.hasEnded && !record.isSuspended && !record.isTurnQueued) {
         endConnection(record.m_socket);
         return;
     }
-    const qint64 rest = record.isSuspended || record.isTurnQueued ? 0 : record.m_socket->bytesAvailable();
-    if (rest == record.incomplete && !turn.hasRead()) {
+    const qint64 rest = record.isSuspended || record.isTurnQueued ? 0 : available;
+    if (rest == record.incomplete && turn.bytes() == 0) {
         return;
     }
     record.incomplete = rest;
     // After a large message, the buffer gets its usual size again. Qt signals a full buffer no more until a read has
     // emptied it; a change of its size makes Qt look again.
-    if (rest > 0 && record.m_socket->readBufferSize() > 0 &&
+    const qint64 size = record.m_socket->readBufferSize();
+    if (rest > 0 && size > 0 && rest + turn.bytes() >= size &&
         record.m_socket->state() == QAbstractSocket::ConnectedState) {
-        const qint64 size = record.m_socket->readBufferSize();
         record.m_socket->setReadBufferSize(size + 1);
-        record.m_socket->setReadBufferSize(rest < minimumReadBuffer && turn.hasRead() ? minimumReadBuffer : size);
+        record.m_socket->setReadBufferSize(rest < minimumReadBuffer && turn.bytes() > 0 ? minimumReadBuffer : size);
     }
     if (rest > 0 && guards.limits().stallTimeout > 0) {
         record.lastProgress = Clock::now();
@@ -138,7 +138,7 @@ bool citp_stack::Private::dropsDatagram(const QByteArray& datagram, const QStrin
     if (!guards.mustWait(datagram.size()) || datagram.mid(headerLength, 4) == "PLoc") {
         return false;
     }
-    guards.report(citp_options::UnreadNotifications, sender, countUnreadBytes(), guards.limits().maxUnreadBytes);
+    guards.report(citp_options::UnreadNotifications, sender, unreadBytes, guards.limits().maxUnreadBytes);
     return true;
 }
 
@@ -157,7 +157,8 @@ void citp_stack::Private::readAllServers()
 
 void citp_stack::Private::startTimeout(int timeout)
 {
-    if (!timeoutTimer->isActive() || timeoutTimer->remainingTime() > timeout) {
+    // What is left of a shorter interval is shorter too, and costs less to know.
+    if (!timeoutTimer->isActive() || (timeoutTimer->interval() > timeout && timeoutTimer->remainingTime() > timeout)) {
         timeoutTimer->start(timeout);
     }
 }
@@ -184,11 +185,15 @@ void citp_stack::Private::checkTimeouts()
                              limits.stallTimeout);
             record = nullptr;
         }
-        if (record && limits.requestTimeout > 0 && record->requestSent &&
-            hasExpired(*record->requestSent, limits.requestTimeout)) {
-            guards.report(citp_options::LateAnswer, record->key, millisecondsSince(*record->requestSent, now),
-                          limits.requestTimeout);
-            releaseNextRequest(record->key);
+        if (record && limits.requestTimeout > 0) {
+            std::unique_lock<std::mutex> queueLock(queueMutex);
+            const std::optional<Clock::time_point> sent = record->requestSent;
+            queueLock.unlock();
+            if (sent && hasExpired(*sent, limits.requestTimeout)) {
+                guards.report(citp_options::LateAnswer, record->key, millisecondsSince(*sent, now),
+                              limits.requestTimeout);
+                releaseNextRequest(record->key);
+            }
         }
     }
     if (next < std::numeric_limits<int>::max()) {
@@ -198,23 +203,28 @@ void citp_stack::Private::checkTimeouts()
 
 // --- Sending ---------------------------------------------------------------------------------------------------------
 
-qint64 citp_stack::Private::excessOfUnsent(const Record& record, qint64 size) const
+qint64 citp_stack::Private::countAccepted(Record& record, qint64 size) const
 {
     const qint64 limit = guards.maxUnsentBytes();
+    if (limit == 0) {
+        return 0;
+    }
     const qint64 unsent = record.passedDown + record.unwritten + size;
-    return limit > 0 && unsent > limit ? unsent : 0;
+    if (unsent > limit) {
+        return unsent;
+    }
+    record.passedDown += size;
+    return 0;
 }
 
 void citp_stack::Private::countPassedDown(Record& record, qint64 size)
 {
-    const std::lock_guard<std::mutex> queueLock(queueMutex);
     // A message for an earlier connection of this server is not counted in its record.
-    record.passedDown = std::max<qint64>(0, record.passedDown - size);
-    if (record.IsNoDelayEnabled() && record.IsRequestInProgress() && !record.requestSent) {
-        record.requestSent = Clock::now();
-        if (guards.limits().requestTimeout > 0) {
-            startTimeout(guards.limits().requestTimeout);
-        }
+    qint64 counted = record.passedDown;
+    while (!record.passedDown.compare_exchange_weak(counted, std::max<qint64>(0, counted - size))) {
+    }
+    if (record.IsNoDelayEnabled() && guards.limits().requestTimeout > 0) {
+        startTimeout(guards.limits().requestTimeout);
     }
 }
 
@@ -227,7 +237,11 @@ void citp_stack::Private::applyLimits(Record& record)
         // Without a limit, Qt would read into memory what has to wait.
         socket->setReadBufferSize(limitsReading ? std::max(minimumReadBuffer, socket->bytesAvailable() + 1) : 0);
     }
-    if (limits.maxUnsentBytes > 0 && !record.isCountingWrites) {
+    if (limits.maxUnsentBytes == 0) {
+        // Not counted until there is a limit again. A caller of sendMsg() that still knows the old one is waited for.
+        const std::lock_guard<std::mutex> queueLock(queueMutex);
+        record.passedDown = 0;
+    } else if (!record.isCountingWrites) {
         record.isCountingWrites = true;
         connect(socket, &QTcpSocket::bytesWritten, q, [this, socket] {
             if (Record* const writing = recordOf(socket)) {

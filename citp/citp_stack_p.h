@@ -42,8 +42,10 @@ struct CITP_HIDDEN citp_stack::Record final : citp_stack::ServerInfo
     int lostMessages = 0;                     ///< consecutive pieces of the stream that did not begin a message
     qint64 incomplete = 0;                    ///< bytes of an incomplete message that have arrived
     Guards::Clock::time_point lastProgress{}; ///< when #incomplete changed
-    std::optional<Guards::Clock::time_point> requestSent; ///< when the outstanding paced request was sent
-    qint64 passedDown = 0;            ///< bytes that sendMsg() accepted and that are not written; queue lock
+    std::optional<Guards::Clock::time_point> requestSent; ///< when the outstanding paced request was sent; queue lock
+    /// Bytes that sendMsg() accepted and that are not written; counted while they are limited. Added to under the queue
+    /// lock, by any thread.
+    std::atomic<qint64> passedDown{0};
     std::atomic<qint64> unwritten{0}; ///< bytes that wait in the socket; any thread reads it
     bool isCountingWrites = false;    ///< #unwritten follows the socket
     bool hasPeerTimeout = false;      ///< the keep-alive times are not those of the system
@@ -86,16 +88,17 @@ struct CITP_HIDDEN citp_stack::Private
 
     /// Whether the piece of @p size bytes that begins with @p header is to be read now. If not, the connection of
     /// @p record has ended or its stream is read later.
-    bool mayRead(Record& record, const char* header, quint32 size, qint64 available, const Turn& turn, Reading reading);
-    /// Watches what is left of the stream of @p record after @p turn.
-    void watchRest(Record& record, const Turn& turn);
+    bool mayRead(Record& record, const char* header, quint32 size, qint64 available, Turn& turn, Reading reading);
+    /// Watches the @p available bytes that are left of the stream of @p record after @p turn.
+    void watchRest(Record& record, qint64 available, const Turn& turn);
     /// Ends the connection of @p record because of @p guard. Its server is not connected again before the next tick.
     void disconnectServer(Record& record, Guards::Guard guard, qint64 value, qint64 limit);
     /// Whether a server that announces itself as @p key from @p host is to be connected.
     bool admits(const QString& host, const SERV_ID& key);
-    /// The bytes that would wait to be sent to @p record with a message of @p size bytes, if they are too many; else 0.
-    /// The caller holds the queue lock. Any thread.
-    qint64 excessOfUnsent(const Record& record, qint64 size) const;
+    /// Counts a message of @p size bytes as waiting to be sent to @p record. The caller holds the queue lock. Any
+    /// thread.
+    /// @return 0, or the bytes that would wait if these are too many; the message is not counted then
+    qint64 countAccepted(Record& record, qint64 size) const;
     /// A message of @p size bytes that sendMsg() accepted has reached the worker thread.
     void countPassedDown(Record& record, qint64 size);
     /// Applies the limits that its socket enforces to the connection of @p record.

@@ -7,9 +7,10 @@
 #include <atomic>
 
 namespace CITP {
-namespace {
 // Without destructors: receivers may release messages while the process exits.
 std::atomic<qint64> unreadBytes{0};
+
+namespace {
 std::atomic<qint64> resumeLevel{0};
 std::atomic<bool> isReadingSuspended{false};
 std::atomic<void (*)()> resumeFunction{nullptr};
@@ -37,11 +38,6 @@ void UnreadCount::remove()
     if (isReadingSuspended) {
         resumeIfRead();
     }
-}
-
-qint64 countUnreadBytes()
-{
-    return unreadBytes;
 }
 
 void suspendReading(qint64 level, void (*resume)())

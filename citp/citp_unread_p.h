@@ -3,11 +3,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <citp/citp_export.h>
 #include <citp/citp_msg_header.h>
+
+#include <atomic>
 
 namespace CITP {
 /// The bytes that wait for receivers in other threads, as citp_options::unreadCost() counts them. Any thread.
-qint64 countUnreadBytes();
+extern CITP_HIDDEN std::atomic<qint64> unreadBytes;
 
 /// Has @p resume called once, by any thread, when at most @p level bytes wait; not while the process exits. The worker
 /// thread only.

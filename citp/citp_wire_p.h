@@ -26,6 +26,14 @@ constexpr quint32 codeNumber(const char (&code)[5])
            static_cast<quint32>(static_cast<quint8>(code[3])) << 24;
 }
 
+constexpr int sizeOffset = 8; ///< of the size field in the CITP header
+
+/// The size field of the CITP header at @p header.
+inline quint32 sizeField(const char* header)
+{
+    return qFromLittleEndian<quint32>(header + sizeOffset);
+}
+
 /// The four Latin-1 characters at @p bytes as a string. Frequent codes share static strings: three allocations for each
 /// message would cost more than parsing a short message.
 QString codeText(const char* bytes);
