@@ -39,13 +39,13 @@ bool retry(const std::function<bool()>& done)
     }
     return true;
 }
-/// On the stack's thread: the descriptor of its end of the connection to @p server, -1 if there is none.
-int descriptorOf(const citp_stack* stack, const FakeServer& server)
+/// On the stack's thread: its end of the connection to @p server, null if there is none.
+const QTcpSocket* socketOf(const citp_stack* stack, const FakeServer& server)
 {
     for (const QTcpSocket* socket : stack->findChildren<QTcpSocket*>())
         if (socket->peerName() == server.host() && socket->peerPort() == server.port())
-            return static_cast<int>(socket->socketDescriptor());
-    return -1;
+            return socket;
+    return nullptr;
 }
 } // namespace
 
@@ -88,7 +88,6 @@ StackHarness::StackHarness()
     Os::Log::SetSink(&m_sink);
     Os::Log::SetMask("CITP.Message", 0);
     m_stack = citp_stack::Get();
-    listen();
     m_stack->setEnabled(true);
     onWorker([this] { QMetaObject::invokeMethod(m_stack, "timepop", Qt::DirectConnection); });
 }
@@ -120,6 +119,10 @@ void StackHarness::add(const QString& key, const char* event)
 
 std::vector<std::string> StackHarness::takeEvents(const QString& key)
 {
+    if (!m_isListening) {
+        m_isListening = true;
+        listen();
+    }
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<std::string> events;
     for (const auto& [server, event] : m_events)
@@ -136,17 +139,26 @@ void StackHarness::onWorker(const std::function<void()>& work) const
 
 void StackHarness::settle(const FakeServer& server, std::uint64_t sent) const
 {
-    // Both: what the kernel has not delivered yet cannot be seen as unread.
+    // What the kernel has not delivered yet cannot be seen as unread, and a turn may leave the rest to the next one.
+    qint64 waited = -1;
     const bool settled = retry([&] {
+        bool isGone = false;
         tcp_info info = {};
         int unread = -1;
+        qint64 waiting = -1;
         onWorker([&] {
-            const int descriptor = descriptorOf(m_stack, server);
+            const QTcpSocket* const socket = socketOf(m_stack, server);
+            isGone = !socket;
+            if (isGone)
+                return;
+            const int descriptor = static_cast<int>(socket->socketDescriptor());
             socklen_t size = sizeof info;
             getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &info, &size);
             ioctl(descriptor, FIONREAD, &unread);
+            waiting = socket->bytesAvailable();
         });
-        return unread == 0 && info.tcpi_bytes_received >= sent;
+        const bool isQuiet = std::exchange(waited, waiting) == waiting;
+        return isGone || (isQuiet && unread == 0 && info.tcpi_bytes_received >= sent);
     });
     FUZZ_REQUIRE(settled);
 }

@@ -55,13 +55,13 @@ public:
     /// Runs @p work on the stack's thread and waits for it. What was posted to that thread before has been done then.
     void onWorker(const std::function<void()>& work) const;
     /// Waits until the stack has read all @p sent bytes that @p server has sent on its connection, and has acted on
-    /// them.
+    /// them, or has ended the connection.
     void settle(const FakeServer& server, std::uint64_t sent) const;
     /// Waits until the stack knows no server any more; tells of the hosts that it cannot find itself.
     void waitForNoServers() const;
 
-    /// The events since the last call, in order: "U" for serverUp, "D" for serverDown, and the message's code for a
-    /// notification; only those of @p key. An event of another server is kept out.
+    /// The events since the last call, which for the first one is none, in order: "U" for serverUp, "D" for serverDown,
+    /// and the message's code for a notification; only those of @p key. An event of another server is kept out.
     std::vector<std::string> takeEvents(const QString& key);
 
 private:
@@ -71,6 +71,7 @@ private:
 
     ComplaintSink m_sink;
     CITP::citp_stack* m_stack;
+    bool m_isListening = false;
     std::mutex m_mutex;
     std::vector<std::pair<QString, std::string>> m_events; ///< guarded by the mutex
 };
