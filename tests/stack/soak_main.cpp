@@ -1,6 +1,6 @@
-// The soak: a console that browses simulated media servers which misbehave all the time, for as long as it is told, and
-// at the end a verdict on its memory, its descriptors, its threads and its requests. Run by scripts/soak.
-// SPDX-License-Identifier: Apache-2.0
+// The soak: a console that browses simulated media servers which misbehave all the time or, with guards, never, for as
+// long as it is told, and at the end a verdict on its memory, its descriptors, its threads, its requests and its
+// guards. Run by scripts/soak. SPDX-License-Identifier: Apache-2.0
 #include "process_figures.h"
 #include "soak_ledger.h"
 #include "soak_samples.h"
@@ -12,6 +12,7 @@
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_msg_msex_requests.h>
 #include <citp/citp_msg_msex_thumbnails.h>
+#include <citp/citp_options.h>
 #include <citp/citp_stack.h>
 #include <citp_system/artnet_adapter.h>
 #include <citp_system/os_log.h>
@@ -24,9 +25,12 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using CITP::citp_stack;
@@ -36,6 +40,21 @@ constexpr int SampleInterval = 10000; // ms
 constexpr int QuietTime = 5000;       // ms without an answer after which no more are awaited
 constexpr int QuietBound = 60000;     // ms after which that is not waited for any longer
 constexpr auto RequestInterval = std::chrono::milliseconds(5);
+
+// Servers without a fault, which no guard may disturb.
+const SoakPlan HonestPlans[] = {
+    {"well", Fate::Answered, 2, "--layer-rate 20", 0},
+    {"well, MSEX 1.0", Fate::Answered, 0, "--layer-rate 20", 0},
+    {"well, MSEX 1.1", Fate::Answered, 1, "--layer-rate 20", 0},
+    {"well, paced", Fate::Answered, 2, "--layer-rate 20 --product ArKaos", 0},
+    {"many layer states", Fate::Answered, 2, "--layer-rate 100", 0},
+    {"late", Fate::Answered, 2, "--fault delay --fault-rate 5 --fault-delay 800 --layer-rate 10", 0},
+    {"late, split and merged", Fate::Answered, 1,
+     "--product Coolux --layer-rate 10 --fault delay,merge,split --fault-rate 20 --fault-delay 40", 0},
+    {"dies and revives", Fate::Mortal, 2, "--die-after 4000 --revive-after 1500 --seconds 11 --layer-rate 30", 0},
+    {"killed", Fate::Mortal, 2, "--layer-rate 100", 7000},
+    {"killed, paced", Fate::Mortal, 1, "--product Coolux --layer-rate 100", 9000},
+};
 
 // The faults that leave the answers in one piece; those that do not; those after which nothing comes any more; ends.
 const SoakPlan Plans[] = {
@@ -225,7 +244,18 @@ bool isBalanced(const Seats& seats, const SoakLedger& ledger)
     return good;
 }
 
-int soak(double minutes, const QString& program)
+/// Switches the recommended guards on, and counts those that act.
+void switchGuardsOn(citp_stack* stack, std::atomic<long>& guardEvents)
+{
+    CITP::citp_options options = CITP::citp_options::recommended();
+    options.setObserver([&guardEvents](const CITP::citp_options::Event& event) {
+        ++guardEvents;
+        std::printf("%s\n", qPrintable(event.text));
+    });
+    stack->setOptions(options);
+}
+
+int soak(double minutes, const QString& program, bool isGuarded)
 {
     static FailureCount* const failures = new FailureCount;
     Os::Log::SetSink(failures);
@@ -233,6 +263,7 @@ int soak(double minutes, const QString& program)
     citp_stack* const stack = citp_stack::Get();
     SoakLedger ledger;
     std::atomic<long> layerStates{0};
+    std::atomic<long> guardEvents{0};
     long delivered = 0;
     QObject receiver;
     keepBooks(stack, ledger, layerStates);
@@ -243,6 +274,9 @@ int soak(double minutes, const QString& program)
         first.start(QStringLiteral("/bin/true"), QStringList());
         first.waitForFinished();
     }
+    if (isGuarded) {
+        switchGuardsOn(stack, guardEvents);
+    }
     stack->setEnabled(true);
     tick(stack);
     switchOff(stack);
@@ -251,7 +285,9 @@ int soak(double minutes, const QString& program)
     tick(stack);
 
     Seats seats;
-    for (const SoakPlan& plan : Plans) {
+    const auto [firstPlan, lastPlan] = isGuarded ? std::pair(std::begin(HonestPlans), std::end(HonestPlans))
+                                                 : std::pair(std::begin(Plans), std::end(Plans));
+    for (const SoakPlan& plan : std::vector<SoakPlan>(firstPlan, lastPlan)) {
         seats.push_back(std::make_unique<SoakSeat>(plan, static_cast<int>(seats.size()), program, ledger));
         seats.back()->start();
     }
@@ -308,6 +344,11 @@ int soak(double minutes, const QString& program)
            good;
     good =
         say(delivered >= answers, "every answer reached the application's thread: " + std::to_string(answers)) && good;
+    if (isGuarded) {
+        good = say(guardEvents == 0, "no guard acted: " + std::to_string(guardEvents) + " reports") && good;
+        stack->setOptions(CITP::citp_options());
+        tick(stack);
+    }
     std::printf("soak: %s\n", good ? "passed" : "FAILED");
     return good ? 0 : 1;
 }
@@ -315,12 +356,13 @@ int soak(double minutes, const QString& program)
 
 int main(int argc, char** argv)
 {
-    const double minutes = argc == 3 ? std::atof(argv[1]) : 0;
+    const bool isGuarded = argc == 4 && std::strcmp(argv[3], "--guards") == 0;
+    const double minutes = argc == 3 || isGuarded ? std::atof(argv[1]) : 0;
     if (minutes <= 0 || minutes > 24 * 60) {
-        std::fprintf(stderr, "usage: %s MINUTES MEDIASERVER-PROGRAM\n", argv[0]);
+        std::fprintf(stderr, "usage: %s MINUTES MEDIASERVER-PROGRAM [--guards]\n", argv[0]);
         return 2;
     }
     std::signal(SIGPIPE, SIG_IGN);
     QCoreApplication application(argc, argv);
-    return soak(minutes, QString::fromLocal8Bit(argv[2]));
+    return soak(minutes, QString::fromLocal8Bit(argv[2]), isGuarded);
 }
