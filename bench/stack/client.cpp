@@ -111,6 +111,23 @@ Connection Client::addServer(FakeServer& server, const char* product)
     return connection;
 }
 
+Responder::Responder(Connection& connection)
+    : m_connection(connection), m_thread([this] {
+          const QByteArray answer = Messages::elin();
+          for (char request[4096]; ::recv(m_connection.descriptor(), request, sizeof request, 0) > 0;) {
+              m_connection.trySend(answer);
+          }
+      })
+{
+}
+
+Responder::~Responder()
+{
+    ::shutdown(m_connection.descriptor(), SHUT_RDWR);
+    m_thread.join();
+    m_connection.close();
+}
+
 EndOfFlood::EndOfFlood(QObject* receiver)
     : m_connection(QObject::connect(Client::get().stack(), &CITP::citp_stack::libraryUpdated, receiver,
                                     [this] { m_seen.release(); }))

@@ -15,6 +15,7 @@
 #include <ctime>
 #include <functional>
 #include <memory>
+#include <thread>
 #include <vector>
 
 /// The processor time of a thread.
@@ -76,6 +77,20 @@ private:
 
     CITP::citp_stack* m_stack;
     ThreadClock m_workerClock;
+};
+
+/// Answers each message with an ELIn until the connection ends.
+class Responder
+{
+public:
+    explicit Responder(Connection& connection);
+    ~Responder();
+    Responder(const Responder&) = delete;
+    Responder& operator=(const Responder&) = delete;
+
+private:
+    Connection& m_connection;
+    std::thread m_thread;
 };
 
 /// Waits for the ELUp that ends a flood. The signal is received in the thread of @p receiver.

@@ -66,33 +66,6 @@ private:
     cpu_set_t m_before;
 };
 
-/// Answers each message with an ELIn until the connection ends.
-class Responder
-{
-public:
-    explicit Responder(Connection& connection)
-        : m_connection(connection), m_thread([this] {
-              const QByteArray answer = Messages::elin();
-              for (char request[4096]; ::recv(m_connection.descriptor(), request, sizeof request, 0) > 0;) {
-                  m_connection.trySend(answer);
-              }
-          })
-    {
-    }
-    ~Responder()
-    {
-        ::shutdown(m_connection.descriptor(), SHUT_RDWR);
-        m_thread.join();
-        m_connection.close();
-    }
-    Responder(const Responder&) = delete;
-    Responder& operator=(const Responder&) = delete;
-
-private:
-    Connection& m_connection;
-    std::thread m_thread;
-};
-
 CITP::Msg_MSEX_GELI request()
 {
     return CITP::Msg_MSEX_GELI(0, 1, QString(), {1});
