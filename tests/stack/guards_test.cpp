@@ -780,6 +780,18 @@ TEST_F(GuardsTurnTest, OnTheServersTakeTurns)
     EXPECT_TRUE(guardEvents().empty());
 }
 
+TEST_F(GuardsTurnTest, AReceiverThatTakesLongLeavesTurnsToOtherServers)
+{
+    citp_options options;
+    options.setMaxTurnTime(1);
+    apply(options);
+    const QMetaObject::Connection slow = QObject::connect(
+        stack, &CITP::citp_stack::layerStatus, stack, [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); },
+        Qt::DirectConnection);
+    EXPECT_GE(changesOfServer(), 10);
+    QObject::disconnect(slow);
+}
+
 TEST_F(GuardsTurnTest, AServerKeepsItsOrder)
 {
     citp_options options;
