@@ -1,5 +1,7 @@
 // Announcements, the exchange of greetings, and the vanishing and coming back of simulated servers, byte for byte.
 // SPDX-License-Identifier: Apache-2.0
+#include <QNetworkInterface>
+
 #include <utility>
 
 #include "mediaserver_fixture.h"
@@ -71,6 +73,11 @@ TEST(MediaserverGreeting, NeedsMulticastForAnnouncementsOnly)
     ip("addr add 10.2.0.1/24 dev mute0");
     ip("link set mute1 up");
     ip("link set mute0 up");
+    // The carrier comes a moment later.
+    EXPECT_TRUE(waitFor([] {
+        const auto flags = QNetworkInterface::interfaceFromName("mute0").flags();
+        return flags.testFlag(QNetworkInterface::IsUp) && flags.testFlag(QNetworkInterface::IsRunning);
+    }));
     const Outcome refusal = runToEnd({"--adapter", "mute0"});
     EXPECT_EQ(refusal.status, 1);
     EXPECT_EQ(refusal.errors.toStdString(),
