@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <QVector>
 #include <clocale>
 #include <cwchar>
 
