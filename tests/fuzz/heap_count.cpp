@@ -16,7 +16,12 @@
 #endif
 
 #ifdef HEAP_OF_SANITIZER
-#include <sanitizer/allocator_interface.h>
+// Of <sanitizer/allocator_interface.h>, which clang has and GCC does not install.
+extern "C" {
+int __sanitizer_install_malloc_and_free_hooks(void (*allocated)(const volatile void* block, std::size_t size),
+                                              void (*released)(const volatile void* block));
+std::size_t __sanitizer_get_allocated_size(const volatile void* block);
+}
 #else
 #include <malloc.h>
 #endif
