@@ -55,6 +55,7 @@ bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 si
     if (guards.mustWait(size)) {
         guards.report(citp_options::UnreadNotifications, record.key, unreadBytes, limits.maxUnreadBytes);
         record.isSuspended = true;
+        record.wasFull = true;
         // At the level at which the message fits, so that it is not suspended again at once.
         const qint64 level = limits.maxUnreadBytes - citp_options::unreadCost(size);
         suspendReading(qBound(qint64(0), level, limits.maxUnreadBytes / 2), [] {
@@ -67,6 +68,7 @@ bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 si
     }
     if (reading == Reading::OneTurn && turn.isOver()) {
         record.isTurnQueued = true;
+        record.wasFull = true;
         QTcpSocket* const socket = record.m_socket;
         QMetaObject::invokeMethod(
             socket,
@@ -102,10 +104,11 @@ void citp_stack::Private::watchRest(Record& record, qint64 available, const Turn
     }
     record.incomplete = rest;
     // After a large message, the buffer gets its usual size again. Qt signals a full buffer no more until a read has
-    // emptied it; a change of its size makes Qt look again.
+    // emptied it; a change of its size makes Qt look again. It may also have filled while its server had to wait.
     const qint64 size = record.m_socket->readBufferSize();
-    if (rest > 0 && size > 0 && rest + turn.bytes() >= size &&
+    if (rest > 0 && size > 0 && (record.wasFull || rest + turn.bytes() >= size) &&
         record.m_socket->state() == QAbstractSocket::ConnectedState) {
+        record.wasFull = false;
         record.m_socket->setReadBufferSize(size + 1);
         record.m_socket->setReadBufferSize(rest < minimumReadBuffer && turn.bytes() > 0 ? minimumReadBuffer : size);
     }

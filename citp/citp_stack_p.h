@@ -39,6 +39,7 @@ struct CITP_HIDDEN citp_stack::Record final : citp_stack::ServerInfo
     bool isTurnQueued = false;                ///< the rest of the stream is read in a later turn
     bool isSuspended = false;                 ///< not read until the application has caught up
     bool hasEnded = false;                    ///< the connection has ended, but what arrived before is not read yet
+    bool wasFull = false;                     ///< the socket may have stopped reading, because its buffer was full
     int lostMessages = 0;                     ///< consecutive pieces of the stream that did not begin a message
     qint64 incomplete = 0;                    ///< bytes of an incomplete message that have arrived
     Guards::Clock::time_point lastProgress{}; ///< when #incomplete changed

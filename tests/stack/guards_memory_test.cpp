@@ -84,6 +84,8 @@ protected:
         QObject::connect(stack, &citp_stack::layerStatus, &m_application, receive);
         QObject::connect(stack, &citp_stack::elementThumbnail, &m_application, receive);
         QObject::connect(stack, &citp_stack::libraryInfo, &m_application, receive);
+        // The connections are ordered before what is emitted, also in the eyes of the thread sanitizer.
+        runOnWorker([] {});
     }
 
     void TearDown() override

@@ -968,6 +968,24 @@ TEST_F(GuardsUnreadTest, DatagramsAreDroppedUntilTheApplicationHasCaughtUp)
     EXPECT_EQ(recorder->count("layerStatus 127.0.0.2 1"), 10);
 }
 
+TEST_F(GuardsUnreadTest, ShortTurnsReadAFullBufferToItsEnd)
+{
+    citp_options options;
+    options.setMaxUnreadBytes(100 * citp_options::unreadCost(statuses(1).size()));
+    options.setMaxTurnBytes(1000);
+    apply(options);
+    FakeServer server;
+    Connection connection = admit(server);
+    // More than the buffer of the socket, which no whole number of messages fills.
+    std::thread sender([&] { connection.send(statuses(5000)); });
+    waitForGuard(citp_options::UnreadNotifications);
+    // The socket is signalled until its buffer is full.
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    start();
+    EXPECT_TRUE(waitFor([this] { return received() == 5000; }));
+    sender.join();
+}
+
 TEST_F(GuardsUnreadTest, SwitchedOffTheServerIsReadAgain)
 {
     citp_options options;
