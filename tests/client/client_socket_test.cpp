@@ -6,10 +6,6 @@
 #include <citp_client/layers.h>
 #include <citp_client/requests.h>
 
-#include <optional>
-#include <random>
-#include <utility>
-
 using namespace CITP;
 
 namespace {
@@ -99,52 +95,6 @@ TEST_F(ClientSocketTest, EffectsOfAPacedServerDoNotStopTheQueue)
     EXPECT_TRUE(waitForEnd(again));
     EXPECT_EQ(generic->status, Reply::Answered);
     EXPECT_EQ(libraries->status, Reply::Answered);
-}
-
-TEST_F(ClientSocketTest, AnswersInAnyOrderReachTheirRequests)
-{
-    Connection connection = admit(m_server);
-    Requests requests(m_transport);
-    // Twice as long as the test waits: nothing is repeated.
-    requests.setTimeout(2 * TestTimeout);
-    for (unsigned seed = 1; seed <= 20; ++seed) {
-        std::mt19937 random(seed);
-        int pending = 0;
-        for (int i = 0; i < 100; ++i) {
-            Request request{m_server.key(), Request::ElementPicture, 1, QStringLiteral("1,%1,0,0").arg(random() % 3)};
-            request.numbers = {static_cast<quint8>(random() % 30)};
-            request.size = QSize(static_cast<int>(1 + random() % 2), 1);
-            Reply* const reply = requests.get(request);
-            ++pending;
-            QObject::connect(reply, &Reply::finished, [&pending, reply, request, seed] {
-                --pending;
-                // The server sends back what it was asked.
-                const QByteArray& data = reply->picture().data;
-                ASSERT_EQ(data.size(), 9) << "seed " << seed;
-                EXPECT_EQ(data.at(0), request.size.width()) << "seed " << seed;
-                EXPECT_EQ(data.at(6), libraryNumber(request.library)) << "seed " << seed;
-                EXPECT_EQ(static_cast<quint8>(data.at(8)), request.numbers.front()) << "seed " << seed;
-            });
-        }
-        std::vector<QByteArray> asked;
-        EXPECT_TRUE(waitFor([&] {
-            while (const std::optional<QByteArray> request = connection.tryReceive(0))
-                asked.push_back(*request);
-            if (!asked.empty()) {
-                std::swap(asked[random() % asked.size()], asked.back());
-                const QByteArray& request = asked.back();
-                const QByteArray identity = request.mid(35, 5) + request.mid(42, 1); // type, library, element
-                const QByteArray data = request.mid(30, 2) + '\0' + request.mid(34, 1) + identity.left(1) +
-                                        identity.mid(1, 3) + identity.right(1);
-                connection.send(Wire::msex(2, "EThn",
-                                           identity + "JPEG" + Wire::u16(1) + Wire::u16(1) +
-                                               Wire::u16(static_cast<unsigned>(data.size())) + data));
-                asked.pop_back();
-            }
-            return pending == 0;
-        }));
-    }
-    EXPECT_EQ(requests.statistics().unexpected, 0);
 }
 
 TEST_F(ClientSocketTest, LayersAndFixturesCrossThreads)

@@ -64,6 +64,8 @@ Recorder::~Recorder()
     for (const QMetaObject::Connection& connection : m_connections) {
         QObject::disconnect(connection);
     }
+    // Orders what the worker wrote before the end of the events, also in the eyes of the thread sanitizer.
+    const std::lock_guard<std::mutex> lock(m_events->mutex);
 }
 
 std::vector<std::string> Recorder::events() const

@@ -27,8 +27,6 @@ void StackTest::SetUp()
 
 void StackTest::TearDown()
 {
-    // What the worker recorded last is ordered before the recorder's end, also in the eyes of the thread sanitizer.
-    runOnWorker([] {});
     recorder.reset();
     stack->setEnabled(false);
     tick();
