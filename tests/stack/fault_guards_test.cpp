@@ -246,7 +246,8 @@ TEST_F(GuardsFloodTest, HonestServersComeUpAmongForgedAnnouncements)
         EXPECT_LE(later.heapKiB, after.heapKiB + 64);
     }
     const std::vector<citp_options::Event> reported = events.take();
-    ASSERT_FALSE(reported.empty());
+    // With a sanitizer, the flood may be too slow to exceed the limit within a second.
+    EXPECT_TRUE(!MemoryIsTelling || !reported.empty());
     EXPECT_LE(reported.size(), 4u) << "a flood of reports";
     for (const citp_options::Event& event : reported) {
         EXPECT_EQ(event.guard, citp_options::TooManyServers) << event.text.toStdString();
