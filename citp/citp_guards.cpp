@@ -95,7 +95,7 @@ bool Guards::update()
     const citp_options::Observer previousObserver = previous.observer;
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_hasNext = false;
-    m_limits = *std::as_const(m_next).d;
+    m_limits = static_cast<const citp_options::Data&>(*std::as_const(m_next).d);
     m_interval = std::chrono::milliseconds(m_limits.reportInterval);
     m_observer = m_limits.observer;
     m_maxUnsentBytes = m_limits.maxUnsentBytes;

@@ -76,7 +76,7 @@ public:
     void report(Guard guard, const QString& server, qint64 value, qint64 limit);
     enum class Omitted { OfEndedIntervals, All };
     /// Reports what was omitted. Called at each tick.
-    void reportOmitted(Omitted omitted);
+    void reportOmitted(Omitted which);
     /// Reports that the message just parsed, from @p server, was not valid because of a wrong count, if so.
     void reportWrongCount(const QString& server)
     {

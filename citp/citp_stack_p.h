@@ -111,7 +111,7 @@ struct CITP_HIDDEN citp_stack::Private
     void connectNamedServers();
     /// Acts on messages and requests whose timeout has expired.
     void checkTimeouts();
-    void startTimeout(int milliseconds);
+    void startTimeout(int timeout);
     /// Whether the error of the connection of @p socket gets a line of its own. Its record may be gone.
     bool isErrorLogged(const QTcpSocket* socket);
     /// Reads all servers, also those that were suspended.
