@@ -1114,6 +1114,7 @@ TEST_F(GuardsUnreadTest, ALargeMessageWaitsUntilItFits)
     EXPECT_EQ(count(citp_options::UnreadNotifications), 1);
     start();
     sendMarker(server, connection);
+    EXPECT_TRUE(waitFor([this] { return received() == 1; }));
 }
 
 // --- Discovery groups ------------------------------------------------------------------------------------------------
