@@ -91,8 +91,8 @@ bool Guards::update()
         }
     }
     reportOmitted(Omitted::All);
+    // Destroyed after the lock is released, as in set().
     const citp_options::Data previous = m_limits;
-    const citp_options::Observer previousObserver = previous.observer;
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_hasNext = false;
     m_limits = static_cast<const citp_options::Data&>(*std::as_const(m_next).d);

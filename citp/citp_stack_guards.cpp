@@ -1,5 +1,5 @@
-// What the guards do in the stack: streams that are watched, announcements that are ignored, timeouts, and servers
-// named by hand. SPDX-License-Identifier: Apache-2.0
+// What the guards do in the stack: watched streams, ignored announcements, timeouts; and servers named by hand.
+// SPDX-License-Identifier: Apache-2.0
 #include "citp_lock_p.h"
 #include "citp_log_p.h"
 #include "citp_socket_options_p.h"

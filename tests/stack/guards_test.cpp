@@ -851,7 +851,14 @@ protected:
     }
     int received() const { return m_received; }
     int emitted(const FakeServer& server) const { return recorder->count("layerStatus " + keyOf(server) + " 1"); }
-    /// Sends layer status number @p count, each numbered in its position.
+    /// Options that let @p count notifications of one layer status wait.
+    static citp_options unreadLimit(int count)
+    {
+        citp_options options;
+        options.setMaxUnreadBytes(count * citp_options::unreadCost(statuses(1).size()));
+        return options;
+    }
+    /// @p count messages of layer status, each numbered in its position.
     static QByteArray statuses(int count)
     {
         QByteArray stream;
@@ -890,8 +897,7 @@ TEST_F(GuardsUnreadTest, OffEverythingIsEmitted)
 
 TEST_F(GuardsUnreadTest, AtTheLimitTheServerIsNotReadUntilTheApplicationHasCaughtUp)
 {
-    citp_options options;
-    options.setMaxUnreadBytes(10 * citp_options::unreadCost(statuses(1).size()));
+    const citp_options options = unreadLimit(10);
     apply(options);
     FakeServer server;
     Connection connection = admit(server);
@@ -914,9 +920,7 @@ TEST_F(GuardsUnreadTest, AtTheLimitTheServerIsNotReadUntilTheApplicationHasCaugh
 
 TEST_F(GuardsUnreadTest, OtherServersWaitOnlyWhileTheySend)
 {
-    citp_options options;
-    options.setMaxUnreadBytes(10 * citp_options::unreadCost(statuses(1).size()));
-    apply(options);
+    apply(unreadLimit(10));
     FakeServer server;
     Connection connection = admit(server);
     connection.send(statuses(20));
@@ -931,9 +935,7 @@ TEST_F(GuardsUnreadTest, OtherServersWaitOnlyWhileTheySend)
 
 TEST_F(GuardsUnreadTest, AConnectionThatEndsIsReadToItsEndWhenTheApplicationHasCaughtUp)
 {
-    citp_options options;
-    options.setMaxUnreadBytes(10 * citp_options::unreadCost(statuses(1).size()));
-    apply(options);
+    apply(unreadLimit(10));
     log.allowFailureLines("The remote host closed the connection");
     FakeServer server;
     Connection connection = admit(server);
@@ -952,9 +954,7 @@ TEST_F(GuardsUnreadTest, AConnectionThatEndsIsReadToItsEndWhenTheApplicationHasC
 
 TEST_F(GuardsUnreadTest, DatagramsAreDroppedUntilTheApplicationHasCaughtUp)
 {
-    citp_options options;
-    options.setMaxUnreadBytes(10 * citp_options::unreadCost(statuses(1).size()));
-    apply(options);
+    apply(unreadLimit(10));
     FakeServer sender;
     for (int number = 0; number < 10; ++number) {
         sender.sendDatagram(statuses(number + 1).mid(number * statuses(1).size()));
@@ -970,8 +970,7 @@ TEST_F(GuardsUnreadTest, DatagramsAreDroppedUntilTheApplicationHasCaughtUp)
 
 TEST_F(GuardsUnreadTest, ShortTurnsReadAFullBufferToItsEnd)
 {
-    citp_options options;
-    options.setMaxUnreadBytes(100 * citp_options::unreadCost(statuses(1).size()));
+    citp_options options = unreadLimit(100);
     options.setMaxTurnBytes(1000);
     apply(options);
     FakeServer server;
@@ -988,9 +987,7 @@ TEST_F(GuardsUnreadTest, ShortTurnsReadAFullBufferToItsEnd)
 
 TEST_F(GuardsUnreadTest, SwitchedOffTheServerIsReadAgain)
 {
-    citp_options options;
-    options.setMaxUnreadBytes(10 * citp_options::unreadCost(statuses(1).size()));
-    apply(options);
+    apply(unreadLimit(10));
     FakeServer server;
     Connection connection = admit(server);
     connection.send(statuses(30));
@@ -1096,8 +1093,7 @@ TEST_F(GuardsTest, ATimeoutThatIsSwitchedOnLaterBeginsThen)
 
 TEST_F(GuardsUnreadTest, ALargeMessageWaitsUntilItFits)
 {
-    citp_options options;
-    options.setMaxUnreadBytes(10 * citp_options::unreadCost(statuses(1).size()));
+    const citp_options options = unreadLimit(10);
     apply(options);
     FakeServer server;
     Connection connection = admit(server);
