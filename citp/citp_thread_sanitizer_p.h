@@ -5,7 +5,9 @@
 // the copying on one thread before the receiver and the destruction on the other, but the sanitizer does not see into
 // Qt and would report every such argument as a race. So each copy made by Qt is announced with a release, and each
 // thread acquires before it delivers or destroys copies. Nothing is suppressed: data shared in any other way is still
-// reported. SPDX-License-Identifier: Apache-2.0
+// reported.
+//
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QEvent>

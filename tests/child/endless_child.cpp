@@ -1,7 +1,9 @@
 // Mode endless: a console application whose stack is kept busy for ever by a stream header with size 0. It prints a
 // line "X" once the line about it has been logged a thousand times; with an argument it then ends by itself with
 // status 7. The argument "exit-at-rest" makes that 8 if the line is still being logged once the application object is
-// gone. SPDX-License-Identifier: Apache-2.0
+// gone.
+//
+// SPDX-License-Identifier: Apache-2.0
 #include "modes.h"
 
 #include <citp/citp_stack.h>

@@ -1,7 +1,9 @@
 // Requests against a model: random servers and users, thousands of runs. Each run follows from its seed.
 //
 // The model knows what was sent and what the servers answered, and has the matching rule a second time. It predicts for
-// each answer which reply it ends. SPDX-License-Identifier: Apache-2.0
+// each answer which reply it ends.
+//
+// SPDX-License-Identifier: Apache-2.0
 #include "fake_transport.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,7 @@
 // Fuzz target: what citp-console makes of a capture. The input is a byte of options and, depending on it, one TCP
-// stream with the way its segments arrive, or frames as a capture file holds them. SPDX-License-Identifier: Apache-2.0
+// stream with the way its segments arrive, or frames as a capture file holds them.
+//
+// SPDX-License-Identifier: Apache-2.0
 #include "fuzz_input.h"
 
 #include <citp_system/os_log.h>

@@ -1,6 +1,8 @@
 // The soak: a console that browses simulated media servers which misbehave all the time or, with guards, never, for as
 // long as it is told, and at the end a verdict on its memory, its descriptors, its threads, its requests and its
-// guards. Run by scripts/soak. SPDX-License-Identifier: Apache-2.0
+// guards. Run by scripts/soak.
+//
+// SPDX-License-Identifier: Apache-2.0
 #include "process_figures.h"
 #include "soak_ledger.h"
 #include "soak_samples.h"

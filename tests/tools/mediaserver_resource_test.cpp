@@ -1,5 +1,7 @@
 // citp-mediaserver short of descriptors, and with output that nobody reads: it says so once, goes on, and ends when
-// asked. SPDX-License-Identifier: Apache-2.0
+// asked.
+//
+// SPDX-License-Identifier: Apache-2.0
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
