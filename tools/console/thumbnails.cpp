@@ -237,6 +237,7 @@ ThumbnailList listThumbnails(Session& session, const Options& options)
 std::vector<SheetCell> sheetCells(const std::vector<Thumbnail>& thumbnails)
 {
     std::vector<SheetCell> cells;
+    cells.reserve(thumbnails.size());
     for (const Thumbnail& thumbnail : thumbnails)
         cells.push_back({escapeControls(QString("Library %1   %2").arg(thumbnail.libraryId, thumbnail.libraryName)),
                          escapeControls(QString("%1  %2").arg(thumbnail.element.number).arg(thumbnail.element.name))});
