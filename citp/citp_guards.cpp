@@ -114,13 +114,21 @@ bool Guards::update()
 
 // --- Reports ---------------------------------------------------------------------------------------------------------
 
+QString Guards::reasonOf(Guard guard, qint64 value, qint64 limit)
+{
+    const GuardText& words = guardTexts[guard];
+    text_base text;
+    text << words.before << static_cast<long long>(value) << words.after << " (" << words.limit << " "
+         << static_cast<long long>(limit) << ")";
+    return QString::fromLatin1(text.c_str());
+}
+
 void Guards::write(Guard guard, const QString& server, const Report& report, const citp_options::Observer& observer)
 {
     const GuardText& words = guardTexts[guard];
     text_base text;
-    text << "guard " << words.name << ": " << toAscii(server) << " " << words.action << ": " << words.before
-         << static_cast<long long>(report.value) << words.after << " (" << words.limit << " "
-         << static_cast<long long>(report.limit) << ")";
+    text << "guard " << words.name << ": " << toAscii(server) << " " << words.action << ": "
+         << toAscii(reasonOf(guard, report.value, report.limit));
     if (report.omitted > 0) {
         text << "; " << report.omitted << " more omitted";
     }

@@ -72,6 +72,8 @@ public:
     /// citp_options::maxUnsentBytes(). Any thread.
     qint64 maxUnsentBytes() const { return m_maxUnsentBytes.load(std::memory_order_relaxed); }
 
+    /// Why @p guard acts, e.g. "a message states 0 bytes (minimum 20)". Any thread.
+    static QString reasonOf(Guard guard, qint64 value, qint64 limit);
     /// Reports that @p guard has acted, unless the last report is too recent. Any thread.
     void report(Guard guard, const QString& server, qint64 value, qint64 limit);
     enum class Omitted { OfEndedIntervals, All };

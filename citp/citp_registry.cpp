@@ -8,6 +8,7 @@
 
 #include <QTcpSocket>
 
+#include <algorithm>
 #include <utility>
 
 namespace CITP {
@@ -79,6 +80,41 @@ int citp_stack::Private::countNotified() const
         count += info->m_notified ? 1 : 0;
     }
     return count;
+}
+
+std::shared_ptr<const void> citp_stack::observeDiscovery(const DiscoveryObserver& observer)
+{
+    const Caller caller;
+    if (isShuttingDown() || !observer) {
+        return nullptr;
+    }
+    auto kept = std::make_shared<const DiscoveryObserver>(observer);
+    const std::lock_guard<std::mutex> lock(d->observersMutex);
+    d->observers.push_back(kept);
+    d->hasObservers = true;
+    return kept;
+}
+
+void citp_stack::Private::tell(DiscoveryEvent::Kind kind, const SERV_ID& server, const QString& text)
+{
+    if (!hasObservers) {
+        return;
+    }
+    std::vector<std::shared_ptr<const DiscoveryObserver>> current;
+    {
+        const std::lock_guard<std::mutex> lock(observersMutex);
+        const auto isGone = [&current](const std::weak_ptr<const DiscoveryObserver>& observer) {
+            current.push_back(observer.lock());
+            return !current.back();
+        };
+        observers.erase(std::remove_if(observers.begin(), observers.end(), isGone), observers.end());
+        hasObservers = !observers.empty();
+    }
+    for (const auto& observer : current) {
+        if (observer) {
+            (*observer)({kind, server, text});
+        }
+    }
 }
 
 citp_stack::ServerInfo::ServerInfo(const Msg_PEER_PLOC& ploc, Net::Socket* netSocket)

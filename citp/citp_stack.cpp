@@ -53,6 +53,9 @@ namespace {
 constexpr const char* timepopSignature = "void CITP::citp_stack::timepop()";
 constexpr const char* rxerrorSignature = "void CITP::citp_stack::rxerror()";
 constexpr const char* removeTcpSignature = "void CITP::citp_stack::removeTCP(int)";
+constexpr const char* sendMsgSignature = "bool CITP::citp_stack::sendMsg(const QString&, const CITP::Msg_Header&)";
+constexpr const char* sendUnpacedSignature =
+    "bool CITP::citp_stack::sendUnpaced(const CITP::citp_stack::SERV_ID&, const CITP::Msg_Header&)";
 constexpr const char* handleSinfSignature =
     "void CITP::citp_stack::handleSINF(const QString&, const CITP::Msg_MSEX_SINF&)";
 
@@ -244,6 +247,7 @@ void citp_stack::Private::removeAllServers()
         return nullptr;
     };
     while (const ServerInfo* const info = first()) {
+        tell(DiscoveryEvent::Failed, static_cast<const Record*>(info)->key);
         q->removeTCP(static_cast<int>(info->m_socket->socketDescriptor()));
     }
 }
@@ -299,6 +303,10 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
         return;
     }
     const SERV_ID key = buildServerKey(host, ploc.port);
+    // The host of one that came over a connection is a server key.
+    if (!host.contains(QLatin1Char(':'))) {
+        d->tell(DiscoveryEvent::Heard, key, ploc.name);
+    }
     const StackLock lock(m_mutex);
     if (m_servers.contains(key) || !d->admits(host, key)) {
         return;
@@ -357,6 +365,7 @@ void citp_stack::rxconnected()
     STACK_LOG(stackLogContext(), Os::Log::Traffic, "connected to " << toAscii(key));
     socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
     d->applyLimits(*record);
+    d->tell(DiscoveryEvent::Connected, key);
     sendMsg(key, Msg_PEER_PNAM(QStringLiteral("TarnCitpLayer")));
     sendMsg(key, Msg_MSEX_CInf());
     sendMsg(key, Msg_FPTC_SPTC(static_cast<const std::vector<unsigned short>*>(nullptr)));
@@ -384,6 +393,9 @@ void citp_stack::Private::endConnection(QTcpSocket* socket)
 {
     if (isErrorLogged(socket)) {
         STACK_LOG_AS(rxerrorSignature, stackLogContext(), Os::Log::Failure, socket->errorString().toStdString());
+    }
+    if (const Record* const record = recordOf(socket)) {
+        tell(DiscoveryEvent::Failed, record->key, socket->errorString());
     }
     removeServerOf(socket);
 }
@@ -661,6 +673,16 @@ bool isSameRequest(const QByteArray& queued, const QByteArray& held)
 
 bool citp_stack::sendMsg(const QString& server, const Msg_Header& msg)
 {
+    return send(server, msg, Pacing::OfServer);
+}
+
+bool citp_stack::sendUnpaced(const SERV_ID& server, const Msg_Header& msg)
+{
+    return send(server, msg, Pacing::None);
+}
+
+bool citp_stack::send(const SERV_ID& server, const Msg_Header& msg, Pacing pacing)
+{
     const Caller caller;
     if (isShuttingDown()) {
         return false;
@@ -689,7 +711,7 @@ bool citp_stack::sendMsg(const QString& server, const Msg_Header& msg)
             const std::lock_guard<std::mutex> queueLock(d->queueMutex);
             if (Record* const record = d->find(server)) {
                 unsent = d->countAccepted(*record, buffer.size());
-                if (unsent == 0 && outbound->isPaced && record->IsNoDelayEnabled()) {
+                if (unsent == 0 && pacing == Pacing::OfServer && outbound->isPaced && record->IsNoDelayEnabled()) {
                     if (record->IsRequestInProgress()) {
                         record->GetMessageQueue().push(buffer);
                         return true;
@@ -706,7 +728,9 @@ bool citp_stack::sendMsg(const QString& server, const Msg_Header& msg)
         Q_EMIT __passDown(server, buffer);
         return true;
     } catch (const char* failure) {
-        STACK_LOG(stackLogContext(), Os::Log::Failure, "sendMsg failed: " << failure);
+        const bool isPaced = pacing == Pacing::OfServer;
+        STACK_LOG_AS(isPaced ? sendMsgSignature : sendUnpacedSignature, stackLogContext(), Os::Log::Failure,
+                     (isPaced ? "sendMsg" : "sendUnpaced") << " failed: " << failure);
         return false;
     }
 }

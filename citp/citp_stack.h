@@ -16,6 +16,7 @@
 #include <QString>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <queue>
 #include <vector>
@@ -88,6 +89,25 @@ public:
         std::queue<QByteArray>& GetMessageQueue() { return m_messageQueue; }
     };
 
+    /// What discovery tells its observers about a server that need not be up.
+    struct DiscoveryEvent
+    {
+        /// What has happened.
+        enum Kind {
+            Heard,     ///< it has announced itself, or a server named by hand is tried
+            Connected, ///< its connection has opened; serverUp() follows if it sends its information
+            Failed     ///< it cannot be connected, or its connection has ended; serverDown() follows if it was up
+        };
+        Kind kind;
+        SERV_ID server; ///< key
+        /// #Heard: the announced name, as received. #Failed: the reason, e.g. "Connection refused"; empty if the stack
+        /// was disabled or changed its adapter
+        QString text;
+    };
+    /// Called on the worker thread. The registry may be locked then, so it must return soon and must not wait for
+    /// another thread that uses the stack.
+    using DiscoveryObserver = std::function<void(const DiscoveryEvent&)>;
+
     /// The stack of this process. The first call creates it, disabled, and starts its thread. The object lives until
     /// the process exits and belongs to the library: never delete it. Without a QCoreApplication, Qt delivers no events
     /// and the stack does nothing.
@@ -113,6 +133,18 @@ public:
     /// server; false if it was rejected. The log states the reason: "message err" (not valid), "cannot send this
     /// message type" or "server not found"; with citp_options::setMaxUnsentBytes() also that too many bytes would wait
     bool sendMsg(const QString& server, const Msg_Header& msg);
+
+    /// As sendMsg(), but without pacing: the message is sent at once also to a server that loses requests, and does not
+    /// count as outstanding. For applications that pace these servers themselves. The limit of
+    /// citp_options::setMaxUnsentBytes() applies.
+    bool sendUnpaced(const SERV_ID& server, const Msg_Header& msg);
+
+    /// Has @p observer told of announcements and connections, because the signals report only servers that are up.
+    /// Announcements that arrive over a connection are not reported.
+    /// @return what keeps the observer. When the last copy is destroyed, by any thread, no further call of the observer
+    /// begins; one that has begun may still run, so capture only what lives that long. Null if @p observer is empty or
+    /// the process is exiting
+    std::shared_ptr<const void> observeDiscovery(const DiscoveryObserver& observer);
 
     /// The keys of the announced servers (serverUp() emitted, serverDown() not yet), in key order.
     std::vector<SERV_ID> getServers();
@@ -196,6 +228,9 @@ private:
 
     CITP_HIDDEN citp_stack();
     CITP_HIDDEN ~citp_stack() override;
+    enum class Pacing { OfServer, None };
+    /// sendMsg() and sendUnpaced(), which log under their own names.
+    CITP_HIDDEN bool send(const SERV_ID& server, const Msg_Header& msg, Pacing pacing);
     CITP_HIDDEN void processMsgIn(QByteArray& buffer, const QString& source);
     CITP_HIDDEN void handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc);
     CITP_HIDDEN void handleSINF(const QString& source, Msg_MSEX_SINF& sinf);

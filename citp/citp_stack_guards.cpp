@@ -121,6 +121,7 @@ void citp_stack::Private::watchRest(Record& record, qint64 available, const Turn
 void citp_stack::Private::disconnectServer(Record& record, Guards::Guard guard, qint64 value, qint64 limit)
 {
     guards.report(guard, record.key, value, limit);
+    tell(DiscoveryEvent::Failed, record.key, Guards::reasonOf(guard, value, limit));
     disconnected.insert(record.key);
     const StackLock lock(q->m_mutex);
     removeServer(&record);
@@ -299,25 +300,27 @@ bool citp_stack::Private::admits(const QString& host, const SERV_ID& key)
         attemptsSince = now;
         attempts = 0;
     }
+    const auto ignore = [this, &key](Guards::Guard guard, const QString& who, int limit) {
+        guards.report(guard, who, limit, limit);
+        if (hasObservers) {
+            tell(DiscoveryEvent::Failed, key, Guards::reasonOf(guard, limit, limit));
+        }
+        return false;
+    };
     // Senders of announcements can be forged, so that all of them share one report.
-    const auto reportTooMany = [this, &limits] {
-        guards.report(citp_options::TooManyServers, QStringLiteral("new servers"), limits.maxServers,
-                      limits.maxServers);
+    const auto ignoreAsTooMany = [&ignore, &limits] {
+        return ignore(citp_options::TooManyServers, QStringLiteral("new servers"), limits.maxServers);
     };
     if (limits.maxServers > 0 && attempts >= limits.maxServers) {
-        reportTooMany();
-        return false;
+        return ignoreAsTooMany();
     }
     // An announcement over a connection has the key of that connection as its host.
     const QString address = host.section(QLatin1Char(':'), 0, 0);
     if (limits.maxServersPerAddress > 0 && isFull(address + QLatin1Char(':'), limits.maxServersPerAddress)) {
-        guards.report(citp_options::TooManyPerAddress, address, limits.maxServersPerAddress,
-                      limits.maxServersPerAddress);
-        return false;
+        return ignore(citp_options::TooManyPerAddress, address, limits.maxServersPerAddress);
     }
     if (limits.maxServers > 0 && isFull(QString(), limits.maxServers)) {
-        reportTooMany();
-        return false;
+        return ignoreAsTooMany();
     }
     ++attempts;
     return true;
@@ -326,6 +329,7 @@ bool citp_stack::Private::admits(const QString& host, const SERV_ID& key)
 void citp_stack::Private::giveUp(Record* record)
 {
     QTcpSocket* const socket = record->m_socket;
+    tell(DiscoveryEvent::Failed, record->key, QStringLiteral("No answer"));
     removeServer(record);
     // Closed immediately, because many may be given up before the event loop deletes them.
     const QSignalBlocker blocker(socket);

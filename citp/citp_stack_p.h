@@ -8,6 +8,8 @@
 
 #include <QHash>
 
+#include <atomic>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -125,6 +127,9 @@ struct CITP_HIDDEN citp_stack::Private
     /// Whether a datagram must be dropped because the application has not caught up. Announcements never are.
     bool dropsDatagram(const QByteArray& datagram, const QString& sender);
 
+    /// Tells the observers of discovery. Call it before the server is removed.
+    void tell(DiscoveryEvent::Kind kind, const SERV_ID& server, const QString& text = {});
+
     citp_stack* const q;
     WorkerThread* const worker; ///< never deleted: it runs until the process ends
     /// Serialises setEnabled(), so that each change is logged once, before it is made. Recursive: a log sink may call
@@ -136,6 +141,10 @@ struct CITP_HIDDEN citp_stack::Private
     std::mutex queueMutex;
     /// The records of the registry by their sockets, which are the senders that the slots know.
     QHash<const QObject*, Record*> connections;
+
+    std::atomic<bool> hasObservers{false};
+    std::mutex observersMutex; ///< guards #observers
+    std::vector<std::weak_ptr<const DiscoveryObserver>> observers;
 
     Guards guards;
     QTimer* timeoutTimer =

@@ -716,6 +716,30 @@ TEST_F(GuardsTest, UnsentDataRejectsWhatExceedsTheLimit)
     reader.join();
 }
 
+TEST_F(GuardsTest, UnsentDataRejectsUnpacedRequestsToo)
+{
+    const CITP::Msg_MSEX_GELI request(0, 1, QString(), {});
+    QByteArray bytes;
+    bytes >> request;
+    citp_options options;
+    ASSERT_TRUE(options.setMaxUnsentBytes(100 * bytes.size()));
+    apply(options);
+    FakeServer server;
+    const Connection connection = admitPaced(server);
+    int sent = 0;
+    runOnWorker([&] {
+        // The worker writes nothing meanwhile.
+        std::thread sender([&] {
+            while (sent < 200 && stack->sendUnpaced(server.key(), request)) {
+                ++sent;
+            }
+        });
+        sender.join();
+    });
+    EXPECT_EQ(sent, 100);
+    EXPECT_EQ(waitForGuard(citp_options::UnsentData).value, 101 * bytes.size());
+}
+
 TEST_F(GuardsTest, UnsentDataCountsPacedRequests)
 {
     const CITP::Msg_MSEX_GELI request(0, 1, QString(), {});

@@ -206,6 +206,29 @@ TEST_F(SendingTest, ThumbnailRequestsAndOthersPassABusyServersQueue)
     EXPECT_EQ(next(connection), "GELI 2");
 }
 
+TEST_F(SendingTest, AnUnpacedRequestPassesABusyServersQueueAndMakesNoServerBusy)
+{
+    Connection connection = admitPaced(m_server);
+    EXPECT_TRUE(stack->sendUnpaced(m_server.key(), gein(1)));
+    EXPECT_TRUE(send(geli(2)));
+    EXPECT_TRUE(send(geli(3)));
+    EXPECT_TRUE(stack->sendUnpaced(m_server.key(), geli(4)));
+    EXPECT_EQ(next(connection), "GEIn 1");
+    EXPECT_EQ(next(connection), "GELI 2");
+    EXPECT_EQ(next(connection), "GELI 4");
+    connection.send(Wire::elin(1));
+    EXPECT_EQ(next(connection), "GELI 3");
+}
+
+TEST_F(SendingTest, AnUnpacedMessageIsRefusedLikeOthersUnderItsOwnName)
+{
+    const Connection connection = admit(m_server);
+    log.expectFailureLine("sendUnpaced failed: cannot send this message type");
+    EXPECT_FALSE(stack->sendUnpaced(m_server.key(), CITP::Msg_MSEX_ELIN()));
+    log.expectFailureLine("sendUnpaced failed: server not found");
+    EXPECT_FALSE(stack->sendUnpaced(QStringLiteral("127.0.0.9:1"), geli(1)));
+}
+
 TEST_F(SendingTest, AnEeinOrGleiReleasesNothing)
 {
     Connection connection = admitPaced(m_server);
