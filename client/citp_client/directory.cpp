@@ -57,19 +57,20 @@ void describe(Server& server, const Msg_MSEX_SINF& sinf)
     }
     server.layers = layersOf(sinf);
 }
+
+QString titleOf(const Server& server)
+{
+    return server.name.isEmpty() ? server.key : QStringLiteral("\"%1\" (%2)").arg(server.name, server.key);
+}
 } // namespace
 
 Directory::Directory(Transport& transport, QObject* parent) : QObject(parent), m_transport(transport)
 {
     connect(&transport, &Transport::serverHeard, this, &Directory::hear);
+    connect(&transport, &Transport::serverConnected, this, &Directory::setConnected);
+    connect(&transport, &Transport::serverFailed, this, &Directory::setFailed);
     connect(&transport, &Transport::serverUp, this, &Directory::setUp);
-    connect(&transport, &Transport::serverDown, this, [this](const QString& key) {
-        const auto found = m_servers.find(key);
-        if (found != m_servers.end()) {
-            found->second.firstHeard = found->second.lastHeard = m_transport.now();
-            setState(found->second, Server::Lost);
-        }
-    });
+    connect(&transport, &Transport::serverDown, this, &Directory::setDown);
     connect(&transport, &Transport::wokenUp, this, &Directory::checkTime);
     // The transport does not report again the servers that are up already.
     for (const QString& key : transport.servers()) {
@@ -92,7 +93,7 @@ QStringList Directory::keys() const
 Server Directory::server(const QString& key) const
 {
     const auto found = m_servers.find(key);
-    return found == m_servers.end() ? Server() : found->second.server;
+    return found == m_servers.end() ? Server() : found->second;
 }
 
 QStringList Directory::find(const QString& text) const
@@ -103,7 +104,7 @@ QStringList Directory::find(const QString& text) const
     QStringList exact;
     QStringList partial;
     for (const auto& entry : m_servers) {
-        const QString& name = entry.second.server.name;
+        const QString& name = entry.second.name;
         if (name.compare(text, Qt::CaseInsensitive) == 0) {
             exact << entry.first;
         } else if (name.contains(text, Qt::CaseInsensitive)) {
@@ -113,7 +114,7 @@ QStringList Directory::find(const QString& text) const
     return exact.isEmpty() ? partial : exact;
 }
 
-Directory::Entry* Directory::entryFor(const QString& key, bool isUp)
+Server* Directory::obtain(const QString& key, bool isUp)
 {
     const auto found = m_servers.find(key);
     if (found != m_servers.end()) {
@@ -121,9 +122,8 @@ Directory::Entry* Directory::entryFor(const QString& key, bool isUp)
     }
     if (m_servers.size() >= maxServers) {
         // Announcements of invented servers must not push out real ones.
-        const auto dispensable = std::find_if(m_servers.begin(), m_servers.end(), [](const auto& entry) {
-            return entry.second.server.state != Server::Up;
-        });
+        const auto dispensable = std::find_if(m_servers.begin(), m_servers.end(),
+                                              [](const auto& entry) { return entry.second.state != Server::Up; });
         if (!isUp || dispensable == m_servers.end()) {
             return nullptr;
         }
@@ -131,41 +131,77 @@ Directory::Entry* Directory::entryFor(const QString& key, bool isUp)
         m_servers.erase(dispensable);
         Q_EMIT changed(removed);
     }
-    Entry& entry = m_servers[key];
-    entry.server.key = key;
-    entry.server.since = entry.firstHeard = entry.lastHeard = m_transport.now();
-    return &entry;
+    Server& server = m_servers[key];
+    server.key = key;
+    server.since = server.firstHeard = server.lastHeard = m_transport.now();
+    return &server;
 }
 
-void Directory::setState(Entry& entry, Server::State state, const QString& problem)
+void Directory::setState(Server& server, Server::State state, const QString& problem)
 {
-    if (state != entry.server.state) {
-        entry.server.since = m_transport.now();
+    if (state != server.state) {
+        server.since = m_transport.now();
     }
-    entry.server.state = state;
-    entry.server.problem = problem;
-    const QString key = entry.server.key;
+    server.state = state;
+    server.problem = problem;
+    const QString key = server.key;
     Q_EMIT changed(key);
 }
 
 void Directory::hear(const QString& key, const QString& name)
 {
     const bool isNew = m_servers.count(key) == 0;
-    Entry* const entry = entryFor(key, false);
-    if (!entry) {
+    Server* const server = obtain(key, false);
+    if (!server) {
         return;
     }
-    entry->lastHeard = m_transport.now();
-    const bool isRenamed = !name.isEmpty() && name != entry->server.name && entry->server.state != Server::Up;
+    server->lastHeard = m_transport.now();
+    const bool isRenamed = !name.isEmpty() && name != server->name && server->state != Server::Up;
     if (isRenamed) {
-        entry->server.name = name;
+        server->name = name;
     }
-    const Server::State state = entry->server.state;
-    if (!isNew && (state == Server::Heard || state == Server::Lost)) {
+    if (!isNew && (server->state == Server::Heard || server->state == Server::Lost)) {
         // The stack tries to connect at every announcement.
-        setState(*entry, Server::Connecting);
+        setState(*server, Server::Connecting);
     } else if (isNew || isRenamed) {
-        setState(*entry, state, entry->server.problem);
+        setState(*server, server->state, server->problem);
+    }
+}
+
+void Directory::setConnected(const QString& key)
+{
+    const auto found = m_servers.find(key);
+    if (found == m_servers.end() || found->second.state == Server::Up) {
+        return;
+    }
+    Server& server = found->second;
+    server.isConnected = true;
+    if (server.state != Server::Connecting) {
+        // A server that could not be connected before has its time again.
+        server.firstHeard = server.state == Server::Failing ? m_transport.now() : server.firstHeard;
+        setState(server, Server::Connecting);
+    }
+}
+
+void Directory::setFailed(const QString& key, const QString& reason)
+{
+    const auto found = m_servers.find(key);
+    if (found == m_servers.end()) {
+        return;
+    }
+    Server& server = found->second;
+    server.isConnected = false;
+    if (reason.isEmpty()) {
+        return;
+    }
+    if (server.state == Server::Up) {
+        // serverDown() follows.
+        server.problem = tr("Server %1 was lost: %2").arg(titleOf(server), reason);
+        return;
+    }
+    const QString problem = tr("Server %1 does not come up: %2").arg(titleOf(server), reason);
+    if (server.state != Server::Failing || server.problem != problem) {
+        setState(server, Server::Failing, problem);
     }
 }
 
@@ -177,11 +213,24 @@ void Directory::setUp(const QString& key)
     if (!m_transport.serverInfo(key, &sinf, &ploc)) {
         return;
     }
-    if (Entry* const entry = entryFor(key, true)) {
-        entry->server.name = ploc.name;
-        describe(entry->server, sinf);
-        setState(*entry, Server::Up);
+    if (Server* const server = obtain(key, true)) {
+        server->name = ploc.name.left(Transport::maxNameLength);
+        server->isConnected = true;
+        describe(*server, sinf);
+        setState(*server, Server::Up);
     }
+}
+
+void Directory::setDown(const QString& key)
+{
+    const auto found = m_servers.find(key);
+    if (found == m_servers.end()) {
+        return;
+    }
+    Server& server = found->second;
+    server.isConnected = false;
+    server.firstHeard = server.lastHeard = m_transport.now();
+    setState(server, Server::Lost, server.problem);
 }
 
 void Directory::checkTime()
@@ -190,18 +239,24 @@ void Directory::checkTime()
     m_transport.wakeUpAt(now + directoryInterval);
     for (const QString& key : keys()) {
         const auto found = m_servers.find(key);
-        if (found == m_servers.end() || found->second.server.state == Server::Up) {
+        if (found == m_servers.end() || found->second.state == Server::Up) {
             continue;
         }
-        Entry& entry = found->second;
-        if (now - entry.lastHeard >= keepTime) {
+        Server& server = found->second;
+        if (now - server.lastHeard >= keepTime) {
             m_servers.erase(found);
             Q_EMIT changed(key);
-        } else if (entry.server.state == Server::Connecting && now - entry.firstHeard >= failingTime) {
-            setState(
-                entry, Server::Failing,
-                tr("Server \"%1\" (%2) announces itself, but does not accept a connection or does not answer on it")
-                    .arg(entry.server.name, key));
+        } else if (server.state == Server::Connecting && !server.isConnected && !server.version.isEmpty() &&
+                   now - server.lastHeard >= silentTime) {
+            setState(server, Server::Lost, tr("Server %1 does not announce itself any more").arg(titleOf(server)));
+        } else if (server.state == Server::Connecting &&
+                   (server.isConnected ? now : server.lastHeard) - server.firstHeard >= failingTime) {
+            setState(server, Server::Failing,
+                     server.isConnected
+                         ? tr("Server %1 accepts the connection, but does not send its information (SInf)")
+                               .arg(titleOf(server))
+                         : tr("Server %1 announces itself, but does not accept a connection or does not answer on it")
+                               .arg(titleOf(server)));
         }
     }
 }

@@ -18,17 +18,20 @@ struct CITP_EXPORT Server
     /// How far the server has come.
     enum State {
         Heard,      ///< has announced itself
-        Connecting, ///< announces itself again, but is not up yet
-        Failing,    ///< announces itself for Directory::failingTime without coming up; see Server::problem
+        Connecting, ///< announces itself again or has been connected, but is not up yet
+        Failing,    ///< cannot be connected, or has not come up within Directory::failingTime; see Server::problem
         Up,
-        Lost ///< was up, and is not announced any more or not up again yet
+        Lost ///< was up, and has not announced itself since, or has stopped to
     };
 
     QString key;               ///< e.g. "2.0.0.10:4811"
-    QString name;              ///< as announced
+    QString name;              ///< as announced; empty if it is named by hand and was never heard
     State state{Heard};        ///< see #since
     qint64 since{0};           ///< when Server::state began, by Transport::now()
-    QString problem;           ///< one sentence for the user if Failing
+    qint64 firstHeard{0};      ///< when it announced itself for the first time since it was last up
+    qint64 lastHeard{0};       ///< when it announced itself or was up last
+    bool isConnected{false};   ///< a connection is known to be open
+    QString problem;           ///< one sentence for the user: why it is Failing, or Lost if that is known
     QString product;           ///< name
     QString version;           ///< of the product, e.g. "2.5.1"
     QString uuid;              ///< the same on all adapters of a server; empty before MSEX 1.2
@@ -48,6 +51,7 @@ class CITP_EXPORT Directory : public QObject
 public:
     static constexpr int maxServers = 1024;      ///< the number of servers that are kept
     static constexpr qint64 failingTime = 10000; ///< ms from the first announcement until a server is Failing
+    static constexpr qint64 silentTime = 10000;  ///< ms without an announcement until a server that was up is Lost
     static constexpr qint64 keepTime = 60000;    ///< ms without an announcement until a server is removed
 
     /// @param transport must outlive this object
@@ -63,24 +67,21 @@ public:
     QStringList find(const QString& text) const;
 
 Q_SIGNALS:
-    /// The server is new, has changed, or is not there any more. Repeated announcements are no change.
+    /// The server is new, has changed, or is not there any more. Repeated announcements are no change, and neither is
+    /// Server::isConnected alone.
     void changed(const QString& key);
 
 private:
-    struct Entry
-    {
-        Server server;
-        qint64 firstHeard{0}; ///< since it was last up
-        qint64 lastHeard{0};
-    };
-
-    CITP_HIDDEN Entry* entryFor(const QString& key, bool isUp);
-    CITP_HIDDEN void setState(Entry& entry, Server::State state, const QString& problem = {});
+    CITP_HIDDEN Server* obtain(const QString& key, bool isUp);
+    CITP_HIDDEN void setState(Server& server, Server::State state, const QString& problem = {});
     CITP_HIDDEN void hear(const QString& key, const QString& name);
+    CITP_HIDDEN void setConnected(const QString& key);
+    CITP_HIDDEN void setFailed(const QString& key, const QString& reason);
     CITP_HIDDEN void setUp(const QString& key);
+    CITP_HIDDEN void setDown(const QString& key);
     CITP_HIDDEN void checkTime();
 
     Transport& m_transport;
-    std::map<QString, Entry> m_servers;
+    std::map<QString, Server> m_servers;
 };
 } // namespace CITP

@@ -20,6 +20,8 @@ class CITP_EXPORT Transport : public QObject
     Q_OBJECT
 
 public:
+    static constexpr int maxNameLength = 256; ///< of a server
+
     Transport();
     ~Transport() override;
 
@@ -41,8 +43,14 @@ public:
 Q_SIGNALS:
     /// Everybody whose time has not come requests it again.
     void wokenUp();
-    /// The media server @p server has announced itself as @p name.
+    /// The media server @p server has announced itself as @p name, of which at most #maxNameLength characters are told.
+    /// A server named by hand has no name and is heard when it is tried.
     void serverHeard(const QString& server, const QString& name);
+    /// The connection to a server has opened. If it sends its information, serverUp() follows.
+    void serverConnected(const QString& server);
+    /// A server cannot be connected, or its connection has ended; if it was up, serverDown() follows.
+    /// @param reason for the user, e.g. "Connection refused"; empty if the stack was disabled or changed its adapter
+    void serverFailed(const QString& server, const QString& reason);
     // As the signals of the stack, in its signatures, by which StackTransport finds them.
     void serverUp(const CITP::citp_stack::SERV_ID&);                                     ///< as of citp_stack
     void serverDown(const CITP::citp_stack::SERV_ID&);                                   ///< as of citp_stack
@@ -59,9 +67,9 @@ Q_SIGNALS:
 
 /// The transport of applications: citp_stack, which it does not enable. One for a thread is enough.
 ///
-/// It relays only what somebody is connected to; fixtures, for example, cross threads only for a Patch. With a
-/// receiver of serverHeard(), it listens to the announcements on a socket of its own, because the stack reports
-/// servers only once they are up.
+/// It relays only what somebody is connected to; fixtures, for example, cross threads only for a Patch. What it tells
+/// about discovery waits for its thread in bounded memory: of each of at most 1024 servers, the last announcement and
+/// the last state of the connection.
 class CITP_EXPORT StackTransport : public Transport
 {
     Q_OBJECT
@@ -72,11 +80,14 @@ public:
 
     qint64 now() const override;
     void wakeUpAt(qint64 time) override;
-    /// Requests for lists go past the stack's own pacing: that would never send another one after an answer with
+    /// As citp_stack::sendUnpaced(): the stack's own pacing would never send another request after an answer with
     /// effects or generic elements. Requests sends paced servers one at a time instead, with a timeout.
     bool send(const QString& server, const Msg_Header& request) override;
     std::vector<QString> servers() const override;
     bool serverInfo(const QString& server, Msg_MSEX_SINF* sinf, Msg_PEER_PLOC* ploc) const override;
+
+    /// Emits what the stack has told of discovery.
+    bool event(QEvent* event) override;
 
 protected:
     /// Connects the stack's signal of the same signature.

@@ -6,6 +6,12 @@
 #include <citp_client/layers.h>
 #include <citp_client/requests.h>
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
+
+#include <atomic>
+#include <thread>
+
 using namespace CITP;
 
 namespace {
@@ -130,20 +136,60 @@ TEST_F(ClientSocketTest, ARequestTimesOutByTheRealClock)
     EXPECT_EQ(end->status, Reply::TimedOut);
 }
 
-TEST_F(ClientSocketTest, AServerThatDoesNotAnswerIsHeard)
+TEST_F(ClientSocketTest, AServerIsFollowedFromItsAnnouncementToItsEnd)
 {
     Directory directory(m_transport);
-    const auto state = [&] { return directory.server(m_server.key()).state; };
+    const auto server = [&] { return directory.server(m_server.key()); };
+    const auto state = [&] { return server().state; };
+    m_server.leaveUnanswered();
     m_server.announce("Stage");
-    Connection connection = m_server.accept();
-    EXPECT_TRUE(waitFor([&] { return directory.server(m_server.key()).name == QStringLiteral("Stage"); }));
+    EXPECT_TRUE(waitFor([&] { return server().name == QStringLiteral("Stage"); }));
     EXPECT_EQ(state(), Server::Heard);
     m_server.announce("Stage");
     EXPECT_TRUE(waitFor([&] { return state() == Server::Connecting; }));
+    EXPECT_FALSE(server().isConnected);
+    m_server.answerAgain();
+    Connection connection = m_server.accept();
+    EXPECT_TRUE(waitFor([&] { return server().isConnected; }));
+    EXPECT_EQ(state(), Server::Connecting);
     connection.send(Wire::sinf("Product"));
     EXPECT_TRUE(waitFor([&] { return state() == Server::Up; }));
-    EXPECT_EQ(directory.server(m_server.key()).product, QStringLiteral("Product"));
+    EXPECT_EQ(server().product, QStringLiteral("Product"));
     log.expectFailureLine("The remote host closed the connection");
     connection.close();
     EXPECT_TRUE(waitFor([&] { return state() == Server::Lost; }));
+    EXPECT_EQ(
+        server().problem,
+        QStringLiteral("Server \"Stage\" (%1) was lost: The remote host closed the connection").arg(m_server.key()));
+    log.allowFailureLines("Connection refused");
+    m_server.stopListening();
+    m_server.announce("Stage");
+    EXPECT_TRUE(waitFor([&] { return state() == Server::Failing; }));
+    EXPECT_EQ(server().problem,
+              QStringLiteral("Server \"Stage\" (%1) does not come up: Connection refused").arg(m_server.key()));
+}
+
+TEST_F(ClientSocketTest, WhatDiscoveryTellsWaitsInBoundedMemory)
+{
+    const Directory directory(m_transport);
+    log.allowFailureLines("Connection refused");
+    const auto heard = std::make_shared<std::atomic<int>>(0);
+    const auto observation = stack->observeDiscovery([heard](const citp_stack::DiscoveryEvent& event) {
+        *heard += event.kind == citp_stack::DiscoveryEvent::Heard ? 1 : 0;
+    });
+    // This thread handles no event meanwhile. The discovery socket holds some 170 announcements.
+    constexpr int firstPort = 50000;
+    constexpr int batches = 11;
+    m_server.sendDatagram(Wire::ploc(firstPort, "MediaServer", std::string(30000, 'x').c_str()));
+    for (int batch = 0; batch < batches; ++batch) {
+        for (int i = 1; i <= 100; ++i)
+            m_server.sendDatagram(Wire::ploc(static_cast<unsigned>(firstPort + 100 * batch + i)));
+        QElapsedTimer time;
+        for (time.start(); *heard <= 100 * (batch + 1) - 1 && time.elapsed() < TestTimeout;)
+            std::this_thread::yield();
+    }
+    EXPECT_GE(*heard, 100 * batches);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(directory.keys().size(), 1024);
+    EXPECT_EQ(directory.server(QStringLiteral("127.0.0.2:50000")).name.size(), Transport::maxNameLength);
 }

@@ -66,6 +66,72 @@ TEST_F(DirectoryTest, AServerThatNeverComesUpIsFailing)
     EXPECT_TRUE(m_directory.server(key).problem.isEmpty());
 }
 
+TEST_F(DirectoryTest, AServerThatIsConnectedAndNeverComesUpIsFailingForAnotherReason)
+{
+    announceEverySecondUntil(30000);
+    m_net.at(500, [this] { Q_EMIT m_net.serverConnected(key); });
+    m_net.run(5000);
+    EXPECT_EQ(state(), Server::Connecting);
+    EXPECT_TRUE(m_directory.server(key).isConnected);
+    m_net.run(7000);
+    EXPECT_EQ(state(), Server::Failing);
+    EXPECT_EQ(m_directory.server(key).problem,
+              QStringLiteral("Server \"Stage\" (2.0.0.10:4811) accepts the connection, but does not send its "
+                             "information (SInf)"));
+}
+
+TEST_F(DirectoryTest, AFailedConnectionIsAProblemAtOnceUntilTheServerIsConnected)
+{
+    Q_EMIT m_net.serverFailed(key, QStringLiteral("unknown"));
+    EXPECT_TRUE(m_changes.isEmpty());
+    announceEverySecondUntil(30000);
+    m_net.at(1500, [this] { Q_EMIT m_net.serverFailed(key, QStringLiteral("Connection refused")); });
+    m_net.at(2500, [this] { Q_EMIT m_net.serverFailed(key, QStringLiteral("Connection refused")); });
+    m_net.run(5000);
+    EXPECT_EQ(state(), Server::Failing);
+    EXPECT_EQ(m_directory.server(key).since, 1500);
+    EXPECT_EQ(m_directory.server(key).firstHeard, 0);
+    EXPECT_EQ(m_directory.server(key).lastHeard, 5000);
+    EXPECT_EQ(m_directory.server(key).problem,
+              QStringLiteral("Server \"Stage\" (2.0.0.10:4811) does not come up: Connection refused"));
+    EXPECT_EQ(m_changes.size(), 3);
+    // Then it has its time from the beginning.
+    m_net.run(1000);
+    Q_EMIT m_net.serverConnected(key);
+    m_net.run(9000);
+    EXPECT_EQ(state(), Server::Connecting);
+    EXPECT_TRUE(m_directory.server(key).problem.isEmpty());
+    m_net.run(3000);
+    EXPECT_EQ(state(), Server::Failing);
+}
+
+TEST_F(DirectoryTest, AConnectionThatTheStackItselfEndedIsNoProblem)
+{
+    announceEverySecondUntil(3000);
+    m_net.run(2000);
+    Q_EMIT m_net.serverConnected(key);
+    Q_EMIT m_net.serverFailed(key, QString());
+    EXPECT_EQ(state(), Server::Connecting);
+    EXPECT_FALSE(m_directory.server(key).isConnected);
+}
+
+TEST_F(DirectoryTest, AServerIsLostForAReasonAndLostAgainWhenItFallsSilent)
+{
+    m_net.setUp(key);
+    Q_EMIT m_net.serverFailed(key, QStringLiteral("Reset"));
+    EXPECT_EQ(state(), Server::Up);
+    m_net.setDown(key);
+    EXPECT_EQ(state(), Server::Lost);
+    EXPECT_TRUE(m_directory.server(key).problem.endsWith(QStringLiteral(" was lost: Reset")));
+    announceEverySecondUntil(2000);
+    m_net.run(9000);
+    EXPECT_EQ(state(), Server::Connecting);
+    EXPECT_TRUE(m_directory.server(key).problem.isEmpty());
+    m_net.run(4000);
+    EXPECT_EQ(state(), Server::Lost);
+    EXPECT_TRUE(m_directory.server(key).problem.endsWith(QStringLiteral(" does not announce itself any more")));
+}
+
 TEST_F(DirectoryTest, ServersThatAreSilentAreRemovedUnlessTheyAreUp)
 {
     const QString up = QStringLiteral("2.0.0.11:4811");
