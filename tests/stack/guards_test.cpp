@@ -1211,14 +1211,18 @@ TEST_F(GuardsTest, AServerNamedByHandIsTriedAgainWithAGrowingPause)
     server.stopListening();
     citp_options options;
     options.addServer(QHostAddress(server.host()), server.port());
+    ASSERT_TRUE(options.setRetryInterval(600000));
     apply(options);
     ASSERT_TRUE(waitForLine("Connection refused"));
     // Not again before its pause is over, however often the tick comes.
-    tick();
-    tick();
-    runOnWorker([] {});
-    EXPECT_EQ(log.count("Connection refused"), 1);
+    runOnWorker([&] {
+        ASSERT_FALSE(stack->m_servers.contains(server.key()));
+        QMetaObject::invokeMethod(stack, "timepop", Qt::DirectConnection);
+        EXPECT_FALSE(stack->m_servers.contains(server.key()));
+    });
+    ASSERT_TRUE(options.setRetryInterval(2000));
     server.listenAgain();
+    apply(options);
     {
         Connection connection = server.accept();
         connection.send(Wire::sinf("Product"));
