@@ -1,35 +1,14 @@
 // The browser's elements and pictures beside simulated media servers: order, time limits, losses, updates, long lists.
 // SPDX-License-Identifier: Apache-2.0
-#include <QBuffer>
 #include <QDateTime>
 #include <QSignalSpy>
 
-#include "models/decoding.h"
 #include "models_fixture.h"
 
 namespace {
 using Browser::ElementModel;
 using Browser::PictureId;
 using Browser::PictureStore;
-
-CITP::Msg_MSEX_ETHN answerOf(const char* format, const QByteArray& bytes, int width = 1, int height = 1)
-{
-    CITP::Msg_MSEX_ETHN answer;
-    answer.ThumbnailFormat = format;
-    answer.ThumbnailWidth = static_cast<unsigned short>(width);
-    answer.ThumbnailHeight = static_cast<unsigned short>(height);
-    answer.ThumbnailBuffer = bytes;
-    return answer;
-}
-
-QByteArray encoded(const QImage& image, const QByteArray& format)
-{
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    EXPECT_TRUE(image.save(&buffer, format.trimmed().constData()));
-    return bytes;
-}
 } // namespace
 
 TEST_F(BrowserModels, ElementsOfEveryKindBringTheirPicturesInEveryVersion)
@@ -128,61 +107,6 @@ TEST_F(BrowserModels, DamagedPicturesFailAlone)
     openLibrary("1,2,0,0");
     ASSERT_TRUE(waitFor([this] { return countRows(State::Failed) == 4; }));
     EXPECT_FALSE(session.elements().index(0).data(ElementModel::ProblemRole).toString().isEmpty());
-}
-
-TEST(BrowserDecoding, TakesPicturesOfEveryFormatAndMakesLargeOnesSmaller)
-{
-    QImage image(40, 30, QImage::Format_RGB32);
-    image.fill(Qt::red);
-    for (const char* const format : {"PNG ", "JPEG"}) {
-        const Browser::Decoded decoded = Browser::decode(answerOf(format, encoded(image, format)));
-        EXPECT_EQ(decoded.problem.toStdString(), "") << format;
-        EXPECT_EQ(decoded.image.size(), QSize(40, 30)) << format;
-    }
-    const Browser::Decoded raw = Browser::decode(answerOf("RGB8", QByteArray("\xff\0\0\0\xff\0", 6), 2, 1));
-    EXPECT_EQ(raw.image.size(), QSize(2, 1));
-    EXPECT_EQ(raw.image.pixel(1, 0), qRgb(0, 255, 0));
-    // A server that sends its pictures as they are.
-    const Browser::Decoded large =
-        Browser::decode(answerOf("PNG ", encoded(image.scaled(1920, 1080), "PNG"), 1920, 1080));
-    EXPECT_EQ(large.problem.toStdString(), "");
-    EXPECT_EQ(large.image.size(), QSize(640, 360));
-}
-
-TEST(BrowserDecoding, RefusesWhatIsDamagedOrTooLarge)
-{
-    const auto refusal = [](const char* format, const QByteArray& bytes, int width = 1, int height = 1) {
-        const Browser::Decoded decoded = Browser::decode(answerOf(format, bytes, width, height));
-        EXPECT_TRUE(decoded.image.isNull());
-        return decoded.problem.toStdString();
-    };
-    QImage image(64, 64, QImage::Format_RGB32);
-    for (int y = 0; y < 64; ++y)
-        for (int x = 0; x < 64; ++x)
-            image.setPixel(x, y, qRgb(x * 37 % 256, y * 91 % 256, x * y % 256));
-    for (const char* const format : {"PNG ", "JPEG"}) {
-        const QByteArray whole = encoded(image, format);
-        EXPECT_EQ(refusal(format, whole.left(60)), "damaged picture") << format;
-        EXPECT_EQ(refusal(format, "no picture at all"), "damaged picture") << format;
-    }
-    const QByteArray png = encoded(image, "PNG");
-    EXPECT_EQ(refusal("PNG ", png.left(png.size() / 2)), "damaged picture");
-    // A few bytes that announce a picture of many megabytes.
-    for (const QSize& size : {QSize(2049, 8), QSize(8, 2049)}) {
-        QImage blank(size, QImage::Format_Mono);
-        blank.fill(0);
-        const QByteArray bytes = encoded(blank, "PNG");
-        EXPECT_LT(bytes.size(), 1000);
-        EXPECT_EQ(refusal("PNG ", bytes),
-                  QString::fromUtf8("%1 × %2 pixels are too many").arg(size.width()).arg(size.height()).toStdString());
-    }
-    for (const int bytes : {11, 13})
-        EXPECT_EQ(refusal("RGB8", QByteArray(bytes, 'x'), 2, 2),
-                  QString::fromUtf8("%1 bytes are not a picture of 2 × 2 pixels").arg(bytes).toStdString());
-    EXPECT_EQ(refusal("RGB8", "xyz", 0, 0),
-              QString::fromUtf8("3 bytes are not a picture of 0 × 0 pixels").toStdString());
-    EXPECT_EQ(refusal("JPEG", {}), "no picture");
-    EXPECT_EQ(refusal("TIFF", "xyz"), "unknown picture format");
 }
 
 TEST_F(BrowserModels, ALostServerLeavesNoTileWaitingAndComesBack)

@@ -22,10 +22,10 @@ printf '' >"$functions"
 cat >"$project/CMakeLists.txt" <<CMAKE
 cmake_minimum_required(VERSION 3.22)
 project(Documents LANGUAGES CXX)
-find_package(Citp REQUIRED COMPONENTS Client)
+find_package(Citp REQUIRED COMPONENTS Client Images)
 add_compile_options(-Wall -Wextra -Werror)
 add_library(snippets OBJECT snippets.cpp)
-target_link_libraries(snippets PRIVATE Citp::client)
+target_link_libraries(snippets PRIVATE Citp::images)
 CMAKE
 programs=0 snippets=0
 while read -r block; do

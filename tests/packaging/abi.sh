@@ -8,6 +8,9 @@ case $build_type in
     RelWithDebInfo | Release) ;;
     *) echo "A build of type '$build_type': the lists in debian/ are of optimised builds"; exit 77 ;;
 esac
-libraries=("$prefix/$libdir/libcitp-qt$qt_major.so" "$prefix/$libdir/libcitp-client-qt$qt_major.so")
+libraries=()
+for name in citp citp-client citp-images; do
+    libraries+=("$prefix/$libdir/lib$name-qt$qt_major.so")
+done
 [ -n "$system_package" ] || libraries+=("$prefix/$libdir/libcitp-system-qt$qt_major.so")
 "$source/scripts/abi" "${libraries[@]}"

@@ -4,7 +4,7 @@
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 
-for header in "$source"/citp/*.h "$source"/client/citp_client/*.h "$source"/system/citp_system/*.h; do
+for header in "$source"/citp/*.h "$source"/client/citp_*/*.h "$source"/system/citp_system/*.h; do
     name=${header#"$source"/}
     name=${name#system/} name=${name#client/}
     case $name in

@@ -8,7 +8,7 @@
 citp_names='4CITP'
 system_names='2Os|3Net|6ArtNet|9text_base|11_FatalError'
 
-# check LIBRARY HEADER_FOLDER OUR_NAMES
+# check LIBRARY HEADER_FOLDER OUR_NAMES MIN_CLASSES
 check()
 {
     local library=$1 folder=$2 ours="^_Z(T[ISV]|Th[n0-9_]+|GV)?N?K?($3)" missing=0
@@ -30,7 +30,7 @@ check()
         }
         / virtual / && name { print name }
         /^}/ { name = "" }' "$folder"/*.h | sort -u)
-    [ "$(wc -w <<<"$classes")" -ge 2 ] || fail "no classes are found in $folder"
+    [ "$(wc -w <<<"$classes")" -ge "$4" ] || fail "no classes are found in $folder"
     for name in $classes; do
         for what in 'typeinfo for' 'typeinfo name for' 'vtable for'; do
             grep -qE " $what ([A-Za-z_]+::)*$name\$" "$symbols.readable" || { echo "no $what $name"; missing=1; }
@@ -52,7 +52,8 @@ check()
         "$(wc -w <<<"$classes") classes with type information, $(wc -w <<<"$functions") functions"
 }
 
-check "$prefix/$libdir/libcitp-qt$qt_major.so" "$prefix/include/citp" "$citp_names"
-check "$prefix/$libdir/libcitp-client-qt$qt_major.so" "$prefix/include/citp_client" "$citp_names"
+check "$prefix/$libdir/libcitp-qt$qt_major.so" "$prefix/include/citp" "$citp_names" 2
+check "$prefix/$libdir/libcitp-client-qt$qt_major.so" "$prefix/include/citp_client" "$citp_names" 2
+check "$prefix/$libdir/libcitp-images-qt$qt_major.so" "$prefix/include/citp_images" "$citp_names" 0
 [ -n "$system_package" ] ||
-    check "$prefix/$libdir/libcitp-system-qt$qt_major.so" "$prefix/include/citp_system" "$system_names"
+    check "$prefix/$libdir/libcitp-system-qt$qt_major.so" "$prefix/include/citp_system" "$system_names" 2

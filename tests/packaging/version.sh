@@ -10,8 +10,8 @@ same()
     echo "$1: $2"
 }
 
-names="citp citp-client"
-[ -n "$system_package" ] || names="citp citp-client citp-system"
+names="citp citp-client citp-images"
+[ -n "$system_package" ] || names+=" citp-system"
 for name in $names; do
     library=$prefix/$libdir/lib$name-qt$qt_major.so
     same "file name of $name" "$(basename "$(readlink -f "$library")")" "lib$name-qt$qt_major.so.$version"
@@ -20,7 +20,7 @@ for name in $names; do
 done
 same "package file" \
     "$(sed -n 's/^set(PACKAGE_VERSION "\(.*\)")$/\1/p' "$prefix/$libdir/cmake/Citp/CitpConfigVersion.cmake")" "$version"
-for name in citp citp-client; do
+for name in citp citp-client citp-images; do
     [ -n "$system_package" ] || same "pkg-config of $name" \
         "$(sed -n 's/^Version: //p' "$prefix/$libdir/pkgconfig/$name-qt$qt_major.pc")" "$version"
 done

@@ -481,7 +481,7 @@ private:
             if (list.elements.empty())
                 continue;
             const Element& element = list.elements.front();
-            const Picture picture = fetchThumbnail(session, library.info.LIBID, element.number);
+            const PictureFile picture = fetchThumbnail(session, library.info.LIBID, element.number);
             const QString subject = QString("library %1, element %2 \"%3\": ")
                                         .arg(escapeControls(library.info.LIBID))
                                         .arg(element.number)
@@ -489,8 +489,8 @@ private:
             if (picture.problem.isEmpty())
                 m_report.ok("thumbnail", subject + QString("%1, %2 x %3")
                                                        .arg(picture.format)
-                                                       .arg(picture.image.width())
-                                                       .arg(picture.image.height()));
+                                                       .arg(picture.size.width())
+                                                       .arg(picture.size.height()));
             else
                 m_report.failed("thumbnail", subject + escapeControls(picture.problem),
                                 "check that element in the server itself; citp-console thumbnails checks every "
@@ -500,7 +500,7 @@ private:
         m_report.skipped("thumbnail", "no library has an element");
     }
 
-    static Picture fetchThumbnail(Session& session, const QString& library, quint8 element)
+    static PictureFile fetchThumbnail(Session& session, const QString& library, quint8 element)
     {
         Inbox<std::optional<CITP::Msg_MSEX_ETHN>> inbox;
         inbox.receiveFrom(
@@ -514,7 +514,7 @@ private:
                                          static_cast<quint16>(ThumbnailSize.width()), "JPEG", {element}));
         session.waitFor(QString("the thumbnail of element %1 of library %2").arg(element).arg(escapeControls(library)),
                         [&] { return inbox.state()->has_value(); });
-        return toPicture(**inbox.state(), ThumbnailSize);
+        return toPictureFile(CITP::pictureOf(**inbox.state()), ThumbnailSize);
     }
 
     // --- Network ---------------------------------------------------------------------------------------------------

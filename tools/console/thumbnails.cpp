@@ -1,6 +1,7 @@
 // The command "thumbnails": saves the thumbnails of a server or library as files and draws contact sheets.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_msex_requests.h>
+#include <citp/citp_msg_msex_thumbnails.h>
 
 #include <QDir>
 #include <QHash>
@@ -130,7 +131,7 @@ private:
         m_pending.remove(index);
         m_sinceAnswer.start();
         ++m_done;
-        const Picture picture = toPicture(answer, m_options.size);
+        const PictureFile picture = toPictureFile(CITP::pictureOf(answer), m_options.size);
         thumbnail.problem = picture.problem;
         if (picture.problem.isEmpty())
             write(picture, thumbnail);
@@ -138,15 +139,15 @@ private:
         thumbnail.isDrawn = true;
     }
 
-    void write(const Picture& picture, Thumbnail& thumbnail)
+    void write(const PictureFile& picture, Thumbnail& thumbnail)
     {
         thumbnail.format = picture.format;
-        thumbnail.size = picture.image.size();
+        thumbnail.size = picture.size;
         thumbnail.file = QDir(m_options.to)
                              .filePath(fileName(thumbnail.libraryId, thumbnail.element.number, thumbnail.element.name,
                                                 picture.extension));
         NewFile file(thumbnail.file);
-        if (!file.open() || !file.write(picture.file) || !file.commit()) {
+        if (!file.open() || !file.write(picture.content) || !file.commit()) {
             thumbnail.problem = "could not be written: " + file.problem();
             thumbnail.file.clear();
         }

@@ -110,7 +110,7 @@ Answers libraryThumbnails(const Request& request, const Libraries& libraries)
             continue;
         answers.messages.push_back([request, id = library.id, cover = coverOf(libraries, library)] {
             const Thumbnail thumbnail =
-                makeThumbnail(loadPicture(cover), request.format, request.width, request.height);
+                makeThumbnail(loadPicture(cover), request.format, request.width, request.height, request.versionMinor);
             return thumbnail.image.isEmpty() ? QByteArray()
                                              : libraryThumbnail(replyTo(request), request.libraryType, id, thumbnail);
         });
@@ -126,8 +126,8 @@ Answers elementThumbnails(const Request& request, const Libraries& libraries)
     Answers answers;
     for (const Element& element : requestedElements(request, libraries, id)) {
         answers.messages.push_back([request, id, number = element.number, picture = element.picture] {
-            const Thumbnail thumbnail =
-                makeThumbnail(loadPicture(picture), request.format, request.width, request.height);
+            const Thumbnail thumbnail = makeThumbnail(loadPicture(picture), request.format, request.width,
+                                                      request.height, request.versionMinor);
             return thumbnail.image.isEmpty()
                        ? QByteArray()
                        : elementThumbnail(replyTo(request), request.libraryType, id, number, thumbnail);

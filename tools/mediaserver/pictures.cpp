@@ -155,7 +155,8 @@ QImage loadPicture(const PictureSource& source)
     return image.convertToFormat(QImage::Format_RGB888);
 }
 
-Thumbnail makeThumbnail(const QImage& picture, const QByteArray& format, quint16 width, quint16 height)
+Thumbnail makeThumbnail(const QImage& picture, const QByteArray& format, quint16 width, quint16 height,
+                        quint8 msexMinor)
 {
     Thumbnail thumbnail;
     thumbnail.format = format == "RGB8" || format == "PNG " ? format : QByteArray("JPEG");
@@ -167,7 +168,9 @@ Thumbnail makeThumbnail(const QImage& picture, const QByteArray& format, quint16
     for (;;) {
         const QImage scaled =
             size == picture.size() ? picture : picture.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-        const QByteArray image = encodeForWire(scaled.convertToFormat(QImage::Format_RGB888), thumbnail.format);
+        const bool isBlueFirst = msexMinor == 0 && thumbnail.format == "RGB8";
+        const QByteArray image = encodeForWire(
+            scaled.convertToFormat(isBlueFirst ? QImage::Format_BGR888 : QImage::Format_RGB888), thumbnail.format);
         if (image.size() <= MaxImageBytes) {
             thumbnail.image = image;
             thumbnail.width = static_cast<quint16>(size.width());

@@ -36,7 +36,10 @@ struct Thumbnail
 
 /// Scales a picture to fit into the requested size, keeping the aspect ratio, and encodes it. If the result exceeds
 /// 65535 bytes, the JPEG quality or the size is reduced until it fits.
-/// @param format "JPEG", "PNG " or "RGB8" (rows of 24-bit pixels without padding); other values are treated as "JPEG"
+/// @param format "JPEG", "PNG " or "RGB8" (rows of 24-bit pixels without padding, red first); other values are treated
+/// as "JPEG"
 /// @param width, height pixels; 0 for a default size
-Thumbnail makeThumbnail(const QImage& picture, const QByteArray& format, quint16 width, quint16 height);
+/// @param msexMinor in MSEX 1.0, RGB8 has blue first
+Thumbnail makeThumbnail(const QImage& picture, const QByteArray& format, quint16 width, quint16 height,
+                        quint8 msexMinor);
 } // namespace MediaServer

@@ -8,10 +8,9 @@
 #include <citp/citp_msg_msex_libraries.h>
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_msg_msex_thumbnails.h>
+#include <citp_images/images.h>
 
 #include <QSet>
-
-#include "decoding.h"
 
 namespace Browser {
 namespace {
@@ -245,9 +244,9 @@ void Inbox::handlePicture(const QString& key, const CITP::Msg_MSEX_ETHN& message
 {
     if (!isCurrent(key))
         return;
-    const Decoded decoded = decode(message);
-    Q_EMIT pictureArrived(
-        {key, message.LibraryType, message.LibraryId, message.ElementNumber, decoded.image, decoded.problem});
+    const CITP::DecodedPicture decoded = CITP::decodePicture(CITP::pictureOf(message), PreviewPixels);
+    Q_EMIT pictureArrived({key, message.LibraryType, message.LibraryId, message.ElementNumber, decoded.image,
+                           toSingleLine(decoded.problem)});
 }
 
 void Inbox::handleUpdate(const QString& key, const CITP::Msg_MSEX_ELUP& message)

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-#include "decoding.h"
-
 namespace Browser {
 namespace {
 constexpr int LimitKb = 96 * 1024;

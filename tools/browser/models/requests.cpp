@@ -7,8 +7,6 @@
 
 #include <algorithm>
 
-#include "decoding.h"
-
 namespace Browser {
 namespace {
 // Enough to hide the network's latency, too few to flood a server.

@@ -5,6 +5,7 @@
 #include <QHash>
 #include <QImage>
 #include <QMetaType>
+#include <QSize>
 #include <QString>
 #include <QStringList>
 
@@ -84,6 +85,10 @@ struct ElementList
     int dropped = 0;       ///< number of empty entries left out, from a truncated answer
     int unknownMinor = -1; ///< as in LibraryList
 };
+
+/// The maximum size, in pixels, of the images of a tile and of the preview.
+constexpr QSize TilePixels(320, 240);
+constexpr QSize PreviewPixels(640, 480);
 
 /// Identifies a picture of a server.
 struct PictureId
