@@ -56,8 +56,6 @@ constexpr const char* removeTcpSignature = "void CITP::citp_stack::removeTCP(int
 constexpr const char* sendMsgSignature = "bool CITP::citp_stack::sendMsg(const QString&, const CITP::Msg_Header&)";
 constexpr const char* sendUnpacedSignature =
     "bool CITP::citp_stack::sendUnpaced(const CITP::citp_stack::SERV_ID&, const CITP::Msg_Header&)";
-constexpr const char* handleSinfSignature =
-    "void CITP::citp_stack::handleSINF(const QString&, const CITP::Msg_MSEX_SINF&)";
 
 /// A duplicate of the descriptor of @p socket, for the Qt socket that adopts it. Each object closes its own: a second
 /// close of one descriptor could close an unrelated one that has reused the number.
@@ -606,33 +604,29 @@ void citp_stack::processMsgIn(QByteArray& buffer, const QString& source)
         }
         handlePLOC(source, ploc);
     } else if (layer == &msex && code == QLatin1String("SInf")) {
-        Msg_MSEX_SINF sinf(buffer);
-        handleSINF(source, sinf);
+        handleSINF(source, Msg_MSEX_SINF(buffer));
         d->guards.reportWrongCount(source);
     } else if (layer != &pinf || code != QLatin1String("PNam")) {
         STACK_LOG(stackLogContext(), Os::Log::Traffic, "unhandled " << toAscii(contentType) << " " << toAscii(code));
     }
 }
 
-void citp_stack::handleSINF(const QString& source, Msg_MSEX_SINF& sinf)
+void citp_stack::handleSINF(const QString& source, const Msg_MSEX_SINF& sinf)
 {
     const StackLock lock(m_mutex);
     Record* const record = d->find(source);
     if (!record || record->m_notified) {
         return;
     }
-    // The longest list is moved: many short texts take far more memory than their message.
-    std::vector<QString> sources = std::move(sinf.LayerDMXSources);
     record->m_sinf = sinf;
-    record->m_sinf.LayerDMXSources = std::move(sources);
     record->m_notified = true;
     // These products lose requests that arrive before the last one is answered.
     if (sinf.ProductName.contains(QLatin1String("coolux"), Qt::CaseInsensitive) ||
         sinf.ProductName.contains(QLatin1String("arkaos"), Qt::CaseInsensitive)) {
         record->SetNoDelay(true);
     }
-    STACK_LOG_AS(
-        handleSinfSignature, stackLogContext(), Os::Log::State,
+    STACK_LOG(
+        stackLogContext(), Os::Log::State,
         "added " << toAscii(source) << " " << toAscii(record->m_ploc.name) << " (total=" << d->countNotified() << ")");
     Q_EMIT serverUp(source);
 }

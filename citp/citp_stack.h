@@ -233,7 +233,7 @@ private:
     CITP_HIDDEN bool send(const SERV_ID& server, const Msg_Header& msg, Pacing pacing);
     CITP_HIDDEN void processMsgIn(QByteArray& buffer, const QString& source);
     CITP_HIDDEN void handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc);
-    CITP_HIDDEN void handleSINF(const QString& source, Msg_MSEX_SINF& sinf);
+    CITP_HIDDEN void handleSINF(const QString& source, const Msg_MSEX_SINF& sinf);
     /// Removes the first server in key order whose connection has @p descriptor; -1 stands for a connection that has
     /// none. For the reset only. The slots find their server by its socket, because Qt reports a disconnection when the
     /// descriptor is already gone, and -1 may also match another server.

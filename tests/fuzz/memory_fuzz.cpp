@@ -36,9 +36,11 @@ constexpr std::int64_t MaxSent = 32 * 1024; // far less than what the guard of u
 /// The promise: what the process takes for each byte of a stream, with a copy that waits for a receiver in another
 /// thread.
 constexpr std::int64_t BytesPerByte = 40;
-/// And what it takes beside it, once for a stream: the report of a guard, the lists of events of both threads, and the
-/// second copy of the server's information, while the registry takes it over.
-constexpr std::int64_t PerStream = 4 * 1024;
+/// And what it takes beside it, once for a stream: the report of a guard and the lists of events of both threads, and
+/// the registry's copy of the server's information, which exists beside the parsed one for a moment. Its longest list,
+/// of at most 255 sources that share their texts with the parsed ones, takes 24 bytes for each, and a source takes one
+/// byte of the message.
+constexpr std::int64_t PerStream = 4 * 1024 + 255 * 24;
 /// A server that is announced takes a record and a socket, whose number is limited and not their bytes.
 constexpr std::int64_t PerAnnouncement = 64 * 1024;
 constexpr int MaxAnnouncements = 2; // hosts that are not there are slow
