@@ -18,7 +18,8 @@ set_target_properties(Console::os PROPERTIES
 CONFIG
 
 configure "$source" "$work/external" "$console" -DCITP_QT_MAJOR="$qt_major" -DCMAKE_INSTALL_LIBDIR="$libdir" \
-    -DCITP_SYSTEM_PACKAGE=ConsoleSystem -DCITP_SYSTEM_TARGET=Console::os -DCITP_BUILD_TOOLS=OFF -DCITP_BUILD_TESTS=OFF
+    -DCITP_SYSTEM_PACKAGE=ConsoleSystem -DCITP_SYSTEM_TARGET=Console::os -DCITP_BUILD_IMAGES=OFF -DCITP_BUILD_TOOLS=OFF \
+    -DCITP_BUILD_TESTS=OFF
 build "$work/external"
 "$cmake" --install "$work/external" --prefix "$external"
 if find "$external" -name '*citp?system*' | grep .; then
