@@ -71,6 +71,12 @@ Directory::Directory(Transport& transport, QObject* parent) : QObject(parent), m
     connect(&transport, &Transport::serverFailed, this, &Directory::setFailed);
     connect(&transport, &Transport::serverUp, this, &Directory::setUp);
     connect(&transport, &Transport::serverDown, this, &Directory::setDown);
+    connect(&transport, &Transport::libraryInfo, this, &Directory::noteLife);
+    connect(&transport, &Transport::mediaInfo, this, &Directory::noteLife);
+    connect(&transport, &Transport::effectInfo, this, &Directory::noteLife);
+    connect(&transport, &Transport::genericInfo, this, &Directory::noteLife);
+    connect(&transport, &Transport::libraryThumbnail, this, &Directory::noteLife);
+    connect(&transport, &Transport::elementThumbnail, this, &Directory::noteLife);
     connect(&transport, &Transport::wokenUp, this, &Directory::checkTime);
     // The transport does not report again the servers that are up already.
     for (const QString& key : transport.servers()) {
@@ -94,6 +100,25 @@ Server Directory::server(const QString& key) const
 {
     const auto found = m_servers.find(key);
     return found == m_servers.end() ? Server() : found->second;
+}
+
+qint64 Directory::silence(const QString& key) const
+{
+    const auto found = m_servers.find(key);
+    return found == m_servers.end() ? -1 : m_transport.now() - found->second.lastHeard;
+}
+
+void Directory::followLayers()
+{
+    connect(&m_transport, &Transport::layerStatus, this, &Directory::noteLife);
+}
+
+void Directory::noteLife(const QString& key)
+{
+    const auto found = m_servers.find(key);
+    if (found != m_servers.end()) {
+        found->second.lastHeard = m_transport.now();
+    }
 }
 
 QStringList Directory::find(const QString& text) const
@@ -216,6 +241,7 @@ void Directory::setUp(const QString& key)
     if (Server* const server = obtain(key, true)) {
         server->name = ploc.name.left(Transport::maxNameLength);
         server->isConnected = true;
+        server->lastHeard = m_transport.now();
         describe(*server, sinf);
         setState(*server, Server::Up);
     }
@@ -243,7 +269,7 @@ void Directory::checkTime()
             continue;
         }
         Server& server = found->second;
-        if (now - server.lastHeard >= keepTime) {
+        if (now - server.lastHeard >= m_keepTime) {
             m_servers.erase(found);
             Q_EMIT changed(key);
         } else if (server.state == Server::Connecting && !server.isConnected && !server.version.isEmpty() &&

@@ -29,7 +29,7 @@ struct CITP_EXPORT Server
     State state{Heard};        ///< see #since
     qint64 since{0};           ///< when Server::state began, by Transport::now()
     qint64 firstHeard{0};      ///< when it announced itself for the first time since it was last up
-    qint64 lastHeard{0};       ///< when it announced itself or was up last
+    qint64 lastHeard{0};       ///< when it announced itself, answered or was up last
     bool isConnected{false};   ///< a connection is known to be open
     QString problem;           ///< one sentence for the user: why it is Failing, or Lost if that is known
     QString product;           ///< name
@@ -63,6 +63,13 @@ public:
     QStringList keys() const;
     /// The server @p key; without a key if it is unknown.
     Server server(const QString& key) const;
+    /// The time in ms since the server has last announced itself, come up or answered; -1 if it is unknown. Servers
+    /// announce themselves about once a second, as long as they work.
+    qint64 silence(const QString& key) const;
+    /// Takes a status of its layers for a sign of life, too. These messages cross threads then.
+    void followLayers();
+    /// @param milliseconds #keepTime by default
+    void setKeepTime(qint64 milliseconds) { m_keepTime = milliseconds; }
     /// The servers whose key or name is @p text, or whose name contains it, if none has that name exactly; any case.
     QStringList find(const QString& text) const;
 
@@ -80,8 +87,10 @@ private:
     CITP_HIDDEN void setUp(const QString& key);
     CITP_HIDDEN void setDown(const QString& key);
     CITP_HIDDEN void checkTime();
+    CITP_HIDDEN void noteLife(const QString& key);
 
     Transport& m_transport;
     std::map<QString, Server> m_servers;
+    qint64 m_keepTime{keepTime};
 };
 } // namespace CITP

@@ -16,11 +16,16 @@ Layers::Layers(Transport& transport, const QString& server, QObject* parent)
 {
     connect(&transport, &Transport::layerStatus, this, [this](const QString& key, const Msg_MSEX_LSTA& message) {
         if (key == m_server) {
-            take(message);
+            // Converted only when it is shown: a server may send thousands a second.
+            m_newest = std::make_unique<Msg_MSEX_LSTA>(message);
+            m_reported = m_transport.now();
+            m_isNew = true;
+            wakeUp();
         }
     });
     connect(&transport, &Transport::serverDown, this, [this](const QString& key) {
         if (key == m_server) {
+            m_newest.reset();
             m_layers.clear();
             m_reported = -1;
             m_isNew = true;
@@ -42,17 +47,21 @@ bool Layers::isStale() const
     return m_reported < 0 || age() >= staleTime;
 }
 
-void Layers::take(const Msg_MSEX_LSTA& message)
+void Layers::convert()
 {
+    if (!m_newest) {
+        return;
+    }
+    const std::unique_ptr<Msg_MSEX_LSTA> message = std::move(m_newest);
     Msg_MSEX_SINF sinf;
     // The stack gives the information of any server that can report.
     m_transport.serverInfo(m_server, &sinf, nullptr);
     m_layers.clear();
-    for (const auto& item : message.Layers) {
+    for (const auto& item : message->Layers) {
         Layer layer;
         layer.number = item.LayerNumber;
         layer.output = item.PhysicalOutput;
-        layer.type = message.versionMinor == 0 ? quint8(1) : item.LibraryType;
+        layer.type = message->versionMinor == 0 ? quint8(1) : item.LibraryType;
         layer.library = libraryId(item.LibraryId, sinf.GetHighestMsexVersion());
         layer.element = item.MediaNumber;
         layer.name = item.MediaName;
@@ -62,9 +71,6 @@ void Layers::take(const Msg_MSEX_LSTA& message)
         layer.flags = item.LayerStatusFlags;
         m_layers.push_back(layer);
     }
-    m_reported = m_transport.now();
-    m_isNew = true;
-    wakeUp();
 }
 
 void Layers::wakeUp()
@@ -79,6 +85,7 @@ void Layers::wakeUp()
     }
     if ((m_isNew && isDue) || isStale() != m_wasStale) {
         m_isNew = false;
+        convert();
         m_wasStale = isStale();
         m_emitted = now;
         Q_EMIT changed();

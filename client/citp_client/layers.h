@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <map>
+#include <memory>
 #include <vector>
 
 namespace CITP {
@@ -58,11 +59,12 @@ Q_SIGNALS:
     void changed();
 
 private:
-    CITP_HIDDEN void take(const Msg_MSEX_LSTA& message);
+    CITP_HIDDEN void convert();
     CITP_HIDDEN void wakeUp();
 
     Transport& m_transport;
     const QString m_server;
+    std::unique_ptr<Msg_MSEX_LSTA> m_newest; ///< not in #m_layers yet
     std::vector<Layer> m_layers;
     qint64 m_reported{-1};
     qint64 m_emitted{-1};

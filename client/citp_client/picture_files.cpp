@@ -67,6 +67,11 @@ Picture PictureFiles::read(const QByteArray& key) const
     return picture;
 }
 
+void PictureFiles::remove(const QByteArray& key)
+{
+    QFile::remove(fileFor(key));
+}
+
 QString PictureFiles::write(const QByteArray& key, const Picture& picture)
 {
     QByteArray content;

@@ -18,6 +18,7 @@ public:
     void setLimit(qint64 bytes) { m_limit = bytes; }
     /// The picture under @p key; without data if there is none.
     Picture read(const QByteArray& key) const;
+    void remove(const QByteArray& key);
     /// @return why it could not be written; empty if it was
     QString write(const QByteArray& key, const Picture& picture);
 

@@ -9,6 +9,8 @@
 #include <QCache>
 #include <QDataStream>
 #include <QHash>
+#include <QPair>
+#include <QSet>
 
 #include <algorithm>
 #include <map>
@@ -28,6 +30,7 @@ struct CITP_HIDDEN Pictures::Private
         std::vector<PictureId> ids;
         std::size_t next = 0;
         bool isByHand = false;
+        QSet<PictureId> all = {}; ///< #ids, to look them up
     };
 
     Private(Pictures* pictures, Requests& r, const QString& folder) : q(pictures), requests(r), files(folder)
@@ -45,8 +48,15 @@ struct CITP_HIDDEN Pictures::Private
     void keep(const PictureId& id, const Picture& picture);
     void setDiskProblem(const QString& problem);
     QByteArray keyOf(const PictureId& id) const;
-    void update(const QString& server, const Msg_MSEX_ELUP& message);
+    void fail(const PictureId& id, const QString& problem);
+    void setOutdated(const PictureId& library);
+    void removeOutdated();
+    void serverUp(const QString& server);
     void rewind();
+    static Request::Kind kindOf(const PictureId& id)
+    {
+        return id.number < 0 ? Request::LibraryPicture : Request::ElementPicture;
+    }
 
     Pictures* const q;
     Requests& requests;
@@ -55,7 +65,10 @@ struct CITP_HIDDEN Pictures::Private
     QCache<PictureId, Picture> memory; ///< cost in bytes
     QHash<PictureId, QString> failed;  ///< and why
     QHash<PictureId, Reply*> requested;
-    std::map<int, List> lists; ///< by priority
+    std::map<int, List> lists;                  ///< by priority
+    QHash<QPair<QString, int>, QString> silent; ///< servers and Request::Kind that are not asked, and why
+    QSet<PictureId> outdated; ///< libraries whose pictures without a version may have changed; a server if empty
+    QHash<QString, QString> identities; ///< of the servers with pictures in #memory, by key
     QString diskProblem;
 };
 
@@ -63,6 +76,7 @@ struct CITP_HIDDEN Pictures::Private
 
 void Pictures::Private::work()
 {
+    removeOutdated();
     int reads = 0;
     for (auto& list : lists) {
         while (list.second.next < list.second.ids.size() && handleNext(list.second, &reads)) {
@@ -91,12 +105,17 @@ bool Pictures::Private::handleNext(List& list, int* reads)
                 return true;
             }
         }
+        const auto silence = silent.constFind({id.server, kindOf(id)});
+        if (silence != silent.constEnd()) {
+            ++list.next;
+            fail(id, *silence);
+            return true;
+        }
         int outstanding = 0;
         for (auto other = requested.cbegin(); other != requested.cend(); ++other) {
             outstanding += other.key().server == id.server ? 1 : 0;
         }
-        const Request::Kind kind = id.number < 0 ? Request::LibraryPicture : Request::ElementPicture;
-        if (outstanding >= requests.windowFor(id.server, kind)) {
+        if (outstanding >= requests.windowFor(id.server, kindOf(id))) {
             return false;
         }
         request(id, list.isByHand);
@@ -122,20 +141,31 @@ void Pictures::Private::finish(const PictureId& id, const Reply& reply)
 {
     requested.remove(id);
     if (reply.status() == Reply::Answered) {
+        silent.remove({id.server, kindOf(id)});
         keep(id, reply.picture());
         if (hasFiles && id.version != 0) {
             setDiskProblem(files.write(keyOf(id), reply.picture()));
         }
         Q_EMIT q->changed(id);
     } else if (reply.status() != Reply::ServerLost) {
-        failed.insert(id, reply.errorString());
-        Q_EMIT q->changed(id);
+        // To wait for the timeout of each of the others would take hours, with the same result.
+        if (reply.status() == Reply::TimedOut && requests.isSilent(id.server, kindOf(id))) {
+            silent.insert({id.server, kindOf(id)}, reply.errorString());
+        }
+        fail(id, reply.errorString());
     }
     work();
 }
 
+void Pictures::Private::fail(const PictureId& id, const QString& problem)
+{
+    failed.insert(id, problem);
+    Q_EMIT q->changed(id);
+}
+
 void Pictures::Private::keep(const PictureId& id, const Picture& picture)
 {
+    identities.insert(id.server, requests.identity(id.server));
     memory.insert(id, new Picture(picture), static_cast<int>(picture.data.size()) + 200);
 }
 
@@ -166,11 +196,21 @@ void Pictures::Private::rewind()
 }
 
 // What has a version gets another one, and with it another id. The others cannot be told from their former versions.
-void Pictures::Private::update(const QString& server, const Msg_MSEX_ELUP& message)
+// All that is named in one turn of the event loop is removed at once: there may be thousands.
+void Pictures::Private::setOutdated(const PictureId& library)
 {
-    const QString library = libraryId(message.LibraryId, requests.msexMinor(server));
+    outdated.insert(library);
+    requests.transport().wakeUpAt(requests.transport().now());
+}
+
+void Pictures::Private::removeOutdated()
+{
+    if (outdated.isEmpty()) {
+        return;
+    }
     const auto isOutdated = [&](const PictureId& id) {
-        return id.version == 0 && id.server == server && id.type == message.LibraryType && id.library == library;
+        return id.version == 0 &&
+               (outdated.contains({id.server, id.type, id.library}) || outdated.contains({id.server, 0, {}}));
     };
     for (const PictureId& id : memory.keys()) {
         if (isOutdated(id)) {
@@ -180,6 +220,24 @@ void Pictures::Private::update(const QString& server, const Msg_MSEX_ELUP& messa
     for (const PictureId& id : requested.keys()) {
         if (isOutdated(id)) {
             delete requested.take(id);
+        }
+    }
+    outdated.clear();
+    for (auto& list : lists) {
+        list.second.next = 0;
+    }
+}
+
+void Pictures::Private::serverUp(const QString& server)
+{
+    silent.remove({server, Request::LibraryPicture});
+    silent.remove({server, Request::ElementPicture});
+    const QString former = identities.value(server, requests.identity(server));
+    if (former != requests.identity(server)) {
+        for (const PictureId& id : memory.keys()) {
+            if (id.server == server) {
+                memory.remove(id);
+            }
         }
     }
     rewind();
@@ -213,9 +271,15 @@ Pictures::Pictures(Requests& requests, const QString& folder, QObject* parent)
     : QObject(parent), d(std::make_unique<Private>(this, requests, folder))
 {
     connect(&requests.transport(), &Transport::wokenUp, this, [this] { d->work(); });
-    connect(&requests.transport(), &Transport::serverUp, this, [this] { d->rewind(); });
-    connect(&requests.transport(), &Transport::libraryUpdated, this,
-            [this](const QString& server, const Msg_MSEX_ELUP& message) { d->update(server, message); });
+    connect(&requests.transport(), &Transport::serverUp, this, [this](const QString& server) { d->serverUp(server); });
+    connect(&requests.transport(), &Transport::serverDown, this, [this](const QString& server) {
+        d->setOutdated({server, 0, {}});
+    });
+    connect(
+        &requests.transport(), &Transport::libraryUpdated, this,
+        [this](const QString& server, const Msg_MSEX_ELUP& message) {
+            d->setOutdated({server, message.LibraryType, libraryId(message.LibraryId, d->requests.msexMinor(server))});
+        });
 }
 
 Pictures::~Pictures()
@@ -225,7 +289,8 @@ Pictures::~Pictures()
 
 void Pictures::setWanted(int priority, std::vector<PictureId> ids, bool isByHand)
 {
-    d->lists[priority] = {std::move(ids), 0, isByHand};
+    QSet<PictureId> all(ids.begin(), ids.end());
+    d->lists[priority] = {std::move(ids), 0, isByHand, std::move(all)};
     // A picture may have been evicted, or found to be cheaper to get from another list.
     d->requests.transport().wakeUpAt(d->requests.transport().now());
 }
@@ -242,7 +307,7 @@ Pictures::State Pictures::state(const PictureId& id) const
         return Waiting;
     }
     for (const auto& list : d->lists) {
-        if (std::find(list.second.ids.begin(), list.second.ids.end(), id) != list.second.ids.end()) {
+        if (list.second.all.contains(id)) {
             return Waiting;
         }
     }
@@ -263,6 +328,20 @@ QString Pictures::problem(const PictureId& id) const
 void Pictures::retry()
 {
     d->failed.clear();
+    d->silent.clear();
+    d->rewind();
+}
+
+void Pictures::reload(const std::vector<PictureId>& ids)
+{
+    for (const PictureId& id : ids) {
+        d->memory.remove(id);
+        d->failed.remove(id);
+        d->silent.remove({id.server, Private::kindOf(id)});
+        if (d->hasFiles && id.version != 0) {
+            d->files.remove(d->keyOf(id));
+        }
+    }
     d->rewind();
 }
 

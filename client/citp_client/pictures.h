@@ -48,7 +48,7 @@ public:
         Unknown, ///< not wanted
         Waiting, ///< wanted, and not here yet
         Ready,   ///< see find()
-        Failed,  ///< see problem()
+        Failed   ///< see problem(); also all others of a server that has stopped answering, see Requests::isSilent()
     };
 
     static constexpr qint64 defaultMemoryLimit = 64 << 20; ///< bytes
@@ -75,6 +75,9 @@ public:
     QString problem(const PictureId& id) const;
     /// Forgets what has Failed, so that it is requested again if it is wanted.
     void retry();
+    /// Forgets @p ids, also on disk, so that those that are wanted are requested again. Until an answer comes, they are
+    /// Waiting.
+    void reload(const std::vector<PictureId>& ids);
 
     /// Pictures that were not used for longest are removed above this. The default is #defaultMemoryLimit.
     /// @param bytes 0 to 2 GiB - 1

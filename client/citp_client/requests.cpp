@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_client/requests.h>
 
+#include "values_p.h"
+
 #include <citp/citp_codecs.h>
 #include <citp/citp_msg_msex_elements.h>
 #include <citp/citp_msg_msex_libraries.h>
@@ -120,6 +122,7 @@ struct CITP_HIDDEN Requests::Private
         int outstanding = 0;                       ///< those of #sent that have a reply
         int window = initialWindow;
         qint64 lastAnswer = 0;
+        bool isSilent = false;
 
         /// A reply that waits for an answer to @p request, sent or not; null if there is none.
         Reply* wanted(const Request& request) const;
@@ -438,6 +441,7 @@ void Requests::Private::handle(Peer& server, const Msg_MSEX& message, Request::K
     const qint64 now = transport.now();
     Channel& channel = server.channels[kind];
     channel.lastAnswer = now;
+    channel.isSilent = false;
     const qint64 bytes = message.size;
     statistics.bytes += bytes;
     usualBytes += (bytes - usualBytes) / 8;
@@ -494,12 +498,13 @@ void Requests::Private::handleLibraries(const QString& key, const Msg_MSEX_ELIN&
         return;
     }
     const quint8 minor = server->msexMinor;
+    std::unordered_set<quint32> parents;
+    for (const auto& item : message.Libraries) {
+        parents.insert(numberOfParent(item.LIBID));
+    }
     const auto fits = [&](const Request& request, bool isUnknown) {
-        const auto& items = message.Libraries;
         return request.type == message.LibraryType &&
-               (isUnknown || items.empty() || std::any_of(items.begin(), items.end(), [&](const auto& item) {
-                    return parentLibrary(libraryId(item.LIBID, minor)) == request.library;
-                }));
+               (isUnknown || parents.empty() || parents.count(numberOfLibrary(request.library)) > 0);
     };
     handle(*server, message, Request::Libraries, fits, [&](Reply& reply) {
         reply.m_libraries = librariesOf(message, reply.m_request.library, minor, &reply.m_dropped);
@@ -609,6 +614,7 @@ void Requests::Private::checkTime(const Peer& server, Channel& channel)
 // To ask for each of the others would take as long again, with the same result.
 void Requests::Private::fail(const Peer& server, Channel& channel)
 {
+    channel.isSilent = true;
     for (Reply* const reply : replies) {
         if (!reply->isFinished() && channelOf(reply) == &channel) {
             withdraw(reply);
@@ -763,6 +769,12 @@ int Requests::windowFor(const QString& server, Request::Kind kind) const
 {
     const auto* const known = d->find(server);
     return known ? known->channels[kind].window : 0;
+}
+
+bool Requests::isSilent(const QString& server, Request::Kind kind) const
+{
+    const auto* const known = d->find(server);
+    return known && known->channels[kind].isSilent;
 }
 
 void Requests::setRateLimit(int requestsPerSecond, int bytesPerSecond)

@@ -167,6 +167,10 @@ public:
     /// The number of requests of @p kind that may be outstanding at @p server.
     int windowFor(const QString& server, Request::Kind kind) const;
 
+    /// Whether all requests of @p kind have ended as TimedOut because @p server has sent nothing of the kind for
+    /// maxAttempts timeouts, and nothing has come since.
+    bool isSilent(const QString& server, Request::Kind kind) const;
+
     /// An upper bound for all servers together, on average over a second; 0 for none, which is the default. Counts
     /// requests sent, and the bytes of answers received, which delay the next requests.
     void setRateLimit(int requestsPerSecond, int bytesPerSecond);

@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_client/values.h>
 
+#include "values_p.h"
+
 #include <citp/citp_codecs.h>
 #include <citp/citp_msg_msex_elements.h>
 #include <citp/citp_msg_msex_libraries.h>
 #include <citp/citp_msg_msex_thumbnails.h>
-
-#include <QSet>
 
 #include <bitset>
 #include <tuple>
@@ -24,6 +24,11 @@ struct Levels
     explicit Levels(unsigned int id) : value(id) {}
     int depth() const { return static_cast<int>(value & 0xFF); }
     unsigned int number(int level) const { return value >> (8 * level) & 0xFF; }
+    unsigned int parent() const
+    {
+        const unsigned int kept = (1u << (8 * depth())) - 1;
+        return depth() == 1 ? 0 : (value & kept & ~0xFFu) | (static_cast<unsigned int>(depth()) - 1);
+    }
     QString text() const
     {
         QString out;
@@ -138,8 +143,7 @@ QString parentLibrary(const QString& id)
     if (!id.contains(QLatin1Char(',')) || levels.depth() <= 1 || levels.depth() > maxDepth) {
         return rootLibrary();
     }
-    const unsigned int kept = (1u << (8 * levels.depth())) - 1;
-    return Levels((levels.value & kept & ~0xFFu) | (static_cast<unsigned int>(levels.depth()) - 1)).text();
+    return Levels(levels.parent()).text();
 }
 
 quint8 libraryNumber(const QString& id)
@@ -149,16 +153,35 @@ quint8 libraryNumber(const QString& id)
     return static_cast<quint8>(isNumber ? levels.number(0) : levels.number(qMin(levels.depth(), maxDepth)));
 }
 
+quint32 numberOfParent(const QString& id)
+{
+    const Levels levels(id);
+    if (!id.contains(QLatin1Char(','))) {
+        return levels.value < 256 ? 0 : noLibrary;
+    }
+    return levels.depth() >= 1 && levels.depth() <= maxDepth ? levels.parent() : noLibrary;
+}
+
+quint32 numberOfLibrary(const QString& id)
+{
+    return Levels(id).value;
+}
+
 std::vector<Library> librariesOf(const Msg_MSEX_ELIN& message, const QString& parent, quint8 msexMinor, int* dropped)
 {
     std::vector<Library> libraries;
-    QSet<QString> known;
+    const quint32 above = numberOfLibrary(parent);
+    std::bitset<256> known;
+    // Most entries of a list that is made to be slow are left out before their identifier becomes text.
     for (const auto& item : message.Libraries) {
+        const quint8 number = libraryNumber(item.LIBID);
+        if (known[number] || numberOfParent(item.LIBID) != above) {
+            continue;
+        }
         const QString id = libraryId(item.LIBID, msexMinor);
-        const bool isBelow = !id.isEmpty() && id != rootLibrary() && parentLibrary(id) == parent;
         const bool isZero = id == QLatin1String("0") && item.Name.isEmpty() && item.ElementCount == 0;
-        if (isBelow && !known.contains(id) && (libraries.empty() || !isZero)) {
-            known.insert(id);
+        if (!id.isEmpty() && (libraries.empty() || !isZero)) {
+            known.set(number);
             libraries.push_back({id, item.Name, item.DMXRangeMin, item.DMXRangeMax, item.ElementCount,
                                  item.SubLibraryCount, item.SerialNumber});
         }

@@ -272,6 +272,25 @@ TEST_F(CatalogueTest, AnOddListIsSaidToBeOdd)
     EXPECT_TRUE(m_catalogue.librariesProblem(1).contains(QLatin1Char('2'))) << "two were left out";
 }
 
+// The conversion must not depend on the entries that are left out.
+TEST_F(CatalogueTest, OfAListOfStrangersAndDoublesTheRestIsTaken)
+{
+    m_net.onSend = [this](const Request&) {
+        m_net.at(m_net.now(), [this] {
+            QStringList ids;
+            for (int i = 0; i < 65535; ++i)
+                ids << QStringLiteral("1,%1,%2,0").arg(i % 300).arg(i / 256);
+            ids[7] = QStringLiteral("2,7,7,0");
+            Q_EMIT m_net.libraryInfo(key, elin(2, 1, ids, {}));
+        });
+        return true;
+    };
+    m_catalogue.loadLibraries(1);
+    m_net.run(10);
+    EXPECT_EQ(m_catalogue.libraries(1).size(), 256u);
+    EXPECT_TRUE(m_catalogue.librariesProblem(1).contains(QLatin1String("65279")));
+}
+
 TEST_F(CatalogueTest, AnEndlessTreeEnds)
 {
     m_content.clear();

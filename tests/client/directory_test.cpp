@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fake_transport.h"
 
+#include <citp/citp_msg_msex_lsta.h>
 #include <citp_client/directory.h>
 
 #include <gtest/gtest.h>
@@ -154,6 +155,36 @@ TEST_F(DirectoryTest, ServersThatAreUpReplaceOthersWhenItIsFull)
     m_net.setUp(key);
     EXPECT_EQ(m_directory.keys().size(), Directory::maxServers);
     EXPECT_EQ(state(), Server::Up);
+}
+
+TEST_F(DirectoryTest, AnnouncementsAndAnswersAreSignsOfLife)
+{
+    EXPECT_EQ(m_directory.silence(key), -1);
+    m_net.setUp(key);
+    m_net.run(3000);
+    EXPECT_EQ(m_directory.silence(key), 3000);
+    Q_EMIT m_net.serverHeard(key, stage);
+    EXPECT_EQ(m_directory.silence(key), 0);
+    m_net.run(2000);
+    Q_EMIT m_net.elementThumbnail(key, ethn(2, 1, QStringLiteral("1,1,0,0"), 1, {}));
+    EXPECT_EQ(m_directory.silence(key), 0);
+    m_net.run(2000);
+    Q_EMIT m_net.layerStatus(key, {});
+    EXPECT_EQ(m_directory.silence(key), 2000);
+    m_directory.followLayers();
+    Q_EMIT m_net.layerStatus(key, {});
+    EXPECT_EQ(m_directory.silence(key), 0);
+}
+
+TEST_F(DirectoryTest, TheTimeThatServersAreKeptCanBeSet)
+{
+    m_directory.setKeepTime(5000);
+    m_net.setUp(key);
+    m_net.setDown(key);
+    m_net.run(4000);
+    EXPECT_EQ(m_directory.keys().size(), 1);
+    m_net.run(2000);
+    EXPECT_TRUE(m_directory.keys().isEmpty());
 }
 
 TEST_F(DirectoryTest, ItTellsWhatAServerIs)

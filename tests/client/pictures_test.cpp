@@ -172,6 +172,76 @@ TEST_F(PicturesTest, WhatHasNoVersionIsNotKeptAndIsRenewedByAnUpdate)
     EXPECT_EQ(data(pictureOf(1, 0)), "1 of 2");
 }
 
+TEST_F(PicturesTest, ManyUpdatesAreTakenTogether)
+{
+    get({pictureOf(1, 0)});
+    m_net.sent.clear();
+    Msg_MSEX_ELUP update;
+    update.versionMinor = 2;
+    update.LibraryType = 1;
+    update.LibraryId = first;
+    for (int i = 0; i < 1000; ++i)
+        Q_EMIT m_net.libraryUpdated(key, update);
+    m_net.run(1000);
+    EXPECT_EQ(m_net.sent.size(), 1u);
+}
+
+TEST_F(PicturesTest, WhatHasNoVersionIsAskedForAgainAfterALoss)
+{
+    get({pictureOf(1, 0), pictureOf(2)});
+    m_net.setDown(key);
+    m_net.sent.clear();
+    m_generation = 2;
+    m_net.setUp(key);
+    m_net.run(1000);
+    EXPECT_EQ(data(pictureOf(1, 0)), "1 of 2");
+    EXPECT_EQ(data(pictureOf(2)), "2 of 1");
+    EXPECT_EQ(m_net.sent.size(), 1u);
+}
+
+TEST_F(PicturesTest, AnotherServerAtTheSameAddressHasOtherPictures)
+{
+    get({pictureOf(1)});
+    m_net.setDown(key);
+    m_generation = 2;
+    m_net.setUp(key, 1); // without a UUID
+    m_net.run(1000);
+    EXPECT_EQ(data(pictureOf(1)), "1 of 2");
+}
+
+TEST_F(PicturesTest, WhatIsReloadedIsAskedForAgain)
+{
+    get({pictureOf(1), pictureOf(2), pictureOf(99)});
+    m_net.sent.clear();
+    m_generation = 2;
+    m_pictures->reload({pictureOf(1), pictureOf(99), pictureOf(3)});
+    EXPECT_EQ(m_pictures->state(pictureOf(1)), Pictures::Waiting);
+    m_net.run(1000);
+    EXPECT_EQ(m_net.sent.size(), 2u);
+    EXPECT_EQ(data(pictureOf(1)), "1 of 2");
+    EXPECT_EQ(data(pictureOf(2)), "2 of 1");
+}
+
+TEST_F(PicturesTest, OfAServerThatIsSilentAllHaveFailed)
+{
+    get(picturesOf(0, 10));
+    m_net.onSend = [](const Request&) { return true; };
+    m_net.sent.clear();
+    m_pictures->setWanted(0, picturesOf(0, 200));
+    m_net.run(30000);
+    EXPECT_EQ(m_pictures->state(pictureOf(9)), Pictures::Ready);
+    EXPECT_EQ(m_pictures->state(pictureOf(199)), Pictures::Failed);
+    EXPECT_TRUE(m_pictures->problem(pictureOf(199)).contains(key));
+    const std::size_t before = m_net.sent.size();
+    EXPECT_LE(before, 30u);
+    m_net.run(30000);
+    EXPECT_EQ(m_net.sent.size(), before);
+    // Asked for again, they are not taken for failed at once.
+    m_pictures->retry();
+    EXPECT_EQ(m_pictures->state(pictureOf(199)), Pictures::Waiting);
+    EXPECT_GT(m_net.sent.size(), before);
+}
+
 TEST_F(PicturesTest, MemoryIsBoundedAndTheDiskHelps)
 {
     m_pictures->setMemoryLimit(50 * 210);
