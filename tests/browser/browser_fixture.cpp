@@ -11,13 +11,8 @@
 #include <QPainter>
 #include <QtMath>
 
+#include <csignal>
 #include <cstdio>
-
-#include "models/values.h"
-
-#if defined(__SANITIZE_THREAD__) && QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-#include <citp/citp_thread_sanitizer_p.h>
-#endif
 
 /// Asked by the leak sanitizer. The stack keeps the records of the servers that it knows until the process ends, on
 /// purpose; the message bus's library keeps its memory for itself when Qt leaves it.
@@ -27,25 +22,23 @@ extern "C" const char* __lsan_default_suppressions()
     return "leak:CITP::citp_stack::handlePLOC\nleak:libdbus-1.so\n";
 }
 
-void followValues()
-{
-    using namespace Browser;
-    registerValues();
-#if defined(__SANITIZE_THREAD__) && QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-    CITP::annotateCopies<Server>();
-    CITP::annotateCopies<LibraryListPtr>();
-    CITP::annotateCopies<ElementListPtr>();
-    CITP::annotateCopies<Picture>();
-    CITP::annotateCopies<LayerStates>();
-    CITP::annotateCopies<Fixtures>();
-    CITP::annotateCopies<LibraryUpdate>();
-    CITP::annotateCopies<AdapterState>();
-#endif
-}
-
 void forgetServers()
 {
     EXPECT_TRUE(waitFor([] { return CITP::citp_stack::Get()->getServers().empty(); }));
+}
+
+CITP::Msg_MSEX_MEIN mediaList(const QString& library, int count, int nameLength)
+{
+    CITP::Msg_MSEX_MEIN message;
+    message.versionMinor = 2;
+    message.LibraryId = library;
+    for (int i = 0; i < count; ++i) {
+        CITP::Msg_MSEX_MEIN::MediaInformation item;
+        item.Number = static_cast<unsigned char>(i);
+        item.Name = QString(nameLength, QChar('a' + i % 26));
+        message.Media.push_back(item);
+    }
+    return message;
 }
 
 // One that a test which crashed has left behind ends by itself.
@@ -59,6 +52,16 @@ void MediaServer::kill()
 {
     m_child->kill();
     m_child->waitForEnd();
+}
+
+void MediaServer::stop()
+{
+    m_child->signal(SIGSTOP);
+}
+
+void MediaServer::resume()
+{
+    m_child->signal(SIGCONT);
 }
 
 void MediaServer::restart()

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <citp/citp_msg_msex_elements.h>
+
 #include <gtest/gtest.h>
 
 #include <QString>
@@ -12,11 +14,11 @@
 
 #include "child.h"
 
-/// Tells the thread sanitizer of the values that wait in event queues between the browser's threads; to be called once.
-void followValues();
-
-/// Waits until the stack, of which a process has one, has lost the servers of the test before.
+/// Waits until the stack, of which a process has one, has lost the servers of a test: the next one begins without.
 void forgetServers();
+
+/// A list of @p count media, whose names have @p nameLength characters.
+CITP::Msg_MSEX_MEIN mediaList(const QString& library, int count, int nameLength = 8);
 
 /// citp-mediaserver on the loopback, with @p arguments besides; it listens once this is constructed.
 class MediaServer
@@ -26,6 +28,9 @@ public:
 
     /// Ends it at once, as a power failure does.
     void kill();
+    /// Stops it as a hung program, until resume().
+    void stop();
+    void resume();
     /// Starts it anew after kill().
     void restart();
     /// How many times it has written @p part; waits until that are @p expected or it takes too long.

@@ -15,11 +15,8 @@ class BrowserModels : public ::testing::Test
 protected:
     using State = Browser::PictureStore::State;
 
-    void SetUp() override
-    {
-        forgetServers();
-        session.start();
-    }
+    void SetUp() override { session.start(); }
+    void TearDown() override { forgetServers(); }
 
     /// Chooses @p key and waits until it is up.
     void openServer(const QString& key = StageKey)
@@ -72,20 +69,9 @@ protected:
     }
     bool isNew(int row) { return session.elements().index(row).data(Browser::ElementModel::IsNewRole).toBool(); }
     /// As if the chosen server had answered with @p count elements, whose names have @p nameLength characters.
-    void answerElements(const QString& library, int count, int nameLength = 8,
-                        Browser::Kind kind = Browser::Kind::Media)
+    void answerElements(const QString& library, int count, int nameLength = 8)
     {
-        const auto list = std::make_shared<Browser::ElementList>();
-        list->server = session.chosenServer();
-        list->library = library;
-        list->kind = kind;
-        for (int i = 0; i < count; ++i) {
-            Browser::Element element;
-            element.number = static_cast<quint8>(i);
-            element.name = QString(nameLength, QChar('a' + i % 26));
-            list->elements.push_back(element);
-        }
-        session.requests().handleElements(list);
+        Q_EMIT session.transport().mediaInfo(session.chosenServer(), mediaList(library, count, nameLength));
     }
 
     Browser::Session session;

@@ -9,7 +9,6 @@
 int main(int argc, char** argv)
 {
     const QCoreApplication application(argc, argv);
-    followValues();
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -126,7 +126,8 @@ void run(const QString& folder)
     QTest::keyClick(grid, Qt::Key_Right);
     QTest::keyClick(grid, Qt::Key_Right);
     expect("the preview", [&] {
-        return session.pictures().state(session.elements().pictureId(1, true)) == PictureStore::State::Ready;
+        return session.pictures().state(session.elements().pictureId(1, Browser::PreviewPixels)) ==
+               PictureStore::State::Ready;
     });
     photographer.take(window, "library");
     photographer.take(window, "library-large", QSize(2560, 1440));
@@ -162,7 +163,7 @@ void run(const QString& folder)
     session.chooseLibrary(1, "1,1,0,0");
     expect("the time-outs", [&] {
         return session.elements().state() == Browser::ElementModel::State::Failed &&
-               !session.libraries().find(1, Browser::RootLibrary).data(LibraryModel::ProblemRole).toString().isEmpty();
+               !session.libraries().find(1, CITP::rootLibrary()).data(LibraryModel::ProblemRole).toString().isEmpty();
     });
     photographer.take(window, "silent-server");
 }

@@ -4,6 +4,7 @@
 #include <QLibraryInfo>
 #include <QLocale>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QTranslator>
 
 #include <cstdio>
@@ -71,7 +72,8 @@ int main(int argc, char** argv)
         Browser::chooseAdapter(adapter);
     if (!options.adapter.isEmpty())
         QSettings().setValue(QStringLiteral("adapter"), options.adapter);
-    Browser::Session session;
+    const QString cache = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
+    Browser::Session session(cache.isEmpty() ? QString() : cache + QStringLiteral("/pictures"));
     Browser::MainWindow window(session);
     if (!options.server.isEmpty())
         session.chooseServer(options.server);

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "models/adapters.h"
+#include "models/texts.h"
 
 namespace Browser {
 namespace {

@@ -3,11 +3,24 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
+
 #include <vector>
 
-#include "values.h"
-
 namespace Browser {
+/// The adapter on which servers are discovered.
+struct AdapterState
+{
+    QString name;
+    QString address; ///< empty if there is none
+    QString reason;  ///< why it was selected, for the user
+
+    bool operator==(const AdapterState& other) const
+    {
+        return name == other.name && address == other.address && reason == other.reason;
+    }
+};
+
 /// The adapter in use; queries the kernel. Any thread.
 AdapterState adapterInUse();
 

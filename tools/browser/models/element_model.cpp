@@ -1,4 +1,4 @@
-// Applies element lists to the rows, and tracks the pictures that the rows need.
+// Applies the lists of the catalogue to the rows, and tracks the pictures that the rows need.
 // SPDX-License-Identifier: Apache-2.0
 #include "element_model.h"
 
@@ -6,11 +6,20 @@
 #include <QLocale>
 
 #include <algorithm>
+#include <array>
+#include <bitset>
+
+#include "texts.h"
 
 namespace Browser {
 namespace {
+using CITP::Catalogue;
+using CITP::Element;
+using CITP::ElementKind;
+
 // With more insertions and removals than this the model is reset instead.
-constexpr int MaxRowChanges = 32;
+constexpr std::size_t MaxRowChanges = 32;
+constexpr int MaxParametersShown = 255;
 
 // Most servers count seconds since 1970; a value that cannot be such a time is shown as a number.
 QString timeText(quint64 timestamp)
@@ -23,13 +32,11 @@ QString timeText(quint64 timestamp)
 }
 } // namespace
 
-ElementModel::ElementModel(Requests& requests, PictureStore& pictures) : m_requests(requests), m_pictures(pictures)
+ElementModel::ElementModel(PictureStore& pictures) : m_pictures(pictures)
 {
-    connect(&m_requests, &Requests::elementsReceived, this, &ElementModel::handleElements);
-    connect(&m_requests, &Requests::elementsFailed, this, &ElementModel::handleFailure);
-    connect(&m_pictures, &PictureStore::changed, this, [this](const PictureId& id) {
+    connect(&m_pictures, &PictureStore::changed, this, [this](const CITP::PictureId& id) {
         if (id.type == m_type && id.library == m_library)
-            emitDataChanged(id.number);
+            emitDataChanged(rowOf(id.number));
     });
     connect(&m_pictures, &PictureStore::manyChanged, this, [this] {
         if (!m_elements.empty())
@@ -38,108 +45,90 @@ ElementModel::ElementModel(Requests& requests, PictureStore& pictures) : m_reque
     connect(&m_markTimer, &QTimer::timeout, this, &ElementModel::removeExpiredMarks);
 }
 
-void ElementModel::setState(State state, const QString& problem)
+void ElementModel::setCatalogue(Catalogue* catalogue)
 {
-    m_state = state;
-    m_problem = problem;
-    Q_EMIT stateChanged();
+    m_catalogue = catalogue;
+    if (m_catalogue) {
+        connect(m_catalogue, &Catalogue::elementsChanged, this, [this](quint8 type, const QString& library) {
+            if (type == m_type && library == m_library)
+                show();
+        });
+    }
+    setLibrary(0, {});
+}
+
+ElementModel::State ElementModel::state() const
+{
+    if (m_library.isEmpty())
+        return State::Empty;
+    switch (m_catalogue->elementsState(m_type, m_library)) {
+        case Catalogue::Loaded:
+            return State::Loaded;
+        case Catalogue::Failed:
+            return State::Failed;
+        default:
+            return State::Loading;
+    }
+}
+
+QString ElementModel::problem() const
+{
+    return m_library.isEmpty() ? QString() : toSingleLine(m_catalogue->elementsProblem(m_type, m_library), 400);
 }
 
 void ElementModel::setLibrary(quint8 type, const QString& library)
 {
-    if (type == m_type && library == m_library && m_state != State::Failed)
+    if (type == m_type && library == m_library && state() != State::Failed && !library.isEmpty())
         return;
-    setElements({});
-    m_requests.cancelQueuedElements();
     m_type = type;
     m_library = library;
+    m_isShown = false;
     m_new.clear();
-    m_invalidateAll = false;
-    updateWantedPictures();
-    setState(State::Loading);
-    m_requests.requestElements(m_type, m_library);
-}
-
-void ElementModel::clear()
-{
-    setElements({});
-    m_type = 0;
-    m_library.clear();
-    m_new.clear();
-    updateWantedPictures();
-    setState(State::Empty);
+    if (!library.isEmpty() && m_catalogue->elementsState(type, library) != Catalogue::Loaded)
+        m_catalogue->loadElements(type, library);
+    show();
 }
 
 void ElementModel::reload()
 {
-    if (m_library.isEmpty())
-        return;
-    if (m_state != State::Loaded)
-        setState(State::Loading);
-    m_requests.requestElements(m_type, m_library);
+    if (!m_library.isEmpty())
+        m_catalogue->loadElements(m_type, m_library);
 }
 
-void ElementModel::update(const LibraryUpdate& update)
+void ElementModel::show()
 {
-    if (!update.elementsUpdated && !update.elementsMoved)
-        return;
-    if (update.type != m_type || update.library != m_library) {
-        m_pictures.invalidateLibrary(update.type, update.library);
-        return;
-    }
-    Numbers numbers;
-    for (std::size_t i = 0; update.areElementsNamed && i < update.elements.size(); ++i) {
-        if (update.elements[i])
-            numbers.push_back(static_cast<quint8>(i));
-    }
-    // An update cannot identify one of several elements with the same number, and before MSEX 1.2 a request cannot hold
-    // 256 numbers: request the whole list.
-    if (m_hasDuplicateNumbers || numbers.size() > 255 || m_state != State::Loaded)
-        numbers.clear();
-    m_invalidateAll = m_invalidateAll || (numbers.empty() && update.elementsUpdated);
-    m_requests.requestElements(m_type, m_library, numbers);
+    setElements(m_library.isEmpty() ? std::vector<Element>() : m_catalogue->elements(m_type, m_library));
+    m_isShown = state() == State::Loaded;
+    setVisibleRows(m_firstVisible, m_lastVisible);
+    m_pictures.setWanted(PictureStore::Priority::Library, picturesOf(0, rowCount() - 1));
+    Q_EMIT stateChanged();
 }
 
 void ElementModel::setVisibleRows(int first, int last)
 {
     m_firstVisible = qMax(first, 0);
     m_lastVisible = last;
-    updateVisiblePictures();
-}
-
-// One id for each number, as rows of the same number share a picture.
-std::vector<PictureId> ElementModel::picturesOf(int first, int last) const
-{
-    std::vector<PictureId> ids;
-    std::bitset<256> listed;
-    for (int row = first; row <= qMin(last, rowCount() - 1) && ids.size() < listed.size(); ++row) {
-        const quint8 number = element(row).number;
-        if (!listed[number])
-            ids.push_back(pictureId(row));
-        listed.set(number);
-    }
-    return ids;
-}
-
-void ElementModel::updateVisiblePictures()
-{
     m_pictures.setWanted(PictureStore::Priority::Visible, picturesOf(m_firstVisible, m_lastVisible));
 }
 
-void ElementModel::updateWantedPictures()
+std::vector<CITP::PictureId> ElementModel::picturesOf(int first, int last) const
 {
-    updateVisiblePictures();
-    m_pictures.setWanted(PictureStore::Priority::Library, picturesOf(0, rowCount() - 1));
+    std::vector<CITP::PictureId> ids;
+    for (int row = first; row <= qMin(last, rowCount() - 1); ++row)
+        ids.push_back(pictureId(row));
+    return ids;
 }
 
-PictureId ElementModel::pictureId(int row, bool large) const
+CITP::PictureId ElementModel::pictureId(int row, const QSize& size) const
 {
-    return {m_type, m_library, element(row).number, large};
+    return {m_catalogue->server(), m_type, m_library, element(row).number, CITP::versionOf(element(row)), size};
 }
 
-int ElementModel::rowOf(quint8 number) const
+int ElementModel::rowOf(int number) const
 {
-    return m_rowsOf[number].first;
+    const auto found = std::find_if(m_elements.begin(), m_elements.end(),
+                                    [number](const Element& element) { return element.number == number; });
+    return found == m_elements.end() ? -1 : static_cast<int>(found - m_elements.begin());
 }
 
 int ElementModel::rowCount(const QModelIndex& parent) const
@@ -152,7 +141,7 @@ QVariant ElementModel::data(const QModelIndex& index, int role) const
     if (!index.isValid() || index.row() >= rowCount())
         return {};
     const Element& item = element(index.row());
-    const PictureId picture = pictureId(index.row());
+    const CITP::PictureId picture = pictureId(index.row());
     switch (role) {
         case NumberRole:
             return item.number;
@@ -163,10 +152,10 @@ QVariant ElementModel::data(const QModelIndex& index, int role) const
             QStringList facts;
             if (item.width > 0 && item.height > 0)
                 facts << tr("%1×%2").arg(item.width).arg(item.height);
-            if (m_kind == Kind::Media && item.frameRate > 0)
+            if (kind() == ElementKind::Media && item.frameRate > 0)
                 facts << tr("%1 s").arg(QLocale().toString(item.length / double(item.frameRate), 'f', 1))
                       << tr("%1 fps").arg(item.frameRate);
-            if (m_kind == Kind::Effects)
+            if (kind() == ElementKind::Effects)
                 facts << tr("Parameters: %1").arg(item.parameters.size());
             return facts.join(QStringLiteral("  "));
         }
@@ -194,7 +183,7 @@ std::vector<std::pair<QString, QString>> ElementModel::fields(int row) const
                                                     {tr("Number"), QString::number(item.number)},
                                                     {tr("Library"), m_library},
                                                     {tr("DMX"), tr("%1–%2").arg(item.dmxMin).arg(item.dmxMax)}};
-    if (m_kind == Kind::Media) {
+    if (kind() == ElementKind::Media) {
         fields.emplace_back(tr("Size"), tr("%1 × %2 pixels").arg(item.width).arg(item.height));
         fields.emplace_back(tr("Length"), item.frameRate > 0 ? tr("%1 frames, %2 s")
                                                                    .arg(item.length)
@@ -203,113 +192,44 @@ std::vector<std::pair<QString, QString>> ElementModel::fields(int row) const
                                                              : tr("%1 frames").arg(item.length));
         fields.emplace_back(tr("Frame rate"), tr("%1 frames per second").arg(item.frameRate));
     }
-    if (m_kind != Kind::Effects)
+    if (kind() != ElementKind::Effects)
         fields.emplace_back(tr("Timestamp"), timeText(item.timestamp));
-    if (m_kind == Kind::Effects)
-        fields.emplace_back(tr("Parameters"),
-                            item.parameters.isEmpty() ? tr("none") : item.parameters.join(QStringLiteral(", ")));
-    fields.emplace_back(tr("Serial number"), QString::number(item.serial));
+    if (kind() == ElementKind::Effects)
+        fields.emplace_back(
+            tr("Parameters"),
+            item.parameters.isEmpty()
+                ? tr("none")
+                : toSingleLine(item.parameters.mid(0, MaxParametersShown).join(QStringLiteral(", ")), 4000));
+    fields.emplace_back(tr("Serial number"), QString::number(item.serialNumber));
     return fields;
 }
 
-void ElementModel::handleElements(quint8 type, const Numbers& numbers, const ElementListPtr& list)
-{
-    if (type != m_type || list->library != m_library)
-        return;
-    m_kind = list->kind;
-    if (numbers.empty() || m_state != State::Loaded)
-        replaceElements(*list);
-    else
-        mergeElements(numbers, *list);
-    updateWantedPictures();
-    setState(State::Loaded, list->dropped > 0 ? tr("empty entries in the answer: %1").arg(list->dropped) : QString());
-}
-
-void ElementModel::replaceElements(const ElementList& list)
-{
-    const bool isFirst = m_state != State::Loaded;
-    std::array<Element, 256> before;
-    std::bitset<256> known;
-    for (const Element& old : m_elements) {
-        if (!known[old.number])
-            before[old.number] = old;
-        known.set(old.number);
-    }
-    setElements(list.elements);
-    if (isFirst && !known.any())
-        return;
-    std::bitset<256> seen;
-    bool isAnyChanged = false;
-    for (const Element& now : m_elements) {
-        if (seen[now.number])
-            continue;
-        seen.set(now.number);
-        if (known[now.number] && before[now.number] == now)
-            continue;
-        isAnyChanged = true;
-        markChanged(now.number);
-    }
-    // The update reported a change that the list does not show, so a picture must have changed.
-    if (m_invalidateAll && !isAnyChanged)
-        m_pictures.invalidateLibrary(m_type, m_library);
-    m_invalidateAll = false;
-}
-
-// A requested element that is missing in the answer no longer exists.
-void ElementModel::mergeElements(const Numbers& numbers, const ElementList& list)
-{
-    std::bitset<256> requested;
-    for (const quint8 number : numbers)
-        requested.set(number);
-    std::vector<Element> elements;
-    for (const Element& old : m_elements) {
-        if (!requested[old.number])
-            elements.push_back(old);
-    }
-    for (const Element& now : list.elements) {
-        if (!requested[now.number])
-            continue;
-        const auto place = std::find_if(elements.begin(), elements.end(),
-                                        [&](const Element& element) { return element.number > now.number; });
-        elements.insert(place, now);
-    }
-    setElements(std::move(elements));
-    for (const Element& now : list.elements)
-        markChanged(now.number);
-}
-
-void ElementModel::handleFailure(quint8 type, const QString& library, const QString& problem)
-{
-    if (type == m_type && library == m_library)
-        setState(m_elements.empty() ? State::Failed : State::Loaded, problem);
-}
-
 // Inserts and removes single rows if few differ, so that views keep their scroll position and selection.
-void ElementModel::setElements(std::vector<Element> elements)
+void ElementModel::setElements(const std::vector<Element>& elements)
 {
-    const auto isSameRow = [](const Element& a, const Element& b) { return a.number == b.number; };
+    const auto byNumber = [](const Element& a, const Element& b) { return a.number < b.number; };
+    std::array<const Element*, 256> before{};
     std::bitset<256> wanted;
     std::bitset<256> known;
+    if (elements.empty() && m_elements.empty())
+        return;
+    const std::vector<Element> former = m_elements;
     for (const Element& element : elements)
         wanted.set(element.number);
-    for (const Element& element : m_elements)
+    for (const Element& element : former) {
         known.set(element.number);
-    const bool areSameRows = elements.size() == m_elements.size() &&
-                             std::equal(elements.begin(), elements.end(), m_elements.begin(), isSameRow);
-    const bool isSorted = std::is_sorted(elements.begin(), elements.end(),
-                                         [](const Element& a, const Element& b) { return a.number < b.number; }) &&
-                          std::is_sorted(m_elements.begin(), m_elements.end(),
-                                         [](const Element& a, const Element& b) { return a.number < b.number; });
-    const bool areFewChanges = isSorted && elements.size() == wanted.count() && m_elements.size() == known.count() &&
-                               known.any() && wanted.any() && (wanted ^ known).count() <= MaxRowChanges;
-    if (!areSameRows && !areFewChanges) {
-        beginResetModel();
-        m_elements = std::move(elements);
-        indexRows();
-        endResetModel();
-        return;
+        before[element.number] = &element;
     }
-    if (!areSameRows) {
+    const bool areSorted = std::is_sorted(elements.begin(), elements.end(), byNumber) &&
+                           std::is_sorted(former.begin(), former.end(), byNumber);
+    const bool areSameRows = std::equal(elements.begin(), elements.end(), former.begin(), former.end(),
+                                        [](const Element& a, const Element& b) { return a.number == b.number; });
+    const bool areFewChanges = areSorted && (wanted ^ known).count() <= MaxRowChanges;
+    if (!m_isShown || (!areSameRows && !areFewChanges)) {
+        beginResetModel();
+        m_elements = elements;
+        endResetModel();
+    } else {
         for (int row = rowCount() - 1; row >= 0; --row) {
             if (wanted[element(row).number])
                 continue;
@@ -317,40 +237,24 @@ void ElementModel::setElements(std::vector<Element> elements)
             m_elements.erase(m_elements.begin() + row);
             endRemoveRows();
         }
-        for (std::size_t i = 0; i < elements.size(); ++i) {
-            if (known[elements[i].number])
+        for (int row = 0; row < static_cast<int>(elements.size()); ++row) {
+            const Element& element = elements[static_cast<std::size_t>(row)];
+            if (known[element.number])
                 continue;
-            beginInsertRows({}, static_cast<int>(i), static_cast<int>(i));
-            m_elements.insert(m_elements.begin() + static_cast<std::ptrdiff_t>(i), elements[i]);
+            beginInsertRows({}, row, row);
+            m_elements.insert(m_elements.begin() + row, element);
             endInsertRows();
         }
+        m_elements = elements;
     }
-    m_elements = std::move(elements);
-    indexRows();
-    if (!m_elements.empty())
-        Q_EMIT dataChanged(index(0), index(rowCount() - 1));
-}
-
-void ElementModel::indexRows()
-{
-    m_rowsOf.fill({});
-    m_hasDuplicateNumbers = false;
-    for (int row = 0; row < rowCount(); ++row) {
-        Rows& rows = m_rowsOf[element(row).number];
-        m_hasDuplicateNumbers = m_hasDuplicateNumbers || rows.first >= 0;
-        if (rows.first < 0)
-            rows.first = row;
-        rows.last = row;
+    for (int row = 0; m_isShown && row < rowCount(); ++row) {
+        const Element* const old = before[element(row).number];
+        if (old && *old == element(row))
+            continue;
+        m_new[element(row).number].setRemainingTime(NewMarkMs);
+        m_markTimer.start(MarkCheckMs);
+        emitDataChanged(row);
     }
-}
-
-void ElementModel::markChanged(quint8 number)
-{
-    for (const bool large : {false, true})
-        m_pictures.invalidate({m_type, m_library, number, large});
-    m_new[number].setRemainingTime(NewMarkMs);
-    m_markTimer.start(MarkCheckMs);
-    emitDataChanged(number);
 }
 
 void ElementModel::removeExpiredMarks()
@@ -362,16 +266,15 @@ void ElementModel::removeExpiredMarks()
         }
         const quint8 number = mark.key();
         mark = m_new.erase(mark);
-        emitDataChanged(number);
+        emitDataChanged(rowOf(number));
     }
     if (m_new.isEmpty())
         m_markTimer.stop();
 }
 
-void ElementModel::emitDataChanged(quint8 number)
+void ElementModel::emitDataChanged(int row)
 {
-    const Rows& rows = m_rowsOf[number];
-    if (rows.first >= 0 && rows.last < rowCount())
-        Q_EMIT dataChanged(index(rows.first), index(rows.last));
+    if (row >= 0)
+        Q_EMIT dataChanged(index(row), index(row));
 }
 } // namespace Browser

@@ -1,9 +1,10 @@
-// ElementModel: the elements of one library, with their pictures as they arrive.
+// ElementModel: the elements of one library of a catalogue, with their pictures as they arrive.
 //
-// One row for each element, in the server's order. In a long list numbers may repeat; rows of the same number share a
-// picture. GUI thread.
+// One row for each element, in the server's order. GUI thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
+
+#include <citp_client/catalogue.h>
 
 #include <QAbstractListModel>
 #include <QDeadlineTimer>
@@ -11,7 +12,6 @@
 #include <QTimer>
 
 #include "picture_store.h"
-#include "requests.h"
 
 namespace Browser {
 class ElementModel : public QAbstractListModel
@@ -31,31 +31,29 @@ public:
         IsNewRole                  ///< bool: was added or changed in the last seconds
     };
 
-    /// @param requests, pictures must outlive this object
-    ElementModel(Requests& requests, PictureStore& pictures);
+    /// @param pictures must outlive this object
+    explicit ElementModel(PictureStore& pictures);
 
-    /// Shows @p library: requests its elements and then their pictures.
+    /// @param catalogue of the shown server, with which no library is shown yet; must outlive its use. Null for none
+    void setCatalogue(CITP::Catalogue* catalogue);
+    /// Shows @p library, with the pictures of its elements. Loads it unless the catalogue has it.
     void setLibrary(quint8 type, const QString& library);
-    /// Shows no library.
-    void clear();
-    /// Requests the list again; unchanged elements keep their pictures.
+    /// Requests the list again.
     void reload();
-    /// Requests what the update affects.
-    void update(const LibraryUpdate& update);
 
     /// Sets the visible rows; their pictures are requested first. If @p last < @p first, none is visible.
     void setVisibleRows(int first, int last);
 
-    State state() const { return m_state; }
-    QString problem() const { return m_problem; } ///< for the user; empty if there is none
+    State state() const;
+    QString problem() const; ///< for the user; empty if there is none
     quint8 type() const { return m_type; }
     QString library() const { return m_library; } ///< empty if no library is shown
-    Kind kind() const { return m_kind; }
-    const Element& element(int row) const { return m_elements[static_cast<std::size_t>(row)]; }
-    /// @param large true for the preview's picture, false for the tile's
-    PictureId pictureId(int row, bool large = false) const;
-    /// The first row with the element number @p number; -1 if there is none.
-    int rowOf(quint8 number) const;
+    CITP::ElementKind kind() const { return CITP::elementKind(m_type); }
+    const CITP::Element& element(int row) const { return m_elements[static_cast<std::size_t>(row)]; }
+    /// @param size TilePixels or PreviewPixels
+    CITP::PictureId pictureId(int row, const QSize& size = TilePixels) const;
+    /// The row of the element @p number; -1 if there is none.
+    int rowOf(int number) const;
 
     /// All fields of an element as name and value, for the user.
     std::vector<std::pair<QString, QString>> fields(int row) const;
@@ -68,37 +66,18 @@ Q_SIGNALS:
     void stateChanged();
 
 private:
-    struct Rows
-    {
-        int first = -1;
-        int last = -1;
-    };
-
-    void setState(State state, const QString& problem = {});
-    void handleElements(quint8 type, const Numbers& numbers, const ElementListPtr& list);
-    void replaceElements(const ElementList& list);
-    void mergeElements(const Numbers& numbers, const ElementList& list);
-    void handleFailure(quint8 type, const QString& library, const QString& problem);
-    void setElements(std::vector<Element> elements);
-    void indexRows();
-    std::vector<PictureId> picturesOf(int first, int last) const;
-    void updateWantedPictures();
-    void updateVisiblePictures();
-    void markChanged(quint8 number);
+    void show();
+    void setElements(const std::vector<CITP::Element>& elements);
+    std::vector<CITP::PictureId> picturesOf(int first, int last) const;
     void removeExpiredMarks();
-    void emitDataChanged(quint8 number);
+    void emitDataChanged(int row);
 
-    Requests& m_requests;
     PictureStore& m_pictures;
+    CITP::Catalogue* m_catalogue = nullptr;
     quint8 m_type = 0;
     QString m_library;
-    Kind m_kind = Kind::Media;
-    State m_state = State::Empty;
-    QString m_problem;
-    std::vector<Element> m_elements;
-    std::array<Rows, 256> m_rowsOf; ///< first and last row of each number
-    bool m_hasDuplicateNumbers = false;
-    bool m_invalidateAll = false; ///< the pending list was requested because any element may have changed
+    std::vector<CITP::Element> m_elements;
+    bool m_isShown = false; ///< #m_elements is the library's list, not what was shown before it
     int m_firstVisible = 0;
     int m_lastVisible = -1;
     QHash<quint8, QDeadlineTimer> m_new;

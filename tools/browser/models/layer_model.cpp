@@ -1,9 +1,19 @@
-// Updates the layers' rows in place, so that views keep their selection.
+// Updates the layers' rows in place, so that views keep their selection, and marks what is old.
 // SPDX-License-Identifier: Apache-2.0
 #include "layer_model.h"
 
+#include <algorithm>
+
+#include "texts.h"
+
 namespace Browser {
 namespace {
+using CITP::Catalogue;
+using CITP::PictureId;
+
+constexpr int AgeIntervalMs = 1000;
+constexpr int MaxLoads = 256;
+
 QString timeText(quint32 frames, int frameRate)
 {
     if (frameRate == 0)
@@ -24,21 +34,30 @@ LayerModel::LayerModel(PictureStore& pictures) : m_pictures(pictures)
             Q_EMIT dataChanged(index(0, Picture), index(rowCount() - 1, Picture));
     };
     connect(&m_pictures, &PictureStore::changed, this, [this, emitPicturesChanged](const PictureId& id) {
-        for (const LayerState& layer : m_layers) {
-            if (pictureOf(layer) == id)
-                return emitPicturesChanged();
-        }
+        if (std::find(m_wanted.begin(), m_wanted.end(), id) != m_wanted.end())
+            emitPicturesChanged();
     });
     connect(&m_pictures, &PictureStore::manyChanged, this, emitPicturesChanged);
+    startTimer(AgeIntervalMs);
 }
 
-void LayerModel::setLayers(const LayerStates& layers)
+void LayerModel::setLayers(CITP::Layers* layers, Catalogue* catalogue)
 {
+    m_source = layers;
+    m_catalogue = catalogue;
+    m_loads = 0;
+    if (m_source)
+        connect(m_source, &CITP::Layers::changed, this, &LayerModel::show);
+    if (m_catalogue)
+        connect(m_catalogue, &Catalogue::idle, this, &LayerModel::wantPictures);
+    show();
+}
+
+void LayerModel::show()
+{
+    const std::vector<CITP::Layer> layers = m_source ? m_source->layers() : std::vector<CITP::Layer>();
     const int before = rowCount();
     const int now = static_cast<int>(layers.size());
-    std::vector<PictureId> ids;
-    for (const LayerState& layer : layers)
-        ids.push_back(pictureOf(layer));
     if (now < before) {
         beginRemoveRows({}, now, before - 1);
         m_layers.resize(layers.size());
@@ -51,7 +70,55 @@ void LayerModel::setLayers(const LayerStates& layers)
     m_layers = layers;
     if (now > 0)
         Q_EMIT dataChanged(index(0, 0), index(now - 1, ColumnCount - 1));
+    wantPictures();
+    Q_EMIT ageChanged();
+}
+
+// The elements are loaded first: with its version, a picture is the same one as that of the element's tile.
+void LayerModel::wantPictures()
+{
+    std::vector<PictureId> ids;
+    for (const CITP::Layer& layer : m_layers) {
+        const Catalogue::State state = m_catalogue->elementsState(layer.type, layer.library);
+        if (state == Catalogue::Unknown && m_loads < MaxLoads) {
+            // One after the other, because a server may name other libraries with each status.
+            if (m_catalogue->isIdle()) {
+                ++m_loads;
+                m_catalogue->loadElements(layer.type, layer.library);
+            }
+        } else if (state != Catalogue::Loading) {
+            ids.push_back(pictureOf(layer));
+        }
+    }
+    if (ids == m_wanted)
+        return;
+    m_wanted = ids;
     m_pictures.setWanted(PictureStore::Priority::Layers, std::move(ids));
+}
+
+PictureId LayerModel::pictureOf(const CITP::Layer& layer) const
+{
+    const std::vector<CITP::Element>& elements = m_catalogue->elements(layer.type, layer.library);
+    const auto element = std::find_if(elements.begin(), elements.end(),
+                                      [&layer](const CITP::Element& other) { return other.number == layer.element; });
+    return {m_catalogue->server(),
+            layer.type,
+            layer.library,
+            layer.element,
+            element == elements.end() ? 0 : CITP::versionOf(*element),
+            TilePixels};
+}
+
+QString LayerModel::age() const
+{
+    return m_source && m_source->isStale() && m_source->age() >= 0 ? tr("%1 s old").arg(m_source->age() / 1000)
+                                                                   : QString();
+}
+
+void LayerModel::timerEvent(QTimerEvent* /*event*/)
+{
+    if (!age().isEmpty())
+        Q_EMIT ageChanged();
 }
 
 int LayerModel::rowCount(const QModelIndex& parent) const
@@ -68,11 +135,13 @@ QVariant LayerModel::data(const QModelIndex& index, int role) const
 {
     if (!index.isValid() || index.row() >= rowCount())
         return {};
-    const LayerState& layer = m_layers[static_cast<std::size_t>(index.row())];
+    const CITP::Layer& layer = m_layers[static_cast<std::size_t>(index.row())];
     if (role == FractionRole)
         return layer.length == 0 ? 0.0 : qBound(0.0, layer.position / double(layer.length), 1.0);
     if (role == PictureRole)
         return m_pictures.find(pictureOf(layer));
+    if (role == IsOldRole)
+        return !age().isEmpty();
     if (role == Qt::TextAlignmentRole &&
         (index.column() == Layer || index.column() == FrameRate || index.column() == Output))
         return int(Qt::AlignCenter);
@@ -80,9 +149,9 @@ QVariant LayerModel::data(const QModelIndex& index, int role) const
         return {};
     switch (index.column()) {
         case Layer:
-            return layer.layer;
+            return layer.number;
         case Name:
-            return layer.name;
+            return toSingleLine(layer.name);
         case Position:
             return QStringLiteral("%1 / %2").arg(timeText(layer.position, layer.frameRate),
                                                  timeText(layer.length, layer.frameRate));

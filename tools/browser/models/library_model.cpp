@@ -1,4 +1,4 @@
-// The tree's nodes, and how answers are merged into them.
+// The tree's nodes, and how the lists of the catalogue are merged into them.
 // SPDX-License-Identifier: Apache-2.0
 #include "library_model.h"
 
@@ -6,25 +6,35 @@
 #include <QSet>
 
 #include <algorithm>
+#include <tuple>
+
+#include "texts.h"
 
 namespace Browser {
 namespace {
-constexpr quint8 LastKnownType = 3;
+using CITP::Catalogue;
+using CITP::Library;
+
+bool isSame(const Library& a, const Library& b)
+{
+    const auto all = [](const Library& library) {
+        return std::tie(library.name, library.dmxMin, library.dmxMax, library.elements, library.subLibraries,
+                        library.serialNumber);
+    };
+    return all(a) == all(b);
+}
 } // namespace
 
 struct LibraryModel::Node
 {
-    enum class State { Unknown, Loading, Loaded };
-
     quint8 type = 0;
     Library library;
     Node* parent = nullptr;
     std::vector<std::unique_ptr<Node>> children;
-    State state = State::Unknown;
-    QString problem;
+    bool isShown = false; ///< #children are those of the catalogue
     QDeadlineTimer isNewUntil;
 
-    bool isType() const { return library.id == RootLibrary; }
+    bool isType() const { return library.id == CITP::rootLibrary(); }
     bool canHaveChildren() const { return isType() || library.subLibraries > 0; }
     int row() const
     {
@@ -40,10 +50,8 @@ struct LibraryModel::Node
     }
 };
 
-LibraryModel::LibraryModel(Requests& requests) : m_requests(requests), m_root(std::make_unique<Node>())
+LibraryModel::LibraryModel() : m_root(std::make_unique<Node>())
 {
-    connect(&m_requests, &Requests::librariesReceived, this, &LibraryModel::handleLibraries);
-    connect(&m_requests, &Requests::librariesFailed, this, &LibraryModel::handleFailure);
     connect(&m_markTimer, &QTimer::timeout, this, &LibraryModel::removeExpiredMarks);
 }
 
@@ -63,83 +71,72 @@ QString LibraryModel::textForType(int type)
     }
 }
 
-void LibraryModel::setServer(const Server& server)
+void LibraryModel::setCatalogue(Catalogue* catalogue, const std::vector<quint8>& types)
 {
     beginResetModel();
+    m_catalogue = catalogue;
     m_root = std::make_unique<Node>();
-    for (quint8 type = 1; type < 16; ++type) {
-        const bool isListed = server.libraryTypes == 0 ? type <= LastKnownType : (server.libraryTypes >> type & 1) != 0;
-        // Generic elements exist since MSEX 1.1.
-        if (!isListed || (server.msexMinor == 0 && type >= LastKnownType))
-            continue;
+    for (const quint8 type : types) {
         auto node = std::make_unique<Node>();
         node->type = type;
-        node->library.id = RootLibrary;
+        node->library.id = CITP::rootLibrary();
         node->parent = m_root.get();
         m_root->children.push_back(std::move(node));
     }
     endResetModel();
+    if (!m_catalogue)
+        return;
+    connect(m_catalogue, &Catalogue::librariesChanged, this, [this](quint8 type, const QString& library) {
+        if (Node* const node = nodeOf(type, library))
+            show(node);
+    });
 }
 
-void LibraryModel::clear()
+void LibraryModel::visit(Node* below, const std::function<void(Node*)>& action) const
 {
-    beginResetModel();
-    m_root = std::make_unique<Node>();
-    endResetModel();
+    for (const auto& child : below->children) {
+        action(child.get());
+        visit(child.get(), action);
+    }
 }
 
 void LibraryModel::reload()
 {
-    for (const auto& child : m_root->children)
-        reload(child.get());
+    QList<std::pair<quint8, QString>> known;
+    visit(m_root.get(), [&](const Node* node) {
+        if (stateOf(node) != Catalogue::Unknown)
+            known << std::pair(node->type, node->library.id);
+    });
+    for (const auto& [type, id] : std::as_const(known))
+        m_catalogue->loadLibraries(type, id);
 }
 
-void LibraryModel::reload(Node* node)
+Catalogue::State LibraryModel::stateOf(const Node* node) const
 {
-    if (node->state != Node::State::Unknown || !node->problem.isEmpty())
-        request(node);
-    for (const auto& child : node->children)
-        reload(child.get());
+    return m_catalogue->librariesState(node->type, node->library.id);
 }
 
-void LibraryModel::update(const LibraryUpdate& update)
+QString LibraryModel::problemOf(const Node* node) const
 {
-    const bool touchesLibraries = update.librariesUpdated || update.librariesMoved;
-    // In MSEX 1.0 the root has no id, but only the root has libraries below it.
-    const bool isRoot = update.library == RootLibrary || (m_requests.server().msexMinor == 0 && touchesLibraries);
-    Node* const node = find(m_root.get(), update.type, isRoot ? RootLibrary : update.library);
-    if (!node)
-        return;
-    // The parent's list holds this library's number of elements and sub-libraries.
-    if (!isRoot && node->parent && (touchesLibraries || update.elementsMoved || update.elementsUpdated))
-        request(node->parent, {numberOf(update.library)});
-    if (!touchesLibraries || node->state != Node::State::Loaded)
-        return;
-    Numbers numbers;
-    for (std::size_t i = 0; update.areLibrariesNamed && i < update.libraries.size(); ++i) {
-        if (update.libraries[i])
-            numbers.push_back(static_cast<quint8>(i));
-    }
-    request(node, numbers.size() < 256 ? numbers : Numbers());
+    return toSingleLine(m_catalogue->librariesProblem(node->type, node->library.id), 400);
 }
 
 QModelIndex LibraryModel::find(quint8 type, const QString& id) const
 {
-    const Node* const node = find(m_root.get(), type, id);
+    const Node* const node = nodeOf(type, id);
     return node ? indexOf(node) : QModelIndex();
 }
 
-LibraryModel::Node* LibraryModel::find(Node* below, quint8 type, const QString& id) const
+LibraryModel::Node* LibraryModel::nodeOf(quint8 type, const QString& id) const
 {
-    for (const auto& child : below->children) {
-        if (child->type != type)
-            continue;
-        if (child->library.id == id)
-            return child.get();
-        if (Node* const found = find(child.get(), type, id))
-            return found;
+    if (id == CITP::rootLibrary()) {
+        const auto found = std::find_if(m_root->children.begin(), m_root->children.end(),
+                                        [type](const auto& child) { return child->type == type; });
+        return found == m_root->children.end() ? nullptr : found->get();
     }
-    return nullptr;
+    const Node* const parent = nodeOf(type, CITP::parentLibrary(id));
+    const int row = parent ? parent->rowOf(id) : -1;
+    return row < 0 ? nullptr : parent->children[static_cast<std::size_t>(row)].get();
 }
 
 LibraryModel::Node* LibraryModel::nodeOf(const QModelIndex& index) const
@@ -179,20 +176,19 @@ bool LibraryModel::hasChildren(const QModelIndex& parent) const
 {
     const Node* const node = nodeOf(parent);
     return !node->children.empty() ||
-           (parent.isValid() && node->canHaveChildren() && node->state != Node::State::Loaded);
+           (parent.isValid() && node->canHaveChildren() && stateOf(node) != Catalogue::Loaded);
 }
 
 bool LibraryModel::canFetchMore(const QModelIndex& parent) const
 {
     const Node* const node = nodeOf(parent);
-    return parent.isValid() && node->canHaveChildren() && node->state == Node::State::Unknown &&
-           node->problem.isEmpty();
+    return parent.isValid() && node->canHaveChildren() && stateOf(node) == Catalogue::Unknown;
 }
 
 void LibraryModel::fetchMore(const QModelIndex& parent)
 {
     if (canFetchMore(parent))
-        request(nodeOf(parent));
+        m_catalogue->loadLibraries(nodeOf(parent)->type, nodeOf(parent)->library.id);
 }
 
 QVariant LibraryModel::data(const QModelIndex& index, int role) const
@@ -200,17 +196,19 @@ QVariant LibraryModel::data(const QModelIndex& index, int role) const
     if (!index.isValid())
         return {};
     const Node& node = *nodeOf(index);
+    const Catalogue::State state = stateOf(&node);
+    const QString problem = problemOf(&node);
     const QString name = node.isType() ? textForType(node.type) : toSingleLine(node.library.name);
     switch (role) {
         case Qt::DisplayRole:
             if (index.column() == 1)
                 return node.isType() ? QVariant() : QVariant(node.library.elements);
-            if (node.isType() && node.state == Node::State::Loaded && node.children.empty())
+            if (node.isType() && state == Catalogue::Loaded && node.children.empty())
                 return tr("%1 (none)").arg(name);
-            if (node.state == Node::State::Loading)
+            if (state == Catalogue::Loading)
                 return tr("%1 (loading…)").arg(name);
-            if (!node.problem.isEmpty())
-                return QStringLiteral("%1 – %2").arg(name, node.problem);
+            if (!problem.isEmpty())
+                return QStringLiteral("%1 – %2").arg(name, problem);
             return node.isType() || !name.trimmed().isEmpty() ? name : tr("Library %1").arg(node.library.id);
         case Qt::TextAlignmentRole:
             return index.column() == 1 ? QVariant(int(Qt::AlignRight | Qt::AlignVCenter)) : QVariant();
@@ -221,20 +219,20 @@ QVariant LibraryModel::data(const QModelIndex& index, int role) const
                       << tr("DMX %1–%2").arg(node.library.dmxMin).arg(node.library.dmxMax)
                       << tr("Elements: %1").arg(node.library.elements)
                       << tr("Sub-libraries: %1").arg(node.library.subLibraries);
-            if (!node.problem.isEmpty())
-                lines << node.problem;
-            return lines.join(QLatin1Char('\n')).toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("<br>"));
+            if (!problem.isEmpty())
+                lines << problem;
+            return toToolTip(lines);
         }
         case TypeRole:
             return node.type;
         case IdRole:
             return node.library.id;
         case ProblemRole:
-            return node.problem;
+            return problem;
         case IsNewRole:
             return !node.isNewUntil.hasExpired();
         case LoadingRole:
-            return node.state == Node::State::Loading;
+            return state == Catalogue::Loading;
         default:
             return {};
     }
@@ -253,134 +251,63 @@ void LibraryModel::emitDataChanged(const Node* node)
         Q_EMIT dataChanged(indexOf(node), indexOf(node, 1));
 }
 
-void LibraryModel::request(Node* node, const Numbers& numbers)
+// Rows that stay are the same rows afterwards, so that views keep their selection.
+void LibraryModel::show(Node* node)
 {
-    if (numbers.empty()) {
-        node->problem.clear();
-        if (node->state == Node::State::Unknown)
-            node->state = Node::State::Loading;
-        emitDataChanged(node);
-    }
-    m_requests.requestLibraries(node->type, node->library.id, numbers);
-}
-
-void LibraryModel::handleLibraries(quint8 type, const QString& parent, const Numbers& numbers,
-                                   const LibraryListPtr& list)
-{
-    Node* const node = find(m_root.get(), type, parent);
-    if (!node)
-        return;
-    if (numbers.empty())
-        replaceLibraries(node, list->libraries);
-    else
-        mergeLibraries(node, numbers, list->libraries);
-}
-
-void LibraryModel::replaceLibraries(Node* node, const std::vector<Library>& libraries)
-{
-    const bool isFirst = node->state != Node::State::Loaded;
-    node->state = Node::State::Loaded;
-    node->problem.clear();
     emitDataChanged(node);
-    if (isFirst && node->children.empty()) {
-        if (libraries.empty())
-            return;
+    if (stateOf(node) != Catalogue::Loaded)
+        return;
+    const std::vector<Library> libraries = m_catalogue->libraries(node->type, node->library.id);
+    const bool isFirst = !std::exchange(node->isShown, true);
+    if (isFirst && !libraries.empty()) {
         beginInsertRows(indexOf(node), 0, static_cast<int>(libraries.size()) - 1);
-        for (const Library& library : libraries) {
-            auto child = std::make_unique<Node>();
-            child->type = node->type;
-            child->library = library;
-            child->parent = node;
-            node->children.push_back(std::move(child));
-        }
+        for (const Library& library : libraries)
+            insert(node, static_cast<int>(node->children.size()), library);
         endInsertRows();
+        for (const auto& child : node->children)
+            show(child.get());
         return;
     }
+    const auto remove = [&](int row) {
+        beginRemoveRows(indexOf(node), row, row);
+        node->children.erase(node->children.begin() + row);
+        endRemoveRows();
+    };
     QSet<QString> listed;
     for (const Library& library : libraries)
         listed.insert(library.id);
     for (int row = static_cast<int>(node->children.size()) - 1; row >= 0; --row) {
         if (!listed.contains(node->children[static_cast<std::size_t>(row)]->library.id))
-            removeRow(node, row);
+            remove(row);
     }
     for (std::size_t i = 0; i < libraries.size(); ++i) {
-        const bool isInPlace = i < node->children.size() && node->children[i]->library.id == libraries[i].id;
-        if (isInPlace) {
-            updateLibrary(node->children[i].get(), libraries[i]);
-            continue;
-        }
+        const int row = static_cast<int>(i);
         const int formerRow = node->rowOf(libraries[i].id);
-        if (formerRow >= 0)
-            removeRow(node, formerRow);
-        insertLibrary(node, static_cast<int>(i), libraries[i]);
-    }
-}
-
-// A requested library that is missing in the answer no longer exists.
-void LibraryModel::mergeLibraries(Node* node, const Numbers& numbers, const std::vector<Library>& libraries)
-{
-    node->problem.clear();
-    emitDataChanged(node);
-    for (int row = static_cast<int>(node->children.size()) - 1; row >= 0; --row) {
-        const QString id = node->children[static_cast<std::size_t>(row)]->library.id;
-        const bool isRequested = std::find(numbers.begin(), numbers.end(), numberOf(id)) != numbers.end();
-        const bool isListed =
-            std::any_of(libraries.begin(), libraries.end(), [&](const Library& library) { return library.id == id; });
-        if (isRequested && !isListed)
-            removeRow(node, row);
-    }
-    for (const Library& library : libraries) {
-        const int known = node->rowOf(library.id);
-        if (known >= 0) {
-            updateLibrary(node->children[static_cast<std::size_t>(known)].get(), library);
+        if (formerRow == row) {
+            Node* const child = node->children[i].get();
+            const bool isChanged = !isSame(std::exchange(child->library, libraries[i]), libraries[i]);
+            if (isChanged)
+                markChanged(child);
             continue;
         }
-        const auto place = std::find_if(node->children.begin(), node->children.end(), [&](const auto& child) {
-            return numberOf(child->library.id) > numberOf(library.id);
-        });
-        insertLibrary(node, static_cast<int>(place - node->children.begin()), library);
+        if (formerRow >= 0)
+            remove(formerRow);
+        beginInsertRows(indexOf(node), row, row);
+        insert(node, row, libraries[i]);
+        endInsertRows();
+        markChanged(node->children[i].get());
+        // A row that has moved is a new one, but what is below it may be loaded already.
+        show(node->children[i].get());
     }
 }
 
-void LibraryModel::insertLibrary(Node* node, int row, const Library& library)
+void LibraryModel::insert(Node* node, int row, const Library& library)
 {
     auto child = std::make_unique<Node>();
     child->type = node->type;
     child->library = library;
     child->parent = node;
-    beginInsertRows(indexOf(node), row, row);
     node->children.insert(node->children.begin() + row, std::move(child));
-    endInsertRows();
-    markChanged(node->children[static_cast<std::size_t>(row)].get());
-}
-
-void LibraryModel::updateLibrary(Node* node, const Library& library)
-{
-    const Library& old = node->library;
-    const bool isSame = old.name == library.name && old.elements == library.elements &&
-                        old.subLibraries == library.subLibraries && old.serial == library.serial &&
-                        old.dmxMin == library.dmxMin && old.dmxMax == library.dmxMax;
-    node->library = library;
-    if (!isSame)
-        markChanged(node);
-}
-
-void LibraryModel::removeRow(Node* node, int row)
-{
-    beginRemoveRows(indexOf(node), row, row);
-    node->children.erase(node->children.begin() + row);
-    endRemoveRows();
-}
-
-void LibraryModel::handleFailure(quint8 type, const QString& parent, const QString& problem)
-{
-    Node* const node = find(m_root.get(), type, parent);
-    if (!node)
-        return;
-    if (node->state == Node::State::Loading)
-        node->state = Node::State::Unknown;
-    node->problem = problem;
-    emitDataChanged(node);
 }
 
 void LibraryModel::markChanged(Node* node)
@@ -393,18 +320,14 @@ void LibraryModel::markChanged(Node* node)
 void LibraryModel::removeExpiredMarks()
 {
     bool isAnyNew = false;
-    const std::function<void(Node*)> visit = [&](Node* node) {
-        for (const auto& child : node->children) {
-            if (!child->isNewUntil.hasExpired()) {
-                isAnyNew = true;
-            } else if (child->isNewUntil.deadline() != 0) {
-                child->isNewUntil = QDeadlineTimer();
-                emitDataChanged(child.get());
-            }
-            visit(child.get());
+    visit(m_root.get(), [&](Node* node) {
+        if (!node->isNewUntil.hasExpired()) {
+            isAnyNew = true;
+        } else if (node->isNewUntil.deadline() != 0) {
+            node->isNewUntil = QDeadlineTimer();
+            emitDataChanged(node);
         }
-    };
-    visit(m_root.get());
+    });
     if (!isAnyNew)
         m_markTimer.stop();
 }

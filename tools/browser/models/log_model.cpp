@@ -4,7 +4,7 @@
 
 #include <QRegularExpression>
 
-#include "values.h"
+#include "texts.h"
 
 namespace Browser {
 namespace {

@@ -1,35 +1,20 @@
-// Merges fixtures by identifier.
+// The fixtures of the client layer as a table.
 // SPDX-License-Identifier: Apache-2.0
 #include "patch_model.h"
 
-#include <algorithm>
-#include <map>
+#include "texts.h"
 
 namespace Browser {
-void PatchModel::addFixtures(const Fixtures& fixtures)
+void PatchModel::setPatch(CITP::Patch* patch)
 {
-    std::map<int, Fixture> all;
-    for (const Fixture& fixture : m_fixtures)
-        all[fixture.identifier] = fixture;
-    for (const Fixture& fixture : fixtures)
-        all[fixture.identifier] = fixture;
-    const bool isLonger = all.size() != m_fixtures.size();
-    if (isLonger)
+    const auto show = [this, patch] {
         beginResetModel();
-    m_fixtures.clear();
-    for (const auto& [identifier, fixture] : all)
-        m_fixtures.push_back(fixture);
-    if (isLonger)
+        m_fixtures = patch ? patch->fixtures() : std::vector<CITP::Fixture>();
         endResetModel();
-    else if (!m_fixtures.empty())
-        Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, ColumnCount - 1));
-}
-
-void PatchModel::clear()
-{
-    beginResetModel();
-    m_fixtures.clear();
-    endResetModel();
+    };
+    if (patch)
+        connect(patch, &CITP::Patch::changed, this, show);
+    show();
 }
 
 int PatchModel::rowCount(const QModelIndex& parent) const
@@ -50,7 +35,7 @@ QVariant PatchModel::data(const QModelIndex& index, int role) const
         return index.column() < Make ? int(Qt::AlignCenter) : int(Qt::AlignLeft | Qt::AlignVCenter);
     if (role != Qt::DisplayRole && role != Qt::ToolTipRole)
         return {};
-    const Fixture& fixture = m_fixtures[static_cast<std::size_t>(index.row())];
+    const CITP::Fixture& fixture = m_fixtures[static_cast<std::size_t>(index.row())];
     switch (index.column()) {
         case Identifier:
             return fixture.identifier;
@@ -61,9 +46,9 @@ QVariant PatchModel::data(const QModelIndex& index, int role) const
         case Channels:
             return fixture.channels;
         case Make:
-            return fixture.make;
+            return toSingleLine(fixture.make);
         case Name:
-            return fixture.name;
+            return toSingleLine(fixture.name);
         default:
             return {};
     }

@@ -2,9 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <QAbstractTableModel>
+#include <citp_client/layers.h>
 
-#include "values.h"
+#include <QAbstractTableModel>
 
 namespace Browser {
 class PatchModel : public QAbstractTableModel
@@ -14,9 +14,8 @@ class PatchModel : public QAbstractTableModel
 public:
     enum Column { Identifier, Universe, Channel, Channels, Make, Name, ColumnCount };
 
-    /// Adds @p fixtures; a fixture with a known identifier replaces the former one.
-    void addFixtures(const Fixtures& fixtures);
-    void clear();
+    /// @param patch must outlive its use; null for none
+    void setPatch(CITP::Patch* patch);
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;
@@ -24,6 +23,6 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
-    Fixtures m_fixtures; ///< sorted by identifier
+    std::vector<CITP::Fixture> m_fixtures; ///< sorted by identifier
 };
 } // namespace Browser

@@ -1,171 +1,258 @@
-// The states of the pictures, the cache, and the choice of the next request.
+// The states of the pictures, the cache of images, and the thread that decodes.
 // SPDX-License-Identifier: Apache-2.0
 #include "picture_store.h"
 
+#include <citp_images/images.h>
+
 #include <algorithm>
+#include <utility>
+
+#include "texts.h"
 
 namespace Browser {
 namespace {
+using CITP::PictureId;
+using CITP::Pictures;
+
 constexpr int LimitKb = 96 * 1024;
+constexpr int MaxProblemLength = 300;
+
+// All versions of a picture take the same place, so that an earlier one is shown until the new one arrives.
+PictureId placeOf(PictureId id)
+{
+    id.version = 0;
+    return id;
+}
+} // namespace
+
+PictureStore::PictureStore(CITP::Pictures& pictures)
+    : m_pictures(pictures), m_images(LimitKb), m_decoder([this] { runDecoder(); })
+{
+    connect(&m_pictures, &Pictures::changed, this, &PictureStore::handleChange);
 }
 
-PictureStore::PictureStore(Requests& requests) : m_requests(requests), m_images(LimitKb)
+PictureStore::~PictureStore()
 {
-    m_requests.setPictureSource([this] { return next(); });
-    connect(&m_requests, &Requests::pictureReceived, this, &PictureStore::handlePicture);
-    connect(&m_requests, &Requests::pictureFailed, this, &PictureStore::handleFailure);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isEnding = true;
+    }
+    m_hasJobs.notify_one();
+    m_decoder.join();
 }
 
 void PictureStore::setWanted(Priority priority, std::vector<PictureId> ids)
 {
     wanted(priority) = std::move(ids);
-    if (!m_requests.isOpen())
-        return;
-    m_requests.requestPictures();
+    request(priority);
     if (priority == Priority::Library)
         Q_EMIT progress(done(), total());
 }
 
-// A picture that was evicted from the cache is fetched again only when it is shown.
-bool PictureStore::isMissing(const PictureId& id, Priority priority) const
+// Images that were evicted are decoded again only when they are looked at.
+void PictureStore::request(Priority priority)
 {
-    if (m_requests.isRequested(id) || m_requests.isRequested({id.type, id.library, id.number, !id.large}))
-        return false;
-    const auto entry = m_entries.constFind(id);
-    if (entry == m_entries.constEnd() || entry->state == State::None)
-        return true;
-    return entry->state == State::Ready && priority != Priority::Library && !m_images.contains(id);
+    std::vector<PictureId> ids;
+    for (const PictureId& id : wanted(priority)) {
+        if (m_cancelled.contains(id))
+            continue;
+        ids.push_back(id);
+        if (priority != Priority::Library && !isReady(id) && m_pictures.state(id) == Pictures::Ready)
+            decode(id);
+    }
+    const bool isLookedAt = priority == Priority::Preview || priority == Priority::Visible;
+    m_pictures.setWanted(static_cast<int>(priority), std::move(ids), isLookedAt);
 }
 
-std::optional<PictureId> PictureStore::next()
+void PictureStore::setServerUp(bool isUp)
 {
-    for (const Priority priority : {Priority::Preview, Priority::Visible, Priority::Layers, Priority::Library}) {
-        for (const PictureId& id : wanted(priority)) {
-            if (isMissing(id, priority))
-                return id;
-        }
-    }
-    return {};
+    m_isServerUp = isUp;
+    emitAll();
+}
+
+bool PictureStore::isReady(const PictureId& id) const
+{
+    const Image* const image = m_images.object(placeOf(id));
+    return image && image->version == id.version;
 }
 
 PictureStore::State PictureStore::state(const PictureId& id) const
 {
-    const State state = m_entries.value(id).state;
-    if (state == State::Ready)
-        return m_images.contains(id) ? State::Ready : State::Waiting;
-    if (state != State::None)
-        return state;
-    if (m_requests.isRequested(id))
-        return State::Waiting;
-    for (const std::vector<PictureId>& ids : m_wanted) {
-        if (std::find(ids.begin(), ids.end(), id) != ids.end())
-            return State::Waiting;
+    if (isReady(id))
+        return State::Ready;
+    if (m_problems.contains(id))
+        return State::Failed;
+    if (m_cancelled.contains(id))
+        return State::Cancelled;
+    switch (m_pictures.state(id)) {
+        case Pictures::Unknown:
+            return State::None;
+        case Pictures::Failed:
+            return State::Failed;
+        case Pictures::Waiting:
+        case Pictures::Ready:
+            break;
     }
-    return State::None;
+    return m_isServerUp || m_decoding.contains(id) ? State::Waiting : State::Failed;
+}
+
+QString PictureStore::problem(const PictureId& id) const
+{
+    if (state(id) != State::Failed)
+        return {};
+    const QString text = m_problems.value(id, m_pictures.problem(id));
+    return text.isEmpty() ? tr("server lost") : toSingleLine(text, MaxProblemLength);
 }
 
 QImage PictureStore::find(const PictureId& id) const
 {
-    const QImage* const image = m_images.object(id);
-    return image ? *image : QImage();
+    const Image* const image = m_images.object(placeOf(id));
+    return image ? image->image : QImage();
+}
+
+void PictureStore::emitAll()
+{
+    Q_EMIT manyChanged();
+    Q_EMIT progress(done(), total());
 }
 
 void PictureStore::clear()
 {
-    m_entries.clear();
-    m_images.clear();
-    for (std::vector<PictureId>& ids : m_wanted)
-        ids.clear();
-    Q_EMIT manyChanged();
-    Q_EMIT progress(0, 0);
-}
-
-void PictureStore::failPending(State state, const QString& problem)
-{
-    m_requests.cancelPictures();
-    for (const std::vector<PictureId>& ids : m_wanted) {
-        for (const PictureId& id : ids) {
-            Entry& entry = m_entries[id];
-            // A Ready picture that was evicted is missing too.
-            if (entry.state == State::None || (entry.state == State::Ready && !m_images.contains(id)))
-                entry = {state, problem};
-        }
+    {
+        // What is left of one server must not delay the pictures of another.
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_jobs.clear();
     }
-    Q_EMIT manyChanged();
-    Q_EMIT progress(done(), total());
+    ++m_generation;
+    m_decoding.clear();
+    m_images.clear();
+    m_problems.clear();
+    m_cancelled.clear();
+    for (const Priority priority : {Priority::Preview, Priority::Visible, Priority::Layers, Priority::Library}) {
+        wanted(priority).clear();
+        request(priority);
+    }
+    emitAll();
 }
 
 void PictureStore::cancel()
 {
-    failPending(State::Cancelled, {});
-}
-
-void PictureStore::failAll(const QString& problem)
-{
-    failPending(State::Failed, problem);
-}
-
-void PictureStore::removeEntries(const std::function<bool(const PictureId&, State)>& matches)
-{
-    for (auto entry = m_entries.begin(); entry != m_entries.end();)
-        entry = matches(entry.key(), entry->state) ? m_entries.erase(entry) : std::next(entry);
-    m_requests.requestPictures();
-    Q_EMIT manyChanged();
-    Q_EMIT progress(done(), total());
+    for (const std::vector<PictureId>& ids : m_wanted) {
+        for (const PictureId& id : ids) {
+            if (state(id) == State::Waiting)
+                m_cancelled.insert(id);
+        }
+    }
+    for (const Priority priority : {Priority::Preview, Priority::Visible, Priority::Layers, Priority::Library})
+        request(priority);
+    emitAll();
 }
 
 void PictureStore::retry()
 {
-    removeEntries([](const PictureId&, State state) { return state == State::Failed || state == State::Cancelled; });
+    m_cancelled.clear();
+    std::vector<PictureId> damaged(m_problems.keyBegin(), m_problems.keyEnd());
+    m_problems.clear();
+    for (const Priority priority : {Priority::Preview, Priority::Visible, Priority::Layers, Priority::Library})
+        request(priority);
+    m_pictures.reload(damaged);
+    m_pictures.retry();
+    emitAll();
 }
 
-void PictureStore::invalidate(const PictureId& id)
+void PictureStore::reload()
 {
-    if (m_entries.remove(id) == 0)
-        return;
-    m_requests.requestPictures();
-    Q_EMIT changed(id);
-    Q_EMIT progress(done(), total());
+    std::vector<PictureId> all;
+    for (const std::vector<PictureId>& ids : m_wanted)
+        all.insert(all.end(), ids.begin(), ids.end());
+    m_pictures.reload(all);
+    retry();
 }
 
-void PictureStore::invalidateLibrary(quint8 type, const QString& library)
+void PictureStore::reload(const PictureId& id)
 {
-    removeEntries([&](const PictureId& id, State) { return id.type == type && id.library == library; });
+    m_problems.remove(id);
+    if (m_cancelled.remove(id)) {
+        for (const Priority priority : {Priority::Preview, Priority::Visible, Priority::Layers, Priority::Library})
+            request(priority);
+    }
+    m_pictures.reload({id});
+    emitAll();
 }
 
-void PictureStore::invalidateAllExcept(quint8 type, const QString& library)
-{
-    removeEntries([&](const PictureId& id, State) { return id.type != type || id.library != library; });
-}
-
-int PictureStore::done() const
+int PictureStore::count(bool onlyFailed) const
 {
     const std::vector<PictureId>& ids = wanted(Priority::Library);
-    return static_cast<int>(std::count_if(
-        ids.begin(), ids.end(), [this](const PictureId& id) { return m_entries.value(id).state != State::None; }));
+    return static_cast<int>(std::count_if(ids.begin(), ids.end(), [&](const PictureId& id) {
+        const State now = state(id);
+        // An image that was evicted has been there.
+        const bool wasReady = m_pictures.state(id) == Pictures::Ready && !m_decoding.contains(id);
+        return now == State::Failed || (!onlyFailed && (now != State::Waiting || wasReady));
+    }));
 }
 
-void PictureStore::handlePicture(const PictureId& id, const Picture& picture)
+void PictureStore::handleChange(const PictureId& id)
 {
-    const QSize box = id.large ? PreviewPixels : TilePixels;
-    const bool fits = picture.image.width() <= box.width() && picture.image.height() <= box.height();
-    // A server may send a larger picture than requested.
-    auto* const image =
-        new QImage(fits ? picture.image : picture.image.scaled(box, Qt::KeepAspectRatio, Qt::FastTransformation));
-    m_images.insert(id, image, qMax(1, static_cast<int>(image->sizeInBytes() / 1024)));
-    m_entries[id] = {State::Ready, {}};
+    if (m_pictures.state(id) == Pictures::Ready) {
+        m_problems.remove(id);
+        decode(id);
+        return;
+    }
     Q_EMIT changed(id);
     Q_EMIT progress(done(), total());
 }
 
-void PictureStore::handleFailure(const PictureId& id, const QString& problem, bool isServerSilent)
+// --- Decoding --------------------------------------------------------------------------------------------------------
+
+void PictureStore::decode(const PictureId& id)
 {
-    m_entries[id] = {State::Failed, problem};
-    Q_EMIT changed(id);
-    // Waiting for the timeout of every other picture would take minutes, with the same result.
-    if (isServerSilent)
-        failPending(State::Failed, problem);
-    else
+    if (m_decoding.contains(id) || m_problems.contains(id))
+        return;
+    m_decoding.insert(id);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_jobs.push_back({id, m_pictures.find(id), m_generation});
+    }
+    m_hasJobs.notify_one();
+}
+
+void PictureStore::runDecoder()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+        m_hasJobs.wait(lock, [this] { return m_isEnding || !m_jobs.empty(); });
+        if (m_isEnding)
+            return;
+        const Job job = std::move(m_jobs.front());
+        m_jobs.pop_front();
+        lock.unlock();
+        CITP::DecodedPicture decoded = CITP::decodePicture(job.picture, job.id.size);
+        lock.lock();
+        m_results.push_back({job.id, std::move(decoded.image), std::move(decoded.problem), job.generation});
+        if (m_results.size() == 1)
+            QMetaObject::invokeMethod(this, "takeResults", Qt::QueuedConnection);
+    }
+}
+
+void PictureStore::takeResults()
+{
+    std::vector<Result> results;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        results.swap(m_results);
+    }
+    for (const Result& result : results) {
+        if (result.generation != m_generation)
+            continue;
+        m_decoding.remove(result.id);
+        if (result.problem.isEmpty())
+            m_images.insert(placeOf(result.id), new Image{result.image, result.id.version},
+                            qMax(1, static_cast<int>(result.image.sizeInBytes() / 1024)));
+        else
+            m_problems.insert(result.id, result.problem);
+        Q_EMIT changed(result.id);
+    }
+    if (!results.empty())
         Q_EMIT progress(done(), total());
 }
 } // namespace Browser

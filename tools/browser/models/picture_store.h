@@ -1,21 +1,29 @@
-// PictureStore: a bounded cache of the chosen server's pictures, which also decides which one is requested next.
+// PictureStore: the images of the chosen server's pictures, and how far each has come.
 //
-// GUI thread.
+// CITP::Pictures gets the pictures; they are decoded here, in a thread of their own, so that a picture that takes long
+// to decode does not block the window. GUI thread.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <citp_client/pictures.h>
+
 #include <QCache>
 #include <QHash>
+#include <QImage>
 #include <QObject>
+#include <QSet>
 
 #include <array>
-#include <functional>
-#include <optional>
-
-#include "requests.h"
-#include "values.h"
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
 
 namespace Browser {
+/// The size, in pixels, of the pictures of a tile and of the preview.
+constexpr QSize TilePixels(320, 240);
+constexpr QSize PreviewPixels(640, 480);
+
 class PictureStore : public QObject
 {
     Q_OBJECT
@@ -32,72 +40,96 @@ public:
     /// What a picture is wanted for, by descending priority.
     enum class Priority { Preview, Visible, Layers, Library };
 
-    /// @param requests must outlive this object
-    explicit PictureStore(Requests& requests);
+    /// @param pictures must outlive this object
+    explicit PictureStore(CITP::Pictures& pictures);
+    ~PictureStore() override;
 
     /// Sets the pictures that are wanted for @p priority, in the order in which to request them.
-    void setWanted(Priority priority, std::vector<PictureId> ids);
+    void setWanted(Priority priority, std::vector<CITP::PictureId> ids);
+    /// While the server is not up, no picture is Waiting for it.
+    void setServerUp(bool isUp);
 
-    State state(const PictureId& id) const;
-    /// Why the state is Failed; empty otherwise.
-    QString problem(const PictureId& id) const { return m_entries.value(id).problem; }
-    /// The picture, or its outdated version until the new one arrives; null if there is neither.
-    QImage find(const PictureId& id) const;
+    State state(const CITP::PictureId& id) const;
+    /// Why the state is Failed, in one line; empty otherwise.
+    QString problem(const CITP::PictureId& id) const;
+    /// The picture, or an earlier version until the new one arrives; null if there is neither.
+    QImage find(const CITP::PictureId& id) const;
 
     /// Removes everything, when another server is chosen.
     void clear();
     /// Sets all wanted pictures that are missing to Cancelled.
     void cancel();
-    /// Sets all wanted pictures that are missing to Failed because of @p problem.
-    void failAll(const QString& problem);
     /// Makes pictures that are Failed or Cancelled wanted again.
     void retry();
-    /// The picture has changed at the server. The outdated one is shown until the new one arrives.
-    void invalidate(const PictureId& id);
-    /// All pictures of the library have changed.
-    void invalidateLibrary(quint8 type, const QString& library);
-    /// All pictures may have changed.
-    void invalidateAll() { invalidateAllExcept(0, {}); }
-    /// All pictures except those of the library may have changed.
-    void invalidateAllExcept(quint8 type, const QString& library);
+    /// Requests the wanted pictures again. The images that are there stay until the new ones arrive.
+    void reload();
+    /// The same for @p id.
+    void reload(const CITP::PictureId& id);
 
-    /// Progress of Priority::Library: the number of pictures that are ready, failed or cancelled, and of all.
-    int done() const;
+    /// Progress of Priority::Library: the number of pictures that are ready, failed or cancelled, of those that have
+    /// failed, and of all.
+    int done() const { return count(false); }
+    int failed() const { return count(true); }
     int total() const { return static_cast<int>(wanted(Priority::Library).size()); }
 
-    /// @param kilobytes memory limit of the pictures; 96 MiB by default
+    /// @param kilobytes memory limit of the images; 96 MiB by default
     void setLimit(int kilobytes) { m_images.setMaxCost(kilobytes); }
 
 Q_SIGNALS:
     /// state(), problem() or find() of @p id has changed.
-    void changed(const Browser::PictureId& id);
+    void changed(const CITP::PictureId& id);
     /// The same for many pictures, in place of one changed() for each.
     void manyChanged();
     void progress(int done, int total);
 
 private:
-    struct Entry
+    struct Image
     {
-        State state = State::None;
+        QImage image;
+        quint64 version;
+    };
+    struct Job
+    {
+        CITP::PictureId id;
+        CITP::Picture picture;
+        int generation; ///< see #m_generation
+    };
+    struct Result
+    {
+        CITP::PictureId id;
+        QImage image;
         QString problem;
+        int generation;
     };
 
-    std::vector<PictureId>& wanted(Priority priority) { return m_wanted[static_cast<std::size_t>(priority)]; }
-    const std::vector<PictureId>& wanted(Priority priority) const
+    std::vector<CITP::PictureId>& wanted(Priority priority) { return m_wanted[static_cast<std::size_t>(priority)]; }
+    const std::vector<CITP::PictureId>& wanted(Priority priority) const
     {
         return m_wanted[static_cast<std::size_t>(priority)];
     }
-    std::optional<PictureId> next();
-    bool isMissing(const PictureId& id, Priority priority) const;
-    void handlePicture(const PictureId& id, const Picture& picture);
-    void handleFailure(const PictureId& id, const QString& problem, bool isServerSilent);
-    void failPending(State state, const QString& problem);
-    /// Removes the entries that match: if their pictures are wanted, they are requested again.
-    void removeEntries(const std::function<bool(const PictureId&, State)>& matches);
+    bool isReady(const CITP::PictureId& id) const;
+    int count(bool onlyFailed) const;
+    void request(Priority priority);
+    void decode(const CITP::PictureId& id);
+    void handleChange(const CITP::PictureId& id);
+    void emitAll();
+    Q_INVOKABLE void takeResults();
+    void runDecoder();
 
-    Requests& m_requests;
-    std::array<std::vector<PictureId>, 4> m_wanted;
-    QHash<PictureId, Entry> m_entries;
-    QCache<PictureId, QImage> m_images; ///< cost in KiB
+    CITP::Pictures& m_pictures;
+    std::array<std::vector<CITP::PictureId>, 4> m_wanted;
+    QCache<CITP::PictureId, Image> m_images;    ///< without their versions; cost in KiB
+    QHash<CITP::PictureId, QString> m_problems; ///< of decoding
+    QSet<CITP::PictureId> m_decoding;
+    QSet<CITP::PictureId> m_cancelled;
+    bool m_isServerUp = false;
+    int m_generation = 0; ///< counts clear(): results of earlier jobs are left out
+
+    std::mutex m_mutex; ///< guards what follows
+    std::condition_variable m_hasJobs;
+    std::deque<Job> m_jobs;
+    std::vector<Result> m_results;
+    bool m_isEnding = false;
+    std::thread m_decoder;
 };
 } // namespace Browser

@@ -1,4 +1,4 @@
-// The servers' states, their order, and the removal of old ones.
+// The order of the servers and the texts about them.
 // SPDX-License-Identifier: Apache-2.0
 #include "server_model.h"
 
@@ -7,16 +7,13 @@
 #include <QHostAddress>
 
 #include <algorithm>
-#include <limits>
 #include <utility>
+
+#include "texts.h"
 
 namespace Browser {
 namespace {
-constexpr int CleanupIntervalMs = 500;
-// Servers announce themselves every second or so.
-constexpr int AnnouncementTimeoutMs = 10000;
-// More than any network has. Without the limit, forged announcements could fill the list.
-constexpr std::size_t MaxRows = 1000;
+constexpr int SilenceIntervalMs = 1000;
 
 std::pair<quint32, int> orderOf(const QString& key)
 {
@@ -24,62 +21,111 @@ std::pair<quint32, int> orderOf(const QString& key)
 }
 } // namespace
 
-ServerModel::ServerModel()
+ServerModel::ServerModel(CITP::Directory& directory) : m_directory(directory)
 {
-    m_clock.start();
-    connect(&m_cleanupTimer, &QTimer::timeout, this, &ServerModel::removeExpired);
-    m_cleanupTimer.start(CleanupIntervalMs);
+    connect(&m_directory, &CITP::Directory::changed, this, &ServerModel::update);
+    const QStringList keys = m_directory.keys();
+    for (const QString& key : keys)
+        update(key);
+    startTimer(SilenceIntervalMs);
 }
 
-int ServerModel::rowCount(const QModelIndex& parent) const
+void ServerModel::update(const QString& key)
 {
-    return parent.isValid() ? 0 : static_cast<int>(m_rows.size());
+    const int known = rowOf(key);
+    if (m_directory.server(key).key.isEmpty()) {
+        if (known < 0)
+            return;
+        beginRemoveRows({}, known, known);
+        m_keys.removeAt(known);
+        endRemoveRows();
+        return;
+    }
+    if (known >= 0) {
+        Q_EMIT dataChanged(index(known), index(known));
+        return;
+    }
+    const auto place =
+        std::find_if(m_keys.begin(), m_keys.end(), [&](const QString& other) { return orderOf(key) < orderOf(other); });
+    const int row = static_cast<int>(place - m_keys.begin());
+    beginInsertRows({}, row, row);
+    m_keys.insert(row, key);
+    endInsertRows();
 }
 
-QString ServerModel::textFor(State state)
+void ServerModel::timerEvent(QTimerEvent* /*event*/)
 {
-    switch (state) {
-        case State::Seen:
+    QStringList silent;
+    for (const QString& key : std::as_const(m_keys)) {
+        if (isSilent(m_directory.server(key)))
+            silent << key;
+    }
+    // Those that were silent are not any more.
+    const QStringList changed = silent + std::exchange(m_silent, silent);
+    for (const QString& key : changed)
+        update(key);
+}
+
+bool ServerModel::isSilent(const CITP::Server& server) const
+{
+    return server.state == State::Up && m_directory.silence(server.key) >= SilentMs;
+}
+
+QString ServerModel::stateText(const CITP::Server& server) const
+{
+    switch (server.state) {
+        case State::Heard:
             return tr("seen");
         case State::Connecting:
             return tr("connecting");
+        case State::Failing:
+            return tr("failing");
         case State::Up:
-            return tr("up");
+            return isSilent(server) ? tr("no sign of life for %1 s").arg(m_directory.silence(server.key) / 1000)
+                                    : tr("up");
         case State::Lost:
             break;
     }
     return tr("lost");
 }
 
+int ServerModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : static_cast<int>(m_keys.size());
+}
+
 QVariant ServerModel::data(const QModelIndex& index, int role) const
 {
     if (!index.isValid() || index.row() >= rowCount())
         return {};
-    const Row& row = m_rows[static_cast<std::size_t>(index.row())];
-    const Server& server = row.server;
-    const QString name = server.name.isEmpty() ? server.key : server.name;
-    const QString product = server.product.isEmpty() && server.version.isEmpty()
-                                ? QString()
-                                : QStringLiteral("%1 %2").arg(server.product, server.version).trimmed();
+    const QString& key = m_keys.at(index.row());
+    const CITP::Server server = m_directory.server(key);
+    const QString product = toSingleLine(QStringLiteral("%1 %2").arg(server.product, server.version).trimmed(), 200);
     switch (role) {
         case KeyRole:
         case AddressRole:
-            return server.key;
+            return key;
         case StateRole:
-            return static_cast<int>(row.state);
+            return static_cast<int>(server.state);
         case Qt::DisplayRole:
         case NameRole:
-            return name;
+            return nameOf(key);
         case ProductRole:
             return product;
+        case StateTextRole:
+            return stateText(server);
+        case IsSilentRole:
+            return isSilent(server);
         case Qt::AccessibleTextRole:
-            return QStringList{name, textFor(row.state), product, server.key}.join(QStringLiteral(", "));
+            return QStringList{nameOf(key), stateText(server), product, key}.join(QStringLiteral(", "));
         case Qt::ToolTipRole: {
-            QStringList lines{name, tr("State: %1").arg(textFor(row.state)), tr("Address: %1").arg(server.key)};
+            QStringList lines{nameOf(key), tr("State: %1").arg(stateText(server)), tr("Address: %1").arg(key)};
+            if (!server.problem.isEmpty())
+                lines << toSingleLine(server.problem, 400);
             if (!product.isEmpty())
                 lines << tr("Product: %1").arg(product)
-                      << tr("MSEX 1.%1, layers: %2").arg(server.msexMinor).arg(server.layers);
-            return lines.join(QLatin1Char('\n')).toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("<br>"));
+                      << tr("MSEX 1.%1, layers: %2").arg(server.msexMinor).arg(server.layers.size());
+            return toToolTip(lines);
         }
         default:
             return {};
@@ -88,120 +134,24 @@ QVariant ServerModel::data(const QModelIndex& index, int role) const
 
 int ServerModel::rowOf(const QString& key) const
 {
-    const auto found =
-        std::find_if(m_rows.begin(), m_rows.end(), [&](const Row& row) { return row.server.key == key; });
-    return found == m_rows.end() ? -1 : static_cast<int>(found - m_rows.begin());
+    return static_cast<int>(m_keys.indexOf(key));
 }
 
-Server ServerModel::server(const QString& key) const
+QString ServerModel::nameOf(const QString& key) const
 {
-    const int row = rowOf(key);
-    Server none;
-    none.key = key;
-    return row < 0 ? none : m_rows[static_cast<std::size_t>(row)].server;
+    const QString name = toSingleLine(m_directory.server(key).name);
+    return name.isEmpty() ? key : name;
 }
 
 ServerModel::State ServerModel::stateOf(const QString& key) const
 {
-    const int row = rowOf(key);
-    return row < 0 ? State::Lost : m_rows[static_cast<std::size_t>(row)].state;
+    const CITP::Server server = m_directory.server(key);
+    return server.key.isEmpty() ? State::Lost : server.state;
 }
 
 int ServerModel::countUp() const
 {
     return static_cast<int>(
-        std::count_if(m_rows.begin(), m_rows.end(), [](const Row& row) { return row.state == State::Up; }));
-}
-
-// The server's row, inserted if it is new; -1 if there are already @p maxRows rows.
-int ServerModel::rowFor(const Server& server, std::size_t maxRows)
-{
-    const int known = rowOf(server.key);
-    if (known >= 0)
-        return known;
-    if (m_rows.size() >= maxRows)
-        return -1;
-    const auto place = std::find_if(m_rows.begin(), m_rows.end(),
-                                    [&](const Row& row) { return orderOf(server.key) < orderOf(row.server.key); });
-    const int row = static_cast<int>(place - m_rows.begin());
-    Row added;
-    added.server = server;
-    added.since = m_clock.elapsed();
-    beginInsertRows({}, row, row);
-    m_rows.insert(place, added);
-    endInsertRows();
-    return row;
-}
-
-void ServerModel::setState(int row, State state)
-{
-    Row& changed = m_rows[static_cast<std::size_t>(row)];
-    changed.state = state;
-    changed.since = m_clock.elapsed();
-    Q_EMIT dataChanged(index(row), index(row));
-}
-
-void ServerModel::setAnnounced(const QString& key, const QString& name)
-{
-    Server server;
-    server.key = key;
-    server.name = name;
-    const bool isNew = rowOf(key) < 0;
-    const int row = rowFor(server, MaxRows);
-    if (row < 0)
-        return;
-    Row& announced = m_rows[static_cast<std::size_t>(row)];
-    announced.lastAnnounced = m_clock.elapsed();
-    // A lost server keeps its row and its values while the stack connects to it again.
-    if (announced.state == State::Lost || (announced.state == State::Seen && !isNew))
-        setState(row, State::Connecting);
-}
-
-void ServerModel::setUp(const Server& server)
-{
-    // No limit here: a connected server is real, and the stack reports it only once.
-    const int row = rowFor(server, std::numeric_limits<std::size_t>::max());
-    m_rows[static_cast<std::size_t>(row)].server = server;
-    setState(row, State::Up);
-}
-
-void ServerModel::setDown(const QString& key)
-{
-    const int row = rowOf(key);
-    if (row >= 0 && m_rows[static_cast<std::size_t>(row)].state == State::Up)
-        setState(row, State::Lost);
-}
-
-void ServerModel::removeUnconnected()
-{
-    for (int row = rowCount() - 1; row >= 0; --row) {
-        const State state = m_rows[static_cast<std::size_t>(row)].state;
-        if (state != State::Seen && state != State::Connecting)
-            continue;
-        beginRemoveRows({}, row, row);
-        m_rows.erase(m_rows.begin() + row);
-        endRemoveRows();
-    }
-}
-
-void ServerModel::removeExpired()
-{
-    const qint64 now = m_clock.elapsed();
-    for (int row = rowCount() - 1; row >= 0; --row) {
-        const Row& old = m_rows[static_cast<std::size_t>(row)];
-        const bool isStale = now - old.lastAnnounced >= AnnouncementTimeoutMs;
-        const bool wasUp = !old.server.version.isEmpty();
-        if (old.state == State::Connecting && isStale && wasUp) {
-            setState(row, State::Lost);
-            continue;
-        }
-        const bool isExpired =
-            old.state == State::Lost ? now - old.since >= m_retentionMs : old.state != State::Up && isStale;
-        if (!isExpired)
-            continue;
-        beginRemoveRows({}, row, row);
-        m_rows.erase(m_rows.begin() + row);
-        endRemoveRows();
-    }
+        std::count_if(m_keys.begin(), m_keys.end(), [this](const QString& key) { return stateOf(key) == State::Up; }));
 }
 } // namespace Browser

@@ -1,20 +1,22 @@
-// Session: the models, their data sources, and the chosen server and library; everything except the window.
+// Session: the models, the client layer beneath them, and the chosen server and library; everything except the window.
 //
 // GUI thread; at most one instance at a time.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <QObject>
+#include <QTimer>
 
+#include <memory>
+
+#include "adapters.h"
 #include "element_model.h"
-#include "inbox.h"
 #include "layer_model.h"
 #include "library_filter.h"
 #include "library_model.h"
 #include "log_model.h"
 #include "patch_model.h"
 #include "picture_store.h"
-#include "requests.h"
 #include "server_model.h"
 #include "stack_options.h"
 
@@ -24,7 +26,8 @@ class Session : public QObject
     Q_OBJECT
 
 public:
-    Session();
+    /// @param pictureFolder in which pictures are kept for the next run; empty for none
+    explicit Session(const QString& pictureFolder = {});
     ~Session() override;
 
     /// Starts the discovery of servers.
@@ -38,12 +41,14 @@ public:
     LayerModel& layers() { return m_layers; }
     PatchModel& patch() { return m_patch; }
     PictureStore& pictures() { return m_pictures; }
-    Requests& requests() { return m_requests; }
+    CITP::Transport& transport() { return m_transport; }
+    CITP::Directory& directory() { return m_directory; }
+    CITP::Requests& requests() { return m_requests; }
 
     /// Shows the server @p key, or none if empty. If it is not up, its content is loaded once it is.
     void chooseServer(const QString& key);
     QString chosenServer() const { return m_chosen; }
-    bool isChosenUp() const { return m_requests.isOpen(); }
+    bool isChosenUp() const { return m_isUp; }
     /// Shows a library of the chosen server.
     void chooseLibrary(quint8 type, const QString& library);
     /// Requests everything that is shown again from the chosen server.
@@ -59,13 +64,26 @@ Q_SIGNALS:
     void adapterChanged();
 
 private:
-    void open(const Server& server);
-    void setUp(const Server& server);
-    void setDown(const QString& key);
+    /// What is known of the chosen server.
+    struct Content
+    {
+        Content(CITP::Requests& requests, const CITP::Server& server);
+
+        CITP::Server server; ///< as when it came up
+        CITP::Catalogue catalogue;
+        CITP::Layers layers;
+    };
+
+    void follow(const QString& key);
+    void show(std::unique_ptr<Content> content);
+    void requestPatch();
+    void checkAdapter();
 
     LogModel m_log;
-    Inbox m_inbox;
-    Requests m_requests;
+    CITP::StackTransport m_transport;
+    CITP::Requests m_requests;
+    CITP::Pictures m_pictureFiles;
+    CITP::Directory m_directory;
     PictureStore m_pictures;
     ServerModel m_servers;
     LibraryModel m_libraries;
@@ -73,8 +91,11 @@ private:
     ElementModel m_elements;
     LayerModel m_layers;
     PatchModel m_patch;
+    std::unique_ptr<Content> m_content;
+    std::unique_ptr<CITP::Patch> m_fixtures;
     QString m_chosen;
-    QString m_shown; ///< key of the server whose content the models hold
+    bool m_isUp = false; ///< the chosen server
+    QTimer m_adapterTimer;
     AdapterState m_adapter;
     bool m_isStarted = false;
 };

@@ -8,6 +8,13 @@
 #include "painting.h"
 
 namespace Browser {
+void LayerDelegate::initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const
+{
+    QStyledItemDelegate::initStyleOption(option, index);
+    if (index.data(LayerModel::IsOldRole).toBool())
+        option->palette.setColor(QPalette::Text, dimmed(option->palette, 0.5));
+}
+
 void LayerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
 {
     if (index.column() != LayerModel::Picture && index.column() != LayerModel::Position) {

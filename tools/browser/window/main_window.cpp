@@ -47,8 +47,7 @@ void MainWindow::closeEvent(QCloseEvent* event)
 
 QString MainWindow::serverName() const
 {
-    const Server server = m_session.servers().server(m_session.chosenServer());
-    return server.name.isEmpty() ? server.key : server.name;
+    return m_session.servers().nameOf(m_session.chosenServer());
 }
 
 // Unless a server is chosen already: chooses the saved server once it is up or, without a saved one, the first server
@@ -81,7 +80,8 @@ void MainWindow::showChosen()
 
 void MainWindow::expandMedia()
 {
-    const QModelIndex media = m_session.filteredLibraries().mapFromSource(m_session.libraries().find(1, RootLibrary));
+    const QModelIndex media =
+        m_session.filteredLibraries().mapFromSource(m_session.libraries().find(1, CITP::rootLibrary()));
     if (media.isValid())
         m_libraries->expand(media);
 }
@@ -91,7 +91,7 @@ void MainWindow::showLibrary(const QModelIndex& index)
     if (!index.isValid())
         return;
     const QString id = index.data(LibraryModel::IdRole).toString();
-    if (id != RootLibrary)
+    if (id != CITP::rootLibrary())
         m_session.chooseLibrary(static_cast<quint8>(index.data(LibraryModel::TypeRole).toInt()), id);
 }
 
@@ -192,7 +192,7 @@ void MainWindow::showPreview()
     }
     m_number = elements.element(index.row()).number;
     m_preview->setFields(elements.fields(index.row()));
-    m_session.pictures().setWanted(PictureStore::Priority::Preview, {elements.pictureId(index.row(), true)});
+    m_session.pictures().setWanted(PictureStore::Priority::Preview, {elements.pictureId(index.row(), PreviewPixels)});
     showPicture();
 }
 
@@ -202,8 +202,11 @@ void MainWindow::showPicture()
         return;
     const ElementModel& elements = m_session.elements();
     const PictureStore& pictures = m_session.pictures();
-    const PictureId large{elements.type(), elements.library(), m_number, true};
-    const PictureId small{elements.type(), elements.library(), m_number, false};
+    const int row = elements.rowOf(m_number);
+    if (row < 0)
+        return;
+    const CITP::PictureId large = elements.pictureId(row, PreviewPixels);
+    const CITP::PictureId small = elements.pictureId(row);
     const QImage image = pictures.find(large);
     QString text = tr("loading…");
     if (pictures.state(large) == PictureStore::State::Failed)

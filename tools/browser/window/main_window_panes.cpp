@@ -198,10 +198,9 @@ void MainWindow::makePreview()
         const int row = m_elements->currentIndex().row();
         if (row < from.row() || row > to.row())
             return;
-        m_preview->setFields(m_session.elements().fields(row));
-        showPicture();
+        showPreview();
     });
-    connect(&m_session.pictures(), &PictureStore::changed, this, [this](const PictureId& id) {
+    connect(&m_session.pictures(), &PictureStore::changed, this, [this](const CITP::PictureId& id) {
         if (id.number == m_number)
             showPicture();
     });
@@ -227,7 +226,12 @@ void MainWindow::makeLayers()
     for (const auto& [column, width] : widths)
         m_layers->setColumnWidth(column, width);
     m_layers->horizontalHeader()->setSectionResizeMode(LayerModel::Name, QHeaderView::Stretch);
-    addPane(QStringLiteral("layers"), tr("Layers"), m_layers, Qt::BottomDockWidgetArea);
+    QDockWidget* const pane = addPane(QStringLiteral("layers"), tr("Layers"), m_layers, Qt::BottomDockWidgetArea);
+    connect(&m_session.layers(), &LayerModel::ageChanged, pane, [this, pane] {
+        const QString age = m_session.layers().age();
+        pane->setWindowTitle(age.isEmpty() ? tr("Layers") : tr("Layers (%1)", "how old their status is").arg(age));
+        m_layers->viewport()->update();
+    });
 }
 
 void MainWindow::makePatch()

@@ -21,10 +21,11 @@ void paintLight(QPainter* painter, const QRectF& place, ServerModel::State state
     painter->setRenderHint(QPainter::Antialiasing);
     painter->setBrush(Qt::NoBrush);
     switch (state) {
-        case ServerModel::State::Seen:
+        case ServerModel::State::Heard:
             painter->setPen(QPen(Amber, 2));
             painter->drawEllipse(place);
             break;
+        case ServerModel::State::Failing:
         case ServerModel::State::Connecting:
             painter->setPen(QPen(Amber, 2));
             painter->drawEllipse(place);
@@ -52,6 +53,7 @@ QSize ServerDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelI
 
 void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
 {
+    const bool isSilent = index.data(ServerModel::IsSilentRole).toBool();
     const auto state = static_cast<ServerModel::State>(index.data(ServerModel::StateRole).toInt());
     const bool isSelected = option.state.testFlag(QStyle::State_Selected);
     const bool isLost = state == ServerModel::State::Lost;
@@ -76,16 +78,16 @@ void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
         painter->drawEllipse(
             QRectF(inner.left() - 1, inner.top() + (line - LightSize) / 2.0 - 3, LightSize + 6, LightSize + 6));
     }
-    paintLight(painter, QRectF(inner.left() + 2, inner.top() + (line - LightSize) / 2.0, LightSize, LightSize), state,
-               grey);
+    paintLight(painter, QRectF(inner.left() + 2, inner.top() + (line - LightSize) / 2.0, LightSize, LightSize),
+               isSilent ? ServerModel::State::Connecting : state, grey);
 
     QRect text = inner.adjusted(LightSize + 3 * Padding, 0, 0, 0);
     text.setHeight(line);
     QFont bold = option.font;
     bold.setBold(true);
     const QString product = index.data(ServerModel::ProductRole).toString();
-    const QString stateText = ServerModel::textFor(state);
-    const bool showsState = state != ServerModel::State::Up;
+    const QString stateText = index.data(ServerModel::StateTextRole).toString();
+    const bool showsState = isSilent || state != ServerModel::State::Up;
     painter->setPen(textColour);
     painter->setFont(bold);
     painter->drawText(

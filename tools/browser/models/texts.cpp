@@ -1,0 +1,37 @@
+// The characters that are replaced or left out.
+// SPDX-License-Identifier: Apache-2.0
+#include "texts.h"
+
+#include <QStringList>
+
+namespace Browser {
+namespace {
+// No written language needs more on one character.
+constexpr int MaxCombiningMarks = 4;
+} // namespace
+
+QString toSingleLine(const QString& text, int longest)
+{
+    QString line;
+    int marks = 0;
+    for (const QChar c : text.left(longest)) {
+        marks = c.isMark() ? marks + 1 : 0;
+        const QChar::Category category = c.category();
+        const bool isBlank = category == QChar::Other_Control || category == QChar::Other_Format ||
+                             category == QChar::Separator_Line || category == QChar::Separator_Paragraph;
+        if (marks <= MaxCombiningMarks)
+            line += isBlank ? QChar(QLatin1Char(' ')) : c;
+    }
+    if (text.size() > longest) {
+        if (line.at(line.size() - 1).isHighSurrogate())
+            line.chop(1);
+        line += QChar(0x2026);
+    }
+    return line;
+}
+
+QString toToolTip(const QStringList& lines)
+{
+    return lines.join(QLatin1Char('\n')).toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("<br>"));
+}
+} // namespace Browser
