@@ -91,13 +91,16 @@ bool Guards::update()
         }
     }
     reportOmitted(Omitted::All);
-    // Destroyed after the lock is released, as in set().
-    const citp_options::Data previous = m_limits;
+    // What they are swapped with is destroyed after the lock is released, as in set().
+    citp_options::Data limits;
+    citp_options::Observer observer;
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_hasNext = false;
-    m_limits = static_cast<const citp_options::Data&>(*std::as_const(m_next).d);
+    limits = static_cast<const citp_options::Data&>(*std::as_const(m_next).d);
+    observer = limits.observer;
+    std::swap(m_limits, limits);
+    std::swap(m_observer, observer);
     m_interval = std::chrono::milliseconds(m_limits.reportInterval);
-    m_observer = m_limits.observer;
     m_maxUnsentBytes = m_limits.maxUnsentBytes;
     m_watchesStreams = m_limits.smallMessageGuard || m_limits.maxMessageSize > 0 || m_limits.stallTimeout > 0 ||
                        m_limits.maxLostMessages > 0 || m_limits.maxTurnTime > 0 || m_limits.maxTurnBytes > 0 ||
@@ -108,7 +111,6 @@ bool Guards::update()
                                                : std::numeric_limits<quint32>::max()) -
                   m_minSize;
     m_maxUnread = m_limits.maxUnreadBytes > 0 ? m_limits.maxUnreadBytes : std::numeric_limits<qint64>::max();
-    countCheck.isEnabled = m_limits.countGuard;
     return true;
 }
 

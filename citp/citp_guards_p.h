@@ -79,6 +79,16 @@ public:
     enum class Omitted { OfEndedIntervals, All };
     /// Reports what was omitted. Called at each tick.
     void reportOmitted(Omitted which);
+    /// Parses a message from a server, with the check of its counts if that is wanted. What receivers and observers
+    /// parse on this thread is not checked.
+    template <typename Message>
+    Message parse(const QByteArray& buffer) const
+    {
+        countCheck.isEnabled = m_limits.countGuard;
+        Message message(buffer);
+        countCheck.isEnabled = false;
+        return message;
+    }
     /// Reports that the message just parsed, from @p server, was not valid because of a wrong count, if so.
     void reportWrongCount(const QString& server)
     {

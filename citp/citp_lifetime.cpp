@@ -232,6 +232,7 @@ bool citp_stack::Private::shutDown()
             delete child;
         }
     };
-    return worker->shutDown(deleteChildren) && waitForCallers();
+    // Callers that are inside may use the children. Later ones leave at once, but may still be inside the stack itself.
+    return waitForCallers() && worker->shutDown(deleteChildren) && waitForCallers();
 }
 } // namespace CITP

@@ -90,6 +90,8 @@ std::shared_ptr<const void> citp_stack::observeDiscovery(const DiscoveryObserver
     }
     auto kept = std::make_shared<const DiscoveryObserver>(observer);
     const std::lock_guard<std::mutex> lock(d->observersMutex);
+    const auto isGone = [](const std::weak_ptr<const DiscoveryObserver>& other) { return other.expired(); };
+    d->observers.erase(std::remove_if(d->observers.begin(), d->observers.end(), isGone), d->observers.end());
     d->observers.push_back(kept);
     d->hasObservers = true;
     return kept;
@@ -97,23 +99,25 @@ std::shared_ptr<const void> citp_stack::observeDiscovery(const DiscoveryObserver
 
 void citp_stack::Private::tell(DiscoveryEvent::Kind kind, const SERV_ID& server, const QString& text)
 {
-    if (!hasObservers) {
+    // The key of a server that was announced over a connection contains the key of that connection.
+    if (!hasObservers || server.count(QLatin1Char(':')) > 1) {
         return;
     }
-    std::vector<std::shared_ptr<const DiscoveryObserver>> current;
-    {
-        const std::lock_guard<std::mutex> lock(observersMutex);
-        const auto isGone = [&current](const std::weak_ptr<const DiscoveryObserver>& observer) {
-            current.push_back(observer.lock());
-            return !current.back();
-        };
-        observers.erase(std::remove_if(observers.begin(), observers.end(), isGone), observers.end());
-        hasObservers = !observers.empty();
-    }
-    for (const auto& observer : current) {
-        if (observer) {
+    std::unique_lock<std::mutex> lock(observersMutex);
+    const std::vector<std::weak_ptr<const DiscoveryObserver>> current = observers;
+    lock.unlock();
+    bool isObserved = false;
+    for (const auto& each : current) {
+        // Not before: an observer may end the observation of the next one.
+        if (const std::shared_ptr<const DiscoveryObserver> observer = each.lock()) {
+            isObserved = true;
             (*observer)({kind, server, text});
         }
+    }
+    if (!isObserved) {
+        lock.lock();
+        hasObservers =
+            std::any_of(observers.cbegin(), observers.cend(), [](const auto& each) { return !each.expired(); });
     }
 }
 

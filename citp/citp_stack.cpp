@@ -172,7 +172,7 @@ void citp_stack::timepop()
         }
     }
     if (m_enabled) {
-        d->connectNamedServers();
+        d->connectNamedServers(isReset);
     }
     if (!m_udpSocket && m_udpNetSocket.IsValid()) {
         const int descriptor = duplicateDescriptor(m_udpNetSocket);
@@ -301,10 +301,7 @@ void citp_stack::handlePLOC(const QString& host, const Msg_PEER_PLOC& ploc)
         return;
     }
     const SERV_ID key = buildServerKey(host, ploc.port);
-    // The host of one that came over a connection is a server key.
-    if (!host.contains(QLatin1Char(':'))) {
-        d->tell(DiscoveryEvent::Heard, key, ploc.name);
-    }
+    d->tell(DiscoveryEvent::Heard, key, ploc.name);
     const StackLock lock(m_mutex);
     if (m_servers.contains(key) || !d->admits(host, key)) {
         return;
@@ -363,10 +360,13 @@ void citp_stack::rxconnected()
     STACK_LOG(stackLogContext(), Os::Log::Traffic, "connected to " << toAscii(key));
     socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
     d->applyLimits(*record);
-    d->tell(DiscoveryEvent::Connected, key);
     sendMsg(key, Msg_PEER_PNAM(QStringLiteral("TarnCitpLayer")));
     sendMsg(key, Msg_MSEX_CInf());
     sendMsg(key, Msg_FPTC_SPTC(static_cast<const std::vector<unsigned short>*>(nullptr)));
+    // An observer may send, but nothing goes before the greeting.
+    if (d->recordOf(socket)) {
+        d->tell(DiscoveryEvent::Connected, key);
+    }
 }
 
 void citp_stack::rxdisconnected()
@@ -519,7 +519,7 @@ constexpr Inbound inbound(const Layer& layer, const char* code, const char* meta
             metaType,
             [](const char* name) { qRegisterMetaType<Message>(name); },
             [](citp_stack& stack, const Guards& guards, const QByteArray& buffer, const QString& source) {
-                Message message(buffer);
+                Message message = guards.parse<Message>(buffer);
                 if (message.valid) {
                     guards.countCopies(message, static_cast<int>(buffer.size()));
                     Q_EMIT(stack.*signal)(source, message);
@@ -604,7 +604,7 @@ void citp_stack::processMsgIn(QByteArray& buffer, const QString& source)
         }
         handlePLOC(source, ploc);
     } else if (layer == &msex && code == QLatin1String("SInf")) {
-        handleSINF(source, Msg_MSEX_SINF(buffer));
+        handleSINF(source, d->guards.parse<Msg_MSEX_SINF>(buffer));
         d->guards.reportWrongCount(source);
     } else if (layer != &pinf || code != QLatin1String("PNam")) {
         STACK_LOG(stackLogContext(), Os::Log::Traffic, "unhandled " << toAscii(contentType) << " " << toAscii(code));

@@ -127,7 +127,8 @@ public:
     ///
     /// Some servers (products of "coolux" and "arkaos") lose requests that come too fast. Requests to them are paced:
     /// one GELI or GEIn is outstanding, further ones wait in the stack, and each ELIn or MEIn received releases one.
-    /// There is no timeout: an unanswered request blocks the later ones until the server is removed.
+    /// Without citp_options::setRequestTimeout(), an unanswered request blocks the later ones until the server is
+    /// removed.
     ///
     /// @return true if the message was passed to the worker thread or queued, which does not mean that it reached the
     /// server; false if it was rejected. The log states the reason: "message err" (not valid), "cannot send this

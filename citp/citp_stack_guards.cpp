@@ -55,6 +55,7 @@ bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 si
     if (guards.mustWait(size)) {
         guards.report(citp_options::UnreadNotifications, record.key, unreadBytes, limits.maxUnreadBytes);
         record.isSuspended = true;
+        record.suspension = ++suspensions;
         record.wasFull = true;
         // At the level at which the message fits, so that it is not suspended again at once.
         const qint64 level = limits.maxUnreadBytes - citp_options::unreadCost(size);
@@ -148,9 +149,17 @@ bool citp_stack::Private::dropsDatagram(const QByteArray& datagram, const QStrin
 
 void citp_stack::Private::readAllServers()
 {
-    const QList<const QObject*> sockets = connections.keys();
-    for (const QObject* const socket : sockets) {
-        if (Record* const record = recordOf(socket)) {
+    // Those that have waited longest come first. Otherwise the first one could use up the limit each time.
+    std::vector<std::pair<quint64, const QObject*>> sockets;
+    for (auto connection = connections.cbegin(); connection != connections.cend(); ++connection) {
+        sockets.emplace_back(connection.value()->suspension, connection.key());
+    }
+    std::sort(sockets.begin(), sockets.end());
+    const quint64 latest = suspensions;
+    for (const auto& waiting : sockets) {
+        Record* const record = recordOf(waiting.second);
+        // Once one is suspended again, those that still wait stay suspended.
+        if (record && (!record->isSuspended || suspensions == latest)) {
             record->isSuspended = false;
             readMessages(record->m_socket);
         }
@@ -191,6 +200,9 @@ void citp_stack::Private::checkTimeouts()
         }
         if (record && limits.requestTimeout > 0) {
             std::unique_lock<std::mutex> queueLock(queueMutex);
+            if (record->requestSent && (record->isSuspended || record->isTurnQueued)) {
+                record->requestSent = now; // the answer may have arrived, and waits for the application
+            }
             const std::optional<Clock::time_point> sent = record->requestSent;
             queueLock.unlock();
             if (sent && hasExpired(*sent, limits.requestTimeout)) {
@@ -375,6 +387,7 @@ bool citp_stack::Private::tickGuards()
     for (Record* const record : std::as_const(connections)) {
         applyLimits(*record);
         record->incomplete = 0;
+        record->lostMessages = 0;
     }
     // What has already arrived is judged by the new limits.
     readAllServers();
@@ -389,7 +402,7 @@ bool citp_stack::Private::tickGuards()
     return limits.groups != groups;
 }
 
-void citp_stack::Private::connectNamedServers()
+void citp_stack::Private::connectNamedServers(bool isReset)
 {
     const Clock::time_point now = Clock::now();
     const milliseconds firstPause(guards.limits().retryInterval);
@@ -397,11 +410,18 @@ void citp_stack::Private::connectNamedServers()
         const QString host = server.address.toString();
         const StackLock lock(q->m_mutex);
         Record* const record = find(buildServerKey(host, server.port));
+        if (isReset) {
+            server.pause = firstPause;
+            server.nextAttempt = now;
+        }
         if (record && record->m_notified) {
             server.pause = firstPause;
             server.nextAttempt = now + firstPause;
         } else if (now >= server.nextAttempt && (!record || !record->isConnected)) {
-            // An attempt without an answer would last for minutes.
+            // An attempt without an answer would last for minutes. One that has just begun goes on.
+            if (record && now - record->created < connectTime) {
+                continue;
+            }
             if (record) {
                 giveUp(record);
             }

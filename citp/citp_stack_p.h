@@ -40,6 +40,7 @@ struct CITP_HIDDEN citp_stack::Record final : citp_stack::ServerInfo
     bool isConnected = false;                 ///< the connection has opened
     bool isTurnQueued = false;                ///< the rest of the stream is read in a later turn
     bool isSuspended = false;                 ///< not read until the application has caught up
+    quint64 suspension = 0;                   ///< the number of its last suspension
     bool hasEnded = false;                    ///< the connection has ended, but what arrived before is not read yet
     bool wasFull = false;                     ///< the socket may have stopped reading, because its buffer was full
     int lostMessages = 0;                     ///< consecutive pieces of the stream that did not begin a message
@@ -109,8 +110,8 @@ struct CITP_HIDDEN citp_stack::Private
     /// Takes new options, and ends what lasts for a tick. Called at each tick, first.
     /// @return whether the discovery socket must be reopened, because other groups are wanted
     bool tickGuards();
-    /// Connects the servers named by hand that are due. Called at each tick, last.
-    void connectNamedServers();
+    /// Connects the servers named by hand that are due, after a reset all of them. Called at each tick, last.
+    void connectNamedServers(bool isReset);
     /// Acts on messages and requests whose timeout has expired.
     void checkTimeouts();
     void startTimeout(int timeout);
@@ -161,6 +162,7 @@ struct CITP_HIDDEN citp_stack::Private
         std::chrono::milliseconds pause;
     };
     std::vector<NamedServer> namedServers;
+    quint64 suspensions = 0; ///< how often a server was suspended, see Record::suspension
 };
 
 /// Registers the classes of the queued signals with Qt. Once per process, before the first emission.

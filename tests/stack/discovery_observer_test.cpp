@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
+#include <citp/citp_msg_msex_requests.h>
 #include <citp/citp_options.h>
 
 #include <mutex>
@@ -149,4 +150,31 @@ TEST_F(DiscoveryObserverTest, EachObserverIsToldUntilItsObservationEnds)
     runOnWorker([] {});
     waitForEvents(early, events);
     EXPECT_EQ(early.use_count(), 1);
+}
+
+TEST_F(DiscoveryObserverTest, AnObservationMayEndInsideTheCallOfAnotherObserver)
+{
+    std::shared_ptr<const void> second;
+    const auto first = stack->observeDiscovery([&second](const citp_stack::DiscoveryEvent&) { second.reset(); });
+    second = observe(m_told);
+    m_server.stopListening();
+    log.expectFailureLine("Connection refused");
+    m_server.announce("Stage");
+    ASSERT_TRUE(waitForLine("Connection refused"));
+    runOnWorker([] {});
+    EXPECT_TRUE(m_told->events.empty());
+}
+
+TEST_F(DiscoveryObserverTest, WhatAnObserverSendsFollowsTheGreeting)
+{
+    const auto observation = stack->observeDiscovery([this](const citp_stack::DiscoveryEvent& event) {
+        if (event.kind == citp_stack::DiscoveryEvent::Connected) {
+            EXPECT_TRUE(stack->sendMsg(event.server, CITP::Msg_MSEX_GELI(0, 1, QString(), {})));
+        }
+    });
+    m_server.announce("Stage");
+    Connection connection = m_server.accept();
+    for (const char* const code : {"PNam", "CInf", "SPtc", "GELI"}) {
+        EXPECT_EQ(Wire::code(connection.receive()), code);
+    }
 }

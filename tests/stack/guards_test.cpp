@@ -6,6 +6,7 @@
 #include <citp/citp_msg_msex_requests.h>
 #include <citp/citp_options.h>
 
+#include <QSemaphore>
 #include <QThread>
 
 #include <netinet/in.h>
@@ -958,6 +959,71 @@ TEST_F(GuardsUnreadTest, OtherServersWaitOnlyWhileTheySend)
     EXPECT_TRUE(waitFor([&] { return isListed(other); }));
 }
 
+TEST_F(GuardsTest, ServersThatFillTheLimitOfUnreadNotificationsTakeTurns)
+{
+    constexpr int limit = 10;
+    constexpr int rounds = 20;
+    QSemaphore allowed;
+    QThread application;
+    QObject receiver;
+    receiver.moveToThread(&application);
+    QObject::connect(stack, &CITP::citp_stack::layerStatus, &receiver, [&allowed] { allowed.acquire(); });
+    citp_options options;
+    options.setMaxUnreadBytes(limit * citp_options::unreadCost(Wire::lsta(1).size()));
+    apply(options);
+    FakeServer one;
+    FakeServer two("127.0.0.3");
+    Connection first = admit(one);
+    Connection second = admit(two);
+    application.start();
+    for (Connection* const connection : {&first, &second}) {
+        connection->send(Wire::lsta(1).repeated(limit * (rounds + 2)));
+    }
+    const auto emitted = [this](const FakeServer& server) {
+        return recorder->count("layerStatus " + keyOf(server) + " 1");
+    };
+    for (int round = 1; round <= rounds; ++round) {
+        EXPECT_TRUE(waitFor([&] { return emitted(one) + emitted(two) == limit * round; }));
+        allowed.release(limit);
+    }
+    EXPECT_GE(emitted(one), limit * rounds / 4);
+    EXPECT_GE(emitted(two), limit * rounds / 4);
+    allowed.release(2 * limit * (rounds + 2));
+    EXPECT_TRUE(waitFor([&] { return emitted(one) + emitted(two) == 2 * limit * (rounds + 2); }));
+    application.quit();
+    application.wait();
+}
+
+TEST_F(GuardsUnreadTest, AnAnswerThatWaitsForTheApplicationIsNotLate)
+{
+    citp_options options = unreadLimit(10);
+    options.setRequestTimeout(100);
+    apply(options);
+    FakeServer server;
+    Connection connection = admitPaced(server);
+    FakeServer other("127.0.0.3");
+    Connection otherConnection = admit(other);
+    otherConnection.send(statuses(20));
+    waitForGuard(citp_options::UnreadNotifications);
+    // Before the request, so that the answer waits from the beginning.
+    connection.send(Wire::elin(1));
+    EXPECT_TRUE(waitFor([&] {
+        const std::vector<citp_options::Event> events = guardEvents();
+        return std::any_of(events.begin(), events.end(),
+                           [&](const citp_options::Event& event) { return event.server == server.key(); });
+    }));
+    for (unsigned char library = 1; library <= 2; ++library) {
+        ASSERT_TRUE(stack->sendMsg(server.key(), CITP::Msg_MSEX_GELI(0, library, QString(), {})));
+    }
+    EXPECT_EQ(Wire::code(connection.receive()), "GELI");
+    EXPECT_FALSE(connection.tryReceive(500));
+    for (const citp_options::Event& event : guardEvents()) {
+        EXPECT_EQ(event.guard, citp_options::UnreadNotifications);
+    }
+    start();
+    EXPECT_EQ(Wire::code(connection.receive()), "GELI");
+}
+
 TEST_F(GuardsUnreadTest, AConnectionThatEndsIsReadToItsEndWhenTheApplicationHasCaughtUp)
 {
     apply(unreadLimit(10));
@@ -1234,6 +1300,21 @@ TEST_F(GuardsTest, AServerNamedByHandIsTriedAgainWithAGrowingPause)
     Connection connection = server.accept();
     connection.send(Wire::sinf("Product"));
     EXPECT_TRUE(waitFor([&] { return isListed(server); }));
+}
+
+TEST_F(GuardsTest, AServerNamedByHandIsTriedAtOnceAfterAReset)
+{
+    FakeServer server;
+    server.stopListening();
+    citp_options options;
+    options.addServer(QHostAddress(server.host()), server.port());
+    ASSERT_TRUE(options.setRetryInterval(600000));
+    apply(options);
+    ASSERT_TRUE(waitForLine("Connection refused"));
+    server.listenAgain();
+    armReset();
+    tick();
+    EXPECT_TRUE(server.tryAccept(TestTimeout));
 }
 
 TEST_F(GuardsTest, AServerNamedByHandIsNotConnectedWhileDisabled)
