@@ -112,8 +112,10 @@ struct CITP_HIDDEN Catalogue::Private
     Requests& requests;
     const QString server;
     QHash<NodeId, Node> nodes;
-    std::set<quint8> whole; ///< types that are loaded whole
+    std::set<quint8> whole;         ///< types of which all libraries are loaded
+    std::set<quint8> wholeElements; ///< and their elements
     int pending = 0;
+    bool isFull = false;
 };
 
 // --- Requests --------------------------------------------------------------------------------------------------------
@@ -163,8 +165,9 @@ void Catalogue::Private::finish(quint8 type, const QString& id, Reply* reply)
         list.reply = nullptr;
         list.problem = reply->errorString();
         if (reply->dropped() > 0) {
-            list.problem =
-                tr("Server %1 sent an odd list of %2: %3 entries were left out").arg(server, id).arg(reply->dropped());
+            list.problem = tr("Server %1 sent an odd list of %2: %3 entries were left out")
+                               .arg(requests.nameOf(server), id)
+                               .arg(reply->dropped());
         }
         if (reply->status() == Reply::Answered) {
             list.state = Loaded;
@@ -232,7 +235,10 @@ void Catalogue::Private::setLibraries(quint8 type, const QString& parent, const 
         const NodeId id(type, library.id);
         if (!nodes.contains(id) && ++added > room) {
             nodes[{type, parent}].lists[Request::Libraries].problem =
-                tr("Server %1 lists more than %2 libraries: the others are left out").arg(server).arg(maxLibraries);
+                tr("Server %1 lists more than %2 libraries: the others are left out")
+                    .arg(requests.nameOf(server))
+                    .arg(maxLibraries);
+            isFull = true;
             continue;
         }
         present << library.id;
@@ -244,7 +250,7 @@ void Catalogue::Private::setLibraries(quint8 type, const QString& parent, const 
         if (elements.state == Loaded && !elements.isStale && !elements.reply) {
             elements.serial = library.serialNumber;
         }
-        const bool areWanted = whole.count(type) > 0 && elements.state == Unknown && library.elements > 0;
+        const bool areWanted = wholeElements.count(type) > 0 && elements.state == Unknown && library.elements > 0;
         // An identifier has no room for a level below the third.
         const bool isWanted = whole.count(type) > 0 && node.lists[Request::Libraries].state == Unknown &&
                               library.subLibraries > 0 && !library.id.startsWith(QLatin1String("3,"));
@@ -366,6 +372,12 @@ void Catalogue::loadElements(quint8 type, const QString& library)
 
 void Catalogue::loadAll(quint8 type)
 {
+    d->wholeElements.insert(type);
+    loadAllLibraries(type);
+}
+
+void Catalogue::loadAllLibraries(quint8 type)
+{
     d->whole.insert(type);
     d->request(type, rootLibrary(), Request::Libraries);
 }
@@ -373,6 +385,11 @@ void Catalogue::loadAll(quint8 type)
 bool Catalogue::isIdle() const
 {
     return d->pending == 0;
+}
+
+bool Catalogue::isFull() const
+{
+    return d->isFull;
 }
 
 std::vector<Library> Catalogue::libraries(quint8 type, const QString& library) const

@@ -52,8 +52,12 @@ public:
     void loadElements(quint8 type, const QString& library);
     /// Requests all libraries of @p type with their elements, now and whenever libraries are added.
     void loadAll(quint8 type);
+    /// Requests all libraries of @p type without their elements, now and whenever libraries are added.
+    void loadAllLibraries(quint8 type);
     /// Whether no request of this object is waiting for its end.
     bool isIdle() const;
+    /// Whether libraries were left out, because the server lists more than #maxLibraries.
+    bool isFull() const;
 
     /// The libraries below @p library in the server's order; empty unless loaded.
     std::vector<Library> libraries(quint8 type, const QString& library = rootLibrary()) const;

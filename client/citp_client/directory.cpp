@@ -4,6 +4,8 @@
 
 #include <citp/citp_codecs.h>
 
+#include <QRegularExpression>
+
 #include <algorithm>
 
 namespace CITP {
@@ -123,17 +125,30 @@ void Directory::noteLife(const QString& key)
 
 QStringList Directory::find(const QString& text) const
 {
-    if (m_servers.count(text) > 0) {
-        return {text};
+    std::vector<Server> servers;
+    for (const auto& entry : m_servers) {
+        servers.push_back(entry.second);
     }
+    return find(servers, text);
+}
+
+QStringList Directory::find(const std::vector<Server>& servers, const QString& text)
+{
+    static const QRegularExpression keyForm(QStringLiteral("^\\d{1,3}(\\.\\d{1,3}){3}:\\d{1,5}$"));
+    const bool isKey = keyForm.match(text).hasMatch();
     QStringList exact;
     QStringList partial;
-    for (const auto& entry : m_servers) {
-        const QString& name = entry.second.name;
-        if (name.compare(text, Qt::CaseInsensitive) == 0) {
-            exact << entry.first;
-        } else if (name.contains(text, Qt::CaseInsensitive)) {
-            partial << entry.first;
+    for (const Server& server : servers) {
+        if (server.key == text) {
+            return {text};
+        }
+        if (isKey) {
+            continue;
+        }
+        if (server.name.compare(text, Qt::CaseInsensitive) == 0) {
+            exact << server.key;
+        } else if (server.name.contains(text, Qt::CaseInsensitive)) {
+            partial << server.key;
         }
     }
     return exact.isEmpty() ? partial : exact;

@@ -70,8 +70,11 @@ public:
     void followLayers();
     /// @param milliseconds #keepTime by default
     void setKeepTime(qint64 milliseconds) { m_keepTime = milliseconds; }
-    /// The servers whose key or name is @p text, or whose name contains it, if none has that name exactly; any case.
+    /// The servers whose key or name is @p text, or whose name contains it, if none has that name exactly; any case. A
+    /// text in the form of a key is no name: a server can choose any name, also another server's key.
     QStringList find(const QString& text) const;
+    /// The same among @p servers.
+    static QStringList find(const std::vector<Server>& servers, const QString& text);
 
 Q_SIGNALS:
     /// The server is new, has changed, or is not there any more. Repeated announcements are no change, and neither is

@@ -79,9 +79,9 @@ void Layers::wakeUp()
     if (m_reported >= 0 && !isStale()) {
         m_transport.wakeUpAt(m_reported + staleTime);
     }
-    const bool isDue = m_emitted < 0 || now - m_emitted >= interval;
+    const bool isDue = m_emitted < 0 || now - m_emitted >= m_interval;
     if (m_isNew && !isDue) {
-        m_transport.wakeUpAt(m_emitted + interval);
+        m_transport.wakeUpAt(m_emitted + m_interval);
     }
     if ((m_isNew && isDue) || isStale() != m_wasStale) {
         m_isNew = false;
@@ -110,6 +110,7 @@ Patch::Patch(Transport& transport, const QString& server, QObject* parent)
     connect(&transport, &Transport::serverUp, this, [this](const QString& key) {
         if (key == m_server && m_state != Receiving) {
             m_fixtures.clear();
+            m_characters = 0;
             setState(Unknown);
         }
     });
@@ -154,10 +155,22 @@ void Patch::setState(State state)
 
 void Patch::take(const Msg_FPTC_PTCH& message)
 {
-    m_fixtures[message.FixtureIdentifier] = {message.FixtureIdentifier, message.Universe,    message.Channel,
-                                             message.ChannelCount,      message.FixtureMake, message.FixtureName};
+    Fixture& fixture = m_fixtures[message.FixtureIdentifier];
+    const auto charactersOf = [](const Fixture& of) { return of.make.size() + of.name.size(); };
+    m_characters -= charactersOf(fixture);
+    fixture = {message.FixtureIdentifier, message.Universe,    message.Channel,
+               message.ChannelCount,      message.FixtureMake, message.FixtureName};
+    m_characters += charactersOf(fixture);
+    if (m_characters > maxCharacters) {
+        m_characters -= charactersOf(fixture);
+        m_fixtures.erase(message.FixtureIdentifier);
+        setState(TooLarge);
+        return;
+    }
     m_received = m_transport.now();
     m_transport.wakeUpAt(m_received + quietTime);
-    setState(Receiving);
+    if (m_state != TooLarge) {
+        setState(Receiving);
+    }
 }
 } // namespace CITP

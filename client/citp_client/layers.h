@@ -38,7 +38,7 @@ class CITP_EXPORT Layers : public QObject
     Q_OBJECT
 
 public:
-    static constexpr qint64 interval = 40;    ///< ms between two changed(), however often the server reports
+    static constexpr qint64 interval = 40;    ///< the default of setInterval()
     static constexpr qint64 staleTime = 3000; ///< ms without a report until isStale()
 
     /// @param transport must outlive this object
@@ -47,6 +47,8 @@ public:
     Layers(Transport& transport, const QString& server, QObject* parent = nullptr);
     ~Layers() override;
 
+    /// The time between two changed(), however often the server reports, in ms; 0 for every report.
+    void setInterval(qint64 milliseconds) { m_interval = milliseconds; }
     /// In the server's order; empty if there was no report on this connection.
     const std::vector<Layer>& layers() const { return m_layers; }
     /// The time since the last report in ms; -1 if there was none on this connection.
@@ -66,6 +68,7 @@ private:
     const QString m_server;
     std::unique_ptr<Msg_MSEX_LSTA> m_newest; ///< not in #m_layers yet
     std::vector<Layer> m_layers;
+    qint64 m_interval{interval};
     qint64 m_reported{-1};
     qint64 m_emitted{-1};
     bool m_isNew{false};
@@ -91,14 +94,16 @@ class CITP_EXPORT Patch : public QObject
     Q_OBJECT
 
 public:
-    static constexpr qint64 quietTime = 500; ///< ms without a fixture after which a patch is Complete
+    static constexpr qint64 quietTime = 1000;        ///< ms without a fixture after which a patch is Complete
+    static constexpr qint64 maxCharacters = 1 << 26; ///< of all names together; more than any show has
 
     /// How much of the patch is known.
     enum State {
         Unknown,   ///< no fixture has come, or the patch is empty
         Receiving, ///< fixtures are coming
         Complete,  ///< none has come for #quietTime
-        Cut        ///< the server went down while they came
+        Cut,       ///< the server went down while they came
+        TooLarge   ///< more than #maxCharacters: the others are left out
     };
 
     /// Requests the patch if @p server is up; the stack does so when it comes up.
@@ -126,6 +131,7 @@ private:
     Transport& m_transport;
     const QString m_server;
     std::map<quint16, Fixture> m_fixtures;
+    qint64 m_characters{0};
     qint64 m_received{0};
     State m_state{Unknown};
 };

@@ -15,8 +15,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstddef>
-#include <deque>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <unordered_set>
@@ -29,7 +28,7 @@ constexpr int quickAnswer = 200; // ms
 constexpr int slowAnswer = 1000; // ms
 constexpr int maxOvertaken = 64;
 // Of thousands of waiting requests, all may have to wait for the one that is outstanding.
-constexpr std::ptrdiff_t maxLookAhead = 64;
+constexpr int maxLookAhead = 64;
 // Ended requests are remembered for their late answers, within these bounds.
 constexpr qint64 rememberTime = 60000; // ms
 constexpr std::size_t maxRemembered = 1024;
@@ -74,7 +73,8 @@ QString textOf(const Request& request)
 {
     switch (request.kind) {
         case Request::Libraries:
-            return Requests::tr("the libraries below %1").arg(request.library);
+            return request.library == rootLibrary() ? Requests::tr("its libraries")
+                                                    : Requests::tr("the libraries below %1").arg(request.library);
         case Request::Elements:
             return Requests::tr("the elements of library %1").arg(request.library);
         case Request::LibraryPicture:
@@ -117,12 +117,13 @@ struct CITP_HIDDEN Requests::Private
     /// The requests of one kind to one server.
     struct Channel
     {
-        std::array<std::deque<Reply*>, 2> waiting; ///< others, by hand
-        std::vector<Sent> sent;                    ///< oldest first
-        int outstanding = 0;                       ///< those of #sent that have a reply
+        std::array<std::map<qint64, Reply*>, 2> waiting; ///< others, by hand; each by place
+        std::vector<Sent> sent;                          ///< oldest first
+        int outstanding = 0;                             ///< those of #sent that have a reply
         int window = initialWindow;
         qint64 lastAnswer = 0;
         bool isSilent = false;
+        int unanswered = 0; ///< requests that had to be sent again since then
 
         /// A reply that waits for an answer to @p request, sent or not; null if there is none.
         Reply* wanted(const Request& request) const;
@@ -130,7 +131,7 @@ struct CITP_HIDDEN Requests::Private
 
     struct Peer
     {
-        QString name;     ///< with the key, for the user
+        QString name;     ///< see Requests::nameOf()
         QString identity; ///< see Requests::identity()
         quint8 msexMinor = 0;
         bool isPaced = false;
@@ -182,6 +183,7 @@ struct CITP_HIDDEN Requests::Private
     std::map<QString, Peer> servers;
     std::unordered_set<Reply*> replies;    ///< all that exist
     std::vector<QPointer<Reply>> finished; ///< not emitted yet
+    qint64 lastPlace = 0;                  ///< see Reply::m_place
     QString lastServer;                    ///< the one that was sent something last
     int timeout = 5000;
     qint64 nextWakeUp = never;
@@ -202,10 +204,10 @@ Reply* Requests::Private::Channel::wanted(const Request& request) const
             return other.reply;
         }
     }
-    for (const std::deque<Reply*>& queue : waiting) {
-        for (Reply* const reply : queue) {
-            if (reply->request() == request) {
-                return reply;
+    for (const std::map<qint64, Reply*>& queue : waiting) {
+        for (const auto& entry : queue) {
+            if (entry.second->request() == request) {
+                return entry.second;
             }
         }
     }
@@ -267,7 +269,8 @@ QString Requests::Private::complete(Request& request, const Peer& server) const
     const bool isPossible =
         request.kind != Request::Libraries ? id != rootLibrary() : server.msexMinor > 0 || id == rootLibrary();
     if (id.isEmpty() || !isPossible) {
-        return tr("Server %1 cannot be asked for library '%2'").arg(server.name, request.library);
+        const QString problem = tr("Server %1 cannot be asked for library '%2'").arg(server.name, request.library);
+        return server.msexMinor > 0 ? problem : problem + tr(": it uses MSEX 1.0, which has top-level libraries only");
     }
     request.library = id;
     if (request.numbers.size() > 255 && server.msexMinor < 2) {
@@ -341,7 +344,7 @@ void Requests::Private::dispatch()
 bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand)
 {
     Channel& channel = server.channels[kind];
-    std::deque<Reply*>& waiting = channel.waiting[isByHand];
+    std::map<qint64, Reply*>& waiting = channel.waiting[isByHand];
     if (waiting.empty() || channel.outstanding >= channel.window) {
         return false;
     }
@@ -349,16 +352,16 @@ bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand
         server.channels[Request::Libraries].outstanding + server.channels[Request::Elements].outstanding > 0) {
         return false;
     }
-    const auto end = waiting.begin() + qMin<std::ptrdiff_t>(maxLookAhead, static_cast<std::ptrdiff_t>(waiting.size()));
-    const auto next = std::find_if(waiting.begin(), end, [&channel](const Reply* reply) {
-        return std::none_of(channel.sent.begin(), channel.sent.end(), [reply](const Sent& sent) {
-            return sent.reply && lookAlike(sent.request, reply->m_request);
+    const auto end = std::next(waiting.begin(), qMin(maxLookAhead, static_cast<int>(waiting.size())));
+    const auto next = std::find_if(waiting.begin(), end, [&channel](const auto& entry) {
+        return std::none_of(channel.sent.begin(), channel.sent.end(), [&entry](const Sent& sent) {
+            return sent.reply && lookAlike(sent.request, entry.second->m_request);
         });
     });
     if (next == end) {
         return false;
     }
-    Reply* const reply = *next;
+    Reply* const reply = next->second;
     waiting.erase(next);
     lastServer = reply->m_request.server;
     if (!write(server, reply->m_request)) {
@@ -407,8 +410,7 @@ void Requests::Private::withdraw(Reply* reply)
             return;
         }
     }
-    std::deque<Reply*>& waiting = channel->waiting[reply->m_request.isByHand];
-    waiting.erase(std::remove(waiting.begin(), waiting.end(), reply), waiting.end());
+    channel->waiting[reply->m_request.isByHand].erase(reply->m_place);
 }
 
 void Requests::Private::finish(Reply* reply, Reply::Status status, const QString& text)
@@ -442,6 +444,7 @@ void Requests::Private::handle(Peer& server, const Msg_MSEX& message, Request::K
     Channel& channel = server.channels[kind];
     channel.lastAnswer = now;
     channel.isSilent = false;
+    channel.unanswered = 0;
     const qint64 bytes = message.size;
     statistics.bytes += bytes;
     usualBytes += (bytes - usualBytes) / 8;
@@ -547,7 +550,7 @@ void Requests::Private::handlePicture(const QString& key, const Msg_MSEX_Thumbna
     };
     handle(*server, message, kind, fits, [&](Reply& reply) {
         reply.m_picture = pictureOf(message);
-        return reply.m_picture.data.isEmpty() ? tr("it has none") : QString();
+        return reply.m_picture.data.isEmpty() ? tr("its answer has no picture") : QString();
     });
 }
 
@@ -579,7 +582,6 @@ void Requests::Private::checkTime(const Peer& server, Channel& channel)
     const auto isForgotten = [now](const Sent& sent) { return !sent.reply && now - sent.time >= rememberTime; };
     channel.sent.erase(std::remove_if(channel.sent.begin(), channel.sent.end(), isForgotten), channel.sent.end());
     bool isSilent = false;
-    std::vector<Reply*> again;
     for (Sent& sent : channel.sent) {
         if (!sent.reply) {
             continue;
@@ -593,18 +595,16 @@ void Requests::Private::checkTime(const Peer& server, Channel& channel)
         --channel.outstanding;
         channel.window = qMax(channel.window / 2, minWindow);
         if (reply->m_attempts < maxAttempts) {
-            again.push_back(reply);
+            ++channel.unanswered;
+            channel.waiting[reply->m_request.isByHand].emplace(reply->m_place, reply);
             continue;
         }
         finish(reply, Reply::TimedOut,
                tr("Server %1 did not send %2 within %3 s, asked %4 times")
                    .arg(server.name, textOf(reply->m_request))
-                   .arg(timeout / 1000.0)
+                   .arg(reply->m_attempts * timeout / 1000.0)
                    .arg(reply->m_attempts));
-        isSilent = isSilent || now - channel.lastAnswer >= qint64(maxAttempts) * timeout;
-    }
-    for (auto reply = again.rbegin(); reply != again.rend(); ++reply) {
-        channel.waiting[(*reply)->m_request.isByHand].push_front(*reply);
+        isSilent = channel.unanswered > 1 && now - channel.lastAnswer >= qint64(maxAttempts) * timeout;
     }
     if (isSilent) {
         fail(server, channel);
@@ -717,7 +717,8 @@ Reply* Requests::get(const Request& request)
         d->wakeUpAt(d->transport.now());
         return reply;
     }
-    d->channelOf(reply)->waiting[request.isByHand].push_back(reply);
+    reply->m_place = ++d->lastPlace;
+    d->channelOf(reply)->waiting[request.isByHand].emplace(reply->m_place, reply);
     d->dispatch();
     return reply;
 }
@@ -746,6 +747,12 @@ quint8 Requests::msexMinor(const QString& server) const
 {
     const auto* const known = d->find(server);
     return known ? known->msexMinor : 0;
+}
+
+QString Requests::nameOf(const QString& server) const
+{
+    const auto* const known = d->find(server);
+    return known ? known->name : server;
 }
 
 QString Requests::identity(const QString& server) const

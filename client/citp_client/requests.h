@@ -93,6 +93,7 @@ private:
 
     Requests* m_requests;
     Request m_request;
+    qint64 m_place{0}; ///< among those that wait
     Status m_status{Pending};
     QString m_errorString;
     int m_attempts{0};
@@ -122,7 +123,8 @@ private:
 /// of that kind, to whichever request: a server that takes 3 s for each picture answers all. A request that 64 later
 /// ones have overtaken is taken for lost. It is then sent again, at most Requests::maxAttempts times in all. An answer
 /// that comes late still counts. A server that has sent nothing of a kind for a whole timeout is asked for one at once,
-/// and if that fails too, all requests of the kind end as TimedOut.
+/// and if that fails too, all requests of the kind end as TimedOut; but not if only one of them was sent, which may be
+/// the one that the server cannot answer.
 ///
 /// **Window.** To each server at most windowFor() requests of a kind are outstanding: 4 at first, one more for each
 /// answer within 200 ms, half for one that took more than 1 s or did not come, never less than Requests::minWindow or
@@ -157,6 +159,8 @@ public:
     /// The MSEX minor version in which @p server is asked; 0 if it is not up.
     quint8 msexMinor(const QString& server) const;
 
+    /// @p server for the user, e.g. "Stage" (2.0.0.10:4811).
+    QString nameOf(const QString& server) const;
     /// What stands for @p server beyond its connections: its UUID, or its key if it has none or is not up.
     QString identity(const QString& server) const;
 

@@ -69,7 +69,7 @@ Q_SIGNALS:
 ///
 /// It relays only what somebody is connected to; fixtures, for example, cross threads only for a Patch. What it tells
 /// about discovery waits for its thread in bounded memory: of each of at most 1024 servers, the last announcement and
-/// the last state of the connection.
+/// the last state of the connection. So do the reports of layers, the last 16 of each server.
 class CITP_EXPORT StackTransport : public Transport
 {
     Q_OBJECT

@@ -173,6 +173,16 @@ TEST_F(CatalogueTest, LoadsTheWholeTreeWithOneRequestForEachList)
     EXPECT_EQ(m_idles, 1);
 }
 
+TEST_F(CatalogueTest, LoadsAllLibrariesWithoutTheirElements)
+{
+    m_catalogue.loadAllLibraries(1);
+    m_net.run(10);
+    EXPECT_EQ(m_catalogue.allLibraries(1).size(), 5u);
+    EXPECT_EQ(m_catalogue.elementsState(1, topLevel(1)), Catalogue::Unknown);
+    EXPECT_EQ(m_net.sent.size(), 3u);
+    EXPECT_FALSE(m_catalogue.isFull());
+}
+
 TEST_F(CatalogueTest, AnUpdateIsAskedForAndNothingElse)
 {
     loadAll();
@@ -320,6 +330,7 @@ TEST_F(CatalogueTest, AnEndlessTreeEnds)
     m_catalogue.loadAll(1);
     m_net.run(100000);
     EXPECT_TRUE(m_catalogue.isIdle());
+    EXPECT_TRUE(m_catalogue.isFull());
     EXPECT_LE(m_catalogue.allLibraries(1).size(), std::size_t(Catalogue::maxLibraries));
     EXPECT_GE(m_catalogue.allLibraries(1).size(), 60000u);
 }

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
+#include <citp/citp_msg_msex_lsta.h>
+#include <citp/citp_options.h>
 #include <citp_client/directory.h>
 #include <citp_client/layers.h>
 #include <citp_client/requests.h>
@@ -192,4 +194,42 @@ TEST_F(ClientSocketTest, WhatDiscoveryTellsWaitsInBoundedMemory)
     QCoreApplication::processEvents();
     EXPECT_EQ(directory.keys().size(), 1024);
     EXPECT_EQ(directory.server(QStringLiteral("127.0.0.2:50000")).name.size(), Transport::maxNameLength);
+}
+
+TEST_F(ClientSocketTest, OfReportsTheNewestWaitAndOfFixturesAll)
+{
+    constexpr int reports = 100;
+    constexpr int fixtures = 3000;
+    Connection connection = admit(m_server);
+    std::vector<int> layers;
+    int received = 0;
+    QObject::connect(&m_transport, &Transport::layerStatus, [&](const QString&, const Msg_MSEX_LSTA& message) {
+        layers.push_back(message.Layers.front().LayerNumber);
+    });
+    QObject::connect(&m_transport, &Transport::patchMessage, [&] { ++received; });
+    std::atomic<int> told{0};
+    const QObject scope;
+    // In the stack's thread, after the transport.
+    QObject::connect(
+        stack, &citp_stack::layerStatus, &scope, [&] { ++told; }, Qt::DirectConnection);
+    QObject::connect(
+        stack, &citp_stack::patchMessage, &scope, [&] { ++told; }, Qt::DirectConnection);
+    // This thread handles no event meanwhile, and none of these may count as unread: the guard would stop the reading.
+    citp_options options;
+    ASSERT_TRUE(options.setMaxUnreadBytes(1 << 16));
+    stack->setOptions(options);
+    QByteArray bytes;
+    for (int number = 0; number < reports; ++number)
+        bytes += Wire::lsta(static_cast<unsigned>(number));
+    for (int number = 0; number < fixtures; ++number)
+        bytes += Wire::ptch(static_cast<unsigned>(number));
+    connection.send(bytes);
+    QElapsedTimer time;
+    for (time.start(); told < reports + fixtures && time.elapsed() < TestTimeout;)
+        std::this_thread::yield();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(layers.size(), 16u);
+    EXPECT_EQ(layers.back(), reports - 1);
+    EXPECT_EQ(received, fixtures);
+    stack->setOptions({});
 }

@@ -223,3 +223,14 @@ TEST_F(DirectoryTest, ServersAreFoundByKeyNameOrPartOfTheName)
     EXPECT_EQ(m_directory.find(QStringLiteral("left")), QStringList{keys[1]});
     EXPECT_EQ(m_directory.find(QStringLiteral("t")), keys);
 }
+
+TEST_F(DirectoryTest, AServerMayHaveAnotherOnesKeyForAName)
+{
+    Server liar;
+    liar.key = QStringLiteral("2.0.0.12:4811");
+    liar.name = QStringLiteral("2.0.0.99:4811");
+    const std::vector<Server> servers{liar};
+    EXPECT_EQ(Directory::find(servers, liar.name), QStringList());
+    EXPECT_EQ(Directory::find(servers, liar.key), QStringList{liar.key});
+    EXPECT_EQ(Directory::find(servers, QStringLiteral("2.0.0.9")), QStringList{liar.key});
+}

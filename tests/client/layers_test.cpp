@@ -62,6 +62,14 @@ TEST_F(LayersTest, WhatWasHeldBackIsShownAfterTheInterval)
     EXPECT_EQ(m_changes, 2);
 }
 
+TEST_F(LayersTest, EveryReportIsShownIfThereIsNoInterval)
+{
+    m_layers.setInterval(0);
+    for (quint32 position = 1; position <= 5; ++position)
+        report(position);
+    EXPECT_EQ(m_changes, 5);
+}
+
 TEST_F(LayersTest, ANumberIsALibraryAndTheTypeIsMedia)
 {
     report(1);
@@ -123,7 +131,7 @@ TEST_F(PatchTest, IsCompleteWhenItHasBeenQuiet)
     EXPECT_EQ(m_patch.state(), Patch::Receiving);
     m_net.run(400);
     report(7, QStringLiteral("Wash"));
-    m_net.run(499);
+    m_net.run(999);
     EXPECT_EQ(m_patch.state(), Patch::Receiving);
     m_net.run(1);
     EXPECT_EQ(m_patch.state(), Patch::Complete);
@@ -141,6 +149,24 @@ TEST_F(PatchTest, IsCutIfTheServerGoesDown)
     m_net.setUp(key);
     EXPECT_EQ(m_patch.state(), Patch::Unknown);
     EXPECT_TRUE(m_patch.fixtures().empty());
+}
+
+TEST_F(PatchTest, KeepsNoMoreThanItsLimit)
+{
+    const QString half(Patch::maxCharacters / 2, QLatin1Char('x'));
+    report(7, half);
+    report(7, half);
+    report(8, half);
+    EXPECT_EQ(m_patch.state(), Patch::Receiving);
+    report(9, QStringLiteral("y"));
+    EXPECT_EQ(m_patch.state(), Patch::TooLarge);
+    EXPECT_EQ(m_patch.fixtures().size(), 2u);
+    report(7, {});
+    m_net.run(Patch::quietTime);
+    EXPECT_EQ(m_patch.state(), Patch::TooLarge);
+    m_net.setDown(key);
+    m_net.setUp(key);
+    EXPECT_EQ(m_patch.state(), Patch::Unknown);
 }
 
 TEST_F(PatchTest, IsRequestedFromAServerThatIsUpAlready)

@@ -351,6 +351,32 @@ TEST_F(RequestsTest, ASilentServerIsAskedTwiceAndThenEverythingEnds)
     EXPECT_TRUE(ends.back()->error.contains(QLatin1String("Stage"))) << ends.back()->error.toStdString();
 }
 
+TEST_F(RequestsTest, OneListThatNeverComesDoesNotEndTheOthers)
+{
+    const auto silent = libraries(1, first);
+    const auto good = libraries(1, second);
+    m_net.onSend = [this](const Request& request) {
+        if (request.library == second)
+            m_net.at(m_net.now() + 1, [this] { answer(elin(2, 1, {QStringLiteral("2,2,1,0")}, {})); });
+        return true;
+    };
+    m_net.run(30000);
+    EXPECT_EQ(silent->status, Reply::TimedOut);
+    EXPECT_TRUE(silent->error.contains(QLatin1String("within 10 s, asked 2 times"))) << silent->error.toStdString();
+    EXPECT_EQ(good->status, Reply::Answered);
+}
+
+TEST_F(RequestsTest, AfterTwoListsThatNeverComeAllEnd)
+{
+    std::vector<std::shared_ptr<End>> ends;
+    for (int number = 0; number < 50; ++number)
+        ends.push_back(libraries(1, QStringLiteral("1,%1,0,0").arg(number)));
+    m_net.run(20000);
+    EXPECT_EQ(sent(), 4u);
+    for (const auto& end : ends)
+        EXPECT_EQ(end->status, Reply::TimedOut);
+}
+
 TEST_F(RequestsTest, ASlowServerAnswersAll)
 {
     std::vector<std::shared_ptr<End>> ends;
