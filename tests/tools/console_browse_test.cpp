@@ -142,6 +142,16 @@ TEST(ConsoleBrowse, SaysThatAServerDoesNotAnswer)
     expectFailure(outcomes[1], "did not send the elements of library 1,1,0,0 within 0.5 s");
 }
 
+TEST(ConsoleBrowse, SaysThatALibraryIsUnknown)
+{
+    const Server server;
+    const QTemporaryDir folder;
+    const std::vector<Outcome> outcomes =
+        browseAll({{"elements", key, "9"}, {"thumbnails", key, "2,3,7,0", "--to", folder.path()}});
+    expectFailure(outcomes[0], "has no library 1,9,0,0 of type 1; 'citp-console libraries' lists them");
+    expectFailure(outcomes[1], "has no library 2,3,7,0 of type 1; 'citp-console libraries' lists them");
+}
+
 TEST(ConsoleBrowse, ShowsLayersAsTheyMove)
 {
     for (const char* const msex : {"1.0", "1.1", "1.2"}) {

@@ -507,6 +507,8 @@ INSTANTIATE_TEST_SUITE_P(
                       FaultCase{"odd-sinf", "version", "the SInf came in MSEX 1.", 0},
                       FaultCase{"silence", "library", "did not send its libraries within 2 s", 1},
                       FaultCase{"version", "library", "which is not supported", 1},
-                      FaultCase{"oversize", "thumbnail", "element 0 \"Grey across\": empty or damaged answer", 0},
+                      FaultCase{"oversize", "thumbnail",
+                                "did not send the picture of element 0 of library 1,1,0,0: its answer has no picture",
+                                0},
                       FaultCase{"spoil", "thumbnail", "bytes are not a JPEG picture", 0}),
     [](const auto& test) { return QString(test.param.fault).remove('-').toStdString(); });

@@ -144,7 +144,7 @@ TEST(ConsoleEnd, GivesItsReasonLast)
     EXPECT_EQ(outcome.status, 1);
     const QStringList lines = outcome.errors.trimmed().split('\n');
     EXPECT_GT(lines.size(), 1);
-    EXPECT_TRUE(lines.constLast().startsWith("citp-console: server 127.0.0.2:4811  \"Simulated Server\" did not send"))
+    EXPECT_TRUE(lines.constLast().startsWith("citp-console: Server \"Simulated Server\" (127.0.0.2:4811) did not send"))
         << outcome.errors.toStdString();
 }
 

@@ -7,23 +7,20 @@
 using namespace Console;
 
 namespace {
-ServerText named(const QString& key, const QString& name)
+CITP::Server named(const QString& key, const QString& name)
 {
-    ServerText server;
+    CITP::Server server;
     server.key = key;
     server.name = name;
-    server.isKnown = true;
     return server;
 }
 
 std::string meantBy(const QString& wanted)
 {
-    const QMap<QString, ServerText> servers{{"2.0.0.10:4811", named("2.0.0.10:4811", "Stage")},
-                                            {"2.0.0.11:4811", named("2.0.0.11:4811", "Stage left")},
-                                            {"2.0.0.12:4811", named("2.0.0.12:4811", "2.0.0.99:4811 was mine")},
-                                            {"2.0.0.13:4811", named("2.0.0.13:4811", "2.0.0.98:4811")},
-                                            {"2.0.0.14:4811", named("2.0.0.14:4811", "Rig 1:2")}};
-    return matching(servers, wanted).join(' ').toStdString();
+    const std::vector<CITP::Server> servers{named("2.0.0.10:4811", "Stage"), named("2.0.0.11:4811", "Stage left"),
+                                            named("2.0.0.12:4811", "2.0.0.99:4811 was mine"),
+                                            named("2.0.0.13:4811", "2.0.0.98:4811"), named("2.0.0.14:4811", "Rig 1:2")};
+    return CITP::Directory::find(servers, wanted).join(' ').toStdString();
 }
 } // namespace
 
@@ -31,7 +28,8 @@ TEST(ServerText, MatchesAKeyThenTheWholeNameThenAPartOfIt)
 {
     EXPECT_EQ(meantBy("2.0.0.11:4811"), "2.0.0.11:4811");
     EXPECT_EQ(meantBy("Stage"), "2.0.0.10:4811");
-    EXPECT_EQ(meantBy("STAGE"), "2.0.0.10:4811 2.0.0.11:4811");
+    EXPECT_EQ(meantBy("STAGE"), "2.0.0.10:4811");
+    EXPECT_EQ(meantBy("tage"), "2.0.0.10:4811 2.0.0.11:4811");
     EXPECT_EQ(meantBy("1:2"), "2.0.0.14:4811");
     EXPECT_EQ(meantBy("2.0.0.9"), "2.0.0.12:4811 2.0.0.13:4811");
     EXPECT_EQ(meantBy("Balcony"), "");
@@ -45,10 +43,10 @@ TEST(ServerText, TakesNoNameForAKeyThatIsNotThere)
 
 TEST(ServerText, KeepsFiguresApartFromTextsThatLookLikeTheirPlaces)
 {
-    ServerText server = named("2.0.0.10:4811", "%1%2");
+    CITP::Server server = named("2.0.0.10:4811", "%1%2");
     server.product = "%1%2%3%4%5";
-    server.productVersion = "1.0";
+    server.version = "1.0";
     server.msexMinor = 2;
-    server.layers = 3;
+    server.layers = QStringList{"a", "b", "c"};
     EXPECT_EQ(toText(server).toStdString(), "2.0.0.10:4811  \"%1%2\"  %1%2%3%4%5 1.0  MSEX 1.2  3 layers");
 }

@@ -44,7 +44,11 @@ TEST(ConsoleStats, CountsSizesAndTimesAnswers)
         EXPECT_EQ(asked.value("unanswered").toInt(), 0) << request;
         EXPECT_EQ(find(last.value("messages"), "message", answer).value("count").toInt(),
                   asked.value("answered").toInt());
-        EXPECT_GT(asked.value("p50").toDouble(), 0) << request;
+        EXPECT_EQ(asked.value("lossPercent").toDouble(), 0) << request;
+        EXPECT_GT(asked.value("min").toDouble(), 0) << request;
+        EXPECT_LE(asked.value("min").toDouble(), asked.value("avg").toDouble()) << request;
+        EXPECT_LE(asked.value("avg").toDouble(), asked.value("max").toDouble()) << request;
+        EXPECT_LE(asked.value("min").toDouble(), asked.value("p50").toDouble()) << request;
         EXPECT_LE(asked.value("p50").toDouble(), asked.value("p95").toDouble()) << request;
         EXPECT_LE(asked.value("p95").toDouble(), asked.value("max").toDouble()) << request;
     }
@@ -58,7 +62,7 @@ TEST(ConsoleStats, PrintsATableEachIntervalAndASummary)
     EXPECT_GE(outcome.output.count("server 127.0.0.2:4811  \"Stage\"  after "), 1) << outcome.output.toStdString();
     EXPECT_EQ(outcome.output.count("\"Stage\"  all of "), 1) << outcome.output.toStdString();
     static const QRegularExpression messages("\nELIn +\\d+ +\\d+\\.\\d +\\d+\\.\\d +\\d+\\.\\d +\\d+\n");
-    static const QRegularExpression requests("\nGELI +\\d+ +\\d+ +0 +\\d+\\.\\d +\\d+\\.\\d +\\d+\\.\\d\n");
+    static const QRegularExpression requests("\nGELI +\\d+ +\\d+ +0 +0\\.0( +\\d+\\.\\d){5}\n");
     EXPECT_TRUE(messages.match(outcome.output).hasMatch()) << outcome.output.toStdString();
     EXPECT_TRUE(requests.match(outcome.output).hasMatch()) << outcome.output.toStdString();
     EXPECT_FALSE(outcome.output.contains('\x1b'));
@@ -72,6 +76,7 @@ TEST(ConsoleStats, CountsRequestsThatAreNotAnswered)
     const QJsonObject asked = find(jsonLines(outcome.output).back().value("requests"), "request", "GELI");
     EXPECT_GT(asked.value("unanswered").toInt(), 0);
     EXPECT_EQ(asked.value("answered").toInt(), 0);
+    EXPECT_EQ(asked.value("lossPercent").toDouble(), 100);
     EXPECT_FALSE(asked.contains("p50"));
 }
 

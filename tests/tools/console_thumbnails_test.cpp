@@ -172,7 +172,8 @@ TEST(ConsoleThumbnails, ListsFailedOnesAndWritesNoFilesForThem)
     EXPECT_EQ(outcome.status, 1);
     EXPECT_TRUE(outcome.output.contains("0 of 4 thumbnails written")) << outcome.output.toStdString();
     EXPECT_TRUE(outcome.output.contains("4 missing:\n"));
-    EXPECT_TRUE(outcome.output.contains("library 1,2,0,0, element 3 \"Rings\": empty or damaged answer"));
+    EXPECT_TRUE(outcome.output.contains("library 1,2,0,0, element 3 \"Rings\": "));
+    EXPECT_EQ(outcome.output.count(": its answer has no picture\n"), 4) << outcome.output.toStdString();
     EXPECT_EQ(QDir(target.path()).entryList(QDir::Files).join(' ').toStdString(), "contact-sheet.png");
 }
 
@@ -187,8 +188,23 @@ TEST(ConsoleThumbnails, GivesUpOnAServerThatNeverSendsOne)
     const Server server({"--media", target.filePath("media")});
     const Outcome outcome = fetch(target.filePath("out"), {"--timeout", "1"});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_TRUE(outcome.errors.contains("does not answer: no thumbnail for 1 s")) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.errors.contains("did not send the picture of element 0 of library 1,1,0,0 within 1 s"))
+        << outcome.errors.toStdString();
     EXPECT_TRUE(outcome.output.contains("\"cut.png\": no answer")) << outcome.output.toStdString();
+}
+
+TEST(ConsoleThumbnails, WaitsForAServerThatSendsOnePictureAfterTheOther)
+{
+    const QTemporaryDir media;
+    const QTemporaryDir target;
+    for (int i = 0; i < 6; ++i)
+        ASSERT_TRUE(smoothPicture(16, 12, i).save(media.filePath(QString("%1.png").arg(i))));
+    // All of them together take twice the timeout.
+    const Server server({"--media", media.path(), "--fault", "delay", "--fault-delay", "700"});
+    const Outcome outcome = fetch(target.path(), {"--timeout", "2"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.output.contains("6 of 6 thumbnails written")) << outcome.output.toStdString();
+    EXPECT_EQ(pictureCount(target.path()), 6);
 }
 
 TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheContactSheetCannotBeWritten)

@@ -25,13 +25,18 @@ void prepareDescriptors()
 
 QString descriptorProblem()
 {
-    const int descriptor = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
-    if (descriptor >= 0) {
-        close(descriptor);
-        return {};
+    // A connection takes two while it is opened.
+    const int one = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+    const int other = one < 0 ? -1 : fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+    const int error = errno;
+    for (const int descriptor : {one, other}) {
+        if (descriptor >= 0)
+            close(descriptor);
     }
+    if (other >= 0)
+        return {};
     rlimit limit{};
-    if (errno != EMFILE || getrlimit(RLIMIT_NOFILE, &limit) != 0)
+    if (error != EMFILE || getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return {};
     return QString("too many servers for %1 descriptors; the hard limit of 'ulimit -n' allows no more")
         .arg(static_cast<qulonglong>(limit.rlim_cur));

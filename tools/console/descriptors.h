@@ -10,6 +10,6 @@ namespace Console {
 /// descriptor is opened.
 void prepareDescriptors();
 
-/// A text such as "too many servers for 1024 descriptors; ..." if no descriptor is left, otherwise empty.
+/// A text such as "too many servers for 1024 descriptors; ..." if no connection can be opened, otherwise empty.
 QString descriptorProblem();
 } // namespace Console

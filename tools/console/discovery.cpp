@@ -24,10 +24,8 @@ constexpr int MaxDatagramsPerBatch = 500;
 constexpr int MaxDatagramBytes = 65536;
 constexpr int MaxOtherPeers = 5;
 // More than any show has. Bounds the memory during a flood of announcements from different servers.
-constexpr int MaxServers = 1024;
+constexpr int MaxServers = CITP::Directory::maxServers;
 constexpr int MaxNameLength = 256;
-// Servers announce themselves about once a second.
-constexpr qint64 LostMs = 5000;
 
 int errorOf(bool isOk)
 {
@@ -148,11 +146,7 @@ void Discovery::handleDatagram(const QByteArray& datagram, const QString& sender
             Heard& heard = m_heard[key];
             heard.server.key = key;
             heard.server.name = location.name.left(MaxNameLength);
-            heard.server.isKnown = true;
             addArrival(heard, adapterIndex, destination);
-            heard.sinceLast.start();
-            if (!heard.sinceFirst.isValid())
-                heard.sinceFirst.start();
         }
         return;
     }
@@ -161,25 +155,6 @@ void Discovery::handleDatagram(const QByteArray& datagram, const QString& sender
                                                  location.name, sender, location.port == 0 ? ", without a port" : ""));
     if (!m_otherPeers.contains(peer) && m_otherPeers.size() < MaxOtherPeers)
         m_otherPeers << peer;
-}
-
-void Discovery::forget(const QString& key)
-{
-    m_heard.remove(key);
-}
-
-bool Discovery::isHeardFor(const QString& key, qint64 milliseconds) const
-{
-    const auto heard = m_heard.constFind(key);
-    return heard != m_heard.constEnd() && heard->sinceFirst.elapsed() >= milliseconds &&
-           heard->sinceLast.elapsed() < LostMs;
-}
-
-QString Discovery::overdueText(const QString& key) const
-{
-    const Heard heard = m_heard.value(key);
-    return QString("%1 has announced itself for %2, but has sent no SInf")
-        .arg(toText(heard.server, true), secondsText(heard.sinceFirst.elapsed()));
 }
 
 void Discovery::addArrival(Heard& heard, int adapterIndex, quint32 destination)
@@ -198,9 +173,9 @@ void Discovery::addArrival(Heard& heard, int adapterIndex, quint32 destination)
     }
 }
 
-QMap<QString, ServerText> Discovery::serversThatAre(bool reached) const
+QMap<QString, CITP::Server> Discovery::serversThatAre(bool reached) const
 {
-    QMap<QString, ServerText> servers;
+    QMap<QString, CITP::Server> servers;
     for (const Heard& heard : m_heard) {
         if (((heard.groups & m_groups) != 0) == reached)
             servers.insert(heard.server.key, heard.server);

@@ -7,11 +7,10 @@
 #include <citp_system/artnet_adapter.h>
 #include <citp_system/net_socket.h>
 
-#include <QElapsedTimer>
+#include <citp_client/directory.h>
+
 #include <QMap>
 #include <QStringList>
-
-#include "server_text.h"
 
 namespace Console {
 /// Receives announcements on a socket with the same options as the library's. Main thread only.
@@ -43,34 +42,25 @@ public:
 
     /// The media servers that a console with this adapter and these groups hears, by key. Only the key and the first
     /// 256 characters of the name are set. At most 1024 servers are kept, missedServers() included.
-    QMap<QString, ServerText> servers() const { return serversThatAre(true); }
+    QMap<QString, CITP::Server> servers() const { return serversThatAre(true); }
     /// The media servers that it does not hear, because they were heard on the other group or another adapter only.
-    QMap<QString, ServerText> missedServers() const { return serversThatAre(false); }
+    QMap<QString, CITP::Server> missedServers() const { return serversThatAre(false); }
     /// Where the server @p key was heard, if consoles may not hear it there; otherwise empty.
     QString remarkOn(const QString& key) const;
-    /// Forgets the server @p key until it is heard again.
-    void forget(const QString& key);
-    /// Whether the server @p key has announced itself for at least @p milliseconds and still does.
-    bool isHeardFor(const QString& key, qint64 milliseconds) const;
-    /// For a heard server that is not up, e.g. `2.0.0.10:4811  "Stage" has announced itself for 4.8 s, but has sent no
-    /// SInf`, with control characters escaped.
-    QString overdueText(const QString& key) const;
     /// Other senders as text, with control characters escaped: peers of other types and datagrams other than PLoc.
     QString others() const;
 
 private:
     struct Heard
     {
-        ServerText server;
+        CITP::Server server;
         int groups = 0;       ///< on the adapter in use, a bit set of Groups
         QStringList adapters; ///< names of other adapters, with control characters escaped
-        QElapsedTimer sinceFirst;
-        QElapsedTimer sinceLast;
     };
 
     void handleDatagram(const QByteArray& datagram, const QString& sender, int adapterIndex, quint32 destination);
     void addArrival(Heard& heard, int adapterIndex, quint32 destination);
-    QMap<QString, ServerText> serversThatAre(bool reached) const;
+    QMap<QString, CITP::Server> serversThatAre(bool reached) const;
 
     Net::Socket m_socket;
     Groups m_groups = CITP::citp_options::BothGroups;

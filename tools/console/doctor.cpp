@@ -1,9 +1,8 @@
 // The command "doctor": checks the conditions for finding a media server, in the order of their dependence.
 // SPDX-License-Identifier: Apache-2.0
-#include <citp/citp_msg_msex_requests.h>
-#include <citp/citp_msg_msex_thumbnails.h>
 #include <citp_system/os_log.h>
 
+#include <QElapsedTimer>
 #include <QNetworkInterface>
 #include <QNetworkProxy>
 #include <QTcpSocket>
@@ -12,14 +11,13 @@
 #include <cstring>
 
 #include "adapters.h"
-#include "catalogue.h"
 #include "commands.h"
 #include "discovery.h"
 #include "doctor_report.h"
 #include "guard_events.h"
-#include "inbox.h"
 #include "pictures.h"
 #include "port_users.h"
+#include "session.h"
 
 namespace Console {
 namespace {
@@ -79,7 +77,7 @@ public:
         checkPort();
         listen();
         m_discovery.close();
-        const QMap<QString, ServerText> servers = knownServers();
+        const QMap<QString, CITP::Server> servers = knownServers();
         const QStringList keys = m_used.IsValid() ? matchingKeys(servers) : QStringList();
         for (const QString& key : keys)
             checkServer(servers.value(key), {});
@@ -235,26 +233,27 @@ private:
 
     void noteMissedServers()
     {
-        const QMap<QString, ServerText> missed = m_discovery.missedServers();
+        const QMap<QString, CITP::Server> missed = m_discovery.missedServers();
         const QStringList keys = matchingKeys(missed);
         for (const QString& key : keys)
             m_report.note("heard", missedText(missed.value(key)), MissedAdvice);
     }
 
-    QString missedText(const ServerText& server) const
+    QString missedText(const CITP::Server& server) const
     {
         return toText(server, true) + ": " + m_discovery.remarkOn(server.key);
     }
 
-    QStringList matchingKeys(const QMap<QString, ServerText>& servers) const
+    QStringList matchingKeys(const QMap<QString, CITP::Server>& servers) const
     {
-        return m_options.server.isEmpty() ? servers.keys() : matching(servers, m_options.server);
+        return m_options.server.isEmpty() ? QStringList(servers.keys())
+                                          : CITP::Directory::find({servers.begin(), servers.end()}, m_options.server);
     }
 
     // The servers to which the stack connects: those that were heard, and those of --server-at.
-    QMap<QString, ServerText> knownServers() const
+    QMap<QString, CITP::Server> knownServers() const
     {
-        QMap<QString, ServerText> servers = m_discovery.servers();
+        QMap<QString, CITP::Server> servers = m_discovery.servers();
         for (const QString& key : m_options.stack.servers) {
             if (!servers.contains(key))
                 servers[key].key = key;
@@ -266,9 +265,9 @@ private:
     {
         const QString timeout = secondsText(m_options.timeoutMs);
         QStringList heard;
-        for (const ServerText& server : m_discovery.servers())
+        for (const CITP::Server& server : m_discovery.servers())
             heard << toText(server, true);
-        for (const ServerText& server : m_discovery.missedServers())
+        for (const CITP::Server& server : m_discovery.missedServers())
             heard << missedText(server);
         if (!heard.isEmpty())
             return QString("no %1 within %2; heard: %3")
@@ -283,7 +282,7 @@ private:
 
     QString discoveryAdvice() const
     {
-        const QMap<QString, ServerText> missed = m_discovery.missedServers();
+        const QMap<QString, CITP::Server> missed = m_discovery.missedServers();
         if (!matchingKeys(missed).isEmpty())
             return MissedAdvice;
         if (!m_discovery.servers().isEmpty() || !missed.isEmpty())
@@ -303,7 +302,7 @@ private:
     void checkServerByKey()
     {
         if (Tools::isServerKey(m_options.server) && m_used.IsValid()) {
-            ServerText server;
+            CITP::Server server;
             server.key = m_options.server;
             checkServer(server, m_skipReason);
             return;
@@ -318,10 +317,9 @@ private:
     }
 
     /// @param skipReason why the library cannot connect to the server; empty if it can
-    void checkServer(const ServerText& server, const QString& skipReason)
+    void checkServer(const CITP::Server& server, const QString& skipReason)
     {
-        m_report.beginServer(server.key,
-                             "server " + (server.isKnown ? toText(server, true) : escapeControls(server.key)));
+        m_report.beginServer(server.key, "server " + toText(server, true));
         const QString remark = m_discovery.remarkOn(server.key);
         if (skipReason.isEmpty() && !remark.isEmpty())
             m_report.note("heard", remark, "if there are such consoles, let the server announce itself to both groups");
@@ -358,7 +356,7 @@ private:
                             "server may disturb a console without guards");
     }
 
-    bool checkTcp(const ServerText& server)
+    bool checkTcp(const CITP::Server& server)
     {
         const QString host = server.key.section(':', 0, 0);
         const auto port = static_cast<quint16>(server.key.section(':', 1).toUInt());
@@ -388,11 +386,12 @@ private:
                 "tcp", QString("port %1 does not answer within %2").arg(port).arg(secondsText(m_options.timeoutMs)),
                 "check the server's firewall (TCP to that port)" + network);
         else if (socket.error() == QAbstractSocket::ConnectionRefusedError)
-            m_report.failed("tcp",
-                            QString("port %1 %2")
-                                .arg(port)
-                                .arg(server.isKnown ? "is announced, but refuses connections" : "refuses connections"),
-                            "restart CITP in the server, or the server; a firewall may also refuse them" + network);
+            m_report.failed(
+                "tcp",
+                QString("port %1 %2")
+                    .arg(port)
+                    .arg(server.name.isEmpty() ? "refuses connections" : "is announced, but refuses connections"),
+                "restart CITP in the server, or the server; a firewall may also refuse them" + network);
         else
             m_report.failed("tcp", QString("port %1: %2").arg(port).arg(escapeControls(socket.errorString())),
                             "check the route to the server: ping " + host + network);
@@ -408,12 +407,11 @@ private:
         timer.start();
         try {
             auto session = std::make_unique<Session>(options);
-            const ServerText& server = session->server();
-            const QString product =
-                server.product.isEmpty()
-                    ? QString()
-                    : QString(": %1 %2, %3 layers")
-                          .arg(escapeControls(server.product), server.productVersion, QString::number(server.layers));
+            const CITP::Server& server = session->server();
+            const QString product = server.product.isEmpty() ? QString()
+                                                             : QString(": %1 %2, %3 layers")
+                                                                   .arg(escapeControls(server.product), server.version,
+                                                                        QString::number(server.layers.size()));
             m_report.ok("greeting",
                         QString("answered with an SInf%1, up after %2").arg(product, secondsText(timer.elapsed())));
             return session;
@@ -453,10 +451,13 @@ private:
 
     void checkContent(Session& session)
     {
-        std::vector<Library> libraries;
+        CITP::Catalogue& catalogue = session.catalogue();
         try {
-            libraries = fetchLibraries(session, Media).libraries;
-            m_report.ok("library", QString("%1 media libraries").arg(libraries.size()));
+            catalogue.loadAllLibraries(Media);
+            session.waitForCatalogue();
+            if (catalogue.librariesState(Media) == CITP::Catalogue::Failed)
+                throw Failure{escapeControls(catalogue.librariesProblem(Media))};
+            m_report.ok("library", QString("%1 media libraries").arg(catalogue.allLibraries(Media).size()));
         } catch (const Failure& failure) {
             m_report.failed("library", failure.text,
                             "check whether the server has media and whether it is busy loading them; its log may "
@@ -465,25 +466,26 @@ private:
             return;
         }
         try {
-            checkThumbnail(session, libraries);
+            checkThumbnail(session);
         } catch (const Failure& failure) {
             m_report.failed("thumbnail", failure.text,
                             "try again with a longer --timeout; citp-console thumbnails checks every element");
         }
     }
 
-    void checkThumbnail(Session& session, const std::vector<Library>& libraries)
+    void checkThumbnail(Session& session)
     {
-        for (const Library& library : libraries) {
-            if (library.info.ElementCount == 0)
+        for (const CITP::Library& library : session.catalogue().allLibraries(Media)) {
+            if (library.elements == 0)
                 continue;
-            const ElementList list = fetchElements(session, Media, library.info.LIBID);
-            if (list.elements.empty())
+            session.loadElements(Media, library.id);
+            const std::vector<CITP::Element>& elements = session.catalogue().elements(Media, library.id);
+            if (elements.empty())
                 continue;
-            const Element& element = list.elements.front();
-            const PictureFile picture = fetchThumbnail(session, library.info.LIBID, element.number);
+            const CITP::Element element = elements.front();
+            const PictureFile picture = fetchThumbnail(session, library.id, element.number);
             const QString subject = QString("library %1, element %2 \"%3\": ")
-                                        .arg(escapeControls(library.info.LIBID))
+                                        .arg(library.id)
                                         .arg(element.number)
                                         .arg(escapeControls(element.name));
             if (picture.problem.isEmpty())
@@ -502,19 +504,22 @@ private:
 
     static PictureFile fetchThumbnail(Session& session, const QString& library, quint8 element)
     {
-        Inbox<std::optional<CITP::Msg_MSEX_ETHN>> inbox;
-        inbox.receiveFrom(
-            session.key(), &CITP::citp_stack::elementThumbnail,
-            [library, element](std::optional<CITP::Msg_MSEX_ETHN>& answer, const CITP::Msg_MSEX_ETHN& message) {
-                if (!answer && message.LibraryId == library && message.ElementNumber == element)
-                    answer.emplace(message);
-            });
-        session.send(CITP::Msg_MSEX_GETH(session.msexMinor(), Media, library,
-                                         static_cast<quint16>(ThumbnailSize.height()),
-                                         static_cast<quint16>(ThumbnailSize.width()), "JPEG", {element}));
-        session.waitFor(QString("the thumbnail of element %1 of library %2").arg(element).arg(escapeControls(library)),
-                        [&] { return inbox.state()->has_value(); });
-        return toPictureFile(CITP::pictureOf(**inbox.state()), ThumbnailSize);
+        CITP::Picture received;
+        QString problem;
+        bool hasEnded = false;
+        QObject scope;
+        CITP::Reply* const reply = session.requests().get(
+            {session.key(), CITP::Request::ElementPicture, Media, library, {element}, ThumbnailSize, "JPEG"});
+        QObject::connect(reply, &CITP::Reply::finished, &scope, [&, reply] {
+            received = reply->picture();
+            problem = reply->errorString();
+            hasEnded = true;
+        });
+        session.waitUntil([&] { return hasEnded; });
+        session.checkIsUp();
+        if (!problem.isEmpty())
+            throw Failure{escapeControls(problem)};
+        return toPictureFile(received, ThumbnailSize);
     }
 
     // --- Network ---------------------------------------------------------------------------------------------------

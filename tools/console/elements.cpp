@@ -3,14 +3,15 @@
 #include <QDateTime>
 #include <QJsonArray>
 
-#include "catalogue.h"
 #include "commands.h"
 #include "printing.h"
+#include "session.h"
 #include "table.h"
 
 namespace Console {
 namespace {
-using Kind = ElementList::Kind;
+using CITP::Element;
+using Kind = CITP::ElementKind;
 
 // Most servers send seconds since 1970. A number outside a plausible range is printed unchanged.
 QString timeText(quint64 timestamp)
@@ -30,7 +31,7 @@ void printAsJson(const Session& session, const QString& library, Kind kind, cons
                        {"name", element.name},
                        {"dmxMin", element.dmxMin},
                        {"dmxMax", element.dmxMax},
-                       {"serial", static_cast<double>(element.serial)}};
+                       {"serial", static_cast<double>(element.serialNumber)}};
     // A string, because a JSON number is exact only up to 53 bits.
     if (kind != Kind::Effects)
         object.insert("timestamp", QString::number(element.timestamp));
@@ -74,20 +75,22 @@ QStringList row(Kind kind, const Element& element)
 int listElements(const Options& options)
 {
     Session session(options);
-    const QString library = libraryId(options.library, session.msexMinor());
-    const ElementList list = fetchElements(session, static_cast<quint8>(options.type), library);
+    const auto type = static_cast<quint8>(options.type);
+    const QString library = session.loadElements(type, options.library);
+    const std::vector<Element>& elements = session.catalogue().elements(type, library);
+    const Kind kind = CITP::elementKind(type);
     if (options.json) {
-        for (const Element& element : list.elements)
-            printAsJson(session, library, list.kind, element);
+        for (const Element& element : elements)
+            printAsJson(session, library, kind, element);
         return 0;
     }
     printLine(QString("%1: %2 elements in library %3 of type %4")
-                  .arg(session.name(), QString::number(list.elements.size()), library, QString::number(options.type)));
-    if (list.elements.empty())
+                  .arg(session.name(), QString::number(elements.size()), library, QString::number(options.type)));
+    if (elements.empty())
         return 0;
-    Table table(titles(list.kind));
-    for (const Element& element : list.elements)
-        table.add(row(list.kind, element));
+    Table table(titles(kind));
+    for (const Element& element : elements)
+        table.add(row(kind, element));
     table.print();
     return 0;
 }

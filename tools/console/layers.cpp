@@ -1,13 +1,11 @@
 // The command "layers": shows the layer status of a server continuously.
 // SPDX-License-Identifier: Apache-2.0
-#include <citp/citp_msg_msex_lsta.h>
+#include <citp_client/layers.h>
 
+#include <QElapsedTimer>
 #include <QJsonArray>
-#include <deque>
-#include <utility>
 
 #include "commands.h"
-#include "inbox.h"
 #include "live_table.h"
 #include "printing.h"
 #include "session.h"
@@ -15,125 +13,84 @@
 
 namespace Console {
 namespace {
-using LayerStatus = CITP::Msg_MSEX_LSTA::LayerStatus;
+using CITP::Layer;
 
 // Shortest interval between two tables, on a terminal and in a file.
 constexpr int TerminalIntervalMs = 100;
 constexpr int FileIntervalMs = 1000;
-// Bounds what waits for an output that is not read.
-constexpr std::size_t MaxWaiting = 16;
 
 QString flagsText(unsigned int flags)
 {
     return QString("0x%1").arg(flags, 8, 16, QLatin1Char('0'));
 }
 
-void printAsJson(const QString& server, const CITP::Msg_MSEX_LSTA& status)
+void printAsJson(const QString& server, const std::vector<Layer>& states)
 {
     QJsonArray layers;
-    for (const LayerStatus& layer : status.Layers) {
-        layers.append(QJsonObject{{"layer", layer.LayerNumber},
-                                  {"output", layer.PhysicalOutput},
-                                  {"type", layer.LibraryType},
-                                  {"library", layer.LibraryId},
-                                  {"element", layer.MediaNumber},
-                                  {"name", layer.MediaName},
-                                  {"position", static_cast<double>(layer.MediaPosition)},
-                                  {"length", static_cast<double>(layer.MediaLength)},
-                                  {"frameRate", layer.MediaFrameRate},
-                                  {"flags", static_cast<double>(layer.LayerStatusFlags)}});
+    for (const Layer& layer : states) {
+        layers.append(QJsonObject{{"layer", layer.number},
+                                  {"output", layer.output},
+                                  {"type", layer.type},
+                                  {"library", layer.library},
+                                  {"element", layer.element},
+                                  {"name", layer.name},
+                                  {"position", static_cast<double>(layer.position)},
+                                  {"length", static_cast<double>(layer.length)},
+                                  {"frameRate", layer.frameRate},
+                                  {"flags", static_cast<double>(layer.flags)}});
     }
     printJson({{"server", server}, {"time", isoTime()}, {"layers", layers}});
 }
 
-QStringList tableOf(const CITP::Msg_MSEX_LSTA& status)
+QStringList tableOf(const std::vector<Layer>& states)
 {
     Table table({" LAYER", " OUTPUT", "LIBRARY", " #", " POSITION", " LENGTH", " FPS", "FLAGS", "NAME"});
-    for (const LayerStatus& layer : status.Layers) {
-        table.add({QString::number(layer.LayerNumber), QString::number(layer.PhysicalOutput), layer.LibraryId,
-                   QString::number(layer.MediaNumber), QString::number(layer.MediaPosition),
-                   QString::number(layer.MediaLength), QString::number(layer.MediaFrameRate),
-                   flagsText(layer.LayerStatusFlags), layer.MediaName});
+    for (const Layer& layer : states) {
+        table.add({QString::number(layer.number), QString::number(layer.output), layer.library,
+                   QString::number(layer.element), QString::number(layer.position), QString::number(layer.length),
+                   QString::number(layer.frameRate), flagsText(layer.flags), layer.name});
     }
     return table.lines();
 }
 
-// The newest states that have not been printed yet. If the output is slower than the server, older ones are dropped.
-struct LayerStates
+void show(const Options& options)
 {
-    std::deque<CITP::Msg_MSEX_LSTA> waiting;
-    int count = 0; ///< received so far
-};
-
-class Layers
-{
-public:
-    explicit Layers(const Options& options) : m_options(options), m_session(options)
-    {
-        const std::size_t maxWaiting = options.json ? MaxWaiting : 1;
-        m_inbox.receiveFrom(m_session.key(), &CITP::citp_stack::layerStatus,
-                            [maxWaiting](LayerStates& states, const CITP::Msg_MSEX_LSTA& status) {
-                                ++states.count;
-                                if (states.waiting.size() >= maxWaiting)
-                                    states.waiting.pop_front();
-                                states.waiting.push_back(status);
-                            });
-    }
-
-    void run()
-    {
-        if (m_options.seconds > 0)
-            interruptAfter(m_options.seconds);
-        for (;;) {
-            m_session.waitFor(
-                "its layer status", [&] { return m_inbox.state()->count != m_seen; }, [this] { return remark(); });
-            const std::deque<CITP::Msg_MSEX_LSTA> states = take();
-            if (m_options.json) {
-                for (const CITP::Msg_MSEX_LSTA& status : states) {
-                    if (isInterrupted())
-                        throw Interrupted{};
-                    printAsJson(m_session.key(), status);
-                }
-            } else if (!states.empty()) {
-                m_table.draw(QStringList{QString("%1  %2").arg(timeOfDay(), m_session.name())} +
-                             tableOf(states.back()));
-                m_sinceDrawn.start();
-            }
+    Session session(options);
+    LiveTable table;
+    CITP::Layers layers(session.transport(), session.key());
+    layers.setInterval(options.json ? 0 : table.isTerminal() ? TerminalIntervalMs : FileIntervalMs);
+    std::vector<std::vector<Layer>> waiting;
+    QObject::connect(&layers, &CITP::Layers::changed, [&] {
+        if (!layers.isStale())
+            waiting.push_back(layers.layers());
+    });
+    if (options.seconds > 0)
+        interruptAfter(options.seconds);
+    QElapsedTimer running;
+    running.start();
+    for (;;) {
+        const auto isSilent = [&] {
+            return (layers.age() < 0 ? running.elapsed() : layers.age()) >= session.timeoutMs();
+        };
+        session.waitUntil([&] { return !waiting.empty() || isSilent(); });
+        if (waiting.empty())
+            throw session.noAnswer("its layer status", layers.age() < 0 ? QString() : QString("since the last one"));
+        for (const std::vector<Layer>& states : std::exchange(waiting, {})) {
+            if (isInterrupted())
+                throw Interrupted{};
+            if (options.json)
+                printAsJson(session.key(), states);
+            else
+                table.draw(QStringList{QString("%1  %2").arg(timeOfDay(), session.name())} + tableOf(states));
         }
     }
-
-private:
-    QString remark() const
-    {
-        if (m_session.msexMinor() == 1)
-            return "(it uses MSEX 1.1, whose layer status the library does not accept)";
-        return m_seen > 0 ? QString("(it had sent %1 before)").arg(m_seen) : QString();
-    }
-
-    // What to print now: nothing if the last table is too recent.
-    std::deque<CITP::Msg_MSEX_LSTA> take()
-    {
-        const int intervalMs = m_options.json ? 0 : m_table.isTerminal() ? TerminalIntervalMs : FileIntervalMs;
-        const auto states = m_inbox.state();
-        m_seen = states->count;
-        if (m_sinceDrawn.isValid() && m_sinceDrawn.elapsed() < intervalMs)
-            return {};
-        return std::exchange(states->waiting, {});
-    }
-
-    const Options& m_options;
-    Session m_session;
-    LiveTable m_table;
-    QElapsedTimer m_sinceDrawn;
-    Inbox<LayerStates> m_inbox;
-    int m_seen = 0; ///< number of states that take() has seen
-};
+}
 } // namespace
 
 int showLayers(const Options& options)
 {
     try {
-        Layers(options).run();
+        show(options);
     } catch (const Interrupted&) {
         // Ctrl-C and --seconds are the normal ends of this command.
     }

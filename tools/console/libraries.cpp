@@ -1,24 +1,32 @@
 // The command "libraries": lists the element libraries of a server, sub-libraries below their parents.
 // SPDX-License-Identifier: Apache-2.0
-#include "catalogue.h"
 #include "commands.h"
 #include "printing.h"
+#include "session.h"
 #include "table.h"
 
 namespace Console {
 namespace {
+using CITP::Library;
+
+// 0 for a top-level library.
+int depthOf(const Library& library)
+{
+    return library.id.contains(',') ? library.id.section(',', 0, 0).toInt() - 1 : 0;
+}
+
 void printAsJson(const Session& session, const Library& library, int type)
 {
     printJson({{"server", session.key()},
                {"type", type},
-               {"library", library.info.LIBID},
-               {"depth", library.depth},
-               {"name", library.info.Name},
-               {"dmxMin", library.info.DMXRangeMin},
-               {"dmxMax", library.info.DMXRangeMax},
-               {"elements", library.info.ElementCount},
-               {"subLibraries", library.info.SubLibraryCount},
-               {"serial", static_cast<double>(library.info.SerialNumber)}});
+               {"library", library.id},
+               {"depth", depthOf(library)},
+               {"name", library.name},
+               {"dmxMin", library.dmxMin},
+               {"dmxMax", library.dmxMax},
+               {"elements", library.elements},
+               {"subLibraries", library.subLibraries},
+               {"serial", static_cast<double>(library.serialNumber)}});
 }
 
 void printAsText(const Session& session, const std::vector<Library>& libraries, int type)
@@ -28,12 +36,10 @@ void printAsText(const Session& session, const std::vector<Library>& libraries, 
     if (libraries.empty())
         return;
     Table table({"LIBRARY", " DMX", " ELEMENTS", " SUB-LIBRARIES", " SERIAL", "NAME"});
-    for (const Library& library : libraries) {
-        const auto& info = library.info;
-        table.add({info.LIBID, QString("%1-%2").arg(info.DMXRangeMin).arg(info.DMXRangeMax),
-                   QString::number(info.ElementCount), QString::number(info.SubLibraryCount),
-                   QString::number(info.SerialNumber), QString("  ").repeated(library.depth) + info.Name});
-    }
+    for (const Library& library : libraries)
+        table.add({library.id, QString("%1-%2").arg(library.dmxMin).arg(library.dmxMax),
+                   QString::number(library.elements), QString::number(library.subLibraries),
+                   QString::number(library.serialNumber), QString("  ").repeated(depthOf(library)) + library.name});
     table.print();
 }
 } // namespace
@@ -41,15 +47,21 @@ void printAsText(const Session& session, const std::vector<Library>& libraries, 
 int listLibraries(const Options& options)
 {
     Session session(options);
-    const LibraryList list = fetchLibraries(session, static_cast<quint8>(options.type));
+    const auto type = static_cast<quint8>(options.type);
+    CITP::Catalogue& catalogue = session.catalogue();
+    catalogue.loadAllLibraries(type);
+    session.waitForCatalogue();
+    if (catalogue.librariesState(type) == CITP::Catalogue::Failed)
+        throw Failure{escapeControls(catalogue.librariesProblem(type))};
+    const std::vector<Library> libraries = catalogue.allLibraries(type);
     if (options.json) {
-        for (const Library& library : list.libraries)
+        for (const Library& library : libraries)
             printAsJson(session, library, options.type);
     } else {
-        printAsText(session, list.libraries, options.type);
+        printAsText(session, libraries, options.type);
     }
-    if (!list.problem.isEmpty())
-        throw Failure{list.problem};
+    if (const int missing = session.warnAboutLists(type, CITP::Request::Libraries))
+        throw Failure{QString("%1 did not list the sub-libraries of %2 libraries").arg(session.name()).arg(missing)};
     return 0;
 }
 } // namespace Console

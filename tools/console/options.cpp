@@ -113,8 +113,8 @@ const std::vector<Command>& commands()
          "To measure response times, the command sends at most two requests a second, one at a time: for the media\n"
          "libraries (GELI), for the elements of the first library that has any (GEIn), and for the thumbnail of the\n"
          "first element (GETh). The answers are included in the counts. A response time is the time from passing the\n"
-         "request to the library until the application receives the answer. An answer that arrives after --timeout is\n"
-         "attributed to the next request of its type.",
+         "request to the library until the application receives the answer. A request that is not answered within\n"
+         "half of --timeout is sent a second time.",
          showStatistics,
          {"SERVER"},
          connecting({"adapter", "interval", "json", "log", "seconds", "timeout"})},
@@ -123,8 +123,7 @@ const std::vector<Command>& commands()
          "Requests the thumbnail of every element of a server, or of one library without its sub-libraries. Writes\n"
          "each thumbnail to a file, and all of them to a contact sheet, contact-sheet.png. RGB8 pictures are saved as\n"
          "PNG, other formats as received. Missing thumbnails are listed, and the exit status is then 1.\n"
-         "A library that does not answer the request for its elements is skipped and counts as missing. After two\n"
-         "such libraries in a row, no more are requested.",
+         "A library that does not answer the request for its elements is skipped and counts as missing.",
          fetchThumbnails,
          {"SERVER", "[LIBRARY]"},
          connecting({"adapter", "format", "json", "log", "size", "timeout", "to", "type"}),
@@ -198,9 +197,8 @@ QList<QCommandLineOption> knownOptions()
          "pixels in total, because larger pictures do not fit into a message. Default: 160x120.",
          "WIDTHxHEIGHT"},
         {"timeout",
-         "Timeout in seconds, 0.1 to 3600, for the server to come up and for each answer. The timeout for the server "
-         "to "
-         "come up is at least 5. Default: 10.",
+         "Timeout in seconds, 0.1 to 3600, for the server to come up and for each answer. A request is sent again "
+         "after half of it. The timeout for the server to come up is at least 5. Default: 10.",
          "SECONDS"},
         {"to", "Folder for the files, created if it does not exist. Existing files are overwritten.", "DIR"},
         {"type", "Library type, 1 to 255: 1 media, 2 effects, 3 and higher others. Default: 1.", "N"},

@@ -1,5 +1,6 @@
 // The command "servers": lists the media servers that announce themselves, without connecting to them.
 // SPDX-License-Identifier: Apache-2.0
+#include <QElapsedTimer>
 #include <QSet>
 #include <cerrno>
 #include <cstring>
@@ -24,7 +25,7 @@ void startListening(Discovery& discovery, const ArtNet::Adapter& adapter, Discov
                           .arg(nameAndAddress(adapter), QString::fromLocal8Bit(std::strerror(error)))};
 }
 
-void printServer(const ServerText& server, bool json)
+void printServer(const CITP::Server& server, bool json)
 {
     if (json)
         printJson({{"server", server.key}, {"name", server.name}});
@@ -42,7 +43,7 @@ int listServers(const Options& options)
     QElapsedTimer sinceNew;
     const auto isComplete = [&] {
         discovery.read();
-        for (const ServerText& server : discovery.servers()) {
+        for (const CITP::Server& server : discovery.servers()) {
             if (printed.contains(server.key))
                 continue;
             printed.insert(server.key);

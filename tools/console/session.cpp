@@ -1,15 +1,15 @@
-// Finding a server by key or name, and waiting with the event loop.
+// Waiting with the event loop, finding a server by key or name, and loading its lists.
 // SPDX-License-Identifier: Apache-2.0
 #include "session.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QTimer>
 
 #include <algorithm>
 
 #include "adapters.h"
 #include "descriptors.h"
-#include "discovery.h"
 #include "log_lines.h"
 #include "printing.h"
 
@@ -17,41 +17,26 @@ namespace Console {
 namespace {
 constexpr int WakeUpMs = 50;
 
-QString listed(const QMap<QString, ServerText>& servers, const QStringList& keys)
+// More than any show has. Bounds the memory for a server that lists elements without end.
+constexpr std::size_t MaxElements = 100000;
+
+QString listed(const CITP::Directory& directory, const QStringList& keys)
 {
     constexpr int MaxListed = 10;
     QStringList texts;
     for (const QString& key : keys.mid(0, MaxListed))
-        texts << toText(servers.value(key), true);
+        texts << toText(directory.server(key), true);
     if (keys.size() > MaxListed)
         texts << QString("%1 more").arg(keys.size() - MaxListed);
     return texts.join("; ");
 }
 
-// What was found instead of the server @p wanted.
-QString foundText(const QMap<QString, ServerText>& up, const Discovery& discovery, const QString& wanted)
+// Those of keys that are up.
+QStringList upAmong(const CITP::Directory& directory, QStringList keys)
 {
-    constexpr int MaxOverdue = 5;
-    QStringList texts;
-    if (!up.isEmpty())
-        texts << "found: " + listed(up, up.keys());
-    QStringList overdue = matching(discovery.servers(), wanted);
-    if (overdue.isEmpty())
-        overdue = discovery.servers().keys();
-    for (const QString& key : up.keys())
-        overdue.removeAll(key);
-    for (const QString& key : overdue.mid(0, MaxOverdue))
-        texts << discovery.overdueText(key);
-    if (overdue.size() > MaxOverdue)
-        texts << QString("%1 more are heard").arg(overdue.size() - MaxOverdue);
-    if (texts.isEmpty())
-        texts << "no server was found";
-    const QString problem = descriptorProblem();
-    if (!problem.isEmpty())
-        texts << problem;
-    if (up.isEmpty())
-        texts << "run 'citp-console doctor' to find the cause";
-    return texts.join("; ");
+    const auto isOther = [&](const QString& key) { return directory.server(key).state != CITP::Server::Up; };
+    keys.erase(std::remove_if(keys.begin(), keys.end(), isOther), keys.end());
+    return keys;
 }
 
 // At most once, because the servers announce themselves again and again.
@@ -98,89 +83,144 @@ void enableStack(const Options& options)
 
 Session::Session(const Options& options) : m_timeoutMs(options.timeoutMs)
 {
-    CITP::citp_stack* const stack = CITP::citp_stack::Get();
+    m_requests.setTimeout(m_timeoutMs / CITP::Requests::maxAttempts);
+    QObject::connect(&m_transport, &CITP::Transport::serverDown, &m_requests,
+                     [this](const QString& key) { m_isDown = m_isDown || key == m_server.key; });
     enableStack(options);
-    // An earlier session may already have connected to servers.
-    for (const QString& key : stack->getServers())
-        m_servers.insert(key, describe(key));
     find(options);
-}
-
-void Session::update()
-{
-    for (const ServerEvent& event : m_events.take()) {
-        if (event.isUp)
-            m_servers.insert(event.key, describe(event.key));
-        else
-            m_servers.remove(event.key);
-        m_isDown = m_isDown || (!event.isUp && event.key == m_server.key);
-    }
-}
-
-QString Session::name() const
-{
-    return "server " + toText(m_server, true);
-}
-
-void Session::send(const CITP::Msg_Header& request)
-{
-    CITP::citp_stack* const stack = CITP::citp_stack::Get();
-    if (stack->sendMsg(key(), request))
-        return;
-    // The stack may have removed the server before its signal serverDown is delivered here.
-    const std::vector<QString> servers = stack->getServers();
-    if (std::find(servers.begin(), servers.end(), key()) == servers.end())
-        throw Failure{name() + " went down"};
-    throw Failure{name() + " did not accept a request: it is down or the request is invalid"};
+    m_catalogue.emplace(m_requests, key());
+    QObject::connect(
+        &*m_catalogue, &CITP::Catalogue::elementsChanged, &m_requests,
+        [this](quint8 type, const QString& library) { m_elements += m_catalogue->elements(type, library).size(); });
 }
 
 bool Session::waitUntil(const std::function<bool()>& isDone, int milliseconds)
 {
     const auto isOver = [&] {
-        update();
         if (isDone())
             return true;
-        if (m_isDown)
-            throw Failure{name() + " went down"};
+        checkIsUp();
         return false;
     };
     return processEventsUntil(isOver, milliseconds);
 }
 
-void Session::waitFor(const QString& what, const std::function<bool()>& isDone, const std::function<QString()>& remark)
+void Session::checkIsUp() const
 {
-    if (!waitUntil(isDone, m_timeoutMs)) {
-        const QString more = remark ? remark() : QString();
-        throw NoAnswer{{QString("%1 did not send %2 within %3%4; --timeout allows more time")
-                            .arg(name(), what, secondsText(m_timeoutMs), more.isEmpty() ? QString() : ' ' + more)}};
+    if (m_isDown)
+        throw Failure{name() + " went down"};
+}
+
+Failure Session::noAnswer(const QString& what, const QString& remark) const
+{
+    return {QString("%1 did not send %2 within %3%4; --timeout allows more time")
+                .arg(name(), what, secondsText(m_timeoutMs), remark.isEmpty() ? QString() : ' ' + remark)};
+}
+
+// --- The catalogue ---------------------------------------------------------------------------------------------------
+
+void Session::waitForCatalogue()
+{
+    const auto isTooLarge = [this] { return m_catalogue->isFull() || m_elements > MaxElements; };
+    waitUntil([&] { return m_catalogue->isIdle() || isTooLarge(); });
+    checkIsUp();
+    if (m_catalogue->isFull())
+        throw Failure{QString("%1 lists more than %2 libraries").arg(name()).arg(CITP::Catalogue::maxLibraries)};
+    if (isTooLarge())
+        throw Failure{QString("%1 lists more than %2 elements; give a library").arg(name()).arg(MaxElements)};
+}
+
+QString Session::loadElements(quint8 type, const QString& library)
+{
+    const QString known = CITP::libraryId(library, m_server.msexMinor);
+    // What the server's version cannot express is refused with the reason.
+    const QString id = known.isEmpty() ? library : known;
+    m_catalogue->loadElements(type, id);
+    waitForCatalogue();
+    const QString problem = escapeControls(m_catalogue->elementsProblem(type, id));
+    if (m_catalogue->elementsState(type, id) == CITP::Catalogue::Failed)
+        throw Failure{problem};
+    if (!problem.isEmpty())
+        warn(problem);
+    if (!m_catalogue->elements(type, id).empty())
+        return id;
+    m_catalogue->loadLibraries(type, CITP::parentLibrary(id));
+    waitForCatalogue();
+    const bool areListed = m_catalogue->librariesState(type, CITP::parentLibrary(id)) == CITP::Catalogue::Loaded;
+    if (areListed && m_catalogue->library(type, id).id.isEmpty())
+        throw Failure{QString("%1 has no library %2 of type %3; 'citp-console libraries' lists them")
+                          .arg(name(), id, QString::number(type))};
+    return id;
+}
+
+int Session::warnAboutLists(quint8 type, CITP::Request::Kind kind)
+{
+    constexpr int MaxLines = 5;
+    int problems = 0;
+    int missing = 0;
+    const bool areLibraries = kind == CITP::Request::Libraries;
+    std::vector<CITP::Library> libraries = m_catalogue->allLibraries(type);
+    if (areLibraries)
+        libraries.emplace(libraries.begin())->id = CITP::rootLibrary();
+    for (const CITP::Library& library : libraries) {
+        const QString problem = areLibraries ? m_catalogue->librariesProblem(type, library.id)
+                                             : m_catalogue->elementsProblem(type, library.id);
+        const CITP::Catalogue::State state =
+            areLibraries ? m_catalogue->librariesState(type, library.id) : m_catalogue->elementsState(type, library.id);
+        missing += state == CITP::Catalogue::Failed ? 1 : 0;
+        if (!problem.isEmpty() && ++problems <= MaxLines)
+            warn(escapeControls(problem));
     }
+    if (problems > MaxLines)
+        warn(QString("%1 more lists are odd or missing").arg(problems - MaxLines));
+    return missing;
+}
+
+// --- Finding the server ----------------------------------------------------------------------------------------------
+
+// What was found instead of the server wanted.
+QString Session::foundText(const QString& wanted) const
+{
+    constexpr int MaxOverdue = 5;
+    QStringList texts;
+    const QStringList up = upAmong(m_directory, m_directory.keys());
+    if (!up.isEmpty())
+        texts << "found: " + listed(m_directory, up);
+    QStringList overdue = m_directory.find(wanted);
+    if (overdue.isEmpty())
+        overdue = m_directory.keys();
+    for (const QString& key : up)
+        overdue.removeAll(key);
+    for (const QString& key : overdue.mid(0, MaxOverdue))
+        texts << overdueText(m_directory.server(key), m_transport.now());
+    if (overdue.size() > MaxOverdue)
+        texts << QString("%1 more are heard").arg(overdue.size() - MaxOverdue);
+    if (texts.isEmpty())
+        texts << "no server was found";
+    const QString problem = descriptorProblem();
+    if (!problem.isEmpty())
+        texts << problem;
+    if (up.isEmpty())
+        texts << "run 'citp-console doctor' to find the cause";
+    return texts.join("; ");
 }
 
 void Session::find(const Options& options)
 {
     const QString& wanted = options.server;
     const int searchMs = qMax(m_timeoutMs, MinSearchMs);
-    const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
-    // Hears servers that do not come up.
-    Discovery discovery;
-    const bool isListening =
-        discovery.open() == 0 && discovery.join(adapter, options.stack.options.discoveryGroups()) == 0;
-    const auto isFound = [&] {
-        if (isListening)
-            discovery.read();
-        return !matching(m_servers, wanted).isEmpty();
-    };
-    if (!waitUntil(isFound, searchMs))
+    const auto matching = [&] { return upAmong(m_directory, m_directory.find(wanted)); };
+    if (!processEventsUntil([&] { return !matching().isEmpty(); }, searchMs))
         throw Failure{QString("no server '%1' within %2 on adapter %3; %4")
-                          .arg(escapeControls(wanted), secondsText(searchMs), nameAndAddress(adapter),
-                               foundText(m_servers, discovery, wanted))};
-    waitUntil([&] { return m_servers.contains(wanted); }, SettleMs);
-    const QStringList keys = matching(m_servers, wanted);
+                          .arg(escapeControls(wanted), secondsText(searchMs), nameAndAddress(ArtNet::Adapter::Get()),
+                               foundText(wanted))};
+    processEventsUntil([&] { return m_directory.server(wanted).state == CITP::Server::Up; }, SettleMs);
+    const QStringList keys = matching();
     if (keys.isEmpty())
         throw Failure{QString("server '%1' went down").arg(escapeControls(wanted))};
     if (keys.size() > 1)
         throw Failure{QString("'%1' matches several servers; give the full name or the key: %2")
-                          .arg(escapeControls(wanted), listed(m_servers, keys))};
-    m_server = m_servers.value(keys.constFirst());
+                          .arg(escapeControls(wanted), listed(m_directory, keys))};
+    m_server = m_directory.server(keys.constFirst());
 }
 } // namespace Console

@@ -1,16 +1,18 @@
-// Session: one media server, found by key or name, and waiting with a timeout for its messages.
+// Session: one media server, found by key or name, and waiting with a timeout for what it sends.
 //
-// Commands run sequentially on the main thread. While a command waits, the stack's thread stores the results that the
-// command waits for in an Inbox.
+// Commands run sequentially on the main thread. While a command waits, the client layer fills what it waits for.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <QElapsedTimer>
-#include <QMap>
+#include <citp_client/catalogue.h>
+#include <citp_client/directory.h>
+#include <citp_client/requests.h>
+
+#include <climits>
 #include <functional>
+#include <optional>
 
 #include "options.h"
-#include "server_events.h"
 #include "server_text.h"
 #include "shutdown.h"
 
@@ -30,6 +32,7 @@ constexpr int SettleMs = 1500;
 /// Enables the stack with the guards, groups and servers of @p options.
 void enableStack(const Options& options);
 
+/// The requests end by the timeout of the options, all attempts together.
 class Session
 {
 public:
@@ -37,37 +40,49 @@ public:
     /// @throws Failure on timeout, or if several servers match the name
     explicit Session(const Options& options);
 
-    const ServerText& server() const { return m_server; }
+    /// As it was when it was found.
+    const CITP::Server& server() const { return m_server; }
     const QString& key() const { return m_server.key; }
-    /// The MSEX minor version for requests.
-    quint8 msexMinor() const { return m_server.msexMinor; }
     /// For text output, e.g. server 127.0.0.2:4811 "Stage".
-    QString name() const;
+    QString name() const { return "server " + toText(m_server, true); }
     int timeoutMs() const { return m_timeoutMs; }
-    bool isDown() const { return m_isDown; }
-
-    /// Sends @p request to the server.
-    /// @throws Failure if the stack rejects it, for example because the server is down
-    void send(const CITP::Msg_Header& request);
+    CITP::Transport& transport() { return m_transport; }
+    CITP::Requests& requests() { return m_requests; }
+    CITP::Catalogue& catalogue() { return *m_catalogue; }
 
     /// Like processEventsUntil(), and additionally throws if the server goes down.
     /// @return false on timeout
     /// @throws Failure if the server goes down, and as processEventsUntil()
-    bool waitUntil(const std::function<bool()>& isDone, int milliseconds);
-    /// Like waitUntil() with the session's timeout, but throws on timeout.
-    /// @param what the expected answer, for the failure text, e.g. "its libraries"
-    /// @param remark returns a text that is appended to the failure text; called on timeout; may be null
-    /// @throws NoAnswer on timeout
-    void waitFor(const QString& what, const std::function<bool()>& isDone, const std::function<QString()>& remark = {});
+    bool waitUntil(const std::function<bool()>& isDone, int milliseconds = INT_MAX);
+    /// @throws Failure if the server went down
+    void checkIsUp() const;
+    /// The failure for a timeout.
+    /// @param what the expected answer, e.g. "its layer status"
+    /// @param remark appended to the text
+    Failure noAnswer(const QString& what, const QString& remark = {}) const;
+
+    /// Waits until the catalogue is idle.
+    /// @throws Failure if the server lists more libraries or elements than any show has, and as waitUntil()
+    void waitForCatalogue();
+    /// Loads the elements of @p library.
+    /// @return the identifier of the library in the server's form
+    /// @throws Failure if that fails or there is no such library, and as waitUntil()
+    QString loadElements(quint8 type, const QString& library);
+    /// Prints on standard error what was odd or missing in the lists of @p kind that the catalogue has.
+    /// @return the number of lists that are missing
+    int warnAboutLists(quint8 type, CITP::Request::Kind kind);
 
 private:
-    void update();
     void find(const Options& options);
+    QString foundText(const QString& wanted) const;
 
-    ServerEvents m_events;
-    QMap<QString, ServerText> m_servers;
-    ServerText m_server;
+    CITP::StackTransport m_transport;
+    CITP::Directory m_directory{m_transport};
+    CITP::Requests m_requests{m_transport};
+    std::optional<CITP::Catalogue> m_catalogue;
+    CITP::Server m_server;
     int m_timeoutMs;
+    std::size_t m_elements = 0; ///< that the catalogue has loaded
     bool m_isDown = false;
 };
 } // namespace Console

@@ -4,15 +4,18 @@
 #include <citp/citp_msg_msex_elements.h>
 #include <citp/citp_msg_msex_libraries.h>
 #include <citp/citp_msg_msex_lsta.h>
-#include <citp/citp_msg_msex_requests.h>
 #include <citp/citp_msg_msex_thumbnails.h>
 
+#include <QElapsedTimer>
 #include <QJsonArray>
+#include <QMap>
 #include <algorithm>
 #include <array>
+#include <memory>
+#include <mutex>
+#include <numeric>
 
 #include "commands.h"
-#include "inbox.h"
 #include "live_table.h"
 #include "printing.h"
 #include "session.h"
@@ -21,11 +24,13 @@
 namespace Console {
 namespace {
 using CITP::citp_stack;
+using CITP::Request;
 
 constexpr quint8 Media = 1;
-const char* const Root = "0,0,0,0";
 // Interval between requests. Together with one request at a time, this is less load than a user who browses libraries.
 constexpr int RequestIntervalMs = 500;
+constexpr int SlowAnswerMs = 1000;
+constexpr std::array<const char*, 5> TimeNames{"min", "avg", "p50", "p95", "max"};
 
 QString decimal(double value)
 {
@@ -53,57 +58,33 @@ struct RequestStatistics
     // The smallest time within which @p percent of the answers arrived.
     double percentile(int percent) const
     {
-        if (times.empty())
-            return 0;
         std::vector<double> sorted = times;
         const std::size_t rank = (sorted.size() * static_cast<std::size_t>(percent) + 99) / 100;
         const auto at = sorted.begin() + static_cast<std::ptrdiff_t>(std::max<std::size_t>(rank, 1) - 1);
         std::nth_element(sorted.begin(), at, sorted.end());
         return *at;
     }
+    // In the order of TimeNames; only if there are any.
+    std::vector<double> summary() const
+    {
+        const double mean = std::accumulate(times.begin(), times.end(), 0.0) / static_cast<double>(times.size());
+        return {percentile(0), mean, percentile(50), percentile(95), percentile(100)};
+    }
+    // In percent. A request that is still pending is not lost.
+    double loss() const
+    {
+        const auto ended = static_cast<double>(times.size()) + unanswered;
+        return ended > 0 ? 100 * unanswered / ended : 0;
+    }
 };
 
-// What the stack's thread counts. It also receives the answers, so that the response times do not depend on the output.
-struct Counts
+using Messages = QMap<QString, MessageStatistics>; // by content code
+
+// What the stack's thread counts, so that no message waits to be counted.
+struct Counter
 {
-    enum Request { Libraries, Elements, Thumbnail, None };
-
-    QMap<QString, MessageStatistics> messages; ///< by content code
-    std::array<RequestStatistics, None> requests{{{"GELI", 0, 0, {}}, {"GEIn", 0, 0, {}}, {"GETh", 0, 0, {}}}};
-    Request pending = None; ///< sent and not answered yet
-    Request next = Libraries;
-    QString library; ///< id of the first library with elements; empty if there is none
-    bool hasElement = false;
-    quint8 element = 0; ///< number of the first element of #library
-    QElapsedTimer sinceRequest;
-
-    bool isRequestDue() const
-    {
-        return pending == None && (!sinceRequest.isValid() || sinceRequest.elapsed() >= RequestIntervalMs);
-    }
-
-    void answered(Request request)
-    {
-        if (pending != request)
-            return;
-        requests[request].times.push_back(static_cast<double>(sinceRequest.nsecsElapsed()) / 1e6);
-        pending = None;
-        if (request == Libraries && !library.isEmpty())
-            next = Elements;
-        else if (request == Elements && hasElement)
-            next = Thumbnail;
-        else
-            next = Libraries;
-    }
-
-    void expire(qint64 timeoutMs)
-    {
-        if (pending == None || sinceRequest.elapsed() < timeoutMs)
-            return;
-        ++requests[pending].unanswered;
-        pending = None;
-        next = Libraries;
-    }
+    std::mutex mutex;
+    Messages messages;
 };
 
 class Statistics
@@ -120,7 +101,6 @@ public:
         count(&citp_stack::libraryUpdated);
         count(&citp_stack::layerStatus);
         count(&citp_stack::patchMessage);
-        connectAnswers();
     }
 
     void run()
@@ -132,11 +112,11 @@ public:
         QString failure;
         try {
             for (;;) {
-                sendRequest();
-                m_session.waitUntil([&] { return m_inbox.state()->isRequestDue() || isTableDue(); }, RequestIntervalMs);
-                m_inbox.state()->expire(m_session.timeoutMs());
+                m_session.waitUntil([&] { return isRequestDue() || isTableDue(); });
                 if (isTableDue())
                     printTable(false);
+                if (isRequestDue())
+                    sendRequest();
             }
         } catch (const Interrupted&) {
             // Ctrl-C and --seconds are the normal ends of this command.
@@ -152,68 +132,71 @@ private:
     template <typename Message>
     void count(void (citp_stack::*signal)(const citp_stack::SERV_ID&, const Message&))
     {
-        m_inbox.receiveFrom(m_session.key(), signal, [](Counts& counts, const Message& message) {
-            MessageStatistics& received = counts.messages[message.cookie];
-            ++received.count;
-            received.bytes += message.size;
-            received.largest = std::max(received.largest, message.size);
-        });
+        // A call in progress on the stack's thread keeps the counter alive after this object.
+        QObject::connect(
+            citp_stack::Get(), signal, &m_scope,
+            [counter = m_counter, server = m_session.key()](const QString& key, const Message& message) {
+                if (key != server)
+                    return;
+                const std::lock_guard<std::mutex> lock(counter->mutex);
+                MessageStatistics& received = counter->messages[message.cookie];
+                ++received.count;
+                received.bytes += message.size;
+                received.largest = std::max(received.largest, message.size);
+            },
+            Qt::DirectConnection);
     }
 
-    // The answers select the next request: a library with elements, then an element of that library. Messages that do
-    // not answer the pending request are ignored.
-    void connectAnswers()
+    bool isRequestDue() const
     {
-        const QString& key = m_session.key();
-        m_inbox.receiveFrom(key, &citp_stack::libraryInfo, [](Counts& counts, const CITP::Msg_MSEX_ELIN& message) {
-            if (message.LibraryType != Media || counts.pending != Counts::Libraries)
-                return;
-            const auto full = std::find_if(message.Libraries.begin(), message.Libraries.end(),
-                                           [](const auto& library) { return library.ElementCount > 0; });
-            counts.library = full == message.Libraries.end() ? QString() : full->LIBID;
-            counts.answered(Counts::Libraries);
-        });
-        m_inbox.receiveFrom(key, &citp_stack::mediaInfo, [](Counts& counts, const CITP::Msg_MSEX_MEIN& message) {
-            if (message.LibraryId != counts.library || counts.pending != Counts::Elements)
-                return;
-            counts.hasElement = !message.Media.empty();
-            counts.element = counts.hasElement ? message.Media.front().Number : quint8(0);
-            counts.answered(Counts::Elements);
-        });
-        m_inbox.receiveFrom(key, &citp_stack::elementThumbnail, [](Counts& counts, const CITP::Msg_MSEX_ETHN& message) {
-            if (message.LibraryId == counts.library && message.ElementNumber == counts.element)
-                counts.answered(Counts::Thumbnail);
-        });
+        return !m_isPending && (!m_sinceRequest.isValid() || m_sinceRequest.elapsed() >= RequestIntervalMs);
     }
 
-    bool isTableDue() const { return m_sinceTable.elapsed() >= m_options.intervalMs; }
+    // Not while an answer is due soon: the time of the answer would include that of an output that is read slowly.
+    bool isTableDue() const
+    {
+        return m_sinceTable.elapsed() >= m_options.intervalMs &&
+               (!m_isPending || m_sinceRequest.elapsed() >= SlowAnswerMs);
+    }
 
     void sendRequest()
     {
-        Counts::Request request = Counts::None;
-        QString library;
-        quint8 element = 0;
-        {
-            const auto counts = m_inbox.state();
-            if (!counts->isRequestDue())
-                return;
-            counts->sinceRequest.start();
-            request = counts->pending = counts->next;
-            ++counts->requests[request].sent;
-            library = counts->library;
-            element = counts->element;
+        Request request{m_session.key(), Request::Libraries, Media};
+        if (m_next != Libraries) {
+            request.kind = m_next == Elements ? Request::Elements : Request::ElementPicture;
+            request.library = m_library;
         }
-        const quint8 minor = m_session.msexMinor();
-        switch (request) {
-            case Counts::Elements:
-                m_session.send(CITP::Msg_MSEX_GEIN(minor, Media, library, {}));
-                break;
-            case Counts::Thumbnail:
-                m_session.send(CITP::Msg_MSEX_GETH(minor, Media, library, 120, 160, "JPEG", {element}));
-                break;
-            default:
-                m_session.send(CITP::Msg_MSEX_GELI(minor, Media, Root, {}));
-                break;
+        if (m_next == Thumbnail)
+            request.numbers = {m_element};
+        request.size = QSize(160, 120);
+        request.format = "JPEG";
+        ++m_requests[m_next].sent;
+        m_isPending = true;
+        m_sinceRequest.start();
+        const CITP::Reply* const reply = m_session.requests().get(request);
+        QObject::connect(reply, &CITP::Reply::finished, &m_scope, [this, reply] { take(*reply); });
+    }
+
+    // The answers select the next request: a library with elements, then an element of that library.
+    void take(const CITP::Reply& reply)
+    {
+        m_isPending = false;
+        RequestStatistics& asked = m_requests[m_next];
+        const bool isAnswered = reply.status() == CITP::Reply::Answered;
+        asked.sent += reply.attempts() - 1;
+        asked.unanswered += reply.attempts() - (isAnswered ? 1 : 0);
+        if (isAnswered)
+            asked.times.push_back(static_cast<double>(m_sinceRequest.nsecsElapsed()) / 1e6);
+        if (m_next == Libraries) {
+            const auto full = std::find_if(reply.libraries().begin(), reply.libraries().end(),
+                                           [](const auto& library) { return library.elements > 0; });
+            m_library = full == reply.libraries().end() ? QString() : full->id;
+            m_next = m_library.isEmpty() ? Libraries : Elements;
+        } else if (m_next == Elements && !reply.elements().empty()) {
+            m_element = reply.elements().front().number;
+            m_next = Thumbnail;
+        } else {
+            m_next = Libraries;
         }
     }
 
@@ -222,35 +205,35 @@ private:
     {
         const double seconds =
             std::max(0.001, static_cast<double>(isLast ? m_running.elapsed() : m_sinceTable.elapsed()) / 1000);
-        const Counts counts = takeCounts();
+        const Messages messages = takeMessages();
         m_sinceTable.start();
         if (m_options.json)
-            printAsJson(counts, isLast, seconds);
+            printAsJson(messages, isLast, seconds);
         else if (isLast)
-            printLines(lines(counts, true, seconds));
+            printLines(lines(messages, true, seconds));
         else
-            m_table.draw(lines(counts, false, seconds));
+            m_table.draw(lines(messages, false, seconds));
     }
 
-    // A copy, because the state must not be locked while the output may block.
-    Counts takeCounts()
+    // A copy, because the counter must not be locked while the output may block.
+    Messages takeMessages()
     {
-        const auto state = m_inbox.state();
-        Counts counts = *state;
-        for (MessageStatistics& received : state->messages) {
+        const std::lock_guard<std::mutex> lock(m_counter->mutex);
+        Messages messages = m_counter->messages;
+        for (MessageStatistics& received : m_counter->messages) {
             received.previousCount = received.count;
             received.previousBytes = received.bytes;
         }
-        return counts;
+        return messages;
     }
 
-    QStringList lines(const Counts& counts, bool isLast, double seconds) const
+    QStringList lines(const Messages& all, bool isLast, double seconds) const
     {
         const QString duration = decimal(static_cast<double>(m_running.elapsed()) / 1000);
         QStringList lines{
             QString("%1  %2  %3 %4 s").arg(timeOfDay(), m_session.name(), isLast ? "all of" : "after", duration)};
         Table messages({"MESSAGE", " COUNT", " A SECOND", " BYTES A SECOND", " MEAN BYTES", " MOST BYTES"});
-        for (auto entry = counts.messages.begin(); entry != counts.messages.end(); ++entry) {
+        for (auto entry = all.begin(); entry != all.end(); ++entry) {
             const MessageStatistics& received = entry.value();
             messages.add(
                 {entry.key(), QString::number(received.count),
@@ -260,21 +243,24 @@ private:
                  QString::number(received.largest)});
         }
         lines += messages.lines();
-        Table requests({"REQUEST", " SENT", " ANSWERED", " NO ANSWER", " P50 MS", " P95 MS", " MOST MS"});
-        for (const RequestStatistics& asked : counts.requests) {
-            const auto time = [&asked](int percent) {
-                return asked.times.empty() ? QString("-") : decimal(asked.percentile(percent));
-            };
-            requests.add({asked.name, QString::number(asked.sent), QString::number(asked.times.size()),
-                          QString::number(asked.unanswered), time(50), time(95), time(100)});
+        Table requests({"REQUEST", " SENT", " ANSWERED", " NO ANSWER", " LOSS %", " MIN MS", " AVG MS", " P50 MS",
+                        " P95 MS", " MAX MS"});
+        for (const RequestStatistics& asked : m_requests) {
+            QStringList row{asked.name, QString::number(asked.sent), QString::number(asked.times.size()),
+                            QString::number(asked.unanswered), decimal(asked.loss())};
+            for (const double time : asked.times.empty() ? std::vector<double>() : asked.summary())
+                row << decimal(time);
+            while (row.size() < 10)
+                row << "-";
+            requests.add(row);
         }
         return lines + requests.lines();
     }
 
-    void printAsJson(const Counts& counts, bool isLast, double seconds) const
+    void printAsJson(const Messages& all, bool isLast, double seconds) const
     {
         QJsonArray messages;
-        for (auto entry = counts.messages.begin(); entry != counts.messages.end(); ++entry) {
+        for (auto entry = all.begin(); entry != all.end(); ++entry) {
             const MessageStatistics& received = entry.value();
             messages.append(QJsonObject{
                 {"message", entry.key()},
@@ -286,16 +272,14 @@ private:
                  static_cast<double>(received.bytes - (isLast ? 0 : received.previousBytes)) / seconds}});
         }
         QJsonArray requests;
-        for (const RequestStatistics& asked : counts.requests) {
+        for (const RequestStatistics& asked : m_requests) {
             QJsonObject request{{"request", asked.name},
                                 {"sent", asked.sent},
                                 {"answered", static_cast<int>(asked.times.size())},
-                                {"unanswered", asked.unanswered}};
-            if (!asked.times.empty()) {
-                request.insert("p50", asked.percentile(50));
-                request.insert("p95", asked.percentile(95));
-                request.insert("max", asked.percentile(100));
-            }
+                                {"unanswered", asked.unanswered},
+                                {"lossPercent", asked.loss()}};
+            for (std::size_t i = 0; i < TimeNames.size() && !asked.times.empty(); ++i)
+                request.insert(TimeNames[i], asked.summary()[i]);
             requests.append(request);
         }
         printJson({{"server", m_session.key()},
@@ -306,10 +290,19 @@ private:
                    {"requests", requests}});
     }
 
+    enum Kind { Libraries, Elements, Thumbnail };
+
     const Options& m_options;
     Session m_session;
     LiveTable m_table;
-    Inbox<Counts> m_inbox;
+    QObject m_scope; ///< of the connections
+    const std::shared_ptr<Counter> m_counter = std::make_shared<Counter>();
+    std::array<RequestStatistics, 3> m_requests{{{"GELI", 0, 0, {}}, {"GEIn", 0, 0, {}}, {"GETh", 0, 0, {}}}};
+    Kind m_next = Libraries;
+    QString m_library;    ///< id of the first library with elements; empty if there is none
+    quint8 m_element = 0; ///< number of the first element of #m_library
+    bool m_isPending = false;
+    QElapsedTimer m_sinceRequest;
     QElapsedTimer m_running;
     QElapsedTimer m_sinceTable;
 };

@@ -2,9 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "commands.h"
 
-#include <QHash>
+#include <QElapsedTimer>
 #include <QSet>
 #include <climits>
+#include <utility>
 
 #include "adapters.h"
 #include "discovery.h"
@@ -14,16 +15,17 @@ namespace Console {
 namespace {
 constexpr int SilenceMs = 10000;
 
-void printEvent(const char* event, const ServerText& server, bool json)
+void printEvent(const CITP::Server& server, bool json)
 {
+    const bool isUp = server.state == CITP::Server::Up;
+    const QString event = isUp ? "up" : "down";
     if (json) {
         QJsonObject object = toJson(server);
         object.insert("event", event);
         object.insert("time", isoTime());
         printJson(object);
     } else {
-        const bool isDown = qstrcmp(event, "down") == 0;
-        printLine(QString("%1  %2  %3").arg(timeOfDay(), QString(event).leftJustified(4), toText(server, isDown)));
+        printLine(QString("%1  %2  %3").arg(timeOfDay(), event.leftJustified(4), toText(server, !isUp)));
     }
 }
 
@@ -53,62 +55,49 @@ void printHints()
              : "  port 4809: IN USE by a program that does not share it; stop that program ('ss -ulpn' lists it)");
 }
 
-// Servers that are heard, but do not come up. Each is reported once, until it comes up.
-class Overdue
+// What has changed since the last call of take...().
+class Changes
 {
 public:
-    explicit Overdue(Discovery::Groups groups)
-        : m_isListening(m_discovery.open() == 0 && m_discovery.join(ArtNet::Adapter::Get(), groups) == 0)
+    explicit Changes(CITP::Directory& directory)
     {
+        QObject::connect(&directory, &CITP::Directory::changed, &directory, [this, &directory](const QString& key) {
+            const CITP::Server server = directory.server(key);
+            const bool isUp = server.state == CITP::Server::Up;
+            if (isUp != m_up.contains(key)) {
+                m_events.push_back(server);
+                isUp ? static_cast<void>(m_up.insert(key)) : static_cast<void>(m_up.remove(key));
+            }
+            const bool isFailing = server.state == CITP::Server::Failing;
+            if (isFailing && !m_failing.contains(key))
+                m_problems << server.problem + "; 'citp-console doctor " + key + "' checks it";
+            if (isFailing)
+                m_failing.insert(key);
+            else if (isUp || server.key.isEmpty())
+                m_failing.remove(key);
+        });
     }
 
-    /// Reads the announcements.
-    /// @return the servers to report
-    QStringList check(const QHash<QString, ServerText>& up)
-    {
-        QStringList keys;
-        if (!m_isListening)
-            return keys;
-        m_discovery.read();
-        for (const QString& key : m_discovery.servers().keys()) {
-            if (!up.contains(key) && !m_reported.contains(key) && m_discovery.isHeardFor(key, SilenceMs))
-                keys << key;
-        }
-        return keys;
-    }
-
-    void report(const QStringList& keys)
-    {
-        constexpr int MaxLines = 5;
-        for (const QString& key : keys.mid(0, MaxLines))
-            warn(m_discovery.overdueText(key) + "; 'citp-console doctor " + key + "' checks it");
-        if (keys.size() > MaxLines)
-            warn(QString("%1 more servers have announced themselves, but have sent no SInf")
-                     .arg(keys.size() - MaxLines));
-        for (const QString& key : keys)
-            m_reported.insert(key);
-    }
-
-    /// The server came up or went down.
-    void forget(const QString& key)
-    {
-        m_discovery.forget(key);
-        m_reported.remove(key);
-    }
+    bool isEmpty() const { return m_events.empty() && m_problems.isEmpty(); }
+    /// The servers that came up or went down.
+    std::vector<CITP::Server> takeEvents() { return std::exchange(m_events, {}); }
+    /// Those that are heard, but do not come up: each once, until it comes up.
+    QStringList takeProblems() { return std::exchange(m_problems, {}); }
 
 private:
-    Discovery m_discovery;
-    const bool m_isListening;
-    QSet<QString> m_reported;
+    QSet<QString> m_up;
+    QSet<QString> m_failing;
+    std::vector<CITP::Server> m_events;
+    QStringList m_problems;
 };
-
 } // namespace
 
 int watch(const Options& options)
 {
-    ServerEvents events;
-    Overdue overdue(options.stack.options.discoveryGroups());
-    QHash<QString, ServerText> servers;
+    constexpr int MaxLines = 5;
+    CITP::StackTransport transport;
+    CITP::Directory directory(transport);
+    Changes changes(directory);
     QElapsedTimer silence; // stopped once a server came up
     silence.start();
     if (options.seconds > 0)
@@ -117,28 +106,19 @@ int watch(const Options& options)
     try {
         for (;;) {
             const auto hasHints = [&] { return silence.isValid() && silence.elapsed() >= SilenceMs; };
-            QStringList late;
-            processEventsUntil(
-                [&] {
-                    late = overdue.check(servers);
-                    return !events.isEmpty() || hasHints() || !late.isEmpty();
-                },
-                INT_MAX);
-            overdue.report(late);
-            const std::deque<ServerEvent> arrived = events.take();
-            if (arrived.empty() && hasHints())
+            processEventsUntil([&] { return !changes.isEmpty() || hasHints(); }, INT_MAX);
+            const QStringList problems = changes.takeProblems();
+            for (const QString& problem : problems.mid(0, MaxLines))
+                warn(escapeControls(problem));
+            if (problems.size() > MaxLines)
+                warn(QString("%1 more servers do not come up").arg(problems.size() - MaxLines));
+            const std::vector<CITP::Server> events = changes.takeEvents();
+            if (events.empty() && hasHints())
                 printHints();
-            if (!arrived.empty() || hasHints())
+            if (!events.empty() || hasHints())
                 silence.invalidate();
-            for (const ServerEvent& event : arrived) {
-                overdue.forget(event.key);
-                if (event.isUp)
-                    servers.insert(event.key, describe(event.key));
-                printEvent(event.isUp ? "up" : "down", event.isUp ? servers.value(event.key) : servers.take(event.key),
-                           options.json);
-            }
-            if (const qint64 dropped = events.takeDropped())
-                warn(QString("%1 events were dropped, because the output was not read").arg(dropped));
+            for (const CITP::Server& server : events)
+                printEvent(server, options.json);
         }
     } catch (const Interrupted&) {
         // Ctrl-C and --seconds are the normal ends of this command.
