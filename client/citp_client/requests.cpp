@@ -64,6 +64,14 @@ bool lookAlike(const Request& a, const Request& b)
     return true;
 }
 
+/// Whether a late answer to @p late may be taken for one to @p request. Below another parent, libraries are told apart
+/// by their parent, and an answer without any goes to the older request and is not passed on.
+bool isConfusable(const Request& late, const Request& request)
+{
+    return lookAlike(late, request) && !(late == request) &&
+           (late.kind != Request::Libraries || late.library == request.library);
+}
+
 bool isList(Request::Kind kind)
 {
     return kind == Request::Libraries || kind == Request::Elements;
@@ -127,6 +135,9 @@ struct CITP_HIDDEN Requests::Private
 
         /// A reply that waits for an answer to @p request, sent or not; null if there is none.
         Reply* wanted(const Request& request) const;
+        /// The time until which @p request must wait, because its answer could not be told from that to an earlier
+        /// request: `never` until that is answered, 0 if there is none. Late answers are expected until @p silentAt.
+        qint64 blockedUntil(const Request& request, qint64 now, qint64 silentAt, qint64 lateTime) const;
     };
 
     struct Peer
@@ -136,6 +147,7 @@ struct CITP_HIDDEN Requests::Private
         quint8 msexMinor = 0;
         bool isPaced = false;
         QString format;
+        qint64 lastAnswer = 0; ///< of any kind
         std::array<Channel, 4> channels;
     };
 
@@ -212,6 +224,21 @@ Reply* Requests::Private::Channel::wanted(const Request& request) const
         }
     }
     return nullptr;
+}
+
+qint64 Requests::Private::Channel::blockedUntil(const Request& request, qint64 now, qint64 silentAt,
+                                                qint64 lateTime) const
+{
+    qint64 time = 0;
+    for (const Sent& other : sent) {
+        if (other.reply && lookAlike(other.request, request)) {
+            return never;
+        }
+        if (!other.reply && isConfusable(other.request, request)) {
+            time = qMax(time, qMin(qMax(other.time + lateTime, silentAt), other.time + rememberTime));
+        }
+    }
+    return time > now ? time : 0;
 }
 
 void Requests::Private::serverUp(const QString& key)
@@ -353,23 +380,29 @@ bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand
         return false;
     }
     const auto end = std::next(waiting.begin(), qMin(maxLookAhead, static_cast<int>(waiting.size())));
-    const auto next = std::find_if(waiting.begin(), end, [&channel](const auto& entry) {
-        return std::none_of(channel.sent.begin(), channel.sent.end(), [&entry](const Sent& sent) {
-            return sent.reply && lookAlike(sent.request, entry.second->m_request);
-        });
+    const qint64 now = transport.now();
+    const qint64 lateTime = qint64(maxAttempts) * timeout;
+    const auto next = std::find_if(waiting.begin(), end, [&](const auto& entry) {
+        const qint64 time = channel.blockedUntil(entry.second->m_request, now, server.lastAnswer + lateTime, lateTime);
+        if (time > 0) {
+            wakeUpAt(time);
+        }
+        return time == 0;
     });
     if (next == end) {
         return false;
     }
     Reply* const reply = next->second;
     waiting.erase(next);
+    // Late answers to these are not expected any more; they would get the answer to this one.
+    const auto isGivenUp = [reply](const Sent& sent) { return isConfusable(sent.request, reply->m_request); };
+    channel.sent.erase(std::remove_if(channel.sent.begin(), channel.sent.end(), isGivenUp), channel.sent.end());
     lastServer = reply->m_request.server;
     if (!write(server, reply->m_request)) {
         finish(reply, Reply::Refused, tr("Server %1 cannot be sent a request").arg(server.name));
-        wakeUpAt(transport.now());
+        wakeUpAt(now);
         return true;
     }
-    const qint64 now = transport.now();
     ++statistics.requests;
     statistics.repeated += reply->m_attempts > 0 ? 1 : 0;
     ++reply->m_attempts;
@@ -442,7 +475,7 @@ void Requests::Private::handle(Peer& server, const Msg_MSEX& message, Request::K
 {
     const qint64 now = transport.now();
     Channel& channel = server.channels[kind];
-    channel.lastAnswer = now;
+    channel.lastAnswer = server.lastAnswer = now;
     channel.isSilent = false;
     channel.unanswered = 0;
     const qint64 bytes = message.size;

@@ -117,7 +117,10 @@ private:
 /// - in an unknown MSEX version, which is not read: by its message alone.
 ///
 /// What these cannot tell apart is sent one after the other: libraries of one type, elements of one library, the same
-/// picture in two sizes. A server may answer in any order otherwise.
+/// picture in two sizes. Other numbers of one library and another size of one picture also wait for the late answer to
+/// an earlier request that was cancelled or has timed out, until the server has sent no answer at all for
+/// Requests::maxAttempts timeouts, at most 60 s. A server may answer in any order otherwise. Only an answer that comes
+/// still later, or that nobody has asked for, can be taken for another's.
 ///
 /// **Time.** A request waits until it is sent, without a limit. Then the timeout counts from the server's last answer
 /// of that kind, to whichever request: a server that takes 3 s for each picture answers all. A request that 64 later

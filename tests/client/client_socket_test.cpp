@@ -2,7 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stack_fixture.h"
 
+#include "random_request.h"
+
 #include <citp/citp_msg_msex_lsta.h>
+#include <citp/citp_msg_msex_requests.h>
 #include <citp/citp_options.h>
 #include <citp_client/directory.h>
 #include <citp_client/layers.h>
@@ -11,8 +14,12 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 
+#include <algorithm>
 #include <atomic>
+#include <optional>
+#include <random>
 #include <thread>
+#include <utility>
 
 using namespace CITP;
 
@@ -103,6 +110,145 @@ TEST_F(ClientSocketTest, EffectsOfAPacedServerDoNotStopTheQueue)
     EXPECT_TRUE(waitForEnd(again));
     EXPECT_EQ(generic->status, Reply::Answered);
     EXPECT_EQ(libraries->status, Reply::Answered);
+}
+
+namespace {
+constexpr int bodyOffset = 26;
+
+template <typename Message>
+QByteArray bodyOf(const Message& message)
+{
+    QByteArray bytes;
+    bytes >> message;
+    return bytes.mid(bodyOffset).toHex();
+}
+
+/// What a server of MSEX 1.2 is sent for @p request, in hex.
+QByteArray bodyOf(const Request& request)
+{
+    const auto width = static_cast<unsigned short>(request.size.width());
+    const auto height = static_cast<unsigned short>(request.size.height());
+    switch (request.kind) {
+        case Request::Libraries:
+            return bodyOf(Msg_MSEX_GELI(2, request.type, request.library, request.numbers));
+        case Request::Elements:
+            return bodyOf(Msg_MSEX_GEIN(2, request.type, request.library, request.numbers));
+        case Request::LibraryPicture:
+            return bodyOf(Msg_MSEX_GELT(2, request.type, {request.library}, height, width, request.format));
+        case Request::ElementPicture:
+            break;
+    }
+    return bodyOf(Msg_MSEX_GETH(2, request.type, request.library, height, width, request.format, request.numbers));
+}
+
+/// The answer to @p request, with the request in every name and in the picture.
+QByteArray answerTo(const QByteArray& request)
+{
+    using namespace Wire;
+    const QByteArray code = Wire::code(request);
+    const QByteArray mark = request.mid(bodyOffset).toHex();
+    const QByteArray picture = QByteArray("JPEG") + u16(1) + u16(1) + u16(static_cast<unsigned>(mark.size())) + mark;
+    if (code == "GETh")
+        return msex(2, "EThn", request.mid(35, 5) + request.mid(42, 1) + picture);
+    if (code == "GELT")
+        return msex(2, "ELTh", request.mid(35, 1) + request.mid(38, 4) + picture);
+    const int type = request.at(26);
+    const QByteArray library = request.mid(27, 4);
+    QByteArray items;
+    for (unsigned number = 0; number < 6; ++number) {
+        if (code == "GELI") {
+            QByteArray child = library;
+            child[0] = static_cast<char>(child.at(0) + 1);
+            child[static_cast<int>(child.at(0))] = static_cast<char>(number);
+            items += child;
+        } else {
+            items += u8(number);
+        }
+        items += u32(1) + u8(0) + u8(255) + ucs2(mark.constData());
+        items += code == "GELI" ? u16(0) + u16(0)
+                 : type == 1    ? u32(1) + u32(0) + u16(1) + u16(1) + u32(1) + u8(25)
+                 : type == 2    ? u8(0)
+                                : u32(1) + u32(0);
+    }
+    if (code == "GELI")
+        return msex(2, "ELIn", request.mid(26, 1) + u16(6) + items);
+    const QByteArray type3 = type > 2 ? request.mid(26, 1) : QByteArray();
+    return msex(2, type == 1 ? "MEIn" : type == 2 ? "EEIn" : "GLEI", type3 + library + u16(6) + items);
+}
+
+QByteArray markOf(const Reply& reply)
+{
+    return !reply.libraries().empty()  ? reply.libraries().front().name.toLatin1()
+           : !reply.elements().empty() ? reply.elements().front().name.toLatin1()
+                                       : reply.picture().data;
+}
+} // namespace
+
+// A server that answers everything, in any order; a user who gives up, and connections that end.
+TEST_F(ClientSocketTest, AnswersInAnyOrderReachTheirRequests)
+{
+    log.allowFailureLines("The remote host closed the connection");
+    log.allowFailureLines("sendUnpaced failed: server not found"); // its end is told a moment later
+    Connection connection = admit(m_server);
+    Requests requests(m_transport);
+    // Longer than the test waits: no request is taken for lost because the machine is busy.
+    requests.setTimeout(2 * TestTimeout);
+    int answered = 0;
+    std::vector<QByteArray> asked; // of all seeds: what was cancelled is answered later
+    for (unsigned seed = 1; seed <= 50 && !HasFailure(); ++seed) {
+        std::mt19937 random(seed);
+        std::vector<std::shared_ptr<int>> ends; // how often each has ended
+        std::vector<Reply*> pending;
+        const auto forget = [&pending](Reply* reply) {
+            pending.erase(std::remove(pending.begin(), pending.end(), reply), pending.end());
+        };
+        const auto ask = [&] {
+            Reply* const reply = requests.get(randomRequest(random, m_server.key(), 2));
+            const auto end = std::make_shared<int>(0);
+            ends.push_back(end);
+            pending.push_back(reply);
+            QObject::connect(reply, &Reply::finished, [&, reply, end, seed] {
+                ++*end;
+                forget(reply);
+                if (reply->status() == Reply::Answered) {
+                    ++answered;
+                    EXPECT_EQ(markOf(*reply), bodyOf(reply->request())) << "seed " << seed;
+                }
+            });
+        };
+        const auto step = [&] {
+            while (const std::optional<QByteArray> request = connection.tryReceive(0))
+                asked.push_back(*request);
+            // Otherwise more would be cancelled the longer an event takes.
+            if (ends.size() == 200 && asked.empty())
+                return;
+            const int what = randomBelow(random, 1000);
+            if (what < 500 && ends.size() < 200) {
+                ask();
+            } else if (what < 550 && !pending.empty()) {
+                pending[random() % pending.size()]->cancel();
+            } else if (what == 550) {
+                connection.close();
+                EXPECT_TRUE(waitFor([&] { return pending.empty() && !isListed(m_server); }));
+                asked.clear();
+                connection = admit(m_server);
+            } else if (!asked.empty()) {
+                std::swap(asked[random() % asked.size()], asked.back());
+                connection.send(answerTo(asked.back()));
+                asked.pop_back();
+            }
+        };
+        EXPECT_TRUE(waitFor([&] {
+            for (int i = 0; i < 50; ++i) {
+                step();
+                QCoreApplication::processEvents();
+            }
+            return ends.size() == 200 && pending.empty();
+        }));
+        for (const auto& end : ends)
+            EXPECT_EQ(*end, 1) << "seed " << seed;
+    }
+    EXPECT_GT(answered, 5000);
 }
 
 TEST_F(ClientSocketTest, LayersAndFixturesCrossThreads)

@@ -5,6 +5,7 @@
 //
 // SPDX-License-Identifier: Apache-2.0
 #include "fake_transport.h"
+#include "random_request.h"
 
 #include <gtest/gtest.h>
 
@@ -20,6 +21,7 @@ using namespace CITP;
 namespace {
 constexpr qint64 activeTime = 40000; // less than ended requests are remembered
 constexpr int timeoutMs = 5000;
+constexpr qint64 longestDelay = 60000; // of a request by others that look alike
 
 class Simulation
 {
@@ -51,6 +53,7 @@ private:
     {
         Request request;
         Reply* reply;
+        qint64 time;
     };
     struct End
     {
@@ -58,7 +61,7 @@ private:
         Request request;
     };
 
-    int random(int bound) { return static_cast<int>(m_random() % static_cast<unsigned>(bound)); }
+    int random(int bound) { return randomBelow(m_random, bound); }
     bool chance(int percent) { return random(100) < percent; }
     Request randomRequest();
     void ask();
@@ -66,6 +69,7 @@ private:
     bool serve(const Request& request);
     void deliver(const Answer& answer);
     static bool fits(const Request& request, const Answer& answer);
+    static bool isConfusable(const Request& one, const Request& other);
     void noteSendings();
     void forget(Reply* reply);
     std::vector<Reply*> pending() const;
@@ -82,6 +86,7 @@ private:
     bool m_isLossless = true;
     int m_marks = 0;
     std::map<QString, Request> m_requestOfMark;
+    std::vector<Request> m_emptied; ///< those that were answered with nothing
 
     std::map<QString, std::vector<Sent>> m_sent; ///< by server, oldest first
     std::vector<Request> m_justSent;
@@ -91,6 +96,7 @@ private:
     Reply* m_expected = nullptr; ///< the one that the answer being delivered must end
     bool m_isDelivering = false;
     std::map<std::pair<QString, int>, qint64> m_lastAnswer;
+    std::map<QString, qint64> m_lastSign; ///< the last answer of any kind
 };
 
 Simulation::Simulation(unsigned seed) : m_seed(seed), m_random(seed), m_requests(std::make_unique<Requests>(m_net))
@@ -121,21 +127,9 @@ Simulation::Simulation(unsigned seed) : m_seed(seed), m_random(seed), m_requests
 
 Request Simulation::randomRequest()
 {
-    Request request;
     auto server = m_servers.begin();
     std::advance(server, random(static_cast<int>(m_servers.size())));
-    request.server = server->first;
-    const bool isFlat = server->second.minor == 0;
-    request.kind = static_cast<Request::Kind>(random(4));
-    request.type = static_cast<quint8>(1 + random(4));
-    request.library = QStringLiteral("1,%1,0,0").arg(random(3));
-    if (request.kind == Request::Libraries && (isFlat || chance(30)))
-        request.library = rootLibrary();
-    if (request.kind == Request::ElementPicture || (request.kind != Request::LibraryPicture && chance(30)))
-        request.numbers = {static_cast<quint8>(random(6))};
-    request.size = chance(80) ? QSize(320, 240) : QSize(64, 48);
-    request.isByHand = chance(20);
-    return request;
+    return ::randomRequest(m_random, server->first, server->second.minor);
 }
 
 void Simulation::ask()
@@ -166,6 +160,10 @@ void Simulation::ask()
             std::ostringstream text;
             text << end->request << " at " << m_net.now() << " has the answer to " << m_requestOfMark.at(mark);
             check(m_requestOfMark.at(mark) == end->request, text.str());
+        }
+        if (isAnswer && m_isHonest && mark.isEmpty()) {
+            check(std::find(m_emptied.begin(), m_emptied.end(), end->request) != m_emptied.end(),
+                  "has the empty answer to another");
         }
         if (reply->status() == Reply::TimedOut) {
             const qint64 last = m_lastAnswer[{end->request.server, end->request.kind}];
@@ -225,10 +223,12 @@ bool Simulation::serve(const Request& request)
     if (chance(behaviour.unknown))
         answer.minor = 3;
     m_requestOfMark[answer.mark] = request;
+    if (answer.isEmpty)
+        m_emptied.push_back(request);
     qint64& busyUntil = m_busyUntil[request.server];
     qint64 time = m_net.now() + behaviour.delay;
-    if (behaviour.isSerial || m_isHonest)
-        time = busyUntil = qMax(busyUntil, m_net.now()) + behaviour.delay / (behaviour.isSerial ? 1 : 4);
+    if (behaviour.isSerial)
+        time = busyUntil = qMax(busyUntil, m_net.now()) + behaviour.delay;
     else
         time += random(behaviour.delay + 1);
     const int connection = m_connections[request.server];
@@ -256,9 +256,34 @@ void Simulation::noteSendings()
             for (Sent& earlier : m_sent[request.server])
                 earlier.reply = earlier.reply == owner ? nullptr : earlier.reply;
         }
-        m_sent[request.server].push_back({request, owner});
+        std::vector<Sent>& sent = m_sent[request.server];
+        sent.erase(
+            std::remove_if(sent.begin(), sent.end(),
+                           [&](const Sent& earlier) {
+                               if (!isConfusable(earlier.request, request))
+                                   return false;
+                               const qint64 since = qMax(earlier.time, m_lastSign[request.server]);
+                               std::ostringstream text;
+                               text << "at " << m_net.now() << " " << request << " is sent before the answer to "
+                                    << earlier.request << " of " << earlier.time;
+                               check(m_net.now() - since >= 2 * timeoutMs || m_net.now() - earlier.time >= longestDelay,
+                                     text.str());
+                               return true;
+                           }),
+            sent.end());
+        sent.push_back({request, owner, m_net.now()});
     }
     m_justSent.clear();
+}
+
+// The requests of which the answer to one could be taken for that to the other, whatever it contains.
+bool Simulation::isConfusable(const Request& one, const Request& other)
+{
+    if (one.kind != other.kind || one.library != other.library || one == other)
+        return false;
+    if (one.kind == Request::Elements)
+        return qMin<int>(one.type, 3) == qMin<int>(other.type, 3);
+    return one.type == other.type && (one.kind != Request::ElementPicture || one.numbers == other.numbers);
 }
 
 // The rule once more, in other words.
@@ -325,7 +350,7 @@ void Simulation::deliver(const Answer& answer)
     const bool isRefusal = minor == 3 || (answer.isEmpty && told.kind >= Request::LibraryPicture);
     m_expected = isRefusal ? nullptr : expected;
     m_isDelivering = true;
-    m_lastAnswer[{told.server, told.kind}] = m_net.now();
+    m_lastAnswer[{told.server, told.kind}] = m_lastSign[told.server] = m_net.now();
     const std::size_t before = m_ends.size();
 
     const QString mark = answer.isEmpty ? QString() : answer.mark;

@@ -295,6 +295,48 @@ TEST_F(RequestsTest, PicturesComeInAnyOrderButTwoSizesOfOneDoNot)
     EXPECT_EQ(large->count, 1);
 }
 
+TEST_F(RequestsTest, AnotherSizeWaitsForTheLateAnswerToACancelledRequest)
+{
+    Reply* const small = m_requests->get({key, Request::ElementPicture, 1, first, {1}, {64, 48}});
+    small->cancel();
+    const auto large = picture(1);
+    const auto other = picture(2);
+    EXPECT_EQ(sent(), 2u);
+    // The server may answer in any order.
+    answerPicture(2);
+    EXPECT_EQ(other->count, 1);
+    m_net.run(9000);
+    EXPECT_EQ(sent(), 2u);
+    answerPicture(1);
+    EXPECT_EQ(large->count, 0);
+    ASSERT_EQ(sent(), 3u);
+    answerPicture(1);
+    EXPECT_EQ(large->status, Reply::Answered);
+}
+
+TEST_F(RequestsTest, AnotherSizeWaitsUntilTheServerIsSilentOrALongTimeHasPassed)
+{
+    m_requests->get({key, Request::ElementPicture, 1, first, {1}, {64, 48}})->cancel();
+    const auto large = picture(1);
+    m_net.run(9999);
+    EXPECT_EQ(sent(), 1u);
+    m_net.run(1);
+    ASSERT_EQ(sent(), 2u);
+    // The first answer is its own now.
+    answerPicture(1);
+    EXPECT_EQ(large->status, Reply::Answered);
+
+    m_requests->get({key, Request::ElementPicture, 1, first, {2}, {64, 48}})->cancel();
+    picture(2);
+    for (int second = 0; second < 59; ++second) {
+        m_net.run(1000);
+        answer(elin(2, 1, {}, {}));
+    }
+    EXPECT_EQ(sent(), 3u);
+    m_net.run(1000);
+    EXPECT_EQ(sent(), 4u);
+}
+
 TEST_F(RequestsTest, OnlyWhatWasAskedForIsKept)
 {
     const auto some = elements(1, first, {3, 5});
