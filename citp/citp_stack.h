@@ -98,7 +98,7 @@ public:
             Connected, ///< its connection has opened; serverUp() follows if it sends its information
             Failed     ///< it cannot be connected, or its connection has ended; serverDown() follows if it was up
         };
-        Kind kind;
+        Kind kind;      ///< what has happened
         SERV_ID server; ///< key
         /// #Heard: the announced name, as received. #Failed: the reason, e.g. "Connection refused"; empty if the stack
         /// was disabled or changed its adapter

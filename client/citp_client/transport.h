@@ -49,6 +49,7 @@ Q_SIGNALS:
     /// The connection to a server has opened. If it sends its information, serverUp() follows.
     void serverConnected(const QString& server);
     /// A server cannot be connected, or its connection has ended; if it was up, serverDown() follows.
+    /// @param server key
     /// @param reason for the user, e.g. "Connection refused"; empty if the stack was disabled or changed its adapter
     void serverFailed(const QString& server, const QString& reason);
     // As the signals of the stack, in its signatures, by which StackTransport finds them.

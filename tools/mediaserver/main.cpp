@@ -141,6 +141,9 @@ int run(const Options& options, int signalDescriptor)
     for (int i = 0; i < options.count; ++i) {
         Behaviour behaviour{options.intervalMs, options.layerRate, options.groups, options.faults};
         behaviour.faults.seed += static_cast<quint32>(i);
+        // One announces for all of them: they would forge the same servers, and have no time left.
+        if (i > 0)
+            behaviour.faults.faults &= ~static_cast<quint32>(Fault::Forge);
         servers.push_back(
             std::make_unique<Server>(ServerContent{identityOf(options, i, catalogue.types()), patch, catalogue},
                                      endpoints[static_cast<std::size_t>(i)], adapter, behaviour, log));
