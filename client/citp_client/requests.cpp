@@ -394,15 +394,15 @@ bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand
     }
     Reply* const reply = next->second;
     waiting.erase(next);
-    // Late answers to these are not expected any more; they would get the answer to this one.
-    const auto isGivenUp = [reply](const Sent& sent) { return isConfusable(sent.request, reply->m_request); };
-    channel.sent.erase(std::remove_if(channel.sent.begin(), channel.sent.end(), isGivenUp), channel.sent.end());
     lastServer = reply->m_request.server;
     if (!write(server, reply->m_request)) {
         finish(reply, Reply::Refused, tr("Server %1 cannot be sent a request").arg(server.name));
         wakeUpAt(now);
         return true;
     }
+    // Late answers to these are not expected any more; they would get the answer to this one.
+    const auto isGivenUp = [reply](const Sent& sent) { return isConfusable(sent.request, reply->m_request); };
+    channel.sent.erase(std::remove_if(channel.sent.begin(), channel.sent.end(), isGivenUp), channel.sent.end());
     ++statistics.requests;
     statistics.repeated += reply->m_attempts > 0 ? 1 : 0;
     ++reply->m_attempts;

@@ -59,6 +59,7 @@ private:
     {
         int count = 0;
         Request request;
+        std::size_t number = 0; ///< in the order in which they were made
     };
 
     int random(int bound) { return randomBelow(m_random, bound); }
@@ -137,6 +138,7 @@ void Simulation::ask()
     Reply* const reply = m_requests->get(randomRequest());
     const auto end = std::make_shared<End>();
     end->request = reply->request();
+    end->number = m_all.size();
     m_all.push_back(end);
     m_ends[reply] = end;
     m_attempts[reply] = 0;
@@ -205,6 +207,9 @@ std::vector<Reply*> Simulation::pending() const
         if (!entry.first->isFinished())
             replies.push_back(entry.first);
     }
+    // The order of their addresses is another in each process.
+    std::sort(replies.begin(), replies.end(),
+              [this](Reply* a, Reply* b) { return m_ends.at(a)->number < m_ends.at(b)->number; });
     return replies;
 }
 
@@ -414,6 +419,7 @@ void Simulation::execute()
                 std::advance(server, random(static_cast<int>(m_servers.size())));
                 ++m_connections[server->first];
                 m_sent[server->first].clear();
+                m_busyUntil[server->first] = 0;
                 m_net.setDown(server->first);
                 m_net.setUp(server->first, server->second.minor);
             }
