@@ -1,11 +1,16 @@
 // Scrolls a library of 255 elements while a simulated server sends their pictures. Prints
 // how long events blocked the GUI thread: the distribution for each method of scrolling, and how many events took
 // longer than a frame. citp_bench_browser [MILLISECONDS]: the duration of each method's phase, default 8000.
+//
+// citp_bench_browser MILLISECONDS FAULT [FOLDER]: instead, with a server that has a fault of citp-mediaserver and
+// serves a folder whose whole tree is loaded, the longest turn of the event loop, and the memory used.
 // SPDX-License-Identifier: Apache-2.0
+#include <QAbstractEventDispatcher>
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QKeyEvent>
 #include <QPainter>
 #include <QProcess>
@@ -184,12 +189,74 @@ void scroll(TimedApplication& application, Browser::Session& session, Browser::M
             post(grid, Qt::Key_Right);
     });
 }
+
+// The longest turn of the event loop, in processor time, and the longest event.
+class Turns : public QObject
+{
+public:
+    explicit Turns(TimedApplication& application)
+    {
+        connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake, this, [this, &application] {
+            for (const qint64 event : application.take().clock)
+                m_longestEvent = qMax(m_longestEvent, event);
+            const qint64 now = processorNs();
+            m_longest = qMax(m_longest, now - m_last);
+            m_last = now;
+            ++m_count;
+        });
+    }
+    double longestMs() const { return double(m_longest) / 1e6; }
+    double longestEventMs() const { return double(m_longestEvent) / 1e6; }
+    int count() const { return m_count; }
+
+private:
+    qint64 m_last = processorNs();
+    qint64 m_longest = 0;
+    qint64 m_longestEvent = 0;
+    int m_count = 0;
+};
+
+QByteArray peakMemory()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    status.open(QIODevice::ReadOnly);
+    const QByteArray all = status.readAll();
+    const int from = static_cast<int>(all.indexOf("VmHWM:")) + 6;
+    return all.mid(from, static_cast<int>(all.indexOf('\n', from)) - from).simplified();
+}
+
+void storm(TimedApplication& application, Browser::Session& session, int milliseconds)
+{
+    application.take();
+    const Turns turns(application);
+    Browser::LibraryModel& libraries = session.libraries();
+    int count = 0;
+    const auto loadBelow = [&](const QModelIndex& parent, int first, int last) {
+        for (int row = first; row <= last; ++row)
+            libraries.fetchMore(libraries.index(row, 0, parent));
+        count += last - first + 1;
+    };
+    QObject::connect(&libraries, &QAbstractItemModel::rowsInserted, &turns, loadBelow);
+    loadBelow({}, 0, libraries.rowCount() - 1);
+    session.chooseLibrary(1, "1,1,0,0");
+    QEventLoop loop;
+    QTimer::singleShot(milliseconds, &loop, &QEventLoop::quit);
+    loop.exec();
+    const auto statistics = session.requests().statistics();
+    std::printf(
+        "%d turns, the longest %.1f ms of processor time; longest event %.1f ms; peak memory %s; %d rows of "
+        "libraries; %lld requests, %lld unexpected answers\n",
+        turns.count(), turns.longestMs(), turns.longestEventMs(), peakMemory().constData(), count,
+        static_cast<long long>(statistics.requests), static_cast<long long>(statistics.unexpected));
+}
 } // namespace
 
 int main(int argc, char** argv)
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Its event loop does not tell where a turn ends.
+    qputenv("QT_NO_GLIB", "1");
     QStandardPaths::setTestModeEnabled(true);
     TimedApplication application(argc, argv);
     QCoreApplication::setOrganizationName("citp");
@@ -200,7 +267,11 @@ int main(int argc, char** argv)
     QProcess server;
     server.setStandardOutputFile(QProcess::nullDevice());
     server.setStandardErrorFile(QProcess::nullDevice());
-    server.start(SERVER_PROGRAM, {"--adapter", "lo", "--media", folder.path(), "--layer-rate", "25"});
+    const QStringList arguments = QCoreApplication::arguments();
+    QStringList options{"--adapter", "lo", "--media", arguments.value(3, folder.path()), "--layer-rate", "25"};
+    if (arguments.size() > 2)
+        options << "--fault" << arguments.at(2);
+    server.start(SERVER_PROGRAM, options);
     int status = 0;
     try {
         Browser::Session session;
@@ -210,7 +281,10 @@ int main(int argc, char** argv)
         window.show();
         session.start();
         waitFor("a server", [&] { return session.isChosenUp(); });
-        scroll(application, session, window);
+        if (arguments.size() > 2)
+            storm(application, session, arguments.at(1).toInt());
+        else
+            scroll(application, session, window);
     } catch (const std::runtime_error& error) {
         std::fprintf(stderr, "citp_bench_browser: %s\n", error.what());
         status = 1;
