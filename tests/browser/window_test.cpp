@@ -4,6 +4,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QClipboard>
 #include <QDockWidget>
 #include <QHeaderView>
 #include <QLabel>
@@ -201,6 +202,69 @@ TEST_F(BrowserWindow, ALongLibraryWithLongNamesIsScrolledAndPainted)
     }
     key(Qt::Key_Home);
     EXPECT_EQ(grid->currentIndex().row(), 0);
+}
+
+TEST_F(BrowserWindow, FailedPicturesAreCountedAndLoadedAgain)
+{
+    QApplication::setActiveWindow(window.get());
+    MediaServer server({"--layers", "0", "--fault", "spoil"});
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
+    session.chooseLibrary(1, "1,3,0,0");
+    auto* const note = find<QLabel>("note");
+    ASSERT_TRUE(waitFor([&] { return note->text() == QString::fromUtf8("Elements: 10 – 10 of 10 pictures failed"); }))
+        << note->text().toStdString();
+    // A server that has been mended.
+    server.kill();
+    ASSERT_TRUE(waitFor([this] { return !session.isChosenUp(); }));
+    const MediaServer mended({"--layers", "0"});
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp() && rowsReady() == 10; }));
+    EXPECT_TRUE(waitFor([&] { return note->text() == "Elements: 10"; })) << note->text().toStdString();
+    // One of them, and what has failed meanwhile.
+    const qint64 before = session.requests().statistics().requests;
+    find<ElementGrid>("elements")->setFocus();
+    find<ElementGrid>("elements")->setCurrentIndex(session.elements().index(3));
+    key(Qt::Key_R, Qt::ControlModifier);
+    EXPECT_TRUE(waitFor([&] { return session.requests().statistics().requests > before && areAllReady(); }));
+}
+
+TEST_F(BrowserWindow, WhatIsShownCanBeCopied)
+{
+    QApplication::setActiveWindow(window.get());
+    const MediaServer server({"--name", "Stage", "--layer-rate", "20"});
+    ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
+    const QClipboard& clipboard = *QGuiApplication::clipboard();
+    find<QListView>("servers")->setFocus();
+    key(Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(clipboard.text().toStdString(), Key.toStdString());
+    ASSERT_TRUE(waitFor([this] { return session.layers().rowCount() == 2; }));
+    find<QTableView>("layers")->setFocus();
+    key(Qt::Key_C, Qt::ControlModifier);
+    const QStringList lines = clipboard.text().split('\n');
+    ASSERT_EQ(lines.size(), 4);
+    EXPECT_EQ(lines[0].toStdString(), "Layer\tPicture\tElement\tPosition\tfps\tLibrary / no.\tOutput\tFlags");
+    EXPECT_TRUE(lines[1].contains("\tGrey across\t")) << lines[1].toStdString();
+    session.chooseLibrary(1, "1,3,0,0");
+    ASSERT_TRUE(waitFor([this] { return areAllReady() && rowsReady() == 10; }));
+    auto* const grid = find<ElementGrid>("elements");
+    grid->setFocus();
+    grid->setCurrentIndex(session.elements().index(3));
+    key(Qt::Key_C, Qt::ControlModifier);
+    EXPECT_FALSE(clipboard.image().isNull());
+    find<QPushButton>("logCopy")->click();
+    EXPECT_TRUE(clipboard.text().startsWith("Time\tLevel\tContext\tServer\tText\n")) << clipboard.text().toStdString();
+}
+
+TEST_F(BrowserWindow, AFilterWithoutHitsSaysSo)
+{
+    const MediaServer server;
+    ASSERT_TRUE(waitFor([this] { return session.libraries().find(1, "1,3,0,0").isValid(); }));
+    auto* const search = find<QLineEdit>("search");
+    search->setText("grad");
+    EXPECT_FALSE(find<QLabel>("noHits")->isVisible());
+    search->setText("no such name");
+    EXPECT_TRUE(find<QLabel>("noHits")->isVisible());
+    search->clear();
+    EXPECT_FALSE(find<QLabel>("noHits")->isVisible());
 }
 
 TEST_F(BrowserWindow, ManyServersAreListedAndOneIsChosen)

@@ -14,6 +14,14 @@ void LibraryFilter::setText(const QString& text)
     invalidateFilter();
 }
 
+bool LibraryFilter::hasHits() const
+{
+    bool hasRows = m_text.isEmpty();
+    for (int type = 0; type < rowCount(); ++type)
+        hasRows = hasRows || rowCount(index(type, 0)) > 0;
+    return hasRows;
+}
+
 bool LibraryFilter::filterAcceptsRow(int row, const QModelIndex& parent) const
 {
     if (m_text.isEmpty() || !parent.isValid())

@@ -15,6 +15,8 @@ public:
     LibraryFilter();
 
     void setText(const QString& text);
+    /// Whether a library is shown, or all are.
+    bool hasHits() const;
 
 protected:
     bool filterAcceptsRow(int row, const QModelIndex& parent) const override;

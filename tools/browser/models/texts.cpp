@@ -30,6 +30,18 @@ QString toSingleLine(const QString& text, int longest)
     return line;
 }
 
+QString tableText(const QAbstractItemModel& model)
+{
+    QString text;
+    for (int row = -1; row < model.rowCount(); ++row) {
+        QStringList cells;
+        for (int column = 0; column < model.columnCount(); ++column)
+            cells << (row < 0 ? model.headerData(column, Qt::Horizontal) : model.index(row, column).data()).toString();
+        text += cells.join(QLatin1Char('\t')) + QLatin1Char('\n');
+    }
+    return text;
+}
+
 QString toToolTip(const QStringList& lines)
 {
     return lines.join(QLatin1Char('\n')).toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("<br>"));

@@ -2,12 +2,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "log_pane.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QVBoxLayout>
+
+#include "models/texts.h"
 
 namespace Browser {
 LogPane::LogPane(LogModel& log, QWidget* parent)
@@ -36,11 +40,15 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     auto* const levelLabel = new QLabel(tr("Le&vel:"), this);
     levelLabel->setBuddy(m_level);
     auto* const clear = new QPushButton(tr("Cl&ear"), this);
+    auto* const copy = new QPushButton(tr("C&opy"), this);
+    copy->setObjectName(QStringLiteral("logCopy"));
+    copy->setToolTip(tr("Copies the lines that are shown, with their headings"));
     auto* const controls = new QHBoxLayout;
     for (QWidget* const widget :
          std::initializer_list<QWidget*>{contextLabel, m_context, levelLabel, m_level, m_traffic})
         controls->addWidget(widget);
     controls->addStretch();
+    controls->addWidget(copy);
     controls->addWidget(clear);
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(4, 4, 4, 0);
@@ -69,6 +77,7 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
             [this] { m_filter.setContext(m_context->currentData().toString()); });
     connect(m_level, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &LogPane::applyLevels);
     connect(m_traffic, &QCheckBox::toggled, this, [this](bool on) { m_log.setTraffic(on); });
+    connect(copy, &QPushButton::clicked, this, [this] { QGuiApplication::clipboard()->setText(tableText(m_filter)); });
     connect(clear, &QPushButton::clicked, this, [this] { m_log.clear(); });
     connect(&m_filter, &QAbstractItemModel::rowsAboutToBeInserted, this, [this] {
         const QScrollBar* const bar = m_view->verticalScrollBar();

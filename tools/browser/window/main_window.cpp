@@ -4,6 +4,7 @@
 
 #include <QActionGroup>
 #include <QApplication>
+#include <QClipboard>
 #include <QCloseEvent>
 #include <QDockWidget>
 #include <QHeaderView>
@@ -157,20 +158,32 @@ void MainWindow::showElementState()
                     .arg(server, libraryPath(elements.type(), elements.library()));
     m_title->setText(fontMetrics().elidedText(title, Qt::ElideMiddle, qMax(200, m_elementsPane->width() - 40)));
     m_title->setToolTip(title.toHtmlEscaped());
-    QString note;
-    if (!server.isEmpty() && !m_session.isChosenUp())
-        note = tr("not connected");
-    else if (elements.rowCount() > 0)
-        note = tr("Elements: %1").arg(elements.rowCount()) +
-               (elements.problem().isEmpty() ? QString() : QStringLiteral(" – ") + elements.problem());
-    m_note->setText(note);
+    showNote();
     if (elements.state() == ElementModel::State::Empty || elements.state() == ElementModel::State::Loading)
         showPreview();
+}
+
+void MainWindow::showNote()
+{
+    const ElementModel& elements = m_session.elements();
+    QString note;
+    if (!m_session.chosenServer().isEmpty() && !m_session.isChosenUp())
+        note = tr("not connected");
+    else if (elements.rowCount() > 0)
+        note = tr("Elements: %1").arg(elements.rowCount());
+    const int failed = m_session.pictures().failed();
+    if (elements.rowCount() > 0 && m_session.isChosenUp() && failed > 0)
+        note += tr(" – %1 of %2 pictures failed").arg(failed).arg(m_session.pictures().total());
+    if (elements.rowCount() > 0 && !elements.problem().isEmpty())
+        note += QStringLiteral(" – ") + elements.problem();
+    m_note->setText(note);
 }
 
 void MainWindow::showProgress(int done, int total)
 {
     const bool isBusy = done < total && m_session.isChosenUp();
+    if (!isBusy)
+        showNote();
     m_progress->setMaximum(qMax(1, total));
     m_progress->setValue(done);
     m_progress->setVisible(isBusy);
@@ -178,6 +191,27 @@ void MainWindow::showProgress(int done, int total)
     if (!isBusy && m_cancel->hasFocus())
         m_elements->setFocus();
     m_cancel->setVisible(isBusy);
+}
+
+void MainWindow::copyPicture()
+{
+    const QModelIndex index = m_elements->currentIndex();
+    if (!index.isValid())
+        return;
+    const PictureStore& pictures = m_session.pictures();
+    const QImage large = pictures.find(m_session.elements().pictureId(index.row(), PreviewPixels));
+    const QImage image = large.isNull() ? index.data(ElementModel::PictureRole).value<QImage>() : large;
+    if (!image.isNull())
+        QGuiApplication::clipboard()->setImage(image);
+}
+
+void MainWindow::reloadPicture()
+{
+    const QModelIndex index = m_elements->currentIndex();
+    if (!index.isValid())
+        return;
+    m_session.pictures().reload(m_session.elements().pictureId(index.row()));
+    m_session.pictures().reload(m_session.elements().pictureId(index.row(), PreviewPixels));
 }
 
 void MainWindow::showPreview()

@@ -50,9 +50,12 @@ private:
     void expandMedia();
     void restoreLibrary();
     void showElementState();
+    void showNote();
     void showProgress(int done, int total);
     void showPreview();
     void showPicture();
+    void copyPicture();
+    void reloadPicture();
     void fillAdapterMenu();
     void showAdapter();
     void updateServerCount();
@@ -67,6 +70,7 @@ private:
     QListView* m_servers = nullptr;
     QWidget* m_librariesPane = nullptr;
     QLineEdit* m_search = nullptr;
+    QLabel* m_noHits = nullptr;
     QTreeView* m_libraries = nullptr;
     QWidget* m_elementsPane = nullptr;
     QLabel* m_title = nullptr;

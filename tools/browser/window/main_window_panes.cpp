@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QAction>
 #include <QApplication>
+#include <QClipboard>
 #include <QDockWidget>
 #include <QGuiApplication>
 #include <QHeaderView>
@@ -18,11 +19,24 @@
 #include "layer_delegate.h"
 #include "library_delegate.h"
 #include "main_window.h"
+#include "models/texts.h"
 #include "server_delegate.h"
 
 namespace Browser {
 namespace {
 constexpr int LayerRowHeight = 44;
+
+/// Adds @p text to the context menu of @p widget. @p key works while the widget has the focus.
+template <typename Function>
+void addToMenu(QWidget* widget, const QString& text, const QKeySequence& key, Function function)
+{
+    auto* const action = new QAction(text, widget);
+    action->setShortcut(key);
+    action->setShortcutContext(Qt::WidgetShortcut);
+    QObject::connect(action, &QAction::triggered, widget, function);
+    widget->addAction(action);
+    widget->setContextMenuPolicy(Qt::ActionsContextMenu);
+}
 
 void makeTable(QTableView* view, const QString& name)
 {
@@ -39,6 +53,8 @@ void makeTable(QTableView* view, const QString& name)
     view->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     view->horizontalHeader()->setHighlightSections(false);
     view->horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    addToMenu(view, MainWindow::tr("&Copy the table"), QKeySequence::Copy,
+              [view] { QGuiApplication::clipboard()->setText(tableText(*view->model())); });
 }
 
 int widthOf(const QWidget* widget, const QString& text)
@@ -77,6 +93,9 @@ void MainWindow::makeServers()
     m_servers->setAccessibleName(tr("Servers"));
     m_servers->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     m_servers->setMinimumWidth(190);
+    addToMenu(m_servers, tr("&Copy the address"), QKeySequence::Copy, [this] {
+        QGuiApplication::clipboard()->setText(m_servers->currentIndex().data(ServerModel::KeyRole).toString());
+    });
     addPane(QStringLiteral("servers"), tr("Servers"), m_servers, Qt::LeftDockWidgetArea);
     connect(m_servers->selectionModel(), &QItemSelectionModel::currentChanged, this, [this](const QModelIndex& index) {
         if (index.isValid())
@@ -102,6 +121,10 @@ void MainWindow::makeLibraries()
     m_search->setToolTip(tr("Shows the loaded libraries whose name contains this text"));
     m_search->setClearButtonEnabled(true);
     m_search->setAccessibleName(tr("Filter of the libraries"));
+    m_noHits = new QLabel(tr("No loaded library has this in its name."), m_librariesPane);
+    m_noHits->setObjectName(QStringLiteral("noHits"));
+    m_noHits->setWordWrap(true);
+    m_noHits->hide();
     m_libraries = new QTreeView(m_librariesPane);
     m_libraries->setObjectName(QStringLiteral("libraries"));
     m_libraries->setModel(&m_session.filteredLibraries());
@@ -118,6 +141,7 @@ void MainWindow::makeLibraries()
     layout->setContentsMargins(4, 4, 4, 0);
     layout->setSpacing(4);
     layout->addWidget(m_search);
+    layout->addWidget(m_noHits);
     layout->addWidget(m_libraries);
     addPane(QStringLiteral("libraries"), tr("Libraries"), m_librariesPane, Qt::LeftDockWidgetArea);
     // A type's row has no count: its name, or the error, spans both columns.
@@ -133,6 +157,7 @@ void MainWindow::makeLibraries()
         if (!text.trimmed().isEmpty())
             m_libraries->expandAll();
         restoreLibrary();
+        m_noHits->setVisible(!m_session.filteredLibraries().hasHits());
     });
     connect(m_search, &QLineEdit::returnPressed, this, [this] { m_libraries->setFocus(); });
     connect(m_libraries->selectionModel(), &QItemSelectionModel::currentChanged, this, &MainWindow::showLibrary);
@@ -171,6 +196,9 @@ void MainWindow::makeElements()
     m_elements->setModel(&m_session.elements());
     m_elements->setFrameShape(QFrame::NoFrame);
     m_elements->setAccessibleName(tr("Elements"));
+    addToMenu(m_elements, tr("&Copy the picture"), QKeySequence::Copy, [this] { copyPicture(); });
+    addToMenu(m_elements, tr("&Load the picture again"), QKeySequence(int(Qt::CTRL) | Qt::Key_R),
+              [this] { reloadPicture(); });
     auto* const layout = new QVBoxLayout(m_elementsPane);
     layout->setContentsMargins(8, 6, 8, 4);
     layout->setSpacing(4);
@@ -288,6 +316,9 @@ void MainWindow::makeMenus()
     QAction* const cancel =
         server->addAction(tr("&Cancel loading pictures"), this, [this] { m_session.pictures().cancel(); });
     cancel->setShortcut(QKeySequence(Qt::Key_Escape));
+    QAction* const retry =
+        server->addAction(tr("Load &failed pictures again"), this, [this] { m_session.pictures().retry(); });
+    retry->setShortcut(QKeySequence(int(Qt::CTRL) | int(Qt::SHIFT) | Qt::Key_R));
     server->addSeparator();
     m_adapterMenu = server->addMenu(tr("Network &adapter"));
     connect(m_adapterMenu, &QMenu::aboutToShow, this, &MainWindow::fillAdapterMenu);
