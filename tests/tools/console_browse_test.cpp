@@ -200,6 +200,23 @@ TEST(ConsoleBrowse, SaysHowManyLayersATerminalCannotShow)
     EXPECT_TRUE(terminal.output().contains("(14 more lines: enlarge the window)")) << terminal.output().toStdString();
 }
 
+TEST(ConsoleBrowse, LeavesTheLeastUsefulColumnsOutOnANarrowTerminal)
+{
+    const Server server({"--layers", "2", "--layer-rate", "20"});
+    const auto titlesAt = [](int columns) {
+        Child terminal("script", {"-qec",
+                                  QString("stty rows 20 cols %1; exec " CONSOLE_PROGRAM " layers ").arg(columns) + key +
+                                      " --adapter lo --seconds 1",
+                                  "/dev/null"});
+        EXPECT_EQ(terminal.waitForEnd(), 0);
+        const QString output = terminal.output();
+        return output.mid(output.indexOf("LAYER")).section('\r', 0, 0).simplified().toStdString();
+    };
+    EXPECT_EQ(titlesAt(80), "LAYER OUTPUT LIBRARY # POSITION LENGTH FPS FLAGS NAME");
+    EXPECT_EQ(titlesAt(66), "LAYER OUTPUT LIBRARY # POSITION LENGTH FPS NAME");
+    EXPECT_EQ(titlesAt(40), "LAYER LIBRARY # POSITION NAME");
+}
+
 TEST(ConsoleBrowse, SaysThatNoLayerStatusComes)
 {
     const Server server;

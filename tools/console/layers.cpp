@@ -50,7 +50,7 @@ QStringList tableOf(const std::vector<Layer>& states)
                    QString::number(layer.element), QString::number(layer.position), QString::number(layer.length),
                    QString::number(layer.frameRate), flagsText(layer.flags), layer.name});
     }
-    return table.lines();
+    return table.lines({"FLAGS", "FPS", "OUTPUT", "LENGTH"});
 }
 
 void show(const Options& options)

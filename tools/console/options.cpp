@@ -88,9 +88,8 @@ const std::vector<Command>& commands()
         {"layers",
          "shows the layer status of a server",
          "Shows what the layers of a server play. On a terminal, the table is updated in place; otherwise a table is\n"
-         "printed at most once a second. With --json, every layer status message is printed; if the output is read "
-         "too\n"
-         "slowly, only the newest ones are. Runs until Ctrl-C.",
+         "printed at most once a second. Narrow terminals show fewer columns. With --json, every layer status message\n"
+         "is printed; if the output is read too slowly, only the newest ones are. Runs until Ctrl-C.",
          showLayers,
          {"SERVER"},
          connecting({"adapter", "json", "log", "seconds", "timeout"})},

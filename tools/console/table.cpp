@@ -8,6 +8,7 @@
 namespace Console {
 namespace {
 constexpr int MaxWidthWithoutTerminal = 256;
+constexpr int MinLastWidth = 12;
 } // namespace
 
 Table::Table(const QStringList& titles) : m_maxWidth(terminalSize().width())
@@ -34,25 +35,39 @@ void Table::add(const QStringList& cells)
     m_rows.push_back(row);
 }
 
-QStringList Table::lines() const
+QStringList Table::lines(const QStringList& dispensable) const
 {
+    std::vector<bool> isLeftOut(m_widths.size());
+    int width = qMin(m_widths.back(), MinLastWidth) - m_widths.back() - 2;
+    for (const int column : m_widths)
+        width += column + 2;
+    for (const QString& title : dispensable) {
+        if (width <= m_maxWidth)
+            break;
+        const auto column = static_cast<std::size_t>(m_rows.front().indexOf(title));
+        isLeftOut[column] = true;
+        width -= m_widths[column] + 2;
+    }
     QStringList lines;
     for (const QStringList& row : m_rows)
-        lines << line(row);
+        lines << line(row, isLeftOut);
     return lines;
 }
 
 void Table::print() const
 {
+    const std::vector<bool> isLeftOut(m_widths.size());
     for (const QStringList& row : m_rows)
-        printLine(line(row));
+        printLine(line(row, isLeftOut));
 }
 
-QString Table::line(const QStringList& row) const
+QString Table::line(const QStringList& row, const std::vector<bool>& isLeftOut) const
 {
     QString line;
     for (int column = 0; column < row.size(); ++column) {
         const auto index = static_cast<std::size_t>(column);
+        if (isLeftOut[index])
+            continue;
         const bool isLast = column == row.size() - 1;
         const bool isRight = m_isRightAligned[index];
         line += padded(row.at(column), isLast && !isRight ? 0 : m_widths[index], isRight);

@@ -17,12 +17,14 @@ public:
     /// @param cells one for each column
     void add(const QStringList& cells);
     /// The lines of the table, starting with the titles.
-    QStringList lines() const;
+    /// @param dispensable titles of columns that are left out on a terminal that is too narrow, in this order, until
+    /// the others and the start of the last one fit
+    QStringList lines(const QStringList& dispensable = {}) const;
     /// Prints the lines, without keeping all of them.
     void print() const;
 
 private:
-    QString line(const QStringList& row) const;
+    QString line(const QStringList& row, const std::vector<bool>& isLeftOut) const;
 
     int m_maxWidth;
     std::vector<int> m_widths;       ///< columns of the terminal for each column of the table
