@@ -164,7 +164,7 @@ TEST(ConsoleBeforeOddServers, FetchesWhatThereIsBesideALibraryThatTellsNothing)
     EXPECT_EQ(outcome.errors.count("did not send the elements of library 1,1,0,0 within 3 s"), 1)
         << outcome.errors.toStdString();
     EXPECT_EQ(QDir(target.path()).entryList(QDir::Files).join(' ').toStdString(),
-              "1.2.0.0-000-Clip.png contact-sheet.png");
+              "1.2.0.0-000-Clip.png contact-sheet.jpg");
 }
 
 TEST(ConsoleBeforeOddServers, ListsWhatThereIsBesideASubLibraryThatTellsNothing)

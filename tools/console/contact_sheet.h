@@ -15,8 +15,8 @@ struct SheetCell
     QString label;   ///< below the picture
 };
 
-/// Draws the sheets, at most 300 cells on each, and writes them as PNG files: "contact-sheet.png",
-/// "contact-sheet-2.png" and so on. A sheet is written when its last cell has been drawn, so that only a few pictures
+/// Draws the sheets, at most 300 cells on each, and writes them as JPEG files: "contact-sheet.jpg",
+/// "contact-sheet-2.jpg" and so on. A sheet is written when its last cell has been drawn, so that only a few pictures
 /// are in memory. Requires a QGuiApplication.
 class ContactSheets
 {

@@ -120,7 +120,7 @@ const std::vector<Command>& commands()
         {"thumbnails",
          "saves the thumbnails of a server or library",
          "Requests the thumbnail of every element of a server, or of one library without its sub-libraries. Writes\n"
-         "each thumbnail to a file, and all of them to a contact sheet, contact-sheet.png. RGB8 pictures are saved as\n"
+         "each thumbnail to a file, and all of them to a contact sheet, contact-sheet.jpg. RGB8 pictures are saved as\n"
          "PNG, other formats as received. Missing thumbnails are listed, and the exit status is then 1.\n"
          "A library that does not answer the request for its elements is skipped and counts as missing.",
          fetchThumbnails,
