@@ -205,7 +205,9 @@ void Catalogue::Private::take(quint8 type, const QString& id, Reply* reply)
     Node& node = nodes[{type, id}];
     const std::vector<quint8>& numbers = reply->request().numbers;
     if (reply->request().kind == Request::Elements) {
-        merge(node.elements, reply->elements(), numbers, [](const Element& element) { return element.number; });
+        // The reply is this object's own; nobody else reads its list.
+        merge(node.elements, std::move(reply->m_elements), numbers,
+              [](const Element& element) { return element.number; });
         List& list = node.lists[Request::Elements];
         list.serial = list.isRequested || !numbers.empty() ? 0 : node.library.serialNumber;
         return;

@@ -32,6 +32,7 @@ constexpr int maxLookAhead = 64;
 // Ended requests are remembered for their late answers, within these bounds.
 constexpr qint64 rememberTime = 60000; // ms
 constexpr std::size_t maxRemembered = 1024;
+constexpr int maxDeletedTogether = 64;
 constexpr int maxDataLength = 65535;
 constexpr quint8 latestKnownMinor = 2;
 constexpr qint64 never = std::numeric_limits<qint64>::max();
@@ -161,7 +162,9 @@ struct CITP_HIDDEN Requests::Private
     /// Makes of what was asked what is sent. @return why that is impossible; empty if it is not
     QString complete(Request& request, const Peer& server) const;
     bool write(const Peer& server, const Request& request);
-    void dispatch();
+    /// Sends what may be sent now.
+    /// @param changed the server whose requests have changed; null if others' may have, too
+    void dispatch(Peer* changed = nullptr);
     bool sendNext(Peer& server, Request::Kind kind, bool isByHand);
     bool isLimited() const { return freeAt > 0 && transport.now() < static_cast<qint64>(std::ceil(freeAt)); }
 
@@ -173,6 +176,7 @@ struct CITP_HIDDEN Requests::Private
     void finish(Reply* reply, Reply::Status status, const QString& text = {});
     /// Tells of what has finished. Only from the event loop: users must not be called back inside their own calls.
     void emitFinished();
+    void deleteLater(Reply* reply);
     void wakeUpAt(qint64 time);
     void wakeUp();
     void checkTime(const Peer& server, Channel& channel);
@@ -196,6 +200,7 @@ struct CITP_HIDDEN Requests::Private
     std::unordered_set<Reply*> replies;    ///< all that exist
     std::vector<QPointer<Reply>> finished; ///< not emitted yet
     qint64 lastPlace = 0;                  ///< see Reply::m_place
+    QPointer<QObject> ended;               ///< the parent of replies that are to be deleted
     QString lastServer;                    ///< the one that was sent something last
     int timeout = 5000;
     qint64 nextWakeUp = never;
@@ -345,12 +350,20 @@ bool Requests::Private::write(const Peer& server, const Request& request)
                                                         request.format, request.numbers));
 }
 
-void Requests::Private::dispatch()
+void Requests::Private::dispatch(Peer* changed)
 {
+    // Only a limit makes servers wait for one another.
+    const bool isAlone = changed && requestLimit == 0 && byteLimit == 0;
     for (const bool isByHand : {true, false}) {
         bool hasSent = !isQuiet || isByHand;
         while (hasSent) {
             hasSent = false;
+            for (int kind = 0; isAlone && kind < 4; ++kind) {
+                hasSent = sendNext(*changed, static_cast<Request::Kind>(kind), isByHand) || hasSent;
+            }
+            if (isAlone) {
+                continue;
+            }
             // In turn, because a limit would otherwise be used up by the first servers.
             auto next = servers.upper_bound(lastServer);
             for (std::size_t i = 0; i < servers.size(); ++i) {
@@ -379,18 +392,20 @@ bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand
         server.channels[Request::Libraries].outstanding + server.channels[Request::Elements].outstanding > 0) {
         return false;
     }
-    const auto end = std::next(waiting.begin(), qMin(maxLookAhead, static_cast<int>(waiting.size())));
     const qint64 now = transport.now();
     const qint64 lateTime = qint64(maxAttempts) * timeout;
-    const auto next = std::find_if(waiting.begin(), end, [&](const auto& entry) {
-        const qint64 time = channel.blockedUntil(entry.second->m_request, now, server.lastAnswer + lateTime, lateTime);
+    const auto isBlocked = [&](const Reply* reply) {
+        const qint64 time = channel.blockedUntil(reply->m_request, now, server.lastAnswer + lateTime, lateTime);
         if (time > 0) {
             wakeUpAt(time);
         }
-        return time == 0;
-    });
-    if (next == end) {
-        return false;
+        return time != 0;
+    };
+    auto next = waiting.begin();
+    for (int looked = 1; isBlocked(next->second); ++looked) {
+        if (++next == waiting.end() || looked == maxLookAhead) {
+            return false;
+        }
     }
     Reply* const reply = next->second;
     waiting.erase(next);
@@ -463,9 +478,23 @@ void Requests::Private::emitFinished()
         }
         // The receiver may have deleted it, or Requests and all its replies.
         if (reply) {
-            reply->deleteLater();
+            deleteLater(reply);
         }
     }
+}
+
+// With one event for many. Not for all: an event loop within a receiver deletes only what has ended there.
+void Requests::Private::deleteLater(Reply* reply)
+{
+    if (reply->parent()) {
+        reply->deleteLater();
+        return;
+    }
+    if (!ended || ended->children().size() >= maxDeletedTogether) {
+        ended = new QObject(q);
+        ended->deleteLater();
+    }
+    reply->setParent(ended);
 }
 
 // --- Answers ---------------------------------------------------------------------------------------------------------
@@ -523,7 +552,7 @@ void Requests::Private::handle(Peer& server, const Msg_MSEX& message, Request::K
     } else {
         ++statistics.unexpected;
     }
-    dispatch();
+    dispatch(&server);
     emitFinished();
 }
 
@@ -738,7 +767,7 @@ Reply* Requests::get(const Request& request)
     Reply* const reply = new Reply(this, request);
     d->replies.insert(reply);
     d->serverUp(request.server);
-    const auto* const server = d->find(request.server);
+    auto* const server = d->find(request.server);
     if (!server) {
         d->finish(reply, Reply::ServerLost, tr("Server %1 is not up").arg(request.server));
         d->wakeUpAt(d->transport.now());
@@ -752,7 +781,7 @@ Reply* Requests::get(const Request& request)
     }
     reply->m_place = ++d->lastPlace;
     d->channelOf(reply)->waiting[request.isByHand].emplace(reply->m_place, reply);
-    d->dispatch();
+    d->dispatch(server);
     return reply;
 }
 

@@ -88,6 +88,7 @@ Q_SIGNALS:
     void finished();
 
 private:
+    friend class Catalogue;
     friend class Requests;
     Reply(Requests* requests, Request request);
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
 #include <QPointer>
 
 #include <cstdlib>
@@ -210,6 +211,37 @@ TEST_F(RequestsTest, AReceiverMayDeleteEverything)
     answer(elin(2, 1, {}, {}));
     EXPECT_FALSE(m_requests);
     EXPECT_EQ(waiting->count, 0);
+}
+
+TEST_F(RequestsTest, RepliesAreDeletedWhenControlReturnsToTheLoop)
+{
+    constexpr int count = 200;
+    std::vector<QPointer<Reply>> replies;
+    QObject owner;
+    std::size_t nested = 0;
+    for (int number = 0; number < count; ++number) {
+        replies.emplace_back(m_requests->picture(key, 1, first, static_cast<quint8>(number)));
+        QObject::connect(replies.back(), &Reply::finished, &owner, [&, number] {
+            // Each is still there when it tells of its end, whatever its receivers do with it.
+            if (number == 1) {
+                delete replies[1];
+            } else if (number == 2) {
+                replies[2]->deleteLater();
+            } else if (number == 3) {
+                replies[3]->setParent(&owner);
+            }
+            nested += replies[static_cast<std::size_t>(number)].isNull() ? 1 : 0;
+        });
+    }
+    for (int number = 0; number < count; ++number) {
+        answer(ethn(2, 1, first, static_cast<quint8>(number), "x"));
+    }
+    EXPECT_EQ(nested, 1u);
+    EXPECT_TRUE(replies.back());
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    for (const QPointer<Reply>& reply : replies) {
+        EXPECT_FALSE(reply);
+    }
 }
 
 TEST_F(RequestsTest, AReplyDeletesItself)
