@@ -270,8 +270,13 @@ void Catalogue::Private::setLibraries(quint8 type, const QString& parent, const 
 
 void Catalogue::Private::remove(quint8 type, const QString& id)
 {
-    const QStringList children = nodes.take({type, id}).children;
-    for (const QString& child : children) {
+    const Node removed = nodes.take({type, id});
+    // Nobody is told of their end, and a server that takes its libraries back again and again would fill the memory.
+    for (const List& list : removed.lists) {
+        pending -= list.reply ? 1 : 0;
+        delete list.reply;
+    }
+    for (const QString& child : removed.children) {
         remove(type, child);
     }
 }

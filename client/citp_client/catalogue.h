@@ -15,7 +15,8 @@ namespace CITP {
 class Msg_MSEX_ELUP;
 
 /// What a server holds. It survives the loss of the server: what was loaded is loaded again when the server is back,
-/// elements only of libraries whose serial number has changed.
+/// elements only of libraries whose serial number has changed. Receivers of its signals must not delete it;
+/// deleteLater() is safe.
 ///
 /// After an update (ELUp), only what it names is requested. A change during a request makes that request be repeated.
 /// A library has at most three levels above it, and the catalogue at most Catalogue::maxLibraries libraries, so that no

@@ -225,6 +225,23 @@ TEST_F(CatalogueTest, LibrariesComeAndGo)
     EXPECT_EQ(m_catalogue.elementsState(1, topLevel(3)), Catalogue::Unknown);
 }
 
+TEST_F(CatalogueTest, RequestsForALibraryThatGoesEndWithIt)
+{
+    m_net.onSend = [this](const Request& request) {
+        if (request.kind == Request::Libraries)
+            answer(request);
+        return true;
+    };
+    m_catalogue.loadAll(1);
+    m_net.run(100);
+    EXPECT_FALSE(m_catalogue.isIdle());
+    m_content.clear();
+    update(rootLibrary(), 0x04);
+    m_net.run(100);
+    EXPECT_TRUE(m_catalogue.isIdle());
+    EXPECT_EQ(m_idles, 1);
+}
+
 TEST_F(CatalogueTest, AChangeDuringARequestIsNotLost)
 {
     loadAll();
