@@ -5,6 +5,7 @@
 #include <QBuffer>
 #include <QCoreApplication>
 #include <QImageReader>
+#include <QtEndian>
 
 namespace CITP {
 namespace {
@@ -31,7 +32,13 @@ DecodedPicture failed(const QString& problem)
 
 DecodedPicture success(const QImage& image, const QSize& size)
 {
-    return {image.convertToFormat(image.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32),
+    const QImage pixels =
+        image.convertToFormat(image.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32);
+    // QImage cannot remove a text. Comments of JPEGs are texts.
+    return {pixels.textKeys().isEmpty()
+                ? pixels
+                : QImage(pixels.constBits(), pixels.width(), pixels.height(), pixels.bytesPerLine(), pixels.format())
+                      .copy(),
             size,
             {}};
 }
@@ -74,9 +81,34 @@ QString problemOfJpeg(const QByteArray& bytes, qint64 pixels, qint64 maxPixels)
     return {};
 }
 
+// Texts and colour profiles are compressed: Qt would inflate each to 8 MB, and keep the texts with the image.
+QByteArray withPixelsOnly(const QByteArray& png)
+{
+    constexpr int signatureLength = 8;
+    constexpr int frameLength = 12; // length, type and checksum
+    QByteArray kept = png.left(signatureLength);
+    for (int at = signatureLength; png.size() - at >= frameLength;) {
+        const quint32 length = qFromBigEndian<quint32>(png.constData() + at);
+        if (length > static_cast<quint32>(png.size() - at - frameLength)) {
+            break;
+        }
+        const QByteArray chunk = png.mid(at, static_cast<int>(length) + frameLength);
+        const QByteArray type = chunk.mid(4, 4);
+        if (type == "IHDR" || type == "PLTE" || type == "tRNS" || type == "IDAT" || type == "IEND") {
+            kept += chunk;
+        }
+        if (type == "IEND") {
+            return kept;
+        }
+        at += static_cast<int>(chunk.size());
+    }
+    return {};
+}
+
 DecodedPicture fromEncoded(const Picture& picture, const QSize& wanted, const char* format)
 {
-    QByteArray bytes = picture.data;
+    const bool isPng = qstrcmp(format, "png") == 0;
+    QByteArray bytes = isPng ? withPixelsOnly(picture.data) : picture.data;
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::ReadOnly);
     QImageReader reader(&buffer, format);
@@ -88,7 +120,7 @@ DecodedPicture fromEncoded(const Picture& picture, const QSize& wanted, const ch
     if (size.width() > maxSide || size.height() > maxSide || pixels > maxPixels) {
         return failed(Texts::tr("%1x%2 pixels are too large for a thumbnail").arg(size.width()).arg(size.height()));
     }
-    const QString problem = qstrcmp(format, "jpeg") == 0 ? problemOfJpeg(bytes, pixels, maxPixels) : QString();
+    const QString problem = isPng ? QString() : problemOfJpeg(bytes, pixels, maxPixels);
     if (!problem.isEmpty()) {
         return failed(problem);
     }
@@ -98,8 +130,9 @@ DecodedPicture fromEncoded(const Picture& picture, const QSize& wanted, const ch
     }
     const QImage image = reader.read();
     if (image.isNull()) {
-        return failed(
-            Texts::tr("%1 bytes are not a %2 picture").arg(bytes.size()).arg(QString::fromLatin1(format).toUpper()));
+        return failed(Texts::tr("%1 bytes are not a %2 picture")
+                          .arg(picture.data.size())
+                          .arg(QString::fromLatin1(format).toUpper()));
     }
     return success(image, size);
 }

@@ -20,8 +20,8 @@ struct CITP_EXPORT DecodedPicture
 
 /// Decodes @p picture once. Refuses what would take much more memory or time than a picture of the size @p wanted: more
 /// than 16 times its pixels (at least 1 million), a side above 4096, and, in JPEG, more than 100 scans, or more than 16
-/// over the largest number of pixels. A picture that is cut off is refused, too. Any thread; does not throw, whatever
-/// the picture contains.
+/// over the largest number of pixels. A picture that is cut off is refused, too. Texts in a picture are left out, in
+/// PNG unread, and so are colour profiles there. Any thread; does not throw, whatever the picture contains.
 /// @param picture as received
 /// @param wanted in pixels; a larger picture is made smaller to fit into it. If empty, none is
 CITP_EXPORT DecodedPicture decodePicture(const Picture& picture, const QSize& wanted);

@@ -8,6 +8,7 @@
 #include <QImageWriter>
 #include <QtEndian>
 
+#include <sys/resource.h>
 #include <string>
 
 using namespace CITP;
@@ -80,6 +81,27 @@ QByteArray checksum(const QByteArray& bytes)
     QByteArray checksum(4, '\0');
     qToBigEndian(~remainder, checksum.data());
     return checksum;
+}
+
+QByteArray chunk(const QByteArray& type, const QByteArray& content)
+{
+    QByteArray length(4, '\0');
+    qToBigEndian(static_cast<quint32>(content.size()), length.data());
+    return length + type + content + checksum(type + content);
+}
+
+// The most memory that this process has had, in KiB.
+long peakMemory()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+// With @p chunks behind the header of the picture, where texts and profiles are.
+QByteArray pngWith(const QByteArray& chunks)
+{
+    return encoded(blank(2, 2), "PNG").insert(33, chunks);
 }
 } // namespace
 
@@ -202,4 +224,60 @@ TEST(Images, JpegsOfManyScansAreRefused)
     EXPECT_EQ(problem("JPEG", encoded(large, "JPEG", true)), "");
     EXPECT_EQ(problem("JPEG", withScans(16, large)).find("scans"), std::string::npos);
     EXPECT_EQ(problem("JPEG", withScans(17, large)), "17 scans are too many for a thumbnail");
+}
+
+TEST(Images, TextsAndProfilesOfPngsAreNotRead)
+{
+    // Without the 4 bytes of the length that Qt puts before them, 8 MB in 8 KB.
+    const QByteArray bomb = qCompress(QByteArray(7900000, 'x'), 9).mid(4);
+    QByteArray texts;
+    for (char number = '0'; number < '8'; ++number)
+        texts += chunk("zTXt", QByteArray("text ") + number + QByteArray(2, '\0') + bomb);
+    const QByteArray png = pngWith(texts + chunk("iCCP", QByteArray("profile") + QByteArray(2, '\0') + bomb));
+    const long before = peakMemory();
+    const DecodedPicture decoded = decode("PNG ", png);
+    EXPECT_LT(peakMemory() - before, 64 << 10);
+    EXPECT_EQ(decoded.problem.toStdString(), "");
+    EXPECT_EQ(decoded.image.size(), QSize(2, 2));
+    EXPECT_EQ(decoded.image.textKeys(), QStringList());
+}
+
+TEST(Images, PngsWithDamagedLengthsAreRefused)
+{
+    const QByteArray png = encoded(noise(), "PNG");
+    const std::string expected = std::to_string(png.size()) + " bytes are not a PNG picture";
+    for (const char* const length : {"ffffffff", "7fffffff", "80000000", "fffffff4", "00010000"}) {
+        QByteArray damaged = png;
+        damaged.replace(8, 4, QByteArray::fromHex(length));
+        EXPECT_EQ(problem("PNG ", damaged), expected) << length;
+        damaged = png;
+        damaged.replace(png.size() - 12, 4, QByteArray::fromHex(length));
+        EXPECT_EQ(problem("PNG ", damaged), expected) << length;
+    }
+    for (int size = 0; size < png.size(); ++size)
+        EXPECT_NE(problem("PNG ", png.left(size)), "") << size;
+    EXPECT_EQ(problem("PNG ", png + "more"), "");
+}
+
+TEST(Images, CommentsOfJpegsAreLeftOut)
+{
+    QByteArray jpeg = encoded(blank(2, 2), "JPEG");
+    jpeg.insert(2, QByteArray::fromHex("fffe0009") + "comment");
+    QImage image;
+    ASSERT_TRUE(image.loadFromData(jpeg, "JPEG"));
+    ASSERT_FALSE(image.textKeys().isEmpty());
+    const DecodedPicture decoded = decode("JPEG", jpeg);
+    EXPECT_EQ(decoded.image.textKeys(), QStringList());
+    EXPECT_GT(qRed(decoded.image.pixel(1, 1)), 250);
+}
+
+TEST(Images, PalettesAndTheirTransparencyAreKept)
+{
+    QImage image(2, 1, QImage::Format_Indexed8);
+    image.setColorTable({qRgba(255, 0, 0, 255), qRgba(0, 0, 0, 0)});
+    image.setPixel(0, 0, 0);
+    image.setPixel(1, 0, 1);
+    const QImage decoded = decode("PNG ", encoded(image, "PNG")).image;
+    EXPECT_EQ(decoded.pixel(0, 0), qRgba(255, 0, 0, 255));
+    EXPECT_EQ(decoded.pixel(1, 0), qRgba(0, 0, 0, 0));
 }
