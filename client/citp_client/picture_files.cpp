@@ -7,9 +7,9 @@
 #include <QDataStream>
 #include <QDateTime>
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <cstdio>
@@ -19,8 +19,10 @@ namespace CITP {
 namespace {
 const QByteArray fileMagic = QByteArrayLiteral("CITPpic1");
 constexpr int checksumLength = 20;
-// Of the limit: how much is written between two looks at the folder, and how much room each makes.
+// Of the limit: how much is written between two looks at a part of the folder, and how much room each makes.
 constexpr int purgeShare = 8;
+// Of a part that is looked at: 16 of the largest pictures, so that what was used last stays.
+constexpr qint64 minPartLimit = 1 << 20;
 // Of a process that crashed while writing.
 constexpr qint64 staleTime = 3600; // s
 constexpr qint64 touchTime = 3600; // s
@@ -30,6 +32,16 @@ QByteArray checksumOf(const QByteArray& content)
     return QCryptographicHash::hash(content, QCryptographicHash::Sha1);
 }
 } // namespace
+
+void PictureFiles::setLimit(qint64 bytes)
+{
+    m_foldersOfPart = 1;
+    while (m_foldersOfPart < folderCount && bytes / folderCount * m_foldersOfPart < minPartLimit) {
+        m_foldersOfPart *= 2;
+    }
+    m_partLimit = bytes / (folderCount / m_foldersOfPart);
+    m_untilPurge.fill(0);
+}
 
 // In 256 folders, since some file systems are slow with many files in one.
 QString PictureFiles::fileFor(const QByteArray& key) const
@@ -99,14 +111,19 @@ QString PictureFiles::write(const QByteArray& key, const Picture& picture)
         file.remove();
         return isWritten ? QCoreApplication::translate("CITP::PictureFiles", "cannot be renamed") : problem;
     }
-    m_written += content.size();
-    if (m_written >= m_limit / purgeShare) {
-        purge();
+    const int folder = QFileInfo(name).dir().dirName().toInt(nullptr, 16);
+    const int firstOfPart = folder - folder % m_foldersOfPart;
+    qint64& untilPurge = m_untilPurge[static_cast<std::size_t>(firstOfPart)];
+    untilPurge -= content.size();
+    if (untilPurge <= 0) {
+        untilPurge = m_partLimit / purgeShare;
+        purge(firstOfPart);
     }
     return {};
 }
 
-void PictureFiles::purge()
+// Only a part, since all may be tens of thousands of files, which take too long in one turn of the event loop.
+void PictureFiles::purge(int firstOfPart)
 {
     struct Entry
     {
@@ -114,24 +131,28 @@ void PictureFiles::purge()
         qint64 size;
         QString path;
     };
-    m_written = 0;
+    static const QRegularExpression ownName(QStringLiteral("^[0-9a-f]{38}(\\.[0-9]+-[0-9]+\\.tmp)?$"));
     const QDateTime now = QDateTime::currentDateTimeUtc();
     std::vector<Entry> entries;
     qint64 total = 0;
-    QDirIterator files(m_folder, QDir::Files, QDirIterator::Subdirectories);
-    while (files.hasNext()) {
-        files.next();
-        const QFileInfo info = files.fileInfo();
-        if (info.suffix() != QLatin1String("tmp")) {
-            entries.push_back({info.lastModified(), info.size(), info.filePath()});
-            total += info.size();
-        } else if (info.lastModified().secsTo(now) > staleTime) {
-            QFile::remove(info.filePath());
+    for (int folder = firstOfPart; folder < firstOfPart + m_foldersOfPart; ++folder) {
+        const QDir dir(QStringLiteral("%1/%2").arg(m_folder).arg(folder, 2, 16, QLatin1Char('0')));
+        for (const QFileInfo& info : dir.entryInfoList(QDir::Files, QDir::Unsorted)) {
+            // Others may keep their files here, too.
+            if (!ownName.match(info.fileName()).hasMatch()) {
+                continue;
+            }
+            if (info.suffix() != QLatin1String("tmp")) {
+                entries.push_back({info.lastModified(), info.size(), info.filePath()});
+                total += info.size();
+            } else if (info.lastModified().secsTo(now) > staleTime) {
+                QFile::remove(info.filePath());
+            }
         }
     }
     std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.used < b.used; });
     for (const Entry& entry : entries) {
-        if (total <= m_limit - m_limit / purgeShare) {
+        if (total <= m_partLimit - m_partLimit / purgeShare) {
             break;
         }
         // Another process may have been faster.

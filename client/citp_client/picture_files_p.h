@@ -7,6 +7,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include <array>
+
 namespace CITP {
 /// Each picture is a file. It is written under another name and then renamed, so that nobody reads half of it, and it
 /// has its key and a checksum, so that nobody takes a damaged one for good. That is all that processes share.
@@ -15,7 +17,8 @@ class PictureFiles
 public:
     explicit PictureFiles(const QString& folder) : m_folder(folder) {}
 
-    void setLimit(qint64 bytes) { m_limit = bytes; }
+    /// Of all files together. Each part of the folder that is written to next is purged.
+    void setLimit(qint64 bytes);
     /// The picture under @p key; without data if there is none.
     Picture read(const QByteArray& key) const;
     void remove(const QByteArray& key);
@@ -24,10 +27,14 @@ public:
 
 private:
     QString fileFor(const QByteArray& key) const;
-    void purge();
+    void purge(int firstOfPart);
+
+    static constexpr int folderCount = 256;
 
     const QString m_folder;
-    qint64 m_limit = 0;
-    qint64 m_written = 0; ///< bytes since the last purge
+    int m_foldersOfPart = folderCount; ///< a power of two
+    qint64 m_partLimit = 0;            ///< bytes
+    /// Bytes to be written to a part before its next purge, by its first folder. At first 0: processes may be short.
+    std::array<qint64, folderCount> m_untilPurge{};
 };
 } // namespace CITP

@@ -83,7 +83,9 @@ public:
     /// @param bytes 0 to 2 GiB - 1
     void setMemoryLimit(qint64 bytes);
     /// The same on disk, for all processes together. The default is #defaultDiskLimit. The folder may exceed this by
-    /// an eighth for each process.
+    /// an eighth for each process. It has up to 256 parts of at least 1 MiB, each with its share of the limit: what was
+    /// not used for longest in a part is removed when a picture is written there, after a start with the first one.
+    /// Files of others in the folder are neither counted nor removed.
     void setDiskLimit(qint64 bytes);
     /// Why the last file could not be written: one sentence for the user; empty if it could.
     QString diskProblem() const;

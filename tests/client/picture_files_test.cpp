@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QDateTime>
 #include <QDirIterator>
 #include <QFile>
 #include <QTemporaryDir>
@@ -11,6 +12,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <csignal>
@@ -76,6 +78,24 @@ protected:
         for (; entries.hasNext(); entries.next())
             ++count;
         return count;
+    }
+
+    QStringList fileNames() const
+    {
+        QStringList names;
+        QDirIterator entries(m_folder.path(), QDir::Files, QDirIterator::Subdirectories);
+        while (entries.hasNext())
+            names << entries.next();
+        return names;
+    }
+    /// Makes a file of @p size bytes, without blocks on the disk.
+    void plant(const QString& name, qint64 size, const QDateTime& used) const
+    {
+        QFile file(m_folder.filePath(name));
+        QDir().mkpath(QFileInfo(file).path());
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << name.toStdString();
+        ASSERT_TRUE(file.resize(size));
+        ASSERT_TRUE(file.setFileTime(used, QFileDevice::FileModificationTime));
     }
 
     QTemporaryDir m_folder;
@@ -199,4 +219,64 @@ TEST_F(PictureFilesSlowTest, AHundredThousandPicturesAreBounded)
         ASSERT_EQ(m_files.write(keyOf(key), pictureOf(key % 100, 1, size)), QString()) << key;
     EXPECT_LT(countFiles("*"), count / 8);
     EXPECT_TRUE(isWhole(m_files.read(keyOf(count + 1999)), 99, size));
+}
+
+TEST_F(PictureFilesTest, FilesOfOthersStay)
+{
+    const QDateTime longAgo = QDateTime::currentDateTimeUtc().addDays(-100);
+    const QString own(38, QLatin1Char('a'));
+    const QStringList others{"photo.jpg",          "old.tmp",      "holiday/photo.jpg", "holiday/old.tmp",
+                             "ab/photo.jpg",       "ab/old.tmp",   "ab/" + own + "a",   "ab/" + own + ".1-2.tmp.tmp",
+                             "ab/" + own + ".tmp", "ab/bc/" + own, "holiday/" + own,    own};
+    const QStringList ours{"ab/" + own, "cd/" + own, "ab/" + own + ".12-34.tmp"};
+    for (const QString& name : others + ours)
+        plant(name, 100, longAgo);
+    plant("cd/" + own + ".12-34.tmp", 100, QDateTime::currentDateTimeUtc());
+    m_files.setLimit(1);
+    EXPECT_EQ(m_files.write(keyOf(1), pictureOf(1, 1, 10)), QString());
+    for (const QString& name : others)
+        EXPECT_TRUE(QFile::exists(m_folder.filePath(name))) << name.toStdString();
+    for (const QString& name : ours)
+        EXPECT_FALSE(QFile::exists(m_folder.filePath(name))) << name.toStdString();
+    // Somebody may be writing it.
+    EXPECT_TRUE(QFile::exists(m_folder.filePath("cd/" + own + ".12-34.tmp")));
+}
+
+TEST_F(PictureFilesTest, TheSizesOfFilesOfOthersDoNotCount)
+{
+    plant("ab/video.mov", 1 << 30, QDateTime::currentDateTimeUtc());
+    m_files.setLimit(1 << 20);
+    EXPECT_EQ(m_files.write(keyOf(1), pictureOf(1, 1, 10)), QString());
+    EXPECT_TRUE(isWhole(m_files.read(keyOf(1)), 1, 10));
+}
+
+TEST_F(PictureFilesTest, ShortRunsKeepTheLimitToo)
+{
+    constexpr int size = 1000;
+    for (int key = 0; key < 200; ++key) {
+        PictureFiles files(m_folder.path());
+        files.setLimit(20 * size);
+        ASSERT_EQ(files.write(keyOf(key), pictureOf(key, 1, size)), QString());
+        ASSERT_LE(countFiles("*"), 20);
+    }
+    EXPECT_GE(countFiles("*"), 10);
+    EXPECT_TRUE(isWhole(m_files.read(keyOf(199)), 199, size));
+}
+
+TEST_F(PictureFilesTest, AWriteLooksAtOnePartOfTheFolder)
+{
+    constexpr int folders = 256;
+    const QString own(38, QLatin1Char('a'));
+    for (int folder = 0; folder < folders; ++folder)
+        plant(QStringLiteral("%1/").arg(folder, 2, 16, QLatin1Char('0')) + own, 2 << 20,
+              QDateTime::currentDateTimeUtc().addDays(-1));
+    int expected = folders + 1;
+    // Parts of 1, 4 and 256 folders.
+    for (const int limit : {256 << 20, 64 << 20, 1 << 20}) {
+        m_files.setLimit(limit);
+        ASSERT_EQ(m_files.write(keyOf(1), pictureOf(1, 1, 10)), QString());
+        expected -= limit == 256 << 20 ? 1 : limit == 64 << 20 ? 3 : 252;
+        EXPECT_EQ(countFiles("*"), expected) << limit;
+        EXPECT_TRUE(isWhole(m_files.read(keyOf(1)), 1, 10));
+    }
 }
