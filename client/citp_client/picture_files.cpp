@@ -19,6 +19,8 @@ namespace CITP {
 namespace {
 const QByteArray fileMagic = QByteArrayLiteral("CITPpic1");
 constexpr int checksumLength = 20;
+// More than that of the largest picture.
+constexpr qint64 maxFileSize = 128 << 10;
 // Of the limit: how much is written between two looks at a part of the folder, and how much room each makes.
 constexpr int purgeShare = 8;
 // Of a part that is looked at: 16 of the largest pictures, so that what was used last stays.
@@ -53,11 +55,13 @@ QString PictureFiles::fileFor(const QByteArray& key) const
 
 Picture PictureFiles::read(const QByteArray& key) const
 {
-    QFile file(fileFor(key));
-    if (!file.open(QIODevice::ReadOnly)) {
+    const QFileInfo info(fileFor(key));
+    QFile file(info.filePath());
+    // To open a FIFO would wait for who writes to it.
+    if (!info.isFile() || info.size() > maxFileSize || !file.open(QIODevice::ReadOnly)) {
         return {};
     }
-    const QByteArray bytes = file.readAll();
+    const QByteArray bytes = file.read(maxFileSize);
     const QByteArray content = bytes.mid(checksumLength);
     if (bytes.left(checksumLength) != checksumOf(content)) {
         return {};
@@ -73,7 +77,7 @@ Picture PictureFiles::read(const QByteArray& key) const
     }
     // The time of the last use, for purge(); exact to the hour, to write less.
     const QDateTime now = QDateTime::currentDateTimeUtc();
-    if (file.fileTime(QFileDevice::FileModificationTime).secsTo(now) > touchTime) {
+    if (info.lastModified().secsTo(now) > touchTime) {
         file.setFileTime(now, QFileDevice::FileModificationTime);
     }
     return picture;
@@ -97,9 +101,12 @@ QString PictureFiles::write(const QByteArray& key, const Picture& picture)
                                   .arg(QCoreApplication::applicationPid())
                                   .arg(reinterpret_cast<quintptr>(this));
     QFile file(temporary);
-    if (!file.open(QIODevice::WriteOnly)) {
+    // Never what is there: it may be a link to another file.
+    const QIODevice::OpenMode mode = QIODevice::WriteOnly | QIODevice::NewOnly;
+    if (!file.open(mode)) {
         QDir().mkpath(QFileInfo(name).path());
-        if (!file.open(QIODevice::WriteOnly)) {
+        QFile::remove(temporary);
+        if (!file.open(mode)) {
             return file.errorString();
         }
     }

@@ -19,7 +19,7 @@ public:
 
     /// Of all files together. Each part of the folder that is written to next is purged.
     void setLimit(qint64 bytes);
-    /// The picture under @p key; without data if there is none.
+    /// The picture under @p key; without data if there is none. Reads regular files only, and no large ones.
     Picture read(const QByteArray& key) const;
     void remove(const QByteArray& key);
     /// @return why it could not be written; empty if it was

@@ -280,3 +280,33 @@ TEST_F(PictureFilesTest, AWriteLooksAtOnePartOfTheFolder)
         EXPECT_TRUE(isWhole(m_files.read(keyOf(1)), 1, 10));
     }
 }
+
+// The name under which a file is first written is known, and left behind by a crash.
+TEST_F(PictureFilesTest, ALinkIsNotWrittenThrough)
+{
+    ASSERT_EQ(m_files.write(keyOf(1), pictureOf(1, 1, 10)), QString());
+    const QString name = fileNames().front();
+    const QString temporary =
+        QStringLiteral("%1.%2-%3.tmp").arg(name).arg(getpid()).arg(reinterpret_cast<quintptr>(&m_files));
+    plant("precious", 5, QDateTime::currentDateTimeUtc());
+    ASSERT_TRUE(QFile::link(m_folder.filePath("precious"), temporary));
+    EXPECT_EQ(m_files.write(keyOf(1), pictureOf(1, 2, 10)), QString());
+    EXPECT_EQ(QFile(m_folder.filePath("precious")).size(), 5);
+    EXPECT_FALSE(QFileInfo(name).isSymLink());
+    EXPECT_EQ(m_files.read(keyOf(1)).size.height(), 2);
+}
+
+TEST_F(PictureFilesTest, OnlySmallRegularFilesAreRead)
+{
+    ASSERT_EQ(m_files.write(keyOf(1), pictureOf(1, 1, 65535)), QString());
+    EXPECT_TRUE(isWhole(m_files.read(keyOf(1)), 1, 65535));
+    const QString name = fileNames().front();
+    // Whole, but for its size.
+    ASSERT_EQ(m_files.write(keyOf(1), pictureOf(1, 1, 128 << 10)), QString());
+    EXPECT_TRUE(m_files.read(keyOf(1)).data.isEmpty());
+    ASSERT_TRUE(QFile::remove(name));
+    ASSERT_EQ(mkfifo(QFile::encodeName(name).constData(), 0600), 0);
+    EXPECT_TRUE(m_files.read(keyOf(1)).data.isEmpty());
+    ASSERT_EQ(m_files.write(keyOf(1), pictureOf(1, 1, 10)), QString());
+    EXPECT_TRUE(isWhole(m_files.read(keyOf(1)), 1, 10));
+}
