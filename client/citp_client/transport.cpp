@@ -79,7 +79,7 @@ void Inbox::add(const DiscoveryEvent& event)
 // What is kept here does not count as unread: the stack would stop reading the server, although only the newest wait.
 void Inbox::add(const QString& server, const Msg_MSEX_LSTA& report)
 {
-    const Msg_MSEX_LSTA counted(report);
+    const Msg_MSEX_LSTA counted(report); // NOLINT(performance-unnecessary-copy-initialization)
     const std::lock_guard<std::mutex> lock(mutex);
     if (!receiver) {
         return;

@@ -54,12 +54,13 @@ DecodedPicture fromRgb8(const Picture& picture, const QSize& wanted)
 {
     const int width = picture.size.width();
     const int height = picture.size.height();
+    const int bytesPerLine = 3 * width;
     const qint64 bytes = qint64(width) * height * 3;
     if (picture.size.isEmpty() || picture.data.size() != bytes) {
         return failed(
             Texts::tr("%1 bytes are not an RGB8 picture of %2x%3").arg(picture.data.size()).arg(width).arg(height));
     }
-    const QImage image(reinterpret_cast<const uchar*>(picture.data.constData()), width, height, width * 3,
+    const QImage image(reinterpret_cast<const uchar*>(picture.data.constData()), width, height, bytesPerLine,
                        picture.msexMinor == 0 ? QImage::Format_BGR888 : QImage::Format_RGB888);
     const QSize size = reduced(picture.size, wanted);
     return success(size == picture.size ? image : image.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation),

@@ -134,7 +134,7 @@ QString Session::loadElements(quint8 type, const QString& library)
 {
     const QString known = CITP::libraryId(library, m_server.msexMinor);
     // What the server's version cannot express is refused with the reason.
-    const QString id = known.isEmpty() ? library : known;
+    QString id = known.isEmpty() ? library : known;
     m_catalogue->loadElements(type, id);
     waitForCatalogue();
     const QString problem = escapeControls(m_catalogue->elementsProblem(type, id));
