@@ -45,7 +45,7 @@ Element commonFields(const Item& item, const QString& name)
     element.number = item.Number;
     element.dmxMin = item.DMXRangeMin;
     element.dmxMax = item.DMXRangeMax;
-    element.name = name;
+    element.name = name.left(maxNameLength);
     element.serialNumber = item.SerialNumber;
     return element;
 }
@@ -65,7 +65,7 @@ Element toElement(const Msg_MSEX_EEIN::EffectInformation& item)
 {
     Element element = commonFields(item, item.EffectName);
     for (const QString& parameter : item.ParameterNames) {
-        element.parameters << parameter;
+        element.parameters << parameter.left(maxNameLength);
     }
     return element;
 }
@@ -182,8 +182,8 @@ std::vector<Library> librariesOf(const Msg_MSEX_ELIN& message, const QString& pa
         const bool isZero = id == QLatin1String("0") && item.Name.isEmpty() && item.ElementCount == 0;
         if (!id.isEmpty() && (libraries.empty() || !isZero)) {
             known.set(number);
-            libraries.push_back({id, item.Name, item.DMXRangeMin, item.DMXRangeMax, item.ElementCount,
-                                 item.SubLibraryCount, item.SerialNumber});
+            libraries.push_back({id, item.Name.left(maxNameLength), item.DMXRangeMin, item.DMXRangeMax,
+                                 item.ElementCount, item.SubLibraryCount, item.SerialNumber});
         }
     }
     *dropped = static_cast<int>(message.Libraries.size() - libraries.size());

@@ -24,11 +24,14 @@ enum class ElementKind { Media, Effects, Generic };
 /// The kind of the elements in libraries of @p type: 1 is media, 2 effects, all others are generic.
 CITP_EXPORT ElementKind elementKind(quint8 type);
 
+/// The characters of a name or parameter that are kept, of up to half a million in a message: to show it, they suffice.
+constexpr int maxNameLength = 1000;
+
 /// One library. Fields that its MSEX version does not have are 0.
 struct CITP_EXPORT Library
 {
     QString id;              ///< a number in MSEX 1.0 ("7"), else four levels ("1,2,0,0")
-    QString name;            ///< as received
+    QString name;            ///< as received, at most #maxNameLength characters
     quint8 dmxMin{0};        ///< lowest DMX value that selects the library
     quint8 dmxMax{0};        ///< highest DMX value that selects the library
     int elements{0};         ///< number of elements, 0 to 65535
@@ -48,8 +51,8 @@ struct CITP_EXPORT Element
     quint32 length{0};       ///< frames
     quint32 serialNumber{0}; ///< changes with the element; 0 before MSEX 1.2
     quint64 timestamp{0};    ///< of the element's version, in the server's units
-    QString name;            ///< as received
-    QStringList parameters;  ///< of an effect
+    QString name;            ///< as received, at most #maxNameLength characters
+    QStringList parameters;  ///< of an effect, each as #name
 
     bool operator==(const Element& other) const; ///< compares all fields
     /// Compares all fields.
