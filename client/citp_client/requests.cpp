@@ -130,7 +130,7 @@ struct CITP_HIDDEN Requests::Private
         std::vector<Sent> sent;                          ///< oldest first
         int outstanding = 0;                             ///< those of #sent that have a reply
         int window = initialWindow;
-        qint64 lastAnswer = 0;
+        qint64 lastAnswer = 0; ///< to any of #sent; what nobody has asked for does not count
         bool isSilent = false;
         int unanswered = 0; ///< requests that had to be sent again since then
 
@@ -148,7 +148,7 @@ struct CITP_HIDDEN Requests::Private
         quint8 msexMinor = 0;
         bool isPaced = false;
         QString format;
-        qint64 lastAnswer = 0; ///< of any kind
+        qint64 lastAnswer = 0; ///< to a request of any kind
         std::array<Channel, 4> channels;
     };
 
@@ -504,9 +504,6 @@ void Requests::Private::handle(Peer& server, const Msg_MSEX& message, Request::K
 {
     const qint64 now = transport.now();
     Channel& channel = server.channels[kind];
-    channel.lastAnswer = server.lastAnswer = now;
-    channel.isSilent = false;
-    channel.unanswered = 0;
     const qint64 bytes = message.size;
     statistics.bytes += bytes;
     usualBytes += (bytes - usualBytes) / 8;
@@ -518,6 +515,9 @@ void Requests::Private::handle(Peer& server, const Msg_MSEX& message, Request::K
         ++statistics.unexpected;
         return;
     }
+    channel.lastAnswer = server.lastAnswer = now;
+    channel.isSilent = false;
+    channel.unanswered = 0;
     for (auto older = channel.sent.begin(); older != entry; ++older) {
         if (++older->overtaken >= maxOvertaken) {
             wakeUpAt(now);

@@ -119,16 +119,17 @@ private:
 ///
 /// What these cannot tell apart is sent one after the other: libraries of one type, elements of one library, the same
 /// picture in two sizes. Other numbers of one library and another size of one picture also wait for the late answer to
-/// an earlier request that was cancelled or has timed out, until the server has sent no answer at all for
+/// an earlier request that was cancelled or has timed out, until the server has answered no request at all for
 /// Requests::maxAttempts timeouts, at most 60 s. A server may answer in any order otherwise. Only an answer that comes
 /// still later, or that nobody has asked for, can be taken for another's.
 ///
 /// **Time.** A request waits until it is sent, without a limit. Then the timeout counts from the server's last answer
-/// of that kind, to whichever request: a server that takes 3 s for each picture answers all. A request that 64 later
+/// of that kind, to whichever request: a server that takes 3 s for each picture answers all. What fits no request does
+/// not count. A request that 64 later
 /// ones have overtaken is taken for lost. It is then sent again, at most Requests::maxAttempts times in all. An answer
-/// that comes late still counts. A server that has sent nothing of a kind for a whole timeout is asked for one at once,
-/// and if that fails too, all requests of the kind end as TimedOut; but not if only one of them was sent, which may be
-/// the one that the server cannot answer.
+/// that comes late still counts. A server that has answered nothing of a kind for a whole timeout is asked for one at
+/// once, and if that fails too, all requests of the kind end as TimedOut; but not if only one of them was sent, which
+/// may be the one that the server cannot answer.
 ///
 /// **Window.** To each server at most windowFor() requests of a kind are outstanding: 4 at first, one more for each
 /// answer within 200 ms, half for one that took more than 1 s or did not come, never less than Requests::minWindow or
@@ -175,8 +176,8 @@ public:
     /// The number of requests of @p kind that may be outstanding at @p server.
     int windowFor(const QString& server, Request::Kind kind) const;
 
-    /// Whether all requests of @p kind have ended as TimedOut because @p server has sent nothing of the kind for
-    /// maxAttempts timeouts, and nothing has come since.
+    /// Whether all requests of @p kind have ended as TimedOut because @p server has answered nothing of the kind for
+    /// maxAttempts timeouts, and has not since.
     bool isSilent(const QString& server, Request::Kind kind) const;
 
     /// An upper bound for all servers together, on average over a second; 0 for none, which is the default. Counts

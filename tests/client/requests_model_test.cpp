@@ -96,8 +96,8 @@ private:
     std::vector<std::shared_ptr<End>> m_all;
     Reply* m_expected = nullptr; ///< the one that the answer being delivered must end
     bool m_isDelivering = false;
-    std::map<std::pair<QString, int>, qint64> m_lastAnswer;
-    std::map<QString, qint64> m_lastSign; ///< the last answer of any kind
+    std::map<std::pair<QString, int>, qint64> m_lastAnswer; ///< to any request
+    std::map<QString, qint64> m_lastSign;                   ///< the last answer to a request of any kind
 };
 
 Simulation::Simulation(unsigned seed) : m_seed(seed), m_random(seed), m_requests(std::make_unique<Requests>(m_net))
@@ -338,6 +338,7 @@ void Simulation::deliver(const Answer& answer)
     Reply* expected = nullptr;
     bool isOptional = false;
     if (entry != sent.end()) {
+        m_lastAnswer[{told.server, told.kind}] = m_lastSign[told.server] = m_net.now();
         const auto isPending = [this](Reply* reply) { return reply && m_ends.count(reply) > 0; };
         const bool isAmbiguous = std::any_of(sent.begin(), sent.end(), [&](const Sent& item) {
             return fits(item.request, canonical) && !(item.request == entry->request);
@@ -355,7 +356,6 @@ void Simulation::deliver(const Answer& answer)
     const bool isRefusal = minor == 3 || (answer.isEmpty && told.kind >= Request::LibraryPicture);
     m_expected = isRefusal ? nullptr : expected;
     m_isDelivering = true;
-    m_lastAnswer[{told.server, told.kind}] = m_lastSign[told.server] = m_net.now();
     const std::size_t before = m_ends.size();
 
     const QString mark = answer.isEmpty ? QString() : answer.mark;

@@ -361,12 +361,36 @@ TEST_F(RequestsTest, AnotherSizeWaitsUntilTheServerIsSilentOrALongTimeHasPassed)
     m_requests->get({key, Request::ElementPicture, 1, first, {2}, {64, 48}})->cancel();
     picture(2);
     for (int second = 0; second < 59; ++second) {
+        libraries(1);
         m_net.run(1000);
         answer(elin(2, 1, {}, {}));
     }
-    EXPECT_EQ(sent(), 3u);
+    EXPECT_EQ(sent(), 3u + 59u);
     m_net.run(1000);
-    EXPECT_EQ(sent(), 4u);
+    EXPECT_EQ(sent(), 4u + 59u);
+}
+
+TEST_F(RequestsTest, AnswersThatNobodyHasAskedForAreNoSignOfLife)
+{
+    m_requests->get({key, Request::ElementPicture, 1, first, {1}, {64, 48}})->cancel();
+    const auto picture = this->picture(1);
+    const auto list = libraries(1);
+    const auto silent = elements(1, first);
+    const auto silentToo = elements(1, second);
+    for (int time = 4000; time <= 60000; time += 4000) {
+        m_net.at(time, [this] {
+            answer(elin(2, 2, {first}, {}));
+            answer(mein(2, QStringLiteral("1,3,0,0"), {1}, {}));
+        });
+    }
+    m_net.run(10000);
+    EXPECT_EQ(list->status, Reply::TimedOut);
+    EXPECT_EQ(silent->status, Reply::TimedOut);
+    EXPECT_EQ(silentToo->status, Reply::TimedOut);
+    EXPECT_EQ(m_net.sent.back().size, QSize(320, 240));
+    m_net.run(10000);
+    EXPECT_TRUE(m_requests->isSilent(key, Request::Elements));
+    EXPECT_EQ(picture->status, Reply::TimedOut);
 }
 
 TEST_F(RequestsTest, OnlyWhatWasAskedForIsKept)
