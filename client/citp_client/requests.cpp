@@ -35,6 +35,7 @@ constexpr std::size_t maxRemembered = 1024;
 constexpr int maxDeletedTogether = 64;
 constexpr int maxDataLength = 65535;
 constexpr quint8 latestKnownMinor = 2;
+constexpr qint64 rejectedTime = 1000; // ms
 constexpr qint64 never = std::numeric_limits<qint64>::max();
 
 QString bestFormat(const Msg_MSEX_SINF& sinf)
@@ -148,7 +149,8 @@ struct CITP_HIDDEN Requests::Private
         quint8 msexMinor = 0;
         bool isPaced = false;
         QString format;
-        qint64 lastAnswer = 0; ///< to a request of any kind
+        qint64 lastAnswer = 0;    ///< to a request of any kind
+        qint64 rejectedUntil = 0; ///< nothing is sent before that time
         std::array<Channel, 4> channels;
     };
 
@@ -393,6 +395,10 @@ bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand
         return false;
     }
     const qint64 now = transport.now();
+    if (now < server.rejectedUntil) {
+        wakeUpAt(server.rejectedUntil);
+        return false;
+    }
     const qint64 lateTime = qint64(maxAttempts) * timeout;
     const auto isBlocked = [&](const Reply* reply) {
         const qint64 time = channel.blockedUntil(reply->m_request, now, server.lastAnswer + lateTime, lateTime);
@@ -411,9 +417,16 @@ bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand
     waiting.erase(next);
     lastServer = reply->m_request.server;
     if (!write(server, reply->m_request)) {
+        if (!transport.serverInfo(reply->m_request.server, nullptr, nullptr)) {
+            // Its serverDown() is still to come.
+            waiting.emplace(reply->m_place, reply);
+            return false;
+        }
+        // What is wrong with this one tells nothing of the others; what is wrong with the connection may pass.
+        server.rejectedUntil = now + rejectedTime;
         finish(reply, Reply::Refused, tr("Server %1 cannot be sent a request").arg(server.name));
         wakeUpAt(now);
-        return true;
+        return false;
     }
     // Late answers to these are not expected any more; they would get the answer to this one.
     const auto isGivenUp = [reply](const Sent& sent) { return isConfusable(sent.request, reply->m_request); };

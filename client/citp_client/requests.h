@@ -48,10 +48,10 @@ class CITP_EXPORT Reply : public QObject
 public:
     /// How the request has ended.
     enum Status {
-        Pending,    ///< it has not
-        Answered,   ///< as asked
-        TimedOut,   ///< no answer to any attempt
-        Refused,    ///< not sendable, or the server answered that it has none, or in an unknown MSEX version
+        Pending,  ///< it has not
+        Answered, ///< as asked
+        TimedOut, ///< no answer to any attempt
+        Refused, ///< not sendable, see Requests, or the server answered that it has none, or in an unknown MSEX version
         ServerLost, ///< the server is down, or was not up
         Cancelled   ///< by cancel()
     };
@@ -134,7 +134,8 @@ private:
 /// **Window.** To each server at most windowFor() requests of a kind are outstanding: 4 at first, one more for each
 /// answer within 200 ms, half for one that took more than 1 s or did not come, never less than Requests::minWindow or
 /// more than Requests::maxWindow. Servers that lose requests (products of "coolux" and "arkaos") get one request for a
-/// list at a time.
+/// list at a time. If the transport rejects a request although the server is up, that request ends as Refused, and the
+/// server is sent nothing else for a second: unsent data may have reached a limit.
 class CITP_EXPORT Requests : public QObject
 {
     Q_OBJECT

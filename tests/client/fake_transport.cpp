@@ -111,7 +111,7 @@ void FakeTransport::setUp(const QString& server, int minor, const char* product)
 
 void FakeTransport::setDown(const QString& server)
 {
-    m_up.erase(server);
+    lose(server);
     Q_EMIT serverDown(server);
 }
 

@@ -27,6 +27,8 @@ public:
     /// Has @p server come up, with MSEX 1.@p minor.
     void setUp(const QString& server, int minor = 2, const char* product = "Product");
     void setDown(const QString& server);
+    /// Has @p server gone without the signal, as while that waits in the event queue. setDown() emits it.
+    void lose(const QString& server) { m_up.erase(server); }
     /// Does @p work at @p time, after what was planned earlier for that time.
     void at(qint64 time, std::function<void()> work);
     /// Does what is due up to @p time, in order, and deletes what is to be deleted later.

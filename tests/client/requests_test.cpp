@@ -163,6 +163,39 @@ TEST_F(RequestsTest, AServerThatGoesDownEndsItsRequests)
     EXPECT_EQ(again->status, Reply::Answered);
 }
 
+TEST_F(RequestsTest, WhatIsRejectedBecauseTheServerIsGoneIsLostWithIt)
+{
+    m_net.lose(key);
+    const auto end = picture(1);
+    m_net.run(0);
+    EXPECT_EQ(end->count, 0);
+    m_net.setDown(key);
+    EXPECT_EQ(end->status, Reply::ServerLost);
+}
+
+TEST_F(RequestsTest, ARejectedRequestDoesNotRefuseTheOthers)
+{
+    int rejected = 0;
+    bool isFull = true;
+    m_net.onSend = [&](const Request& request) {
+        rejected += isFull ? 1 : 0;
+        const quint8 number = request.numbers.front();
+        m_net.at(m_net.now() + 1, [this, number] { answerPicture(number); });
+        return !isFull;
+    };
+    const auto refused = picture(1);
+    std::vector<std::shared_ptr<End>> ends;
+    for (quint8 number = 2; number < 100; ++number)
+        ends.push_back(picture(number));
+    m_net.run(900);
+    EXPECT_EQ(rejected, 1);
+    EXPECT_EQ(refused->status, Reply::Refused);
+    isFull = false;
+    m_net.run(10000);
+    for (const auto& end : ends)
+        EXPECT_EQ(end->status, Reply::Answered);
+}
+
 TEST_F(RequestsTest, ACancelledRequestEndsAtOnceAndMakesRoom)
 {
     Reply* const reply = m_requests->libraries(key, 1);
