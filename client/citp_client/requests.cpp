@@ -519,15 +519,16 @@ void Requests::Private::handle(Peer& server, const Msg_MSEX& message, Request::K
     Channel& channel = server.channels[kind];
     const qint64 bytes = message.size;
     statistics.bytes += bytes;
-    usualBytes += (bytes - usualBytes) / 8;
     const bool isUnknown = message.versionMinor > latestKnownMinor;
     const auto isFitting = [&](const Sent& sent) { return fits(sent.request, isUnknown); };
     const auto entry = std::find_if(channel.sent.begin(), channel.sent.end(), isFitting);
-    chargeBytes(bytes - (entry == channel.sent.end() ? 0 : entry->bytes));
     if (entry == channel.sent.end()) {
         ++statistics.unexpected;
         return;
     }
+    // What nobody has asked for is not charged: one server could stop the requests to all.
+    chargeBytes(bytes - entry->bytes);
+    usualBytes += (bytes - usualBytes) / 8;
     channel.lastAnswer = server.lastAnswer = now;
     channel.isSilent = false;
     channel.unanswered = 0;

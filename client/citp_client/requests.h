@@ -182,7 +182,7 @@ public:
     bool isSilent(const QString& server, Request::Kind kind) const;
 
     /// An upper bound for all servers together, on average over a second; 0 for none, which is the default. Counts
-    /// requests sent, and the bytes of answers received, which delay the next requests.
+    /// requests sent, and the bytes of their answers, which delay the next requests.
     void setRateLimit(int requestsPerSecond, int bytesPerSecond);
     /// During a show: only requests by hand are sent, others wait. False by default.
     void setQuiet(bool isQuiet);

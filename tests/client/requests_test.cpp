@@ -694,6 +694,21 @@ TEST_F(RequestsTest, TheRateOfBytesIsBounded)
     EXPECT_GE(m_requests->statistics().bytes, 9 * 1000);
 }
 
+TEST_F(RequestsTest, BytesThatNobodyHasAskedForStopNoRequests)
+{
+    m_net.setUp(other);
+    m_requests->setRateLimit(0, 1000);
+    Msg_MSEX_ETHN unasked = ethn(2, 1, first, 1, QStringLiteral("x"));
+    unasked.size = 60000;
+    for (int i = 0; i < 100; ++i)
+        Q_EMIT m_net.elementThumbnail(other, unasked);
+    picture(1);
+    picture(2);
+    m_net.run(1000);
+    EXPECT_EQ(sent(), 2u);
+    EXPECT_EQ(m_requests->statistics().bytes, 100 * 60000);
+}
+
 TEST_F(RequestsTest, APictureFitsItsMessage)
 {
     picture(1, {4000, 4000});
