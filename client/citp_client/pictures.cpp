@@ -13,6 +13,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -24,13 +25,26 @@ constexpr int filesAtOnce = 32;
 
 struct CITP_HIDDEN Pictures::Private
 {
-    /// The pictures of one priority, and how many of them need no look any more.
-    struct List
+    /// Pictures of one server, and how many of them need no look any more.
+    struct Queue
     {
         std::vector<PictureId> ids;
         std::size_t next = 0;
+        bool isMissing = false; ///< the next one is not on disk
+
+        void advance()
+        {
+            ++next;
+            isMissing = false;
+        }
+    };
+
+    /// The pictures of one priority.
+    struct List
+    {
+        std::map<QString, Queue> queues; ///< by server, so that none waits for another
         bool isByHand = false;
-        QSet<PictureId> all = {}; ///< #ids, to look them up
+        QSet<PictureId> all; ///< those of #queues, to look them up
     };
 
     Private(Pictures* pictures, Requests& r, const QString& folder) : q(pictures), requests(r), files(folder)
@@ -40,10 +54,13 @@ struct CITP_HIDDEN Pictures::Private
         memory.setMaxCost(static_cast<int>(defaultMemoryLimit));
     }
 
-    void work();
-    /// Looks after the next picture of @p list. @return whether the one after it may be looked at
-    bool handleNext(List& list, int* reads);
+    /// @param only the server whose requests have changed; empty if others' may have, too
+    void work(const QString& only = {});
+    /// Looks after the next picture of @p server in @p list. @return whether the one after it may be looked at
+    bool handleNext(List& list, const QString& server, int* reads);
     void request(const PictureId& id, bool isByHand);
+    /// Takes @p id out of what is requested.
+    Reply* take(const PictureId& id);
     void finish(const PictureId& id, const Reply& reply);
     void keep(const PictureId& id, const Picture& picture);
     void setDiskProblem(const QString& problem);
@@ -52,6 +69,7 @@ struct CITP_HIDDEN Pictures::Private
     void setOutdated(const PictureId& library);
     void removeOutdated();
     void serverUp(const QString& server);
+    void lookAgain();
     void rewind();
     static Request::Kind kindOf(const PictureId& id)
     {
@@ -62,11 +80,11 @@ struct CITP_HIDDEN Pictures::Private
     Requests& requests;
     PictureFiles files;
     bool hasFiles;
-    QCache<PictureId, Picture> memory; ///< cost in bytes
-    QHash<PictureId, QString> failed;  ///< and why
-    QHash<PictureId, Reply*> requested;
-    std::map<int, List> lists;                  ///< by priority
-    QHash<QPair<QString, int>, QString> silent; ///< servers and Request::Kind that are not asked, and why
+    QCache<PictureId, Picture> memory;                  ///< cost in bytes
+    QHash<PictureId, QString> failed;                   ///< and why
+    QHash<QString, QHash<PictureId, Reply*>> requested; ///< by server
+    std::map<int, List> lists;                          ///< by priority
+    QHash<QPair<QString, int>, QString> silent;         ///< servers and Request::Kind that are not asked, and why
     QSet<PictureId> outdated; ///< libraries whose pictures without a version may have changed; a server if empty
     QHash<QString, QString> identities; ///< of the servers with pictures in #memory, by key
     QString diskProblem;
@@ -74,12 +92,19 @@ struct CITP_HIDDEN Pictures::Private
 
 // --- Work ------------------------------------------------------------------------------------------------------------
 
-void Pictures::Private::work()
+void Pictures::Private::work(const QString& only)
 {
     removeOutdated();
     int reads = 0;
     for (auto& list : lists) {
-        while (list.second.next < list.second.ids.size() && handleNext(list.second, &reads)) {
+        const std::map<QString, Queue>& queues = list.second.queues;
+        auto queue = only.isEmpty() ? queues.begin() : queues.find(only);
+        while (queue != queues.end()) {
+            const QString server = queue->first;
+            while (handleNext(list.second, server, &reads)) {
+            }
+            // Receivers of changed() may have set the list anew.
+            queue = only.isEmpty() ? queues.upper_bound(server) : queues.end();
         }
         if (reads >= filesAtOnce) {
             requests.transport().wakeUpAt(requests.transport().now());
@@ -88,39 +113,40 @@ void Pictures::Private::work()
     }
 }
 
-bool Pictures::Private::handleNext(List& list, int* reads)
+bool Pictures::Private::handleNext(List& list, const QString& server, int* reads)
 {
-    const PictureId id = list.ids[list.next];
-    if (!memory.contains(id) && !failed.contains(id) && !requested.contains(id)) {
-        if (hasFiles && id.version != 0) {
+    const auto queue = list.queues.find(server);
+    if (queue == list.queues.end() || queue->second.next >= queue->second.ids.size()) {
+        return false;
+    }
+    const PictureId id = queue->second.ids[queue->second.next];
+    if (!memory.contains(id) && !failed.contains(id) && !requested.value(server).contains(id)) {
+        if (hasFiles && id.version != 0 && !queue->second.isMissing) {
             if (*reads >= filesAtOnce) {
                 return false;
             }
             ++*reads;
             const Picture picture = files.read(keyOf(id));
             if (!picture.data.isEmpty()) {
-                ++list.next;
+                queue->second.advance();
                 keep(id, picture);
                 Q_EMIT q->changed(id);
                 return true;
             }
+            queue->second.isMissing = true;
         }
         const auto silence = silent.constFind({id.server, kindOf(id)});
         if (silence != silent.constEnd()) {
-            ++list.next;
+            queue->second.advance();
             fail(id, *silence);
             return true;
         }
-        int outstanding = 0;
-        for (auto other = requested.cbegin(); other != requested.cend(); ++other) {
-            outstanding += other.key().server == id.server ? 1 : 0;
-        }
-        if (outstanding >= requests.windowFor(id.server, kindOf(id))) {
+        if (requested.value(server).size() >= requests.windowFor(server, kindOf(id))) {
             return false;
         }
         request(id, list.isByHand);
     }
-    ++list.next;
+    queue->second.advance();
     return true;
 }
 
@@ -133,13 +159,27 @@ void Pictures::Private::request(const PictureId& id, bool isByHand)
         request.numbers = {static_cast<quint8>(id.number)};
     }
     Reply* const reply = requests.get(request);
-    requested.insert(id, reply);
+    requested[id.server].insert(id, reply);
     connect(reply, &Reply::finished, q, [this, id, reply] { finish(id, *reply); });
+}
+
+Reply* Pictures::Private::take(const PictureId& id)
+{
+    const auto server = requested.find(id.server);
+    if (server == requested.end()) {
+        return nullptr;
+    }
+    Reply* const reply = server->take(id);
+    if (server->isEmpty()) {
+        requested.erase(server);
+    }
+    return reply;
 }
 
 void Pictures::Private::finish(const PictureId& id, const Reply& reply)
 {
-    requested.remove(id);
+    const QString server = id.server;
+    take(id);
     if (reply.status() == Reply::Answered) {
         silent.remove({id.server, kindOf(id)});
         keep(id, reply.picture());
@@ -154,7 +194,7 @@ void Pictures::Private::finish(const PictureId& id, const Reply& reply)
         }
         fail(id, reply.errorString());
     }
-    work();
+    work(server);
 }
 
 void Pictures::Private::fail(const PictureId& id, const QString& problem)
@@ -187,11 +227,19 @@ QByteArray Pictures::Private::keyOf(const PictureId& id) const
     return key;
 }
 
-void Pictures::Private::rewind()
+void Pictures::Private::lookAgain()
 {
     for (auto& list : lists) {
-        list.second.next = 0;
+        for (auto& queue : list.second.queues) {
+            queue.second.next = 0;
+            queue.second.isMissing = false;
+        }
     }
+}
+
+void Pictures::Private::rewind()
+{
+    lookAgain();
     work();
 }
 
@@ -217,15 +265,15 @@ void Pictures::Private::removeOutdated()
             memory.remove(id);
         }
     }
-    for (const PictureId& id : requested.keys()) {
-        if (isOutdated(id)) {
-            delete requested.take(id);
-        }
+    std::vector<PictureId> ended;
+    for (const auto& ofServer : std::as_const(requested)) {
+        std::copy_if(ofServer.keyBegin(), ofServer.keyEnd(), std::back_inserter(ended), isOutdated);
+    }
+    for (const PictureId& id : ended) {
+        delete take(id);
     }
     outdated.clear();
-    for (auto& list : lists) {
-        list.second.next = 0;
-    }
+    lookAgain();
 }
 
 void Pictures::Private::serverUp(const QString& server)
@@ -284,13 +332,21 @@ Pictures::Pictures(Requests& requests, const QString& folder, QObject* parent)
 
 Pictures::~Pictures()
 {
-    qDeleteAll(d->requested);
+    for (const auto& ofServer : std::as_const(d->requested)) {
+        qDeleteAll(ofServer);
+    }
 }
 
 void Pictures::setWanted(int priority, std::vector<PictureId> ids, bool isByHand)
 {
-    QSet<PictureId> all(ids.begin(), ids.end());
-    d->lists[priority] = {std::move(ids), 0, isByHand, std::move(all)};
+    Private::List list;
+    list.isByHand = isByHand;
+    list.all = QSet<PictureId>(ids.begin(), ids.end());
+    for (PictureId& id : ids) {
+        std::vector<PictureId>& queue = list.queues[id.server].ids;
+        queue.push_back(std::move(id));
+    }
+    d->lists[priority] = std::move(list);
     // A picture may have been evicted, or found to be cheaper to get from another list.
     d->requests.transport().wakeUpAt(d->requests.transport().now());
 }
@@ -303,7 +359,7 @@ Pictures::State Pictures::state(const PictureId& id) const
     if (d->failed.contains(id)) {
         return Failed;
     }
-    if (d->requested.contains(id)) {
+    if (d->requested.value(id.server).contains(id)) {
         return Waiting;
     }
     for (const auto& list : d->lists) {

@@ -17,6 +17,7 @@ using namespace CITP;
 
 namespace {
 const QString key = QStringLiteral("2.0.0.10:4811");
+const QString other = QStringLiteral("2.0.0.11:4811");
 const QString first = QStringLiteral("1,1,0,0");
 
 PictureId pictureOf(int number, quint64 version = 1)
@@ -101,6 +102,47 @@ TEST_F(PicturesTest, WhatIsWantedMostComesFirst)
     EXPECT_EQ(data(pictureOf(7)), "7 of 1");
     EXPECT_EQ(m_pictures->state(pictureOf(7)), Pictures::Ready);
     EXPECT_EQ(m_pictures->state(pictureOf(200)), Pictures::Unknown);
+}
+
+TEST_F(PicturesTest, AServerThatIsSlowOrDownDoesNotStopTheOthers)
+{
+    const QString down = QStringLiteral("2.0.0.1:4811");
+    m_net.setUp(other);
+    m_net.onSend = [this](const Request& request) {
+        const quint8 number = request.numbers.front();
+        if (request.server == other) {
+            m_net.at(m_net.now() + 100, [this, number] {
+                Q_EMIT m_net.elementThumbnail(other, ethn(2, 1, first, number, QStringLiteral("x")));
+            });
+        }
+        return true;
+    };
+    std::vector<PictureId> ids{{down, 1, first, 1, 1}};
+    for (int number = 0; number < 20; ++number) {
+        ids.push_back(pictureOf(number));
+        ids.push_back({other, 1, first, number, 1});
+    }
+    m_pictures->setWanted(0, ids);
+    m_net.run(4000);
+    for (int number = 0; number < 20; ++number)
+        EXPECT_EQ(m_pictures->state({other, 1, first, number, 1}), Pictures::Ready) << number;
+    EXPECT_EQ(m_net.sent.size(), 24u);
+    EXPECT_EQ(m_pictures->state({down, 1, first, 1, 1}), Pictures::Waiting);
+}
+
+TEST_F(PicturesTest, ManyServersAreAskedAtOnce)
+{
+    m_net.onSend = [](const Request&) { return true; };
+    std::vector<PictureId> ids;
+    for (int server = 0; server < 100; ++server) {
+        const QString address = QStringLiteral("2.0.1.%1:4811").arg(server);
+        m_net.setUp(address);
+        for (int number = 0; number < 10; ++number)
+            ids.push_back({address, 1, first, number, 1});
+    }
+    m_pictures->setWanted(0, ids);
+    m_net.run(10);
+    EXPECT_EQ(m_net.sent.size(), 400u);
 }
 
 TEST_F(PicturesTest, ALibraryHasAPictureToo)
