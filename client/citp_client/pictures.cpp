@@ -21,6 +21,8 @@ namespace CITP {
 namespace {
 // So that a long list does not keep the event loop from running.
 constexpr int filesAtOnce = 32;
+// So that what a server does not have is not requested again each time it comes into view.
+constexpr int maxFailed = 1024;
 } // namespace
 
 struct CITP_HIDDEN Pictures::Private
@@ -347,6 +349,13 @@ void Pictures::setWanted(int priority, std::vector<PictureId> ids, bool isByHand
         queue.push_back(std::move(id));
     }
     d->lists[priority] = std::move(list);
+    const auto isWanted = [this](const PictureId& id) {
+        return std::any_of(d->lists.begin(), d->lists.end(),
+                           [&id](const auto& entry) { return entry.second.all.contains(id); });
+    };
+    for (auto entry = d->failed.begin(); d->failed.size() > maxFailed && entry != d->failed.end();) {
+        entry = isWanted(entry.key()) ? std::next(entry) : d->failed.erase(entry);
+    }
     // A picture may have been evicted, or found to be cheaper to get from another list.
     d->requests.transport().wakeUpAt(d->requests.transport().now());
 }

@@ -45,7 +45,7 @@ class CITP_EXPORT Pictures : public QObject
 public:
     /// Of a picture.
     enum State {
-        Unknown, ///< not wanted
+        Unknown, ///< not wanted; of those that have Failed, some are remembered
         Waiting, ///< wanted, and not here yet
         Ready,   ///< see find()
         Failed   ///< see problem(); also all others of a server that has stopped answering, see Requests::isSilent()

@@ -145,6 +145,23 @@ TEST_F(PicturesTest, ManyServersAreAskedAtOnce)
     EXPECT_EQ(m_net.sent.size(), 400u);
 }
 
+TEST_F(PicturesTest, FailuresOfWhatIsNotWantedAreNotKeptWithoutBound)
+{
+    m_pictures->setWanted(1, {pictureOf(99, 5000)});
+    for (quint64 version = 1; version <= 1200; ++version) {
+        m_pictures->setWanted(0, {pictureOf(99, version)});
+        m_net.run(200);
+    }
+    m_pictures->setWanted(0, {});
+    int failures = 0;
+    for (quint64 version = 1; version <= 1200; ++version)
+        failures += m_pictures->state(pictureOf(99, version)) == Pictures::Failed ? 1 : 0;
+    EXPECT_LE(failures, 1024);
+    EXPECT_EQ(m_pictures->state(pictureOf(99, 5000)), Pictures::Failed);
+    m_net.run(1000);
+    EXPECT_EQ(m_net.sent.size(), 1201u);
+}
+
 TEST_F(PicturesTest, ALibraryHasAPictureToo)
 {
     get({pictureOf(-1)});
