@@ -82,6 +82,7 @@ struct CITP_HIDDEN Catalogue::Private
         Reply* reply = nullptr;
         bool isRequested = false; ///< once more, after #reply
         Numbers numbers;          ///< then these; none for all
+        bool isByHand = false;    ///< then somebody waits for it
         bool isStale = false;     ///< was loaded over an earlier connection
         quint32 serial = 0;       ///< of the library that has these elements; 0 if that is not certain
     };
@@ -98,7 +99,8 @@ struct CITP_HIDDEN Catalogue::Private
 
     const Node& node(quint8 type, const QString& id) const;
     const List& list(Request::Kind kind, quint8 type, const QString& id) const { return node(type, id).lists[kind]; }
-    void request(quint8 type, const QString& id, Request::Kind kind, const Numbers& numbers = {});
+    void request(quint8 type, const QString& id, Request::Kind kind, const Numbers& numbers = {},
+                 bool isByHand = false);
     void send(quint8 type, const QString& id, Request::Kind kind);
     void finish(quint8 type, const QString& id, Reply* reply);
     void take(quint8 type, const QString& id, Reply* reply);
@@ -128,13 +130,18 @@ const Catalogue::Private::Node& Catalogue::Private::node(quint8 type, const QStr
     return found == nodes.constEnd() ? none : *found;
 }
 
-void Catalogue::Private::request(quint8 type, const QString& id, Request::Kind kind, const Numbers& numbers)
+void Catalogue::Private::request(quint8 type, const QString& id, Request::Kind kind, const Numbers& numbers,
+                                 bool isByHand)
 {
     List& list = nodes[{type, id}].lists[kind];
     const bool areAll =
         numbers.none() || (list.isRequested && list.numbers.none()) || list.state != Loaded || list.isStale;
     list.numbers = areAll ? Numbers() : list.isRequested ? list.numbers | numbers : numbers;
     list.isRequested = true;
+    list.isByHand = list.isByHand || isByHand;
+    if (list.reply && isByHand) {
+        list.reply->setByHand();
+    }
     if (!list.reply) {
         send(type, id, kind);
     }
@@ -145,7 +152,9 @@ void Catalogue::Private::send(quint8 type, const QString& id, Request::Kind kind
     List& list = nodes[{type, id}].lists[kind];
     list.isRequested = false;
     const std::vector<quint8> numbers = list.numbers.count() > 255 ? std::vector<quint8>() : toVector(list.numbers);
-    list.reply = requests.get({server, kind, type, id, numbers});
+    Request request{server, kind, type, id, numbers};
+    request.isByHand = std::exchange(list.isByHand, false);
+    list.reply = requests.get(request);
     ++pending;
     connect(list.reply, &Reply::finished, q, [this, type, id, reply = list.reply] { finish(type, id, reply); });
     if (list.state != Loaded) {
@@ -367,14 +376,14 @@ QString Catalogue::server() const
     return d->server;
 }
 
-void Catalogue::loadLibraries(quint8 type, const QString& library)
+void Catalogue::loadLibraries(quint8 type, const QString& library, bool isByHand)
 {
-    d->request(type, library, Request::Libraries);
+    d->request(type, library, Request::Libraries, {}, isByHand);
 }
 
-void Catalogue::loadElements(quint8 type, const QString& library)
+void Catalogue::loadElements(quint8 type, const QString& library, bool isByHand)
 {
-    d->request(type, library, Request::Elements);
+    d->request(type, library, Request::Elements, {}, isByHand);
 }
 
 void Catalogue::loadAll(quint8 type)

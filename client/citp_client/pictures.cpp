@@ -122,7 +122,14 @@ bool Pictures::Private::handleNext(List& list, const QString& server, int* reads
         return false;
     }
     const PictureId id = queue->second.ids[queue->second.next];
-    if (!memory.contains(id) && !failed.contains(id) && !requested.value(server).contains(id)) {
+    static const QHash<PictureId, Reply*> none;
+    const auto ofServer = requested.constFind(server);
+    const QHash<PictureId, Reply*>& pending = ofServer == requested.constEnd() ? none : *ofServer;
+    Reply* const reply = pending.value(id);
+    if (reply && list.isByHand) {
+        reply->setByHand();
+    }
+    if (!memory.contains(id) && !failed.contains(id) && !reply) {
         if (hasFiles && id.version != 0 && !queue->second.isMissing) {
             if (*reads >= filesAtOnce) {
                 return false;
@@ -143,7 +150,14 @@ bool Pictures::Private::handleNext(List& list, const QString& server, int* reads
             fail(id, *silence);
             return true;
         }
-        if (requested.value(server).size() >= requests.windowFor(server, kindOf(id))) {
+        // What is wanted by hand does not wait for what is not sent before it.
+        const bool isQuiet = requests.isQuiet();
+        const auto isAhead = [&](const Reply* other) {
+            return !list.isByHand || other->request().isByHand || (other->attempts() > 0 && !isQuiet);
+        };
+        const bool isFull =
+            std::count_if(pending.begin(), pending.end(), isAhead) >= requests.windowFor(server, kindOf(id));
+        if (isFull || (isQuiet && !list.isByHand)) {
             return false;
         }
         request(id, list.isByHand);

@@ -32,7 +32,7 @@ CITP_EXPORT std::size_t qHash(const PictureId& id, std::size_t seed = 0);
 CITP_EXPORT quint64 versionOf(const Element& element);
 
 /// The pictures of all servers. Those that setWanted() names are requested in that order, at each server as many at
-/// once as Requests allows, so that a new order takes effect at once.
+/// once as Requests allows, so that a new order takes effect at once. In quiet mode, only those wanted by hand are.
 ///
 /// They are kept in memory and, if there is a folder for them, on disk: at most so many bytes, those that were used
 /// last. Several processes can share the folder. Files are named by the server (its UUID, else its key), and by the id;
@@ -63,8 +63,8 @@ public:
 
     /// Sets the pictures that are wanted with a priority, in place of earlier ones.
     /// @param priority 0 is the highest
-    /// @param ids in the order in which to request them
-    /// @param isByHand as in Request
+    /// @param ids in the order in which to request them at each server
+    /// @param isByHand as in Request, also for those that have been requested and are not sent yet
     void setWanted(int priority, std::vector<PictureId> ids, bool isByHand = false);
     /// How far @p id has come.
     State state(const PictureId& id) const;

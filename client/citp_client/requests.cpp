@@ -721,6 +721,19 @@ Reply::~Reply()
     }
 }
 
+void Reply::setByHand()
+{
+    if (isFinished() || m_request.isByHand) {
+        return;
+    }
+    m_request.isByHand = true;
+    Requests::Private::Channel* const channel = m_requests->d->channelOf(this);
+    if (channel && channel->waiting[false].erase(m_place) > 0) {
+        channel->waiting[true].emplace(m_place, this);
+        m_requests->d->wakeUpAt(m_requests->d->transport.now());
+    }
+}
+
 void Reply::cancel()
 {
     if (isFinished()) {

@@ -80,6 +80,8 @@ public:
     /// such is odd or its answer was truncated.
     int dropped() const { return m_dropped; }
 
+    /// Has the request go before others and out in quiet mode from now on, as if Request::isByHand had been set.
+    void setByHand();
     /// Ends the request as Cancelled. Without effect if it has ended. Emits finished().
     void cancel();
 

@@ -145,6 +145,23 @@ protected:
     int m_idles = 0;
 };
 
+TEST_F(CatalogueTest, InQuietModeWhatIsLoadedByHandIsRequested)
+{
+    m_requests.setQuiet(true);
+    m_catalogue.loadLibraries(1);
+    m_catalogue.loadElements(1, topLevel(1), true);
+    m_net.run(1000);
+    EXPECT_EQ(m_net.sent.size(), 1u);
+    EXPECT_EQ(m_catalogue.elementsState(1, topLevel(1)), Catalogue::Loaded);
+    EXPECT_FALSE(m_catalogue.isIdle());
+    m_catalogue.loadLibraries(1, rootLibrary(), true);
+    m_net.run(1000);
+    // What was requested before, and once more.
+    EXPECT_EQ(m_net.sent.size(), 3u);
+    EXPECT_EQ(m_catalogue.librariesState(1), Catalogue::Loaded);
+    EXPECT_TRUE(m_catalogue.isIdle());
+}
+
 TEST_F(CatalogueTest, LoadsOnDemand)
 {
     EXPECT_EQ(m_catalogue.librariesState(1), Catalogue::Unknown);

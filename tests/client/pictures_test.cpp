@@ -145,6 +145,63 @@ TEST_F(PicturesTest, ManyServersAreAskedAtOnce)
     EXPECT_EQ(m_net.sent.size(), 400u);
 }
 
+TEST_F(PicturesTest, InQuietModeOnlyWhatIsWantedByHandIsRequested)
+{
+    m_requests.setQuiet(true);
+    m_pictures->setWanted(1, picturesOf(0, 20));
+    m_net.run(10);
+    m_pictures->setWanted(0, picturesOf(50, 52), true);
+    m_net.run(1000);
+    EXPECT_EQ(m_net.sent.size(), 2u);
+    EXPECT_EQ(m_pictures->state(pictureOf(51)), Pictures::Ready);
+    m_pictures->setWanted(1, picturesOf(60, 80));
+    m_net.run(1000);
+    m_requests.setQuiet(false);
+    m_net.run(1000);
+    EXPECT_EQ(m_net.sent.size(), 22u);
+}
+
+TEST_F(PicturesTest, WhatWaitsToBeSentIsSentFirstIfItIsWantedByHand)
+{
+    m_requests.setRateLimit(1, 0);
+    m_pictures->setWanted(1, picturesOf(0, 20));
+    m_net.run(10);
+    ASSERT_EQ(m_net.sent.size(), 1u);
+    m_pictures->setWanted(0, picturesOf(2, 3), true);
+    m_pictures->setWanted(2, picturesOf(50, 51), true);
+    m_net.run(2500);
+    ASSERT_EQ(m_net.sent.size(), 3u);
+    EXPECT_EQ(m_net.sent.at(1).numbers.front(), 2);
+    EXPECT_EQ(m_net.sent.at(2).numbers.front(), 50);
+    m_requests.setRateLimit(0, 0);
+    m_net.run(2000);
+    EXPECT_EQ(m_net.sent.size(), 21u);
+}
+
+TEST_F(PicturesTest, WhatIsToBeSentAgainIsSentInQuietModeIfItIsWantedByHand)
+{
+    m_net.onSend = [this](const Request& request) {
+        if (request.numbers.front() == 50) {
+            m_net.at(m_net.now() + 1,
+                     [this] { Q_EMIT m_net.elementThumbnail(key, ethn(2, 1, first, 50, QStringLiteral("x"))); });
+        }
+        return true;
+    };
+    m_pictures->setWanted(1, picturesOf(0, 20));
+    m_net.run(10);
+    m_requests.setQuiet(true);
+    m_net.run(6000);
+    ASSERT_EQ(m_net.sent.size(), 4u);
+    m_pictures->setWanted(0, picturesOf(50, 51), true);
+    m_net.run(10);
+    ASSERT_EQ(m_net.sent.size(), 5u);
+    EXPECT_EQ(m_net.sent.back().numbers.front(), 50);
+    m_pictures->setWanted(0, picturesOf(2, 3), true);
+    m_net.run(10);
+    ASSERT_EQ(m_net.sent.size(), 6u);
+    EXPECT_EQ(m_net.sent.back().numbers.front(), 2);
+}
+
 TEST_F(PicturesTest, FailuresOfWhatIsNotWantedAreNotKeptWithoutBound)
 {
     m_pictures->setWanted(1, {pictureOf(99, 5000)});

@@ -408,8 +408,12 @@ void Simulation::execute()
             if (what < 80) {
                 for (int burst = random(8); burst >= 0; --burst)
                     ask();
-            } else if (what < 92) {
+            } else if (what < 88) {
                 cancel();
+            } else if (what < 92) {
+                const std::vector<Reply*> replies = pending();
+                if (!replies.empty())
+                    replies.at(static_cast<std::size_t>(random(static_cast<int>(replies.size()))))->setByHand();
             } else if (what < 95) {
                 m_requests->setQuiet(chance(50));
             } else if (what < 97) {

@@ -135,7 +135,7 @@ QString Session::loadElements(quint8 type, const QString& library)
     const QString known = CITP::libraryId(library, m_server.msexMinor);
     // What the server's version cannot express is refused with the reason.
     QString id = known.isEmpty() ? library : known;
-    m_catalogue->loadElements(type, id);
+    m_catalogue->loadElements(type, id, true);
     waitForCatalogue();
     const QString problem = escapeControls(m_catalogue->elementsProblem(type, id));
     if (m_catalogue->elementsState(type, id) == CITP::Catalogue::Failed)
@@ -144,7 +144,7 @@ QString Session::loadElements(quint8 type, const QString& library)
         warn(problem);
     if (!m_catalogue->elements(type, id).empty())
         return id;
-    m_catalogue->loadLibraries(type, CITP::parentLibrary(id));
+    m_catalogue->loadLibraries(type, CITP::parentLibrary(id), true);
     waitForCatalogue();
     const bool areListed = m_catalogue->librariesState(type, CITP::parentLibrary(id)) == CITP::Catalogue::Loaded;
     if (areListed && m_catalogue->library(type, id).id.isEmpty())

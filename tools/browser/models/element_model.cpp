@@ -85,14 +85,14 @@ void ElementModel::setLibrary(quint8 type, const QString& library)
     m_isShown = false;
     m_new.clear();
     if (!library.isEmpty() && m_catalogue->elementsState(type, library) != Catalogue::Loaded)
-        m_catalogue->loadElements(type, library);
+        m_catalogue->loadElements(type, library, true);
     show();
 }
 
 void ElementModel::reload()
 {
     if (!m_library.isEmpty())
-        m_catalogue->loadElements(m_type, m_library);
+        m_catalogue->loadElements(m_type, m_library, true);
 }
 
 void ElementModel::show()

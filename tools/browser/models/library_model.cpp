@@ -108,7 +108,7 @@ void LibraryModel::reload()
             known << std::pair(node->type, node->library.id);
     });
     for (const auto& [type, id] : std::as_const(known))
-        m_catalogue->loadLibraries(type, id);
+        m_catalogue->loadLibraries(type, id, true);
 }
 
 Catalogue::State LibraryModel::stateOf(const Node* node) const
@@ -188,7 +188,7 @@ bool LibraryModel::canFetchMore(const QModelIndex& parent) const
 void LibraryModel::fetchMore(const QModelIndex& parent)
 {
     if (canFetchMore(parent))
-        m_catalogue->loadLibraries(nodeOf(parent)->type, nodeOf(parent)->library.id);
+        m_catalogue->loadLibraries(nodeOf(parent)->type, nodeOf(parent)->library.id, true);
 }
 
 QVariant LibraryModel::data(const QModelIndex& index, int role) const
