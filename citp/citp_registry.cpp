@@ -97,6 +97,23 @@ std::shared_ptr<const void> citp_stack::observeDiscovery(const DiscoveryObserver
     return kept;
 }
 
+void citp_stack::Private::removeAllServers()
+{
+    const StackLock lock(q->m_mutex);
+    const auto first = [this]() -> const ServerInfo* {
+        for (const ServerInfo* info : std::as_const(q->m_servers)) {
+            if (!static_cast<const Record*>(info)->isLeaving) {
+                return info;
+            }
+        }
+        return nullptr;
+    };
+    while (const ServerInfo* const info = first()) {
+        tell(DiscoveryEvent::Failed, static_cast<const Record*>(info)->key);
+        q->removeTCP(static_cast<int>(info->m_socket->socketDescriptor()));
+    }
+}
+
 void citp_stack::Private::tell(DiscoveryEvent::Kind kind, const SERV_ID& server, const QString& text)
 {
     // The key of a server that was announced over a connection contains the key of that connection.

@@ -6,7 +6,6 @@
 #include "citp_lock_p.h"
 #include "citp_log_p.h"
 #include "citp_stack_p.h"
-#include "citp_wire_p.h"
 
 #include <citp/citp_codecs.h>
 #include <citp/citp_msg_fptc.h>
@@ -231,23 +230,6 @@ citp_stack::Record* citp_stack::Private::recordOf(const QObject* socket) const
 {
     Record* const record = connections.value(socket, nullptr);
     return record && !record->isLeaving ? record : nullptr;
-}
-
-void citp_stack::Private::removeAllServers()
-{
-    const StackLock lock(q->m_mutex);
-    const auto first = [this]() -> const ServerInfo* {
-        for (const ServerInfo* info : std::as_const(q->m_servers)) {
-            if (!static_cast<const Record*>(info)->isLeaving) {
-                return info;
-            }
-        }
-        return nullptr;
-    };
-    while (const ServerInfo* const info = first()) {
-        tell(DiscoveryEvent::Failed, static_cast<const Record*>(info)->key);
-        q->removeTCP(static_cast<int>(info->m_socket->socketDescriptor()));
-    }
 }
 
 void citp_stack::removeTCP(int descriptor)
