@@ -156,7 +156,8 @@ TEST_F(DiscoveryObserverTest, AnObservationMayEndInsideTheCallOfAnotherObserver)
 {
     std::shared_ptr<const void> second;
     const auto first = stack->observeDiscovery([&second](const citp_stack::DiscoveryEvent&) { second.reset(); });
-    second = observe(m_told);
+    // On the thread that ends it.
+    runOnWorker([&] { second = observe(m_told); });
     m_server.stopListening();
     log.expectFailureLine("Connection refused");
     m_server.announce("Stage");
