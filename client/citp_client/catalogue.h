@@ -48,9 +48,13 @@ public:
     QString server() const;
 
     /// Requests the libraries below @p library; again, if they are loaded.
+    /// @param type MSEX library type
+    /// @param library identifier
     /// @param isByHand as in Request, also for what has been requested already and is not sent yet
     void loadLibraries(quint8 type, const QString& library = rootLibrary(), bool isByHand = false);
     /// Requests the elements of @p library; again, if they are loaded.
+    /// @param type MSEX library type
+    /// @param library identifier
     /// @param isByHand as for loadLibraries()
     void loadElements(quint8 type, const QString& library, bool isByHand = false);
     /// Requests all libraries of @p type with their elements, now and whenever libraries are added.
