@@ -30,6 +30,9 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     m_level->addItem(tr("State and above"), 30);
     m_level->addItem(tr("Warnings and above"), 28);
     m_level->addItem(tr("Failures and above"), 24);
+    // Their longest texts would make the window wider than a small screen.
+    m_context->setMinimumWidth(80);
+    m_level->setMinimumWidth(80);
     m_context->setObjectName(QStringLiteral("logContext"));
     m_level->setObjectName(QStringLiteral("logLevel"));
     m_traffic->setObjectName(QStringLiteral("logTraffic"));
