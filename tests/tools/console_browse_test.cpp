@@ -193,7 +193,7 @@ TEST(ConsoleBrowse, SaysHowManyLayersATerminalCannotShow)
 {
     const Server server({"--layers", "20", "--layer-rate", "20"});
     const QString command =
-        "stty rows 10 cols 60; exec " CONSOLE_PROGRAM " layers " + key + " --adapter lo --seconds 1";
+        "stty rows 10 cols 60; exec " CONSOLE_PROGRAM " layers " + key + " --adapter lo --seconds 5";
     Child terminal("script", {"-qec", command, "/dev/null"});
     EXPECT_EQ(terminal.waitForEnd(), 0);
     // A heading, the titles, six of the layers, and this.
