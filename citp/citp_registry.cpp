@@ -1,4 +1,4 @@
-// The registry's keys, its records, and what applications ask of it. citp_stack.cpp adds and removes records.
+// The registry's keys, its records, what applications ask of it, and its observers. citp_stack.cpp adds the records.
 // SPDX-License-Identifier: Apache-2.0
 #include "citp_lifetime_p.h"
 #include "citp_lock_p.h"
@@ -108,9 +108,12 @@ void citp_stack::Private::removeAllServers()
         }
         return nullptr;
     };
-    while (const ServerInfo* const info = first()) {
-        tell(DiscoveryEvent::Failed, static_cast<const Record*>(info)->key);
-        q->removeTCP(static_cast<int>(info->m_socket->socketDescriptor()));
+    while (const ServerInfo* const next = first()) {
+        const SERV_ID key = static_cast<const Record*>(next)->key;
+        tell(DiscoveryEvent::Failed, key);
+        if (const Record* const record = find(key)) {
+            q->removeTCP(static_cast<int>(record->m_socket->socketDescriptor()));
+        }
     }
 }
 
@@ -123,12 +126,14 @@ void citp_stack::Private::tell(DiscoveryEvent::Kind kind, const SERV_ID& server,
     std::unique_lock<std::mutex> lock(observersMutex);
     const std::vector<std::weak_ptr<const DiscoveryObserver>> current = observers;
     lock.unlock();
+    // Copied: the record that the key belongs to may go while an observer is called.
+    const DiscoveryEvent event{kind, server, text};
     bool isObserved = false;
     for (const auto& each : current) {
         // Not before: an observer may end the observation of the next one.
         if (const std::shared_ptr<const DiscoveryObserver> observer = each.lock()) {
             isObserved = true;
-            (*observer)({kind, server, text});
+            (*observer)(event);
         }
     }
     if (!isObserved) {

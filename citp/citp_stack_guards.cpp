@@ -53,7 +53,7 @@ bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 si
         return false;
     }
     if (guards.mustWait(size)) {
-        guards.report(citp_options::UnreadNotifications, record.key, unreadBytes, limits.maxUnreadBytes);
+        const qint64 unread = unreadBytes;
         record.isSuspended = true;
         record.suspension = ++suspensions;
         record.wasFull = true;
@@ -65,6 +65,7 @@ bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 si
             QMetaObject::invokeMethod(
                 stack->timeoutTimer, [stack] { stack->readAllServers(); }, Qt::QueuedConnection);
         });
+        guards.report(citp_options::UnreadNotifications, record.key, unread, limits.maxUnreadBytes);
         return false;
     }
     if (reading == Reading::OneTurn && turn.isOver()) {
@@ -121,11 +122,12 @@ void citp_stack::Private::watchRest(Record& record, qint64 available, const Turn
 
 void citp_stack::Private::disconnectServer(Record& record, Guards::Guard guard, qint64 value, qint64 limit)
 {
-    guards.report(guard, record.key, value, limit);
-    tell(DiscoveryEvent::Failed, record.key, Guards::reasonOf(guard, value, limit));
-    disconnected.insert(record.key);
-    const StackLock lock(q->m_mutex);
-    removeServer(&record);
+    const SERV_ID key = record.key;
+    const QObject* const socket = record.m_socket;
+    guards.report(guard, key, value, limit);
+    tell(DiscoveryEvent::Failed, key, Guards::reasonOf(guard, value, limit));
+    disconnected.insert(key);
+    removeServerOf(socket);
 }
 
 bool citp_stack::Private::defersEnd(const QObject* socket)
@@ -206,9 +208,9 @@ void citp_stack::Private::checkTimeouts()
             const std::optional<Clock::time_point> sent = record->requestSent;
             queueLock.unlock();
             if (sent && hasExpired(*sent, limits.requestTimeout)) {
-                guards.report(citp_options::LateAnswer, record->key, millisecondsSince(*sent, now),
-                              limits.requestTimeout);
-                releaseNextRequest(record->key);
+                const SERV_ID key = record->key;
+                guards.report(citp_options::LateAnswer, key, millisecondsSince(*sent, now), limits.requestTimeout);
+                releaseNextRequest(key);
             }
         }
     }
@@ -342,7 +344,7 @@ void citp_stack::Private::giveUp(Record* record)
 {
     QTcpSocket* const socket = record->m_socket;
     tell(DiscoveryEvent::Failed, record->key, QStringLiteral("No answer"));
-    removeServer(record);
+    removeServerOf(socket);
     // Closed immediately, because many may be given up before the event loop deletes them.
     const QSignalBlocker blocker(socket);
     socket->abort();
@@ -352,11 +354,12 @@ bool citp_stack::Private::isErrorLogged(const QTcpSocket* socket)
 {
     const citp_options::Data& limits = guards.limits();
     if (const Record* const record = recordOf(socket)) {
-        if (record->isConnected && !record->hasFailed && limits.peerTimeout > 0 &&
+        const bool wasConnected = record->isConnected;
+        if (wasConnected && !record->hasFailed && limits.peerTimeout > 0 &&
             socket->error() != QAbstractSocket::RemoteHostClosedError) {
             guards.report(citp_options::LostPeer, record->key, limits.peerTimeout, limits.peerTimeout);
         }
-        if (!record->isConnected && limits.maxServers > 0 && ++failedAttempts > maxLoggedFailures) {
+        if (!wasConnected && limits.maxServers > 0 && ++failedAttempts > maxLoggedFailures) {
             return false;
         }
     }

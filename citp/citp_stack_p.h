@@ -128,7 +128,8 @@ struct CITP_HIDDEN citp_stack::Private
     /// Whether a datagram must be dropped because the application has not caught up. Announcements never are.
     bool dropsDatagram(const QByteArray& datagram, const QString& sender);
 
-    /// Tells the observers of discovery. Call it before the server is removed.
+    /// Tells the observers of discovery. Call it before the server is removed, and look up its record again afterwards:
+    /// an observer may send, and so does the observer of the guards.
     void tell(DiscoveryEvent::Kind kind, const SERV_ID& server, const QString& text = {});
 
     citp_stack* const q;

@@ -1,6 +1,5 @@
-// The benchmarks of the client layer: pictures, the first picture, names, pictures from disk, and the
-// load that a mode allows. Run this program with
-// tests/in-namespace.
+// The benchmarks of the client layer: pictures, the first picture, names, pictures from disk, and the load that a mode
+// allows. Run this program with tests/in-namespace.
 // SPDX-License-Identifier: Apache-2.0
 #include <benchmark/benchmark.h>
 
