@@ -85,3 +85,18 @@ TEST_F(BrowserProgram, TakesGroupAndServersFromTheCommandLine)
     EXPECT_EQ(old.count("connected", 1), 1);
     EXPECT_EQ(young.count("connected"), 0);
 }
+
+TEST_F(BrowserProgram, ListensOnTheSavedGroupUnlessItIsToldAnother)
+{
+    QSettings(m_home.filePath("citp/citp-browser.conf"), QSettings::IniFormat).setValue("groups", 1);
+    MediaServer young({"--group", "new"});
+    MediaServer old({"--address", "127.0.0.3", "--port", "4812"});
+    {
+        const Child browser(BROWSER_PROGRAM, {"--adapter", "lo"}, environment());
+        EXPECT_EQ(old.count("connected", 1), 1);
+        EXPECT_EQ(young.count("connected"), 0);
+    }
+    const Child browser(BROWSER_PROGRAM, {"--adapter", "lo", "--group", "new"}, environment());
+    EXPECT_EQ(young.count("connected", 1), 1);
+    EXPECT_EQ(remembered("groups"), "1");
+}

@@ -10,14 +10,10 @@
 #include <QLabel>
 #include <QMenu>
 #include <QScrollBar>
-#include <QSettings>
 #include <QStandardPaths>
-#include <QTest>
 
-#include "browser_fixture.h"
 #include "models/adapters.h"
-#include "models/session.h"
-#include "window/main_window.h"
+#include "window_fixture.h"
 
 namespace {
 using Browser::ElementGrid;
@@ -26,53 +22,7 @@ using Browser::LibraryModel;
 using Browser::MainWindow;
 using Browser::PictureStore;
 using Browser::ServerModel;
-using Browser::Session;
 
-class BrowserWindow : public ::testing::Test
-{
-protected:
-    BrowserWindow()
-    {
-        QSettings().clear();
-        window = std::make_unique<MainWindow>(session);
-        window->resize(1280, 720);
-        window->show();
-        session.start();
-    }
-
-    void TearDown() override { forgetServers(); }
-
-    template <typename Widget>
-    Widget* find(const char* name)
-    {
-        auto* const widget = window->findChild<Widget*>(QLatin1String(name));
-        EXPECT_NE(widget, nullptr) << name;
-        return widget;
-    }
-    void key(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
-    {
-        QWidget* const focus = QApplication::focusWidget();
-        QTest::keyClick(focus ? focus : window.get(), static_cast<Qt::Key>(key), modifiers);
-    }
-    bool areAllReady()
-    {
-        return session.elements().rowCount() > 0 && session.pictures().total() > 0 &&
-               session.pictures().done() == session.pictures().total();
-    }
-    int rowsReady()
-    {
-        int ready = 0;
-        for (int row = 0; row < session.elements().rowCount(); ++row)
-            ready += session.pictures().state(session.elements().pictureId(row)) == PictureStore::State::Ready ? 1 : 0;
-        return ready;
-    }
-    QString chosenLibrary() { return session.elements().library(); }
-
-    Session session;
-    std::unique_ptr<MainWindow> window;
-};
-
-const QString Key = "127.0.0.2:4811";
 } // namespace
 
 TEST_F(BrowserWindow, IsUsedByKeysFromTheServerToThePictureAndBackAfterALoss)

@@ -1,5 +1,5 @@
 # Holds the installed man pages and the completion to the programs: each command has a page, each is completed, and so is
-# each option.
+# each option. The guide is where the browser's help looks for it.
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
@@ -11,6 +11,10 @@ commands=$(citp-console --help | sed -n '/^Commands:/,/^$/s/^  \([a-z]*\) .*/\1/
 
 # options PROGRAM [COMMAND]
 options() { "$@" --help | grep -oE '^ {1,2}--?[a-z][a-z-]*(, --?[a-z][a-z-]*)*' | grep -oE -- '--[a-z-]+' | sort -u; }
+
+# What the browser's help shows, beside the program.
+cmp "$source/docs/browser.md" "$(dirname "$(command -v citp-browser)")/../share/citp/guide/browser.md"
+[ -e "$prefix/share/citp/guide/field-guide.md" ] || fail "the guide lacks its links' targets"
 
 if [ -d "$prefix/share/man/man1" ]; then
     # shellcheck disable=SC2086 # the commands are words

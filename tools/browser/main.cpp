@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "models/adapters.h"
+#include "models/preferences.h"
 #include "models/session.h"
 #include "options.h"
 #include "window/main_window.h"
@@ -46,7 +47,7 @@ int main(int argc, char** argv)
     QCoreApplication::setApplicationName(QStringLiteral("citp-browser"));
     QCoreApplication::setOrganizationName(QStringLiteral("citp"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CITP_VERSION));
-    const Browser::Options options = optionsOf(argc, argv);
+    Browser::Options options = optionsOf(argc, argv);
     if (options.action == Browser::Options::Action::Print) {
         std::fputs(options.text.toLocal8Bit().constData(), stdout);
         return 0;
@@ -74,6 +75,10 @@ int main(int argc, char** argv)
         QSettings().setValue(QStringLiteral("adapter"), options.adapter);
     const QString cache = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
     Browser::Session session(cache.isEmpty() ? QString() : cache + QStringLiteral("/pictures"));
+    const Browser::Preferences preferences = Browser::Preferences::load();
+    if (!options.isGroupGiven)
+        options.stack.options.setDiscoveryGroups(preferences.groups);
+    session.setPreferences(preferences);
     Browser::MainWindow window(session);
     if (!options.server.isEmpty())
         session.chooseServer(options.server);

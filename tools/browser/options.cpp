@@ -50,6 +50,7 @@ Options readOptions(const QStringList& arguments)
                               .arg(toSingleLine(parser.positionalArguments().constFirst())));
     options.adapter = parser.value("adapter");
     options.server = parser.value("server");
+    options.isGroupGiven = parser.isSet("group");
     const auto all = availableAdapters();
     const bool isPresent = std::any_of(all.begin(), all.end(), [&](const AdapterOption& option) {
         return option.name == options.adapter || option.addresses.contains(options.adapter);

@@ -16,6 +16,7 @@ struct Options
     QString adapter;
     QString server; ///< key of the server to show
     Tools::StackOptions stack;
+    bool isGroupGiven = false; ///< else the saved one counts
 };
 
 /// @param arguments all arguments; the first is the program's name

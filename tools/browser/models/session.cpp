@@ -43,10 +43,25 @@ Session::~Session()
 void Session::start(const Tools::StackOptions& options)
 {
     m_isStarted = true;
-    CITP::citp_stack::Get()->setOptions(options.options);
+    m_options = options.options;
+    m_preferences.groups = m_options.discoveryGroups();
+    CITP::citp_stack::Get()->setOptions(m_options);
     CITP::citp_stack::Get()->setEnabled(true);
     m_adapterTimer.start(AdapterIntervalMs);
     QMetaObject::invokeMethod(this, &Session::checkAdapter, Qt::QueuedConnection);
+}
+
+void Session::setPreferences(const Preferences& preferences)
+{
+    m_preferences = preferences;
+    m_requests.setTimeout(preferences.timeout);
+    m_requests.setRateLimit(preferences.requestsPerSecond, preferences.kilobytesPerSecond * 1000);
+    m_requests.setQuiet(preferences.isQuiet);
+    if (m_isStarted && m_options.discoveryGroups() != preferences.groups) {
+        m_options.setDiscoveryGroups(preferences.groups);
+        CITP::citp_stack::Get()->setOptions(m_options);
+    }
+    Q_EMIT preferencesChanged();
 }
 
 void Session::checkAdapter()

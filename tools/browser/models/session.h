@@ -17,6 +17,7 @@
 #include "log_model.h"
 #include "patch_model.h"
 #include "picture_store.h"
+#include "preferences.h"
 #include "server_model.h"
 #include "stack_options.h"
 
@@ -30,7 +31,7 @@ public:
     explicit Session(const QString& pictureFolder = {});
     ~Session() override;
 
-    /// Starts the discovery of servers.
+    /// Starts the discovery of servers, on the groups that @p options has.
     void start(const Tools::StackOptions& options = {});
 
     LogModel& log() { return m_log; }
@@ -54,6 +55,9 @@ public:
     /// Requests everything that is shown again from the chosen server.
     void reload();
 
+    void setPreferences(const Preferences& preferences);
+    const Preferences& preferences() const { return m_preferences; }
+
     /// Searches for servers on the adapter @p name from now on; empty lets the library select one.
     void chooseAdapter(const QString& name);
     const AdapterState& adapter() const { return m_adapter; }
@@ -62,6 +66,7 @@ Q_SIGNALS:
     /// chosenServer() or isChosenUp() has changed.
     void chosenChanged();
     void adapterChanged();
+    void preferencesChanged();
 
 private:
     /// What is known of the chosen server.
@@ -97,6 +102,8 @@ private:
     bool m_isUp = false; ///< the chosen server
     QTimer m_adapterTimer;
     AdapterState m_adapter;
+    Preferences m_preferences;
+    CITP::citp_options m_options; ///< of the stack
     bool m_isStarted = false;
 };
 } // namespace Browser

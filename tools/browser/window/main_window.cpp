@@ -2,19 +2,38 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "main_window.h"
 
+#include <citp/citp_stack.h>
+
 #include <QActionGroup>
 #include <QApplication>
 #include <QClipboard>
 #include <QCloseEvent>
 #include <QDockWidget>
+#include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
+#include <QMessageBox>
 #include <QSettings>
 
+#include <dlfcn.h>
+
+#include "help_window.h"
 #include "models/adapters.h"
+#include "settings_dialog.h"
 
 namespace Browser {
+namespace {
+// The file has the version in its name.
+QString libraryFile()
+{
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&CITP::citp_stack::Get), &info) == 0)
+        return {};
+    return QFileInfo(QFile::decodeName(info.dli_fname)).canonicalFilePath();
+}
+} // namespace
+
 MainWindow::MainWindow(Session& session) : m_session(session)
 {
     setWindowTitle(tr("CITP Browser"));
@@ -31,7 +50,9 @@ MainWindow::MainWindow(Session& session) : m_session(session)
     makeFrame();
     connect(&m_session, &Session::chosenChanged, this, &MainWindow::showChosen);
     connect(&m_session, &Session::adapterChanged, this, &MainWindow::showAdapter);
+    connect(&m_session, &Session::preferencesChanged, this, &MainWindow::showPreferences);
     restoreSettings();
+    showPreferences();
     showAdapter();
     showChosen();
     chooseInitialServer();
@@ -77,6 +98,7 @@ void MainWindow::showChosen()
     showElementState();
     if (m_session.isChosenUp() && !m_libraries->currentIndex().isValid())
         expandMedia();
+    revealLibrary();
 }
 
 void MainWindow::expandMedia()
@@ -92,20 +114,32 @@ void MainWindow::showLibrary(const QModelIndex& index)
     if (!index.isValid())
         return;
     const QString id = index.data(LibraryModel::IdRole).toString();
-    if (id != CITP::rootLibrary())
-        m_session.chooseLibrary(static_cast<quint8>(index.data(LibraryModel::TypeRole).toInt()), id);
+    if (id == CITP::rootLibrary())
+        return;
+    m_wantedLibrary.clear();
+    m_session.chooseLibrary(static_cast<quint8>(index.data(LibraryModel::TypeRole).toInt()), id);
 }
 
-// Selects the shown library again after its row was removed and inserted.
-void MainWindow::restoreLibrary()
+// Selects the wanted library, or the shown one again after its row was removed and inserted. Loads what is above it.
+void MainWindow::revealLibrary()
 {
     const ElementModel& elements = m_session.elements();
-    if (elements.library().isEmpty() || m_libraries->currentIndex().isValid())
+    LibraryModel& libraries = m_session.libraries();
+    const bool isWanted = !m_wantedLibrary.isEmpty() && m_session.chosenServer() == m_wantedServer;
+    const QString library = isWanted ? m_wantedLibrary : elements.library();
+    const quint8 type = isWanted ? m_wantedType : elements.type();
+    if (library.isEmpty() || (!isWanted && m_libraries->currentIndex().isValid()))
         return;
-    const QModelIndex index =
-        m_session.filteredLibraries().mapFromSource(m_session.libraries().find(elements.type(), elements.library()));
-    if (index.isValid())
+    const QModelIndex found = libraries.find(type, library);
+    const QModelIndex index = m_session.filteredLibraries().mapFromSource(found);
+    if (index.isValid()) {
         m_libraries->setCurrentIndex(index);
+    } else if (!found.isValid() && m_session.isChosenUp()) {
+        QString above = CITP::parentLibrary(library);
+        while (above != CITP::rootLibrary() && !libraries.find(type, above).isValid())
+            above = CITP::parentLibrary(above);
+        libraries.fetchMore(libraries.find(type, above));
+    }
 }
 
 // The names of the library's parents and its own.
@@ -287,6 +321,44 @@ void MainWindow::showAdapter()
     showElementState();
 }
 
+void MainWindow::editPreferences()
+{
+    auto* const dialog = new SettingsDialog(m_session.preferences(), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::accepted, this, [this, dialog] { setPreferences(dialog->preferences()); });
+    dialog->open();
+}
+
+void MainWindow::setPreferences(const Preferences& preferences)
+{
+    preferences.save(m_session.preferences());
+    m_session.setPreferences(preferences);
+}
+
+void MainWindow::showPreferences()
+{
+    m_quiet->setChecked(m_session.preferences().isQuiet);
+    m_quietNote->setVisible(m_session.preferences().isQuiet);
+}
+
+void MainWindow::showHelp()
+{
+    (new HelpWindow(guideFolder(QCoreApplication::applicationDirPath()), this))->show();
+}
+
+void MainWindow::showAbout()
+{
+    auto* const box = new QMessageBox(this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setObjectName(QStringLiteral("about"));
+    box->setWindowTitle(tr("About the CITP Browser"));
+    box->setTextFormat(Qt::PlainText);
+    box->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    box->setText(tr("CITP Browser %1").arg(QCoreApplication::applicationVersion()));
+    box->setInformativeText(tr("Library: %1\nQt: %2").arg(libraryFile(), QString::fromLatin1(qVersion())));
+    box->open();
+}
+
 void MainWindow::updateServerCount()
 {
     const int all = m_session.servers().rowCount();
@@ -300,6 +372,10 @@ void MainWindow::restoreSettings()
     restoreGeometry(settings.value(QStringLiteral("geometry")).toByteArray());
     m_hasLayout = restoreState(settings.value(QStringLiteral("panes")).toByteArray());
     m_lastServer = settings.value(QStringLiteral("server")).toString();
+    m_wantedServer = m_lastServer;
+    m_wantedLibrary = settings.value(QStringLiteral("library")).toString();
+    m_wantedType = static_cast<quint8>(settings.value(QStringLiteral("libraryType")).toInt());
+    m_search->setText(settings.value(QStringLiteral("filter")).toString());
     for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})
         view->horizontalHeader()->restoreState(settings.value(QLatin1String(name)).toByteArray());
 }
@@ -310,8 +386,13 @@ void MainWindow::saveSettings() const
     settings.setValue(QStringLiteral("geometry"), saveGeometry());
     settings.setValue(QStringLiteral("panes"), saveState());
     // Without a chosen server the saved one stays, even if it has not come up in this run.
-    if (!m_session.chosenServer().isEmpty())
+    if (!m_session.chosenServer().isEmpty()) {
         settings.setValue(QStringLiteral("server"), m_session.chosenServer());
+        const bool isWanted = !m_wantedLibrary.isEmpty() && m_session.chosenServer() == m_wantedServer;
+        settings.setValue(QStringLiteral("library"), isWanted ? m_wantedLibrary : m_session.elements().library());
+        settings.setValue(QStringLiteral("libraryType"), isWanted ? m_wantedType : m_session.elements().type());
+    }
+    settings.setValue(QStringLiteral("filter"), m_search->text());
     for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})
         settings.setValue(QLatin1String(name), view->horizontalHeader()->saveState());
 }

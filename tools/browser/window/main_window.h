@@ -48,7 +48,7 @@ private:
     void showChosen();
     void showLibrary(const QModelIndex& index);
     void expandMedia();
-    void restoreLibrary();
+    void revealLibrary();
     void showElementState();
     void showNote();
     void showProgress(int done, int total);
@@ -57,6 +57,11 @@ private:
     void copyPicture();
     void reloadPicture();
     void fillAdapterMenu();
+    void editPreferences();
+    void setPreferences(const Preferences& preferences);
+    void showPreferences();
+    void showHelp();
+    void showAbout();
     void showAdapter();
     void updateServerCount();
     QString elementMessage() const;
@@ -83,11 +88,16 @@ private:
     QTableView* m_patch = nullptr;
     LogPane* m_log = nullptr;
     QLabel* m_counts = nullptr;
+    QAction* m_quiet = nullptr;
+    QPushButton* m_quietNote = nullptr;
     QPushButton* m_adapter = nullptr;
     QMenu* m_adapterMenu = nullptr;
     std::vector<QDockWidget*> m_panes;
-    QString m_lastServer; ///< saved by the previous run
-    quint8 m_number = 0;  ///< number of the element in the preview
+    QString m_lastServer;    ///< saved by the previous run
+    QString m_wantedLibrary; ///< to be chosen once it is loaded; empty for none
+    quint8 m_wantedType = 0; ///< its type
+    QString m_wantedServer;  ///< its server
+    quint8 m_number = 0;     ///< number of the element in the preview
     bool m_hasPreview = false;
     bool m_hasLayout = false;
 };

@@ -150,18 +150,21 @@ void MainWindow::makeLibraries()
             m_libraries->setFirstColumnSpanned(row, {}, true);
     };
     connect(m_libraries->model(), &QAbstractItemModel::modelReset, this, span);
-    connect(m_search, &QLineEdit::textChanged, this, [this](const QString& text) {
+    const auto showHits = [this] { m_noHits->setVisible(!m_session.filteredLibraries().hasHits()); };
+    connect(m_libraries->model(), &QAbstractItemModel::modelReset, this, showHits);
+    connect(m_libraries->model(), &QAbstractItemModel::rowsInserted, this, showHits);
+    connect(m_search, &QLineEdit::textChanged, this, [this, showHits](const QString& text) {
         // When the filter hides the current row, the view would make its neighbour current.
         m_libraries->setCurrentIndex({});
         m_session.filteredLibraries().setText(text);
         if (!text.trimmed().isEmpty())
             m_libraries->expandAll();
-        restoreLibrary();
-        m_noHits->setVisible(!m_session.filteredLibraries().hasHits());
+        revealLibrary();
+        showHits();
     });
     connect(m_search, &QLineEdit::returnPressed, this, [this] { m_libraries->setFocus(); });
     connect(m_libraries->selectionModel(), &QItemSelectionModel::currentChanged, this, &MainWindow::showLibrary);
-    connect(&m_session.filteredLibraries(), &QAbstractItemModel::rowsInserted, this, &MainWindow::restoreLibrary);
+    connect(&m_session.filteredLibraries(), &QAbstractItemModel::rowsInserted, this, &MainWindow::revealLibrary);
     connect(&m_session.filteredLibraries(), &QAbstractItemModel::dataChanged, this, [this] { showElementState(); });
 }
 
@@ -307,6 +310,8 @@ void MainWindow::makeFrame()
 void MainWindow::makeMenus()
 {
     QMenu* const file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("&Settings…"), this, &MainWindow::editPreferences)->setShortcut(Qt::CTRL | Qt::Key_Comma);
+    file->addSeparator();
     QAction* const quit = file->addAction(tr("&Quit"), this, &QWidget::close);
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
 
@@ -320,6 +325,16 @@ void MainWindow::makeMenus()
         server->addAction(tr("Load &failed pictures again"), this, [this] { m_session.pictures().retry(); });
     retry->setShortcut(QKeySequence(int(Qt::CTRL) | int(Qt::SHIFT) | Qt::Key_R));
     server->addSeparator();
+    m_quiet = server->addAction(tr("&Quiet mode"));
+    m_quiet->setObjectName(QStringLiteral("quietMode"));
+    m_quiet->setCheckable(true);
+    m_quiet->setShortcut(Qt::CTRL | Qt::Key_M);
+    m_quiet->setToolTip(tr("Requests only what is opened or looked at"));
+    connect(m_quiet, &QAction::triggered, this, [this](bool on) {
+        Preferences preferences = m_session.preferences();
+        preferences.isQuiet = on;
+        setPreferences(preferences);
+    });
     m_adapterMenu = server->addMenu(tr("Network &adapter"));
     connect(m_adapterMenu, &QMenu::aboutToShow, this, &MainWindow::fillAdapterMenu);
 
@@ -349,6 +364,11 @@ void MainWindow::makeMenus()
     view->addSeparator();
     view->addAction(tr("&Reset layout"), this, &MainWindow::resetLayout)->setObjectName(QStringLiteral("resetLayout"));
     addPlace(tr("&Filter the libraries"), int(Qt::CTRL) | Qt::Key_F, m_search);
+
+    QMenu* const help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(tr("&Guide"), this, &MainWindow::showHelp)->setShortcut(QKeySequence::HelpContents);
+    help->addAction(tr("&About the CITP Browser"), this, &MainWindow::showAbout)
+        ->setObjectName(QStringLiteral("aboutBrowser"));
 }
 
 void MainWindow::makeStatus()
@@ -359,7 +379,12 @@ void MainWindow::makeStatus()
     m_adapter->setObjectName(QStringLiteral("adapter"));
     m_adapter->setMenu(m_adapterMenu);
     m_adapter->setFlat(true);
+    m_quietNote = new QPushButton(tr("Quiet mode"), this);
+    m_quietNote->setObjectName(QStringLiteral("quietNote"));
+    m_quietNote->setToolTip(tr("Requests only what is opened or looked at. Click to load everything again (Ctrl+M)."));
+    connect(m_quietNote, &QPushButton::clicked, m_quiet, &QAction::trigger);
     statusBar()->addWidget(m_counts);
+    statusBar()->addPermanentWidget(m_quietNote);
     statusBar()->addPermanentWidget(m_adapter);
 }
 
