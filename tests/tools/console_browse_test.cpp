@@ -121,6 +121,25 @@ TEST(ConsoleBrowse, FindsAServerByAUniquePartOfItsName)
                   "no server 'Backdrop' within 5 s on adapter lo, 127.0.0.1; found: 127.0.0.2:4811  \"Stage 1\"");
 }
 
+TEST(ConsoleBrowse, WaitsForOtherServersOnlyIfOthersAreHeard)
+{
+    const Server servers({"--count", "2", "--name", "Stage"});
+    const auto onATerminal = [](const char* name) {
+        Child terminal(
+            "script", {"-qec", QString("stty cols 120; exec " CONSOLE_PROGRAM " libraries '%1' --adapter lo").arg(name),
+                       "/dev/null"});
+        terminal.waitForEnd();
+        return terminal.output();
+    };
+    const QString one = onATerminal("age 1");
+    EXPECT_TRUE(one.startsWith("waiting for server 'age 1' to come up on lo, 127.0.0.1\r")) << one.toStdString();
+    EXPECT_TRUE(one.contains("waiting for server 127.0.0.2:4811  \"Stage 1\"\r")) << one.toStdString();
+    EXPECT_FALSE(one.contains("waiting for other servers")) << one.toStdString();
+    const QString several = onATerminal("age");
+    EXPECT_TRUE(several.contains("waiting for other servers that match 'age'\r")) << several.toStdString();
+    EXPECT_TRUE(several.contains("'age' matches several servers")) << several.toStdString();
+}
+
 TEST(ConsoleBrowse, PrefersANameThatIsTheWhole)
 {
     const Server one({"--name", "Stage"});

@@ -288,6 +288,7 @@ TEST(ConsoleDoctor, SaysWhoIsHeardWhenTheServerIsNot)
     const Server server({"--name", "Stage"});
     const Outcome outcome = examineBriefly({"Balcony"});
     expectFailure(outcome, "heard", "no server 'Balcony' within 2 s; heard: 127.0.0.2:4811  \"Stage\"", after("heard"));
+    EXPECT_TRUE(outcome.output.endsWith("\nserver 'Balcony': 1 failed, 6 skipped\n")) << outcome.output.toStdString();
 }
 
 TEST(ConsoleDoctor, KeepsNoMoreOfAFloodOfAnnouncementsThanAnyShowHas)
@@ -367,7 +368,8 @@ TEST(ConsoleDoctor, NamesTheGuardThatActedAndGoesOn)
         << outcome.output.toStdString();
     EXPECT_TRUE(parts[0].contains("FAILED   library ")) << outcome.output.toStdString();
     EXPECT_TRUE(parts[1].contains("ok       thumbnail ")) << outcome.output.toStdString();
-    EXPECT_TRUE(parts[1].contains("ok       guards     none has acted\n2 servers: 2 failed, 1 skipped\n"))
+    EXPECT_TRUE(parts[1].contains("ok       guards     none has acted\n2 servers: 2 failed, 1 skipped (server " +
+                                  broken.key() + "  \"Server\")\n"))
         << outcome.output.toStdString();
 }
 
@@ -456,6 +458,25 @@ TEST(ConsoleDoctor, ColoursVerdictsOnATerminalUnlessToldNotTo)
     const QString plain = onATerminal();
     EXPECT_TRUE(plain.contains("ok       adapter")) << plain.toStdString();
     EXPECT_FALSE(plain.contains('\x1b')) << plain.toStdString();
+}
+
+TEST(ConsoleDoctor, WrapsItsLinesToTheTerminal)
+{
+    const QString command = "stty cols 60; NO_COLOR=1 exec " CONSOLE_PROGRAM " doctor --adapter lo --timeout 0.1 2>&-";
+    Child terminal("script", {"-qec", command, "/dev/null"});
+    EXPECT_EQ(terminal.waitForEnd(), 1);
+    const QStringList lines = terminal.output().split("\r\n");
+    for (const QString& line : lines)
+        EXPECT_LE(line.size(), 60) << line.toStdString();
+    EXPECT_TRUE(
+        terminal.output().contains("ok       multicast  joined 224.0.0.180 and 239.224.0.180 on\r\n"
+                                   "                    lo\r\n"))
+        << terminal.output().toStdString();
+    EXPECT_TRUE(
+        terminal.output().contains("                    -> the loopback reaches only servers on\r\n"
+                                   "                       this machine; --adapter selects\r\n"
+                                   "                       another adapter\r\n"))
+        << terminal.output().toStdString();
 }
 
 TEST(ConsoleDoctor, EndsOnCtrlC)

@@ -204,7 +204,9 @@ TEST(ConsoleBeforeOddServers, AsksForNoMoreSubLibrariesAfterTwoThatTellNothing)
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(jsonLines(outcome.output).size(), 50u);
     EXPECT_EQ(outcome.errors.count("did not send the libraries below"), 5) << outcome.errors.toStdString();
-    EXPECT_TRUE(outcome.errors.contains("\ncitp-console: 45 more lists are odd or missing\n"));
+    EXPECT_TRUE(outcome.errors.contains("\ncitp-console: server " + server.key() +
+                                        "  \"Server\": 45 more lists are odd or missing\n"))
+        << outcome.errors.toStdString();
     EXPECT_TRUE(outcome.errors.endsWith("of 50 libraries\n")) << outcome.errors.toStdString();
     // The top level, and two of the others twice.
     EXPECT_EQ(requests, 1 + 2 * 2);
@@ -226,7 +228,8 @@ TEST(ConsoleBeforeOddServers, FetchesWhatWasListedBeforeLibrariesThatTellNothing
     EXPECT_EQ(outcome.status, 1);
     EXPECT_TRUE(outcome.output.contains("1 of 1 thumbnails written")) << outcome.output.toStdString();
     EXPECT_EQ(outcome.errors.count("did not send the elements of library"), 3) << outcome.errors.toStdString();
-    EXPECT_TRUE(outcome.errors.endsWith("citp-console: 3 libraries did not send their elements\n"))
+    EXPECT_TRUE(outcome.errors.endsWith("citp-console: server " + server.key() +
+                                        "  \"Server\": 3 libraries did not send their elements\n"))
         << outcome.errors.toStdString();
 }
 

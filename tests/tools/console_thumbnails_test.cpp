@@ -233,8 +233,10 @@ TEST(ConsoleThumbnails, WritesThroughNoLink)
     EXPECT_EQ(outcome.status, 1);
     EXPECT_TRUE(outcome.output.contains("element 1 \"Grid\": could not be written: it is a link"))
         << outcome.output.toStdString();
-    EXPECT_TRUE(outcome.errors.endsWith("citp-console: 1 of 4 thumbnails are missing; could not write " +
-                                        target.filePath("contact-sheet.jpg") + ": it is a link\n"))
+    EXPECT_TRUE(
+        outcome.errors.endsWith("citp-console: server 127.0.0.2:4811  \"Simulated Server\": 1 of 4 "
+                                "thumbnails are missing; could not write " +
+                                target.filePath("contact-sheet.jpg") + ": it is a link\n"))
         << outcome.errors.toStdString();
     EXPECT_EQ(QFileInfo(kept).size(), 4);
 }

@@ -193,6 +193,36 @@ TEST(ConsoleServers, ListsThoseThatAreHeardAndEnds)
     EXPECT_TRUE(objects[0].value("name").toString().startsWith("Stage"));
 }
 
+TEST(ConsoleServers, PrintsEachAsSoonAsItIsHeard)
+{
+    Console console({"servers", "--adapter", "lo", "--timeout", "3600"});
+    QUdpSocket server;
+    ASSERT_TRUE(server.bind(QHostAddress("127.0.0.9"), 0));
+    const auto announceUntilListed = [&](unsigned port) {
+        const QString line = QString("127.0.0.9:%1  \"Stage\"\n").arg(port);
+        return waitFor([&] {
+            server.writeDatagram(Wire::ploc(port, "MediaServer", "Stage"), QHostAddress("224.0.0.180"), 4809);
+            return console.output().contains(line);
+        });
+    };
+    // The other one announces itself only after the first has been printed.
+    EXPECT_TRUE(announceUntilListed(4811));
+    EXPECT_TRUE(announceUntilListed(4812));
+    EXPECT_EQ(console.waitForEnd(), 0);
+}
+
+TEST(ConsoleServers, SaysOnATerminalWhatIsWaitedFor)
+{
+    const Server server({"--name", "Stage"});
+    Child terminal("script", {"-qec", "stty cols 80; exec " CONSOLE_PROGRAM " servers --adapter lo", "/dev/null"});
+    EXPECT_EQ(terminal.waitForEnd(), 0);
+    const QString line = "listening for servers on lo, 127.0.0.1; Ctrl-C ends it";
+    const QString erased = '\r' + QString(line.size(), ' ') + '\r';
+    // It gives way to the server and comes back below it, and nothing of it is left at the end.
+    EXPECT_EQ(terminal.output().toStdString(),
+              (line + erased + "127.0.0.2:4811  \"Stage\"\r\n" + line + erased).toStdString());
+}
+
 TEST(ConsoleServers, SaysThatNoneIsHeard)
 {
     const Outcome outcome = runConsole({"servers", "--adapter", "lo", "--timeout", "1"});

@@ -60,7 +60,7 @@ class Doctor
 public:
     explicit Doctor(const Options& options)
         : m_options(options),
-          m_report(options.json),
+          m_report(options.json, options.server),
           m_used(ArtNet::Adapter::Get()),
           m_name(adapterName(m_used)),
           m_adapter(findAdapter(m_used))
@@ -192,6 +192,7 @@ private:
             m_report.skipped("heard", m_skipReason);
             return;
         }
+        const WaitLine waiting("listening for servers on " + nameAndAddress(m_used));
         const int error = m_discovery.join(m_used, groups());
         m_discovery.joinOthers(m_used);
         QElapsedTimer timer;
@@ -360,6 +361,7 @@ private:
     {
         const QString host = server.key.section(':', 0, 0);
         const auto port = static_cast<quint16>(server.key.section(':', 1).toUInt());
+        const WaitLine waiting("connecting to " + toText(server, true));
         QTcpSocket socket;
         socket.setProxy(QNetworkProxy::NoProxy);
         socket.bind(QHostAddress(m_used.GetIpAddress()));
@@ -504,6 +506,7 @@ private:
 
     static PictureFile fetchThumbnail(Session& session, const QString& library, quint8 element)
     {
+        const WaitLine waiting("waiting for a thumbnail of " + session.name());
         CITP::Picture received;
         QString problem;
         bool hasEnded = false;

@@ -10,7 +10,8 @@ namespace Console {
 class DoctorReport
 {
 public:
-    explicit DoctorReport(bool json);
+    /// @param wanted what the servers to check were given as; empty for all servers
+    DoctorReport(bool json, const QString& wanted);
 
     /// Starts the checks of a server.
     /// @param name heading above them
@@ -25,18 +26,21 @@ public:
     /// @param reason why the check was not run
     void skipped(const QString& check, const QString& reason);
 
-    /// Prints the summary.
+    /// Prints the summary, which names the server, or those of several that failed.
     /// @return true if no check failed
     bool finish();
 
 private:
+    QString failedServers() const;
     void print(const char* verdict, const char* colour, const QString& check, const QString& text,
                const QString& advice);
 
     bool m_json;
     bool m_coloured;
-    QString m_server;    ///< key; empty during the checks of this machine
-    QStringList m_names; ///< of the checked servers
+    QString m_server; ///< key; empty during the checks of this machine
+    QString m_name;   ///< of the server that is checked, or of the one to check, as a heading
+    int m_servers = 0;
+    QStringList m_failedNames; ///< of the checked servers
     int m_failed = 0;
     int m_skipped = 0;
 };

@@ -66,6 +66,7 @@ void show(const Options& options)
     });
     if (options.seconds > 0)
         interruptAfter(options.seconds);
+    std::optional<WaitLine> line("waiting for the layer status of " + session.name());
     QElapsedTimer running;
     running.start();
     for (;;) {
@@ -73,6 +74,7 @@ void show(const Options& options)
             return (layers.age() < 0 ? running.elapsed() : layers.age()) >= session.timeoutMs();
         };
         session.waitUntil([&] { return !waiting.empty() || isSilent(); });
+        line.reset();
         if (waiting.empty())
             throw session.noAnswer("its layer status", layers.age() < 0 ? QString() : QString("since the last one"));
         for (const std::vector<Layer>& states : std::exchange(waiting, {})) {

@@ -28,7 +28,6 @@ int fail(const QString& reason, int status)
 // By default, the library's log lines that repeat the program's own output are suppressed.
 QString configureLog(const QString& masks)
 {
-    installLogHandler();
     if (qEnvironmentVariableIsEmpty("OS_LOG_MASKS"))
         Os::Log::SetMask("CITP.*", Os::Log::Warning | Os::Log::Failure | Os::Log::Critical);
     const std::string problem = masks.isEmpty() ? std::string() : Os::Log::SetMasks(masks.toStdString());
@@ -50,23 +49,13 @@ int run(const CommandLine& line)
     return status;
 }
 
-// During startup, Qt warns if the runtime directory of a desktop session is missing, as on a headless machine.
-void printFatalOnly(QtMsgType type, const QMessageLogContext&, const QString& text)
-{
-    if (type == QtFatalMsg)
-        warn(escapeControls(text));
-}
-
 // Qt can draw text only in a QGuiApplication. The "offscreen" platform needs no display.
 std::unique_ptr<QCoreApplication> makeApplication(int& argc, char** argv, bool needsGui)
 {
     if (!needsGui)
         return std::make_unique<QCoreApplication>(argc, argv);
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    const QtMessageHandler previous = qInstallMessageHandler(printFatalOnly);
-    auto application = std::make_unique<QGuiApplication>(argc, argv);
-    qInstallMessageHandler(previous);
-    return application;
+    return std::make_unique<QGuiApplication>(argc, argv);
 }
 
 CommandLine parse(int argc, char** argv)
@@ -113,6 +102,8 @@ int main(int argc, char** argv)
     watchSignals();
     // print() reports a pipe that was closed.
     std::signal(SIGPIPE, SIG_IGN);
+    // Before Qt starts, which warns of what the environment lacks, such as a runtime directory or a known locale.
+    installLogHandler();
     std::unique_ptr<QCoreApplication> application;
     const int status = execute(argc, argv, application);
     setExitStatus(status);

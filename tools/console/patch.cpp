@@ -15,6 +15,7 @@ using CITP::Patch;
 std::vector<Fixture> fetchFixtures(Session& session)
 {
     const Patch patch(session.transport(), session.key());
+    const WaitLine waiting("waiting for the patch of " + session.name());
     if (!session.waitUntil([&] { return patch.state() != Patch::Unknown; }, session.timeoutMs()))
         throw session.noAnswer("any fixture", "(is its patch empty?)");
     session.waitUntil([&] { return patch.state() != Patch::Receiving; },

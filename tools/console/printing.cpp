@@ -15,6 +15,7 @@
 #include <mutex>
 
 #include "shutdown.h"
+#include "terminal.h"
 
 namespace Console {
 namespace {
@@ -67,10 +68,43 @@ public:
             ++m_leftOut;
             return;
         }
+        erase();
         m_leftOut = tryWrite(text) ? 0 : 1;
+        show();
+    }
+
+    /// @param line empty to remove it
+    void setWaitLine(const QString& line)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        erase();
+        m_waitLine = line.toUtf8();
+        m_waitColumns = columnsOf(line);
+        show();
+    }
+    void hideWaitLine()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        erase();
+    }
+    void showWaitLine()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        show();
     }
 
 private:
+    void erase()
+    {
+        if (!m_waitLine.isEmpty())
+            tryWrite('\r' + QByteArray(m_waitColumns, ' ') + '\r');
+    }
+    void show()
+    {
+        if (!m_waitLine.isEmpty())
+            tryWrite(m_waitLine);
+    }
+
     bool tryWrite(const QByteArray& text)
     {
         for (qint64 at = 0; at < text.size();) {
@@ -89,7 +123,16 @@ private:
     std::mutex m_mutex;
     qint64 m_leftOut = 0;     ///< texts since the last one that was written
     bool m_isPartial = false; ///< the last text was cut off
+    QByteArray m_waitLine;    ///< shown now, unless other output is being written
+    int m_waitColumns = 0;    ///< of #m_waitLine on the terminal
 };
+
+ErrorOutput& errorOutput()
+{
+    // Never destroyed: the stack's thread may still log while the process ends.
+    static auto* const output = new ErrorOutput;
+    return *output;
+}
 } // namespace
 
 QString escapeControls(const QString& text)
@@ -115,6 +158,7 @@ QString escapeControls(const QString& text)
 void print(const QString& text)
 {
     const QByteArray bytes = text.toUtf8();
+    errorOutput().hideWaitLine();
     for (qint64 at = 0; at < bytes.size();) {
         const qint64 written = writePiece(STDOUT_FILENO, bytes.constData() + at, bytes.size() - at, OutputPollMs);
         if (written < 0)
@@ -123,6 +167,7 @@ void print(const QString& text)
             throw Interrupted{};
         at += written;
     }
+    errorOutput().showWaitLine();
 }
 
 void printLine(const QString& line)
@@ -154,14 +199,24 @@ void checkOutput()
 
 void printError(const QString& text)
 {
-    // Never destroyed: the stack's thread may still log while the process ends.
-    static auto* const output = new ErrorOutput;
-    output->write(text.toUtf8());
+    errorOutput().write(text.toUtf8());
 }
 
 void warn(const QString& line)
 {
     printError("citp-console: " + line + '\n');
+}
+
+void WaitLine::show(const QString& text)
+{
+    const int columns = terminalSize(STDERR_FILENO).width();
+    if (columns > 1)
+        errorOutput().setWaitLine(clipped(text, columns - 1));
+}
+
+WaitLine::~WaitLine()
+{
+    errorOutput().setWaitLine({});
 }
 
 QString secondsText(qint64 milliseconds)

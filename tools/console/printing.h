@@ -41,6 +41,19 @@ void printError(const QString& text);
 /// Calls printError() for "citp-console: ", @p line and a line feed.
 void warn(const QString& line);
 
+/// Says on standard error what is waited for, until the end of this object, if standard error is a terminal. Other
+/// output goes above that line. Do not nest.
+class WaitLine
+{
+public:
+    explicit WaitLine(const QString& text) { show(text); }
+    /// @param text with control characters escaped; cut to the width of the terminal
+    void show(const QString& text);
+    ~WaitLine();
+    WaitLine(const WaitLine&) = delete;
+    WaitLine& operator=(const WaitLine&) = delete;
+};
+
 /// A duration in seconds with the unit, e.g. "2.5 s".
 QString secondsText(qint64 milliseconds);
 /// Local time of day with milliseconds, for text output.

@@ -52,6 +52,7 @@ int listServers(const Options& options)
         }
         return sinceNew.isValid() && sinceNew.elapsed() >= QuietBeforeEndMs;
     };
+    const WaitLine waiting("listening for servers on " + nameAndAddress(adapter) + "; Ctrl-C ends it");
     processEventsUntil(isComplete, options.timeoutMs);
     if (printed.isEmpty())
         throw Failure{

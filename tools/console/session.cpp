@@ -10,6 +10,7 @@
 
 #include "adapters.h"
 #include "descriptors.h"
+#include "discovery.h"
 #include "log_lines.h"
 #include "printing.h"
 
@@ -38,6 +39,44 @@ QStringList upAmong(const CITP::Directory& directory, QStringList keys)
     keys.erase(std::remove_if(keys.begin(), keys.end(), isOther), keys.end());
     return keys;
 }
+
+// The servers that announce themselves while the stack starts, which takes longer than they take to do so: no other one
+// than the one wanted needs to be waited for.
+class Neighbours
+{
+public:
+    explicit Neighbours(const Options& options)
+        : m_isListening(options.stack.servers.isEmpty() && m_discovery.open() == 0 &&
+                        m_discovery.join(ArtNet::Adapter::Get(), options.stack.options.discoveryGroups()) == 0)
+    {
+        m_listening.start();
+    }
+
+    void read()
+    {
+        if (m_isListening)
+            m_discovery.read();
+    }
+
+    // Whether exactly one server matches @p wanted, among all that were heard long enough, and it is up.
+    bool areNone(const CITP::Directory& directory, const QString& wanted)
+    {
+        read();
+        if (!m_isListening || m_listening.elapsed() < SettleMs)
+            return false;
+        QMap<QString, CITP::Server> servers = m_discovery.servers();
+        const QStringList keys = directory.keys();
+        for (const QString& key : keys)
+            servers.insert(key, directory.server(key));
+        const QStringList found = CITP::Directory::find({servers.begin(), servers.end()}, wanted);
+        return found.size() == 1 && servers.value(found.constFirst()).state == CITP::Server::Up;
+    }
+
+private:
+    Discovery m_discovery;
+    const bool m_isListening;
+    QElapsedTimer m_listening;
+};
 
 // At most once, because the servers announce themselves again and again.
 void warnAboutDescriptors()
@@ -121,6 +160,7 @@ Failure Session::noAnswer(const QString& what, const QString& remark) const
 
 void Session::waitForCatalogue()
 {
+    const WaitLine waiting("waiting for " + name());
     const auto isTooLarge = [this] { return m_catalogue->isFull() || m_elements > MaxElements; };
     waitUntil([&] { return m_catalogue->isIdle() || isTooLarge(); });
     checkIsUp();
@@ -172,7 +212,7 @@ int Session::warnAboutLists(quint8 type, CITP::Request::Kind kind)
             warn(escapeControls(problem));
     }
     if (problems > MaxLines)
-        warn(QString("%1 more lists are odd or missing").arg(problems - MaxLines));
+        warn(QString("%1: %2 more lists are odd or missing").arg(name(), QString::number(problems - MaxLines)));
     return missing;
 }
 
@@ -210,11 +250,24 @@ void Session::find(const Options& options)
     const QString& wanted = options.server;
     const int searchMs = qMax(m_timeoutMs, MinSearchMs);
     const auto matching = [&] { return upAmong(m_directory, m_directory.find(wanted)); };
-    if (!processEventsUntil([&] { return !matching().isEmpty(); }, searchMs))
+    WaitLine waiting(QString("waiting for server '%1' to come up on %2")
+                         .arg(escapeControls(wanted), nameAndAddress(ArtNet::Adapter::Get())));
+    Neighbours neighbours(options);
+    const auto isFound = [&] {
+        neighbours.read();
+        return !matching().isEmpty();
+    };
+    if (!processEventsUntil(isFound, searchMs))
         throw Failure{QString("no server '%1' within %2 on adapter %3; %4")
                           .arg(escapeControls(wanted), secondsText(searchMs), nameAndAddress(ArtNet::Adapter::Get()),
                                foundText(wanted))};
-    processEventsUntil([&] { return m_directory.server(wanted).state == CITP::Server::Up; }, SettleMs);
+    const auto isSure = [&] {
+        return m_directory.server(wanted).state == CITP::Server::Up || neighbours.areNone(m_directory, wanted);
+    };
+    if (!isSure()) {
+        waiting.show(QString("waiting for other servers that match '%1'").arg(escapeControls(wanted)));
+        processEventsUntil(isSure, SettleMs);
+    }
     const QStringList keys = matching();
     if (keys.isEmpty())
         throw Failure{QString("server '%1' went down").arg(escapeControls(wanted))};

@@ -41,10 +41,10 @@ int columnsOfCharacter(uint codePoint)
 }
 } // namespace
 
-QSize terminalSize()
+QSize terminalSize(int descriptor)
 {
     winsize window{};
-    if (isatty(STDOUT_FILENO) == 0 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) != 0)
+    if (isatty(descriptor) == 0 || ioctl(descriptor, TIOCGWINSZ, &window) != 0)
         return {};
     return {window.ws_col, window.ws_row};
 }
@@ -75,6 +75,21 @@ QString clipped(const QString& text, int columns)
         out += QString::fromUcs4(reinterpret_cast<const char32_t*>(&codePoint), 1);
     }
     return out + ellipsis;
+}
+
+QStringList wrapped(const QString& text, int columns)
+{
+    QStringList lines;
+    QString line;
+    const QStringList words = text.split(' ');
+    for (const QString& word : words) {
+        if (!line.trimmed().isEmpty() && columnsOf(line) + columnsOf(word) > columns) {
+            lines << line.chopped(1);
+            line.clear();
+        }
+        line += word + ' ';
+    }
+    return lines << line.chopped(1);
 }
 
 QString padded(const QString& text, int columns, bool isRight)

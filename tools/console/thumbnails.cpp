@@ -155,7 +155,7 @@ std::vector<Thumbnail> listThumbnails(Session& session, const Options& options, 
             throw Failure{escapeControls(catalogue.librariesProblem(type))};
         libraries = catalogue.allLibraries(type);
         if (const int missing = session.warnAboutLists(type, CITP::Request::Libraries))
-            problems << QString("%1 did not list the sub-libraries of %2 libraries").arg(session.name()).arg(missing);
+            problems << QString("did not list the sub-libraries of %1 libraries").arg(missing);
         if (const int missing = session.warnAboutLists(type, CITP::Request::Elements))
             problems << QString("%1 libraries did not send their elements").arg(missing);
     } else {
@@ -166,10 +166,9 @@ std::vector<Thumbnail> listThumbnails(Session& session, const Options& options, 
         const std::vector<CITP::Element>& elements = catalogue.elements(type, library.id);
         const bool isLoaded = catalogue.elementsState(type, library.id) == CITP::Catalogue::Loaded;
         if (options.library.isEmpty() && isLoaded && elements.size() != static_cast<std::size_t>(library.elements))
-            warn(QString("library %1 has %2 elements according to the library list, but sent %3")
-                     .arg(library.id)
-                     .arg(library.elements)
-                     .arg(elements.size()));
+            warn(QString("%1: library %2 has %3 elements according to the library list, but sent %4")
+                     .arg(session.name(), library.id, QString::number(library.elements),
+                          QString::number(elements.size())));
         for (const CITP::Element& element : elements) {
             Thumbnail thumbnail;
             thumbnail.library = library;
@@ -262,7 +261,7 @@ int fetchThumbnails(const Options& options)
     std::vector<Thumbnail> thumbnails = listThumbnails(session, options, problems);
     // Without any element there is nothing to fetch.
     if (thumbnails.empty() && !problems.isEmpty())
-        throw Failure{problems.join("; ")};
+        throw Failure{session.name() + ": " + problems.join("; ")};
     const QString count = QString::number(thumbnails.size());
     ContactSheets sheets(options.to, QString("%1  %2 elements").arg(toText(session.server()), count),
                          sheetCells(thumbnails));
@@ -282,11 +281,11 @@ int fetchThumbnails(const Options& options)
         problems << sheets.problem();
     const int missing = report(session, options, thumbnails, sheets.paths());
     if (const qint64 unexpected = session.requests().statistics().unexpected)
-        warn(QString("%1 answers were unexpected or damaged").arg(unexpected));
+        warn(QString("%1: %2 answers were unexpected or damaged").arg(session.name(), QString::number(unexpected)));
     if (missing > 0)
         problems.prepend(QString("%1 of %2 thumbnails are missing").arg(missing).arg(thumbnails.size()));
     if (!failure.isEmpty() || !problems.isEmpty())
-        throw Failure{failure.isEmpty() ? problems.join("; ") : failure};
+        throw Failure{failure.isEmpty() ? session.name() + ": " + problems.join("; ") : failure};
     return 0;
 }
 } // namespace Console

@@ -103,6 +103,7 @@ int watch(const Options& options)
     if (options.seconds > 0)
         interruptAfter(options.seconds);
     enableStack(options);
+    std::optional<WaitLine> waiting("waiting for servers on " + nameAndAddress(ArtNet::Adapter::Get()));
     try {
         for (;;) {
             const auto hasHints = [&] { return silence.isValid() && silence.elapsed() >= SilenceMs; };
@@ -117,6 +118,8 @@ int watch(const Options& options)
                 printHints();
             if (!events.empty() || hasHints())
                 silence.invalidate();
+            if (!events.empty())
+                waiting.reset();
             for (const CITP::Server& server : events)
                 printEvent(server, options.json);
         }
