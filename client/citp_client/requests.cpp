@@ -122,6 +122,7 @@ struct CITP_HIDDEN Requests::Private
         Reply* reply;
         qint64 bytes; ///< that its answer was expected to have
         int overtaken = 0;
+        bool isOutstanding = true; ///< neither answered nor timed out: the server may be working on it
     };
 
     /// The requests of one kind to one server.
@@ -129,7 +130,7 @@ struct CITP_HIDDEN Requests::Private
     {
         std::array<std::map<qint64, Reply*>, 2> waiting; ///< others, by hand; each by place
         std::vector<Sent> sent;                          ///< oldest first
-        int outstanding = 0;                             ///< those of #sent that have a reply
+        int outstanding = 0;                             ///< of #sent
         int window = initialWindow;
         qint64 lastAnswer = 0; ///< to any of #sent; what nobody has asked for does not count
         bool isSilent = false;
@@ -137,6 +138,9 @@ struct CITP_HIDDEN Requests::Private
 
         /// A reply that waits for an answer to @p request, sent or not; null if there is none.
         Reply* wanted(const Request& request) const;
+        /// Takes those that @p matches out of #sent.
+        template <typename Predicate>
+        void forget(Predicate matches);
         /// The time until which @p request must wait, because its answer could not be told from that to an earlier
         /// request: `never` until that is answered, 0 if there is none. Late answers are expected until @p silentAt.
         qint64 blockedUntil(const Request& request, qint64 now, qint64 silentAt, qint64 lateTime) const;
@@ -231,6 +235,18 @@ Reply* Requests::Private::Channel::wanted(const Request& request) const
         }
     }
     return nullptr;
+}
+
+template <typename Predicate>
+void Requests::Private::Channel::forget(Predicate matches)
+{
+    sent.erase(std::remove_if(sent.begin(), sent.end(),
+                              [&](const Sent& entry) {
+                                  const bool isMatch = matches(entry);
+                                  outstanding -= isMatch && entry.isOutstanding ? 1 : 0;
+                                  return isMatch;
+                              }),
+               sent.end());
 }
 
 qint64 Requests::Private::Channel::blockedUntil(const Request& request, qint64 now, qint64 silentAt,
@@ -429,14 +445,13 @@ bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand
         return false;
     }
     // Late answers to these are not expected any more; they would get the answer to this one.
-    const auto isGivenUp = [reply](const Sent& sent) { return isConfusable(sent.request, reply->m_request); };
-    channel.sent.erase(std::remove_if(channel.sent.begin(), channel.sent.end(), isGivenUp), channel.sent.end());
+    channel.forget([reply](const Sent& sent) { return isConfusable(sent.request, reply->m_request); });
     ++statistics.requests;
     statistics.repeated += reply->m_attempts > 0 ? 1 : 0;
     ++reply->m_attempts;
     if (channel.sent.size() >= maxRemembered) {
-        channel.sent.erase(
-            std::find_if(channel.sent.begin(), channel.sent.end(), [](const Sent& sent) { return !sent.reply; }));
+        channel.sent.erase(std::find_if(channel.sent.begin(), channel.sent.end(),
+                                        [](const Sent& sent) { return !sent.isOutstanding; }));
     }
     channel.sent.push_back({reply->m_request, now, reply, usualBytes});
     ++channel.outstanding;
@@ -467,7 +482,6 @@ void Requests::Private::withdraw(Reply* reply)
     for (Sent& sent : channel->sent) {
         if (sent.reply == reply) {
             sent.reply = nullptr;
-            --channel->outstanding;
             return;
         }
     }
@@ -538,7 +552,7 @@ void Requests::Private::handle(Peer& server, const Msg_MSEX& message, Request::K
         }
     }
     const Sent sent = *entry;
-    channel.outstanding -= sent.reply ? 1 : 0;
+    channel.outstanding -= sent.isOutstanding ? 1 : 0;
     channel.sent.erase(entry);
 
     Reply* reply = sent.reply;
@@ -655,11 +669,10 @@ void Requests::Private::wakeUp()
 void Requests::Private::checkTime(const Peer& server, Channel& channel)
 {
     const qint64 now = transport.now();
-    const auto isForgotten = [now](const Sent& sent) { return !sent.reply && now - sent.time >= rememberTime; };
-    channel.sent.erase(std::remove_if(channel.sent.begin(), channel.sent.end(), isForgotten), channel.sent.end());
+    channel.forget([now](const Sent& sent) { return !sent.isOutstanding && now - sent.time >= rememberTime; });
     bool isSilent = false;
     for (Sent& sent : channel.sent) {
-        if (!sent.reply) {
+        if (!sent.isOutstanding) {
             continue;
         }
         const qint64 deadline = qMax(sent.time, channel.lastAnswer) + timeout;
@@ -668,8 +681,12 @@ void Requests::Private::checkTime(const Peer& server, Channel& channel)
             continue;
         }
         Reply* const reply = std::exchange(sent.reply, nullptr);
+        sent.isOutstanding = false;
         --channel.outstanding;
         channel.window = qMax(channel.window / 2, minWindow);
+        if (!reply) {
+            continue;
+        }
         if (reply->m_attempts < maxAttempts) {
             ++channel.unanswered;
             channel.waiting[reply->m_request.isByHand].emplace(reply->m_place, reply);
@@ -691,6 +708,10 @@ void Requests::Private::checkTime(const Peer& server, Channel& channel)
 void Requests::Private::fail(const Peer& server, Channel& channel)
 {
     channel.isSilent = true;
+    channel.outstanding = 0;
+    for (Sent& sent : channel.sent) {
+        sent.isOutstanding = false;
+    }
     for (Reply* const reply : replies) {
         if (!reply->isFinished() && channelOf(reply) == &channel) {
             withdraw(reply);

@@ -82,7 +82,8 @@ public:
 
     /// Has the request go before others and out in quiet mode from now on, as if Request::isByHand had been set.
     void setByHand();
-    /// Ends the request as Cancelled. Without effect if it has ended. Emits finished().
+    /// Ends the request as Cancelled. Without effect if it has ended. Emits finished(). If it has been sent, it takes
+    /// its place in the window until it is answered or times out: the server is working on it.
     void cancel();
 
 Q_SIGNALS:
@@ -133,11 +134,12 @@ private:
 /// once, and if that fails too, all requests of the kind end as TimedOut; but not if only one of them was sent, which
 /// may be the one that the server cannot answer.
 ///
-/// **Window.** To each server at most windowFor() requests of a kind are outstanding: 4 at first, one more for each
-/// answer within 200 ms, half for one that took more than 1 s or did not come, never less than Requests::minWindow or
-/// more than Requests::maxWindow. Servers that lose requests (products of "coolux" and "arkaos") get one request for a
-/// list at a time. If the transport rejects a request although the server is up, that request ends as Refused, and the
-/// server is sent nothing else for a second: unsent data may have reached a limit.
+/// **Window.** To each server at most windowFor() requests of a kind are outstanding, those included that were
+/// cancelled and may still be answered: 4 at first, one more for each answer within 200 ms, half for one that took more
+/// than 1 s or did not come, never less than Requests::minWindow or more than Requests::maxWindow. Servers that lose
+/// requests (products of "coolux" and "arkaos") get one request for a list at a time. If the transport rejects a
+/// request although the server is up, that request ends as Refused, and the server is sent nothing else for a second:
+/// unsent data may have reached a limit.
 class CITP_EXPORT Requests : public QObject
 {
     Q_OBJECT

@@ -606,6 +606,46 @@ TEST_F(RequestsTest, AQuickServerIsAskedForMoreUpToABound)
     EXPECT_EQ(sent(), 256u);
 }
 
+// Otherwise a user who scrolls would have the server work on any number of pictures.
+TEST_F(RequestsTest, ACancelledRequestKeepsItsPlaceInTheWindow)
+{
+    for (quint8 number = 0; number < 4; ++number)
+        m_requests->picture(key, 1, first, number)->cancel();
+    picture(10);
+    picture(11);
+    m_net.run(0);
+    EXPECT_EQ(sent(), 4u);
+    answerPicture(0);
+    EXPECT_EQ(sent(), 5u);
+    answerPicture(1);
+    EXPECT_EQ(sent(), 6u);
+}
+
+TEST_F(RequestsTest, ACancelledRequestIsNotWaitedForLongerThanAnother)
+{
+    for (quint8 number = 0; number < 4; ++number)
+        m_requests->picture(key, 1, first, number)->cancel();
+    picture(10);
+    m_net.run(4999);
+    EXPECT_EQ(sent(), 4u);
+    m_net.run(1);
+    EXPECT_EQ(sent(), 5u);
+    EXPECT_EQ(m_requests->windowFor(key, Request::ElementPicture), 1);
+}
+
+TEST_F(RequestsTest, APacedServerThatWorksOnACancelledRequestGetsNoOther)
+{
+    m_net.setUp(key, 2, "ArKaos MediaMaster");
+    m_requests->elements(key, 2, first)->cancel();
+    const auto next = libraries(1);
+    m_net.run(0);
+    EXPECT_EQ(sent(), 1u);
+    answer(eein(2, first, {1}, {}));
+    EXPECT_EQ(sent(), 2u);
+    answer(elin(2, 1, {first}, QStringLiteral("own")));
+    EXPECT_EQ(next->mark, QStringLiteral("own"));
+}
+
 TEST_F(RequestsTest, APacedServerGetsOneRequestForAListAtATime)
 {
     m_net.setUp(key, 2, "ArKaos MediaMaster");
