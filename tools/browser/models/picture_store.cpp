@@ -57,7 +57,8 @@ void PictureStore::request(Priority priority)
         if (m_cancelled.contains(id))
             continue;
         ids.push_back(id);
-        if (priority != Priority::Library && !isReady(id) && m_pictures.state(id) == Pictures::Ready)
+        if (priority != Priority::Library && !isReady(id) && m_pictures.state(id) == Pictures::Ready &&
+            !m_decoding.contains(id) && !m_problems.contains(id))
             decode(id);
     }
     const bool isLookedAt = priority == Priority::Preview || priority == Priority::Visible;
@@ -123,7 +124,6 @@ void PictureStore::clear()
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_jobs.clear();
     }
-    ++m_generation;
     m_decoding.clear();
     m_images.clear();
     m_problems.clear();
@@ -151,11 +151,11 @@ void PictureStore::cancel()
 void PictureStore::retry()
 {
     m_cancelled.clear();
-    std::vector<PictureId> damaged(m_problems.keyBegin(), m_problems.keyEnd());
+    const std::vector<PictureId> damaged(m_problems.keyBegin(), m_problems.keyEnd());
     m_problems.clear();
+    m_pictures.reload(damaged);
     for (const Priority priority : {Priority::Preview, Priority::Visible, Priority::Layers, Priority::Library})
         request(priority);
-    m_pictures.reload(damaged);
     m_pictures.retry();
     emitAll();
 }
@@ -206,12 +206,10 @@ void PictureStore::handleChange(const PictureId& id)
 
 void PictureStore::decode(const PictureId& id)
 {
-    if (m_decoding.contains(id) || m_problems.contains(id))
-        return;
-    m_decoding.insert(id);
+    m_decoding.insert(id, ++m_lastJob);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_jobs.push_back({id, m_pictures.find(id), m_generation});
+        m_jobs.push_back({id, m_pictures.find(id), m_lastJob});
     }
     m_hasJobs.notify_one();
 }
@@ -228,7 +226,7 @@ void PictureStore::runDecoder()
         lock.unlock();
         CITP::DecodedPicture decoded = CITP::decodePicture(job.picture, job.id.size);
         lock.lock();
-        m_results.push_back({job.id, std::move(decoded.image), std::move(decoded.problem), job.generation});
+        m_results.push_back({job.id, std::move(decoded.image), std::move(decoded.problem), job.number});
         if (m_results.size() == 1)
             QMetaObject::invokeMethod(this, "takeResults", Qt::QueuedConnection);
     }
@@ -242,9 +240,10 @@ void PictureStore::takeResults()
         results.swap(m_results);
     }
     for (const Result& result : results) {
-        if (result.generation != m_generation)
+        const auto last = m_decoding.find(result.id);
+        if (last == m_decoding.end() || *last != result.number)
             continue;
-        m_decoding.remove(result.id);
+        m_decoding.erase(last);
         if (result.problem.isEmpty())
             m_images.insert(placeOf(result.id), new Image{result.image, result.id.version},
                             qMax(1, static_cast<int>(result.image.sizeInBytes() / 1024)));

@@ -92,14 +92,14 @@ private:
     {
         CITP::PictureId id;
         CITP::Picture picture;
-        int generation; ///< see #m_generation
+        int number; ///< see #m_decoding
     };
     struct Result
     {
         CITP::PictureId id;
         QImage image;
         QString problem;
-        int generation;
+        int number;
     };
 
     std::vector<CITP::PictureId>& wanted(Priority priority) { return m_wanted[static_cast<std::size_t>(priority)]; }
@@ -120,10 +120,10 @@ private:
     std::array<std::vector<CITP::PictureId>, 4> m_wanted;
     QCache<CITP::PictureId, Image> m_images;    ///< without their versions; cost in KiB
     QHash<CITP::PictureId, QString> m_problems; ///< of decoding
-    QSet<CITP::PictureId> m_decoding;
+    QHash<CITP::PictureId, int> m_decoding;     ///< the number of the last job; results of earlier ones are left out
+    int m_lastJob = 0;
     QSet<CITP::PictureId> m_cancelled;
     bool m_isServerUp = false;
-    int m_generation = 0; ///< counts clear(): results of earlier jobs are left out
 
     std::mutex m_mutex; ///< guards what follows
     std::condition_variable m_hasJobs;
