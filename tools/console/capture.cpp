@@ -183,6 +183,8 @@ int capture(const Options& options)
         recorder.writeCaptured();
     }
     recorder.report();
+    // The kernel may need more time to close the capture than a shutdown has.
+    setExitStatus(0);
     return 0;
 }
 } // namespace Console
