@@ -118,7 +118,7 @@ TEST(ConsoleBrowse, FindsAServerByAUniquePartOfItsName)
     EXPECT_TRUE(rows(outcomes[0]).first().contains("127.0.0.3:4812"));
     expectFailure(outcomes[1], "'tage' matches several servers");
     expectFailure(outcomes[2],
-                  "no server 'Backdrop' within 5 s on adapter lo, 127.0.0.1; found: 127.0.0.2:4811  \"Stage 1\"");
+                  "no server 'Backdrop' within 10 s on adapter lo, 127.0.0.1; found: 127.0.0.2:4811  \"Stage 1\"");
 }
 
 TEST(ConsoleBrowse, WaitsForOtherServersOnlyIfOthersAreHeard)

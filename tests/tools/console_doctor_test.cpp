@@ -524,7 +524,7 @@ TEST_P(ConsoleDoctorUnderFault, NamesTheCheckThatFails)
 INSTANTIATE_TEST_SUITE_P(
     EachFault, ConsoleDoctorUnderFault,
     ::testing::Values(FaultCase{"refuse", "tcp", "port 4811 is announced, but refuses connections", 5},
-                      FaultCase{"mute", "greeting", "does not send an SInf within 5 s", 3},
+                      FaultCase{"mute", "greeting", "does not send an SInf within 10 s", 3},
                       FaultCase{"odd-sinf", "version", "the SInf came in MSEX 1.", 0},
                       FaultCase{"silence", "library", "did not send its libraries within 2 s", 1},
                       FaultCase{"version", "library", "which is not supported", 1},

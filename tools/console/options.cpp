@@ -197,7 +197,7 @@ QList<QCommandLineOption> knownOptions()
          "WIDTHxHEIGHT"},
         {"timeout",
          "Timeout in seconds, 0.1 to 3600, for the server to come up and for each answer. A request is sent again "
-         "after half of it. The timeout for the server to come up is at least 5. Default: 10.",
+         "after half of it. The timeout for the server to come up is at least 10. Default: 10.",
          "SECONDS"},
         {"to", "Folder for the files, created if it does not exist. Existing files are overwritten.", "DIR"},
         {"type", "Library type, 1 to 255: 1 media, 2 effects, 3 and higher others. Default: 1.", "N"},

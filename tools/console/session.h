@@ -23,9 +23,9 @@ namespace Console {
 /// @throws Interrupted if the command is interrupted, OutputFailure if the reader of standard output has gone
 bool processEventsUntil(const std::function<bool()>& isDone, int milliseconds);
 
-/// Minimum timeout for a server to come up. The library starts to listen up to 2 s after it was enabled, and the server
-/// announces itself after that.
-constexpr int MinSearchMs = 5000;
+/// Minimum timeout for a server to come up. The library starts to listen up to 2 s after it was enabled, the server
+/// announces itself after that, and on a busy machine joining the groups takes seconds.
+constexpr int MinSearchMs = 10000;
 /// Time to wait for more servers after the first one was found. Servers announce themselves about once a second.
 constexpr int SettleMs = 1500;
 
