@@ -18,9 +18,13 @@ TEST_F(BrowserWindow, EverySettingIsExplainedAppliedAndRemembered)
     Preferences former = session.preferences();
     former.groups = CITP::citp_options::OldGroup;
     session.setPreferences(former);
-    const MediaServer young({"--group", "new"});
     const MediaServer old({"--address", "127.0.0.3", "--port", "4812"});
     ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 1; }));
+    // The stack has taken the groups over by the time it has started anew.
+    session.chooseAdapter({});
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 0; }));
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 1; }));
+    const MediaServer young({"--group", "new"});
     EXPECT_FALSE(waitFor([this] { return session.servers().rowCount() > 1; }, 1500));
     QApplication::setActiveWindow(window.get());
     key(Qt::Key_Comma, Qt::ControlModifier);

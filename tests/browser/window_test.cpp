@@ -361,6 +361,7 @@ int main(int argc, char** argv)
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QStandardPaths::setTestModeEnabled(true);
+    QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
     const QApplication application(argc, argv);
     QCoreApplication::setOrganizationName("citp");
     QCoreApplication::setApplicationName(QString("citp-browser-test-%1").arg(QCoreApplication::applicationPid()));

@@ -4,6 +4,8 @@
 
 #include <QDateTime>
 #include <QLocale>
+#include <QMimeData>
+#include <QUrl>
 
 #include <algorithm>
 #include <array>
@@ -131,6 +133,38 @@ int ElementModel::rowOf(int number) const
     return found == m_elements.end() ? -1 : static_cast<int>(found - m_elements.begin());
 }
 
+QImage ElementModel::picture(int row) const
+{
+    const QImage large = m_pictures.find(pictureId(row, PreviewPixels));
+    return large.isNull() ? m_pictures.find(pictureId(row)) : large;
+}
+
+Qt::ItemFlags ElementModel::flags(const QModelIndex& index) const
+{
+    return QAbstractListModel::flags(index) | (index.isValid() ? Qt::ItemIsDragEnabled : Qt::NoItemFlags);
+}
+
+QStringList ElementModel::mimeTypes() const
+{
+    return {QStringLiteral("application/x-qt-image"), QStringLiteral("text/uri-list")};
+}
+
+// File managers take files, other programs often only images.
+QMimeData* ElementModel::mimeData(const QModelIndexList& indexes) const
+{
+    const QImage image = indexes.isEmpty() ? QImage() : picture(indexes.first().row());
+    if (image.isNull())
+        return nullptr;
+    auto* const data = new QMimeData;
+    data->setImageData(image);
+    if (!m_dragged)
+        m_dragged = std::make_unique<QTemporaryDir>();
+    const QString path = m_dragged->filePath(pictureFileName(element(indexes.first().row()).name));
+    if (image.save(path))
+        data->setUrls({QUrl::fromLocalFile(path)});
+    return data;
+}
+
 int ElementModel::rowCount(const QModelIndex& parent) const
 {
     return parent.isValid() ? 0 : static_cast<int>(m_elements.size());
@@ -182,7 +216,8 @@ std::vector<std::pair<QString, QString>> ElementModel::fields(int row) const
     std::vector<std::pair<QString, QString>> fields{{tr("Name"), toSingleLine(item.name, 400)},
                                                     {tr("Number"), QString::number(item.number)},
                                                     {tr("Library"), m_library},
-                                                    {tr("DMX"), tr("%1–%2").arg(item.dmxMin).arg(item.dmxMax)}};
+                                                    {tr("DMX value"), dmxValue(row)},
+                                                    {tr("DMX values"), tr("%1–%2").arg(item.dmxMin).arg(item.dmxMax)}};
     if (kind() == ElementKind::Media) {
         fields.emplace_back(tr("Size"), tr("%1 × %2 pixels").arg(item.width).arg(item.height));
         fields.emplace_back(tr("Length"), item.frameRate > 0 ? tr("%1 frames, %2 s")

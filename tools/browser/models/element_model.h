@@ -9,7 +9,10 @@
 #include <QAbstractListModel>
 #include <QDeadlineTimer>
 #include <QHash>
+#include <QTemporaryDir>
 #include <QTimer>
+
+#include <memory>
 
 #include "picture_store.h"
 
@@ -55,8 +58,18 @@ public:
     /// The row of the element @p number; -1 if there is none.
     int rowOf(int number) const;
 
+    /// The largest image there is of an element; null if there is none yet.
+    QImage picture(int row) const;
+    /// The DMX value that selects the element in its library: the lowest, if several do.
+    QString dmxValue(int row) const { return QString::number(element(row).dmxMin); }
+
     /// All fields of an element as name and value, for the user.
     std::vector<std::pair<QString, QString>> fields(int row) const;
+
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
+    QStringList mimeTypes() const override;
+    /// The picture as an image and as a file, to be dragged into other programs.
+    QMimeData* mimeData(const QModelIndexList& indexes) const override;
 
     int rowCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
@@ -81,6 +94,7 @@ private:
     int m_firstVisible = 0;
     int m_lastVisible = -1;
     QHash<quint8, QDeadlineTimer> m_new;
-    QTimer m_markTimer; ///< active while an element is marked as new
+    mutable std::unique_ptr<QTemporaryDir> m_dragged; ///< the files of mimeData()
+    QTimer m_markTimer;                               ///< active while an element is marked as new
 };
 } // namespace Browser

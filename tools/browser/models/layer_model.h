@@ -30,6 +30,7 @@ public:
     /// @param layers of the chosen server, must outlive its use; null for none
     /// @param catalogue of the same server, which tells the versions of the pictures
     void setLayers(CITP::Layers* layers, CITP::Catalogue* catalogue);
+    const CITP::Layer& layer(int row) const { return m_layers[static_cast<std::size_t>(row)]; }
     /// How old the status is, for the user; empty if it is up to date, or if there is none.
     QString age() const;
 

@@ -99,6 +99,17 @@ void LogModel::setServerName(const QString& key, const QString& name)
     }
 }
 
+QString LogModel::wholeText() const
+{
+    QString text;
+    for (const Line& line : m_lines) {
+        const QStringList columns{line.time.toString(QStringLiteral("HH:mm:ss.zzz")), textForLevel(line.level),
+                                  line.context, m_serverNames.value(line.server), line.text};
+        text += columns.join(QLatin1Char('\t')) + QLatin1Char('\n');
+    }
+    return text;
+}
+
 QString LogModel::textForLevel(int level)
 {
     switch (level) {

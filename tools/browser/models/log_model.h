@@ -37,6 +37,8 @@ public:
     /// Sets the name that the Server column shows for lines whose text holds the server key @p key.
     void setServerName(const QString& key, const QString& name);
 
+    /// All lines with their whole texts, also those that no filter shows, with a tab between two columns.
+    QString wholeText() const;
     static QString textForLevel(int level);
 
     int rowCount(const QModelIndex& parent = {}) const override;

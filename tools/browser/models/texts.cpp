@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "texts.h"
 
+#include <QRegularExpression>
 #include <QStringList>
 
 namespace Browser {
@@ -28,6 +29,13 @@ QString toSingleLine(const QString& text, int longest)
         line += QChar(0x2026);
     }
     return line;
+}
+
+QString pictureFileName(const QString& name)
+{
+    static const QRegularExpression unsafe(QStringLiteral(R"([/\\:*?"<>|]|^\.+)"));
+    const QString safe = toSingleLine(name, 80).replace(unsafe, QStringLiteral("_")).trimmed();
+    return (safe.isEmpty() ? QStringLiteral("picture") : safe) + QStringLiteral(".png");
 }
 
 QString tableText(const QAbstractItemModel& model)

@@ -14,6 +14,8 @@ constexpr int MarkCheckMs = 500;
 /// Characters that break a line or change its direction become blanks. Of many combining marks on one character, those
 /// that would be painted over other lines are left out.
 QString toSingleLine(const QString& text, int longest = 160);
+/// A name for the file of the picture of the element @p name, safe on every file system.
+QString pictureFileName(const QString& name);
 /// The rows of @p model with its headings as text, with a tab between two columns.
 QString tableText(const QAbstractItemModel& model);
 /// @p lines as rich text for a tooltip.

@@ -9,15 +9,14 @@
 
 namespace Browser {
 namespace {
-constexpr QSize PictureSize(160, 120);
 constexpr int Gap = 4;     ///< between tiles
 constexpr int Padding = 6; ///< between a tile's edge and its content
 } // namespace
 
 QSize ElementDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& /*index*/) const
 {
-    return {PictureSize.width() + 2 * (Padding + Gap),
-            PictureSize.height() + 2 * option.fontMetrics.height() + 3 * Padding + 2 * Gap};
+    return {pictureSize().width() + 2 * (Padding + Gap),
+            pictureSize().height() + 2 * option.fontMetrics.height() + 3 * Padding + 2 * Gap};
 }
 
 void ElementDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
@@ -39,8 +38,8 @@ void ElementDelegate::paint(QPainter* painter, const QStyleOptionViewItem& optio
         painter->drawRoundedRect(QRectF(card).adjusted(1.5, 1.5, -1.5, -1.5), 4, 4);
     }
 
-    const QRect frame(inner.left() + (inner.width() - PictureSize.width()) / 2, inner.top(), PictureSize.width(),
-                      PictureSize.height());
+    const QRect frame(inner.left() + (inner.width() - pictureSize().width()) / 2, inner.top(), pictureSize().width(),
+                      pictureSize().height());
     paintPicture(painter, option, frame, index);
 
     const QString number = QString::number(index.data(ElementModel::NumberRole).toInt());

@@ -12,6 +12,9 @@ class ElementDelegate : public QStyledItemDelegate
 public:
     using QStyledItemDelegate::QStyledItemDelegate;
 
+    /// @param width of the pictures, whose height is three quarters of it
+    void setPictureWidth(int width) { m_pictureWidth = width; }
+
     /// The same size for every tile.
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
     void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override;
@@ -19,5 +22,8 @@ public:
 private:
     void paintPicture(QPainter* painter, const QStyleOptionViewItem& option, const QRect& frame,
                       const QModelIndex& index) const;
+    QSize pictureSize() const { return {m_pictureWidth, m_pictureWidth * 3 / 4}; }
+
+    int m_pictureWidth = 160;
 };
 } // namespace Browser

@@ -5,13 +5,15 @@
 #include <QPaintEvent>
 #include <QPainter>
 #include <QScrollBar>
+#include <QWheelEvent>
 
 #include "element_delegate.h"
 
 namespace Browser {
 namespace {
 constexpr int Margin = 6;
-}
+constexpr int TileStep = 20;
+} // namespace
 
 ElementGrid::ElementGrid(QWidget* parent) : QAbstractItemView(parent)
 {
@@ -19,6 +21,7 @@ ElementGrid::ElementGrid(QWidget* parent) : QAbstractItemView(parent)
     setSelectionMode(SingleSelection);
     setEditTriggers(NoEditTriggers);
     setVerticalScrollMode(ScrollPerPixel);
+    setDragDropMode(DragOnly);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     setTabKeyNavigation(false);
@@ -223,14 +226,45 @@ void ElementGrid::paintEvent(QPaintEvent* event)
     }
 }
 
-void ElementGrid::resizeEvent(QResizeEvent* event)
+// Keeps the first visible tile in view when the number of columns changes.
+void ElementGrid::layOutAgain()
 {
-    // Keep the first visible tile in view when the number of columns changes.
     const int first = m_reportedRows.first;
-    QAbstractItemView::resizeEvent(event);
     updateGeometries();
     if (first > 0)
         verticalScrollBar()->setValue(first / columns() * tile().height());
+}
+
+void ElementGrid::resizeEvent(QResizeEvent* event)
+{
+    QAbstractItemView::resizeEvent(event);
+    layOutAgain();
+}
+
+void ElementGrid::setTileWidth(int width)
+{
+    width = qBound(MinTileWidth, width, MaxTileWidth);
+    if (width == m_tileWidth)
+        return;
+    m_tileWidth = width;
+    static_cast<ElementDelegate*>(itemDelegate())->setPictureWidth(width);
+    m_tile = QSize();
+    layOutAgain();
+    viewport()->update();
+    Q_EMIT tileWidthChanged(width);
+}
+
+void ElementGrid::wheelEvent(QWheelEvent* event)
+{
+    if (!event->modifiers().testFlag(Qt::ControlModifier)) {
+        QAbstractItemView::wheelEvent(event);
+        return;
+    }
+    constexpr int Notch = 120;
+    m_wheel += event->angleDelta().y();
+    setTileWidth(m_tileWidth + m_wheel / Notch * TileStep);
+    m_wheel %= Notch;
+    event->accept();
 }
 
 void ElementGrid::changeEvent(QEvent* event)

@@ -15,6 +15,13 @@ class ElementGrid : public QAbstractItemView
 public:
     explicit ElementGrid(QWidget* parent = nullptr);
 
+    static constexpr int MinTileWidth = 80;
+    static constexpr int DefaultTileWidth = 160;
+    static constexpr int MaxTileWidth = 320;
+    /// Sets the width of the pictures; also by Ctrl and the mouse wheel.
+    void setTileWidth(int width);
+    int tileWidth() const { return m_tileWidth; }
+
     /// Sets the text that is shown while there are no tiles.
     void setMessage(const QString& message);
 
@@ -30,6 +37,7 @@ public:
 Q_SIGNALS:
     /// The visible rows have changed; @p last < @p first if none is visible.
     void visibleRowsChanged(int first, int last);
+    void tileWidthChanged(int width);
 
 protected:
     QModelIndex moveCursor(CursorAction action, Qt::KeyboardModifiers modifiers) override;
@@ -41,6 +49,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void changeEvent(QEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
     void scrollContentsBy(int dx, int dy) override;
     void updateGeometries() override;
     void rowsInserted(const QModelIndex& parent, int start, int end) override;
@@ -53,8 +62,11 @@ private:
     int margin() const;
     std::pair<int, int> visibleRows() const;
     void emitVisibleRows();
+    void layOutAgain();
 
     QString m_message;
+    int m_tileWidth = DefaultTileWidth;
+    int m_wheel = 0; ///< turn of the wheel that has not made a step yet
     std::pair<int, int> m_reportedRows{0, -1};
     mutable QSize m_tile; ///< cached size hint of the delegate; empty if unknown
 };

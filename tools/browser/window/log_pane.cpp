@@ -3,15 +3,18 @@
 #include "log_pane.h"
 
 #include <QClipboard>
+#include <QDateTime>
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QPushButton>
+#include <QSaveFile>
 #include <QScrollBar>
 #include <QVBoxLayout>
 
 #include "models/texts.h"
+#include "saving.h"
 
 namespace Browser {
 LogPane::LogPane(LogModel& log, QWidget* parent)
@@ -46,12 +49,16 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     auto* const copy = new QPushButton(tr("C&opy"), this);
     copy->setObjectName(QStringLiteral("logCopy"));
     copy->setToolTip(tr("Copies the lines that are shown, with their headings"));
+    auto* const saveButton = new QPushButton(tr("&Save…"), this);
+    saveButton->setObjectName(QStringLiteral("logSave"));
+    saveButton->setToolTip(tr("Saves all lines to a file, whole, also those that are not shown"));
     auto* const controls = new QHBoxLayout;
     for (QWidget* const widget :
          std::initializer_list<QWidget*>{contextLabel, m_context, levelLabel, m_level, m_traffic})
         controls->addWidget(widget);
     controls->addStretch();
     controls->addWidget(copy);
+    controls->addWidget(saveButton);
     controls->addWidget(clear);
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(4, 4, 4, 0);
@@ -81,6 +88,7 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     connect(m_level, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &LogPane::applyLevels);
     connect(m_traffic, &QCheckBox::toggled, this, [this](bool on) { m_log.setTraffic(on); });
     connect(copy, &QPushButton::clicked, this, [this] { QGuiApplication::clipboard()->setText(tableText(m_filter)); });
+    connect(saveButton, &QPushButton::clicked, this, &LogPane::save);
     connect(clear, &QPushButton::clicked, this, [this] { m_log.clear(); });
     connect(&m_filter, &QAbstractItemModel::rowsAboutToBeInserted, this, [this] {
         const QScrollBar* const bar = m_view->verticalScrollBar();
@@ -92,6 +100,18 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
 void LogPane::applyLevels()
 {
     m_filter.setLevels(m_level->currentData().toInt());
+}
+
+void LogPane::save()
+{
+    const QString name = QStringLiteral("citp-browser-%1.log")
+                             .arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss")));
+    saveAs(this, tr("Save the log"), name, tr("Logs (*.log *.txt)"), [this](const QString& path) {
+        QSaveFile file(path);
+        if (file.open(QIODevice::WriteOnly))
+            file.write(m_log.wholeText().toUtf8());
+        return file.commit() ? QString() : tr("The log could not be saved: %1.").arg(file.errorString());
+    });
 }
 
 void LogPane::followEnd()

@@ -21,6 +21,7 @@ public:
 private:
     void applyLevels();
     void followEnd();
+    void save();
 
     LogModel& m_log;
     LogFilter m_filter;

@@ -11,19 +11,27 @@
 #include <QDockWidget>
 #include <QFileInfo>
 #include <QHeaderView>
+#include <QImageWriter>
 #include <QLabel>
 #include <QMenu>
 #include <QMessageBox>
 #include <QSettings>
+#include <QStatusBar>
 
 #include <dlfcn.h>
 
+#include <utility>
+
 #include "help_window.h"
 #include "models/adapters.h"
+#include "models/texts.h"
+#include "saving.h"
 #include "settings_dialog.h"
 
 namespace Browser {
 namespace {
+constexpr int MessageMs = 5000;
+
 // The file has the version in its name.
 QString libraryFile()
 {
@@ -116,6 +124,8 @@ void MainWindow::showLibrary(const QModelIndex& index)
     const QString id = index.data(LibraryModel::IdRole).toString();
     if (id == CITP::rootLibrary())
         return;
+    if (id != m_wantedLibrary)
+        m_wantedNumber = -1;
     m_wantedLibrary.clear();
     m_session.chooseLibrary(static_cast<quint8>(index.data(LibraryModel::TypeRole).toInt()), id);
 }
@@ -193,6 +203,7 @@ void MainWindow::showElementState()
     m_title->setText(fontMetrics().elidedText(title, Qt::ElideMiddle, qMax(200, m_elementsPane->width() - 40)));
     m_title->setToolTip(title.toHtmlEscaped());
     showNote();
+    selectWanted();
     if (elements.state() == ElementModel::State::Empty || elements.state() == ElementModel::State::Loading)
         showPreview();
 }
@@ -232,11 +243,82 @@ void MainWindow::copyPicture()
     const QModelIndex index = m_elements->currentIndex();
     if (!index.isValid())
         return;
-    const PictureStore& pictures = m_session.pictures();
-    const QImage large = pictures.find(m_session.elements().pictureId(index.row(), PreviewPixels));
-    const QImage image = large.isNull() ? index.data(ElementModel::PictureRole).value<QImage>() : large;
+    const QImage image = m_session.elements().picture(index.row());
     if (!image.isNull())
         QGuiApplication::clipboard()->setImage(image);
+}
+
+void MainWindow::savePicture()
+{
+    const QModelIndex index = m_elements->currentIndex();
+    if (!index.isValid())
+        return;
+    const QImage image = m_session.elements().picture(index.row());
+    if (image.isNull())
+        return;
+    saveAs(this, tr("Save the picture"), pictureFileName(m_session.elements().element(index.row()).name),
+           tr("Pictures (*.png *.jpg *.jpeg)"), [image](const QString& path) {
+               QImageWriter writer(path);
+               return writer.write(image) ? QString()
+                                          : tr("The picture could not be saved: %1.").arg(writer.errorString());
+           });
+}
+
+// Shows the element once its server is up and its library is loaded.
+void MainWindow::openElement(const QString& server, quint8 type, const QString& library, int number)
+{
+    m_session.chooseServer(server);
+    m_wantedServer = server;
+    m_wantedType = type;
+    m_wantedLibrary = library;
+    m_wantedNumber = number;
+    // The tree may not have it yet, or may hide it.
+    m_session.chooseLibrary(type, library);
+    revealLibrary();
+    selectWanted();
+}
+
+void MainWindow::selectWanted()
+{
+    const ElementModel& elements = m_session.elements();
+    if (m_wantedNumber < 0 || elements.state() != ElementModel::State::Loaded)
+        return;
+    const int row = elements.rowOf(std::exchange(m_wantedNumber, -1));
+    if (row < 0) {
+        statusBar()->showMessage(tr("The library does not have this element any more."), MessageMs);
+        return;
+    }
+    m_elements->setCurrentIndex(elements.index(row));
+    goTo(m_elements);
+}
+
+void MainWindow::showElementOfLayer()
+{
+    const int row = m_layers->currentIndex().row();
+    if (row < 0)
+        return;
+    const CITP::Layer layer = m_session.layers().layer(row);
+    openElement(m_session.chosenServer(), layer.type, layer.library, layer.element);
+}
+
+// The next one, if several layers play the element.
+void MainWindow::showLayerOfElement()
+{
+    const QModelIndex index = m_elements->currentIndex();
+    const ElementModel& elements = m_session.elements();
+    const LayerModel& layers = m_session.layers();
+    for (int i = 1; index.isValid() && i <= layers.rowCount(); ++i) {
+        const int row = (qMax(-1, m_layers->currentIndex().row()) + i) % layers.rowCount();
+        const CITP::Layer& layer = layers.layer(row);
+        if (layer.type != elements.type() || layer.library != elements.library() ||
+            layer.element != elements.element(index.row()).number)
+            continue;
+        m_layers->setCurrentIndex(layers.index(row, 0));
+        goTo(m_layers);
+        return;
+    }
+    if (index.isValid())
+        statusBar()->showMessage(tr("No layer plays this element."), MessageMs);
 }
 
 void MainWindow::reloadPicture()
@@ -375,6 +457,7 @@ void MainWindow::restoreSettings()
     m_wantedServer = m_lastServer;
     m_wantedLibrary = settings.value(QStringLiteral("library")).toString();
     m_wantedType = static_cast<quint8>(settings.value(QStringLiteral("libraryType")).toInt());
+    m_elements->setTileWidth(settings.value(QStringLiteral("tileWidth"), ElementGrid::DefaultTileWidth).toInt());
     m_search->setText(settings.value(QStringLiteral("filter")).toString());
     for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})
         view->horizontalHeader()->restoreState(settings.value(QLatin1String(name)).toByteArray());
@@ -392,6 +475,7 @@ void MainWindow::saveSettings() const
         settings.setValue(QStringLiteral("library"), isWanted ? m_wantedLibrary : m_session.elements().library());
         settings.setValue(QStringLiteral("libraryType"), isWanted ? m_wantedType : m_session.elements().type());
     }
+    settings.setValue(QStringLiteral("tileWidth"), m_elements->tileWidth());
     settings.setValue(QStringLiteral("filter"), m_search->text());
     for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})
         settings.setValue(QLatin1String(name), view->horizontalHeader()->saveState());

@@ -7,6 +7,7 @@
 #include <QMainWindow>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSlider>
 #include <QTableView>
 #include <QTreeView>
 
@@ -55,7 +56,13 @@ private:
     void showPreview();
     void showPicture();
     void copyPicture();
+    void savePicture();
     void reloadPicture();
+    void goTo(QWidget* widget);
+    void openElement(const QString& server, quint8 type, const QString& library, int number);
+    void selectWanted();
+    void showElementOfLayer();
+    void showLayerOfElement();
     void fillAdapterMenu();
     void editPreferences();
     void setPreferences(const Preferences& preferences);
@@ -82,6 +89,7 @@ private:
     QLabel* m_note = nullptr;
     QProgressBar* m_progress = nullptr;
     QPushButton* m_cancel = nullptr;
+    QSlider* m_tileSize = nullptr;
     ElementGrid* m_elements = nullptr;
     PreviewPane* m_preview = nullptr;
     QTableView* m_layers = nullptr;
@@ -97,6 +105,7 @@ private:
     QString m_wantedLibrary; ///< to be chosen once it is loaded; empty for none
     quint8 m_wantedType = 0; ///< its type
     QString m_wantedServer;  ///< its server
+    int m_wantedNumber = -1; ///< of an element to be selected once the library is loaded; -1 for none
     quint8 m_number = 0;     ///< number of the element in the preview
     bool m_hasPreview = false;
     bool m_hasLayout = false;

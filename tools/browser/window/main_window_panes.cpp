@@ -192,6 +192,16 @@ void MainWindow::makeElements()
     below->addStretch();
     below->addWidget(m_progress);
     below->addWidget(m_cancel);
+    m_tileSize = new QSlider(Qt::Horizontal, m_elementsPane);
+    m_tileSize->setObjectName(QStringLiteral("tileSize"));
+    m_tileSize->setRange(ElementGrid::MinTileWidth, ElementGrid::MaxTileWidth);
+    m_tileSize->setPageStep(40);
+    m_tileSize->setSingleStep(10);
+    m_tileSize->setValue(ElementGrid::DefaultTileWidth);
+    m_tileSize->setFixedWidth(100);
+    m_tileSize->setAccessibleName(tr("Size of the tiles"));
+    m_tileSize->setToolTip(tr("Size of the tiles (Ctrl and the mouse wheel, Ctrl++ and Ctrl+-)"));
+    below->addWidget(m_tileSize);
     // The line keeps its height when the progress bar and the button are hidden.
     m_note->setMinimumHeight(m_cancel->sizeHint().height());
     m_elements = new ElementGrid(m_elementsPane);
@@ -200,6 +210,14 @@ void MainWindow::makeElements()
     m_elements->setFrameShape(QFrame::NoFrame);
     m_elements->setAccessibleName(tr("Elements"));
     addToMenu(m_elements, tr("&Copy the picture"), QKeySequence::Copy, [this] { copyPicture(); });
+    addToMenu(m_elements, tr("&Save the picture…"), QKeySequence::Save, [this] { savePicture(); });
+    addToMenu(m_elements, tr("Copy the &DMX value"), QKeySequence(int(Qt::CTRL) | Qt::Key_D), [this] {
+        const QModelIndex index = m_elements->currentIndex();
+        if (index.isValid())
+            QGuiApplication::clipboard()->setText(m_session.elements().dmxValue(index.row()));
+    });
+    addToMenu(m_elements, tr("Show the la&yer that plays it"), QKeySequence(int(Qt::CTRL) | Qt::Key_L),
+              [this] { showLayerOfElement(); });
     addToMenu(m_elements, tr("&Load the picture again"), QKeySequence(int(Qt::CTRL) | Qt::Key_R),
               [this] { reloadPicture(); });
     auto* const layout = new QVBoxLayout(m_elementsPane);
@@ -212,6 +230,8 @@ void MainWindow::makeElements()
     showProgress(0, 0);
 
     ElementModel& elements = m_session.elements();
+    connect(m_tileSize, &QSlider::valueChanged, m_elements, &ElementGrid::setTileWidth);
+    connect(m_elements, &ElementGrid::tileWidthChanged, m_tileSize, &QSlider::setValue);
     connect(m_elements, &ElementGrid::visibleRowsChanged, &elements, &ElementModel::setVisibleRows);
     connect(&elements, &ElementModel::stateChanged, this, &MainWindow::showElementState);
     connect(&m_session.pictures(), &PictureStore::progress, this, &MainWindow::showProgress);
@@ -257,6 +277,9 @@ void MainWindow::makeLayers()
     for (const auto& [column, width] : widths)
         m_layers->setColumnWidth(column, width);
     m_layers->horizontalHeader()->setSectionResizeMode(LayerModel::Name, QHeaderView::Stretch);
+    addToMenu(m_layers, tr("Show the &element"), QKeySequence(int(Qt::CTRL) | Qt::Key_L),
+              [this] { showElementOfLayer(); });
+    connect(m_layers, &QAbstractItemView::activated, this, &MainWindow::showElementOfLayer);
     QDockWidget* const pane = addPane(QStringLiteral("layers"), tr("Layers"), m_layers, Qt::BottomDockWidgetArea);
     connect(&m_session.layers(), &LayerModel::ageChanged, pane, [this, pane] {
         const QString age = m_session.layers().age();
@@ -304,7 +327,20 @@ void MainWindow::makeFrame()
     setTabOrder(m_search, m_libraries);
     setTabOrder(m_libraries, m_elements);
     setTabOrder(m_elements, m_cancel);
+    setTabOrder(m_cancel, m_tileSize);
     m_servers->setFocus();
+}
+
+// Also if its pane is closed or behind another.
+void MainWindow::goTo(QWidget* widget)
+{
+    for (QWidget* above = widget->parentWidget(); above; above = above->parentWidget()) {
+        if (auto* const pane = qobject_cast<QDockWidget*>(above)) {
+            pane->show();
+            pane->raise();
+        }
+    }
+    widget->setFocus(Qt::ShortcutFocusReason);
 }
 
 void MainWindow::makeMenus()
@@ -341,18 +377,14 @@ void MainWindow::makeMenus()
     QMenu* const view = menuBar()->addMenu(tr("&View"));
     for (QDockWidget* const pane : m_panes)
         view->addAction(pane->toggleViewAction());
+    view->addSeparator();
+    const auto resize = [this](int by) { m_elements->setTileWidth(m_elements->tileWidth() + by); };
+    view->addAction(tr("&Larger tiles"), this, [resize] { resize(20); })->setShortcut(QKeySequence::ZoomIn);
+    view->addAction(tr("S&maller tiles"), this, [resize] { resize(-20); })->setShortcut(QKeySequence::ZoomOut);
 
     QMenu* const go = menuBar()->addMenu(tr("&Go"));
     const auto addPlace = [&](const QString& text, int key, QWidget* widget) {
-        QAction* const action = go->addAction(text, this, [widget] {
-            for (QWidget* above = widget->parentWidget(); above; above = above->parentWidget()) {
-                if (auto* const pane = qobject_cast<QDockWidget*>(above)) {
-                    pane->show();
-                    pane->raise();
-                }
-            }
-            widget->setFocus(Qt::ShortcutFocusReason);
-        });
+        QAction* const action = go->addAction(text, this, [this, widget] { goTo(widget); });
         action->setShortcut(QKeySequence(key));
     };
     addPlace(tr("&Servers"), int(Qt::CTRL) | Qt::Key_1, m_servers);

@@ -2,7 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "preview_pane.h"
 
+#include <QAction>
+#include <QClipboard>
 #include <QEvent>
+#include <QGuiApplication>
 #include <QHeaderView>
 #include <QPainter>
 #include <QVBoxLayout>
@@ -56,6 +59,15 @@ PreviewPane::PreviewPane(QWidget* parent)
     m_fields->header()->setStretchLastSection(true);
     m_fields->header()->setSectionResizeMode(0, QHeaderView::ResizeToContents);
     m_fields->setAccessibleName(tr("Fields of the element"));
+    auto* const copy = new QAction(tr("&Copy the value"), m_fields);
+    copy->setShortcut(QKeySequence::Copy);
+    copy->setShortcutContext(Qt::WidgetShortcut);
+    connect(copy, &QAction::triggered, this, [this] {
+        if (const QTreeWidgetItem* const field = m_fields->currentItem())
+            QGuiApplication::clipboard()->setText(field->text(1));
+    });
+    m_fields->addAction(copy);
+    m_fields->setContextMenuPolicy(Qt::ActionsContextMenu);
     clear();
 }
 
@@ -66,6 +78,10 @@ void PreviewPane::setPicture(const QImage& image, const QString& text)
 
 void PreviewPane::setFields(const std::vector<std::pair<QString, QString>>& fields)
 {
+    // Else a field would lose the selection with each picture that arrives.
+    if (m_shown == fields)
+        return;
+    m_shown = fields;
     m_fields->clear();
     for (const auto& [name, value] : fields) {
         auto* const item = new QTreeWidgetItem(m_fields, {name, value});
@@ -91,6 +107,6 @@ void PreviewPane::changeEvent(QEvent* event)
 void PreviewPane::clear()
 {
     setPicture({}, tr("Choose an element to see it here."));
-    m_fields->clear();
+    setFields({});
 }
 } // namespace Browser

@@ -51,5 +51,6 @@ private:
 
     PictureView* m_picture;
     QTreeWidget* m_fields;
+    std::vector<std::pair<QString, QString>> m_shown; ///< in #m_fields
 };
 } // namespace Browser
