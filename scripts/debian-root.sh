@@ -48,11 +48,11 @@ isolated() {
     return "$status"
 }
 
-# Unpacks a minimal Debian 12 of the architecture $1 with the packages $2 into the folder $3; the output goes to the file
-# $4. dpkg does not flush its files there, which saves minutes: a root that is not complete is never used.
+# Unpacks a minimal Debian of the release $1 and the architecture $2 with the packages $3 into the folder $4; the output
+# goes to the file $5. dpkg does not flush its files there, which saves minutes: a root that is not complete is never used.
 unpack_debian() {
-    isolated debootstrap --arch="$1" --variant=minbase --include="$2" bookworm "$3" "$(mirror)" >"$4" 2>&1 &&
-        echo force-unsafe-io >"$3/etc/dpkg/dpkg.cfg.d/unsafe-io"
+    isolated debootstrap --arch="$2" --variant=minbase --include="$3" "$1" "$4" "$(mirror)" >"$5" 2>&1 &&
+        echo force-unsafe-io >"$4/etc/dpkg/dpkg.cfg.d/unsafe-io"
 }
 
 # The mirror that this host's own packages come from.
