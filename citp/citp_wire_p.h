@@ -96,7 +96,9 @@ public:
     /// @param data the whole message
     /// @param offset the first byte to read; an offset beyond the end means the end
     explicit WireReader(const QByteArray& data, qint64 offset = 0)
-        : m_begin(data.constData()), m_next(m_begin), m_end(m_begin + data.size())
+        // Not constData(): that of a null array is a byte of Qt's, and g++ 14 warns of reads beyond it, as it cannot
+        // know that the size is 0 then.
+        : m_begin(data.isEmpty() ? "" : data.cbegin()), m_next(m_begin), m_end(m_begin + data.size())
     {
         skip(offset);
     }

@@ -26,7 +26,7 @@ TEST_F(BrowserWindow, EverySettingIsExplainedAppliedAndRemembered)
     ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 1; }));
     const MediaServer young({"--group", "new"});
     EXPECT_FALSE(waitFor([this] { return session.servers().rowCount() > 1; }, 1500));
-    QApplication::setActiveWindow(window.get());
+    activate();
     key(Qt::Key_Comma, Qt::ControlModifier);
     auto* const dialog = find<Browser::SettingsDialog>("settings");
     ASSERT_TRUE(dialog);
@@ -60,7 +60,7 @@ TEST_F(BrowserWindow, EverySettingIsExplainedAppliedAndRemembered)
 
 TEST_F(BrowserWindow, ADialogueThatIsCancelledChangesNothing)
 {
-    QApplication::setActiveWindow(window.get());
+    activate();
     key(Qt::Key_Comma, Qt::ControlModifier);
     find<QDoubleSpinBox>("timeout")->setValue(7.5);
     find<Browser::SettingsDialog>("settings")->reject();
@@ -92,7 +92,7 @@ TEST_F(BrowserWindow, ALimitHoldsRequestsBack)
 
 TEST_F(BrowserWindow, QuietModeIsAKeyAwayAndShownWhileItIsOn)
 {
-    QApplication::setActiveWindow(window.get());
+    activate();
     auto* const note = find<QPushButton>("quietNote");
     EXPECT_FALSE(note->isVisible());
     key(Qt::Key_M, Qt::ControlModifier);
@@ -145,7 +145,7 @@ TEST_F(BrowserWindow, RemembersTheLibraryAndTheFilter)
 TEST_F(BrowserWindow, TheHelpIsTheInstalledGuide)
 {
     EXPECT_EQ(Browser::guideFolder("/usr/bin").toStdString(), "/usr/share/citp/guide");
-    QApplication::setActiveWindow(window.get());
+    activate();
     key(Qt::Key_F1);
     const auto* const missing = find<QTextBrowser>("help");
     ASSERT_TRUE(missing);

@@ -38,6 +38,12 @@ protected:
         EXPECT_NE(widget, nullptr) << name;
         return widget;
     }
+    /// Only the widgets of the active window have the focus.
+    void activate()
+    {
+        window->activateWindow();
+        EXPECT_TRUE(waitFor([this] { return window->isActiveWindow(); }));
+    }
     void key(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
     {
         QWidget* const focus = QApplication::focusWidget();

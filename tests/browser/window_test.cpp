@@ -27,7 +27,7 @@ using Browser::ServerModel;
 
 TEST_F(BrowserWindow, IsUsedByKeysFromTheServerToThePictureAndBackAfterALoss)
 {
-    QApplication::setActiveWindow(window.get());
+    activate();
     MediaServer server({"--name", "Stage", "--layer-rate", "20"});
     // The first server that comes up is shown, its media opened.
     ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
@@ -83,7 +83,7 @@ TEST_F(BrowserWindow, IsUsedByKeysFromTheServerToThePictureAndBackAfterALoss)
 
 TEST_F(BrowserWindow, EscapeEndsTheLoading)
 {
-    QApplication::setActiveWindow(window.get());
+    activate();
     const MediaServer server({"--fault", "delay", "--fault-delay", "250"});
     ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     // When the elements are there and none of their pictures can be, however busy the machine is.
@@ -138,7 +138,7 @@ TEST_F(BrowserWindow, ALongLibraryWithLongNamesIsScrolledAndPainted)
     Q_EMIT session.transport().mediaInfo(session.chosenServer(), mediaList("1,9,0,0", 65535, 1000));
     ASSERT_EQ(session.elements().rowCount(), 256);
     auto* const grid = find<ElementGrid>("elements");
-    QApplication::setActiveWindow(window.get());
+    activate();
     grid->setFocus();
     key(Qt::Key_End);
     EXPECT_EQ(grid->currentIndex().row(), 255);
@@ -156,7 +156,7 @@ TEST_F(BrowserWindow, ALongLibraryWithLongNamesIsScrolledAndPainted)
 
 TEST_F(BrowserWindow, FailedPicturesAreCountedAndLoadedAgain)
 {
-    QApplication::setActiveWindow(window.get());
+    activate();
     MediaServer server({"--layers", "0", "--fault", "spoil"});
     ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     session.chooseLibrary(1, "1,3,0,0");
@@ -179,7 +179,7 @@ TEST_F(BrowserWindow, FailedPicturesAreCountedAndLoadedAgain)
 
 TEST_F(BrowserWindow, WhatIsShownCanBeCopied)
 {
-    QApplication::setActiveWindow(window.get());
+    activate();
     const MediaServer server({"--name", "Stage", "--layer-rate", "20"});
     ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     const QClipboard& clipboard = *QGuiApplication::clipboard();
@@ -222,7 +222,7 @@ TEST_F(BrowserWindow, ManyServersAreListedAndOneIsChosen)
     const MediaServer servers({"--count", "200"});
     ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 200; })) << session.servers().countUp();
     auto* const list = find<QListView>("servers");
-    QApplication::setActiveWindow(window.get());
+    activate();
     key(Qt::Key_1, Qt::ControlModifier);
     key(Qt::Key_End);
     EXPECT_EQ(session.chosenServer().toStdString(), "127.0.0.201:5010");
@@ -256,7 +256,7 @@ TEST_F(BrowserWindow, GoingToTheServersChoosesNone)
 {
     session.chooseServer("127.0.0.9:4811");
     Q_EMIT session.transport().serverHeard("127.0.0.77:4999", "Ghost");
-    QApplication::setActiveWindow(window.get());
+    activate();
     key(Qt::Key_3, Qt::ControlModifier);
     key(Qt::Key_1, Qt::ControlModifier);
     EXPECT_EQ(QApplication::focusWidget(), find<QListView>("servers"));

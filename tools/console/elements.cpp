@@ -20,7 +20,7 @@ QString timeText(quint64 timestamp)
     constexpr quint64 Year2100 = 4102444800;
     if (timestamp < Year1980 || timestamp >= Year2100)
         return QString::number(timestamp);
-    return QDateTime::fromSecsSinceEpoch(static_cast<qint64>(timestamp), Qt::UTC).toString("yyyy-MM-dd HH:mm:ss");
+    return QDateTime::fromSecsSinceEpoch(static_cast<qint64>(timestamp)).toUTC().toString("yyyy-MM-dd HH:mm:ss");
 }
 
 void printAsJson(const Session& session, const QString& library, Kind kind, const Element& element)
