@@ -47,15 +47,20 @@ static_assert(std::size(guardTexts) == citp_options::UnreadNotifications + 1);
 
 namespace {
 /// A look at the clock costs as much as most of what is checked for a message together.
-constexpr int messagesPerLook = 16;
+constexpr int maxBudget = 24;
 } // namespace
 
-Turn::Turn(const citp_options::Data& limits)
+Turn::Turn(const citp_options::Data& limits, bool isLost)
     : m_maxBytes(limits.maxTurnBytes > 0 ? limits.maxTurnBytes : std::numeric_limits<qint64>::max()),
       m_maxTime(limits.maxTurnTime),
       m_start(limits.maxTurnTime > 0 ? Guards::Clock::now() : Guards::Clock::time_point{}),
-      m_messagesLeft(limits.maxTurnTime > 0 ? messagesPerLook : std::numeric_limits<int>::max())
+      m_budget(isLost ? 0 : budget())
 {
+}
+
+int Turn::budget() const
+{
+    return static_cast<int>(qMin<qint64>(maxBudget, (m_maxBytes - m_bytes) / budgetBytes));
 }
 
 bool Turn::isOver()
@@ -64,11 +69,8 @@ bool Turn::isOver()
     if (m_bytes >= m_maxBytes) {
         return true;
     }
-    if (m_messagesLeft > 0) {
-        return false;
-    }
-    m_messagesLeft = messagesPerLook;
-    return Guards::Clock::now() - m_start >= m_maxTime;
+    m_budget = budget();
+    return m_maxTime.count() > 0 && Guards::Clock::now() - m_start >= m_maxTime;
 }
 
 // --- Options ---------------------------------------------------------------------------------------------------------

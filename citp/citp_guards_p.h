@@ -23,25 +23,32 @@ namespace CITP {
 class Turn
 {
 public:
-    explicit Turn(const citp_options::Data& limits);
+    /// @param isLost whether the last piece of the stream did not begin a message
+    Turn(const citp_options::Data& limits, bool isLost);
     /// Counts a message of @p bytes that was handled.
-    void count(qint64 bytes)
+    void count(quint32 bytes)
     {
         m_bytes += bytes;
-        --m_messagesLeft;
+        m_budget -= 1 + static_cast<int>(bytes / budgetBytes);
     }
     /// The bytes that were read.
     qint64 bytes() const { return m_bytes; }
-    /// Whether another message may be read without a look at the clock.
-    bool hasBudget() const { return m_bytes < m_maxBytes && m_messagesLeft > 0; }
+    /// Whether isOver() need not be called before the next message.
+    bool hasBudget() const { return m_budget > 0; }
+    /// Has isOver() called before the next message.
+    void endBudget() { m_budget = 0; }
     bool isOver();
 
 private:
+    /// Each message takes one from the budget, and one more for each of so many bytes.
+    static constexpr quint32 budgetBytes = 4096;
+    int budget() const;
+
     const qint64 m_maxBytes;
     const std::chrono::milliseconds m_maxTime;
     const std::chrono::steady_clock::time_point m_start;
-    int m_messagesLeft; ///< before the clock is looked at
     qint64 m_bytes = 0;
+    int m_budget; ///< so small that it ends before #m_maxBytes is reached
 };
 
 /// Worker thread, except where a member says otherwise.

@@ -425,7 +425,7 @@ void citp_stack::Private::readMessages(QTcpSocket* socket, Reading reading)
     const SERV_ID key = record->key;
     char header[headerLength] = {};
     const bool isWatched = guards.watchesStreams();
-    Turn turn(guards.limits());
+    Turn turn(guards.limits(), record->lostMessages > 0);
     qint64 available = 0;
     while ((available = socket->bytesAvailable()) >= headerLength) {
         if (worker->isStopRequested()) {
@@ -436,8 +436,7 @@ void citp_stack::Private::readMessages(QTcpSocket* socket, Reading reading)
         const quint32 size = sizeField(header);
         const bool isComplete = available >= static_cast<qint64>(size);
         if (isWatched &&
-            !(isComplete && guards.letsPass(size) && turn.hasBudget() && record->lostMessages == 0 &&
-              std::memcmp(header, "CITP", 4) == 0) &&
+            !(isComplete && guards.letsPass(size) && turn.hasBudget() && std::memcmp(header, "CITP", 4) == 0) &&
             !mayRead(*record, header, size, available, turn, reading)) {
             record = recordOf(socket);
             break;

@@ -86,6 +86,9 @@ bool citp_stack::Private::mayRead(Record& record, const char* header, quint32 si
     if (limits.maxLostMessages > 0) {
         const bool isLost = std::memcmp(header, "CITP", 4) != 0;
         record.lostMessages = isLost ? record.lostMessages + 1 : 0;
+        if (isLost) {
+            turn.endBudget();
+        }
         if (record.lostMessages > limits.maxLostMessages) {
             disconnectServer(record, citp_options::LostFraming, record.lostMessages, limits.maxLostMessages);
             return false;
