@@ -43,36 +43,6 @@ constexpr GuardText guardTexts[] = {
 static_assert(std::size(guardTexts) == citp_options::UnreadNotifications + 1);
 } // namespace
 
-// --- Turns -----------------------------------------------------------------------------------------------------------
-
-namespace {
-/// A look at the clock costs as much as most of what is checked for a message together.
-constexpr int maxBudget = 24;
-} // namespace
-
-Turn::Turn(const citp_options::Data& limits, bool isLost)
-    : m_maxBytes(limits.maxTurnBytes > 0 ? limits.maxTurnBytes : std::numeric_limits<qint64>::max()),
-      m_maxTime(limits.maxTurnTime),
-      m_start(limits.maxTurnTime > 0 ? Guards::Clock::now() : Guards::Clock::time_point{}),
-      m_budget(isLost ? 0 : budget())
-{
-}
-
-int Turn::budget() const
-{
-    return static_cast<int>(qMin<qint64>(maxBudget, (m_maxBytes - m_bytes) / budgetBytes));
-}
-
-bool Turn::isOver()
-{
-    // The first message is always read, because no limit is 0.
-    if (m_bytes >= m_maxBytes) {
-        return true;
-    }
-    m_budget = budget();
-    return m_maxTime.count() > 0 && Guards::Clock::now() - m_start >= m_maxTime;
-}
-
 // --- Options ---------------------------------------------------------------------------------------------------------
 
 void Guards::set(const citp_options& options)

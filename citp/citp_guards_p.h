@@ -1,10 +1,10 @@
-// Guards: the options in effect, the reports about guards that acted, and the turns in which servers are read. Private;
-// not installed.
+// Guards: the options in effect, and the reports about guards that acted. Private; not installed.
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include "citp_counts_p.h"
 #include "citp_options_p.h"
+#include "citp_turn_p.h"
 #include "citp_unread_p.h"
 
 #include <citp/citp_msg_header.h>
@@ -19,38 +19,6 @@
 #include <utility>
 
 namespace CITP {
-/// The bytes and the time that are left to read one server before the others get their turn.
-class Turn
-{
-public:
-    /// @param isLost whether the last piece of the stream did not begin a message
-    Turn(const citp_options::Data& limits, bool isLost);
-    /// Counts a message of @p bytes that was handled.
-    void count(quint32 bytes)
-    {
-        m_bytes += bytes;
-        m_budget -= 1 + static_cast<int>(bytes / budgetBytes);
-    }
-    /// The bytes that were read.
-    qint64 bytes() const { return m_bytes; }
-    /// Whether isOver() need not be called before the next message.
-    bool hasBudget() const { return m_budget > 0; }
-    /// Has isOver() called before the next message.
-    void endBudget() { m_budget = 0; }
-    bool isOver();
-
-private:
-    /// Each message takes one from the budget, and one more for each of so many bytes.
-    static constexpr quint32 budgetBytes = 4096;
-    int budget() const;
-
-    const qint64 m_maxBytes;
-    const std::chrono::milliseconds m_maxTime;
-    const std::chrono::steady_clock::time_point m_start;
-    qint64 m_bytes = 0;
-    int m_budget; ///< so small that it ends before #m_maxBytes is reached
-};
-
 /// Worker thread, except where a member says otherwise.
 class Guards
 {
