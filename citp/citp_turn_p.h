@@ -34,8 +34,9 @@ public:
     bool hasBudget() const { return m_budget > 0; }
     /// Has isOver() called before the next message.
     void endBudget() { m_budget = 0; }
-    /// Whether a limit has been reached; never before the first message, because no limit is 0.
-    bool isOver()
+    /// Whether a limit has been reached; never before the first message, because no limit is 0. Not inline, because the
+    /// loop that reads is faster without it.
+    [[gnu::noinline]] bool isOver()
     {
         if (m_bytes >= m_maxBytes) {
             return true;
