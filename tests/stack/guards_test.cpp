@@ -983,7 +983,9 @@ TEST_F(GuardsTest, ServersThatFillTheLimitOfUnreadNotificationsTakeTurns)
         return recorder->count("layerStatus " + keyOf(server) + " 1");
     };
     for (int round = 1; round <= rounds; ++round) {
-        EXPECT_TRUE(waitFor([&] { return emitted(one) + emitted(two) == limit * round; }));
+        // Reading is resumed only when at most half of the limit waits.
+        EXPECT_TRUE(waitFor([&] { return emitted(one) + emitted(two) > limit * round - limit / 2; }));
+        EXPECT_LE(emitted(one) + emitted(two), limit * round);
         allowed.release(limit);
     }
     EXPECT_GE(emitted(one), limit * rounds / 4);
