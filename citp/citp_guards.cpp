@@ -5,9 +5,14 @@
 #include "citp_log_p.h"
 #include "citp_unread_p.h"
 
+#include <citp/citp_msg_msex_elements.h>
+#include <citp/citp_msg_msex_libraries.h>
+#include <citp/citp_msg_msex_lsta.h>
+
 #include <algorithm>
 #include <iterator>
 #include <limits>
+#include <utility>
 #include <vector>
 
 namespace CITP {
@@ -170,6 +175,33 @@ void Guards::reportOmitted(Omitted which)
     for (const auto& [key, report] : omitted) {
         write(key.first, key.second, report, observer);
     }
+}
+
+bool citp_options::hasWrongCount(const QByteArray& message, int* announced, int* possible)
+{
+    if (Msg_Header::contentType(message) != QLatin1String("MSEX")) {
+        return false;
+    }
+    const QString code = Msg_MSEX::GetCookie(message);
+    // An observer may call this while the worker parses.
+    const CountCheck outer = std::exchange(countCheck, {true, false, 0, 0});
+    if (code == QLatin1String("ELIn")) {
+        Msg_MSEX_ELIN parsed(message);
+    } else if (code == QLatin1String("MEIn")) {
+        Msg_MSEX_MEIN parsed(message);
+    } else if (code == QLatin1String("EEIn")) {
+        Msg_MSEX_EEIN parsed(message);
+    } else if (code == QLatin1String("GLEI")) {
+        Msg_MSEX_GLEI parsed(message);
+    } else if (code == QLatin1String("LSta")) {
+        Msg_MSEX_LSTA parsed(message);
+    }
+    const CountCheck check = std::exchange(countCheck, outer);
+    if (check.hasFailed) {
+        *announced = check.count;
+        *possible = check.capacity;
+    }
+    return check.hasFailed;
 }
 
 void Guards::reportFailedCount(const QString& server)

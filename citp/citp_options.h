@@ -5,6 +5,7 @@
 
 #include <citp/citp_export.h>
 
+#include <QByteArray>
 #include <QHostAddress>
 #include <QSharedDataPointer>
 #include <QString>
@@ -100,6 +101,12 @@ public:
     /// a list brings the server up without that list and those after it.
     void setCountGuard(bool enable);
     bool countGuard() const; ///< see setCountGuard()
+    /// Whether this guard drops @p message, an ELIn, MEIn, EEIn, GLEI or LSta, because of a count. For tools that show
+    /// messages: without the guard, a few bytes can become a list of 65535 records. Thread-safe.
+    /// @param message a whole message; of other messages and invalid ones no count is wrong
+    /// @param announced receives the records that the list announces, if the count is wrong
+    /// @param possible receives the records that its bytes can hold, if the count is wrong
+    static bool hasWrongCount(const QByteArray& message, int* announced, int* possible);
 
     /// Sends the next paced request when the current one is not answered within @p milliseconds.
     /// @param milliseconds 100 to 3600000; 0: no limit. Recommended: 5000.

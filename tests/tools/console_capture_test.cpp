@@ -91,9 +91,10 @@ TEST(ConsoleCapture, RecordsWhatDecodeShows)
     for (const QJsonObject& event : jsonLines(decoded.output)) {
         EXPECT_EQ(event.value("server").toString().toStdString(), "127.0.0.2:4811");
         EXPECT_FALSE(event.contains("problem")) << event.value("problem").toString().toStdString();
-        EXPECT_NE(event.value("event").toString().toStdString(), "error")
+        EXPECT_NE(event.value("record").toString().toStdString(), "error")
             << event.value("text").toString().toStdString();
-        EXPECT_NE(event.value("event").toString().toStdString(), "gap") << event.value("text").toString().toStdString();
+        EXPECT_NE(event.value("record").toString().toStdString(), "gap")
+            << event.value("text").toString().toStdString();
         said << event.value("direction").toString() + ' ' + event.value("code").toString();
     }
     for (const char* const expected : {"discovery PLoc", "to server PNam", "to server CInf", "to server SPtc",
@@ -140,11 +141,49 @@ TEST(ConsoleCapture, SaysWhatToDoWhenItIsNotAllowed)
 
 TEST(ConsoleCapture, DoesNotMixItsPacketsWithItsReport)
 {
-    const Outcome outcome = runConsole(capture("-", {"--seconds", "1"}));
-    EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.output.toStdString(), "");
-    EXPECT_EQ(outcome.errors.toStdString(),
-              "citp-console: --write: packets cannot go to standard output; give a file, e.g. network.pcap\n");
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const Server server;
+    const cap::Files files;
+    const QString file = files.path("three.pcap");
+    Child console("sh", {"-c", "exec " CONSOLE_PROGRAM " " + capture("-", {"--count", "3"}).join(' ') + " >" + file});
+    EXPECT_EQ(console.waitForEnd(), 0);
+    EXPECT_EQ(console.errors().toStdString(),
+              "citp-console: capturing on lo, 127.0.0.1 for 600 s; Ctrl-C stops it earlier\n"
+              "citp-console: 3 packets written to standard output, 0 dropped\n");
+    EXPECT_EQ(jsonLines(runConsole({"decode", file, "--json"}).output).size(), 3u);
+}
+
+TEST(ConsoleCapture, WritesNoPacketsToATerminal)
+{
+    Child terminal("script",
+                   {"-qec", "exec " CONSOLE_PROGRAM " " + capture("-", {"--seconds", "1"}).join(' '), "/dev/null"});
+    EXPECT_EQ(terminal.waitForEnd(), 2);
+    EXPECT_EQ(
+        terminal.output().toStdString(),
+        "citp-console: --write: packets cannot go to a terminal; give a file, or '| citp-console decode -' to read "
+        "them\r\n");
+}
+
+TEST(ConsoleCapture, IsDecodedAsItArrives)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    Child pipeline("bash", {"-c", "exec " CONSOLE_PROGRAM " decode - < <(exec " CONSOLE_PROGRAM " " +
+                                      capture("-").join(' ') + ")"});
+    ASSERT_TRUE(waitFor([&] { return pipeline.errors().contains("capturing on"); }));
+    {
+        const Server server({"--name", "Stage"});
+        pipeline.waitForLine("PLoc");
+        // The capture still runs: what comes later is decoded too.
+        EXPECT_EQ(runConsole({"libraries", "Stage", "--adapter", "lo"}).status, 0);
+        EXPECT_TRUE(pipeline.waitForLine("ELIn").contains("<-  127.0.0.2:4811")) << pipeline.output().toStdString();
+    }
+    pipeline.interrupt();
+    EXPECT_EQ(pipeline.waitForEnd(), 0);
+    EXPECT_FALSE(pipeline.output().contains("ERROR")) << pipeline.output().toStdString();
+    // Its reader is gone: it ends quietly.
+    EXPECT_TRUE(pipeline.errors().endsWith("Ctrl-C stops it earlier\n")) << pipeline.errors().toStdString();
 }
 
 TEST(ConsoleCapture, NamesALinkTypeThatItCannotRead)

@@ -44,7 +44,7 @@ QStringList words(const cap::Talk& talk)
     EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
     QStringList list;
     for (const QJsonObject& event : jsonLines(outcome.output)) {
-        const QString kind = event.value("event").toString();
+        const QString kind = event.value("record").toString();
         list << (kind == "message" ? event.value("code").toString() : kind + ": " + event.value("text").toString());
     }
     return list;
@@ -56,10 +56,10 @@ std::string joined(const QStringList& list)
 }
 } // namespace
 
-TEST(ConsoleDecode, PrintsEachMessage)
+TEST(ConsoleDecode, PrintsEachWholeMessage)
 {
     const cap::Files files;
-    const Outcome outcome = decode(fileOf(files, shortTalk()));
+    const Outcome outcome = decode(fileOf(files, shortTalk()), {"--full"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors.toStdString(), "");
     const QStringList lines = outcome.output.split('\n');
@@ -79,6 +79,68 @@ TEST(ConsoleDecode, PrintsEachMessage)
     EXPECT_TRUE(lines.at(6).contains("LibraryCount=")) << lines.at(6).toStdString();
 }
 
+TEST(ConsoleDecode, PrintsAnAlignedLineForEachMessage)
+{
+    const cap::Files files;
+    const Outcome outcome = decode(fileOf(files, shortTalk()));
+    EXPECT_EQ(outcome.errors.toStdString(), "");
+    EXPECT_EQ(outcome.output.toStdString(),
+              "2023-11-14, UTC+01:00\n"
+              "23:13:20.000  *   2.0.0.10:4811          PLoc   \"B\u00fchne 1\"  MediaServer, port 4811, Running\n"
+              "23:13:20.001  ->  2.0.0.10:4811          NOTE   connects\n"
+              "23:13:20.004  ->  2.0.0.10:4811          PNam   \"Stage 1\"\n"
+              "23:13:20.005  <-  2.0.0.10:4811          SInf   W\u00e9\\ud800 2.10.255  MSEX 1.0 1.1 1.2  3 layers\n"
+              "23:13:20.007  ->  2.0.0.10:4811          GELI   type 1, libraries 0 255 of 1,2,0,0\n"
+              "23:13:20.008  <-  2.0.0.10:4811          ELIn   type 1, 2 libraries: 7,0,0,0 \"Films\", 255,1,2,3 "
+              "\"B\u00fchne \u2603\"\n");
+}
+
+TEST(ConsoleDecode, SelectsByServerMessageAndTime)
+{
+    const cap::Files files;
+    const QString file = fileOf(files, shortTalk());
+    const auto codes = [&file](const QStringList& options) {
+        QStringList list;
+        for (const QJsonObject& event : jsonLines(decode(file, options + QStringList{"--json"}).output))
+            list << event.value("code").toString("-");
+        return list.join(' ').toStdString();
+    };
+    EXPECT_EQ(codes({"--message", "sinf,ELIn"}), "SInf ELIn");
+    EXPECT_EQ(codes({"--message", "PINF,note"}), "PLoc - PNam");
+    EXPECT_EQ(codes({"--since", "23:13:20.005"}), "SInf GELI ELIn");
+    EXPECT_EQ(codes({"--until", "23:13:20.004"}), "PLoc - PNam");
+    EXPECT_EQ(codes({"--since", "2023-11-14T23:13:20.005", "--until", "2023-11-14T23:13:20.005"}), "SInf");
+    EXPECT_EQ(codes({"--since", "2023-11-15T00:00"}), "");
+    const std::string all = "PLoc - PNam SInf GELI ELIn";
+    EXPECT_EQ(codes({"--server", "2.0.0.10"}), all);
+    EXPECT_EQ(codes({"--server", "2.0.0.10:4811"}), all);
+    EXPECT_EQ(codes({"--server", "2.0.0.1"}), "");
+    EXPECT_EQ(codes({"--server", "HNE 1"}), all);
+    const Outcome none = decode(file, {"--message", "LSta"});
+    EXPECT_EQ(none.output.toStdString(), "");
+    EXPECT_EQ(none.errors.toStdString(),
+              QString("citp-console: '%1' contains no CITP that matches the options, among 6 "
+                      "messages and marks\n")
+                  .arg(file)
+                  .toStdString());
+    EXPECT_EQ(decode(file, {"--since", "25:00"}).status, 2);
+    EXPECT_EQ(decode(file, {"--until", "2023-11-31T10:00"}).status, 2);
+}
+
+TEST(ConsoleDecode, ReadsStandardInput)
+{
+    const cap::Files files;
+    const QString file = fileOf(files, shortTalk());
+    const QString expected = decode(file).output;
+    Child piped("sh", {"-c", "cat " + file + " | " CONSOLE_PROGRAM " decode -"});
+    EXPECT_EQ(piped.waitForEnd(), 0);
+    EXPECT_EQ(piped.output().toStdString(), expected.toStdString());
+    Child none("sh", {"-c", "exec " CONSOLE_PROGRAM " decode - </dev/null"});
+    EXPECT_EQ(none.waitForEnd(), 1);
+    EXPECT_TRUE(none.errors().startsWith("citp-console: 'standard input' is not a readable pcap or pcapng file"))
+        << none.errors().toStdString();
+}
+
 TEST(ConsoleDecode, PrintsOneJsonObjectALine)
 {
     const cap::Files files;
@@ -87,7 +149,7 @@ TEST(ConsoleDecode, PrintsOneJsonObjectALine)
     EXPECT_EQ(events[0].value("direction").toString().toStdString(), "discovery");
     EXPECT_EQ(events[0].value("time").toString().toStdString(), "2023-11-14T22:13:20.000Z");
     const QJsonObject& sinf = events[3];
-    EXPECT_EQ(sinf.value("event").toString().toStdString(), "message");
+    EXPECT_EQ(sinf.value("record").toString().toStdString(), "message");
     EXPECT_EQ(sinf.value("time").toString().toStdString(), "2023-11-14T22:13:20.005Z");
     EXPECT_EQ(sinf.value("from").toString().toStdString(), "2.0.0.10:4811");
     EXPECT_EQ(sinf.value("to").toString().toStdString(), "2.0.0.5:40000");
@@ -208,8 +270,9 @@ TEST(ConsoleDecode, MarksWhatTheLibraryWouldNotUse)
     cap::Talk talk;
     talk.connect().fromServer(lsta + "nonsense" + bytesOf("lsta_1_2"));
     const Outcome outcome = decode(fileOf(files, talk));
-    EXPECT_TRUE(outcome.output.contains("  WRONG: not accepted in MSEX version 1.1  ")) << outcome.output.toStdString();
-    EXPECT_TRUE(outcome.output.contains("  ERROR: skipped 8 bytes that do not begin a message\n"))
+    EXPECT_TRUE(outcome.output.contains("  LSta   WRONG: not accepted in MSEX version 1.1  "))
+        << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.output.contains("  ERROR  skipped 8 bytes that do not begin a message\n"))
         << outcome.output.toStdString();
     EXPECT_EQ(outcome.errors.toStdString(), "");
 }
@@ -223,9 +286,9 @@ TEST(ConsoleDecode, SaysFragmentsAndDatagramsThatAreNoMessage)
     talk.add(cap::ipv4(17, 0x0200000a, 0xe00000b4, "the rest", 0, 5));
     const cap::Files files;
     const Outcome outcome = decode(fileOf(files, talk));
-    EXPECT_TRUE(outcome.output.contains("ERROR: a datagram of 30 bytes that is not a CITP message"))
+    EXPECT_TRUE(outcome.output.contains("ERROR  a datagram of 30 bytes that is not a CITP message"))
         << outcome.output.toStdString();
-    EXPECT_EQ(outcome.output.count("NOTE: a fragmented packet"), 1) << outcome.output.toStdString();
+    EXPECT_EQ(outcome.output.count("NOTE   a fragmented packet"), 1) << outcome.output.toStdString();
     EXPECT_EQ(outcome.errors.toStdString(), "citp-console: 2 IP fragments were not reassembled\n");
 }
 
@@ -265,7 +328,9 @@ TEST(ConsoleDecode, KeepsHostileTextsFromTheTerminalAndFromPassingForLines)
     talk.announce(golden::withTrueSize(ploc));
     const cap::Files files;
     const QString file = fileOf(files, talk);
-    const QString output = decode(file).output;
+    EXPECT_FALSE(decode(file).output.contains('\x1b'));
+    EXPECT_EQ(decode(file).output.count('\n'), 2) << decode(file).output.toStdString();
+    const QString output = decode(file, {"--full"}).output;
     EXPECT_FALSE(output.contains('\x1b'));
     EXPECT_TRUE(output.contains("\\u001b[2J\n    12:00:00.000  forged")) << output.toStdString();
     EXPECT_EQ(output.count('\n'), 3) << output.toStdString();
@@ -329,7 +394,7 @@ TEST(ConsoleDecode, SaysWhereADamagedFileBreaksOff)
         const QString file = files.write("cut", whole.left(whole.size() - 5));
         const Outcome outcome = decode(file);
         EXPECT_EQ(outcome.status, 1);
-        EXPECT_TRUE(outcome.output.contains("MSEX ELIn")) << outcome.output.toStdString();
+        EXPECT_TRUE(outcome.output.contains("  ELIn   ")) << outcome.output.toStdString();
         EXPECT_EQ(outcome.errors.count('\n'), 1) << outcome.errors.toStdString();
         EXPECT_TRUE(outcome.errors.startsWith(
             QString("citp-console: '%1' is damaged after %2 packets: ").arg(file).arg(talk.frames.size() - 1)))

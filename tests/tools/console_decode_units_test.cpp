@@ -1,5 +1,7 @@
 // The parts of citp-console decode that need no file: packets, TCP streams, and the cutting of messages.
 // SPDX-License-Identifier: Apache-2.0
+#include <citp/citp_msg_fptc.h>
+#include <citp/citp_msg_msex.h>
 #include <gtest/gtest.h>
 #include <pcap/dlt.h>
 
@@ -8,6 +10,7 @@
 
 #include "capture_writer.h"
 #include "decode/decoder.h"
+#include "decode/message_fields.h"
 #include "decode/message_text.h"
 #include "decode/summary.h"
 #include "golden.h"
@@ -554,4 +557,74 @@ TEST(DescribedMessages, ListNoMoreRecordsThanTheirBytesHold)
         EXPECT_TRUE(empty.problem.endsWith("but its bytes hold at most 0")) << empty.problem.toStdString();
         EXPECT_LT(empty.text.size(), 200);
     }
+}
+
+TEST(MessageFields, AreThoseOfEveryMessage)
+{
+    QList<QByteArray> messages;
+    for (const char* const name :
+         {"ploc_mediaserver", "pnam",     "sinf_1_0", "sinf_1_2", "elin_1_0", "elin_1_2", "elup_1_2", "mein_1_2",
+          "eein_1_2",         "glei_1_1", "lsta_1_0", "lsta_1_2", "elth_1_0", "ethn_1_2", "ptch",     "geli_1_0",
+          "geli_1_2",         "gein_1_0", "gein_1_2", "gelt_1_0", "gelt_1_2", "geth_1_0", "geth_1_2"})
+        messages << golden::load(name).bytes;
+    QByteArray bytes;
+    messages << (bytes >> CITP::Msg_MSEX_CInf());
+    messages << (bytes >> CITP::Msg_FPTC_SPTC(nullptr));
+    const std::vector<unsigned short> fixtures{7, 300};
+    messages << (bytes >> CITP::Msg_FPTC_SPTC(&fixtures));
+    QStringList gists;
+    for (const QByteArray& message : messages) {
+        const QString code = describeMessage(message).code;
+        EXPECT_FALSE(fieldsOf(message).contains("body")) << code.toStdString();
+        gists << code + ' ' + gistOf(code, fieldsOf(message));
+    }
+    EXPECT_EQ(gists.join('\n').toStdString(),
+              "PLoc \"B\u00fchne 1\"  MediaServer, port 4811, Running\n"
+              "PNam \"Stage 1\"\n"
+              "SInf Arc 7.0  2 layers\n"
+              "SInf W\u00e9? 2.10.255  MSEX 1.0 1.1 1.2  3 layers\n"
+              "ELIn type 1, 2 libraries: 7 \"Films\", 255 \"B\u00fchne \u2603\"\n"
+              "ELIn type 1, 2 libraries: 7,0,0,0 \"Films\", 255,1,2,3 \"B\u00fchne \u2603\"\n"
+              "ELUp type 2, library 9,8,7,6 changed, elements 0 2 255, libraries 8 135\n"
+              "MEIn library 3,1,0,0, 2 elements: 1 \"Fire\", 255 \"\"\n"
+              "EEIn library 200,0,0,1, 2 elements: 4 \"Blur\", 5 \"Invert\"\n"
+              "GLEI library 6,5,4,3, 2 elements: 0 \"Mask\", 9 \"\U0001f3ad\"\n"
+              "LSta 2 layers: 0 \"Rain\" 1000/16909060, 1 \"\" 0/0\n"
+              "LSta 2 layers: 0 \"Rain\" 1000/16909060, 1 \"\" 0/0\n"
+              "ELTh type 1, library 4, RGB8 160x120, 6 bytes\n"
+              "EThn type 1, library 4,3,2,1, element 9, PNG 160x120, 4 bytes\n"
+              "Ptch fixture 1001 at 200/512, 25 channels, Acme Spot 71\u00e9x\n"
+              "GELI type 1, libraries 0 255\n"
+              "GELI type 1, libraries 0 255 of 1,2,0,0\n"
+              "GEIn type 2, library 3, elements 5 6\n"
+              "GEIn type 2, library 3,2,1,0, elements 5 6\n"
+              "GELT type 1, libraries 7 255, JPEG 160x120\n"
+              "GELT type 1, libraries 1,2,3,4 5,0,0,0, JPEG 160x120\n"
+              "GETh type 1, library 8, elements 1 2 200, PNG 160x120\n"
+              "GETh type 1, library 8,0,0,1, elements 1 2 200, PNG 160x120\n"
+              "CInf MSEX 1.0 1.1 1.2\n"
+              "SPtc all fixtures\n"
+              "SPtc fixtures 7 300");
+}
+
+TEST(MessageFields, OfAnUnknownMessageAreItsFirstBytes)
+{
+    const QByteArray message = Wire::msex(2, "Xyzz", QByteArray(70, 'a'));
+    EXPECT_EQ(fieldsOf(message).value("body").toString().toStdString(),
+              (QString("61 ").repeated(64) + "...").toStdString());
+    EXPECT_EQ(gistOf("Xyzz", fieldsOf(Wire::msex(2, "Xyzz", "a"))).toStdString(), "61");
+    // The code of another layer.
+    EXPECT_EQ(fieldsOf(Wire::msex(2, "PLoc", "a")).value("body").toString().toStdString(), "61");
+}
+
+TEST(MessageFields, EndWithTheBytesWhateverACountSays)
+{
+    const QByteArray body = Wire::u8(1) + Wire::u32(0) + Wire::u16(65535) + Wire::u8(7);
+    EXPECT_EQ(fieldsOf(Wire::msex(2, "GELI", body)).value("numbers").toArray().size(), 1);
+    EXPECT_EQ(fieldsOf(Wire::msex(2, "GELT", "JPEG" + Wire::u32(0) + Wire::u8(1) + Wire::u8(1) + Wire::u16(65535)))
+                  .value("libraries")
+                  .toArray()
+                  .size(),
+              0);
+    EXPECT_EQ(fieldsOf(Wire::fptc("SPtc", Wire::u16(65535))).value("fixtures").toArray().size(), 0);
 }

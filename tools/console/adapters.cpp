@@ -53,7 +53,8 @@ void printAsJson(const std::vector<NetworkAdapter>& all, const ArtNet::Adapter& 
     for (const NetworkAdapter& adapter : all) {
         const NetworkAdapter::State& state = adapter.GetState();
         const bool isUsed = used.IsValid() && adapter.GetName() == used.GetName();
-        QJsonObject object{{"adapter", QString::fromStdString(adapter.GetName())},
+        QJsonObject object{{"record", "adapter"},
+                           {"adapter", QString::fromStdString(adapter.GetName())},
                            {"addresses", QJsonArray::fromStringList(addressesOf(state))},
                            {"up", state.up},
                            {"carrier", state.running},

@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QSocketNotifier>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <memory>
@@ -78,18 +79,25 @@ class Recorder
 {
 public:
     Recorder(const QString& adapter, const QString& file, qint64 maxPackets)
-        : m_name(escapeControls(file)), m_maxPackets(maxPackets), m_capture(openAdapter(adapter)), m_newFile(file)
+        : m_name(isStandardOutput(file) ? QString("standard output") : escapeControls(file)),
+          m_isPiped(isStandardOutput(file)),
+          m_maxPackets(maxPackets),
+          m_capture(openAdapter(adapter)),
+          m_newFile(file)
     {
-        if (!m_newFile.open())
+        if (!isStandardOutput(file) && !m_newFile.open())
             throw Failure{QString("'%1' cannot be written: %2").arg(m_name, m_newFile.problem())};
         // Closing the stream must not close the descriptor of the new file.
-        m_file.reset(pcap_dump_fopen(m_capture.get(), fdopen(dup(m_newFile.descriptor()), "wb")));
+        const int descriptor = isStandardOutput(file) ? STDOUT_FILENO : m_newFile.descriptor();
+        m_file.reset(pcap_dump_fopen(m_capture.get(), fdopen(dup(descriptor), "wb")));
         char problem[PCAP_ERRBUF_SIZE] = "";
         if (!m_file)
             throw Failure{QString("'%1' cannot be written: %2").arg(m_name, reason(m_capture))};
         if (pcap_setnonblock(m_capture.get(), 1, problem) != 0)
             throw Failure{QString("cannot capture: %1").arg(escapeControls(QString::fromLocal8Bit(problem)))};
     }
+
+    static bool isStandardOutput(const QString& file) { return file == QLatin1String("-"); }
 
     int descriptor() const { return pcap_get_selectable_fd(m_capture.get()); }
 
@@ -111,21 +119,32 @@ public:
     void report()
     {
         m_file.reset();
-        if (m_canWrite && !m_newFile.commit())
+        if (m_canWrite && !m_isPiped && !m_newFile.commit())
             failToWrite(m_newFile.problem());
         if (!m_canWrite)
             throw Failure{m_problem};
         pcap_stat counts{};
         const bool isKnown = pcap_stats(m_capture.get(), &counts) == 0;
         const QString dropped = isKnown ? QString::number(quint64(counts.ps_drop) + counts.ps_ifdrop) : QString("?");
-        printLine(QString("%1 packets written to %2, %3 dropped").arg(m_written).arg(m_name, dropped));
+        say(QString("%1 packets written to %2, %3 dropped").arg(m_written).arg(m_name, dropped));
         if (!m_problem.isEmpty())
             throw Failure{m_problem};
+    }
+
+    /// Prints @p line where the packets do not go.
+    void say(const QString& line) const
+    {
+        if (m_isPiped)
+            warn(line);
+        else
+            printLine(line);
     }
 
 private:
     void failToWrite(const QString& why)
     {
+        if (m_isPiped && errno == EPIPE)
+            throw OutputFailure{true};
         m_problem = QString("'%1' cannot be written: %2").arg(m_name, why);
         m_canWrite = false;
     }
@@ -146,6 +165,7 @@ private:
     }
 
     const QString m_name;
+    const bool m_isPiped; ///< to standard output
     const qint64 m_maxPackets;
     Capture m_capture;
     NewFile m_newFile;
@@ -159,9 +179,8 @@ private:
 
 int capture(const Options& options)
 {
-    // libpcap writes to standard output for "-", which would mix the packets with the report.
-    if (options.write == QLatin1String("-")) {
-        warn("--write: packets cannot go to standard output; give a file, e.g. network.pcap");
+    if (Recorder::isStandardOutput(options.write) && isatty(STDOUT_FILENO) != 0) {
+        warn("--write: packets cannot go to a terminal; give a file, or '| citp-console decode -' to read them");
         return ExitUsageError;
     }
     const ArtNet::Adapter used = ArtNet::Adapter::Get();
@@ -175,7 +194,7 @@ int capture(const Options& options)
     // are written when the loop wakes up by itself.
     QSocketNotifier arrival(recorder.descriptor(), QSocketNotifier::Read);
 
-    printLine(QString("capturing on %1 for %2 s; Ctrl-C stops it earlier").arg(nameAndAddress(used)).arg(seconds));
+    recorder.say(QString("capturing on %1 for %2 s; Ctrl-C stops it earlier").arg(nameAndAddress(used)).arg(seconds));
     interruptAfter(seconds);
     try {
         processEventsUntil([&recorder] { return !recorder.writeCaptured(); }, INT_MAX);

@@ -6,9 +6,11 @@
 #include "decode/capture_file.h"
 #include "decode/classifier.h"
 #include "decode/decoder.h"
+#include "decode/event_filter.h"
 #include "decode/event_text.h"
 #include "decode/summary.h"
 #include "printing.h"
+#include "terminal.h"
 
 namespace Console {
 namespace {
@@ -16,7 +18,7 @@ namespace {
 class EventPrinter
 {
 public:
-    explicit EventPrinter(bool json) : m_json(json) {}
+    EventPrinter(bool json, bool isFull) : m_json(json), m_isFull(isFull), m_columns(terminalSize().width()) {}
 
     void print(const Event& event)
     {
@@ -28,11 +30,16 @@ public:
         if (date != m_date)
             printLine(date);
         m_date = date;
-        printLine(toText(event));
+        if (m_isFull)
+            printLine(toText(event));
+        else
+            printLine(m_columns > 0 ? clipped(toLine(event), m_columns) : toLine(event));
     }
 
 private:
     const bool m_json;
+    const bool m_isFull;
+    const int m_columns; ///< of the terminal; 0 if there is none
     QString m_date;
 };
 
@@ -64,26 +71,40 @@ int decode(const Options& options)
     // Problems of a message are printed with the message instead.
     Os::Log::SetMask("CITP.Message", 0);
 
+    const bool isOnce = isStandardInput(options.file);
     Classifier classifier;
-    readCapture(options.file, [&classifier](const Packet& packet) { classifier.learn(packet); });
+    if (!isOnce)
+        readCapture(options.file, [&classifier](const Packet& packet) { classifier.learn(packet); });
+    EventFilter filter(options, classifier);
     Summary summary;
-    EventPrinter printer(options.json);
+    EventPrinter printer(options.json, options.full);
     qint64 events = 0;
+    qint64 accepted = 0;
     Decoder decoder(classifier, [&](const Event& event) {
         ++events;
+        if (!filter.accepts(event))
+            return;
+        ++accepted;
         if (options.summary)
             summary.add(event);
         else
             printer.print(event);
     });
-    const CaptureFile file = readCapture(options.file, [&decoder](const Packet& packet) { decoder.add(packet); });
+    const CaptureFile file = readCapture(options.file, [&](const Packet& packet) {
+        if (isOnce)
+            classifier.learn(packet);
+        decoder.add(packet);
+    });
     decoder.finish();
     if (options.summary)
         printSummary(summary, options.json);
     printWarnings(decoder);
-    const QString name = escapeControls(options.file);
+    const QString name = nameOfFile(options.file);
     if (events == 0)
         warn(QString("'%1' contains no CITP among its %2 packets").arg(name, QString::number(file.packets)));
+    else if (accepted == 0)
+        warn(QString("'%1' contains no CITP that matches the options, among %2 messages and marks")
+                 .arg(name, QString::number(events)));
     if (!file.problem.isEmpty())
         warn(QString("'%1' is damaged after %2 packets: %3").arg(name, QString::number(file.packets), file.problem));
     return file.problem.isEmpty() ? 0 : 1;

@@ -75,7 +75,7 @@ bool DoctorReport::finish()
     else if (m_skipped > 0)
         verdict = QString("no check failed, %1 skipped").arg(m_skipped);
     if (m_json)
-        printJson({{"failed", m_failed}, {"skipped", m_skipped}});
+        printJson({{"record", "result"}, {"failed", m_failed}, {"skipped", m_skipped}});
     else if (m_servers > 1)
         printWrapped(QString("%1 servers: %2").arg(QString::number(m_servers), verdict) + failedServers());
     else
@@ -87,7 +87,7 @@ void DoctorReport::print(const char* verdict, const char* colour, const QString&
                          const QString& advice)
 {
     if (m_json) {
-        QJsonObject object{{"check", check}, {"verdict", verdict}, {"text", text}};
+        QJsonObject object{{"record", "check"}, {"check", check}, {"verdict", verdict}, {"text", text}};
         if (!m_server.isEmpty())
             object.insert("server", m_server);
         if (!advice.isEmpty())

@@ -1,12 +1,12 @@
 // The command "elements": lists the elements of a library.
 // SPDX-License-Identifier: Apache-2.0
 #include <QDateTime>
-#include <QJsonArray>
 
 #include "commands.h"
 #include "printing.h"
 #include "session.h"
 #include "table.h"
+#include "value_json.h"
 
 namespace Console {
 namespace {
@@ -21,29 +21,6 @@ QString timeText(quint64 timestamp)
     if (timestamp < Year1980 || timestamp >= Year2100)
         return QString::number(timestamp);
     return QDateTime::fromSecsSinceEpoch(static_cast<qint64>(timestamp)).toUTC().toString("yyyy-MM-dd HH:mm:ss");
-}
-
-void printAsJson(const Session& session, const QString& library, Kind kind, const Element& element)
-{
-    QJsonObject object{{"server", session.key()},
-                       {"library", library},
-                       {"element", element.number},
-                       {"name", element.name},
-                       {"dmxMin", element.dmxMin},
-                       {"dmxMax", element.dmxMax},
-                       {"serial", static_cast<double>(element.serialNumber)}};
-    // A string, because a JSON number is exact only up to 53 bits.
-    if (kind != Kind::Effects)
-        object.insert("timestamp", QString::number(element.timestamp));
-    if (kind == Kind::Effects)
-        object.insert("parameters", QJsonArray::fromStringList(element.parameters));
-    if (kind == Kind::Media) {
-        object.insert("width", element.width);
-        object.insert("height", element.height);
-        object.insert("length", static_cast<double>(element.length));
-        object.insert("frameRate", element.frameRate);
-    }
-    printJson(object);
 }
 
 QStringList titles(Kind kind)
@@ -81,7 +58,8 @@ int listElements(const Options& options)
     const Kind kind = CITP::elementKind(type);
     if (options.json) {
         for (const Element& element : elements)
-            printAsJson(session, library, kind, element);
+            printJson(merged({{"record", "element"}, {"server", session.key()}, {"library", library}},
+                             toJson(element, kind)));
         return 0;
     }
     printLine(QString("%1: %2 elements in library %3 of type %4")

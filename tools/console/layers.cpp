@@ -10,6 +10,7 @@
 #include "printing.h"
 #include "session.h"
 #include "table.h"
+#include "value_json.h"
 
 namespace Console {
 namespace {
@@ -28,18 +29,9 @@ void printAsJson(const QString& server, const std::vector<Layer>& states)
 {
     QJsonArray layers;
     for (const Layer& layer : states) {
-        layers.append(QJsonObject{{"layer", layer.number},
-                                  {"output", layer.output},
-                                  {"type", layer.type},
-                                  {"library", layer.library},
-                                  {"element", layer.element},
-                                  {"name", layer.name},
-                                  {"position", static_cast<double>(layer.position)},
-                                  {"length", static_cast<double>(layer.length)},
-                                  {"frameRate", layer.frameRate},
-                                  {"flags", static_cast<double>(layer.flags)}});
+        layers.append(toJson(layer));
     }
-    printJson({{"server", server}, {"time", isoTime()}, {"layers", layers}});
+    printJson({{"record", "layers"}, {"server", server}, {"time", isoTime()}, {"layers", layers}});
 }
 
 QStringList tableOf(const std::vector<Layer>& states)

@@ -4,6 +4,7 @@
 #include "printing.h"
 #include "session.h"
 #include "table.h"
+#include "value_json.h"
 
 namespace Console {
 namespace {
@@ -17,16 +18,8 @@ int depthOf(const Library& library)
 
 void printAsJson(const Session& session, const Library& library, int type)
 {
-    printJson({{"server", session.key()},
-               {"type", type},
-               {"library", library.id},
-               {"depth", depthOf(library)},
-               {"name", library.name},
-               {"dmxMin", library.dmxMin},
-               {"dmxMax", library.dmxMax},
-               {"elements", library.elements},
-               {"subLibraries", library.subLibraries},
-               {"serial", static_cast<double>(library.serialNumber)}});
+    printJson(merged({{"record", "library"}, {"server", session.key()}, {"type", type}, {"depth", depthOf(library)}},
+                     toJson(library)));
 }
 
 void printAsText(const Session& session, const std::vector<Library>& libraries, int type)

@@ -129,22 +129,27 @@ const std::vector<Command>& commands()
          true},
         {"decode",
          "prints the CITP messages of a capture file",
-         "Reads a capture file, pcap or pcapng, and prints each CITP message of its announcements and connections:\n"
-         "local time, source and destination, layer and content code, size, and the content as the library parses it.\n"
+         "Reads a capture file, pcap or pcapng, and prints a line for each CITP message of its announcements and\n"
+         "connections: local time, direction (* announced, -> to the server, <- from it), key of the server, message,\n"
+         "and what matters in it. --full prints source and destination, layer, size and the whole content as the\n"
+         "library parses it; --json the fields. --server, --message, --since and --until select messages.\n"
+         "FILE - is standard input, which is decoded as it arrives: citp-console capture --write - | citp-console\n"
+         "decode -\n"
          "Also marks messages that the library would discard and lists that announce more records than their bytes "
          "hold\n"
          "(WRONG), protocol errors (ERROR), bytes missing from the capture (GAP), and the start and end of "
          "connections\n"
-         "(NOTE). With --json, times are in UTC.",
+         "(NOTE).",
          decode,
          {"FILE"},
-         {"json", "summary"}},
+         {"full", "json", "message", "server", "since", "summary", "until"}},
         {"capture",
          "records the CITP traffic of an adapter to a file",
          "Records announcements and the connections of media servers to a file for 'decode' and other programs. A\n"
          "server is recognised by its announcement or by the content of a connection. Only traffic that reaches or\n"
          "leaves this machine is recorded. Stops after 10 minutes, after 1000000 packets or on Ctrl-C, and prints how\n"
-         "many packets were written and dropped. Requires the permission to capture: run it as root, or run\n"
+         "many packets were written and dropped. With --write -, that goes to standard error. Requires the permission "
+         "to capture: run it as root, or run\n"
          "'sudo setcap cap_net_raw+ep' on the program.",
          capture,
          {},
@@ -154,7 +159,9 @@ const std::vector<Command>& commands()
 }
 
 const char* const ArgumentHelp[][2] = {
-    {"FILE", "The capture file, pcap or pcapng, of Ethernet, Linux \"any\", loopback or bare IP packets."},
+    {"FILE",
+     "The capture file, pcap or pcapng, of Ethernet, Linux \"any\", loopback or bare IP packets; - for standard "
+     "input."},
     {"SERVER",
      "The media server: its key (address and port, such as 2.0.0.10:4811), its name or a unique part of its "
      "name."},
@@ -181,7 +188,9 @@ QList<QCommandLineOption> knownOptions()
          "it is not set, the first adapter with an address in 2.0.0.0/8, else in 10.0.0.0/8, else any other, else the "
          "loopback.",
          "NAME|ADDRESS"},
-        {"json", "Prints one JSON object per line instead of text."},
+        {"json",
+         "Prints one JSON object per line instead of text, each with its type in \"record\". Times are in UTC. The "
+         "objects are described in docs/citp-console.schema.json."},
         {"log",
          "Log lines to print on standard error: a comma-separated list of NAME=MASK. NAME is a log context such as "
          "CITP.Stack, CITP.* for CITP and all contexts below it, or Qt for the messages of Qt itself. MASK is a sum of "
@@ -207,7 +216,15 @@ QList<QCommandLineOption> knownOptions()
         {"interval", "Seconds between two tables, 1 to 3600. Default: 2.", "N"},
         {"count", "Stops after this many packets, 1 to 1000000000. Default: 1000000.", "N"},
         {"summary", "Prints tables with the count and sizes of the messages of each server instead of the messages."},
-        {{"write", "w"}, "File to write. An existing file is overwritten.", "FILE"},
+        {{"write", "w"}, "File to write. An existing file is overwritten. - writes to standard output.", "FILE"},
+        {"full", "Prints the whole messages, with source and destination."},
+        {"server", "Only what concerns this server: its key, its address or a part of its name.", "SERVER"},
+        {"message",
+         "Only these messages: a comma-separated list of content codes such as SInf, layers such as MSEX, and the "
+         "marks gap, error and note.",
+         "CODES"},
+        {"since", "Only from this local time on: 15:14, 15:14:17.5, or with a date, 2026-11-21T15:14.", "TIME"},
+        {"until", "Only up to this local time, as --since.", "TIME"},
     };
     return options + Tools::stackCommandLineOptions();
 }
@@ -416,6 +433,21 @@ private:
         return static_cast<int>(seconds * 1000);
     }
 
+    Moment moment(const QString& option) const
+    {
+        const QString text = m_parser.value(option);
+        const int start = text.contains('T') ? static_cast<int>(text.indexOf('T')) + 1 : 0;
+        static const QRegularExpression form("^\\d\\d:\\d\\d(:\\d\\d(\\.\\d{1,3})?)?$");
+        Moment moment;
+        if (start > 0)
+            moment.date = QDate::fromString(text.left(start - 1), Qt::ISODate);
+        if (form.match(text.mid(start)).hasMatch())
+            moment.time = QTime::fromString(text.mid(start), Qt::ISODateWithMs);
+        if (m_parser.isSet(option) && (!moment.time.isValid() || (start > 0 && !moment.date.isValid())))
+            throwInvalid(option, "not a time such as 15:14:17 or 2026-11-21T15:14");
+        return moment;
+    }
+
     QString format() const
     {
         QString format = m_parser.isSet("format") ? m_parser.value("format").toUpper() : QString("JPEG");
@@ -460,6 +492,13 @@ private:
         options.file = words.value(1);
         options.summary = m_parser.isSet("summary");
         options.write = text("write");
+        options.full = m_parser.isSet("full");
+        if (options.full && (options.json || options.summary))
+            throw UsageError{"--full cannot be combined with --json or --summary"};
+        options.filteredServer = text("server");
+        options.messages = m_parser.isSet("message") ? text("message").split(',') : QStringList();
+        options.since = moment("since");
+        options.until = moment("until");
         options.count = number("count", 1, 1000000000, 0);
         return options;
     }

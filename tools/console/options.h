@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QDateTime>
 #include <QSize>
 #include <QString>
 #include <QStringList>
@@ -9,6 +10,13 @@
 #include "stack_options.h"
 
 namespace Console {
+/// Local date and time; without a date, on the day of the capture. Null: none was given.
+struct Moment
+{
+    QDate date;
+    QTime time;
+};
+
 struct Options
 {
     QString adapter; ///< empty: chosen by the system library
@@ -26,10 +34,15 @@ struct Options
     QString format;        ///< as in the requests: "JPEG", "PNG" or "RGB8"
     QSize size;            ///< pixels
 
-    QString file;         ///< capture file to read
-    bool summary = false; ///< print counts instead of messages
-    QString write;        ///< capture file to write
-    int count = 0;        ///< packets; 0: default of the command
+    QString file;           ///< capture file to read; "-" for standard input
+    bool summary = false;   ///< print counts instead of messages
+    bool full = false;      ///< print the whole messages
+    QString filteredServer; ///< key, address or part of a name; empty: all servers
+    QStringList messages;   ///< codes, layers and marks; empty: all
+    Moment since;
+    Moment until;
+    QString write; ///< capture file to write; "-" for standard output
+    int count = 0; ///< packets; 0: default of the command
 };
 
 /// A parsed command line.

@@ -6,6 +6,7 @@
 #include "printing.h"
 #include "session.h"
 #include "table.h"
+#include "value_json.h"
 
 namespace Console {
 namespace {
@@ -32,13 +33,7 @@ std::vector<Fixture> fetchFixtures(Session& session)
 
 void printAsJson(const QString& server, const Fixture& fixture)
 {
-    printJson({{"server", server},
-               {"fixture", fixture.identifier},
-               {"universe", fixture.universe},
-               {"channel", fixture.channel},
-               {"channels", fixture.channels},
-               {"make", fixture.make},
-               {"name", fixture.name}});
+    printJson(merged({{"record", "fixture"}, {"server", server}}, toJson(fixture)));
 }
 } // namespace
 

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <QChar>
-#include <QDateTime>
 #include <QJsonDocument>
 #include <algorithm>
 #include <cerrno>
@@ -229,9 +228,8 @@ QString timeOfDay()
     return QDateTime::currentDateTime().toString("HH:mm:ss.zzz");
 }
 
-QString isoTime()
+QString isoTime(qint64 msSince1970)
 {
-    const QDateTime now = QDateTime::currentDateTime();
-    return now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODateWithMs);
+    return QDateTime::fromMSecsSinceEpoch(msSince1970, Qt::UTC).toString(Qt::ISODateWithMs);
 }
 } // namespace Console

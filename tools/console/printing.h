@@ -3,6 +3,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QDateTime>
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
@@ -58,6 +59,6 @@ public:
 QString secondsText(qint64 milliseconds);
 /// Local time of day with milliseconds, for text output.
 QString timeOfDay();
-/// Local date and time with milliseconds and the UTC offset in ISO 8601 format, for JSON output.
-QString isoTime();
+/// UTC date and time with milliseconds in ISO 8601 format, for JSON output. By default, the current time.
+QString isoTime(qint64 msSince1970 = QDateTime::currentMSecsSinceEpoch());
 } // namespace Console

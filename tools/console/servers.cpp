@@ -28,7 +28,7 @@ void startListening(Discovery& discovery, const ArtNet::Adapter& adapter, Discov
 void printServer(const CITP::Server& server, bool json)
 {
     if (json)
-        printJson({{"server", server.key}, {"name", server.name}});
+        printJson({{"record", "announcement"}, {"server", server.key}, {"name", server.name}});
     else
         printLine(toText(server, true));
 }

@@ -282,7 +282,8 @@ private:
                 request.insert(TimeNames[i], asked.summary()[i]);
             requests.append(request);
         }
-        printJson({{"server", m_session.key()},
+        printJson({{"record", "statistics"},
+                   {"server", m_session.key()},
                    {"time", isoTime()},
                    {"final", isLast},
                    {"seconds", static_cast<double>(m_running.elapsed()) / 1000},

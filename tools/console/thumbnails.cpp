@@ -201,7 +201,8 @@ void drawMissing(const std::vector<Thumbnail>& thumbnails, ContactSheets& sheets
 
 void printAsJson(const Session& session, const Thumbnail& thumbnail)
 {
-    QJsonObject object{{"server", session.key()},
+    QJsonObject object{{"record", "thumbnail"},
+                       {"server", session.key()},
                        {"library", thumbnail.library.id},
                        {"element", thumbnail.element.number},
                        {"name", thumbnail.element.name}};
@@ -229,9 +230,12 @@ int report(const Session& session, const Options& options, const std::vector<Thu
     const auto total = static_cast<int>(thumbnails.size());
     if (options.json) {
         for (const QString& sheet : sheets)
-            printJson({{"server", session.key()}, {"contactSheet", sheet}});
-        printJson(
-            {{"server", session.key()}, {"thumbnails", total}, {"written", total - missing}, {"missing", missing}});
+            printJson({{"record", "contactSheet"}, {"server", session.key()}, {"contactSheet", sheet}});
+        printJson({{"record", "thumbnails"},
+                   {"server", session.key()},
+                   {"thumbnails", total},
+                   {"written", total - missing},
+                   {"missing", missing}});
         return missing;
     }
     printLine(

@@ -21,6 +21,7 @@ void printEvent(const CITP::Server& server, bool json)
     const QString event = isUp ? "up" : "down";
     if (json) {
         QJsonObject object = toJson(server);
+        object.insert("record", "event");
         object.insert("event", event);
         object.insert("time", isoTime());
         printJson(object);

@@ -3,6 +3,8 @@
 #include "capture_file.h"
 
 #include <pcap/pcap.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <QFile>
 #include <QFileInfo>
@@ -22,12 +24,31 @@ struct FileCloser
 };
 using OpenFile = std::unique_ptr<pcap_t, FileCloser>;
 
+// Reads what there is, so that a packet is decoded as soon as it arrives. An interruption is the end of the file.
+ssize_t readInput(void*, char* buffer, size_t size)
+{
+    constexpr int PollMs = 50;
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    while (!isInterrupted()) {
+        if (poll(&input, 1, PollMs) > 0)
+            return read(STDIN_FILENO, buffer, size);
+    }
+    return 0;
+}
+
+std::FILE* openStream(const QString& file)
+{
+    if (isStandardInput(file))
+        return fopencookie(nullptr, "rb", {readInput, nullptr, nullptr, nullptr});
+    return std::fopen(QFile::encodeName(file).constData(), "rb");
+}
+
 OpenFile open(const QString& file)
 {
-    const QString name = escapeControls(file);
-    if (QFileInfo::exists(file) && !QFileInfo(file).isFile())
+    const QString name = nameOfFile(file);
+    if (!isStandardInput(file) && QFileInfo::exists(file) && !QFileInfo(file).isFile())
         throw Failure{QString("'%1' is not a file").arg(name)};
-    std::FILE* const stream = std::fopen(QFile::encodeName(file).constData(), "rb");
+    std::FILE* const stream = openStream(file);
     if (!stream)
         throw Failure{QString("'%1' cannot be opened: %2").arg(name, QString::fromLocal8Bit(std::strerror(errno)))};
     char reason[PCAP_ERRBUF_SIZE] = "";
@@ -56,6 +77,16 @@ qint64 microseconds(const timeval& time)
 }
 } // namespace
 
+bool isStandardInput(const QString& file)
+{
+    return file == QLatin1String("-");
+}
+
+QString nameOfFile(const QString& file)
+{
+    return isStandardInput(file) ? QString("standard input") : escapeControls(file);
+}
+
 CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& handle)
 {
     const OpenFile capture = open(file);
@@ -65,14 +96,14 @@ CaptureFile readCapture(const QString& file, const std::function<void(const Pack
     const u_char* data = nullptr;
     int status = 0;
     while ((status = pcap_next_ex(capture.get(), &header, &data)) == 1) {
-        if (isInterrupted())
+        if (isInterrupted() && !isStandardInput(file))
             throw Interrupted{};
         ++result.packets;
         const QByteArray frame =
             QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));
         handle(readPacket(linkType, frame, microseconds(header->ts)));
     }
-    if (status == PCAP_ERROR)
+    if (status == PCAP_ERROR && !(isStandardInput(file) && isInterrupted()))
         result.problem = escapeControls(QString::fromLocal8Bit(pcap_geterr(capture.get())));
     return result;
 }

@@ -15,7 +15,14 @@ struct CaptureFile
     QString problem; ///< why reading stopped before the end of the file; empty on success
 };
 
-/// Calls @p handle for every packet of @p file, in the file's order. The packet is valid only during the call.
+/// Whether @p file, "-", stands for standard input, which can be read only once and may have no end.
+bool isStandardInput(const QString& file);
+
+/// For messages, with control characters escaped.
+QString nameOfFile(const QString& file);
+
+/// Calls @p handle for every packet of @p file, in the file's order. The packet is valid only during the call. Standard
+/// input ends when the command is interrupted.
 /// @throws Failure if the file is not a capture file or has an unsupported link type, Interrupted
 CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& handle);
 } // namespace Console

@@ -13,6 +13,7 @@ namespace {
 // More than any show network has. Bounds the memory for a malicious capture.
 constexpr std::size_t MaxAnnounced = 4096;
 constexpr std::size_t MaxConnections = 16384;
+constexpr int MaxNameLength = 256;
 
 const QStringList& serverMessageCodes()
 {
@@ -71,14 +72,17 @@ bool Classifier::isServerKnown(const Connection& connection) const
 
 void Classifier::learnFromDatagram(const Packet& packet)
 {
-    if (!isCitp(packet) || packet.data.size() < MessageHeader::Length || m_announced.size() >= MaxAnnounced)
+    if (!isCitp(packet) || packet.data.size() < MessageHeader::Length)
         return;
     const MessageHeader header = MessageHeader::read(packet.data);
     if (!header.hasCookie || header.layer != QLatin1String("PINF") || header.code != QLatin1String("PLoc"))
         return;
     const CITP::Msg_PEER_PLOC announcement(packet.data);
-    if (announcement.port != 0)
-        m_announced.insert({packet.from.address, announcement.port});
+    const Endpoint server{packet.from.address, announcement.port};
+    if (server.port == 0 || (m_announced.size() >= MaxAnnounced && m_announced.count(server) == 0))
+        return;
+    m_announced.insert(server);
+    m_names[toText(server)] = announcement.name.left(MaxNameLength);
 }
 
 void Classifier::learnFromSegment(const Packet& packet)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <QHash>
 #include <map>
 #include <set>
 #include <utility>
@@ -29,6 +30,9 @@ public:
     bool isCitp(const Packet& packet) const;
     /// The server endpoint of a CITP connection: the announced endpoint, otherwise the likely one.
     Endpoint serverOf(const Connection& connection) const;
+    /// The name that the server announced, at most 256 characters; empty if none is known.
+    /// @param server its key
+    QString nameOf(const QString& server) const { return m_names.value(server); }
     /// Whether serverOf() is certain.
     bool isServerKnown(const Connection& connection) const;
 
@@ -43,6 +47,7 @@ private:
     void learnFromSegment(const Packet& packet);
 
     std::set<Endpoint> m_announced;
+    QHash<QString, QString> m_names;           ///< of the announced servers, by key
     std::map<Connection, Guess> m_connections; ///< connections in which a header was seen
 };
 } // namespace Console

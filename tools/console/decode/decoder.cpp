@@ -17,6 +17,7 @@ void describe(const QByteArray& bytes, Event& event)
     event.layer = message.layer;
     event.code = message.code;
     event.text = message.text;
+    event.isUnreadable = message.isUnreadable;
     event.problem = message.problem;
 }
 } // namespace

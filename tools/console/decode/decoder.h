@@ -27,6 +27,7 @@ struct Event
     QString code;              ///< of a message, e.g. "SInf"
     QString text;              ///< debug text of a message, otherwise a description
     QString problem;           ///< why the library would discard a message; empty if it accepts it
+    bool isUnreadable = false; ///< the fields of the message have no values
     qint64 missing = 0;        ///< size of a gap in bytes; -1 if unknown
     bool isConnecting = false; ///< for a note: a connection was opened
 };

@@ -5,28 +5,23 @@
 #include <QDateTime>
 #include <QStringList>
 
+#include "message_fields.h"
 #include "printing.h"
 
 namespace Console {
 namespace {
+// The longest key, and the longest code or mark.
+constexpr int KeyWidth = 21;
+constexpr int CodeWidth = 5;
+
 QDateTime dateTime(qint64 timeUs)
 {
     return QDateTime::fromMSecsSinceEpoch(timeUs / 1000);
 }
 
-QString kindText(StreamItem::Kind kind)
+QJsonObject fieldsIn(const Event& event)
 {
-    switch (kind) {
-        case StreamItem::Kind::Message:
-            return "message";
-        case StreamItem::Kind::Gap:
-            return "gap";
-        case StreamItem::Kind::Error:
-            return "error";
-        case StreamItem::Kind::Note:
-            break;
-    }
-    return "note";
+    return event.isUnreadable ? bodyOf(event.message) : fieldsOf(event.message);
 }
 
 // Text from the network may contain line feeds. Continuation lines are indented, so that they cannot imitate the lines
@@ -57,9 +52,19 @@ QString localDate(qint64 timeUs)
     return local.toString("yyyy-MM-dd") + ", UTC" + (offset == QLatin1String("Z") ? QString() : offset);
 }
 
-QString utcTime(qint64 timeUs)
+QString kindText(StreamItem::Kind kind)
 {
-    return dateTime(timeUs).toUTC().toString(Qt::ISODateWithMs);
+    switch (kind) {
+        case StreamItem::Kind::Message:
+            return "message";
+        case StreamItem::Kind::Gap:
+            return "gap";
+        case StreamItem::Kind::Error:
+            return "error";
+        case StreamItem::Kind::Note:
+            break;
+    }
+    return "note";
 }
 
 QString directionText(Event::Direction direction)
@@ -73,6 +78,29 @@ QString directionText(Event::Direction direction)
             break;
     }
     return "discovery";
+}
+
+QString toLine(const Event& event)
+{
+    const auto arrow = [&event] {
+        switch (event.direction) {
+            case Event::Direction::FromServer:
+                return "<-";
+            case Event::Direction::ToServer:
+                return "->";
+            case Event::Direction::Discovery:
+                break;
+        }
+        return "* ";
+    };
+    const bool isMessage = event.kind == StreamItem::Kind::Message;
+    QString what = isMessage ? (event.code.isEmpty() ? event.layer : event.code) : kindText(event.kind).toUpper();
+    QString matter = isMessage ? gistOf(event.code, fieldsIn(event)) : event.text;
+    if (!event.problem.isEmpty())
+        matter = QString("WRONG: %1  %2").arg(event.problem, matter);
+    return QString("%1  %2  %3  %4  %5")
+        .arg(localTime(event.timeUs), QLatin1String(arrow()), event.server.leftJustified(KeyWidth),
+             escapeControls(what).leftJustified(CodeWidth), escapeControls(matter));
 }
 
 QString toText(const Event& event)
@@ -89,17 +117,16 @@ QString toText(const Event& event)
 
 QJsonObject toJson(const Event& event)
 {
-    QJsonObject object{{"time", utcTime(event.timeUs)},
-                       {"event", kindText(event.kind)},
-                       {"from", toText(event.from)},
-                       {"to", toText(event.to)},
-                       {"server", event.server},
-                       {"direction", directionText(event.direction)},
-                       {"text", event.text}};
+    QJsonObject object{{"record", kindText(event.kind)}, {"time", isoTime(event.timeUs / 1000)},
+                       {"from", toText(event.from)},     {"to", toText(event.to)},
+                       {"server", event.server},         {"direction", directionText(event.direction)}};
+    if (event.kind != StreamItem::Kind::Message)
+        object.insert("text", event.text);
     if (event.kind == StreamItem::Kind::Message) {
         object.insert("layer", event.layer);
         object.insert("code", event.code);
         object.insert("size", static_cast<qint64>(event.message.size()));
+        object.insert("fields", fieldsIn(event));
         if (!event.problem.isEmpty())
             object.insert("problem", event.problem);
     } else if (event.kind == StreamItem::Kind::Gap && event.missing >= 0) {

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "message_text.h"
 
-#include <citp/citp_codecs.h>
 #include <citp/citp_msg_fptc.h>
 #include <citp/citp_msg_msex_elements.h>
 #include <citp/citp_msg_msex_libraries.h>
@@ -10,6 +9,7 @@
 #include <citp/citp_msg_msex_sinf.h>
 #include <citp/citp_msg_msex_thumbnails.h>
 #include <citp/citp_msg_peer.h>
+#include <citp/citp_options.h>
 
 #include <QHash>
 
@@ -104,44 +104,15 @@ ReadFunction readerFor(const QString& layer, const QString& code)
     return readLayer<Msg_Header, MessageHeader::Length>;
 }
 
-// Where a list has its count, and how many bytes its shortest record has.
-struct ListLayout
-{
-    const char* code;
-    int countAt; ///< from the end of the MSEX header
-    int countBytes;
-    int recordBytes;
-};
-
 // The library lists as many records as announced, with empty fields where the bytes end. A few bytes would become
 // megabytes of text.
-QString excessOf(const QByteArray& bytes, const MessageHeader& header)
+QString excessOf(const QByteArray& bytes)
 {
-    const int minor = header.layer == QLatin1String("MSEX") && !header.code.isEmpty() ? bytes.at(21) : -1;
-    if (minor < 0 || minor > 2)
+    int announced = 0;
+    int possible = 0;
+    if (!citp_options::hasWrongCount(bytes, &announced, &possible))
         return {};
-    const int id = minor == 0 ? 1 : 4;
-    const int count = minor < 2 ? 1 : 2;
-    // Number, DMX range, and a name of which only the terminator is required; since MSEX 1.2 a serial number.
-    const int element = 1 + 2 + 2 + (minor < 2 ? 0 : 4);
-    const int type = minor < 2 ? 0 : 1;
-    const ListLayout lists[] = {
-        {"ELIn", 1, count, element - 1 + id + (minor == 0 ? 1 : 2) * count},
-        {"MEIn", id, count, element + 17},
-        {"EEIn", id, count, element + 1},
-        {"GLEI", type + id, count, element + 8},
-        {"LSta", 0, 1, 3 + type + id + 2 + 13},
-    };
-    for (const ListLayout& list : lists) {
-        if (header.code != QLatin1String(list.code))
-            continue;
-        const QByteArray body = bytes.mid(Msg_MSEX::MIN_MSEX_LENGTH + list.countAt);
-        const int announced = getShort(body.left(list.countBytes) + QByteArray(1, '\0'), 0);
-        const int possible = qMax(0, static_cast<int>(body.size()) - list.countBytes) / list.recordBytes;
-        if (announced > possible)
-            return QString("announces %1 records, but its bytes hold at most %2").arg(announced).arg(possible);
-    }
-    return {};
+    return QString("announces %1 records, but its bytes hold at most %2").arg(announced).arg(possible);
 }
 
 QString problemOf(const QByteArray& bytes, const Reading& reading)
@@ -164,11 +135,12 @@ QString problemOf(const QByteArray& bytes, const Reading& reading)
 MessageText describeMessage(const QByteArray& message)
 {
     const MessageHeader header = MessageHeader::read(message);
-    const QString excess = excessOf(message, header);
+    const QString excess = excessOf(message);
     Reading reading = excess.isEmpty() ? readerFor(header.layer, header.code)(message)
                                        : readLayer<Msg_MSEX, Msg_MSEX::MIN_MSEX_LENGTH>(message);
     if (!excess.isEmpty())
         reading.problem = excess;
-    return {header.layer, header.code, reading.text.trimmed(), problemOf(message, reading)};
+    const QString problem = problemOf(message, reading);
+    return {header.layer, header.code, reading.text.trimmed(), problem, !reading.isValid || !excess.isEmpty()};
 }
 } // namespace Console

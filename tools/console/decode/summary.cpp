@@ -149,18 +149,19 @@ std::vector<QJsonObject> Summary::objects() const
                                {"smallest", count.smallest},
                                {"largest", count.largest},
                                {"wrong", count.problems},
-                               {"first", utcTime(count.firstUs)},
-                               {"last", utcTime(count.lastUs)}};
+                               {"first", isoTime(count.firstUs / 1000)},
+                               {"last", isoTime(count.lastUs / 1000)}};
             if (duration > 0)
                 object.insert("perSecond", static_cast<double>(count.messages) / duration);
             messages.append(object);
         }
-        objects.push_back({{"server", server.key()},
+        objects.push_back({{"record", "summary"},
+                           {"server", server.key()},
                            {"name", server->name},
                            {"type", server->type},
                            {"product", server->product},
-                           {"first", utcTime(server->firstUs)},
-                           {"last", utcTime(server->lastUs)},
+                           {"first", isoTime(server->firstUs / 1000)},
+                           {"last", isoTime(server->lastUs / 1000)},
                            {"connections", server->connections},
                            {"messages", messages},
                            {"errors", server->errors},

@@ -1,0 +1,105 @@
+#!/usr/bin/python3
+# Compares what each command of citp-console prints with --json with docs/citp-console.schema.json.
+# usage: console_json_test.py CONSOLE MEDIASERVER SCHEMA CAPTURE, in a network namespace
+# SPDX-License-Identifier: Apache-2.0
+import json
+import os
+import struct
+import subprocess
+import sys
+import tempfile
+
+try:
+    import jsonschema
+except ImportError:
+    print("python3-jsonschema is not installed: see scripts/setup")
+    sys.exit(77)
+
+SECONDS = 120
+KEY = "127.0.0.2:4811"
+CONSOLE, SERVER, SCHEMA, CAPTURE = sys.argv[1:]
+
+with open(SCHEMA, encoding="utf-8") as file:
+    schema = json.load(file)
+jsonschema.Draft7Validator.check_schema(schema)
+validator = jsonschema.Draft7Validator(schema)
+seen = set()
+codes = set()
+failed = False
+
+
+def check(name, output):
+    global failed
+    for line in output.splitlines():
+        record = json.loads(line)
+        for error in validator.iter_errors(record):
+            failed = True
+            print(f"{name}: {error.message}\n  at {list(error.absolute_path)} of {line[:500]}")
+        seen.add(record.get("record"))
+        codes.add(record.get("code"))
+
+
+def run(*arguments, network=True):
+    words = [CONSOLE, *arguments, "--json"] + (["--adapter", "lo"] if network else [])
+    return subprocess.Popen(words, stdout=subprocess.PIPE, text=True)
+
+
+with tempfile.TemporaryDirectory() as folder:
+    patch = os.path.join(folder, "patch.json")
+    with open(patch, "w", encoding="utf-8") as file:
+        json.dump([{"id": 7, "universe": 1, "channel": 21, "channels": 20, "make": "Acme", "name": "Wash"}], file)
+    pictures = os.path.join(folder, "pictures")
+    recorded = os.path.join(folder, "recorded.pcap")
+    server = subprocess.Popen([SERVER, "--adapter", "lo", "--interval", "100", "--layer-rate", "5", "--patch", patch,
+                               "--effects", "1", "--generic", "1"], stdout=subprocess.PIPE, text=True)
+    try:
+        server.stdout.readline()
+        recorder = subprocess.Popen([CONSOLE, "capture", "--adapter", "lo", "--write", recorded],
+                                    stdout=subprocess.PIPE, text=True)
+        recorder.stdout.readline()
+        commands = {" ".join(words): run(*words) for words in (
+            ("adapters",), ("servers",), ("watch", "--seconds", "5"), ("doctor",), ("doctor", "--timeout", "0.1", "none"),
+            ("libraries", KEY), ("elements", KEY, "1"), ("elements", KEY, "1", "--type", "2"),
+            ("elements", KEY, "1", "--type", "3"), ("layers", KEY, "--seconds", "4"), ("patch", KEY),
+            ("stats", KEY, "--seconds", "5"), ("thumbnails", KEY, "2", "--to", pictures))}
+        for name, program in commands.items():
+            check(name, program.communicate(timeout=SECONDS)[0])
+        recorder.terminate()
+        recorder.communicate(timeout=SECONDS)
+    finally:
+        server.kill()
+        server.communicate()
+    # The damaged copy has an error, a gap and a list that is wrong.
+    with open(CAPTURE, "rb") as file:
+        whole = file.read()
+    kept = whole[:24]
+    while len(whole) > 24:
+        end = 40 + struct.unpack_from("<I", whole, 32)[0]
+        kept += b"" if b"SInf" in whole[40:end] else whole[24:end]
+        whole = whole[:24] + whole[end:]
+    damaged = os.path.join(folder, "damaged.pcap")
+    with open(damaged, "wb") as file:
+        file.write(kept.replace(b"CITP\x01\0", b"CITQ\x01\0", 4).replace(b"LSta\x02", b"LSta\xff"))
+    for words in (("decode", recorded), ("decode", recorded, "--summary"), ("decode", damaged),
+                  ("decode", damaged, "--summary")):
+        check(" ".join(words), run(*words, network=False).communicate(timeout=SECONDS)[0])
+
+for record in schema["properties"]["record"]["enum"]:
+    if record not in seen:
+        failed = True
+        print(f"no command has printed a record '{record}'")
+for code in ("PLoc", "PNam", "CInf", "SInf", "GELI", "ELIn", "GEIn", "MEIn", "EEIn", "GLEI", "LSta", "SPtc", "Ptch",
+             "GETh", "EThn"):
+    if code not in codes:
+        failed = True
+        print(f"no message '{code}' was decoded")
+# What is not described is refused.
+for record in ({}, {"record": "other"}, {"record": "announcement", "server": KEY},
+               {"record": "announcement", "server": KEY, "name": "x", "more": 1},
+               {"record": "message", "time": "2026-11-21T15:14:17.595Z", "from": KEY, "to": KEY, "server": KEY,
+                "direction": "discovery", "layer": "PINF", "code": "PNam", "size": 24, "fields": {"names": "x"}}):
+    if validator.is_valid(record):
+        failed = True
+        print(f"the schema accepts {record}")
+print(f"{len(seen)} types of records, {len(codes) - 1} types of messages")
+sys.exit(1 if failed else 0)
