@@ -90,3 +90,38 @@ expect citp-console capture --write s -- show.pcap
 expect citp-console capture -w "" -- show.pcap
 expect citp-mediaserver --patch "" -- show.pcap
 expect citp-console watch "" --
+
+# Servers are offered by their names, or by their keys where a name does not tell them apart. What listens never hangs the
+# shell, and does not listen for each word again.
+mkdir -p stub
+cat >stub/citp-console <<STUB
+#!/bin/sh
+[ "\$1" = servers ] || exec '$prefix/bin/citp-console' "\$@"
+echo "\$*" >>'$PWD/listened'
+[ -e '$PWD/servers' ] || exec sleep 600
+cat '$PWD/servers'
+STUB
+chmod +x stub/citp-console
+PATH=$PWD/stub:$PATH
+expect citp-console libraries "" --
+cat >servers <<'SERVERS'
+2.0.0.1:4811  "Stage 1"
+2.0.0.2:4811  "Stage 2"
+2.0.0.3:4811  "Twin"
+2.0.0.4:4811  "Twin"
+2.0.0.5:4811
+2.0.0.6:4811  "x\u001b"
+2.0.0.7:4811  "$(touch was-run)"
+SERVERS
+_citp_listen_again=0
+: >listened
+expect citp-console libraries "" -- 'Stage\ 1' 'Stage\ 2' 2.0.0.3:4811 2.0.0.4:4811 2.0.0.5:4811 2.0.0.6:4811 \
+    '\$\(touch\ was-run\)'
+expect citp-console libraries st -- 'Stage\ 1' 'Stage\ 2'
+expect citp-console doctor 'Stage\ 2' -- 'Stage\ 2'
+expect citp-console thumbnails --to x "'Stage 1" -- 'Stage 1'
+expect citp-console elements "Stage" "" --
+[ "$(cat listened)" = "servers --timeout 1.2" ] || fail "it listened again: $(cat listened)"
+expect citp-console layers -i lo Tw --
+[ "$(tail -n 1 listened)" = "servers --timeout 1.2 --adapter lo" ] || fail "another adapter: $(cat listened)"
+[ ! -e was-run ] || fail "a server's name was run"

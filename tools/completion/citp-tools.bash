@@ -1,4 +1,5 @@
-# Bash completion for citp-browser, citp-console and citp-mediaserver. The words are read from the programs' --help texts.
+# Bash completion for citp-browser, citp-console and citp-mediaserver. The words are read from the programs' --help
+# texts, and the servers are those that announce themselves.
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash disable=SC2207 # COMPREPLY is a list of words
 
@@ -30,11 +31,45 @@ _citp_with_value()
     [[ $1 == -* ]] && _citp_options | grep -E -- "[ ]$1(,.*)? <\$" | grep -oE -- '--[a-z-]+' | head -n 1
 }
 
+# Completes $cur to the servers that are heard within little more than a second, in which each announces itself: to
+# their names, or to the keys of those whose names do not tell them apart. The answer is kept for half a minute, so that
+# the next words need no listening. $1: the program; further ones: its options.
+_citp_servers()
+{
+    local key name typed names repeated
+    if [[ ${_citp_listened_as-} != "$*" ]] || ((SECONDS >= ${_citp_listen_again:-0})); then
+        # timeout, because whatever happens, the shell must not hang.
+        _citp_heard=$(timeout 3 "$1" servers --timeout 1.2 "${@:2}" 2>/dev/null </dev/null)
+        _citp_listened_as=$*
+        _citp_listen_again=$((SECONDS + (${#_citp_heard} > 0 ? 30 : 3)))
+    fi
+    typed=${cur#[\"\']}
+    typed=${typed//\\/}
+    names=$(sed -E 's/^[^ ]+ *//' <<<"$_citp_heard" | sort)
+    repeated=$(uniq -d <<<"$names")
+    while read -r key name; do
+        [[ -n $key ]] || continue
+        name=${name#\"} name=${name%\"}
+        # An escaped name is not the name.
+        if [[ -z $name || $name == *\\u* || ($cur == [0-9]* && $key == "$cur"*) ]] ||
+            grep -qxF -- "\"$name\"" <<<"$repeated"; then
+            name=$key
+        fi
+        [[ ${name,,} == "${typed,,}"* ]] || continue
+        if [[ $cur == [\"\']* || $name == "$key" ]]; then
+            COMPREPLY+=("$name")
+        else
+            COMPREPLY+=("$(printf %q "$name")")
+        fi
+    done <<<"$_citp_heard"
+    __ltrim_colon_completions "$cur"
+}
+
 _citp_tools()
 {
     local cur prev words cword
-    _init_completion || return
-    local program=${words[0]} command='' option i help
+    _init_completion -n : || return
+    local program=${words[0]} command='' option i help wanted=0 adapter=()
 
     help=$("$program" --help 2>/dev/null)
     if [[ ${program##*/} == citp-console ]]; then
@@ -46,13 +81,19 @@ _citp_tools()
                 break
             fi
         done
+        for ((i += 1; i < cword; ++i)); do
+            [[ ${words[i]} == -* || -n $(_citp_with_value "${words[i - 1]}" <<<"$help") ]] || wanted=$((wanted + 1))
+        done
+        for ((i = 1; i + 1 < cword; ++i)); do
+            [[ ${words[i]} != --adapter && ${words[i]} != -i ]] || adapter=(--adapter "${words[i + 1]}")
+        done
     fi
 
     option=$(_citp_with_value "$prev" <<<"$help")
     case ${option#--} in
         '') ;;
         adapter) _available_interfaces -a; return ;;
-        to | media) _filedir -d; return ;;
+        to | html | media) _filedir -d; return ;;
         patch | output | write) _filedir; return ;;
         format) COMPREPLY=($(compgen -W 'jpeg png rgb8' -- "$cur")); return ;;
         msex) COMPREPLY=($(compgen -W '1.0 1.1 1.2' -- "$cur")); return ;;
@@ -66,6 +107,8 @@ _citp_tools()
         COMPREPLY=($(compgen -W "$(sed -n '/^Commands:/,/^$/s/^  \([a-z]\+\) .*/\1/p' <<<"$help")" -- "$cur"))
     elif grep -qE '^Usage:.* \[?FILE' <<<"$help"; then
         _filedir
+    elif [[ -n $command && $wanted == 0 ]] && grep -qE "^Usage:.* $command \[?SERVER" <<<"$help"; then
+        _citp_servers "$program" "${adapter[@]}"
     fi
 } &&
     complete -F _citp_tools citp-browser citp-console citp-mediaserver
