@@ -1,6 +1,7 @@
 // The browser's models beside simulated media servers: servers, libraries, layers, patch and log.
 // SPDX-License-Identifier: Apache-2.0
 #include <citp/citp_msg_fptc.h>
+#include <citp/citp_msg_msex_lsta.h>
 
 #include <QFile>
 #include <QNetworkInterface>
@@ -243,7 +244,7 @@ TEST_F(BrowserModels, LayersMoveAndShowWhatTheyPlay)
         openServer();
         LayerModel& layers = session.layers();
         ASSERT_TRUE(waitFor([&] { return layers.rowCount() == 3; })) << msex;
-        EXPECT_EQ(layers.index(0, LayerModel::Flags).data().toString().toStdString(), "0x00000001");
+        EXPECT_EQ(layers.index(0, LayerModel::Flags).data().toString().toStdString(), "playing");
         EXPECT_EQ(layers.index(0, LayerModel::Name).data().toString().toStdString(), "Grey across");
         const double before = layers.index(0, 0).data(LayerModel::FractionRole).toDouble();
         EXPECT_TRUE(waitFor([&] { return layers.index(0, 0).data(LayerModel::FractionRole).toDouble() != before; }));
@@ -253,6 +254,39 @@ TEST_F(BrowserModels, LayersMoveAndShowWhatTheyPlay)
         EXPECT_TRUE(waitFor([&] { return layers.rowCount() == 0; }));
         session.chooseServer({});
     }
+}
+
+TEST_F(BrowserModels, LayersTellTheirFlagsInWordsAndTheirTimesInOneForm)
+{
+    const MediaServer server({"--layers", "0"});
+    openServer();
+    CITP::Msg_MSEX_LSTA status;
+    status.versionMinor = 2;
+    for (const unsigned flags : {0x01U, 0x26U, 0x80000018U, 0U}) {
+        CITP::Msg_MSEX_LSTA::LayerStatus layer;
+        layer.LibraryId = "1,3,0,0";
+        layer.MediaPosition = 25 * (2 * 3600 + 3 * 60 + 4) + 5;
+        layer.MediaLength = layer.MediaPosition + 25;
+        layer.MediaFrameRate = 25;
+        layer.LayerStatusFlags = flags;
+        status.Layers.push_back(layer);
+    }
+    status.Layers[3].MediaFrameRate = 0;
+    Q_EMIT session.transport().layerStatus(StageKey, status);
+    const LayerModel& layers = session.layers();
+    ASSERT_TRUE(waitFor([&] { return layers.rowCount() == 4; }));
+    const auto cell = [&](int row, int column) { return layers.index(row, column).data().toString().toStdString(); };
+    EXPECT_EQ(cell(0, LayerModel::Flags), "playing");
+    EXPECT_EQ(cell(1, LayerModel::Flags), "backwards, looping, paused");
+    EXPECT_EQ(cell(2, LayerModel::Flags), "bouncing, random, 0x80000000");
+    EXPECT_EQ(cell(3, LayerModel::Flags), "none");
+    EXPECT_EQ(layers.index(2, LayerModel::Flags).data(Qt::ToolTipRole).toString().toStdString(), "0x80000018");
+    EXPECT_EQ(cell(0, LayerModel::Position), "2:03:04.05 / 2:03:05.05");
+    EXPECT_EQ(cell(3, LayerModel::Position), "184605 frames / 184630 frames");
+    EXPECT_EQ(layers.headerData(LayerModel::Position, Qt::Horizontal, Qt::DisplayRole).toString().toStdString(),
+              "Position (h:min:s.frames)");
+    EXPECT_EQ(Browser::frameTime(0, 25).toStdString(), "0:00:00.00");
+    EXPECT_EQ(Browser::frameTime(239, 120).toStdString(), "0:00:01.119");
 }
 
 TEST_F(BrowserModels, ThePatchComesWithTheServer)

@@ -191,7 +191,8 @@ TEST_F(BrowserWindow, WhatIsShownCanBeCopied)
     key(Qt::Key_C, Qt::ControlModifier);
     const QStringList lines = clipboard.text().split('\n');
     ASSERT_EQ(lines.size(), 4);
-    EXPECT_EQ(lines[0].toStdString(), "Layer\tPicture\tElement\tPosition\tfps\tLibrary / no.\tOutput\tFlags");
+    EXPECT_EQ(lines[0].toStdString(),
+              "Layer\tPicture\tElement\tPosition (h:min:s.frames)\tfps\tLibrary / no.\tOutput\tFlags");
     EXPECT_TRUE(lines[1].contains("\tGrey across\t")) << lines[1].toStdString();
     session.chooseLibrary(1, "1,3,0,0");
     ASSERT_TRUE(waitFor([this] { return areAllReady() && rowsReady() == 10; }));

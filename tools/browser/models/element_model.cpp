@@ -187,8 +187,7 @@ QVariant ElementModel::data(const QModelIndex& index, int role) const
             if (item.width > 0 && item.height > 0)
                 facts << tr("%1×%2").arg(item.width).arg(item.height);
             if (kind() == ElementKind::Media && item.frameRate > 0)
-                facts << tr("%1 s").arg(QLocale().toString(item.length / double(item.frameRate), 'f', 1))
-                      << tr("%1 fps").arg(item.frameRate);
+                facts << frameTime(item.length, item.frameRate) << tr("%1 fps").arg(item.frameRate);
             if (kind() == ElementKind::Effects)
                 facts << tr("Parameters: %1").arg(item.parameters.size());
             return facts.join(QStringLiteral("  "));
@@ -220,11 +219,8 @@ std::vector<std::pair<QString, QString>> ElementModel::fields(int row) const
                                                     {tr("DMX values"), tr("%1–%2").arg(item.dmxMin).arg(item.dmxMax)}};
     if (kind() == ElementKind::Media) {
         fields.emplace_back(tr("Size"), tr("%1 × %2 pixels").arg(item.width).arg(item.height));
-        fields.emplace_back(tr("Length"), item.frameRate > 0 ? tr("%1 frames, %2 s")
-                                                                   .arg(item.length)
-                                                                   .arg(QLocale().toString(
-                                                                       item.length / double(item.frameRate), 'f', 2))
-                                                             : tr("%1 frames").arg(item.length));
+        fields.emplace_back(tr("Length (h:min:s.frames)"), frameTime(item.length, item.frameRate));
+        fields.emplace_back(tr("Frames"), QString::number(item.length));
         fields.emplace_back(tr("Frame rate"), tr("%1 frames per second").arg(item.frameRate));
     }
     if (kind() != ElementKind::Effects)

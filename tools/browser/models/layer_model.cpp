@@ -2,7 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "layer_model.h"
 
+#include <QCoreApplication>
+
 #include <algorithm>
+#include <utility>
 
 #include "texts.h"
 
@@ -14,16 +17,26 @@ using CITP::PictureId;
 constexpr int AgeIntervalMs = 1000;
 constexpr int MaxLoads = 256;
 
-QString timeText(quint32 frames, int frameRate)
+struct LayerTexts
 {
-    if (frameRate == 0)
-        return QString::number(frames);
-    const quint32 rate = static_cast<quint32>(frameRate);
-    const quint32 seconds = frames / rate;
-    return QStringLiteral("%1:%2.%3")
-        .arg(seconds / 60)
-        .arg(seconds % 60, 2, 10, QLatin1Char('0'))
-        .arg(frames % rate, 2, 10, QLatin1Char('0'));
+    Q_DECLARE_TR_FUNCTIONS(Browser::LayerModel)
+};
+
+// Bits without a meaning here are shown as a number.
+QString flagsText(quint32 flags)
+{
+    const std::pair<quint32, QString> words[] = {{0x01, LayerTexts::tr("playing")}, {0x02, LayerTexts::tr("backwards")},
+                                                 {0x04, LayerTexts::tr("looping")}, {0x08, LayerTexts::tr("bouncing")},
+                                                 {0x10, LayerTexts::tr("random")},  {0x20, LayerTexts::tr("paused")}};
+    QStringList set;
+    for (const auto& [bit, word] : words) {
+        if ((flags & bit) != 0)
+            set << word;
+        flags &= ~bit;
+    }
+    if (flags != 0)
+        set << QStringLiteral("0x%1").arg(flags, 8, 16, QLatin1Char('0'));
+    return set.isEmpty() ? LayerTexts::tr("none") : set.join(QStringLiteral(", "));
 }
 } // namespace
 
@@ -153,8 +166,8 @@ QVariant LayerModel::data(const QModelIndex& index, int role) const
         case Name:
             return toSingleLine(layer.name);
         case Position:
-            return QStringLiteral("%1 / %2").arg(timeText(layer.position, layer.frameRate),
-                                                 timeText(layer.length, layer.frameRate));
+            return QStringLiteral("%1 / %2").arg(frameTime(layer.position, layer.frameRate),
+                                                 frameTime(layer.length, layer.frameRate));
         case FrameRate:
             return layer.frameRate;
         case Place:
@@ -162,7 +175,8 @@ QVariant LayerModel::data(const QModelIndex& index, int role) const
         case Output:
             return layer.output;
         case Flags:
-            return QStringLiteral("0x%1").arg(layer.flags, 8, 16, QLatin1Char('0'));
+            return role == Qt::ToolTipRole ? QStringLiteral("0x%1").arg(layer.flags, 8, 16, QLatin1Char('0'))
+                                           : flagsText(layer.flags);
         default:
             return {};
     }
@@ -183,7 +197,7 @@ QVariant LayerModel::headerData(int section, Qt::Orientation orientation, int ro
         case Name:
             return tr("Element");
         case Position:
-            return tr("Position");
+            return tr("Position (h:min:s.frames)");
         case FrameRate:
             return tr("fps");
         case Place:

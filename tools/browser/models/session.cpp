@@ -26,9 +26,11 @@ Session::Session(const QString& pictureFolder)
       m_directory(m_transport),
       m_pictures(m_pictureFiles),
       m_servers(m_directory),
+      m_search(m_requests, m_directory),
       m_elements(m_pictures),
       m_layers(m_pictures)
 {
+    m_filteredServers.setSourceModel(&m_servers);
     m_filteredLibraries.setSourceModel(&m_libraries);
     m_directory.followLayers();
     connect(&m_directory, &CITP::Directory::changed, this, &Session::follow);
@@ -79,6 +81,7 @@ void Session::chooseServer(const QString& key)
         return;
     m_chosen = key;
     m_isUp = false;
+    m_filteredServers.setChosen(key);
     show(nullptr);
     follow(key);
     Q_EMIT chosenChanged();

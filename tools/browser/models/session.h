@@ -18,6 +18,8 @@
 #include "patch_model.h"
 #include "picture_store.h"
 #include "preferences.h"
+#include "search_model.h"
+#include "server_filter.h"
 #include "server_model.h"
 #include "stack_options.h"
 
@@ -36,6 +38,8 @@ public:
 
     LogModel& log() { return m_log; }
     ServerModel& servers() { return m_servers; }
+    ServerFilter& filteredServers() { return m_filteredServers; }
+    SearchModel& search() { return m_search; }
     LibraryModel& libraries() { return m_libraries; }
     LibraryFilter& filteredLibraries() { return m_filteredLibraries; }
     ElementModel& elements() { return m_elements; }
@@ -91,6 +95,8 @@ private:
     CITP::Directory m_directory;
     PictureStore m_pictures;
     ServerModel m_servers;
+    ServerFilter m_filteredServers;
+    SearchModel m_search;
     LibraryModel m_libraries;
     LibraryFilter m_filteredLibraries;
     ElementModel m_elements;

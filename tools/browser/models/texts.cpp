@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "texts.h"
 
+#include <QCoreApplication>
 #include <QRegularExpression>
 #include <QStringList>
 
@@ -36,6 +37,20 @@ QString pictureFileName(const QString& name)
     static const QRegularExpression unsafe(QStringLiteral(R"([/\\:*?"<>|]|^\.+)"));
     const QString safe = toSingleLine(name, 80).replace(unsafe, QStringLiteral("_")).trimmed();
     return (safe.isEmpty() ? QStringLiteral("picture") : safe) + QStringLiteral(".png");
+}
+
+QString frameTime(quint32 frames, int frameRate)
+{
+    if (frameRate <= 0)
+        return QCoreApplication::translate("Browser::Texts", "%1 frames").arg(frames);
+    const auto rate = static_cast<quint32>(frameRate);
+    const quint32 seconds = frames / rate;
+    const auto padded = [](quint32 number, int digits) {
+        return QStringLiteral("%1").arg(number, digits, 10, QLatin1Char('0'));
+    };
+    return QStringLiteral("%1:%2:%3.%4")
+        .arg(QString::number(seconds / 3600), padded(seconds / 60 % 60, 2), padded(seconds % 60, 2),
+             padded(frames % rate, rate > 100 ? 3 : 2));
 }
 
 QString tableText(const QAbstractItemModel& model)

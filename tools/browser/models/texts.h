@@ -16,6 +16,8 @@ constexpr int MarkCheckMs = 500;
 QString toSingleLine(const QString& text, int longest = 160);
 /// A name for the file of the picture of the element @p name, safe on every file system.
 QString pictureFileName(const QString& name);
+/// @p frames as hours:minutes:seconds.frames; without a frame rate, their number.
+QString frameTime(quint32 frames, int frameRate);
 /// The rows of @p model with its headings as text, with a tab between two columns.
 QString tableText(const QAbstractItemModel& model);
 /// @p lines as rich text for a tooltip.

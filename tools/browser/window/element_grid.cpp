@@ -2,12 +2,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "element_grid.h"
 
+#include <QApplication>
 #include <QPaintEvent>
 #include <QPainter>
 #include <QScrollBar>
 #include <QWheelEvent>
 
 #include "element_delegate.h"
+#include "models/element_model.h"
 
 namespace Browser {
 namespace {
@@ -130,7 +132,23 @@ void ElementGrid::dataChanged(const QModelIndex& topLeft, const QModelIndex& bot
         viewport()->update();
 }
 
-void ElementGrid::keyboardSearch(const QString& /*search*/) {}
+void ElementGrid::keyboardSearch(const QString& search)
+{
+    if (!m_sinceKey.isValid() || m_sinceKey.hasExpired(QApplication::keyboardInputInterval()))
+        m_typed.clear();
+    m_sinceKey.start();
+    m_typed += search;
+    // A longer text may still be found in the same element.
+    const int first = m_typed.size() > search.size() ? qMax(0, currentIndex().row()) : currentIndex().row() + 1;
+    for (int i = 0; i < rows(); ++i) {
+        const QModelIndex index = model()->index((first + i) % rows(), 0);
+        if (index.data(ElementModel::NameRole).toString().startsWith(m_typed, Qt::CaseInsensitive) ||
+            index.data(ElementModel::NumberRole).toString().startsWith(m_typed)) {
+            setCurrentIndex(index);
+            return;
+        }
+    }
+}
 
 QModelIndex ElementGrid::moveCursor(CursorAction action, Qt::KeyboardModifiers /*modifiers*/)
 {

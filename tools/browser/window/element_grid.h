@@ -6,6 +6,7 @@
 #pragma once
 
 #include <QAbstractItemView>
+#include <QElapsedTimer>
 
 namespace Browser {
 class ElementGrid : public QAbstractItemView
@@ -31,7 +32,7 @@ public:
     void reset() override;
     void dataChanged(const QModelIndex& topLeft, const QModelIndex& bottomRight,
                      const QVector<int>& roles = QVector<int>()) override;
-    /// Does nothing: a search through all names for each key would block the window.
+    /// Goes to the next element whose name or number begins with what is typed.
     void keyboardSearch(const QString& search) override;
 
 Q_SIGNALS:
@@ -66,7 +67,9 @@ private:
 
     QString m_message;
     int m_tileWidth = DefaultTileWidth;
-    int m_wheel = 0; ///< turn of the wheel that has not made a step yet
+    QString m_typed;
+    QElapsedTimer m_sinceKey; ///< since the last of #m_typed
+    int m_wheel = 0;          ///< turn of the wheel that has not made a step yet
     std::pair<int, int> m_reportedRows{0, -1};
     mutable QSize m_tile; ///< cached size hint of the delegate; empty if unknown
 };

@@ -53,6 +53,7 @@ MainWindow::MainWindow(Session& session) : m_session(session)
     makeLayers();
     makePatch();
     makeLog();
+    makeSearch();
     makeMenus();
     makeStatus();
     makeFrame();
@@ -92,7 +93,7 @@ void MainWindow::chooseInitialServer()
         const bool isLast = index.data(ServerModel::KeyRole).toString() == m_lastServer;
         const bool isUp = index.data(ServerModel::StateRole).toInt() == static_cast<int>(ServerModel::State::Up);
         if (isUp && (isLast || m_lastServer.isEmpty())) {
-            m_servers->setCurrentIndex(index);
+            m_servers->setCurrentIndex(m_session.filteredServers().mapFromSource(index));
             return;
         }
     }
@@ -100,9 +101,11 @@ void MainWindow::chooseInitialServer()
 
 void MainWindow::showChosen()
 {
-    const int row = m_session.servers().rowOf(m_session.chosenServer());
-    if (row >= 0 && m_servers->currentIndex().row() != row)
-        m_servers->setCurrentIndex(m_session.servers().index(row));
+    const ServerModel& servers = m_session.servers();
+    const QModelIndex server =
+        m_session.filteredServers().mapFromSource(servers.index(servers.rowOf(m_session.chosenServer())));
+    if (server.isValid() && m_servers->currentIndex() != server)
+        m_servers->setCurrentIndex(server);
     showElementState();
     if (m_session.isChosenUp() && !m_libraries->currentIndex().isValid())
         expandMedia();
@@ -448,6 +451,13 @@ void MainWindow::updateServerCount()
                                : tr("Servers up: %1 of %2").arg(m_session.servers().countUp()).arg(all));
 }
 
+void MainWindow::showLost()
+{
+    const int lost = m_session.filteredServers().folded();
+    m_lost->setVisible(lost > 0);
+    m_lost->setText(m_lost->isChecked() ? tr("▾ Lost servers: %1").arg(lost) : tr("▸ Lost servers: %1").arg(lost));
+}
+
 void MainWindow::restoreSettings()
 {
     const QSettings settings;
@@ -458,6 +468,7 @@ void MainWindow::restoreSettings()
     m_wantedLibrary = settings.value(QStringLiteral("library")).toString();
     m_wantedType = static_cast<quint8>(settings.value(QStringLiteral("libraryType")).toInt());
     m_elements->setTileWidth(settings.value(QStringLiteral("tileWidth"), ElementGrid::DefaultTileWidth).toInt());
+    m_onlyProblems->setChecked(settings.value(QStringLiteral("onlyProblems")).toBool());
     m_search->setText(settings.value(QStringLiteral("filter")).toString());
     for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})
         view->horizontalHeader()->restoreState(settings.value(QLatin1String(name)).toByteArray());
@@ -475,6 +486,7 @@ void MainWindow::saveSettings() const
         settings.setValue(QStringLiteral("library"), isWanted ? m_wantedLibrary : m_session.elements().library());
         settings.setValue(QStringLiteral("libraryType"), isWanted ? m_wantedType : m_session.elements().type());
     }
+    settings.setValue(QStringLiteral("onlyProblems"), m_onlyProblems->isChecked());
     settings.setValue(QStringLiteral("tileWidth"), m_elements->tileWidth());
     settings.setValue(QStringLiteral("filter"), m_search->text());
     for (const auto& [name, view] : {std::pair("layers", m_layers), std::pair("patch", m_patch)})

@@ -15,6 +15,7 @@
 #include "log_pane.h"
 #include "models/session.h"
 #include "preview_pane.h"
+#include "search_pane.h"
 
 namespace Browser {
 class MainWindow : public QMainWindow
@@ -39,6 +40,7 @@ private:
     void makeLayers();
     void makePatch();
     void makeLog();
+    void makeSearch();
     void makeMenus();
     void makeStatus();
     void makeFrame();
@@ -71,6 +73,7 @@ private:
     void showAbout();
     void showAdapter();
     void updateServerCount();
+    void showLost();
     QString elementMessage() const;
     QString serverName() const;
     QString libraryPath(quint8 type, const QString& library) const;
@@ -80,6 +83,8 @@ private:
 
     Session& m_session;
     QListView* m_servers = nullptr;
+    QCheckBox* m_onlyProblems = nullptr;
+    QPushButton* m_lost = nullptr;
     QWidget* m_librariesPane = nullptr;
     QLineEdit* m_search = nullptr;
     QLabel* m_noHits = nullptr;
@@ -95,6 +100,7 @@ private:
     QTableView* m_layers = nullptr;
     QTableView* m_patch = nullptr;
     LogPane* m_log = nullptr;
+    SearchPane* m_searchPane = nullptr;
     QLabel* m_counts = nullptr;
     QAction* m_quiet = nullptr;
     QPushButton* m_quietNote = nullptr;

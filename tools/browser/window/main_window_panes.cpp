@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QClipboard>
 #include <QDockWidget>
 #include <QGuiApplication>
@@ -75,16 +76,25 @@ QDockWidget* MainWindow::addPane(const QString& name, const QString& title, QWid
 
 void MainWindow::makeServers()
 {
-    m_servers = new QListView;
+    auto* const content = new QWidget;
+    m_onlyProblems = new QCheckBox(tr("Only with &problems"), content);
+    m_onlyProblems->setObjectName(QStringLiteral("onlyProblems"));
+    m_onlyProblems->setToolTip(tr("Shows only servers that are failing, lost or silent"));
+    m_lost = new QPushButton(content);
+    m_lost->setObjectName(QStringLiteral("lostServers"));
+    m_lost->setCheckable(true);
+    m_lost->setFlat(true);
+    m_lost->setToolTip(tr("Shows or hides the servers that are lost"));
+    m_servers = new QListView(content);
     m_servers->setObjectName(QStringLiteral("servers"));
     // Connected before setModel(): when the current row is removed, the view would make its neighbour current.
-    connect(&m_session.servers(), &QAbstractItemModel::rowsAboutToBeRemoved, m_servers,
+    connect(&m_session.filteredServers(), &QAbstractItemModel::rowsAboutToBeRemoved, m_servers,
             [this](const QModelIndex& /*parent*/, int first, int last) {
                 const int row = m_servers->currentIndex().row();
                 if (row >= first && row <= last)
                     m_servers->setCurrentIndex({});
             });
-    m_servers->setModel(&m_session.servers());
+    m_servers->setModel(&m_session.filteredServers());
     // Set explicitly, or the view makes its first row current when it gets the focus.
     m_servers->setCurrentIndex({});
     m_servers->setItemDelegate(new ServerDelegate(m_servers));
@@ -96,7 +106,20 @@ void MainWindow::makeServers()
     addToMenu(m_servers, tr("&Copy the address"), QKeySequence::Copy, [this] {
         QGuiApplication::clipboard()->setText(m_servers->currentIndex().data(ServerModel::KeyRole).toString());
     });
-    addPane(QStringLiteral("servers"), tr("Servers"), m_servers, Qt::LeftDockWidgetArea);
+    auto* const layout = new QVBoxLayout(content);
+    layout->setContentsMargins(4, 4, 4, 0);
+    layout->setSpacing(4);
+    layout->addWidget(m_onlyProblems);
+    layout->addWidget(m_servers);
+    layout->addWidget(m_lost);
+    addPane(QStringLiteral("servers"), tr("Servers"), content, Qt::LeftDockWidgetArea);
+    connect(m_onlyProblems, &QCheckBox::toggled, &m_session.filteredServers(), &ServerFilter::setOnlyProblems);
+    connect(m_lost, &QPushButton::toggled, this, [this](bool on) {
+        m_session.filteredServers().setShowsLost(on);
+        showLost();
+    });
+    connect(&m_session.filteredServers(), &ServerFilter::foldedChanged, this, &MainWindow::showLost);
+    showLost();
     connect(m_servers->selectionModel(), &QItemSelectionModel::currentChanged, this, [this](const QModelIndex& index) {
         if (index.isValid())
             m_session.chooseServer(index.data(ServerModel::KeyRole).toString());
@@ -269,11 +292,11 @@ void MainWindow::makeLayers()
     const std::vector<std::pair<int, int>> widths{
         {LayerModel::Layer, widthOf(this, tr("Layer"))},
         {LayerModel::Picture, LayerRowHeight * 4 / 3 + 8},
-        {LayerModel::Position, 160},
+        {LayerModel::Position, widthOf(this, tr("Position (h:min:s.frames)"))},
         {LayerModel::FrameRate, widthOf(this, tr("000 fps"))},
         {LayerModel::Place, widthOf(this, QStringLiteral("1,255,255,255 / 255"))},
         {LayerModel::Output, widthOf(this, tr("Output"))},
-        {LayerModel::Flags, widthOf(this, QStringLiteral("0x00000000"))}};
+        {LayerModel::Flags, widthOf(this, tr("playing, backwards"))}};
     for (const auto& [column, width] : widths)
         m_layers->setColumnWidth(column, width);
     m_layers->horizontalHeader()->setSectionResizeMode(LayerModel::Name, QHeaderView::Stretch);
@@ -312,18 +335,31 @@ void MainWindow::makeLog()
     addPane(QStringLiteral("log"), tr("Log"), m_log, Qt::BottomDockWidgetArea);
 }
 
+void MainWindow::makeSearch()
+{
+    m_searchPane = new SearchPane(m_session.search());
+    addPane(QStringLiteral("search"), tr("Search"), m_searchPane, Qt::BottomDockWidgetArea);
+    connect(m_searchPane, &SearchPane::chosen, this, [this](const SearchModel::Hit& hit) {
+        // The model may be searched anew meanwhile.
+        const SearchModel::Hit copy = hit;
+        openElement(copy.server, copy.type, copy.library, copy.number);
+    });
+}
+
 // The tabs already show the panes' names; title bars would only take space from the lists.
 void MainWindow::makeFrame()
 {
     setCorner(Qt::BottomLeftCorner, Qt::LeftDockWidgetArea);
     setCorner(Qt::BottomRightCorner, Qt::BottomDockWidgetArea);
     setTabPosition(Qt::BottomDockWidgetArea, QTabWidget::North);
-    for (const char* const name : {"layersPane", "patchPane", "logPane"})
+    for (const char* const name : {"layersPane", "patchPane", "logPane", "searchPane"})
         findChild<QDockWidget*>(QLatin1String(name))->setTitleBarWidget(new QWidget(this));
     const QScreen* const screen = QGuiApplication::primaryScreen();
     const QSize room = screen ? screen->availableSize() : QSize(1280, 720);
     resize(qMin(room.width(), qMax(1180, room.width() * 4 / 5)), qMin(room.height(), qMax(680, room.height() * 4 / 5)));
-    setTabOrder(m_servers, m_search);
+    setTabOrder(m_onlyProblems, m_servers);
+    setTabOrder(m_servers, m_lost);
+    setTabOrder(m_lost, m_search);
     setTabOrder(m_search, m_libraries);
     setTabOrder(m_libraries, m_elements);
     setTabOrder(m_elements, m_cancel);
@@ -395,6 +431,7 @@ void MainWindow::makeMenus()
     addPlace(tr("L&og"), int(Qt::CTRL) | Qt::Key_6, m_log->findChild<QTableView*>(QStringLiteral("log")));
     view->addSeparator();
     view->addAction(tr("&Reset layout"), this, &MainWindow::resetLayout)->setObjectName(QStringLiteral("resetLayout"));
+    addPlace(tr("Search in &all servers"), int(Qt::CTRL) | int(Qt::SHIFT) | Qt::Key_F, m_searchPane->text());
     addPlace(tr("&Filter the libraries"), int(Qt::CTRL) | Qt::Key_F, m_search);
 
     QMenu* const help = menuBar()->addMenu(tr("&Help"));
@@ -439,11 +476,12 @@ void MainWindow::resetLayout()
     for (const char* const name : {"serversPane", "librariesPane"})
         addDockWidget(Qt::LeftDockWidgetArea, pane(name));
     addDockWidget(Qt::RightDockWidgetArea, pane("previewPane"));
-    for (const char* const name : {"layersPane", "patchPane", "logPane"})
+    for (const char* const name : {"layersPane", "patchPane", "logPane", "searchPane"})
         addDockWidget(Qt::BottomDockWidgetArea, pane(name));
     splitDockWidget(pane("serversPane"), pane("librariesPane"), Qt::Horizontal);
     tabifyDockWidget(pane("layersPane"), pane("patchPane"));
     tabifyDockWidget(pane("layersPane"), pane("logPane"));
+    tabifyDockWidget(pane("layersPane"), pane("searchPane"));
     pane("layersPane")->raise();
     resizeDocks({pane("serversPane"), pane("librariesPane"), pane("previewPane")},
                 {qMin(width() * 15 / 100, 260), qMin(width() * 16 / 100, 320), qMin(width() * 22 / 100, 600)},
