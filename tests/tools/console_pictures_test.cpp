@@ -81,5 +81,10 @@ TEST(FileNames, TellElementsApartWhateverTheirNames)
     EXPECT_EQ(fileName("3", 255, "", "png").toStdString(), "3-255.png");
     EXPECT_EQ(fileName("3", 1, "Sky.JPG", "jpg").toStdString(), "3-001-Sky.jpg");
     EXPECT_EQ(fileName("3", 1, "Sky.png", "jpg").toStdString(), "3-001-Sky.jpg");
+    EXPECT_EQ(fileName("3", 1, "Sky.jpg.jpg", "jpg").toStdString(), "3-001-Sky.jpg");
+    EXPECT_EQ(fileName("3", 1, "Sky.jpg ", "jpg").toStdString(), "3-001-Sky.jpg");
+    // Cut behind the extension.
+    EXPECT_EQ(fileName("3", 1, QString(76, 'a') + ".jpg and more", "jpg").toStdString(),
+              "3-001-" + std::string(76, 'a') + ".jpg");
     EXPECT_EQ(fileName("3", 1, "Sky.mov", "jpg").toStdString(), "3-001-Sky.mov.jpg");
 }

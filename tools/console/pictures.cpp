@@ -55,8 +55,8 @@ QString fileNamePart(const QString& name)
 QString fileName(const QString& library, int element, const QString& name, const QString& extension)
 {
     // Names of clips often are names of files.
-    static const QRegularExpression pictureExtension("\\.(jpe?g|png)$", QRegularExpression::CaseInsensitiveOption);
-    const QString part = fileNamePart(QString(name).remove(pictureExtension));
+    static const QRegularExpression pictureExtension("(\\.(jpe?g|png))+_*$", QRegularExpression::CaseInsensitiveOption);
+    const QString part = fileNamePart(name).remove(pictureExtension);
     return QString("%1-%2%3.%4")
         .arg(QString(library).replace(',', '.'))
         .arg(element, 3, 10, QLatin1Char('0'))
