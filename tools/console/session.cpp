@@ -46,7 +46,8 @@ class Neighbours
 {
 public:
     explicit Neighbours(const Options& options)
-        : m_isListening(options.stack.servers.isEmpty() && m_discovery.open() == 0 &&
+        : m_isListening(options.stack.servers.isEmpty() && !Tools::isServerKey(options.server) &&
+                        m_discovery.open() == 0 &&
                         m_discovery.join(ArtNet::Adapter::Get(), options.stack.options.discoveryGroups()) == 0)
     {
         m_listening.start();
