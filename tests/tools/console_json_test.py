@@ -49,6 +49,7 @@ with tempfile.TemporaryDirectory() as folder:
     with open(patch, "w", encoding="utf-8") as file:
         json.dump([{"id": 7, "universe": 1, "channel": 21, "channels": 20, "make": "Acme", "name": "Wash"}], file)
     pictures = os.path.join(folder, "pictures")
+    pages = os.path.join(folder, "pages")
     recorded = os.path.join(folder, "recorded.pcap")
     server = subprocess.Popen([SERVER, "--adapter", "lo", "--interval", "100", "--layer-rate", "5", "--patch", patch,
                                "--effects", "1", "--generic", "1"], stdout=subprocess.PIPE, text=True)
@@ -61,7 +62,7 @@ with tempfile.TemporaryDirectory() as folder:
             ("adapters",), ("servers",), ("watch", "--seconds", "5"), ("doctor",), ("doctor", "--timeout", "0.1", "none"),
             ("libraries", KEY), ("elements", KEY, "1"), ("elements", KEY, "1", "--type", "2"),
             ("elements", KEY, "1", "--type", "3"), ("layers", KEY, "--seconds", "4"), ("patch", KEY),
-            ("stats", KEY, "--seconds", "5"), ("thumbnails", KEY, "2", "--to", pictures))}
+            ("stats", KEY, "--seconds", "5"), ("thumbnails", KEY, "2", "--to", pictures, "--html", pages))}
         for name, program in commands.items():
             check(name, program.communicate(timeout=SECONDS)[0])
         recorder.terminate()

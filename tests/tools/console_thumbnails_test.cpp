@@ -154,6 +154,47 @@ TEST(ConsoleThumbnails, MakesTheFolderAndAsksForTheSize)
     EXPECT_EQ(QImage(folder + "/1.1.0.0-002-Red.png").size(), QSize(64, 48));
 }
 
+TEST(ConsoleThumbnails, WritesPagesBesideTheFilesOrAlone)
+{
+    const QTemporaryDir target;
+    const Server server({"--name", "<b>Stage"});
+    const QString pages = target.filePath("pages");
+    const QStringList arguments{"thumbnails", key, "2", "--adapter", "lo", "--html", pages};
+    const Outcome alone = runConsole(arguments);
+    EXPECT_EQ(alone.status, 0) << alone.errors.toStdString();
+    EXPECT_TRUE(alone.output.endsWith("4 of 4 thumbnails written to " + pages + "\npage: " + pages + "/index.html\n"))
+        << alone.output.toStdString();
+    EXPECT_EQ(QDir(target.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).join(' ').toStdString(), "pages");
+    EXPECT_EQ(QDir(pages).entryList(QDir::Files).join(' ').toStdString(),
+              "1.2.0.0-000.jpg 1.2.0.0-001.jpg 1.2.0.0-002.jpg 1.2.0.0-003.jpg index.html library-1.2.0.0.html");
+    QFile page(pages + "/library-1.2.0.0.html");
+    ASSERT_TRUE(page.open(QIODevice::ReadOnly));
+    const QByteArray content = page.readAll();
+    EXPECT_TRUE(content.contains("<img src=\"1.2.0.0-003.jpg\" alt=\"\"><bdi>3  Rings</bdi>")) << content.toStdString();
+    EXPECT_TRUE(content.contains("&lt;b&gt;Stage")) << content.toStdString();
+
+    // They are not written over, and the files are saved all the same as without them.
+    const Outcome again = runConsole(arguments);
+    EXPECT_EQ(again.status, 1);
+    EXPECT_EQ(again.errors.toStdString(),
+              ("citp-console: could not write the pages " + pages + ": it is not empty\n").toStdString());
+    const Outcome both = fetch(target.filePath("files"), {"2", "--html", target.filePath("more")});
+    EXPECT_EQ(both.status, 0) << both.errors.toStdString();
+    EXPECT_EQ(pictureCount(target.filePath("files")), 4);
+    EXPECT_TRUE(QFile::exists(target.filePath("more/index.html")));
+}
+
+TEST(ConsoleThumbnails, ShowsTheMissingOnesOnThePagesToo)
+{
+    const QTemporaryDir target;
+    const Server server({"--fault", "oversize"});
+    const Outcome outcome = runConsole({"thumbnails", key, "2", "--adapter", "lo", "--html", target.filePath("pages")});
+    EXPECT_EQ(outcome.status, 1);
+    QFile page(target.filePath("pages/library-1.2.0.0.html"));
+    ASSERT_TRUE(page.open(QIODevice::ReadOnly));
+    EXPECT_EQ(page.readAll().count("its answer has no picture"), 4);
+}
+
 TEST(ConsoleThumbnails, SaysThatTheFolderCannotBe)
 {
     QTemporaryDir target;
@@ -273,7 +314,7 @@ TEST(ConsoleThumbnails, DrawsNoSheetTallerThanCanBeDrawn)
 TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheServerGoesDown)
 {
     const QTemporaryDir target;
-    Console console({"thumbnails", key, "--adapter", "lo", "--to", target.path()});
+    Console console({"thumbnails", key, "--adapter", "lo", "--to", target.path(), "--html", target.filePath("pages")});
     {
         const Server server({"--fault", "delay", "--fault-delay", "150"});
         ASSERT_TRUE(waitFor([&] { return pictureCount(target.path()) > 0; }));
@@ -284,6 +325,8 @@ TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheServerGoesDown)
     EXPECT_GT(pictureCount(target.path()), 0);
     EXPECT_LT(pictureCount(target.path()), 40);
     expectGoodFiles(target.path());
+    // The pages are whole or not there at all.
+    EXPECT_EQ(QDir(target.path()).entryList(QDir::Dirs | QDir::NoDotAndDotDot).join(' ').toStdString(), "");
     EXPECT_TRUE(QFile::exists(target.filePath("contact-sheet.jpg")));
 }
 

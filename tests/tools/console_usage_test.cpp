@@ -51,6 +51,11 @@ TEST(ConsoleUsage, RefusesWrongUseInOneLine)
     expectRefused({}, "no command given");
     expectRefused({"wacth"}, "'wacth' is not a command; did you mean 'watch'?");
     expectRefused({"librarys"}, "did you mean 'libraries'?");
+    expectRefused({"thumb"}, "did you mean 'thumbnails'?");
+    expectRefused({"Server"}, "did you mean 'servers'?");
+    expectRefused({"thumbnails", "x", "--to", "y", "--format", "jpg"}, "; did you mean 'jpeg'?");
+    expectRefused({"thumbnails", "x", "--html", ""}, "--html");
+    expectRefused({"decode", "x", "--full", "--json"}, "--full cannot be combined with --json or --summary");
     expectRefused({"sing"}, "'sing' is not a command; see --help");
     expectRefused({"watch", "--secods", "3"}, "did you mean '--seconds'?");
     expectRefused({"watch", "--unheard-of"}, "unheard-of");

@@ -119,13 +119,14 @@ const std::vector<Command>& commands()
          connecting({"adapter", "interval", "json", "log", "seconds", "timeout"})},
         {"thumbnails",
          "saves the thumbnails of a server or library",
-         "Requests the thumbnail of every element of a server, or of one library without its sub-libraries. Writes\n"
-         "each thumbnail to a file, and all of them to a contact sheet, contact-sheet.jpg. RGB8 pictures are saved as\n"
+         "Requests the thumbnail of every element of a server, or of one library without its sub-libraries. With\n"
+         "--to, writes each thumbnail to a file, and all of them to a contact sheet, contact-sheet.jpg. With --html,\n"
+         "writes pages that show them, for any browser. RGB8 pictures are saved as\n"
          "PNG, other formats as received. Missing thumbnails are listed, and the exit status is then 1.\n"
          "A library that does not answer the request for its elements is skipped and counts as missing.",
          fetchThumbnails,
          {"SERVER", "[LIBRARY]"},
-         connecting({"adapter", "format", "json", "log", "size", "timeout", "to", "type"}),
+         connecting({"adapter", "format", "html", "json", "log", "size", "timeout", "to", "type"}),
          true},
         {"decode",
          "prints the CITP messages of a capture file",
@@ -209,6 +210,10 @@ QList<QCommandLineOption> knownOptions()
          "after half of it. The timeout for the server to come up is at least 10. Default: 10.",
          "SECONDS"},
         {"to", "Folder for the files, created if it does not exist. Existing files are overwritten.", "DIR"},
+        {"html",
+         "New or empty folder for HTML pages with the pictures: index.html and one for each library. The pages appear "
+         "when all are complete.",
+         "DIR"},
         {"type", "Library type, 1 to 255: 1 media, 2 effects, 3 and higher others. Default: 1.", "N"},
         {{"seconds", "duration"},
          "Stops after this many seconds, 1 to 86400. Default: run until Ctrl-C; for 'capture' 600.",
@@ -261,10 +266,13 @@ int distanceOf(const QString& one, const QString& other)
 QString suggestion(const QString& word, const QStringList& candidates, const QString& prefix = {})
 {
     constexpr int MaxDistance = 2;
+    constexpr int MinPrefix = 3;
     QString best;
     int bestDistance = MaxDistance + 1;
     for (const QString& candidate : candidates) {
-        const int distance = word.size() > 32 ? bestDistance : distanceOf(word, candidate);
+        int distance = word.size() > 32 ? bestDistance : distanceOf(word.toLower(), candidate);
+        if (word.size() >= MinPrefix && candidate.startsWith(word, Qt::CaseInsensitive))
+            distance = 1;
         if (distance < bestDistance && distance < candidate.size()) {
             best = candidate;
             bestDistance = distance;
@@ -377,8 +385,8 @@ private:
             if (isRequired && (i >= words.size() || words.at(i).isEmpty()))
                 throw UsageError{QString("'%1' requires %2").arg(QString(command.name), command.arguments.at(i))};
         }
-        if (command.options.contains("to") && !m_parser.isSet("to"))
-            throw UsageError{QString("'%1' requires --to DIR").arg(QString(command.name))};
+        if (command.options.contains("to") && !m_parser.isSet("to") && !m_parser.isSet("html"))
+            throw UsageError{QString("'%1' requires --to DIR or --html DIR").arg(QString(command.name))};
         if (command.options.contains("write") && !m_parser.isSet("write"))
             throw UsageError{QString("'%1' requires --write FILE").arg(QString(command.name))};
     }
@@ -452,7 +460,8 @@ private:
     {
         QString format = m_parser.isSet("format") ? m_parser.value("format").toUpper() : QString("JPEG");
         if (format != "JPEG" && format != "PNG" && format != "RGB8")
-            throwInvalid("format", "not a supported format: jpeg, png or rgb8");
+            throwInvalid("format", "not a supported format: jpeg, png or rgb8" +
+                                       suggestion(m_parser.value("format"), {"jpeg", "png", "rgb8"}));
         return format;
     }
 
@@ -480,6 +489,7 @@ private:
         options.timeoutMs = timeoutMs(options.timeoutMs);
         options.intervalMs = number("interval", 1, 3600, options.intervalMs / 1000) * 1000;
         options.to = text("to");
+        options.html = text("html");
         options.format = format();
         options.size = size(options.format);
         options.adapter = text("adapter");

@@ -30,7 +30,8 @@ struct Options
     int type = 1;          ///< MSEX library type, 1 to 255
     int timeoutMs = 10000; ///< timeout of each single wait
     int intervalMs = 2000; ///< between two tables
-    QString to;            ///< folder
+    QString to;            ///< folder; empty: no files
+    QString html;          ///< folder for pages; empty: no pages
     QString format;        ///< as in the requests: "JPEG", "PNG" or "RGB8"
     QSize size;            ///< pixels
 

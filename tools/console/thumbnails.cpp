@@ -3,11 +3,13 @@
 #include <QDir>
 #include <QPointer>
 #include <deque>
+#include <optional>
 #include <utility>
 
 #include "commands.h"
 #include "contact_sheet.h"
 #include "new_file.h"
+#include "picture_pages.h"
 #include "pictures.h"
 #include "printing.h"
 #include "progress.h"
@@ -24,6 +26,7 @@ struct Thumbnail
     CITP::Element element;
     QString problem = "not requested"; ///< empty when the file was written
     QString file;
+    QString page; ///< the file on the page
     QString format;
     QSize size;
     bool isDrawn = false; ///< on a contact sheet
@@ -36,11 +39,17 @@ QString detailOf(const Thumbnail& thumbnail)
     return QString("%1  %2 x %3").arg(thumbnail.format).arg(thumbnail.size.width()).arg(thumbnail.size.height());
 }
 
+QString pageProblem(const Options& options, const Tools::PicturePages& pages)
+{
+    return QString("could not write the pages %1: %2").arg(escapeControls(options.html), pages.problem());
+}
+
 class Fetcher
 {
 public:
-    Fetcher(Session& session, const Options& options, std::vector<Thumbnail>& thumbnails, ContactSheets& sheets)
-        : m_session(session), m_options(options), m_thumbnails(thumbnails), m_sheets(sheets)
+    Fetcher(Session& session, const Options& options, std::vector<Thumbnail>& thumbnails, ContactSheets* sheets,
+            Tools::PicturePages* pages)
+        : m_session(session), m_options(options), m_thumbnails(thumbnails), m_sheets(sheets), m_pages(pages)
     {
     }
     // Tells of the thumbnails that were not waited for.
@@ -111,16 +120,27 @@ private:
         Thumbnail& thumbnail = m_thumbnails[index];
         const PictureFile picture = toPictureFile(received, m_options.size);
         thumbnail.problem = picture.problem;
-        if (picture.problem.isEmpty())
+        thumbnail.format = picture.format;
+        thumbnail.size = picture.size;
+        if (picture.problem.isEmpty() && m_pages)
+            writeForPage(picture, thumbnail);
+        if (picture.problem.isEmpty() && m_sheets)
             write(picture, thumbnail);
-        m_sheets.draw(index, detailOf(thumbnail), thumbnail.problem.isEmpty() ? picture.image : QImage());
+        if (m_sheets)
+            m_sheets->draw(index, detailOf(thumbnail), thumbnail.problem.isEmpty() ? picture.image : QImage());
         thumbnail.isDrawn = true;
+    }
+
+    void writeForPage(const PictureFile& picture, Thumbnail& thumbnail)
+    {
+        thumbnail.page =
+            m_pages->write(thumbnail.library.id, thumbnail.element.number, picture.content, picture.extension);
+        if (thumbnail.page.isEmpty())
+            throw Failure{pageProblem(m_options, *m_pages)};
     }
 
     void write(const PictureFile& picture, Thumbnail& thumbnail)
     {
-        thumbnail.format = picture.format;
-        thumbnail.size = picture.size;
         thumbnail.file = QDir(m_options.to)
                              .filePath(fileName(thumbnail.library.id, thumbnail.element.number, thumbnail.element.name,
                                                 picture.extension));
@@ -134,7 +154,8 @@ private:
     Session& m_session;
     const Options& m_options;
     std::vector<Thumbnail>& m_thumbnails;
-    ContactSheets& m_sheets;
+    ContactSheets* m_sheets;      ///< null if no files are wanted
+    Tools::PicturePages* m_pages; ///< null if no pages are wanted
     QObject m_context;
     std::vector<QPointer<Reply>> m_replies;
     std::size_t m_ended = 0;
@@ -199,6 +220,22 @@ void drawMissing(const std::vector<Thumbnail>& thumbnails, ContactSheets& sheets
     }
 }
 
+// @return the path of the first page
+QString writePages(const Options& options, const std::vector<Thumbnail>& thumbnails, Tools::PicturePages& pages)
+{
+    std::vector<Tools::PageLibrary> libraries;
+    for (const Thumbnail& thumbnail : thumbnails) {
+        if (libraries.empty() || libraries.back().id != thumbnail.library.id)
+            libraries.push_back({thumbnail.library.id, thumbnail.library.name, {}});
+        libraries.back().cells.push_back(
+            {QString("%1  %2").arg(QString::number(thumbnail.element.number), thumbnail.element.name),
+             detailOf(thumbnail), thumbnail.page});
+    }
+    if (!pages.commit(libraries))
+        throw Failure{pageProblem(options, pages)};
+    return QDir(options.html).filePath("index.html");
+}
+
 void printAsJson(const Session& session, const Thumbnail& thumbnail)
 {
     QJsonObject object{{"record", "thumbnail"},
@@ -207,7 +244,8 @@ void printAsJson(const Session& session, const Thumbnail& thumbnail)
                        {"element", thumbnail.element.number},
                        {"name", thumbnail.element.name}};
     if (thumbnail.problem.isEmpty()) {
-        object.insert("file", thumbnail.file);
+        if (!thumbnail.file.isEmpty())
+            object.insert("file", thumbnail.file);
         object.insert("format", thumbnail.format);
         object.insert("width", thumbnail.size.width());
         object.insert("height", thumbnail.size.height());
@@ -219,7 +257,7 @@ void printAsJson(const Session& session, const Thumbnail& thumbnail)
 
 // @return the number of missing thumbnails
 int report(const Session& session, const Options& options, const std::vector<Thumbnail>& thumbnails,
-           const QStringList& sheets)
+           const QStringList& sheets, const QString& page)
 {
     int missing = 0;
     for (const Thumbnail& thumbnail : thumbnails) {
@@ -231,6 +269,8 @@ int report(const Session& session, const Options& options, const std::vector<Thu
     if (options.json) {
         for (const QString& sheet : sheets)
             printJson({{"record", "contactSheet"}, {"server", session.key()}, {"contactSheet", sheet}});
+        if (!page.isEmpty())
+            printJson({{"record", "page"}, {"server", session.key()}, {"page", page}});
         printJson({{"record", "thumbnails"},
                    {"server", session.key()},
                    {"thumbnails", total},
@@ -238,9 +278,9 @@ int report(const Session& session, const Options& options, const std::vector<Thu
                    {"missing", missing}});
         return missing;
     }
-    printLine(
-        QString("%1: %2 of %3 thumbnails written to %4")
-            .arg(session.name(), QString::number(total - missing), QString::number(total), escapeControls(options.to)));
+    printLine(QString("%1: %2 of %3 thumbnails written to %4")
+                  .arg(session.name(), QString::number(total - missing), QString::number(total),
+                       escapeControls(options.to.isEmpty() ? options.html : options.to)));
     if (missing > 0)
         printLine(QString("%1 missing:").arg(missing));
     for (const Thumbnail& thumbnail : thumbnails) {
@@ -252,38 +292,49 @@ int report(const Session& session, const Options& options, const std::vector<Thu
     }
     for (const QString& sheet : sheets)
         printLine("contact sheet: " + escapeControls(sheet));
+    if (!page.isEmpty())
+        printLine("page: " + escapeControls(page));
     return missing;
 }
 } // namespace
 
 int fetchThumbnails(const Options& options)
 {
-    if (!QDir().mkpath(options.to))
+    if (!options.to.isEmpty() && !QDir().mkpath(options.to))
         throw Failure{QString("could not create the folder %1").arg(escapeControls(options.to))};
     Session session(options);
+    std::optional<Tools::PicturePages> pages;
+    if (!options.html.isEmpty() && !pages.emplace(options.html, toText(session.server(), true)).open())
+        throw Failure{pageProblem(options, *pages)};
     QStringList problems;
     std::vector<Thumbnail> thumbnails = listThumbnails(session, options, problems);
     // Without any element there is nothing to fetch.
     if (thumbnails.empty() && !problems.isEmpty())
         throw Failure{session.name() + ": " + problems.join("; ")};
     const QString count = QString::number(thumbnails.size());
-    ContactSheets sheets(options.to, QString("%1  %2 elements").arg(toText(session.server()), count),
-                         sheetCells(thumbnails));
+    std::optional<ContactSheets> sheets;
+    if (!options.to.isEmpty())
+        sheets.emplace(options.to, QString("%1  %2 elements").arg(toText(session.server()), count),
+                       sheetCells(thumbnails));
     // The thumbnails fetched before a failure are still reported, and drawn unless the user waits for the end.
     QString failure;
+    QString page;
     try {
         try {
-            Fetcher(session, options, thumbnails, sheets).run();
+            Fetcher(session, options, thumbnails, sheets ? &*sheets : nullptr, pages ? &*pages : nullptr).run();
+            if (pages)
+                page = writePages(options, thumbnails, *pages);
         } catch (const Failure& caught) {
             failure = caught.text;
         }
-        drawMissing(thumbnails, sheets);
+        if (sheets)
+            drawMissing(thumbnails, *sheets);
     } catch (const Interrupted&) {
         failure = "interrupted";
     }
-    if (!sheets.problem().isEmpty())
-        problems << sheets.problem();
-    const int missing = report(session, options, thumbnails, sheets.paths());
+    if (sheets && !sheets->problem().isEmpty())
+        problems << sheets->problem();
+    const int missing = report(session, options, thumbnails, sheets ? sheets->paths() : QStringList(), page);
     if (const qint64 unexpected = session.requests().statistics().unexpected)
         warn(QString("%1: %2 answers were unexpected or damaged").arg(session.name(), QString::number(unexpected)));
     if (missing > 0)
