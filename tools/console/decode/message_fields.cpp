@@ -127,7 +127,7 @@ QJsonObject serverInformation(const QByteArray& bytes)
 QJsonObject clientInformation(const QByteArray& bytes)
 {
     QJsonArray versions;
-    for (const QJsonValue& version : Reader(bytes, MsexBody).numbers(1, 2))
+    for (const auto& version : Reader(bytes, MsexBody).numbers(1, 2))
         versions.append(versionText(static_cast<unsigned>(version.toInt())));
     return {{"msexVersions", versions}};
 }
@@ -353,7 +353,7 @@ QString listed(const QJsonArray& values, const QString& separator, const ToText&
 {
     constexpr int MaxListed = 6;
     QStringList texts;
-    for (const QJsonValue& value : values) {
+    for (const auto& value : values) {
         if (texts.size() == MaxListed) {
             texts << QString("%1 more").arg(values.size() - MaxListed);
             break;
