@@ -27,6 +27,19 @@ void forgetServers()
     EXPECT_TRUE(waitFor([] { return CITP::citp_stack::Get()->getServers().empty(); }));
 }
 
+QPalette darkPalette()
+{
+    QPalette palette(QColor(53, 53, 58), QColor(42, 43, 47));
+    palette.setColor(QPalette::Base, QColor(30, 31, 34));
+    palette.setColor(QPalette::AlternateBase, QColor(40, 41, 45));
+    palette.setColor(QPalette::Highlight, QColor(45, 110, 185));
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::PlaceholderText, QColor(150, 150, 155));
+    for (const QPalette::ColorRole role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
+        palette.setColor(QPalette::Disabled, role, QColor(120, 120, 125));
+    return palette;
+}
+
 CITP::Msg_MSEX_MEIN mediaList(const QString& library, int count, int nameLength)
 {
     CITP::Msg_MSEX_MEIN message;

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QPalette>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -16,6 +17,9 @@
 
 /// Waits until the stack, of which a process has one, has lost the servers of a test: the next one begins without.
 void forgetServers();
+
+/// A dark desktop's colours.
+QPalette darkPalette();
 
 /// A list of @p count media, whose names have @p nameLength characters.
 CITP::Msg_MSEX_MEIN mediaList(const QString& library, int count, int nameLength = 8);

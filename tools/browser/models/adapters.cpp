@@ -8,6 +8,8 @@
 #include <QCoreApplication>
 #include <QHostAddress>
 
+#include <algorithm>
+
 namespace Browser {
 namespace {
 struct AdapterTexts
@@ -32,7 +34,28 @@ QString reasonFor(const ArtNet::Adapter& adapter)
             break;
     }
     return ArtNet::Adapter::GetChoice().empty() ? AdapterTexts::tr("no adapter has an address")
-                                                : AdapterTexts::tr("chosen, but missing or without an address");
+                                                : AdapterTexts::tr("it is chosen, and no other takes its place");
+}
+
+// What keeps servers from being heard: the chosen adapter, or the one that was passed over.
+QString problemOf(const ArtNet::Adapter& adapter)
+{
+    const std::vector<Os::NetworkAdapter> all = Os::NetworkAdapter::GetAll();
+    const auto isDown = [](const Os::NetworkAdapter& other) {
+        return !other.GetState().loopback && !(other.GetState().up && other.GetState().running);
+    };
+    const auto named = std::find_if(
+        all.begin(), all.end(), [&](const Os::NetworkAdapter& other) { return other.GetName() == adapter.GetName(); });
+    if (!adapter.IsValid() && !adapter.GetName().empty())
+        return named == all.end() ? AdapterTexts::tr("missing") : AdapterTexts::tr("no address");
+    if (named != all.end() && isDown(*named))
+        return AdapterTexts::tr("link down");
+    const auto down = std::find_if(all.begin(), all.end(), [&](const Os::NetworkAdapter& other) {
+        return isDown(other) && other.GetState().ipAddress != 0;
+    });
+    if (adapter.GetReason() == ArtNet::Adapter::Reason::Loopback && down != all.end())
+        return AdapterTexts::tr("%1 is down").arg(QString::fromStdString(down->GetName()));
+    return {};
 }
 } // namespace
 
@@ -40,7 +63,8 @@ AdapterState adapterInUse()
 {
     const ArtNet::Adapter adapter = ArtNet::Adapter::Get();
     return {QString::fromStdString(adapter.GetName()),
-            adapter.IsValid() ? QHostAddress(adapter.GetIpAddress()).toString() : QString(), reasonFor(adapter)};
+            adapter.IsValid() ? QHostAddress(adapter.GetIpAddress()).toString() : QString(), reasonFor(adapter),
+            problemOf(adapter)};
 }
 
 std::vector<AdapterOption> availableAdapters()

@@ -14,10 +14,11 @@ struct AdapterState
     QString name;
     QString address; ///< empty if there is none
     QString reason;  ///< why it was selected, for the user
+    QString problem; ///< in a few words: that it is missing, or a link is down; empty if there is none
 
     bool operator==(const AdapterState& other) const
     {
-        return name == other.name && address == other.address && reason == other.reason;
+        return name == other.name && address == other.address && reason == other.reason && problem == other.problem;
     }
 };
 

@@ -182,6 +182,8 @@ QVariant ElementModel::data(const QModelIndex& index, int role) const
         case Qt::DisplayRole:
         case NameRole:
             return toSingleLine(item.name);
+        case Qt::ToolTipRole:
+            return toToolTip({toSingleLine(item.name, CITP::maxNameLength), data(index, DetailsRole).toString()});
         case DetailsRole: {
             QStringList facts;
             if (item.width > 0 && item.height > 0)

@@ -164,7 +164,8 @@ QVariant LayerModel::data(const QModelIndex& index, int role) const
         case Layer:
             return layer.number;
         case Name:
-            return toSingleLine(layer.name);
+            return role == Qt::ToolTipRole ? toToolTip({toSingleLine(layer.name, CITP::maxNameLength)})
+                                           : toSingleLine(layer.name);
         case Position:
             return QStringLiteral("%1 / %2").arg(frameTime(layer.position, layer.frameRate),
                                                  frameTime(layer.length, layer.frameRate));

@@ -213,7 +213,7 @@ QVariant LibraryModel::data(const QModelIndex& index, int role) const
         case Qt::TextAlignmentRole:
             return index.column() == 1 ? QVariant(int(Qt::AlignRight | Qt::AlignVCenter)) : QVariant();
         case Qt::ToolTipRole: {
-            QStringList lines{name};
+            QStringList lines{node.isType() ? name : toSingleLine(node.library.name, CITP::maxNameLength)};
             if (!node.isType())
                 lines << tr("Library %1").arg(node.library.id)
                       << tr("DMX %1–%2").arg(node.library.dmxMin).arg(node.library.dmxMax)

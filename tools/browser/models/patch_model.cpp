@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "patch_model.h"
 
+#include <citp_client/values.h>
+
 #include "texts.h"
 
 namespace Browser {
@@ -35,6 +37,9 @@ QVariant PatchModel::data(const QModelIndex& index, int role) const
         return index.column() < Make ? int(Qt::AlignCenter) : int(Qt::AlignLeft | Qt::AlignVCenter);
     if (role != Qt::DisplayRole && role != Qt::ToolTipRole)
         return {};
+    const auto textOf = [role](const QString& text) {
+        return role == Qt::ToolTipRole ? toToolTip({toSingleLine(text, CITP::maxNameLength)}) : toSingleLine(text);
+    };
     const CITP::Fixture& fixture = m_fixtures[static_cast<std::size_t>(index.row())];
     switch (index.column()) {
         case Identifier:
@@ -46,9 +51,9 @@ QVariant PatchModel::data(const QModelIndex& index, int role) const
         case Channels:
             return fixture.channels;
         case Make:
-            return toSingleLine(fixture.make);
+            return textOf(fixture.make);
         case Name:
-            return toSingleLine(fixture.name);
+            return textOf(fixture.name);
         default:
             return {};
     }

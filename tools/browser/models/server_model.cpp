@@ -3,6 +3,7 @@
 #include "server_model.h"
 
 #include <citp/citp_stack.h>
+#include <citp_client/values.h>
 
 #include <QHostAddress>
 
@@ -119,7 +120,9 @@ QVariant ServerModel::data(const QModelIndex& index, int role) const
         case Qt::AccessibleTextRole:
             return QStringList{nameOf(key), stateText(server), product, key}.join(QStringLiteral(", "));
         case Qt::ToolTipRole: {
-            QStringList lines{nameOf(key), tr("State: %1").arg(stateText(server)), tr("Address: %1").arg(key)};
+            const QString name = toSingleLine(server.name, CITP::maxNameLength);
+            QStringList lines{name.isEmpty() ? key : name, tr("State: %1").arg(stateText(server)),
+                              tr("Address: %1").arg(key)};
             if (!server.problem.isEmpty())
                 lines << toSingleLine(server.problem, 400);
             if (!product.isEmpty())

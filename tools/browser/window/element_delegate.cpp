@@ -49,14 +49,14 @@ void ElementDelegate::paint(QPainter* painter, const QStyleOptionViewItem& optio
     painter->setFont(option.font);
     painter->drawText(upper, Qt::AlignLeft | Qt::AlignVCenter, number);
     const QRect lower = upper.translated(0, line);
-    painter->drawText(
-        lower, Qt::AlignLeft | Qt::AlignVCenter,
-        option.fontMetrics.elidedText(index.data(ElementModel::DetailsRole).toString(), Qt::ElideRight, lower.width()));
+    painter->drawText(lower, Qt::AlignLeft | Qt::AlignVCenter,
+                      option.fontMetrics.elidedText(index.data(ElementModel::DetailsRole).toString(), Qt::ElideMiddle,
+                                                    lower.width()));
     painter->setPen(palette.color(isSelected ? QPalette::HighlightedText : QPalette::Text));
     const QRect name = upper.adjusted(numberWidth, 0, 0, 0);
     painter->drawText(
         name, Qt::AlignLeft | Qt::AlignVCenter,
-        option.fontMetrics.elidedText(index.data(ElementModel::NameRole).toString(), Qt::ElideRight, name.width()));
+        option.fontMetrics.elidedText(index.data(ElementModel::NameRole).toString(), Qt::ElideMiddle, name.width()));
     if (index.data(ElementModel::IsNewRole).toBool())
         paintBadge(painter, option, frame.topRight() + QPoint(-3, 4), tr("new"));
     painter->restore();

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "element_grid.h"
 
+#include <QAccessibleWidget>
 #include <QApplication>
 #include <QPaintEvent>
 #include <QPainter>
@@ -10,6 +11,7 @@
 
 #include "element_delegate.h"
 #include "models/element_model.h"
+#include "painting.h"
 
 namespace Browser {
 namespace {
@@ -17,8 +19,31 @@ constexpr int Margin = 6;
 constexpr int TileStep = 20;
 } // namespace
 
+namespace {
+/// For screen readers, a list whose value is the current element: Qt knows none of its own for other views than its.
+class AccessibleGrid : public QAccessibleWidget
+{
+public:
+    explicit AccessibleGrid(ElementGrid* grid) : QAccessibleWidget(grid, QAccessible::List) {}
+
+    QString text(QAccessible::Text kind) const override
+    {
+        if (kind != QAccessible::Value)
+            return QAccessibleWidget::text(kind);
+        return static_cast<ElementGrid*>(widget())->currentIndex().data(Qt::AccessibleTextRole).toString();
+    }
+};
+
+QAccessibleInterface* makeAccessible(const QString& /*name*/, QObject* object)
+{
+    auto* const grid = qobject_cast<ElementGrid*>(object);
+    return grid ? new AccessibleGrid(grid) : nullptr;
+}
+} // namespace
+
 ElementGrid::ElementGrid(QWidget* parent) : QAbstractItemView(parent)
 {
+    QAccessible::installFactory(makeAccessible);
     setItemDelegate(new ElementDelegate(this));
     setSelectionMode(SingleSelection);
     setEditTriggers(NoEditTriggers);
@@ -200,6 +225,13 @@ bool ElementGrid::isIndexHidden(const QModelIndex& /*index*/) const
     return false;
 }
 
+void ElementGrid::currentChanged(const QModelIndex& current, const QModelIndex& previous)
+{
+    QAbstractItemView::currentChanged(current, previous);
+    QAccessibleValueChangeEvent event(this, current.data(Qt::AccessibleTextRole));
+    QAccessible::updateAccessibility(&event);
+}
+
 void ElementGrid::setSelection(const QRect& rect, QItemSelectionModel::SelectionFlags flags)
 {
     const QModelIndex index = indexAt(rect.center());
@@ -221,7 +253,7 @@ void ElementGrid::paintEvent(QPaintEvent* event)
 {
     QPainter painter(viewport());
     if (rows() == 0) {
-        painter.setPen(palette().color(QPalette::PlaceholderText));
+        painter.setPen(dimmed(palette()));
         painter.drawText(viewport()->rect().adjusted(24, 24, -24, -24), Qt::AlignCenter | Qt::TextWordWrap, m_message);
         return;
     }

@@ -41,7 +41,7 @@ void LayerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
     painter->setPen(palette.color(isSelected ? QPalette::HighlightedText : QPalette::Text));
     painter->setFont(option.font);
     painter->drawText(text, Qt::AlignLeft | Qt::AlignVCenter,
-                      option.fontMetrics.elidedText(index.data().toString(), Qt::ElideRight, text.width()));
+                      option.fontMetrics.elidedText(index.data().toString(), Qt::ElideMiddle, text.width()));
     const QRectF track(inner.left(), text.bottom() + 3, inner.width(), 5);
     const double fraction = index.data(LayerModel::FractionRole).toDouble();
     painter->setRenderHint(QPainter::Antialiasing);

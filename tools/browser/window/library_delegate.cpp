@@ -19,7 +19,8 @@ void LibraryDelegate::initStyleOption(QStyleOptionViewItem* option, const QModel
 
 QSize LibraryDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const
 {
-    return QStyledItemDelegate::sizeHint(option, index) + QSize(0, 6);
+    // The mark stands before the count.
+    return QStyledItemDelegate::sizeHint(option, index) + QSize(index.column() == 1 ? 14 : 0, 6);
 }
 
 void LibraryDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const

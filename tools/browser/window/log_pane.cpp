@@ -7,7 +7,6 @@
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
-#include <QLabel>
 #include <QPushButton>
 #include <QSaveFile>
 #include <QScrollBar>
@@ -41,10 +40,10 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     m_traffic->setObjectName(QStringLiteral("logTraffic"));
     m_traffic->setToolTip(tr("Logs every message that is sent or received, with its bytes"));
 
-    auto* const contextLabel = new QLabel(tr("Conte&xt:"), this);
-    contextLabel->setBuddy(m_context);
-    auto* const levelLabel = new QLabel(tr("Le&vel:"), this);
-    levelLabel->setBuddy(m_level);
+    m_context->setAccessibleName(tr("Context"));
+    m_context->setToolTip(tr("Context of the lines that are shown"));
+    m_level->setAccessibleName(tr("Level"));
+    m_level->setToolTip(tr("Level of the lines that are shown"));
     auto* const clear = new QPushButton(tr("Cl&ear"), this);
     auto* const copy = new QPushButton(tr("C&opy"), this);
     copy->setObjectName(QStringLiteral("logCopy"));
@@ -53,8 +52,7 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     saveButton->setObjectName(QStringLiteral("logSave"));
     saveButton->setToolTip(tr("Saves all lines to a file, whole, also those that are not shown"));
     auto* const controls = new QHBoxLayout;
-    for (QWidget* const widget :
-         std::initializer_list<QWidget*>{contextLabel, m_context, levelLabel, m_level, m_traffic})
+    for (QWidget* const widget : std::initializer_list<QWidget*>{m_context, m_level, m_traffic})
         controls->addWidget(widget);
     controls->addStretch();
     controls->addWidget(copy);
@@ -66,6 +64,7 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     layout->addWidget(m_view);
 
     m_view->setObjectName(QStringLiteral("log"));
+    m_view->setAccessibleName(tr("Log"));
     m_view->setModel(&m_filter);
     m_view->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_view->setShowGrid(false);

@@ -17,6 +17,7 @@
 #include <QMessageBox>
 #include <QSettings>
 #include <QStatusBar>
+#include <QStyle>
 
 #include <dlfcn.h>
 
@@ -25,6 +26,7 @@
 #include "help_window.h"
 #include "models/adapters.h"
 #include "models/texts.h"
+#include "painting.h"
 #include "saving.h"
 #include "settings_dialog.h"
 
@@ -57,6 +59,7 @@ MainWindow::MainWindow(Session& session) : m_session(session)
     makeMenus();
     makeStatus();
     makeFrame();
+    setHintColours();
     connect(&m_session, &Session::chosenChanged, this, &MainWindow::showChosen);
     connect(&m_session, &Session::adapterChanged, this, &MainWindow::showAdapter);
     connect(&m_session, &Session::preferencesChanged, this, &MainWindow::showPreferences);
@@ -69,6 +72,25 @@ MainWindow::MainWindow(Session& session) : m_session(session)
 }
 
 MainWindow::~MainWindow() = default;
+
+void MainWindow::changeEvent(QEvent* event)
+{
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        setHintColours();
+    if (event->type() == QEvent::FontChange)
+        fitTables();
+}
+
+// The desktop's own are often too pale to read.
+void MainWindow::setHintColours()
+{
+    for (QLineEdit* const field : {m_search, m_searchPane->text()}) {
+        QPalette colours = field->palette();
+        colours.setColor(QPalette::PlaceholderText, dimmed(palette()));
+        field->setPalette(colours);
+    }
+}
 
 void MainWindow::closeEvent(QCloseEvent* event)
 {
@@ -174,7 +196,9 @@ QString MainWindow::elementMessage() const
             return tr("Choose a server on the left.");
         if (adapter.address.isEmpty())
             return tr("No network adapter to listen on: %1.\nThe button in the lower right corner selects another.")
-                .arg(adapter.reason);
+                .arg(adapter.problem.isEmpty() ? adapter.reason
+                                               : tr("%1: %2; %3", "adapter, what is wrong, and why it is used")
+                                                     .arg(adapter.name, adapter.problem, adapter.reason));
         return tr("No media server found on %1 (%2) yet.\nServers announce themselves about once a second. If none "
                   "appears, check the cable, the adapter in the lower right corner and the log.")
             .arg(adapter.name, adapter.address);
@@ -203,7 +227,7 @@ void MainWindow::showElementState()
     if (!elements.library().isEmpty())
         title = tr("%1 › %2", "server, and path of the library")
                     .arg(server, libraryPath(elements.type(), elements.library()));
-    m_title->setText(fontMetrics().elidedText(title, Qt::ElideMiddle, qMax(200, m_elementsPane->width() - 40)));
+    m_title->setText(title);
     m_title->setToolTip(title.toHtmlEscaped());
     showNote();
     selectWanted();
@@ -225,6 +249,7 @@ void MainWindow::showNote()
     if (elements.rowCount() > 0 && !elements.problem().isEmpty())
         note += QStringLiteral(" – ") + elements.problem();
     m_note->setText(note);
+    m_note->setToolTip(note.toHtmlEscaped());
 }
 
 void MainWindow::showProgress(int done, int total)
@@ -400,8 +425,15 @@ void MainWindow::fillAdapterMenu()
 void MainWindow::showAdapter()
 {
     const AdapterState& adapter = m_session.adapter();
-    m_adapter->setText(adapter.address.isEmpty() ? tr("Adapter: none")
-                                                 : tr("Adapter: %1, %2").arg(adapter.name, adapter.address));
+    QString text = tr("Adapter: none");
+    if (!adapter.address.isEmpty())
+        text = tr("Adapter: %1, %2").arg(adapter.name, adapter.address);
+    else if (!adapter.name.isEmpty())
+        text = tr("Adapter: %1").arg(adapter.name);
+    if (!adapter.problem.isEmpty())
+        text += QStringLiteral(" – ") + adapter.problem;
+    m_adapter->setText(text);
+    m_adapter->setIcon(adapter.problem.isEmpty() ? QIcon() : style()->standardIcon(QStyle::SP_MessageBoxWarning));
     m_adapter->setToolTip(adapter.reason.toHtmlEscaped());
     showElementState();
 }

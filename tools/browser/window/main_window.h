@@ -12,6 +12,7 @@
 #include <QTreeView>
 
 #include "element_grid.h"
+#include "elided_label.h"
 #include "log_pane.h"
 #include "models/session.h"
 #include "preview_pane.h"
@@ -28,6 +29,7 @@ public:
     ~MainWindow() override;
 
 protected:
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
     void showEvent(QShowEvent* event) override;
 
@@ -44,6 +46,9 @@ private:
     void makeMenus();
     void makeStatus();
     void makeFrame();
+    void setHintColours();
+    /// Gives the columns and rows of the tables room for their texts.
+    void fitTables();
     /// Restores the default arrangement of the panes.
     void resetLayout();
 
@@ -90,8 +95,8 @@ private:
     QLabel* m_noHits = nullptr;
     QTreeView* m_libraries = nullptr;
     QWidget* m_elementsPane = nullptr;
-    QLabel* m_title = nullptr;
-    QLabel* m_note = nullptr;
+    ElidedLabel* m_title = nullptr;
+    ElidedLabel* m_note = nullptr;
     QProgressBar* m_progress = nullptr;
     QPushButton* m_cancel = nullptr;
     QSlider* m_tileSize = nullptr;

@@ -47,6 +47,7 @@ void makeTable(QTableView* view, const QString& name)
     view->setShowGrid(false);
     view->setAlternatingRowColors(true);
     view->setWordWrap(false);
+    view->setTextElideMode(Qt::ElideMiddle);
     view->setTabKeyNavigation(false);
     view->setEditTriggers(QAbstractItemView::NoEditTriggers);
     view->setFrameShape(QFrame::NoFrame);
@@ -102,7 +103,7 @@ void MainWindow::makeServers()
     m_servers->setFrameShape(QFrame::NoFrame);
     m_servers->setAccessibleName(tr("Servers"));
     m_servers->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
-    m_servers->setMinimumWidth(190);
+    m_servers->setTextElideMode(Qt::ElideMiddle);
     addToMenu(m_servers, tr("&Copy the address"), QKeySequence::Copy, [this] {
         QGuiApplication::clipboard()->setText(m_servers->currentIndex().data(ServerModel::KeyRole).toString());
     });
@@ -155,11 +156,13 @@ void MainWindow::makeLibraries()
     m_libraries->setUniformRowHeights(true);
     m_libraries->setFrameShape(QFrame::NoFrame);
     m_libraries->setAccessibleName(tr("Libraries"));
-    m_libraries->setMinimumWidth(190);
+    m_libraries->setTextElideMode(Qt::ElideMiddle);
     m_libraries->header()->setStretchLastSection(false);
     m_libraries->header()->setSectionResizeMode(0, QHeaderView::Stretch);
-    m_libraries->header()->setSectionResizeMode(1, QHeaderView::Fixed);
-    m_libraries->header()->resizeSection(1, widthOf(m_libraries, tr("Elements")));
+    // Measured for the rows that are seen: the time for all of them would grow with the tree.
+    m_libraries->header()->setResizeContentsPrecision(0);
+    m_libraries->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
+    m_libraries->header()->setMinimumSectionSize(24);
     auto* const layout = new QVBoxLayout(m_librariesPane);
     layout->setContentsMargins(4, 4, 4, 0);
     layout->setSpacing(4);
@@ -194,25 +197,22 @@ void MainWindow::makeLibraries()
 void MainWindow::makeElements()
 {
     m_elementsPane = new QWidget(this);
-    m_title = new QLabel(m_elementsPane);
-    m_title->setTextFormat(Qt::PlainText);
-    m_title->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    m_title = new ElidedLabel(m_elementsPane);
     QFont bold = m_title->font();
     bold.setBold(true);
     m_title->setFont(bold);
-    m_note = new QLabel(m_elementsPane);
+    m_note = new ElidedLabel(m_elementsPane);
     m_note->setObjectName(QStringLiteral("note"));
-    m_note->setTextFormat(Qt::PlainText);
     m_progress = new QProgressBar(m_elementsPane);
     m_progress->setObjectName(QStringLiteral("progress"));
+    m_progress->setAccessibleName(tr("Pictures loaded"));
     m_progress->setFormat(tr("%v of %m pictures"));
-    m_progress->setMinimumWidth(180);
+    m_progress->setMinimumWidth(80);
     m_cancel = new QPushButton(tr("&Cancel"), m_elementsPane);
     m_cancel->setObjectName(QStringLiteral("cancel"));
     m_cancel->setToolTip(tr("Cancels loading the pictures of this library (Esc)"));
     auto* const below = new QHBoxLayout;
-    below->addWidget(m_note);
-    below->addStretch();
+    below->addWidget(m_note, 1);
     below->addWidget(m_progress);
     below->addWidget(m_cancel);
     m_tileSize = new QSlider(Qt::Horizontal, m_elementsPane);
@@ -288,17 +288,6 @@ void MainWindow::makeLayers()
     m_layers->setAccessibleName(tr("Layers"));
     m_layers->setModel(&m_session.layers());
     m_layers->setItemDelegate(new LayerDelegate(m_layers));
-    m_layers->verticalHeader()->setDefaultSectionSize(LayerRowHeight);
-    const std::vector<std::pair<int, int>> widths{
-        {LayerModel::Layer, widthOf(this, tr("Layer"))},
-        {LayerModel::Picture, LayerRowHeight * 4 / 3 + 8},
-        {LayerModel::Position, widthOf(this, tr("Position (h:min:s.frames)"))},
-        {LayerModel::FrameRate, widthOf(this, tr("000 fps"))},
-        {LayerModel::Place, widthOf(this, QStringLiteral("1,255,255,255 / 255"))},
-        {LayerModel::Output, widthOf(this, tr("Output"))},
-        {LayerModel::Flags, widthOf(this, tr("playing, backwards"))}};
-    for (const auto& [column, width] : widths)
-        m_layers->setColumnWidth(column, width);
     m_layers->horizontalHeader()->setSectionResizeMode(LayerModel::Name, QHeaderView::Stretch);
     addToMenu(m_layers, tr("Show the &element"), QKeySequence(int(Qt::CTRL) | Qt::Key_L),
               [this] { showElementOfLayer(); });
@@ -320,13 +309,39 @@ void MainWindow::makePatch()
     sorted->setSourceModel(&m_session.patch());
     m_patch->setModel(sorted);
     m_patch->setSortingEnabled(true);
+    addToMenu(m_patch, tr("&Sort by this column"), QKeySequence(int(Qt::CTRL) | Qt::Key_T), [this] {
+        const QHeaderView& header = *m_patch->horizontalHeader();
+        const int column = qMax(0, m_patch->currentIndex().column());
+        const bool isAscending =
+            header.sortIndicatorSection() == column && header.sortIndicatorOrder() == Qt::AscendingOrder;
+        m_patch->sortByColumn(column, isAscending ? Qt::DescendingOrder : Qt::AscendingOrder);
+    });
     m_patch->sortByColumn(PatchModel::Identifier, Qt::AscendingOrder);
-    m_patch->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 8);
-    m_patch->setColumnWidth(PatchModel::Make, 160);
-    for (const int column : {PatchModel::Identifier, PatchModel::Universe, PatchModel::Channel, PatchModel::Channels})
-        m_patch->setColumnWidth(column, widthOf(this, tr("Universe")) + 16);
     m_patch->horizontalHeader()->setStretchLastSection(true);
     addPane(QStringLiteral("patch"), tr("Fixture patch"), m_patch, Qt::BottomDockWidgetArea);
+}
+
+void MainWindow::fitTables()
+{
+    const int line = fontMetrics().height();
+    const int rowHeight = qMax(int(LayerRowHeight), line + 16);
+    for (QWidget* const list : {static_cast<QWidget*>(m_servers), static_cast<QWidget*>(m_libraries)})
+        list->setMinimumWidth(fontMetrics().averageCharWidth() * 15);
+    m_layers->verticalHeader()->setDefaultSectionSize(rowHeight);
+    const std::vector<std::pair<int, int>> widths{
+        {LayerModel::Layer, widthOf(this, tr("Layer"))},
+        {LayerModel::Picture, rowHeight * 4 / 3 + 8},
+        {LayerModel::Position, widthOf(this, tr("Position (h:min:s.frames)"))},
+        {LayerModel::FrameRate, widthOf(this, tr("000 fps"))},
+        {LayerModel::Place, widthOf(this, QStringLiteral("1,255,255,255 / 255"))},
+        {LayerModel::Output, widthOf(this, tr("Output"))},
+        {LayerModel::Flags, widthOf(this, tr("playing, backwards"))}};
+    for (const auto& [column, width] : widths)
+        m_layers->setColumnWidth(column, width);
+    m_patch->verticalHeader()->setDefaultSectionSize(line + 8);
+    m_patch->setColumnWidth(PatchModel::Make, widthOf(this, tr("Manufacturer of fixtures")));
+    for (const int column : {PatchModel::Identifier, PatchModel::Universe, PatchModel::Channel, PatchModel::Channels})
+        m_patch->setColumnWidth(column, widthOf(this, tr("Universe")) + 16);
 }
 
 void MainWindow::makeLog()
@@ -349,6 +364,7 @@ void MainWindow::makeSearch()
 // The tabs already show the panes' names; title bars would only take space from the lists.
 void MainWindow::makeFrame()
 {
+    fitTables();
     setCorner(Qt::BottomLeftCorner, Qt::LeftDockWidgetArea);
     setCorner(Qt::BottomRightCorner, Qt::BottomDockWidgetArea);
     setTabPosition(Qt::BottomDockWidgetArea, QTabWidget::North);

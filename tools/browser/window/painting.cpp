@@ -2,6 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "painting.h"
 
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
 namespace Browser {
 namespace {
 QColor mixed(const QColor& one, const QColor& other, double share)
@@ -9,11 +13,37 @@ QColor mixed(const QColor& one, const QColor& other, double share)
     const auto mix = [share](int a, int b) { return static_cast<int>(a + (b - a) * share); };
     return {mix(one.red(), other.red()), mix(one.green(), other.green()), mix(one.blue(), other.blue())};
 }
+
+double luminance(const QColor& colour)
+{
+    const auto linear = [](double part) {
+        return part <= 0.03928 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) + 0.0722 * linear(colour.blueF());
+}
 } // namespace
+
+double contrast(const QColor& one, const QColor& other)
+{
+    const double a = luminance(one);
+    const double b = luminance(other);
+    return (qMax(a, b) + 0.05) / (qMin(a, b) + 0.05);
+}
 
 QColor dimmed(const QPalette& palette, double share)
 {
-    return mixed(palette.color(QPalette::Text), palette.color(QPalette::Base), share);
+    constexpr double Step = 0.05;
+    const QColor text = palette.color(QPalette::Text);
+    const QColor backgrounds[] = {palette.color(QPalette::Base), palette.color(QPalette::AlternateBase),
+                                  pictureBackground(palette)};
+    const auto isReadable = [&](const QColor& colour) {
+        return std::all_of(std::begin(backgrounds), std::end(backgrounds),
+                           [&](const QColor& background) { return contrast(colour, background) >= MinContrast; });
+    };
+    QColor colour = mixed(text, palette.color(QPalette::Base), share);
+    for (; share > 0 && !isReadable(colour); share -= Step)
+        colour = mixed(text, palette.color(QPalette::Base), qMax(0.0, share - Step));
+    return colour;
 }
 
 QColor pictureBackground(const QPalette& palette)

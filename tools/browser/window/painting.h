@@ -8,7 +8,12 @@
 #include <QStyleOptionViewItem>
 
 namespace Browser {
-/// The text's colour mixed with @p share of the background's, for secondary text.
+/// The contrast of two colours as the Web Content Accessibility Guidelines define it, 1 to 21.
+double contrast(const QColor& one, const QColor& other);
+/// For small text on any background.
+constexpr double MinContrast = 4.5;
+/// The text's colour mixed with @p share of the background's, for secondary text; with less if the contrast to a
+/// background of the lists would be below MinContrast.
 QColor dimmed(const QPalette& palette, double share = 0.35);
 /// The colour behind a picture, slightly different from the tile's background.
 QColor pictureBackground(const QPalette& palette);

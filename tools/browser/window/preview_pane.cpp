@@ -48,6 +48,7 @@ PreviewPane::PreviewPane(QWidget* parent)
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(4);
+    m_picture->setAccessibleName(tr("Picture of the element"));
     layout->addWidget(m_picture);
     layout->addWidget(m_fields, 1);
     m_fields->setObjectName(QStringLiteral("fields"));

@@ -20,7 +20,7 @@ public:
     using QWidget::show;
     const QImage& image() const { return m_image; }
     QSize sizeHint() const override { return {320, 240}; }
-    QSize minimumSizeHint() const override { return {240, 120}; }
+    QSize minimumSizeHint() const override { return {120, 90}; }
     int heightForWidth(int width) const override { return width * 3 / 4; }
 
 protected:

@@ -92,7 +92,7 @@ void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
     painter->setFont(bold);
     painter->drawText(
         text, Qt::AlignLeft | Qt::AlignVCenter,
-        QFontMetrics(bold).elidedText(index.data(ServerModel::NameRole).toString(), Qt::ElideRight, text.width()));
+        QFontMetrics(bold).elidedText(index.data(ServerModel::NameRole).toString(), Qt::ElideMiddle, text.width()));
     painter->setFont(option.font);
     painter->setPen(dimColour);
     text.translate(0, line);
@@ -101,11 +101,11 @@ void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
                                ? stateText
                                : tr("%1 · %2", "state of a server, and its product").arg(stateText, product);
     painter->drawText(text, Qt::AlignLeft | Qt::AlignVCenter,
-                      option.fontMetrics.elidedText(second, Qt::ElideRight, text.width()));
+                      option.fontMetrics.elidedText(second, Qt::ElideMiddle, text.width()));
     text.translate(0, line);
     painter->drawText(
         text, Qt::AlignLeft | Qt::AlignVCenter,
-        option.fontMetrics.elidedText(index.data(ServerModel::AddressRole).toString(), Qt::ElideRight, text.width()));
+        option.fontMetrics.elidedText(index.data(ServerModel::AddressRole).toString(), Qt::ElideMiddle, text.width()));
     painter->restore();
 }
 } // namespace Browser
