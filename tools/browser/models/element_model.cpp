@@ -189,7 +189,7 @@ QVariant ElementModel::data(const QModelIndex& index, int role) const
             if (item.width > 0 && item.height > 0)
                 facts << tr("%1×%2").arg(item.width).arg(item.height);
             if (kind() == ElementKind::Media && item.frameRate > 0)
-                facts << frameTime(item.length, item.frameRate) << tr("%1 fps").arg(item.frameRate);
+                facts << frameTime(item.length, item.frameRate);
             if (kind() == ElementKind::Effects)
                 facts << tr("Parameters: %1").arg(item.parameters.size());
             return facts.join(QStringLiteral("  "));

@@ -27,7 +27,7 @@ public:
     enum Role {
         NumberRole = Qt::UserRole, ///< int
         NameRole,                  ///< QString, in one line
-        DetailsRole,               ///< QString: size, length and frame rate, if the kind has them
+        DetailsRole,               ///< QString: size and length, if the kind has them; they fit into a tile
         PictureRole,               ///< QImage; null if there is none yet
         PictureStateRole,          ///< int, a PictureStore::State
         ProblemRole,               ///< QString: why there is no picture; empty if there is no problem
