@@ -42,8 +42,10 @@
     CITP_LOG(context, level, "citp_stack.cpp", __LINE__, function, pieces)
 #define STACK_LOG(context, level, pieces) STACK_LOG_AS(Q_FUNC_INFO, context, level, pieces)
 // The texts quote connections in the string form, because users search crash reports for it; the code connects the same
-// signals and slots by their addresses.
-#define STACK_FATAL(text) _FatalError("Verify: '" text "' is FALSE", __LINE__, "citp_stack.cpp (" __DATE__ ") ")
+// signals and slots by their addresses. The date in the label is that of the release, so that two builds of the same
+// sources are the same.
+#define STACK_FATAL(text) \
+    _FatalError("Verify: '" text "' is FALSE", __LINE__, "citp_stack.cpp (" CITP_RELEASE_DATE ") ")
 
 namespace CITP {
 // --- Announcements ---------------------------------------------------------------------------------------------------

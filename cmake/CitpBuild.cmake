@@ -30,6 +30,12 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual
 if(CITP_WARNINGS_ARE_ERRORS)
   add_compile_options(-Werror)
 endif()
+# Two builds of the same sources are the same, whatever folders they are made in: scripts/check-reproducible. A debugger
+# finds the sources from the project's folder.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+foreach(kind debug macro)
+  add_compile_options(-f${kind}-prefix-map=${PROJECT_SOURCE_DIR}=. -f${kind}-prefix-map=${PROJECT_BINARY_DIR}=build)
+endforeach()
 # Without the Qt keywords signals, slots and emit, which may clash with other libraries, and without implicit string
 # conversions.
 add_compile_definitions(QT_NO_KEYWORDS QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY)

@@ -25,6 +25,9 @@ for name in citp citp-client citp-images; do
         "$(sed -n 's/^Version: //p' "$prefix/$libdir/pkgconfig/$name-qt$qt_major.pc")" "$version"
 done
 same "debian/changelog" "$(sed -n '1s/^citp (\([^)]*\)).*/\1/p' "$source/debian/changelog")" "$version"
+date=$(sed -n '/^ -- /{s/.*>  //p;q}' "$source/debian/changelog")
+same "label of a fatal error" "$(grep -aoE 'citp_stack\.cpp \([^)]*\) ' "$prefix/$libdir/libcitp-qt$qt_major.so")" \
+    "citp_stack.cpp ($(LC_ALL=C date -d "${date% *}" '+%b %e %Y')) "
 if [ "$has_tools" = ON ]; then
     for program in citp-browser citp-console citp-mediaserver; do
         same "$program --version" "$("$prefix/bin/$program" --version)" "$program $version"
