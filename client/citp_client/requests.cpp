@@ -562,6 +562,12 @@ void Requests::Private::handle(Peer& server, const Msg_MSEX& message, Request::K
             return other.request == sent.request || !isFitting(other);
         });
         reply = isCertain ? channel.wanted(sent.request) : nullptr;
+        for (Sent& later : channel.sent) {
+            if (reply && later.reply == reply && !sent.isOutstanding) {
+                later.isOutstanding = false;
+                --channel.outstanding;
+            }
+        }
         withdraw(reply);
     } else if (now - sent.time <= quickAnswer) {
         channel.window = qMin(channel.window + 1, maxWindow);

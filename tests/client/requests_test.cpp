@@ -646,6 +646,21 @@ TEST_F(RequestsTest, APacedServerThatWorksOnACancelledRequestGetsNoOther)
     EXPECT_EQ(next->mark, QStringLiteral("own"));
 }
 
+TEST_F(RequestsTest, AfterALostAnswerTheNextOneMakesRoomAtOnce)
+{
+    m_net.setUp(key, 2, "ArKaos MediaMaster");
+    const auto lost = elements(1, first);
+    m_net.run(5000);
+    ASSERT_EQ(sent(), 2u);
+    for (std::size_t count = 3; count < 6; ++count) {
+        const auto next = elements(1, first);
+        EXPECT_EQ(sent(), count - 1);
+        answer(mein(2, first, {1}, {}));
+        EXPECT_EQ(sent(), count);
+    }
+    EXPECT_EQ(lost->status, Reply::Answered);
+}
+
 TEST_F(RequestsTest, APacedServerGetsOneRequestForAListAtATime)
 {
     m_net.setUp(key, 2, "ArKaos MediaMaster");
