@@ -28,7 +28,7 @@ protected:
         session.chooseLibrary(1, "1,3,0,0");
         EXPECT_TRUE(waitFor([this] { return areAllReady() && rowsReady() == 10; }));
         auto* const grid = find<ElementGrid>("elements");
-        QApplication::setActiveWindow(window.get());
+        activate();
         grid->setFocus();
         return grid;
     }
@@ -149,7 +149,7 @@ TEST_F(BrowserElements, APictureIsSavedToAFile)
     saveTo(window.get(), folder.filePath("saved.png"));
     EXPECT_GE(QImage(folder.filePath("saved.png")).width(), 320);
     ASSERT_TRUE(waitFor([this] { return !window->findChild<QFileDialog*>(); }));
-    QApplication::setActiveWindow(window.get());
+    activate();
     grid->setFocus();
     key(Qt::Key_S, Qt::ControlModifier);
     saveTo(window.get(), folder.filePath("saved.nosuchformat"));

@@ -15,7 +15,7 @@ using Browser::ServerModel;
 
 TEST_F(BrowserWindow, ASearchFindsElementsAndLibrariesOfAllServersWhileItIsTyped)
 {
-    QApplication::setActiveWindow(window.get());
+    activate();
     const MediaServer stage({"--name", "Stage", "--layers", "0"});
     const MediaServer back({"--name", "Backdrop", "--layers", "0", "--address", "127.0.0.8", "--port", "4900"});
     ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 2; }));
@@ -77,7 +77,7 @@ TEST_F(BrowserWindow, TypingInTheElementsGoesToTheNameOrNumberThatIsTyped)
     ASSERT_TRUE(waitFor([this] { return session.isChosenUp(); }));
     session.chooseLibrary(1, "1,3,0,0");
     ASSERT_TRUE(waitFor([this] { return session.elements().rowCount() == 10; }));
-    QApplication::setActiveWindow(window.get());
+    activate();
     auto* const grid = find<ElementGrid>("elements");
     grid->setFocus();
     const int interval = QApplication::keyboardInputInterval();

@@ -230,6 +230,6 @@ QString timeOfDay()
 
 QString isoTime(qint64 msSince1970)
 {
-    return QDateTime::fromMSecsSinceEpoch(msSince1970, Qt::UTC).toString(Qt::ISODateWithMs);
+    return QDateTime::fromMSecsSinceEpoch(msSince1970).toUTC().toString(Qt::ISODateWithMs);
 }
 } // namespace Console
