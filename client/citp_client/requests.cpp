@@ -431,6 +431,15 @@ bool Requests::Private::sendNext(Peer& server, Request::Kind kind, bool isByHand
     }
     Reply* const reply = next->second;
     waiting.erase(next);
+    // The answer to the same request that was cancelled is on its way.
+    const auto same = std::find_if(channel.sent.begin(), channel.sent.end(), [reply](const Sent& sent) {
+        return !sent.reply && sent.isOutstanding && sent.request == reply->m_request;
+    });
+    if (same != channel.sent.end()) {
+        same->reply = reply;
+        ++reply->m_attempts;
+        return true;
+    }
     lastServer = reply->m_request.server;
     if (!write(server, reply->m_request)) {
         if (!transport.serverInfo(reply->m_request.server, nullptr, nullptr)) {

@@ -606,6 +606,23 @@ TEST_F(RequestsTest, AQuickServerIsAskedForMoreUpToABound)
     EXPECT_EQ(sent(), 256u);
 }
 
+TEST_F(RequestsTest, ACancelledRequestThatIsMadeAgainIsNotSentAgain)
+{
+    m_requests->picture(key, 1, first, 1)->cancel();
+    const auto again = picture(1);
+    EXPECT_EQ(sent(), 1u);
+    answerPicture(1);
+    EXPECT_EQ(again->status, Reply::Answered);
+    EXPECT_EQ(again->attempts, 1);
+    // If the answer is lost, it is sent again like any other.
+    m_requests->picture(key, 1, first, 2)->cancel();
+    const auto lost = picture(2);
+    m_net.run(5000);
+    EXPECT_EQ(sent(), 3u);
+    m_net.run(10000);
+    EXPECT_EQ(lost->status, Reply::TimedOut);
+}
+
 // Otherwise a user who scrolls would have the server work on any number of pictures.
 TEST_F(RequestsTest, ACancelledRequestKeepsItsPlaceInTheWindow)
 {
