@@ -82,11 +82,11 @@ void SearchModel::follow(const QString& key)
     auto& content = m_contents[key];
     content = std::make_unique<Content>(m_requests, server);
     Content* const it = content.get();
-    connect(&it->catalogue, &Catalogue::librariesChanged, this, [this] { m_search.start(SearchDelayMs); });
+    connect(&it->catalogue, &Catalogue::librariesChanged, this, &SearchModel::searchSoon);
     connect(&it->catalogue, &Catalogue::elementsChanged, this, [this, it](quint8 type, const QString& library) {
         const int now = static_cast<int>(it->catalogue.elements(type, library).size());
         it->elements += now - std::exchange(it->sizes[nameOf(type, library)], now);
-        m_search.start(SearchDelayMs);
+        searchSoon();
     });
     connect(&it->catalogue, &Catalogue::idle, this, [this, it] { load(*it); });
     for (const quint8 type : server.types)
@@ -97,6 +97,9 @@ void SearchModel::follow(const QString& key)
 // The next libraries, once the former have come.
 void SearchModel::load(Content& content)
 {
+    // Each request would end at once, and all of them be repeated when the server is back.
+    if (m_directory.server(content.server.key).state != CITP::Server::Up)
+        return;
     if (content.waiting.empty()) {
         for (const quint8 type : content.server.types) {
             for (const CITP::Library& library : content.catalogue.allLibraries(type)) {
@@ -117,7 +120,14 @@ void SearchModel::load(Content& content)
         content.waiting.pop_front();
         content.catalogue.loadElements(type, library);
     }
-    m_search.start(SearchDelayMs);
+    searchSoon();
+}
+
+// Not restarted: content may arrive more often than that for minutes.
+void SearchModel::searchSoon()
+{
+    if (!m_search.isActive())
+        m_search.start(SearchDelayMs);
 }
 
 bool SearchModel::isLoading() const
@@ -155,12 +165,15 @@ void SearchModel::search()
         }
     }
     first.insert(first.end(), other.begin(), other.end());
-    beginResetModel();
     m_areAll = first.size() <= MaxHits;
     if (!m_areAll)
         first.resize(MaxHits);
-    m_hits = std::move(first);
-    endResetModel();
+    // A reset takes the current row away.
+    if (first != m_hits) {
+        beginResetModel();
+        m_hits = std::move(first);
+        endResetModel();
+    }
     Q_EMIT stateChanged();
 }
 

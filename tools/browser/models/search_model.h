@@ -30,6 +30,13 @@ public:
         QString library;
         int number; ///< of the element; -1 for the library
         QString name;
+
+        bool operator==(const Hit& other) const
+        {
+            return server == other.server && type == other.type && library == other.library && number == other.number &&
+                   name == other.name;
+        }
+        bool operator!=(const Hit& other) const { return !(*this == other); }
     };
 
     static constexpr int MaxHits = 500;
@@ -59,6 +66,7 @@ private:
     void follow(const QString& key);
     void load(Content& content);
     void search();
+    void searchSoon();
     bool isLoading() const;
 
     CITP::Requests& m_requests;

@@ -15,6 +15,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QMessageBox>
+#include <QSaveFile>
 #include <QSettings>
 #include <QStatusBar>
 #include <QStyle>
@@ -149,7 +150,7 @@ void MainWindow::showLibrary(const QModelIndex& index)
     const QString id = index.data(LibraryModel::IdRole).toString();
     if (id == CITP::rootLibrary())
         return;
-    if (id != m_wantedLibrary)
+    if (id != m_wantedLibrary || index.data(LibraryModel::TypeRole).toInt() != m_wantedType)
         m_wantedNumber = -1;
     m_wantedLibrary.clear();
     m_session.chooseLibrary(static_cast<quint8>(index.data(LibraryModel::TypeRole).toInt()), id);
@@ -286,9 +287,17 @@ void MainWindow::savePicture()
         return;
     saveAs(this, tr("Save the picture"), pictureFileName(m_session.elements().element(index.row()).name),
            tr("Pictures (*.png *.jpg *.jpeg)"), [image](const QString& path) {
-               QImageWriter writer(path);
-               return writer.write(image) ? QString()
-                                          : tr("The picture could not be saved: %1.").arg(writer.errorString());
+               // What is replaced stays if something fails.
+               QSaveFile file(path);
+               QImageWriter writer(&file, QFileInfo(path).suffix().toLower().toLatin1());
+               QString problem;
+               if (!file.open(QIODevice::WriteOnly))
+                   problem = file.errorString();
+               else if (!writer.write(image))
+                   problem = writer.errorString();
+               else if (!file.commit())
+                   problem = file.errorString();
+               return problem.isEmpty() ? QString() : tr("The picture could not be saved: %1.").arg(problem);
            });
 }
 

@@ -178,7 +178,12 @@ void MainWindow::makeLibraries()
     connect(m_libraries->model(), &QAbstractItemModel::modelReset, this, span);
     const auto showHits = [this] { m_noHits->setVisible(!m_session.filteredLibraries().hasHits()); };
     connect(m_libraries->model(), &QAbstractItemModel::modelReset, this, showHits);
-    connect(m_libraries->model(), &QAbstractItemModel::rowsInserted, this, showHits);
+    connect(m_libraries->model(), &QAbstractItemModel::rowsInserted, this, [this, showHits](const QModelIndex& parent) {
+        // A filter that is remembered is there before the libraries.
+        if (parent.isValid() && !m_search->text().trimmed().isEmpty())
+            m_libraries->expand(parent);
+        showHits();
+    });
     connect(m_search, &QLineEdit::textChanged, this, [this, showHits](const QString& text) {
         // When the filter hides the current row, the view would make its neighbour current.
         m_libraries->setCurrentIndex({});
