@@ -61,13 +61,14 @@ public:
     void write(const QByteArray& text)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
+        erase();
         if (m_leftOut > 0 &&
             !tryWrite(QByteArray(m_isPartial ? "\n" : "") + "citp-console: " + QByteArray::number(m_leftOut) +
                       " lines were left out, because standard error was not read\n")) {
             ++m_leftOut;
+            show();
             return;
         }
-        erase();
         m_leftOut = tryWrite(text) ? 0 : 1;
         show();
     }
@@ -85,22 +86,24 @@ public:
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         erase();
+        m_isHidden = true;
     }
     void showWaitLine()
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isHidden = false;
         show();
     }
 
 private:
     void erase()
     {
-        if (!m_waitLine.isEmpty())
+        if (!m_waitLine.isEmpty() && !m_isHidden)
             tryWrite('\r' + QByteArray(m_waitColumns, ' ') + '\r');
     }
     void show()
     {
-        if (!m_waitLine.isEmpty())
+        if (!m_waitLine.isEmpty() && !m_isHidden)
             tryWrite(m_waitLine);
     }
 
@@ -124,6 +127,7 @@ private:
     bool m_isPartial = false; ///< the last text was cut off
     QByteArray m_waitLine;    ///< shown now, unless other output is being written
     int m_waitColumns = 0;    ///< of #m_waitLine on the terminal
+    bool m_isHidden = false;  ///< while standard output is written; another thread may write here meanwhile
 };
 
 ErrorOutput& errorOutput()

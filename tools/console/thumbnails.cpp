@@ -135,8 +135,10 @@ private:
     {
         thumbnail.page =
             m_pages->write(thumbnail.library.id, thumbnail.element.number, picture.content, picture.extension);
-        if (thumbnail.page.isEmpty())
+        if (thumbnail.page.isEmpty()) {
+            thumbnail.problem = "could not be written: " + m_pages->problem();
             throw Failure{pageProblem(m_options, *m_pages)};
+        }
     }
 
     void write(const PictureFile& picture, Thumbnail& thumbnail)
@@ -334,6 +336,11 @@ int fetchThumbnails(const Options& options)
     }
     if (sheets && !sheets->problem().isEmpty())
         problems << sheets->problem();
+    // Without the pages, there are no files either.
+    for (Thumbnail& thumbnail : thumbnails) {
+        if (options.to.isEmpty() && page.isEmpty() && thumbnail.problem.isEmpty())
+            thumbnail.problem = "the pages were not written";
+    }
     const int missing = report(session, options, thumbnails, sheets ? sheets->paths() : QStringList(), page);
     if (const qint64 unexpected = session.requests().statistics().unexpected)
         warn(QString("%1: %2 answers were unexpected or damaged").arg(session.name(), QString::number(unexpected)));

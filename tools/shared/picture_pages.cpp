@@ -76,7 +76,7 @@ QString head(const QString& heading)
 } // namespace
 
 PicturePages::PicturePages(const QString& folder, const QString& title)
-    : m_folder(QDir::cleanPath(folder)), m_title(title)
+    : m_folder(QDir::cleanPath(QDir().absoluteFilePath(folder))), m_title(title)
 {
 }
 
@@ -91,18 +91,26 @@ bool PicturePages::open()
     struct stat target
     {
     };
-    if (lstat(QFile::encodeName(m_folder).constData(), &target) == 0) {
+    const bool exists = lstat(QFile::encodeName(m_folder).constData(), &target) == 0;
+    if (exists) {
         if (S_ISLNK(target.st_mode))
             return fail("it is a link");
         if (!S_ISDIR(target.st_mode))
             return fail("it is not a folder");
         if (!QDir(m_folder).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot))
             return fail("it is not empty");
+        m_mode = target.st_mode & 07777;
     }
     QByteArray path = QFile::encodeName(m_folder + ".XXXXXX");
     if (!mkdtemp(path.data()))
         return failFromSystem();
     m_newFolder = QFile::decodeName(path);
+    // rename() cannot replace a mount point; said before everything has been fetched.
+    struct stat created
+    {
+    };
+    if (exists && lstat(path.constData(), &created) == 0 && created.st_dev != target.st_dev)
+        return fail("it is a mount point; name a folder in it");
     return true;
 }
 
@@ -136,7 +144,8 @@ bool PicturePages::commit(const std::vector<PageLibrary>& libraries)
     umask(mask);
     const QByteArray path = QFile::encodeName(m_newFolder);
     const int descriptor = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const bool isStored = descriptor >= 0 && fchmod(descriptor, 0777 & ~mask) == 0 && syncfs(descriptor) == 0;
+    const bool isStored =
+        descriptor >= 0 && fchmod(descriptor, m_mode != 0 ? m_mode : 0777 & ~mask) == 0 && syncfs(descriptor) == 0;
     const int error = errno;
     if (descriptor >= 0)
         close(descriptor);

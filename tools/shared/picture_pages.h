@@ -25,7 +25,8 @@ struct PageLibrary
 };
 
 /// Writes to a new folder beside the target, and renames it at the end: the target appears whole or not at all. The
-/// target must not exist, or be an empty folder; a link is refused. Without commit(), the new folder is deleted.
+/// target must not exist, or be an empty folder, whose permissions are kept; a link is refused. Without commit(), the
+/// new folder is deleted.
 ///
 /// The pages are index.html, which lists the libraries, and one page for each. They have no scripts and need no server.
 /// Their texts are escaped, whatever a media server has sent.
@@ -61,7 +62,8 @@ private:
 
     const QString m_folder; ///< without a slash at the end
     const QString m_title;
-    QString m_newFolder; ///< empty if there is none
+    QString m_newFolder;     ///< empty if there is none
+    unsigned int m_mode = 0; ///< permissions of the empty folder that is replaced; 0 if there is none
     QString m_problem;
 };
 } // namespace Tools

@@ -55,6 +55,8 @@ OpenFile open(const QString& file)
     OpenFile capture(pcap_fopen_offline(stream, reason));
     if (!capture) {
         std::fclose(stream);
+        if (isInterrupted())
+            throw Interrupted{};
         throw Failure{QString("'%1' is not a readable pcap or pcapng file: %2")
                           .arg(name, escapeControls(QString::fromLocal8Bit(reason)))};
     }

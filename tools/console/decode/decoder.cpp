@@ -180,8 +180,12 @@ Decoder::Connection* Decoder::findOrAddConnection(const Packet& packet)
 {
     const Classifier::Connection key = Classifier::connectionOf(packet);
     const auto known = m_connections.find(key);
-    if (known != m_connections.end())
+    if (known != m_connections.end()) {
+        // From standard input, the server may announce itself after its first segment.
+        if (m_classifier.isServerKnown(key))
+            known->second->server = m_classifier.serverOf(key);
         return known->second.get();
+    }
     while (m_connections.size() >= MaxConnections && !m_closed.empty()) {
         const auto oldest = m_connections.find(m_closed.front());
         m_closed.pop_front();
