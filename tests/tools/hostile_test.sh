@@ -35,7 +35,7 @@ expect_find 'prints a control character at offset 4 of decode-0.err' captures 'p
 expect_find "prints 'Sanitizer'" captures 'echo "ERROR: AddressSanitizer: heap-use-after-free" >&2'
 expect_find 'a/b/escaped was written or removed' captures 'echo >../escaped'
 expect_find 'writes more than 64 MiB' captures 'exec yes'
-expect_find 'console has not ended 10 s after SIG' streams 'trap "" TERM INT; exec sleep 600'
+expect_find 'console has not ended 30 s after SIG' streams 'trap "" TERM INT; exec sleep 600'
 if [ "$3" = release ]; then
     expect_find 'takes [0-9]+ MiB' captures 'exec python3 -c "print(len(b\"x\" * 400000000))"'
 fi
