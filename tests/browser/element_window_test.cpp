@@ -10,6 +10,7 @@
 #include <QMimeData>
 #include <QScrollBar>
 #include <QStatusBar>
+#include <QToolButton>
 #include <QUrl>
 #include <QWheelEvent>
 
@@ -185,7 +186,7 @@ TEST_F(BrowserElements, TheLogIsSavedWhole)
     level->setCurrentIndex(level->count() - 1);
     ASSERT_EQ(find<QTableView>("log")->model()->rowCount(), 0);
     const QTemporaryDir folder;
-    find<QPushButton>("logSave")->click();
+    find<QToolButton>("logSave")->click();
     saveTo(window.get(), folder.filePath("saved.log"));
     QFile file(folder.filePath("saved.log"));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));

@@ -11,6 +11,7 @@
 #include <QMenu>
 #include <QScrollBar>
 #include <QStandardPaths>
+#include <QToolButton>
 
 #include "models/adapters.h"
 #include "window_fixture.h"
@@ -201,7 +202,7 @@ TEST_F(BrowserWindow, WhatIsShownCanBeCopied)
     grid->setCurrentIndex(session.elements().index(3));
     key(Qt::Key_C, Qt::ControlModifier);
     EXPECT_FALSE(clipboard.image().isNull());
-    find<QPushButton>("logCopy")->click();
+    find<QToolButton>("logCopy")->click();
     EXPECT_TRUE(clipboard.text().startsWith("Time\tLevel\tContext\tServer\tText\n")) << clipboard.text().toStdString();
 }
 

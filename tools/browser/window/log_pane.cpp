@@ -7,9 +7,9 @@
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
-#include <QPushButton>
 #include <QSaveFile>
 #include <QScrollBar>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "models/texts.h"
@@ -33,8 +33,8 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     m_level->addItem(tr("Warnings and above"), 28);
     m_level->addItem(tr("Failures and above"), 24);
     // Their longest texts would make the window wider than a small screen.
-    m_context->setMinimumWidth(80);
-    m_level->setMinimumWidth(80);
+    m_context->setMinimumWidth(60);
+    m_level->setMinimumWidth(60);
     m_context->setObjectName(QStringLiteral("logContext"));
     m_level->setObjectName(QStringLiteral("logLevel"));
     m_traffic->setObjectName(QStringLiteral("logTraffic"));
@@ -44,11 +44,15 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     m_context->setToolTip(tr("Context of the lines that are shown"));
     m_level->setAccessibleName(tr("Level"));
     m_level->setToolTip(tr("Level of the lines that are shown"));
-    auto* const clear = new QPushButton(tr("Cl&ear"), this);
-    auto* const copy = new QPushButton(tr("C&opy"), this);
+    // Narrower than push buttons, which would not fit into a window of 800 pixels with Qt 5.
+    auto* const clear = new QToolButton(this);
+    clear->setText(tr("Cl&ear"));
+    auto* const copy = new QToolButton(this);
+    copy->setText(tr("C&opy"));
     copy->setObjectName(QStringLiteral("logCopy"));
     copy->setToolTip(tr("Copies the lines that are shown, with their headings"));
-    auto* const saveButton = new QPushButton(tr("&Save…"), this);
+    auto* const saveButton = new QToolButton(this);
+    saveButton->setText(tr("&Save…"));
     saveButton->setObjectName(QStringLiteral("logSave"));
     saveButton->setToolTip(tr("Saves all lines to a file, whole, also those that are not shown"));
     auto* const controls = new QHBoxLayout;
@@ -86,9 +90,9 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
             [this] { m_filter.setContext(m_context->currentData().toString()); });
     connect(m_level, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &LogPane::applyLevels);
     connect(m_traffic, &QCheckBox::toggled, this, [this](bool on) { m_log.setTraffic(on); });
-    connect(copy, &QPushButton::clicked, this, [this] { QGuiApplication::clipboard()->setText(tableText(m_filter)); });
-    connect(saveButton, &QPushButton::clicked, this, &LogPane::save);
-    connect(clear, &QPushButton::clicked, this, [this] { m_log.clear(); });
+    connect(copy, &QToolButton::clicked, this, [this] { QGuiApplication::clipboard()->setText(tableText(m_filter)); });
+    connect(saveButton, &QToolButton::clicked, this, &LogPane::save);
+    connect(clear, &QToolButton::clicked, this, [this] { m_log.clear(); });
     connect(&m_filter, &QAbstractItemModel::rowsAboutToBeInserted, this, [this] {
         const QScrollBar* const bar = m_view->verticalScrollBar();
         m_isAtEnd = bar->value() == bar->maximum();
