@@ -7,8 +7,10 @@
 #include <memory>
 
 namespace {
-// For the children: the sanitizer of this process has read it before main().
-[[maybe_unused]] const bool hasSuppressions = qputenv("LSAN_OPTIONS", "print_suppressions=0:suppressions=" LEAKS_FILE);
+// For the children: the sanitizer of this process has read it before main(). It takes wrong addresses for the thread's
+// memory of a module that is loaded later, such as an image format of Qt, and crashes while it looks for leaks there.
+[[maybe_unused]] const bool hasSuppressions =
+    qputenv("LSAN_OPTIONS", "intercept_tls_get_addr=0:print_suppressions=0:suppressions=" LEAKS_FILE);
 } // namespace
 
 Server::Server(const QStringList& arguments)
