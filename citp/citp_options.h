@@ -146,7 +146,7 @@ public:
     int maxLostMessages() const; ///< see setMaxLostMessages()
 
     /// Reads a server for at most @p milliseconds before the other servers get their turn. Messages are not divided,
-    /// the clock is read after every 16 of them, and each server's messages keep their order.
+    /// the clock is read after 24 of them at most, and each server's messages keep their order.
     /// @param milliseconds 1 to 10000; 0: no limit. Recommended: 10.
     bool setMaxTurnTime(int milliseconds);
     int maxTurnTime() const; ///< see setMaxTurnTime()
