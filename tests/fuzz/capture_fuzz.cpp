@@ -10,11 +10,18 @@
 #include <algorithm>
 #include <string>
 
-#include "decode/decoder.h"
+#include "decode/event.h"
 #include "decode/event_text.h"
 #include "decode/summary.h"
 
 using namespace Console;
+using Tools::Budget;
+using Tools::Classifier;
+using Tools::Decoder;
+using Tools::MessageCutter;
+using Tools::readPacket;
+using Tools::StreamItem;
+using Tools::TcpStream;
 
 namespace {
 /// What a stream came to, in words.

@@ -9,7 +9,7 @@
 #include <QRegularExpression>
 
 #include "capture_writer.h"
-#include "decode/decoder.h"
+#include "decode/event.h"
 #include "decode/message_fields.h"
 #include "decode/message_text.h"
 #include "decode/summary.h"
@@ -17,6 +17,19 @@
 #include "wire.h"
 
 using namespace Console;
+using Tools::Budget;
+using Tools::Classifier;
+using Tools::Decoder;
+using Tools::DiscoveryPort;
+using Tools::Endpoint;
+using Tools::isKnownLinkType;
+using Tools::MessageCutter;
+using Tools::MessageHeader;
+using Tools::Packet;
+using Tools::readPacket;
+using Tools::StreamItem;
+using Tools::StreamSink;
+using Tools::TcpStream;
 
 namespace {
 /// What came out of a stream: its bytes, "<3>" for a gap of three.

@@ -12,8 +12,8 @@
 #include <memory>
 
 #include "adapters.h"
+#include "capture/classifier.h"
 #include "commands.h"
-#include "decode/classifier.h"
 #include "new_file.h"
 #include "printing.h"
 #include "session.h"
@@ -60,7 +60,7 @@ Capture openAdapter(const QString& adapter)
     if (status < 0)
         throw Failure{QString("cannot capture on %1: %2").arg(name, reason(capture))};
     const int linkType = pcap_datalink(capture.get());
-    if (!isKnownLinkType(linkType)) {
+    if (!Tools::isKnownLinkType(linkType)) {
         const char* const linkName = pcap_datalink_val_to_name(linkType);
         throw Failure{QString("cannot capture on %1: link type %2 is not supported")
                           .arg(name, linkName ? QString(linkName) : QString::number(linkType))};
@@ -158,7 +158,8 @@ private:
     {
         const QByteArray frame =
             QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));
-        if (m_written >= m_maxPackets || !m_classifier.learn(readPacket(pcap_datalink(m_capture.get()), frame, 0)))
+        if (m_written >= m_maxPackets ||
+            !m_classifier.learn(Tools::readPacket(pcap_datalink(m_capture.get()), frame, 0)))
             return;
         pcap_dump(reinterpret_cast<u_char*>(m_file.get()), header, data);
         ++m_written;
@@ -171,7 +172,7 @@ private:
     NewFile m_newFile;
     Dump m_file;
     bool m_canWrite = true;
-    Classifier m_classifier;
+    Tools::Classifier m_classifier;
     QString m_problem;
     qint64 m_written = 0;
 };

@@ -2,14 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_log.h>
 
+#include "capture/capture_file.h"
 #include "commands.h"
-#include "decode/capture_file.h"
-#include "decode/classifier.h"
-#include "decode/decoder.h"
 #include "decode/event_filter.h"
 #include "decode/event_text.h"
 #include "decode/summary.h"
 #include "printing.h"
+#include "shutdown.h"
 #include "terminal.h"
 
 namespace Console {
@@ -53,7 +52,20 @@ void printSummary(const Summary& summary, bool json)
     printLines(summary.lines());
 }
 
-void printWarnings(const Decoder& decoder)
+// Standard input ends when the command is interrupted.
+Tools::CaptureFile read(const QString& file, const std::function<void(const Tools::Packet&)>& handle)
+{
+    try {
+        Tools::CaptureFile result = Tools::readCapture(file, handle, isInterrupted);
+        if (result.isInterrupted)
+            throw Interrupted{};
+        return result;
+    } catch (const Tools::CaptureFailure& failure) {
+        throw Failure{escapeControls(failure.text)};
+    }
+}
+
+void printWarnings(const Tools::Decoder& decoder)
 {
     if (decoder.fragments() > 0)
         warn(QString("%1 IP fragments were not reassembled").arg(decoder.fragments()));
@@ -62,7 +74,7 @@ void printWarnings(const Decoder& decoder)
     if (decoder.untrackedSegments() > 0)
         warn(QString("%1 TCP segments were ignored: more than %2 simultaneous connections")
                  .arg(decoder.untrackedSegments())
-                 .arg(Decoder::MaxConnections));
+                 .arg(Tools::Decoder::MaxConnections));
 }
 } // namespace
 
@@ -71,16 +83,16 @@ int decode(const Options& options)
     // Problems of a message are printed with the message instead.
     Os::Log::SetMask("CITP.Message", 0);
 
-    const bool isOnce = isStandardInput(options.file);
-    Classifier classifier;
+    const bool isOnce = Tools::isStandardInput(options.file);
+    Tools::Classifier classifier;
     if (!isOnce)
-        readCapture(options.file, [&classifier](const Packet& packet) { classifier.learn(packet); });
+        read(options.file, [&classifier](const Tools::Packet& packet) { classifier.learn(packet); });
     EventFilter filter(options, classifier);
     Summary summary;
     EventPrinter printer(options.json, options.full);
     qint64 events = 0;
     qint64 accepted = 0;
-    Decoder decoder(classifier, [&](const Event& event) {
+    Tools::Decoder decoder(classifier, [&](const Event& event) {
         ++events;
         if (!filter.accepts(event))
             return;
@@ -90,7 +102,7 @@ int decode(const Options& options)
         else
             printer.print(event);
     });
-    const CaptureFile file = readCapture(options.file, [&](const Packet& packet) {
+    const Tools::CaptureFile file = read(options.file, [&](const Tools::Packet& packet) {
         if (isOnce)
             classifier.learn(packet);
         decoder.add(packet);
@@ -99,14 +111,15 @@ int decode(const Options& options)
     if (options.summary)
         printSummary(summary, options.json);
     printWarnings(decoder);
-    const QString name = nameOfFile(options.file);
+    const QString name = escapeControls(Tools::nameOfFile(options.file));
     if (events == 0)
         warn(QString("'%1' contains no CITP among its %2 packets").arg(name, QString::number(file.packets)));
     else if (accepted == 0)
         warn(QString("'%1' contains no CITP that matches the options, among %2 messages and marks")
                  .arg(name, QString::number(events)));
     if (!file.problem.isEmpty())
-        warn(QString("'%1' is damaged after %2 packets: %3").arg(name, QString::number(file.packets), file.problem));
+        warn(QString("'%1' is damaged after %2 packets: %3")
+                 .arg(name, QString::number(file.packets), escapeControls(file.problem)));
     return file.problem.isEmpty() ? 0 : 1;
 }
 } // namespace Console

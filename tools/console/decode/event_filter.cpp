@@ -28,7 +28,7 @@ bool EventFilter::isFromServer(const Event& event) const
 bool EventFilter::isWantedMessage(const Event& event) const
 {
     const QStringList& wanted = m_options.messages;
-    const QString kind = event.kind == StreamItem::Kind::Message ? event.code : kindText(event.kind);
+    const QString kind = event.kind == Tools::StreamItem::Kind::Message ? event.code : kindText(event.kind);
     return wanted.isEmpty() || wanted.contains(kind, Qt::CaseInsensitive) ||
            (!event.layer.isEmpty() && wanted.contains(event.layer, Qt::CaseInsensitive));
 }

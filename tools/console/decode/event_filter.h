@@ -4,7 +4,7 @@
 
 #include <QDate>
 
-#include "decoder.h"
+#include "event.h"
 #include "options.h"
 
 namespace Console {
@@ -12,7 +12,10 @@ class EventFilter
 {
 public:
     /// Both parameters must outlive this object.
-    EventFilter(const Options& options, const Classifier& classifier) : m_options(options), m_classifier(classifier) {}
+    EventFilter(const Options& options, const Tools::Classifier& classifier)
+        : m_options(options), m_classifier(classifier)
+    {
+    }
 
     /// Whether the options select @p event. A time of day refers to the local day of the first event.
     bool accepts(const Event& event);
@@ -22,7 +25,7 @@ private:
     bool isWantedMessage(const Event& event) const;
 
     const Options& m_options;
-    const Classifier& m_classifier;
+    const Tools::Classifier& m_classifier;
     QDate m_day;
 };
 } // namespace Console

@@ -52,16 +52,16 @@ QString localDate(qint64 timeUs)
     return local.toString("yyyy-MM-dd") + ", UTC" + (offset == QLatin1String("Z") ? QString() : offset);
 }
 
-QString kindText(StreamItem::Kind kind)
+QString kindText(Tools::StreamItem::Kind kind)
 {
     switch (kind) {
-        case StreamItem::Kind::Message:
+        case Tools::StreamItem::Kind::Message:
             return "message";
-        case StreamItem::Kind::Gap:
+        case Tools::StreamItem::Kind::Gap:
             return "gap";
-        case StreamItem::Kind::Error:
+        case Tools::StreamItem::Kind::Error:
             return "error";
-        case StreamItem::Kind::Note:
+        case Tools::StreamItem::Kind::Note:
             break;
     }
     return "note";
@@ -93,7 +93,7 @@ QString toLine(const Event& event)
         }
         return "* ";
     };
-    const bool isMessage = event.kind == StreamItem::Kind::Message;
+    const bool isMessage = event.kind == Tools::StreamItem::Kind::Message;
     QString what = isMessage ? (event.code.isEmpty() ? event.layer : event.code) : kindText(event.kind).toUpper();
     QString matter = isMessage ? gistOf(event.code, fieldsIn(event)) : event.text;
     if (!event.problem.isEmpty())
@@ -106,7 +106,7 @@ QString toLine(const Event& event)
 QString toText(const Event& event)
 {
     const QString ends = QString("%1  %2 -> %3").arg(localTime(event.timeUs), toText(event.from), toText(event.to));
-    if (event.kind != StreamItem::Kind::Message)
+    if (event.kind != Tools::StreamItem::Kind::Message)
         return QString("%1  %2: %3").arg(ends, kindText(event.kind).toUpper(), escapeControls(event.text));
     const QString problem =
         event.problem.isEmpty() ? QString() : QString("  WRONG: %1").arg(escapeControls(event.problem));
@@ -120,16 +120,16 @@ QJsonObject toJson(const Event& event)
     QJsonObject object{{"record", kindText(event.kind)}, {"time", isoTime(event.timeUs / 1000)},
                        {"from", toText(event.from)},     {"to", toText(event.to)},
                        {"server", event.server},         {"direction", directionText(event.direction)}};
-    if (event.kind != StreamItem::Kind::Message)
+    if (event.kind != Tools::StreamItem::Kind::Message)
         object.insert("text", event.text);
-    if (event.kind == StreamItem::Kind::Message) {
+    if (event.kind == Tools::StreamItem::Kind::Message) {
         object.insert("layer", event.layer);
         object.insert("code", event.code);
         object.insert("size", static_cast<qint64>(event.message.size()));
         object.insert("fields", fieldsIn(event));
         if (!event.problem.isEmpty())
             object.insert("problem", event.problem);
-    } else if (event.kind == StreamItem::Kind::Gap && event.missing >= 0) {
+    } else if (event.kind == Tools::StreamItem::Kind::Gap && event.missing >= 0) {
         object.insert("missing", event.missing);
     }
     return object;

@@ -5,7 +5,7 @@
 #include <QJsonObject>
 #include <QString>
 
-#include "decoder.h"
+#include "event.h"
 
 namespace Console {
 /// Local time of day with milliseconds.
@@ -16,7 +16,7 @@ QString localDateAndTime(qint64 timeUs);
 QString localDate(qint64 timeUs);
 
 /// "message", "gap", "error" or "note".
-QString kindText(StreamItem::Kind kind);
+QString kindText(Tools::StreamItem::Kind kind);
 /// "discovery", "from server" or "to server".
 QString directionText(Event::Direction direction);
 

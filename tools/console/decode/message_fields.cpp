@@ -16,7 +16,7 @@
 #include <QJsonArray>
 #include <QStringList>
 
-#include "message_cutter.h"
+#include "capture/message_cutter.h"
 #include "value_json.h"
 
 namespace Console {
@@ -545,7 +545,7 @@ bool isOfLayer(const QString& layer, const QString& code)
 
 QJsonObject fieldsOf(const QByteArray& message)
 {
-    const MessageHeader header = MessageHeader::read(message);
+    const Tools::MessageHeader header = Tools::MessageHeader::read(message);
     const Kind kind = kindOf(header.code);
     return kind.fields && isOfLayer(header.layer, header.code) ? kind.fields(message) : bodyOf(message);
 }
@@ -553,11 +553,11 @@ QJsonObject fieldsOf(const QByteArray& message)
 QJsonObject bodyOf(const QByteArray& message)
 {
     constexpr int MaxBytes = 64;
-    const QString layer = MessageHeader::read(message).layer;
+    const QString layer = Tools::MessageHeader::read(message).layer;
     const int start = layer == QLatin1String("MSEX")   ? MsexBody
                       : layer == QLatin1String("FPTC") ? 28
                       : layer == QLatin1String("PINF") ? 24
-                                                       : MessageHeader::Length;
+                                                       : Tools::MessageHeader::Length;
     const QByteArray body = message.mid(start);
     return {{"body", QString::fromLatin1(body.left(MaxBytes).toHex(' ')) +
                          QLatin1String(body.size() > MaxBytes ? " ..." : "")}};

@@ -13,7 +13,7 @@
 
 #include <QHash>
 
-#include "message_cutter.h"
+#include "capture/message_cutter.h"
 
 namespace Console {
 namespace {
@@ -101,7 +101,7 @@ ReadFunction readerFor(const QString& layer, const QString& code)
         return readLayer<Msg_FPTC, 28>;
     if (layer == QLatin1String("PINF"))
         return readLayer<Msg_PEER, 24>;
-    return readLayer<Msg_Header, MessageHeader::Length>;
+    return readLayer<Msg_Header, Tools::MessageHeader::Length>;
 }
 
 // The library lists as many records as announced, with empty fields where the bytes end. A few bytes would become
@@ -134,7 +134,7 @@ QString problemOf(const QByteArray& bytes, const Reading& reading)
 
 MessageText describeMessage(const QByteArray& message)
 {
-    const MessageHeader header = MessageHeader::read(message);
+    const Tools::MessageHeader header = Tools::MessageHeader::read(message);
     const QString excess = excessOf(message);
     Reading reading = excess.isEmpty() ? readerFor(header.layer, header.code)(message)
                                        : readLayer<Msg_MSEX, Msg_MSEX::MIN_MSEX_LENGTH>(message);

@@ -49,17 +49,17 @@ void Summary::add(const Event& event)
     Server& server = m_servers[key];
     extendRange(event.timeUs, isNew, server.firstUs, server.lastUs);
     switch (event.kind) {
-        case StreamItem::Kind::Message:
+        case Tools::StreamItem::Kind::Message:
             addMessage(server, event);
             break;
-        case StreamItem::Kind::Gap:
+        case Tools::StreamItem::Kind::Gap:
             ++server.gaps;
             server.missing += qMax<qint64>(0, event.missing);
             break;
-        case StreamItem::Kind::Error:
+        case Tools::StreamItem::Kind::Error:
             ++server.errors;
             break;
-        case StreamItem::Kind::Note:
+        case Tools::StreamItem::Kind::Note:
             server.connections += event.isConnecting ? 1 : 0;
             break;
     }

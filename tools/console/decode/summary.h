@@ -7,7 +7,7 @@
 #include <QStringList>
 #include <vector>
 
-#include "decoder.h"
+#include "event.h"
 
 namespace Console {
 /// Counts events. Memory is bounded: servers and message types beyond a limit are counted together.

@@ -13,10 +13,7 @@
 #include <cstring>
 #include <memory>
 
-#include "printing.h"
-#include "shutdown.h"
-
-namespace Console {
+namespace Tools {
 namespace {
 struct FileCloser
 {
@@ -25,47 +22,51 @@ struct FileCloser
 using OpenFile = std::unique_ptr<pcap_t, FileCloser>;
 
 // Reads what there is, so that a packet is decoded as soon as it arrives. An interruption is the end of the file.
-ssize_t readInput(void*, char* buffer, size_t size)
+ssize_t readInput(void* isInterrupted, char* buffer, size_t size)
 {
     constexpr int PollMs = 50;
     pollfd input{STDIN_FILENO, POLLIN, 0};
-    while (!isInterrupted()) {
+    while (!(*static_cast<const std::function<bool()>*>(isInterrupted))()) {
         if (poll(&input, 1, PollMs) > 0)
             return read(STDIN_FILENO, buffer, size);
     }
     return 0;
 }
 
-std::FILE* openStream(const QString& file)
+std::FILE* openStream(const QString& file, const std::function<bool()>& isInterrupted)
 {
     if (isStandardInput(file))
-        return fopencookie(nullptr, "rb", {readInput, nullptr, nullptr, nullptr});
+        return fopencookie(const_cast<std::function<bool()>*>(&isInterrupted), "rb",
+                           {readInput, nullptr, nullptr, nullptr});
     return std::fopen(QFile::encodeName(file).constData(), "rb");
 }
 
-OpenFile open(const QString& file)
+// Null if it was interrupted before the header was there.
+OpenFile open(const QString& file, const std::function<bool()>& isInterrupted)
 {
     const QString name = nameOfFile(file);
     if (!isStandardInput(file) && QFileInfo::exists(file) && !QFileInfo(file).isFile())
-        throw Failure{QString("'%1' is not a file").arg(name)};
-    std::FILE* const stream = openStream(file);
+        throw CaptureFailure{QString("'%1' is not a file").arg(name)};
+    std::FILE* const stream = openStream(file, isInterrupted);
     if (!stream)
-        throw Failure{QString("'%1' cannot be opened: %2").arg(name, QString::fromLocal8Bit(std::strerror(errno)))};
+        throw CaptureFailure{
+            QString("'%1' cannot be opened: %2").arg(name, QString::fromLocal8Bit(std::strerror(errno)))};
     char reason[PCAP_ERRBUF_SIZE] = "";
     OpenFile capture(pcap_fopen_offline(stream, reason));
     if (!capture) {
         std::fclose(stream);
         if (isInterrupted())
-            throw Interrupted{};
-        throw Failure{QString("'%1' is not a readable pcap or pcapng file: %2")
-                          .arg(name, escapeControls(QString::fromLocal8Bit(reason)))};
+            return {};
+        throw CaptureFailure{
+            QString("'%1' is not a readable pcap or pcapng file: %2").arg(name, QString::fromLocal8Bit(reason))};
     }
     const int linkType = pcap_datalink(capture.get());
     if (!isKnownLinkType(linkType)) {
         const char* const linkName = pcap_datalink_val_to_name(linkType);
-        throw Failure{QString("'%1' contains packets of link type %2, which is not supported; capture on an Ethernet "
-                              "adapter or on 'any'")
-                          .arg(name, linkName ? QString(linkName) : QString::number(linkType))};
+        throw CaptureFailure{
+            QString("'%1' contains packets of link type %2, which is not supported; capture on an Ethernet "
+                    "adapter or on 'any'")
+                .arg(name, linkName ? QString(linkName) : QString::number(linkType))};
     }
     return capture;
 }
@@ -86,27 +87,35 @@ bool isStandardInput(const QString& file)
 
 QString nameOfFile(const QString& file)
 {
-    return isStandardInput(file) ? QString("standard input") : escapeControls(file);
+    return isStandardInput(file) ? QString("standard input") : file;
 }
 
-CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& handle)
+CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& handle,
+                        const std::function<bool()>& isInterrupted)
 {
-    const OpenFile capture = open(file);
-    const int linkType = pcap_datalink(capture.get());
     CaptureFile result;
+    const OpenFile capture = open(file, isInterrupted);
+    if (!capture) {
+        result.isInterrupted = true;
+        return result;
+    }
+    const int linkType = pcap_datalink(capture.get());
     pcap_pkthdr* header = nullptr;
     const u_char* data = nullptr;
     int status = 0;
     while ((status = pcap_next_ex(capture.get(), &header, &data)) == 1) {
-        if (isInterrupted() && !isStandardInput(file))
-            throw Interrupted{};
+        // What has arrived from a pipe is still read.
+        if (isInterrupted() && !isStandardInput(file)) {
+            result.isInterrupted = true;
+            return result;
+        }
         ++result.packets;
         const QByteArray frame =
             QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));
         handle(readPacket(linkType, frame, microseconds(header->ts)));
     }
     if (status == PCAP_ERROR && !(isStandardInput(file) && isInterrupted()))
-        result.problem = escapeControls(QString::fromLocal8Bit(pcap_geterr(capture.get())));
+        result.problem = QString::fromLocal8Bit(pcap_geterr(capture.get()));
     return result;
 }
-} // namespace Console
+} // namespace Tools

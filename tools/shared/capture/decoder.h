@@ -11,7 +11,7 @@
 #include "packet.h"
 #include "tcp_stream.h"
 
-namespace Console {
+namespace Tools {
 /// A message, or something else found in the capture.
 struct Event
 {
@@ -25,9 +25,7 @@ struct Event
     QByteArray message;        ///< bytes of a message
     QString layer;             ///< of a message, e.g. "MSEX"
     QString code;              ///< of a message, e.g. "SInf"
-    QString text;              ///< debug text of a message, otherwise a description
-    QString problem;           ///< why the library would discard a message; empty if it accepts it
-    bool isUnreadable = false; ///< the fields of the message have no values
+    QString text;              ///< a description of what is not a message
     qint64 missing = 0;        ///< size of a gap in bytes; -1 if unknown
     bool isConnecting = false; ///< for a note: a connection was opened
 };
@@ -82,4 +80,4 @@ private:
     qint64 m_damaged = 0;
     qint64 m_untrackedSegments = 0;
 };
-} // namespace Console
+} // namespace Tools

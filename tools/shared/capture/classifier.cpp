@@ -2,13 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "classifier.h"
 
-#include <citp/citp_msg_peer.h>
-
 #include <QStringList>
+#include <QtEndian>
 
 #include "message_cutter.h"
 
-namespace Console {
+namespace Tools {
 namespace {
 // More than any show network has. Bounds the memory for a malicious capture.
 constexpr std::size_t MaxAnnounced = 4096;
@@ -27,6 +26,21 @@ const QStringList& consoleMessageCodes()
     return codes;
 }
 } // namespace
+
+Announcement Announcement::read(const QByteArray& message)
+{
+    constexpr int PortOffset = 24;
+    constexpr int TextsOffset = 26;
+    Announcement announcement;
+    if (message.size() < TextsOffset)
+        return announcement;
+    announcement.port = qFromLittleEndian<quint16>(message.constData() + PortOffset);
+    // The texts end with a zero byte each, or with the message.
+    const QList<QByteArray> texts = message.mid(TextsOffset).split('\0');
+    announcement.type = QString::fromLatin1(texts.value(0));
+    announcement.name = QString::fromLatin1(texts.value(1));
+    return announcement;
+}
 
 Classifier::Connection Classifier::connectionOf(const Packet& packet)
 {
@@ -77,7 +91,7 @@ void Classifier::learnFromDatagram(const Packet& packet)
     const MessageHeader header = MessageHeader::read(packet.data);
     if (!header.hasCookie || header.layer != QLatin1String("PINF") || header.code != QLatin1String("PLoc"))
         return;
-    const CITP::Msg_PEER_PLOC announcement(packet.data);
+    const Announcement announcement = Announcement::read(packet.data);
     const Endpoint server{packet.from.address, announcement.port};
     if (server.port == 0 || (m_announced.size() >= MaxAnnounced && m_announced.count(server) == 0))
         return;
@@ -107,4 +121,4 @@ void Classifier::learnFromSegment(const Packet& packet)
     else if (consoleMessageCodes().contains(code))
         known->second = {packet.to, true};
 }
-} // namespace Console
+} // namespace Tools

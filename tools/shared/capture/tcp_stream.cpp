@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tcp_stream.h"
 
-namespace Console {
+namespace Tools {
 namespace {
 // Larger than any window: a greater distance means another stream or a long gap in the capture.
 constexpr qint64 MaxJump = 16 << 20;
@@ -166,4 +166,4 @@ void TcpStream::skipOldGaps(qint64 timeUs)
         m_waitsSinceUs = m_held.empty() ? timeUs : qMax(m_waitsSinceUs, m_held.begin()->second.timeUs);
     }
 }
-} // namespace Console
+} // namespace Tools

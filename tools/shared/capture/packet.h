@@ -6,7 +6,7 @@
 #include <QString>
 #include <tuple>
 
-namespace Console {
+namespace Tools {
 /// Source or destination of a packet.
 struct Endpoint
 {
@@ -55,4 +55,4 @@ bool isKnownLinkType(int linkType);
 /// Parses a frame of @p linkType. Never reads beyond @p frame, whatever lengths it contains.
 /// @param timeUs capture time, copied to the packet
 Packet readPacket(int linkType, const QByteArray& frame, qint64 timeUs);
-} // namespace Console
+} // namespace Tools

@@ -5,7 +5,7 @@
 #include <QByteArray>
 #include <map>
 
-namespace Console {
+namespace Tools {
 /// Memory limit for the bytes that are buffered for all connections together.
 class Budget
 {
@@ -99,4 +99,4 @@ private:
     qint64 m_heldBytes = 0;
     qint64 m_waitsSinceUs = 0; ///< since when the stream waits for the byte at #m_position, while segments are held
 };
-} // namespace Console
+} // namespace Tools

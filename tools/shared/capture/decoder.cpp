@@ -2,23 +2,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "decoder.h"
 
-#include <citp/citp_msg_peer.h>
-
 #include <QHostAddress>
 
-#include "message_text.h"
-
-namespace Console {
+namespace Tools {
 namespace {
-void describe(const QByteArray& bytes, Event& event)
+void setMessage(const QByteArray& bytes, Event& event)
 {
-    const MessageText message = describeMessage(bytes);
+    const MessageHeader header = MessageHeader::read(bytes);
     event.message = bytes;
-    event.layer = message.layer;
-    event.code = message.code;
-    event.text = message.text;
-    event.isUnreadable = message.isUnreadable;
-    event.problem = message.problem;
+    event.layer = header.layer;
+    event.code = header.code;
 }
 } // namespace
 
@@ -104,9 +97,9 @@ void Decoder::addDatagram(const Packet& packet)
         event.kind = StreamItem::Kind::Error;
         event.text = QString("a datagram of %1 bytes that is not a CITP message").arg(packet.length);
     } else {
-        describe(QByteArray(packet.data.constData(), static_cast<int>(packet.data.size())), event);
+        setMessage(QByteArray(packet.data.constData(), static_cast<int>(packet.data.size())), event);
         if (event.code == QLatin1String("PLoc")) {
-            const quint16 port = CITP::Msg_PEER_PLOC(event.message).port;
+            const quint16 port = Announcement::read(event.message).port;
             if (port != 0)
                 event.server = toText(Endpoint{packet.from.address, port});
         }
@@ -252,7 +245,7 @@ void Decoder::emitItem(const Connection& connection, const Direction& direction,
     event.text = item.text;
     event.missing = item.missing;
     if (item.kind == StreamItem::Kind::Message)
-        describe(item.message, event);
+        setMessage(item.message, event);
     m_out(event);
 }
 
@@ -275,4 +268,4 @@ Event Decoder::makeEvent(const Connection& connection, const Endpoint& from, con
     event.server = toText(connection.server);
     return event;
 }
-} // namespace Console
+} // namespace Tools

@@ -9,8 +9,19 @@
 
 #include "packet.h"
 
-namespace Console {
+namespace Tools {
 constexpr quint16 DiscoveryPort = 4809;
+
+/// The fields of a PLoc.
+struct Announcement
+{
+    quint16 port = 0;
+    QString type; ///< "MediaServer", "LightingConsole", ...
+    QString name;
+
+    /// Reads the fields; those that @p message does not contain are 0 or empty.
+    static Announcement read(const QByteArray& message);
+};
 
 /// Processes the packets of a capture in order. A connection is classified as CITP if one of its endpoints was
 /// announced (PLoc) or if it contains a CITP header.
@@ -50,4 +61,4 @@ private:
     QHash<QString, QString> m_names;           ///< of the announced servers, by key
     std::map<Connection, Guess> m_connections; ///< connections in which a header was seen
 };
-} // namespace Console
+} // namespace Tools

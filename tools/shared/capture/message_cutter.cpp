@@ -2,14 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "message_cutter.h"
 
-#include <citp/citp_msg_fptc.h>
-#include <citp/citp_msg_header.h>
-#include <citp/citp_msg_msex.h>
-#include <citp/citp_msg_peer.h>
-
+#include <QtEndian>
 #include <algorithm>
 
-namespace Console {
+namespace Tools {
 namespace {
 QString bytesText(qint64 count)
 {
@@ -19,6 +15,12 @@ QString bytesText(qint64 count)
 QString nameOf(const MessageHeader& header)
 {
     return header.code.isEmpty() ? header.layer : header.layer + ' ' + header.code;
+}
+
+// The four characters at @p offset; empty if @p bytes end before @p end, where the header of the layer ends.
+QString codeAt(const QByteArray& bytes, int offset, int end)
+{
+    return bytes.size() < end ? QString() : QString::fromLatin1(bytes.constData() + offset, 4);
 }
 
 bool isCode(const QString& text)
@@ -33,14 +35,15 @@ MessageHeader MessageHeader::read(const QByteArray& bytes)
 {
     MessageHeader header;
     header.hasCookie = bytes.startsWith("CITP");
-    header.size = static_cast<quint32>(CITP::Msg_Header::messageSize(bytes));
-    header.layer = CITP::Msg_Header::contentType(bytes);
+    header.size = bytes.size() < Length ? 0 : qFromLittleEndian<quint32>(bytes.constData() + 8);
+    header.layer = codeAt(bytes, 16, Length);
+    // The version of the layer comes before the code, and the index of the layer after it.
     if (header.layer == QLatin1String("MSEX"))
-        header.code = CITP::Msg_MSEX::GetCookie(bytes);
+        header.code = codeAt(bytes, 22, 26);
     else if (header.layer == QLatin1String("FPTC"))
-        header.code = CITP::Msg_FPTC::GetCookie(bytes);
+        header.code = codeAt(bytes, 20, 28);
     else
-        header.code = CITP::Msg_PEER::contentType(bytes);
+        header.code = codeAt(bytes, 20, 24);
     header.isPlausible = header.hasCookie && bytes.at(4) == 1 && bytes.at(5) == 0 && header.size >= Length &&
                          header.size <= MaxBytes && isCode(header.layer);
     return header;
@@ -252,4 +255,4 @@ QString MessageCutter::lostMessage(qint64 missing)
         startSearch(Search::AfterGap);
     return text;
 }
-} // namespace Console
+} // namespace Tools

@@ -7,7 +7,7 @@
 
 #include "tcp_stream.h"
 
-namespace Console {
+namespace Tools {
 /// The header of a message.
 struct MessageHeader
 {
@@ -91,4 +91,4 @@ private:
     qint64 m_skippedBytes = 0; ///< bytes skipped in the current search
     qint64 m_timeUs = 0;
 };
-} // namespace Console
+} // namespace Tools

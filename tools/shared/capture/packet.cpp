@@ -7,7 +7,7 @@
 #include <QHostAddress>
 #include <QtEndian>
 
-namespace Console {
+namespace Tools {
 namespace {
 constexpr quint16 Ipv4 = 0x0800;
 
@@ -204,4 +204,4 @@ Packet readPacket(int linkType, const QByteArray& frame, qint64 timeUs)
         readIpv4(bytes, packet);
     return packet;
 }
-} // namespace Console
+} // namespace Tools
