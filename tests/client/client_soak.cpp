@@ -7,33 +7,27 @@
 #include <citp_client/layers.h>
 #include <citp_client/pictures.h>
 #include <citp_client/requests.h>
-#include <citp_system/artnet_adapter.h>
 #include <citp_system/os_log.h>
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
 #include <QTimer>
 
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "process_figures.h"
-#include "soak_samples.h"
+#include "soak_run.h"
 #include "soak_seat.h"
 
 using namespace CITP;
 
 namespace {
-constexpr int SampleInterval = 10000; // ms
-constexpr int AskInterval = 5;        // ms
-constexpr long MaxPending = 40;       // requests of a server
-constexpr int EndBound = 120000;      // ms after which requests that have not ended never will
+constexpr int AskInterval = 5;   // ms
+constexpr long MaxPending = 40;  // requests of a server
+constexpr int EndBound = 120000; // ms after which requests that have not ended never will
 // In bytes: so small that pictures are removed all the time.
 constexpr qint64 MemoryLimit = 1 << 20;
 constexpr qint64 DiskLimit = 8 << 20;
@@ -181,57 +175,13 @@ private:
     QTimer m_timer;
 };
 
-void pass(int milliseconds)
-{
-    QElapsedTimer time;
-    time.start();
-    while (time.elapsed() < milliseconds) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents,
-                                        static_cast<int>(milliseconds - time.elapsed()));
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-}
-
-void tick()
-{
-    QMetaObject::invokeMethod(citp_stack::Get(), "timepop", Qt::BlockingQueuedConnection);
-}
-
-/// Switches the stack off and lets the sockets go that it has left to the event loop.
-void switchOff()
-{
-    citp_stack::Get()->setEnabled(false);
-    tick();
-    pass(200);
-    tick();
-}
-
-bool say(bool good, const std::string& what)
-{
-    std::printf("%-4s %s\n", good ? "yes" : "NO", what.c_str());
-    return good;
-}
-
-int soak(double minutes, const QString& program)
+bool soak(double minutes, const QString& program)
 {
     static NoLog* const log = new NoLog;
     Os::Log::SetSink(log);
-    ArtNet::Adapter::Choose("lo");
     const QTemporaryDir folder;
-    {
-        // Whatever the first child process leaves open for good is open by now.
-        QProcess first;
-        first.start(QStringLiteral("/bin/true"), QStringList());
-        first.waitForFinished();
-    }
-    citp_stack* const stack = citp_stack::Get();
-    stack->setOptions(citp_options::recommended());
-    stack->setEnabled(true);
-    tick();
-    switchOff();
-    const ProcessFigures before = ProcessFigures::now();
-    stack->setEnabled(true);
-
+    citp_stack::Get()->setOptions(citp_options::recommended());
+    SoakRun run;
     SoakLedger ledger;
     std::vector<std::unique_ptr<SoakSeat>> seats;
     for (const SoakPlan& plan : Plans) {
@@ -239,59 +189,27 @@ int soak(double minutes, const QString& program)
         seats.back()->start();
     }
     auto application = std::make_unique<Application>(seats, folder.path());
-    SoakSamples samples;
-    QElapsedTimer time;
-    time.start();
-    std::printf("%8s %13s %10s %12s %8s %10s\n", "minutes", "resident KiB", "heap KiB", "descriptors", "threads",
-                "answers");
-    const auto length = static_cast<qint64>(minutes * 60000);
-    while (time.elapsed() < length) {
-        pass(static_cast<int>(std::min<qint64>(SampleInterval, length - time.elapsed())));
-        const ProcessFigures now = ProcessFigures::now();
-        const double passed = static_cast<double>(time.elapsed()) / 60000;
-        samples.add(passed, now);
-        std::printf("%8.2f %13ld %10ld %12d %8d %10ld\n", passed, now.residentKiB, now.heapKiB, now.descriptors,
-                    now.threads, application->answers());
-        std::fflush(stdout);
-    }
+    run.pass(minutes, "   answers", [&application] {
+        char text[20];
+        std::snprintf(text, sizeof text, "%10ld", application->answers());
+        return std::string(text);
+    });
     application->stopAsking();
     QElapsedTimer ending;
     ending.start();
     while (!application->isDone() && ending.elapsed() < EndBound) {
-        pass(100);
+        Soak::pass(100);
     }
-    bool good = application->close();
-    good = say(good, "every request has ended once, and with a server that answers all, as Answered") && good;
+    const bool isGood = Soak::say(application->close(),
+                                  "every request has ended once, and with a server that answers all, as Answered");
     application.reset();
     seats.clear();
-    switchOff();
-    pass(200);
-    const ProcessFigures after = ProcessFigures::now();
-    samples.settle(minutes);
-    std::printf("after the first minutes: %s\n", samples.summary().c_str());
-    good = say(samples.residentGrowth() <= SoakSamples::GrowthBound && samples.heapGrowth() <= SoakSamples::GrowthBound,
-               "memory is flat: it grows by at most 20 KiB a minute") &&
-           good;
-    good =
-        say(after.descriptors == before.descriptors, "no descriptor is lost: " + std::to_string(before.descriptors) +
-                                                         " before, " + std::to_string(after.descriptors) + " after") &&
-        good;
-    good = say(after.threads == before.threads, "no thread is added: " + std::to_string(before.threads) + " before, " +
-                                                    std::to_string(after.threads) + " after") &&
-           good;
-    std::printf("soak: %s\n", good ? "passed" : "FAILED");
-    return good ? 0 : 1;
+    return run.isAsBefore() && isGood;
 }
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const double minutes = argc == 3 ? std::atof(argv[1]) : 0;
-    if (minutes <= 0 || minutes > 24 * 60) {
-        std::fprintf(stderr, "usage: %s MINUTES MEDIASERVER-PROGRAM\n", argv[0]);
-        return 2;
-    }
-    std::signal(SIGPIPE, SIG_IGN);
-    const QCoreApplication application(argc, argv);
-    return soak(minutes, QString::fromLocal8Bit(argv[2]));
+    return soakMain(argc, argv, nullptr,
+                    [](double minutes, const QString& program, bool) { return soak(minutes, program); });
 }

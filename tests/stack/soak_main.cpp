@@ -3,9 +3,8 @@
 // guards. Run by scripts/soak.
 //
 // SPDX-License-Identifier: Apache-2.0
-#include "process_figures.h"
 #include "soak_ledger.h"
-#include "soak_samples.h"
+#include "soak_run.h"
 #include "soak_seat.h"
 
 #include <citp/citp_msg_fptc.h>
@@ -16,18 +15,13 @@
 #include <citp/citp_msg_msex_thumbnails.h>
 #include <citp/citp_options.h>
 #include <citp/citp_stack.h>
-#include <citp_system/artnet_adapter.h>
 #include <citp_system/os_log.h>
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -38,9 +32,8 @@
 using CITP::citp_stack;
 
 namespace {
-constexpr int SampleInterval = 10000; // ms
-constexpr int QuietTime = 5000;       // ms without an answer after which no more are awaited
-constexpr int QuietBound = 60000;     // ms after which that is not waited for any longer
+constexpr int QuietTime = 5000;   // ms without an answer after which no more are awaited
+constexpr int QuietBound = 60000; // ms after which that is not waited for any longer
 constexpr auto RequestInterval = std::chrono::milliseconds(5);
 
 // Servers without a fault, which no guard may disturb.
@@ -162,17 +155,6 @@ void sendUntil(const std::atomic<bool>& done, citp_stack* stack, const Seats& se
     }
 }
 
-void pass(int milliseconds)
-{
-    QElapsedTimer time;
-    time.start();
-    while (time.elapsed() < milliseconds) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents,
-                                        static_cast<int>(milliseconds - time.elapsed()));
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-}
-
 /// Lets answers come that are still to come.
 void waitForQuiet(const SoakLedger& ledger)
 {
@@ -180,28 +162,8 @@ void waitForQuiet(const SoakLedger& ledger)
     time.start();
     for (long before = -1; before != ledger.answersInAll() && time.elapsed() < QuietBound;) {
         before = ledger.answersInAll();
-        pass(QuietTime);
+        Soak::pass(QuietTime);
     }
-}
-
-void tick(citp_stack* stack)
-{
-    QMetaObject::invokeMethod(stack, "timepop", Qt::BlockingQueuedConnection);
-}
-
-/// Switches the stack off and lets the sockets go that it has left to the event loop.
-void switchOff(citp_stack* stack)
-{
-    stack->setEnabled(false);
-    tick(stack);
-    pass(200);
-    tick(stack);
-}
-
-bool say(bool good, const std::string& what)
-{
-    std::printf("%-4s %s\n", good ? "yes" : "NO", what.c_str());
-    return good;
 }
 
 /// Whether every request to this server is accounted for; prints its line of the table.
@@ -257,11 +219,10 @@ void switchGuardsOn(citp_stack* stack, std::atomic<long>& guardEvents)
     stack->setOptions(options);
 }
 
-int soak(double minutes, const QString& program, bool isGuarded)
+bool soak(double minutes, const QString& program, bool isGuarded)
 {
     static FailureCount* const failures = new FailureCount;
     Os::Log::SetSink(failures);
-    ArtNet::Adapter::Choose("lo");
     citp_stack* const stack = citp_stack::Get();
     SoakLedger ledger;
     std::atomic<long> layerStates{0};
@@ -270,22 +231,10 @@ int soak(double minutes, const QString& program, bool isGuarded)
     QObject receiver;
     keepBooks(stack, ledger, layerStates);
     countDeliveries(stack, receiver, delivered);
-    {
-        // Whatever the first child process leaves open for good is open by now.
-        QProcess first;
-        first.start(QStringLiteral("/bin/true"), QStringList());
-        first.waitForFinished();
-    }
     if (isGuarded) {
         switchGuardsOn(stack, guardEvents);
     }
-    stack->setEnabled(true);
-    tick(stack);
-    switchOff(stack);
-    const ProcessFigures before = ProcessFigures::now();
-    stack->setEnabled(true);
-    tick(stack);
-
+    SoakRun run;
     Seats seats;
     const auto [firstPlan, lastPlan] = isGuarded ? std::pair(std::begin(HonestPlans), std::end(HonestPlans))
                                                  : std::pair(std::begin(Plans), std::end(Plans));
@@ -298,22 +247,12 @@ int soak(double minutes, const QString& program, bool isGuarded)
     for (int i = 0; i < 2; ++i) {
         senders.emplace_back([&] { sendUntil(done, stack, seats, ledger); });
     }
-
-    SoakSamples samples;
-    QElapsedTimer time;
-    time.start();
-    std::printf("%8s %13s %10s %12s %8s %10s %12s %9s\n", "minutes", "resident KiB", "heap KiB", "descriptors",
-                "threads", "answers", "layer states", "failures");
-    const auto length = static_cast<qint64>(minutes * 60000);
-    while (time.elapsed() < length) {
-        pass(static_cast<int>(std::min<qint64>(SampleInterval, length - time.elapsed())));
-        const ProcessFigures now = ProcessFigures::now();
-        const double passed = static_cast<double>(time.elapsed()) / 60000;
-        samples.add(passed, now);
-        std::printf("%8.2f %13ld %10ld %12d %8d %10ld %12ld %9ld\n", passed, now.residentKiB, now.heapKiB,
-                    now.descriptors, now.threads, ledger.answersInAll(), layerStates.load(), failures->count());
-        std::fflush(stdout);
-    }
+    run.pass(minutes, "   answers layer states  failures", [&] {
+        char text[80];
+        std::snprintf(text, sizeof text, "%10ld %12ld %9ld", ledger.answersInAll(), layerStates.load(),
+                      failures->count());
+        return std::string(text);
+    });
     done = true;
     for (std::thread& sender : senders) {
         sender.join();
@@ -322,49 +261,27 @@ int soak(double minutes, const QString& program, bool isGuarded)
     bool good = isBalanced(seats, ledger);
     const long answers = ledger.answersInAll();
     seats.clear();
-    switchOff(stack);
-    pass(200);
-    const ProcessFigures after = ProcessFigures::now();
-
-    samples.settle(minutes);
-    std::printf("after the first minutes: %s\n", samples.summary().c_str());
-    good = say(samples.residentGrowth() <= SoakSamples::GrowthBound && samples.heapGrowth() <= SoakSamples::GrowthBound,
-               "memory is flat: it grows by at most 20 KiB a minute") &&
+    good = run.isAsBefore() && good;
+    good = Soak::say(run.fewestThreads() == run.mostThreads(), "nor meanwhile: " + std::to_string(run.fewestThreads()) +
+                                                                   " to " + std::to_string(run.mostThreads()) +
+                                                                   ", the two senders included") &&
+           good;
+    good = Soak::say(ledger.outOfTurn() == 0,
+                     "every server goes down as often as it came up, and nothing comes from one that is down") &&
            good;
     good =
-        say(after.descriptors == before.descriptors, "no descriptor is lost: " + std::to_string(before.descriptors) +
-                                                         " before, " + std::to_string(after.descriptors) + " after") &&
+        Soak::say(delivered >= answers, "every answer reached the application's thread: " + std::to_string(answers)) &&
         good;
-    good = say(samples.fewestThreads() == samples.mostThreads() && after.threads == before.threads,
-               "no thread is added: " + std::to_string(before.threads) + " before, " + std::to_string(after.threads) +
-                   " after, " + std::to_string(samples.fewestThreads()) + " to " +
-                   std::to_string(samples.mostThreads()) + " meanwhile, the two senders included") &&
-           good;
-    good = say(ledger.outOfTurn() == 0,
-               "every server goes down as often as it came up, and nothing comes from one "
-               "that is down") &&
-           good;
-    good =
-        say(delivered >= answers, "every answer reached the application's thread: " + std::to_string(answers)) && good;
     if (isGuarded) {
-        good = say(guardEvents == 0, "no guard acted: " + std::to_string(guardEvents) + " reports") && good;
+        good = Soak::say(guardEvents == 0, "no guard acted: " + std::to_string(guardEvents) + " reports") && good;
         stack->setOptions(CITP::citp_options());
-        tick(stack);
+        Soak::tick();
     }
-    std::printf("soak: %s\n", good ? "passed" : "FAILED");
-    return good ? 0 : 1;
+    return good;
 }
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const bool isGuarded = argc == 4 && std::strcmp(argv[3], "--guards") == 0;
-    const double minutes = argc == 3 || isGuarded ? std::atof(argv[1]) : 0;
-    if (minutes <= 0 || minutes > 24 * 60) {
-        std::fprintf(stderr, "usage: %s MINUTES MEDIASERVER-PROGRAM [--guards]\n", argv[0]);
-        return 2;
-    }
-    std::signal(SIGPIPE, SIG_IGN);
-    QCoreApplication application(argc, argv);
-    return soak(minutes, QString::fromLocal8Bit(argv[2]), isGuarded);
+    return soakMain(argc, argv, "--guards", soak);
 }
