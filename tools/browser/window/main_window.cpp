@@ -291,11 +291,9 @@ void MainWindow::savePicture()
                QSaveFile file(path);
                QImageWriter writer(&file, QFileInfo(path).suffix().toLower().toLatin1());
                QString problem;
-               if (!file.open(QIODevice::WriteOnly))
-                   problem = file.errorString();
-               else if (!writer.write(image))
+               if (file.open(QIODevice::WriteOnly) && !writer.write(image))
                    problem = writer.errorString();
-               else if (!file.commit())
+               else if (!file.isOpen() || !file.commit())
                    problem = file.errorString();
                return problem.isEmpty() ? QString() : tr("The picture could not be saved: %1.").arg(problem);
            });
