@@ -21,6 +21,9 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
+#include <tuple>
+#include <type_traits>
 #include <utility>
 
 namespace CITP {
@@ -34,44 +37,161 @@ constexpr std::size_t maxReports = 16;
 // More than the patch of any show has.
 constexpr qint64 maxFixtureBytes = 1 << 26;
 
-/// What the stack has told and the transport has not emitted yet. Filled in the stack's thread.
-struct Inbox
-{
-    struct News
-    {
-        std::optional<DiscoveryEvent> heard;
-        std::optional<DiscoveryEvent> connection;
-    };
+// Long enough to cost little for each notification, and short for those who wait for the event loop.
+constexpr qint64 batchMs = 5;
 
+/// What waits to be emitted.
+struct Notification
+{
+    virtual ~Notification() = default;
+    virtual void emitBy(StackTransport& transport) const = 0;
+
+    qint64 fixtureBytes = 0; ///< what it counts as, if it is a fixture
+};
+
+using StateSignal = void (Transport::*)(const QString&);
+template <typename Message>
+using AnswerSignal = void (Transport::*)(const QString&, const Message&);
+
+template <typename... Arguments>
+struct SignalOf : Notification
+{
+    // The arguments are the stack's own: only their direct copies count as unread.
+    SignalOf(void (Transport::*emitted)(Arguments...), const std::decay_t<Arguments>&... sent)
+        : signal(emitted), arguments(sent...)
+    {
+    }
+    void emitBy(StackTransport& transport) const override
+    {
+        std::apply([&](const auto&... sent) { Q_EMIT(transport.*signal)(sent...); }, arguments);
+    }
+
+    void (Transport::*const signal)(Arguments...);
+    const std::tuple<std::decay_t<Arguments>...> arguments;
+};
+
+/// The newest of a server, where that is enough.
+struct Newest : Notification
+{
+    explicit Newest(QString key) : server(std::move(key)) {}
+    void emitBy(StackTransport& transport) const override;
+
+    const QString server;
+    std::optional<DiscoveryEvent> heard;
+    std::optional<DiscoveryEvent> connection;
+    std::deque<Msg_MSEX_LSTA> reports;
+};
+
+void Newest::emitBy(StackTransport& transport) const
+{
+    // A receiver may delete the transport.
+    const QPointer<StackTransport> self(&transport);
+    for (const Msg_MSEX_LSTA& report : reports) {
+        if (self) {
+            Q_EMIT transport.layerStatus(server, report);
+        }
+    }
+    if (self && heard) {
+        Q_EMIT transport.serverHeard(server, heard->text);
+    }
+    if (self && connection && connection->kind == DiscoveryEvent::Connected) {
+        Q_EMIT transport.serverConnected(server);
+    } else if (self && connection) {
+        Q_EMIT transport.serverFailed(server, connection->text);
+    }
+}
+
+/// What the stack has told and the transport has not emitted yet, in order. Filled in the stack's thread. One event
+/// wakes the transport for all that has come by then.
+class Inbox
+{
+public:
+    explicit Inbox(StackTransport* receiver) : m_receiver(receiver) {}
+
+    void addState(StateSignal signal, const QString& server);
+    template <typename Message>
+    void addAnswer(AnswerSignal<Message> signal, const QString& server, const Message& answer);
     void add(const DiscoveryEvent& event);
     void add(const QString& server, const Msg_MSEX_LSTA& report);
-    void add(const std::shared_ptr<Inbox>& self, const QString& server, const Msg_FPTC_PTCH& fixture);
-    void wakeUp();
+    void add(const QString& server, const Msg_FPTC_PTCH& fixture);
 
-    std::mutex mutex;                   ///< guards what follows
-    StackTransport* receiver = nullptr; ///< null once it is destroyed
-    bool isAwake = false;
-    std::map<QString, News> news{};                         ///< by server
-    std::map<QString, std::deque<Msg_MSEX_LSTA>> reports{}; ///< the newest, by server
-    qint64 fixtureBytes = 0;                                ///< of those that wait in the event queue
+    /// The first; null if there is none or the transport is destroyed.
+    std::unique_ptr<Notification> take();
+    void clearWakeUp();
+    void close();
+
+private:
+    using NewestOf = std::map<QString, Newest*>;
+
+    void append(const QString& server, std::unique_ptr<Notification> notification);
+    void wakeUp();
+    Newest& newest(NewestOf& known, const QString& server);
+
+    std::mutex m_mutex;         ///< guards what follows
+    StackTransport* m_receiver; ///< null once it is destroyed
+    bool m_isAwake = false;     ///< an event is on its way; always, if something waits
+    std::deque<std::unique_ptr<Notification>> m_waiting;
+    // Those that more is merged with, by server. What has come since ends that: any other notification for news, a
+    // change of the state for reports.
+    NewestOf m_news;
+    NewestOf m_reports;
+    qint64 m_fixtureBytes = 0; ///< of those that do not count as unread
 };
 
 void Inbox::wakeUp()
 {
-    if (!isAwake) {
-        isAwake = true;
-        QCoreApplication::postEvent(receiver, new QEvent(QEvent::User));
+    if (!m_isAwake) {
+        m_isAwake = true;
+        QCoreApplication::postEvent(m_receiver, new QEvent(QEvent::User));
     }
+}
+
+void Inbox::append(const QString& server, std::unique_ptr<Notification> notification)
+{
+    m_news.erase(server);
+    m_waiting.push_back(std::move(notification));
+    wakeUp();
+}
+
+void Inbox::addState(StateSignal signal, const QString& server)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_receiver) {
+        m_reports.erase(server);
+        append(server, std::make_unique<SignalOf<const QString&>>(signal, server));
+    }
+}
+
+template <typename Message>
+void Inbox::addAnswer(AnswerSignal<Message> signal, const QString& server, const Message& answer)
+{
+    auto added = std::make_unique<SignalOf<const QString&, const Message&>>(signal, server, answer);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_receiver) {
+        append(server, std::move(added));
+    }
+}
+
+Newest& Inbox::newest(NewestOf& known, const QString& server)
+{
+    const auto found = known.find(server);
+    if (found != known.end()) {
+        return *found->second;
+    }
+    auto added = std::make_unique<Newest>(server);
+    Newest& merged = *added;
+    append(server, std::move(added));
+    known[server] = &merged;
+    return merged;
 }
 
 void Inbox::add(const DiscoveryEvent& event)
 {
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (!receiver || (news.size() >= maxTold && news.count(event.server) == 0)) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_receiver || (m_news.size() >= maxTold && m_news.count(event.server) == 0)) {
         return;
     }
-    wakeUp();
-    News& told = news[event.server];
+    Newest& told = newest(m_news, event.server);
     (event.kind == DiscoveryEvent::Heard ? told.heard : told.connection) =
         DiscoveryEvent{event.kind, event.server, event.text.left(Transport::maxNameLength)};
 }
@@ -80,68 +200,94 @@ void Inbox::add(const DiscoveryEvent& event)
 void Inbox::add(const QString& server, const Msg_MSEX_LSTA& report)
 {
     const Msg_MSEX_LSTA counted(report); // NOLINT(performance-unnecessary-copy-initialization)
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (!receiver) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_receiver) {
         return;
     }
-    wakeUp();
-    std::deque<Msg_MSEX_LSTA>& waiting = reports[server];
+    std::deque<Msg_MSEX_LSTA>& waiting = newest(m_reports, server).reports;
     if (waiting.size() >= maxReports) {
         waiting.pop_front();
     }
     waiting.push_back(counted);
 }
 
-// Nor does a patch that comes all at once, up to a limit. In the event queue, because fixtures must not get before the
-// serverDown() of an earlier connection.
-void Inbox::add(const std::shared_ptr<Inbox>& self, const QString& server, const Msg_FPTC_PTCH& fixture)
+// Nor does a patch that comes all at once, up to a limit.
+void Inbox::add(const QString& server, const Msg_FPTC_PTCH& fixture)
 {
     const Msg_FPTC_PTCH counted(fixture);
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (!receiver) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_receiver) {
         return;
     }
-    const qint64 bytes = citp_options::unreadCost(fixture.size);
-    const auto kept = std::make_shared<const Msg_FPTC_PTCH>(fixtureBytes < maxFixtureBytes ? counted : fixture);
-    fixtureBytes += bytes;
-    QMetaObject::invokeMethod(
-        receiver,
-        [self, server, kept, bytes, transport = receiver] {
-            {
-                const std::lock_guard<std::mutex> taken(self->mutex);
-                self->fixtureBytes -= bytes;
+    const bool isUncounted = m_fixtureBytes < maxFixtureBytes;
+    auto added = std::make_unique<SignalOf<const QString&, const Msg_FPTC_PTCH&>>(&Transport::patchMessage, server,
+                                                                                  isUncounted ? counted : fixture);
+    added->fixtureBytes = isUncounted ? citp_options::unreadCost(fixture.size) : 0;
+    m_fixtureBytes += added->fixtureBytes;
+    append(server, std::move(added));
+}
+
+std::unique_ptr<Notification> Inbox::take()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_receiver || m_waiting.empty()) {
+        return nullptr;
+    }
+    std::unique_ptr<Notification> first = std::move(m_waiting.front());
+    m_waiting.pop_front();
+    m_fixtureBytes -= first->fixtureBytes;
+    if (const auto* const merged = dynamic_cast<const Newest*>(first.get())) {
+        for (NewestOf* const known : {&m_news, &m_reports}) {
+            const auto found = known->find(merged->server);
+            if (found != known->end() && found->second == merged) {
+                known->erase(found);
             }
-            Q_EMIT transport->patchMessage(server, *kept);
-        },
-        Qt::QueuedConnection);
+        }
+    }
+    // The receiver of this one may run an event loop of its own, in which the others have to arrive, too.
+    if (!m_waiting.empty()) {
+        wakeUp();
+    }
+    return first;
+}
+
+void Inbox::clearWakeUp()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_isAwake = false;
+}
+
+void Inbox::close()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_receiver = nullptr;
 }
 } // namespace
 
 struct CITP_HIDDEN StackTransport::Private
 {
+    explicit Private(StackTransport* transport) : inbox(std::make_shared<Inbox>(transport)) {}
+
     QElapsedTimer clock;
     QTimer timer;
-    const std::shared_ptr<Inbox> inbox = std::make_shared<Inbox>();
+    const std::shared_ptr<Inbox> inbox;
     std::shared_ptr<const void> observation;
-    bool areLayersRelayed = false;
-    bool isPatchRelayed = false;
+    std::set<int> relayed; ///< indexes of signals
 };
 
 Transport::Transport() = default;
 Transport::~Transport() = default;
 
-StackTransport::StackTransport() : d(std::make_unique<Private>())
+StackTransport::StackTransport() : d(std::make_unique<Private>(this))
 {
     d->clock.start();
-    d->inbox->receiver = this;
     d->timer.setSingleShot(true);
     connect(&d->timer, &QTimer::timeout, this, &Transport::wokenUp);
 }
 
 StackTransport::~StackTransport()
 {
-    const std::lock_guard<std::mutex> lock(d->inbox->mutex);
-    d->inbox->receiver = nullptr;
+    d->inbox->close();
 }
 
 bool StackTransport::event(QEvent* event)
@@ -149,31 +295,14 @@ bool StackTransport::event(QEvent* event)
     if (event->type() != QEvent::User) {
         return Transport::event(event);
     }
-    std::map<QString, Inbox::News> news;
-    std::map<QString, std::deque<Msg_MSEX_LSTA>> reports;
-    {
-        const std::lock_guard<std::mutex> lock(d->inbox->mutex);
-        d->inbox->isAwake = false;
-        news.swap(d->inbox->news);
-        reports.swap(d->inbox->reports);
-    }
-    // A receiver may delete this object.
-    const QPointer<StackTransport> self(this);
-    for (const auto& [server, told] : news) {
-        if (self && told.heard) {
-            Q_EMIT serverHeard(server, told.heard->text);
-        }
-        if (self && told.connection && told.connection->kind == DiscoveryEvent::Connected) {
-            Q_EMIT serverConnected(server);
-        } else if (self && told.connection) {
-            Q_EMIT serverFailed(server, told.connection->text);
-        }
-    }
-    for (const auto& [server, waiting] : reports) {
-        for (const Msg_MSEX_LSTA& report : waiting) {
-            if (self) {
-                Q_EMIT layerStatus(server, report);
-            }
+    const std::shared_ptr<Inbox> inbox = d->inbox; // a receiver may delete this object
+    inbox->clearWakeUp();
+    QElapsedTimer time;
+    time.start();
+    while (const std::unique_ptr<Notification> next = inbox->take()) {
+        next->emitBy(*this);
+        if (time.hasExpired(batchMs)) {
+            break;
         }
     }
     return true;
@@ -181,44 +310,39 @@ bool StackTransport::event(QEvent* event)
 
 void StackTransport::connectNotify(const QMetaMethod& signal)
 {
-    if (signal.enclosingMetaObject() != &Transport::staticMetaObject) {
-        return;
-    }
-    const auto isOneOf = [&signal](auto... candidates) {
-        return (... || (signal == QMetaMethod::fromSignal(candidates)));
+    // The slots run in the stack's thread; a call in progress keeps the inbox alive.
+    const auto relay = [&](auto from, auto to, auto slot) {
+        if (signal == QMetaMethod::fromSignal(to) && d->relayed.insert(signal.methodIndex()).second) {
+            connect(citp_stack::Get(), from, this, slot, Qt::DirectConnection);
+        }
     };
-    citp_stack* const stack = citp_stack::Get();
     const std::shared_ptr<Inbox> inbox = d->inbox;
-    if (isOneOf(&Transport::serverHeard, &Transport::serverConnected, &Transport::serverFailed)) {
-        if (!d->observation) {
-            d->observation = stack->observeDiscovery([inbox](const DiscoveryEvent& event) { inbox->add(event); });
-        }
-        return;
-    }
-    // A call in progress in the stack's thread keeps the inbox alive.
-    if (isOneOf(&Transport::layerStatus)) {
-        if (!d->areLayersRelayed) {
-            connect(
-                stack, &citp_stack::layerStatus, this,
-                [inbox](const QString& server, const Msg_MSEX_LSTA& report) { inbox->add(server, report); },
-                Qt::DirectConnection);
-            d->areLayersRelayed = true;
-        }
-        return;
-    }
-    if (isOneOf(&Transport::patchMessage)) {
-        if (!d->isPatchRelayed) {
-            connect(
-                stack, &citp_stack::patchMessage, this,
-                [inbox](const QString& server, const Msg_FPTC_PTCH& fixture) { inbox->add(inbox, server, fixture); },
-                Qt::DirectConnection);
-            d->isPatchRelayed = true;
-        }
-        return;
-    }
-    const int index = stack->metaObject()->indexOfSignal(signal.methodSignature().constData());
-    if (index >= 0) {
-        connect(stack, stack->metaObject()->method(index), this, signal, Qt::UniqueConnection);
+    const auto relayState = [&](auto from, StateSignal to) {
+        relay(from, to, [inbox, to](const QString& server) { inbox->addState(to, server); });
+    };
+    const auto relayAnswer = [&](auto from, auto to) {
+        relay(from, to,
+              [inbox, to](const QString& server, const auto& answer) { inbox->addAnswer(to, server, answer); });
+    };
+    relayState(&citp_stack::serverUp, &Transport::serverUp);
+    relayState(&citp_stack::serverDown, &Transport::serverDown);
+    relayAnswer(&citp_stack::libraryInfo, &Transport::libraryInfo);
+    relayAnswer(&citp_stack::mediaInfo, &Transport::mediaInfo);
+    relayAnswer(&citp_stack::effectInfo, &Transport::effectInfo);
+    relayAnswer(&citp_stack::genericInfo, &Transport::genericInfo);
+    relayAnswer(&citp_stack::libraryThumbnail, &Transport::libraryThumbnail);
+    relayAnswer(&citp_stack::elementThumbnail, &Transport::elementThumbnail);
+    relayAnswer(&citp_stack::libraryUpdated, &Transport::libraryUpdated);
+    const auto add = [inbox](const QString& server, const auto& message) { inbox->add(server, message); };
+    relay(&citp_stack::layerStatus, &Transport::layerStatus, add);
+    relay(&citp_stack::patchMessage, &Transport::patchMessage, add);
+
+    const bool isDiscovery = signal == QMetaMethod::fromSignal(&Transport::serverHeard) ||
+                             signal == QMetaMethod::fromSignal(&Transport::serverConnected) ||
+                             signal == QMetaMethod::fromSignal(&Transport::serverFailed);
+    if (isDiscovery && !d->observation) {
+        d->observation =
+            citp_stack::Get()->observeDiscovery([inbox](const DiscoveryEvent& event) { inbox->add(event); });
     }
 }
 

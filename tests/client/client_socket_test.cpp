@@ -4,6 +4,7 @@
 
 #include "random_request.h"
 
+#include <citp/citp_msg_msex_libraries.h>
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_msg_msex_requests.h>
 #include <citp/citp_options.h>
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <optional>
 #include <random>
 #include <thread>
@@ -46,6 +48,15 @@ std::shared_ptr<End> follow(Reply* reply)
 bool waitForEnd(const std::shared_ptr<End>& end)
 {
     return waitFor([&end] { return end->status != Reply::Pending; });
+}
+
+/// Waits while this thread handles no event.
+void waitWithoutEvents(const std::function<bool()>& condition)
+{
+    QElapsedTimer time;
+    for (time.start(); !condition() && time.elapsed() < TestTimeout;)
+        std::this_thread::yield();
+    EXPECT_TRUE(condition());
 }
 } // namespace
 
@@ -332,14 +343,13 @@ TEST_F(ClientSocketTest, WhatDiscoveryTellsWaitsInBoundedMemory)
     for (int batch = 0; batch < batches; ++batch) {
         for (int i = 1; i <= 100; ++i)
             m_server.sendDatagram(Wire::ploc(static_cast<unsigned>(firstPort + 100 * batch + i)));
-        QElapsedTimer time;
-        for (time.start(); *heard <= 100 * (batch + 1) - 1 && time.elapsed() < TestTimeout;)
-            std::this_thread::yield();
+        waitWithoutEvents([&] { return *heard >= 100 * (batch + 1); });
     }
     EXPECT_GE(*heard, 100 * batches);
     // The directory has the same limit.
     int told = 0;
     QObject::connect(&m_transport, &Transport::serverHeard, [&told] { ++told; });
+    EXPECT_TRUE(waitFor([&] { return told >= 1024; }));
     QCoreApplication::processEvents();
     EXPECT_EQ(told, 1024);
     EXPECT_EQ(directory.server(QStringLiteral("127.0.0.2:50000")).name.size(), Transport::maxNameLength);
@@ -373,12 +383,73 @@ TEST_F(ClientSocketTest, OfReportsTheNewestWaitAndOfFixturesAll)
     for (int number = 0; number < fixtures; ++number)
         bytes += Wire::ptch(static_cast<unsigned>(number));
     connection.send(bytes);
-    QElapsedTimer time;
-    for (time.start(); told < reports + fixtures && time.elapsed() < TestTimeout;)
-        std::this_thread::yield();
-    QCoreApplication::processEvents();
+    waitWithoutEvents([&] { return told == reports + fixtures; });
+    EXPECT_TRUE(waitFor([&] { return received == fixtures; }));
     EXPECT_EQ(layers.size(), 16u);
     EXPECT_EQ(layers.back(), reports - 1);
-    EXPECT_EQ(received, fixtures);
     stack->setOptions({});
+}
+
+TEST_F(ClientSocketTest, WhatBecomesOfAServerIsToldInOrder)
+{
+    QStringList told;
+    const auto tell = [&](auto signal, const char* name) {
+        QObject::connect(&m_transport, signal, [&told, name] { told << QLatin1String(name); });
+    };
+    tell(&Transport::serverHeard, "heard");
+    tell(&Transport::serverConnected, "connected");
+    tell(&Transport::serverUp, "up");
+    tell(&Transport::layerStatus, "layers");
+    tell(&Transport::libraryInfo, "libraries");
+    tell(&Transport::serverFailed, "failed");
+    tell(&Transport::serverDown, "down");
+    std::atomic<bool> isListedNow{false};
+    std::atomic<bool> isDown{false};
+    const QObject scope;
+    QObject::connect(
+        stack, &citp_stack::libraryInfo, &scope, [&] { isListedNow = true; }, Qt::DirectConnection);
+    QObject::connect(
+        stack, &citp_stack::serverDown, &scope, [&] { isDown = true; }, Qt::DirectConnection);
+    // All of it waits for this thread.
+    m_server.announce();
+    Connection connection = m_server.accept();
+    connection.send(Wire::sinf("Product") + Wire::lsta(1) + Wire::elin(7));
+    waitWithoutEvents([&] { return isListedNow.load(); });
+    log.expectFailureLine("The remote host closed the connection");
+    connection.close();
+    waitWithoutEvents([&] { return isDown.load(); });
+    EXPECT_TRUE(waitFor([&] { return told.contains(QStringLiteral("down")); }));
+    EXPECT_EQ(told.join(QLatin1Char(' ')).toStdString(), "heard connected up layers libraries failed down");
+}
+
+TEST_F(ClientSocketTest, AReceiverMayRunAnEventLoopOrDeleteTheTransport)
+{
+    auto transport = std::make_unique<StackTransport>();
+    Connection connection = admit(m_server);
+    std::vector<int> begun;
+    std::vector<int> ended;
+    QObject::connect(transport.get(), &Transport::libraryInfo, [&](const QString&, const Msg_MSEX_ELIN& message) {
+        const int number = message.Libraries.front().LIBID.toInt();
+        begun.push_back(number);
+        if (number == 1) {
+            EXPECT_TRUE(waitFor([&] { return ended.size() == 2; }));
+        }
+        ended.push_back(number);
+        if (number == 4)
+            transport.reset();
+    });
+    std::atomic<int> told{0};
+    const QObject scope;
+    QObject::connect(
+        stack, &citp_stack::libraryInfo, &scope, [&] { ++told; }, Qt::DirectConnection);
+    connection.send(Wire::elin(1) + Wire::elin(2) + Wire::elin(3));
+    waitWithoutEvents([&] { return told == 3; });
+    EXPECT_TRUE(waitFor([&] { return ended.size() == 3; }));
+    EXPECT_EQ(begun, (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(ended, (std::vector<int>{2, 3, 1}));
+    connection.send(Wire::elin(4) + Wire::elin(5));
+    waitWithoutEvents([&] { return told == 5; });
+    EXPECT_TRUE(waitFor([&] { return !transport; }));
+    QCoreApplication::processEvents();
+    EXPECT_EQ(begun.back(), 4);
 }
