@@ -86,14 +86,21 @@ TEST_F(BrowserModels, CancellingLeavesNoTileWaiting)
     });
     EXPECT_FALSE(waitFor([&] { return countRows(State::Cancelled) != 10; }, 1500));
     EXPECT_EQ(server.count("GETh"), 0);
-    // What is under way by then is shown when it comes; nothing else is asked for.
+    // What is under way by then is shown when it comes; nothing else is asked for. Cancelled with the first answer,
+    // before others are handled that may have come meanwhile.
     const auto requests = [this] { return session.requests().statistics().requests; };
     const qint64 before = requests();
+    qint64 asked = 0;
+    const auto connection = QObject::connect(&session.transport(), &CITP::Transport::elementThumbnail, &session, [&] {
+        if (asked > 0)
+            return;
+        session.pictures().cancel();
+        EXPECT_EQ(countRows(State::Waiting), 0);
+        asked = requests() - before;
+    });
     session.pictures().retry();
-    ASSERT_TRUE(waitFor([this] { return countRows(State::Ready) == 1; }));
-    session.pictures().cancel();
-    EXPECT_EQ(countRows(State::Waiting), 0);
-    const qint64 asked = requests() - before;
+    ASSERT_TRUE(waitFor([&] { return asked > 0; }));
+    QObject::disconnect(connection);
     EXPECT_LT(asked, 10);
     ASSERT_TRUE(waitFor([&] { return countRows(State::Ready) == asked; }));
     EXPECT_EQ(requests() - before, asked);
@@ -144,7 +151,8 @@ TEST_F(BrowserModels, ALostServerLeavesNoTileWaitingAndComesBack)
     ASSERT_TRUE(waitFor([this] { return countRows(State::Ready) >= 1; }));
     server.kill();
     ASSERT_TRUE(waitFor([this] { return !session.isChosenUp(); }));
-    EXPECT_EQ(countRows(State::Waiting), 0);
+    // What came before the end may still be being decoded.
+    EXPECT_TRUE(waitFor([this] { return countRows(State::Waiting) == 0; }));
     EXPECT_EQ(countRows(State::Ready) + countRows(State::Failed), 10);
     // What is asked for meanwhile fails at once.
     session.elements().reload();
@@ -188,8 +196,11 @@ TEST_F(BrowserModels, PicturesThatAreOnDiskAreShownWithoutARequest)
     const PictureFolder folder;
     const QTemporaryDir pictures;
     MediaServer server({"--media", folder.path(), "--layers", "0"});
+    // It is up before the runs begin: one that finds it up and is then told so loads the list again.
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 1; }));
     for (const int requests : {8, 0}) {
         Browser::Session run(pictures.path());
+        run.requests().setTimeout(session.requests().timeout());
         run.start();
         run.chooseServer(StageKey);
         ASSERT_TRUE(waitFor([&] { return run.isChosenUp(); }));

@@ -75,24 +75,25 @@ TEST_F(BrowserModels, AnAnnouncementWithoutAServerBehindItIsSeenAndThenFailing)
     QByteArray announcement("CITP\x01\x00\x00\x00\x36\x00\x00\x00\x01\x00\x00\x00PINFPLoc\x87\x13", 26);
     announcement += QByteArray("MediaServer\0Ghost 1\0Running\0", 28);
     ASSERT_EQ(announcement.size(), 54);
+    // Once another one is up, a single announcement is heard; a second one could come before the attempt has failed.
+    const MediaServer other;
     ServerModel& servers = session.servers();
+    ASSERT_TRUE(waitFor([&] { return servers.countUp() == 1; }));
+    const QString ghost = "127.0.0.77:4999";
     QList<ServerModel::State> states;
     const auto note = [&] {
-        const ServerModel::State state = servers.stateOf("127.0.0.77:4999");
-        if (states.isEmpty() || states.last() != state)
-            states << state;
+        if (servers.rowOf(ghost) >= 0 && (states.isEmpty() || states.last() != servers.stateOf(ghost)))
+            states << servers.stateOf(ghost);
     };
     QObject::connect(&servers, &QAbstractItemModel::rowsInserted, &session, note);
     QObject::connect(&servers, &QAbstractItemModel::dataChanged, &session, note);
-    ASSERT_TRUE(waitFor([&] {
-        socket.writeDatagram(announcement, QHostAddress("224.0.0.180"), 4809);
-        // As often as the browser looks, and not as a flood.
-        return waitFor([&] { return states.size() >= 2; }, 200);
-    }));
+    socket.writeDatagram(announcement, QHostAddress("224.0.0.180"), 4809);
+    ASSERT_TRUE(waitFor([&] { return states.size() >= 2; }));
     EXPECT_EQ(states.at(0), ServerModel::State::Heard);
     EXPECT_EQ(states.at(1), ServerModel::State::Failing);
-    EXPECT_TRUE(servers.index(0).data(Qt::ToolTipRole).toString().contains("Ghost 1"));
-    EXPECT_EQ(servers.index(0).data(ServerModel::NameRole).toString().toStdString(), "Ghost 1");
+    const QModelIndex index = servers.index(servers.rowOf(ghost));
+    EXPECT_TRUE(index.data(Qt::ToolTipRole).toString().contains("Ghost 1"));
+    EXPECT_EQ(index.data(ServerModel::NameRole).toString().toStdString(), "Ghost 1");
 }
 
 TEST_F(BrowserModels, AServerThatHangsGivesNoSignOfLife)
@@ -103,9 +104,10 @@ TEST_F(BrowserModels, AServerThatHangsGivesNoSignOfLife)
     LayerModel& layers = session.layers();
     ASSERT_TRUE(waitFor([&] { return layers.rowCount() > 0; }));
     const auto server0 = [&](int role) { return servers.index(0).data(role); };
-    EXPECT_EQ(layers.age().toStdString(), "");
-    EXPECT_FALSE(layers.index(0, 0).data(LayerModel::IsOldRole).toBool());
-    EXPECT_EQ(server0(ServerModel::StateTextRole).toString().toStdString(), "up");
+    EXPECT_TRUE(waitFor([&] {
+        return layers.age().isEmpty() && !layers.index(0, 0).data(LayerModel::IsOldRole).toBool() &&
+               server0(ServerModel::StateTextRole).toString() == "up";
+    }));
     QSignalSpy changes(&servers, &QAbstractItemModel::dataChanged);
     server.stop();
     ASSERT_TRUE(waitFor([&] { return !layers.age().isEmpty(); }));

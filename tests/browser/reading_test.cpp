@@ -97,17 +97,22 @@ TEST_F(BrowserWindow, NoCountIsCutInALargeFont)
     QFont large = normal;
     large.setPointSize(24);
     QApplication::setFont(large);
-    QTest::qWait(50);
     const QFontMetrics metrics(large);
     const auto* const tree = find<QTreeView>("libraries");
-    EXPECT_GE(tree->columnWidth(1), metrics.horizontalAdvance("Elements"));
-    EXPECT_LE(tree->columnWidth(1), tree->viewport()->width());
+    EXPECT_TRUE(waitFor([&] {
+        return tree->columnWidth(1) >= metrics.horizontalAdvance("Elements") &&
+               tree->columnWidth(1) <= tree->viewport()->width();
+    })) << tree->columnWidth(1)
+        << " of " << tree->viewport()->width();
     const auto* const layers = find<QTableView>("layers");
-    EXPECT_GE(layers->rowHeight(0), metrics.height());
+    EXPECT_TRUE(waitFor([&] { return layers->rowHeight(0) >= metrics.height(); })) << layers->rowHeight(0);
     for (const int column : {Browser::LayerModel::Layer, Browser::LayerModel::FrameRate, Browser::LayerModel::Output,
-                             Browser::LayerModel::Position})
-        EXPECT_GE(layers->columnWidth(column),
-                  metrics.horizontalAdvance(session.layers().index(0, column).data().toString()));
+                             Browser::LayerModel::Position}) {
+        EXPECT_TRUE(waitFor([&] {
+            return layers->columnWidth(column) >=
+                   metrics.horizontalAdvance(session.layers().index(0, column).data().toString());
+        })) << column;
+    }
     const auto* const counts = find<QLabel>("counts");
     EXPECT_TRUE(waitFor([&] { return counts->width() >= metrics.horizontalAdvance(counts->text()); }));
     QApplication::setFont(normal);
