@@ -21,7 +21,8 @@ constexpr milliseconds RepeatedSignal{100};
 // The sanitizers report while the process ends, which takes longer.
 constexpr milliseconds Grace{20000};
 #else
-constexpr milliseconds Grace{400};
+// A busy machine may leave the main thread waiting; who does not want to wait sends the signal again.
+constexpr milliseconds Grace{3000};
 #endif
 constexpr int NoStatus = -1;
 
