@@ -40,9 +40,11 @@ QStringList upAmong(const CITP::Directory& directory, QStringList keys)
     return keys;
 }
 
+} // namespace
+
 // The servers that announce themselves while the stack starts, which takes longer than they take to do so: no other one
 // than the one wanted needs to be waited for.
-class Neighbours
+class Session::Neighbours
 {
 public:
     explicit Neighbours(const Options& options)
@@ -79,6 +81,7 @@ private:
     QElapsedTimer m_listening;
 };
 
+namespace {
 // At most once, because the servers announce themselves again and again.
 void warnAboutDescriptors()
 {
@@ -121,18 +124,22 @@ void enableStack(const Options& options)
     stack->setEnabled(true);
 }
 
-Session::Session(const Options& options) : m_timeoutMs(options.timeoutMs)
+Session::Session(const Options& options)
+    : m_neighbours(std::make_unique<Neighbours>(options)), m_timeoutMs(options.timeoutMs)
 {
     m_requests.setTimeout(m_timeoutMs / CITP::Requests::maxAttempts);
     QObject::connect(&m_transport, &CITP::Transport::serverDown, &m_requests,
                      [this](const QString& key) { m_isDown = m_isDown || key == m_server.key; });
     enableStack(options);
     find(options);
+    m_neighbours.reset();
     m_catalogue.emplace(m_requests, key());
     QObject::connect(
         &*m_catalogue, &CITP::Catalogue::elementsChanged, &m_requests,
         [this](quint8 type, const QString& library) { m_elements += m_catalogue->elements(type, library).size(); });
 }
+
+Session::~Session() = default;
 
 bool Session::waitUntil(const std::function<bool()>& isDone, int milliseconds)
 {
@@ -253,9 +260,8 @@ void Session::find(const Options& options)
     const auto matching = [&] { return upAmong(m_directory, m_directory.find(wanted)); };
     WaitLine waiting(QString("waiting for server '%1' to come up on %2")
                          .arg(escapeControls(wanted), nameAndAddress(ArtNet::Adapter::Get())));
-    Neighbours neighbours(options);
     const auto isFound = [&] {
-        neighbours.read();
+        m_neighbours->read();
         return !matching().isEmpty();
     };
     if (!processEventsUntil(isFound, searchMs))
@@ -263,7 +269,7 @@ void Session::find(const Options& options)
                           .arg(escapeControls(wanted), secondsText(searchMs), nameAndAddress(ArtNet::Adapter::Get()),
                                foundText(wanted))};
     const auto isSure = [&] {
-        return m_directory.server(wanted).state == CITP::Server::Up || neighbours.areNone(m_directory, wanted);
+        return m_directory.server(wanted).state == CITP::Server::Up || m_neighbours->areNone(m_directory, wanted);
     };
     if (!isSure()) {
         waiting.show(QString("waiting for other servers that match '%1'").arg(escapeControls(wanted)));

@@ -10,6 +10,7 @@
 
 #include <climits>
 #include <functional>
+#include <memory>
 #include <optional>
 
 #include "options.h"
@@ -39,6 +40,7 @@ public:
     /// Enables the stack and waits until the server given in the options is up.
     /// @throws Failure on timeout, or if several servers match the name
     explicit Session(const Options& options);
+    ~Session();
 
     /// As it was when it was found.
     const CITP::Server& server() const { return m_server; }
@@ -73,9 +75,12 @@ public:
     int warnAboutLists(quint8 type, CITP::Request::Kind kind);
 
 private:
+    class Neighbours;
+
     void find(const Options& options);
     QString foundText(const QString& wanted) const;
 
+    std::unique_ptr<Neighbours> m_neighbours; ///< listens from before the stack starts until the server is found
     CITP::StackTransport m_transport;
     CITP::Directory m_directory{m_transport};
     CITP::Requests m_requests{m_transport};
