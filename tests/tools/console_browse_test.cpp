@@ -4,6 +4,9 @@
 #include <QJsonArray>
 #include <QTemporaryDir>
 
+#include <memory>
+#include <utility>
+
 #include "console_fixture.h"
 
 namespace {
@@ -201,7 +204,10 @@ TEST(ConsoleBrowse, ShowsLayersAsTheyMove)
 TEST(ConsoleBrowse, ShowsLayersInATable)
 {
     const Server server({"--layer-rate", "20"});
-    const QStringList lines = rows(browse({"layers", key, "--seconds", "1"}));
+    Console console({"layers", key, "--adapter", "lo"});
+    console.waitForLine("Grey down");
+    console.interrupt();
+    const QStringList lines = rows(outcomeOf(console));
     ASSERT_GE(lines.size(), 4);
     EXPECT_EQ(lines[1].toStdString(), "LAYER OUTPUT LIBRARY # POSITION LENGTH FPS FLAGS NAME");
     EXPECT_TRUE(lines[2].startsWith("0 0 1,1,0,0 0 ")) << lines[2].toStdString();
@@ -222,18 +228,21 @@ TEST(ConsoleBrowse, SaysHowManyLayersATerminalCannotShow)
 TEST(ConsoleBrowse, LeavesTheLeastUsefulColumnsOutOnANarrowTerminal)
 {
     const Server server({"--layers", "2", "--layer-rate", "20"});
-    const auto titlesAt = [](int columns) {
-        Child terminal("script", {"-qec",
-                                  QString("stty rows 20 cols %1; exec " CONSOLE_PROGRAM " layers ").arg(columns) + key +
-                                      " --adapter lo --seconds 1",
-                                  "/dev/null"});
-        EXPECT_EQ(terminal.waitForEnd(), 0);
-        const QString output = terminal.output();
-        return output.mid(output.indexOf("LAYER")).section('\r', 0, 0).simplified().toStdString();
-    };
-    EXPECT_EQ(titlesAt(80), "LAYER OUTPUT LIBRARY # POSITION LENGTH FPS FLAGS NAME");
-    EXPECT_EQ(titlesAt(66), "LAYER OUTPUT LIBRARY # POSITION LENGTH FPS NAME");
-    EXPECT_EQ(titlesAt(40), "LAYER LIBRARY # POSITION NAME");
+    const std::pair<int, const char*> titles[] = {{80, "LAYER OUTPUT LIBRARY # POSITION LENGTH FPS FLAGS NAME"},
+                                                  {66, "LAYER OUTPUT LIBRARY # POSITION LENGTH FPS NAME"},
+                                                  {40, "LAYER LIBRARY # POSITION NAME"}};
+    std::vector<std::unique_ptr<Child>> terminals;
+    for (const auto& [columns, expected] : titles) {
+        const QString command =
+            QString("stty rows 20 cols %1; exec " CONSOLE_PROGRAM " layers %2 --adapter lo --seconds 5")
+                .arg(QString::number(columns), key);
+        terminals.push_back(std::make_unique<Child>("script", QStringList{"-qec", command, "/dev/null"}));
+    }
+    for (std::size_t i = 0; i < terminals.size(); ++i) {
+        EXPECT_EQ(terminals[i]->waitForEnd(), 0);
+        const QString output = terminals[i]->output();
+        EXPECT_EQ(output.mid(output.indexOf("LAYER")).section('\r', 0, 0).simplified().toStdString(), titles[i].second);
+    }
 }
 
 TEST(ConsoleBrowse, SaysThatNoLayerStatusComes)

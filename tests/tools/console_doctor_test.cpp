@@ -68,10 +68,10 @@ Outcome examine(const QStringList& arguments = {})
     return runConsole(QStringList{"doctor", "--adapter", "lo"} + arguments);
 }
 
-// For what does not come: the waiting for it is then shorter.
+// For what does not come: the waiting for it is then shorter, and still long enough for what comes on a busy machine.
 Outcome examineBriefly(const QStringList& arguments = {})
 {
-    return examine(QStringList{"--timeout", "2"} + arguments);
+    return examine(QStringList{"--timeout", "5"} + arguments);
 }
 
 // A virtual cable from the adapter show0 of this machine to another machine, on which a media server runs.
@@ -180,7 +180,7 @@ TEST_F(ConsoleDoctorOnAShowNetwork, SaysThatTheServerIsInAnotherNetwork)
     ip("addr add 2.0.0.1/24 dev show0");
     ip("link set show0 up");
     startFarServer("10.0.0.2/24");
-    const Outcome outcome = runConsole({"doctor", "--timeout", "3"});
+    const Outcome outcome = runConsole({"doctor", "--timeout", "5"});
     expectFailure(outcome, "tcp", "port 4811", after("tcp"));
     EXPECT_TRUE(outcome.output.contains("10.0.0.2 is outside of 2.0.0.1/24")) << outcome.output.toStdString();
 }
@@ -191,7 +191,7 @@ TEST_F(ConsoleDoctorOnAShowNetwork, SaysThatTheServerIsHeardOnAnotherAdapter)
     ip("link set show0 up");
     startFarServer("2.0.0.2/24");
     const QString text = "2.0.0.2:4811  \"Far\": heard on show0, not on the adapter in use";
-    expectFailure(examineBriefly(), "heard", "no media server within 2 s; heard: " + text, after("heard"));
+    expectFailure(examineBriefly(), "heard", "no media server within 5 s; heard: " + text, after("heard"));
 
     const Server near;
     const Outcome outcome = examine();
@@ -259,7 +259,7 @@ TEST(ConsoleDoctor, NamesTheProgramThatSharesThePort)
 
 TEST(ConsoleDoctor, SaysThatNothingIsHeard)
 {
-    expectFailure(examineBriefly(), "heard", "nothing within 2 s", after("heard"));
+    expectFailure(examineBriefly(), "heard", "nothing within 5 s", after("heard"));
 }
 
 TEST(ConsoleDoctor, SaysWhoElseIsHeardWhenNoServerIs)
@@ -287,7 +287,7 @@ TEST(ConsoleDoctor, SaysWhoIsHeardWhenTheServerIsNot)
 {
     const Server server({"--name", "Stage"});
     const Outcome outcome = examineBriefly({"Balcony"});
-    expectFailure(outcome, "heard", "no server 'Balcony' within 2 s; heard: 127.0.0.2:4811  \"Stage\"", after("heard"));
+    expectFailure(outcome, "heard", "no server 'Balcony' within 5 s; heard: 127.0.0.2:4811  \"Stage\"", after("heard"));
     EXPECT_TRUE(outcome.output.endsWith("\nserver 'Balcony': 1 failed, 6 skipped\n")) << outcome.output.toStdString();
 }
 
@@ -313,8 +313,8 @@ TEST(ConsoleDoctor, KeepsNoMoreOfAFloodOfAnnouncementsThanAnyShowHas)
 
 TEST(ConsoleDoctor, TellsAServerThatIsNotHeardFromOneThatIsNotThere)
 {
-    const Server server({"--interval", "3600000"});
-    expectFailure(examineBriefly({"127.0.0.2:4811"}), "heard", "nothing within 2 s", after("tcp"));
+    const Server server({"--group", "none"});
+    expectFailure(examineBriefly({"127.0.0.2:4811"}), "heard", "nothing within 5 s", after("tcp"));
     const Outcome gone = examineBriefly({"127.0.0.2:4899"});
     EXPECT_EQ(verdictsIn(gone.output)["tcp"].toStdString(), "FAILED");
     EXPECT_TRUE(gone.output.contains("port 4899 refuses connections")) << gone.output.toStdString();
@@ -330,8 +330,8 @@ TEST(ConsoleDoctor, SaysThatAServerAnnouncesItselfToTheNewGroupOnly)
         << outcome.output.toStdString();
     EXPECT_TRUE(outcome.output.endsWith("all checks passed\n")) << outcome.output.toStdString();
     expectFailure(examineBriefly({"--group", "old"}), "heard",
-                  "no media server within 2 s; heard: 127.0.0.2:4811  \"New\": " + text, after("heard"));
-    EXPECT_EQ(examineBriefly({"--group", "new"}).status, 0);
+                  "no media server within 5 s; heard: 127.0.0.2:4811  \"New\": " + text, after("heard"));
+    EXPECT_EQ(examine({"--group", "new"}).status, 0);
 }
 
 TEST(ConsoleDoctor, SaysNothingOfGroupsWhenTheServerUsesTheOldOneOrBoth)
@@ -526,7 +526,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(FaultCase{"refuse", "tcp", "port 4811 is announced, but refuses connections", 5},
                       FaultCase{"mute", "greeting", "does not send an SInf within 10 s", 3},
                       FaultCase{"odd-sinf", "version", "the SInf came in MSEX 1.", 0},
-                      FaultCase{"silence", "library", "did not send its libraries within 2 s", 1},
+                      FaultCase{"silence", "library", "did not send its libraries within 5 s", 1},
                       FaultCase{"version", "library", "which is not supported", 1},
                       FaultCase{"oversize", "thumbnail",
                                 "did not send the picture of element 0 of library 1,1,0,0: its answer has no picture",

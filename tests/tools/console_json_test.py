@@ -58,13 +58,18 @@ with tempfile.TemporaryDirectory() as folder:
         recorder = subprocess.Popen([CONSOLE, "capture", "--adapter", "lo", "--write", recorded],
                                     stdout=subprocess.PIPE, text=True)
         recorder.stdout.readline()
+        watch = run("watch")
         commands = {" ".join(words): run(*words) for words in (
-            ("adapters",), ("servers",), ("watch", "--seconds", "5"), ("doctor",), ("doctor", "--timeout", "0.1", "none"),
+            ("adapters",), ("servers",), ("doctor",), ("doctor", "--timeout", "0.1", "none"),
             ("libraries", KEY), ("elements", KEY, "1"), ("elements", KEY, "1", "--type", "2"),
             ("elements", KEY, "1", "--type", "3"), ("layers", KEY, "--seconds", "4"), ("patch", KEY),
             ("stats", KEY, "--seconds", "5"), ("thumbnails", KEY, "2", "--to", pictures, "--html", pages))}
         for name, program in commands.items():
             check(name, program.communicate(timeout=SECONDS)[0])
+        # A line once the server is up.
+        event = watch.stdout.readline()
+        watch.terminate()
+        check("watch", event + watch.communicate(timeout=SECONDS)[0])
         recorder.terminate()
         recorder.communicate(timeout=SECONDS)
     finally:

@@ -176,13 +176,13 @@ TEST(ConsoleBeforeOddServers, ListsWhatThereIsBesideASubLibraryThatTellsNothing)
             return elin({library(id(1, 1), 0, 0), library(id(1, 2), 1, 0), library(id(1, 3), 1, 0)});
         return idIn(message) == id(1, 3) ? elin({library(id(2, 3, 1), 0, 0)}) : QByteArray();
     });
-    const Outcome outcome = run("libraries", server, {"--timeout", "2", "--json"});
+    const Outcome outcome = run("libraries", server, {"--timeout", "5", "--json"});
     EXPECT_EQ(outcome.status, 1);
     QStringList listed;
     for (const QJsonObject& object : jsonLines(outcome.output))
         listed << object.value("library").toString();
     EXPECT_EQ(listed.join(' ').toStdString(), "1,1,0,0 1,2,0,0 1,3,0,0 2,3,1,0");
-    EXPECT_TRUE(outcome.errors.contains("did not send the libraries below 1,2,0,0 within 2 s"))
+    EXPECT_TRUE(outcome.errors.contains("did not send the libraries below 1,2,0,0 within 5 s"))
         << outcome.errors.toStdString();
     EXPECT_TRUE(outcome.errors.endsWith("did not list the sub-libraries of 1 libraries\n"))
         << outcome.errors.toStdString();
@@ -192,15 +192,18 @@ TEST(ConsoleBeforeOddServers, AsksForNoMoreSubLibrariesAfterTwoThatTellNothing)
 {
     std::atomic<int> requests{0};
     const OddServer server([&requests](const QByteArray& message) {
-        requests += Wire::code(message) == "GELI" ? 1 : 0;
-        if (Wire::code(message) != "GELI" || idIn(message) != id(0, 0))
+        if (Wire::code(message) != "GELI")
             return QByteArray();
+        if (idIn(message) != id(0, 0)) {
+            ++requests;
+            return QByteArray();
+        }
         QList<QByteArray> libraries;
         for (unsigned number = 1; number <= 50; ++number)
             libraries << library(id(1, number), 1, 0);
         return elin(libraries);
     });
-    const Outcome outcome = run("libraries", server, {"--timeout", "1", "--json"});
+    const Outcome outcome = run("libraries", server, {"--timeout", "3", "--json"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(jsonLines(outcome.output).size(), 50u);
     EXPECT_EQ(outcome.errors.count("did not send the libraries below"), 5) << outcome.errors.toStdString();
@@ -208,8 +211,8 @@ TEST(ConsoleBeforeOddServers, AsksForNoMoreSubLibrariesAfterTwoThatTellNothing)
                                         "  \"Server\": 45 more lists are odd or missing\n"))
         << outcome.errors.toStdString();
     EXPECT_TRUE(outcome.errors.endsWith("of 50 libraries\n")) << outcome.errors.toStdString();
-    // The top level, and two of the others twice.
-    EXPECT_EQ(requests, 1 + 2 * 2);
+    // Two of them, twice.
+    EXPECT_EQ(requests, 2 * 2);
 }
 
 TEST(ConsoleBeforeOddServers, FetchesWhatWasListedBeforeLibrariesThatTellNothing)
@@ -224,7 +227,7 @@ TEST(ConsoleBeforeOddServers, FetchesWhatWasListedBeforeLibrariesThatTellNothing
         return code == "GETh" ? ethn(id(1, 1)) : QByteArray();
     });
     const QTemporaryDir target;
-    const Outcome outcome = run("thumbnails", server, {"--timeout", "2", "--to", target.path()});
+    const Outcome outcome = run("thumbnails", server, {"--timeout", "4", "--to", target.path()});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_TRUE(outcome.output.contains("1 of 1 thumbnails written")) << outcome.output.toStdString();
     EXPECT_EQ(outcome.errors.count("did not send the elements of library"), 3) << outcome.errors.toStdString();
@@ -275,7 +278,7 @@ TEST(ConsoleBeforeOddServers, GivesUpWhenLibraryAfterLibraryTellsNothing)
                    : QByteArray();
     });
     const QTemporaryDir target;
-    const Outcome outcome = run("thumbnails", server, {"--timeout", "1", "--to", target.path()});
+    const Outcome outcome = run("thumbnails", server, {"--timeout", "4", "--to", target.path()});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output.toStdString(), "");
     EXPECT_EQ(outcome.errors.count("did not send the elements of library"), 3) << outcome.errors.toStdString();

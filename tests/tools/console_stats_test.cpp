@@ -42,8 +42,10 @@ TEST(ConsoleStats, CountsSizesAndTimesAnswers)
         EXPECT_GT(asked.value("answered").toInt(), 0) << request;
         EXPECT_LE(asked.value("sent").toInt(), 5) << request << ": a few a second, in turn";
         EXPECT_EQ(asked.value("unanswered").toInt(), 0) << request;
-        EXPECT_EQ(find(last.value("messages"), "message", answer).value("count").toInt(),
-                  asked.value("answered").toInt());
+        // The last answer may have come and not been timed when the seconds are over.
+        const int received = find(last.value("messages"), "message", answer).value("count").toInt();
+        EXPECT_GE(received, asked.value("answered").toInt()) << request;
+        EXPECT_LE(received, asked.value("sent").toInt()) << request;
         EXPECT_EQ(asked.value("lossPercent").toDouble(), 0) << request;
         EXPECT_GT(asked.value("min").toDouble(), 0) << request;
         EXPECT_LE(asked.value("min").toDouble(), asked.value("avg").toDouble()) << request;

@@ -227,9 +227,9 @@ TEST(ConsoleThumbnails, GivesUpOnAServerThatNeverSendsOne)
     ASSERT_TRUE(smoothPicture(160, 120, 0).save(path, "png"));
     ASSERT_TRUE(QFile(path).resize(200));
     const Server server({"--media", target.filePath("media")});
-    const Outcome outcome = fetch(target.filePath("out"), {"--timeout", "1"});
+    const Outcome outcome = fetch(target.filePath("out"), {"--timeout", "4"});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_TRUE(outcome.errors.contains("did not send the picture of element 0 of library 1,1,0,0 within 1 s"))
+    EXPECT_TRUE(outcome.errors.contains("did not send the picture of element 0 of library 1,1,0,0 within 4 s"))
         << outcome.errors.toStdString();
     EXPECT_TRUE(outcome.output.contains("\"cut.png\": no answer")) << outcome.output.toStdString();
 }
@@ -238,14 +238,14 @@ TEST(ConsoleThumbnails, WaitsForAServerThatSendsOnePictureAfterTheOther)
 {
     const QTemporaryDir media;
     const QTemporaryDir target;
-    for (int i = 0; i < 6; ++i)
+    for (int i = 0; i < 12; ++i)
         ASSERT_TRUE(smoothPicture(16, 12, i).save(media.filePath(QString("%1.png").arg(i))));
-    // All of them together take twice the timeout.
+    // All of them together take twice the timeout. Each of them takes a small part of it, on a busy machine too.
     const Server server({"--media", media.path(), "--fault", "delay", "--fault-delay", "700"});
-    const Outcome outcome = fetch(target.path(), {"--timeout", "2"});
+    const Outcome outcome = fetch(target.path(), {"--timeout", "4"});
     EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
-    EXPECT_TRUE(outcome.output.contains("6 of 6 thumbnails written")) << outcome.output.toStdString();
-    EXPECT_EQ(pictureCount(target.path()), 6);
+    EXPECT_TRUE(outcome.output.contains("12 of 12 thumbnails written")) << outcome.output.toStdString();
+    EXPECT_EQ(pictureCount(target.path()), 12);
 }
 
 TEST(ConsoleThumbnails, ReportsWhatItHasWhenTheContactSheetCannotBeWritten)
@@ -389,9 +389,9 @@ INSTANTIATE_TEST_SUITE_P(
                       FaultCase{"split", 0, 40, "40 of 40 thumbnails written"},
                       FaultCase{"merge", 0, 40, "40 of 40 thumbnails written"},
                       FaultCase{"truncate", 1, -1, "citp-console: ", "2"}, FaultCase{"oversize", 1, 0, "40 missing:"},
-                      FaultCase{"version", 1, 0, "which is not supported", "2"},
+                      FaultCase{"version", 1, 0, "which is not supported"},
                       FaultCase{"garbage", 0, 40, "40 of 40 thumbnails written"},
-                      FaultCase{"noise", 1, 0, "guard large message: 127.0.0.2:4811", "2"},
+                      FaultCase{"noise", 1, 0, "guard large message: 127.0.0.2:4811"},
                       FaultCase{"noise", 1, 0, "did not send its libraries within 2 s", "2", "--no-guards"},
                       FaultCase{"reset", 1, 0, "went down"}, FaultCase{"storm", 0, 40, "40 of 40 thumbnails written"}),
     [](const auto& test) { return test.param.fault + std::string(test.param.option ? "WithoutGuards" : ""); });

@@ -80,19 +80,23 @@ TEST(ConsoleWatch, HearsBothGroupsUnlessToldOtherwise)
 {
     const Server young({"--name", "New", "--group", "new"});
     const Server old({"--name", "Old", "--address", "127.0.0.3", "--group", "old"});
-    const auto seen = [](const QStringList& arguments) {
-        const QStringList all = QStringList{"--adapter", "lo"} + arguments;
-        const QString output = runConsole(QStringList{"watch", "--seconds", "5"} + all).output;
-        // What listens beside the stack hears the same.
-        const QString listed = runConsole(QStringList{"servers"} + all).output;
-        EXPECT_EQ(listed.contains("\"New\""), output.contains("\"New\"")) << listed.toStdString();
-        EXPECT_EQ(listed.contains("\"Old\""), output.contains("\"Old\"")) << listed.toStdString();
+    const auto namesIn = [](const QString& output) {
         return (output.contains("\"New\"") ? "new " : "") + std::string(output.contains("\"Old\"") ? "old" : "");
     };
+    const auto expectSeen = [&namesIn](const QStringList& arguments, const char* expected) {
+        const QStringList all = QStringList{"--adapter", "lo"} + arguments;
+        Console console(QStringList{"watch"} + all);
+        EXPECT_TRUE(waitFor([&] { return namesIn(console.output()) == expected; })) << console.output().toStdString();
+        // What listens beside the stack hears the same. It listens for seconds, in which the stack hears nothing else.
+        EXPECT_EQ(namesIn(runConsole(QStringList{"servers"} + all).output), expected);
+        console.interrupt();
+        EXPECT_EQ(console.waitForEnd(), 0);
+        EXPECT_EQ(namesIn(console.output()), expected);
+    };
     // One after the other: a socket of this machine receives the groups that another one has joined.
-    EXPECT_EQ(seen({}), "new old");
-    EXPECT_EQ(seen({"--group", "old"}), "old");
-    EXPECT_EQ(seen({"--group", "new"}), "new ");
+    expectSeen({}, "new old");
+    expectSeen({"--group", "old"}, "old");
+    expectSeen({"--group", "new"}, "new ");
 }
 
 TEST(ConsoleWatch, ConnectsToServersNamedByHand)
