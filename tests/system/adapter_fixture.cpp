@@ -128,3 +128,13 @@ void letTheMonitorCatchUp()
     ip("link del " + name);
     EXPECT_TRUE(recorder.waitFor(name, [](const auto& state) { return !state.present; }));
 }
+
+void waitForCarrier(const std::string& name)
+{
+    EXPECT_TRUE(waitFor([&name] {
+        for (const Os::NetworkAdapter& adapter : Os::NetworkAdapter::GetAll())
+            if (adapter.GetName() == name)
+                return adapter.GetState().running;
+        return false;
+    })) << name;
+}

@@ -70,3 +70,6 @@ private:
 
 /// Returns when the monitor has delivered all notices of changes made before.
 void letTheMonitorCatchUp();
+
+/// Waits until the kernel has seen the carrier of an adapter that was brought up, which it does a moment later.
+void waitForCarrier(const std::string& name);
