@@ -9,8 +9,8 @@
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
 
-slice=5      # seconds until a program that runs until Ctrl-C is sent one
-patience=50  # tenths of a second that the servers have to start
+slice=10     # seconds until a program that runs until Ctrl-C is sent one
+patience=600 # tenths of a second that the servers have to start
 blocks=$work/commands/blocks
 scratch=$work/commands/scratch
 
