@@ -473,14 +473,17 @@ TEST_F(GuardsTest, StalledMessageEndsTheConnection)
 TEST_F(GuardsTest, AMessageThatMakesProgressIsNotStalled)
 {
     citp_options options;
-    options.setStallTimeout(1500);
+    options.setStallTimeout(4000);
     apply(options);
     FakeServer server;
     Connection connection = admit(server);
     const QByteArray message = Wire::ptch(7);
-    for (int sent = 0; sent < message.size(); sent += 10) {
-        connection.sendSegment(message.mid(sent, 10));
-        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    // The whole of it takes longer than that, each pause much less.
+    constexpr int pieces = 10;
+    for (int piece = 0; piece < pieces; ++piece) {
+        const auto from = message.size() * piece / pieces;
+        connection.sendSegment(message.mid(from, message.size() * (piece + 1) / pieces - from));
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
     }
     EXPECT_TRUE(waitForEvent("patchMessage " + keyOf(server) + " 7"));
     EXPECT_TRUE(guardEvents().empty());
