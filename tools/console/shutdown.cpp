@@ -21,8 +21,7 @@ constexpr milliseconds RepeatedSignal{100};
 // The sanitizers report while the process ends, which takes longer.
 constexpr milliseconds Grace{20000};
 #else
-// A busy machine may leave the main thread waiting; who does not want to wait sends the signal again.
-constexpr milliseconds Grace{3000};
+constexpr milliseconds Grace{400};
 #endif
 constexpr int NoStatus = -1;
 

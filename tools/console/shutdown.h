@@ -24,7 +24,7 @@ struct Interrupted
 /// Blocks SIGINT, SIGTERM and SIGALRM, and starts a thread that waits for them. Call it before any other thread starts,
 /// because threads inherit the signal mask.
 ///
-/// The first signal makes isInterrupted() return true. If the process has not ended 3 s later, or if a second signal
+/// The first signal makes isInterrupted() return true. If the process has not ended 400 ms later, or if a second signal
 /// arrives, the thread terminates it, whatever the other threads do. Signals within 100 ms of the first are ignored,
 /// because timeout(1), for example, sends each signal twice.
 void watchSignals();
