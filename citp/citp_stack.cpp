@@ -33,8 +33,6 @@
 #include <cstring>
 #include <deque>
 #include <iterator>
-#include <memory>
-#include <mutex>
 #include <utility>
 
 // A line names the operation that readers of the log know, even if a helper of that operation writes it.
