@@ -87,7 +87,7 @@ public:
     std::vector<QString> servers() const override;
     bool serverInfo(const QString& server, Msg_MSEX_SINF* sinf, Msg_PEER_PLOC* ploc) const override;
 
-    /// Emits what the stack has told of discovery.
+    /// Emits what the stack has told, in its order, for some 5 ms at most; the rest follows from the event loop.
     bool event(QEvent* event) override;
 
 protected:
