@@ -376,6 +376,7 @@ TEST_F(ClientSocketTest, OfReportsTheNewestWaitAndOfFixturesAll)
     citp_options options;
     ASSERT_TRUE(options.setMaxUnreadBytes(1 << 16));
     stack->setOptions(options);
+    tick();
     QByteArray bytes;
     for (int number = 0; number < reports; ++number)
         bytes += Wire::lsta(static_cast<unsigned>(number));
@@ -451,4 +452,34 @@ TEST_F(ClientSocketTest, AReceiverMayRunAnEventLoopOrDeleteTheTransport)
     EXPECT_TRUE(waitFor([&] { return !transport; }));
     QCoreApplication::processEvents();
     EXPECT_EQ(begun.back(), 4);
+}
+
+TEST_F(ClientSocketTest, AnswersThatWaitCountAsUnread)
+{
+    constexpr int answers = 1000;
+    Connection connection = admit(m_server);
+    int received = 0;
+    QObject::connect(&m_transport, &Transport::libraryInfo, [&received] { ++received; });
+    std::atomic<int> told{0};
+    const QObject scope;
+    QObject::connect(
+        stack, &citp_stack::libraryInfo, &scope, [&] { ++told; }, Qt::DirectConnection);
+    citp_options options;
+    ASSERT_TRUE(options.setMaxUnreadBytes(1 << 16));
+    std::atomic<bool> hasActed{false};
+    options.setObserver([&hasActed](const citp_options::Event& event) {
+        hasActed = hasActed || event.guard == citp_options::UnreadNotifications;
+    });
+    log.allowFailureLines("unread notifications");
+    stack->setOptions(options);
+    tick();
+    QByteArray bytes;
+    for (int number = 0; number < answers; ++number)
+        bytes += Wire::elin(7);
+    connection.send(bytes);
+    // This thread handles no event meanwhile, so the server is not read any further.
+    waitWithoutEvents([&] { return hasActed.load(); });
+    EXPECT_LE(told, (1 << 16) / citp_options::unreadCost(0));
+    EXPECT_TRUE(waitFor([&] { return received == answers; }));
+    stack->setOptions({});
 }
