@@ -466,9 +466,11 @@ TEST_F(ClientSocketTest, AnswersThatWaitCountAsUnread)
         stack, &citp_stack::libraryInfo, &scope, [&] { ++told; }, Qt::DirectConnection);
     citp_options options;
     ASSERT_TRUE(options.setMaxUnreadBytes(1 << 16));
-    std::atomic<bool> hasActed{false};
-    options.setObserver([&hasActed](const citp_options::Event& event) {
-        hasActed = hasActed || event.guard == citp_options::UnreadNotifications;
+    // The worker keeps the observer until its next tick.
+    const auto hasActed = std::make_shared<std::atomic<bool>>(false);
+    options.setObserver([hasActed](const citp_options::Event& event) {
+        if (event.guard == citp_options::UnreadNotifications)
+            *hasActed = true;
     });
     log.allowFailureLines("unread notifications");
     stack->setOptions(options);
@@ -478,8 +480,8 @@ TEST_F(ClientSocketTest, AnswersThatWaitCountAsUnread)
         bytes += Wire::elin(7);
     connection.send(bytes);
     // This thread handles no event meanwhile, so the server is not read any further.
-    waitWithoutEvents([&] { return hasActed.load(); });
+    waitWithoutEvents([&] { return hasActed->load(); });
     EXPECT_LE(told, (1 << 16) / citp_options::unreadCost(0));
-    EXPECT_TRUE(waitFor([&] { return received == answers; }));
+    EXPECT_TRUE(waitFor([&] { return received == answers && told == answers; }));
     stack->setOptions({});
 }
