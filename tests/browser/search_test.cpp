@@ -118,6 +118,38 @@ TEST_F(BrowserWindow, ServersWithoutAProblemAreFilteredAwayButForTheChosenOne)
     EXPECT_EQ(find<QListView>("servers")->model()->rowCount(), 2);
 }
 
+TEST_F(BrowserWindow, AClickSelectsTheServerBelowThePointerAlthoughTheFormerOneIsFilteredAway)
+{
+    MediaServer lost({"--count", "4"});
+    const MediaServer well({"--address", "127.0.0.1"});
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 5; }));
+    session.chooseServer("127.0.0.1:4811");
+    lost.kill();
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 1; }));
+    find<QCheckBox>("onlyProblems")->click();
+    auto* const list = find<QListView>("servers");
+    const QAbstractItemModel* const shown = list->model();
+    ASSERT_TRUE(waitFor([&] { return shown->rowCount() == 5; }));
+    const QString wanted = shown->index(2, 0).data(ServerModel::KeyRole).toString();
+    QWindow* const handle = window->windowHandle();
+    const QPoint place = list->viewport()->mapTo(window.get(), list->visualRect(shown->index(2, 0)).center());
+    const auto selected = [&] {
+        const QModelIndexList rows = list->selectionModel()->selectedIndexes();
+        return rows.size() == 1 ? rows.first().data(ServerModel::KeyRole).toString().toStdString() : std::string();
+    };
+    QTest::mousePress(handle, Qt::LeftButton, Qt::NoModifier, place);
+    EXPECT_EQ(session.chosenServer().toStdString(), wanted.toStdString());
+    EXPECT_EQ(selected(), wanted.toStdString());
+    // The hand is not still meanwhile.
+    QTest::qWait(100);
+    QTest::mouseMove(handle, place + QPoint(0, 1));
+    QTest::qWait(100);
+    QTest::mouseRelease(handle, Qt::LeftButton, Qt::NoModifier, place + QPoint(0, 1));
+    EXPECT_TRUE(waitFor([&] { return shown->rowCount() == 4; })) << shown->rowCount();
+    EXPECT_EQ(session.chosenServer().toStdString(), wanted.toStdString());
+    EXPECT_EQ(selected(), wanted.toStdString());
+}
+
 TEST_F(BrowserWindow, ManyLostServersAreOneLine)
 {
     MediaServer servers({"--count", "200"});

@@ -2,10 +2,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "server_filter.h"
 
+#include <QGuiApplication>
+
 #include "server_model.h"
 
 namespace Browser {
 namespace {
+constexpr int ButtonIntervalMs = 50;
+
 ServerModel::State stateOf(const QModelIndex& server)
 {
     return static_cast<ServerModel::State>(server.data(ServerModel::StateRole).toInt());
@@ -16,6 +20,8 @@ ServerFilter::ServerFilter()
 {
     m_count.setSingleShot(true);
     connect(&m_count, &QTimer::timeout, this, &ServerFilter::countLost);
+    m_letGo.setSingleShot(true);
+    connect(&m_letGo, &QTimer::timeout, this, &ServerFilter::letGo);
 }
 
 void ServerFilter::setSourceModel(QAbstractItemModel* servers)
@@ -54,14 +60,26 @@ void ServerFilter::setShowsLost(bool on)
 
 void ServerFilter::setChosen(const QString& key)
 {
-    m_chosen = key;
+    m_chosen << key;
+    invalidateFilter();
+    m_letGo.start(0);
+}
+
+// Not in the middle of a click, or the row that moves to where the pointer is would be selected.
+void ServerFilter::letGo()
+{
+    if (QGuiApplication::mouseButtons() != Qt::NoButton) {
+        m_letGo.start(ButtonIntervalMs);
+        return;
+    }
+    m_chosen = QStringList{m_chosen.last()};
     invalidateFilter();
 }
 
 bool ServerFilter::filterAcceptsRow(int row, const QModelIndex& parent) const
 {
     const QModelIndex server = sourceModel()->index(row, 0, parent);
-    if (server.data(ServerModel::KeyRole).toString() == m_chosen)
+    if (m_chosen.contains(server.data(ServerModel::KeyRole).toString()))
         return true;
     const ServerModel::State state = stateOf(server);
     if (state == ServerModel::State::Lost)

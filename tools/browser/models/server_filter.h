@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QSortFilterProxyModel>
+#include <QStringList>
 #include <QTimer>
 
 namespace Browser {
@@ -21,7 +22,8 @@ public:
     void setOnlyProblems(bool on);
     /// Whether lost servers are shown, however many there are.
     void setShowsLost(bool on);
-    /// The server @p key is shown in any case.
+    /// The server @p key is shown in any case. The former one is let go from the event loop, while no button of the
+    /// mouse is pressed.
     void setChosen(const QString& key);
     /// The number of lost servers; 0 while they are too few to be folded.
     int folded() const { return m_lost > MaxLost ? m_lost : 0; }
@@ -34,11 +36,13 @@ protected:
 
 private:
     void countLost();
+    void letGo();
 
-    QString m_chosen;
+    QStringList m_chosen; ///< the last one, and former ones that are not let go yet
     bool m_onlyProblems = false;
     bool m_showsLost = false;
     int m_lost = 0;
     QTimer m_count; ///< one count for many changes
+    QTimer m_letGo; ///< former ones of #m_chosen
 };
 } // namespace Browser
