@@ -6,6 +6,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 #include "library_model.h"
@@ -22,6 +23,12 @@ QString nameOf(quint8 type, const QString& library)
 {
     return QStringLiteral("%1/%2").arg(type).arg(library);
 }
+
+// What was loaded does not apply to another server at the same address.
+bool holdsTheSame(const CITP::Server& a, const CITP::Server& b)
+{
+    return a.uuid == b.uuid && a.types == b.types;
+}
 } // namespace
 
 /// What one server holds.
@@ -33,8 +40,10 @@ struct SearchModel::Content
     Catalogue catalogue;
     std::deque<std::pair<quint8, QString>> waiting; ///< libraries whose elements are to be loaded
     QSet<QString> known;                            ///< those that are or were there, with their types
-    QHash<QString, int> sizes;                      ///< of the libraries
+    QHash<QString, int> sizes;                      ///< elements of the libraries
+    QHash<QString, int> branches;                   ///< libraries directly below the libraries
     qint64 elements = 0;                            ///< of all libraries
+    qint64 libraries = 0;                           ///< of all types
     bool isCut = false;                             ///< by #MaxElements
 };
 
@@ -42,7 +51,10 @@ SearchModel::SearchModel(CITP::Requests& requests, CITP::Directory& directory)
     : m_requests(requests), m_directory(directory)
 {
     m_search.setSingleShot(true);
-    connect(&m_search, &QTimer::timeout, this, &SearchModel::search);
+    connect(&m_search, &QTimer::timeout, this, [this] {
+        leaveOutLargest();
+        search();
+    });
     connect(&m_directory, &CITP::Directory::changed, this, &SearchModel::follow);
 }
 
@@ -67,6 +79,7 @@ void SearchModel::follow(const QString& key)
     const CITP::Server server = m_directory.server(key);
     const auto found = m_contents.find(key);
     if (server.key.isEmpty()) {
+        m_leftOut.erase(key);
         if (found != m_contents.end()) {
             m_contents.erase(found);
             search();
@@ -75,14 +88,19 @@ void SearchModel::follow(const QString& key)
     }
     if (server.state != CITP::Server::Up)
         return;
-    // What was loaded does not apply to another server at the same address.
-    if (found != m_contents.end() && found->second->server.uuid == server.uuid &&
-        found->second->server.types == server.types)
+    const auto leftOut = m_leftOut.find(key);
+    if ((found != m_contents.end() && holdsTheSame(found->second->server, server)) ||
+        (leftOut != m_leftOut.end() && holdsTheSame(leftOut->second, server)))
         return;
+    m_leftOut.erase(key);
     auto& content = m_contents[key];
     content = std::make_unique<Content>(m_requests, server);
     Content* const it = content.get();
-    connect(&it->catalogue, &Catalogue::librariesChanged, this, &SearchModel::searchSoon);
+    connect(&it->catalogue, &Catalogue::librariesChanged, this, [this, it](quint8 type, const QString& library) {
+        const int now = static_cast<int>(it->catalogue.libraries(type, library).size());
+        it->libraries += now - std::exchange(it->branches[nameOf(type, library)], now);
+        searchSoon();
+    });
     connect(&it->catalogue, &Catalogue::elementsChanged, this, [this, it](quint8 type, const QString& library) {
         const int now = static_cast<int>(it->catalogue.elements(type, library).size());
         it->elements += now - std::exchange(it->sizes[nameOf(type, library)], now);
@@ -121,6 +139,19 @@ void SearchModel::load(Content& content)
         content.catalogue.loadElements(type, library);
     }
     searchSoon();
+}
+
+// So that the others, which may hold what is searched, stay within bounds. Not from a signal of the catalogue, which is
+// deleted here.
+void SearchModel::leaveOutLargest()
+{
+    const auto isSmaller = [](const auto& a, const auto& b) { return a.second->libraries < b.second->libraries; };
+    const auto sum = [](qint64 libraries, const auto& content) { return libraries + content.second->libraries; };
+    while (std::accumulate(m_contents.begin(), m_contents.end(), qint64(0), sum) > MaxLibraries) {
+        const auto largest = std::max_element(m_contents.begin(), m_contents.end(), isSmaller);
+        m_leftOut[largest->first] = largest->second->server;
+        m_contents.erase(largest);
+    }
 }
 
 // Not restarted: content may arrive more often than that for minutes.
@@ -186,6 +217,12 @@ QString SearchModel::state() const
         facts << (m_requests.isQuiet() ? tr("quiet mode: only what is loaded is searched") : tr("loading…"));
     if (std::any_of(m_contents.begin(), m_contents.end(), [](const auto& each) { return each.second->isCut; }))
         facts << tr("the servers hold more than is searched");
+    if (!m_leftOut.empty()) {
+        const QString name = toSingleLine(m_requests.nameOf(m_leftOut.begin()->first));
+        facts << (m_leftOut.size() == 1
+                      ? tr("too many libraries, not searched: %1").arg(name)
+                      : tr("too many libraries, not searched: %1 and %2 more").arg(name).arg(m_leftOut.size() - 1));
+    }
     return facts.join(QStringLiteral(" – "));
 }
 

@@ -41,6 +41,8 @@ public:
 
     static constexpr int MaxHits = 500;
     static constexpr int MaxElements = 200000; ///< of all servers; further libraries are not loaded
+    /// Of all servers. Beyond it, the servers that hold most are left out.
+    static constexpr int MaxLibraries = 100000;
 
     /// @param requests,directory must outlive this object
     SearchModel(CITP::Requests& requests, CITP::Directory& directory);
@@ -65,6 +67,7 @@ private:
 
     void follow(const QString& key);
     void load(Content& content);
+    void leaveOutLargest();
     void search();
     void searchSoon();
     bool isLoading() const;
@@ -72,6 +75,7 @@ private:
     CITP::Requests& m_requests;
     CITP::Directory& m_directory;
     std::map<QString, std::unique_ptr<Content>> m_contents; ///< by server; empty until something is searched
+    std::map<QString, CITP::Server> m_leftOut;              ///< by #MaxLibraries
     bool m_isActive = false;
     QString m_text;
     std::vector<Hit> m_hits;

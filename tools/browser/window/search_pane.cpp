@@ -50,7 +50,10 @@ SearchPane::SearchPane(SearchModel& search, QWidget* parent)
     connect(m_text, &QLineEdit::textChanged, &m_search, &SearchModel::setText);
     connect(m_text, &QLineEdit::returnPressed, this, [this] { choose(m_search.index(0, 0)); });
     connect(m_hits, &QAbstractItemView::activated, this, &SearchPane::choose);
-    connect(&m_search, &SearchModel::stateChanged, this, [this] { m_state->setText(m_search.state()); });
+    connect(&m_search, &SearchModel::stateChanged, this, [this] {
+        m_state->setText(m_search.state());
+        m_state->setToolTip(m_search.state().toHtmlEscaped());
+    });
     auto* const down = new QShortcut(Qt::Key_Down, m_text, nullptr, nullptr, Qt::WidgetShortcut);
     connect(down, &QShortcut::activated, this, [this] {
         m_hits->setFocus();
