@@ -2,12 +2,14 @@
 // log. SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_log.h>
 
+#include <QAction>
 #include <QClipboard>
 #include <QFile>
 #include <QFileDialog>
 #include <QLabel>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QProgressDialog>
 #include <QScrollBar>
 #include <QStatusBar>
 #include <QToolButton>
@@ -45,6 +47,7 @@ protected:
     {
         auto* const dialog = parent->findChild<QFileDialog*>();
         ASSERT_TRUE(dialog);
+        dialog->setOption(QFileDialog::DontConfirmOverwrite);
         dialog->selectFile(path);
         static_cast<QDialog*>(dialog)->accept();
     }
@@ -153,10 +156,17 @@ TEST_F(BrowserElements, APictureIsSavedToAFile)
     activate();
     grid->setFocus();
     key(Qt::Key_S, Qt::ControlModifier);
-    saveTo(window.get(), folder.filePath("saved.nosuchformat"));
+    // What is replaced stays if it cannot be.
+    QFile kept(folder.filePath("saved.nosuchformat"));
+    ASSERT_TRUE(kept.open(QIODevice::WriteOnly));
+    kept.write("kept");
+    kept.close();
+    saveTo(window.get(), kept.fileName());
     const auto* const box = window->findChild<QMessageBox*>();
     ASSERT_TRUE(box);
     EXPECT_TRUE(box->text().startsWith("The picture could not be saved: ")) << box->text().toStdString();
+    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+    EXPECT_EQ(kept.readAll().toStdString(), "kept");
 }
 
 TEST_F(BrowserElements, APictureIsDraggedAsImageAndAsFile)
@@ -191,4 +201,46 @@ TEST_F(BrowserElements, TheLogIsSavedWhole)
     QFile file(folder.filePath("saved.log"));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_TRUE(file.readAll().contains(("\tBrowserTest\t\tbegin " + longest + " end\n").c_str()));
+}
+
+TEST_F(BrowserElements, ALibraryAndAServerAreExportedFromTheMenu)
+{
+    const MediaServer server({"--layers", "0", "--name", "Stage: 1"});
+    openFrames();
+    const QTemporaryDir folder;
+    const auto answer = [this] {
+        QString text;
+        const bool isThere = waitFor([&] {
+            const auto* const box = window->findChild<QMessageBox*>();
+            text = box ? box->text() : QString();
+            return box != nullptr;
+        });
+        EXPECT_TRUE(isThere);
+        delete window->findChild<QMessageBox*>();
+        return text.toStdString();
+    };
+    window->findChild<QAction*>("exportLibrary")->trigger();
+    const auto* const dialog = window->findChild<QFileDialog*>();
+    ASSERT_TRUE(dialog);
+    EXPECT_TRUE(dialog->selectedFiles().value(0).endsWith("/Stage_ 1 Numbered frames"))
+        << dialog->selectedFiles().value(0).toStdString();
+    const QString library = folder.filePath("library");
+    saveTo(window.get(), library);
+    EXPECT_EQ(answer(), ("10 of 10 pictures were written to " + library + ".").toStdString());
+    EXPECT_TRUE(QFile::exists(library + "/library-1.3.0.0.html"));
+    EXPECT_FALSE(QFile::exists(library + "/library-1.2.0.0.html"));
+    EXPECT_TRUE(
+        waitFor([this] { return !window->findChild<QFileDialog*>() && !window->findChild<QProgressDialog*>(); }));
+    window->findChild<QAction*>("exportServer")->trigger();
+    const QString all = folder.filePath("server");
+    saveTo(window.get(), all);
+    EXPECT_TRUE(QString::fromStdString(answer()).endsWith(" pictures were written to " + all + "."));
+    EXPECT_TRUE(QFile::exists(all + "/library-1.2.0.0.html"));
+    Browser::Preferences preferences = session.preferences();
+    preferences.isQuiet = true;
+    session.setPreferences(preferences);
+    window->findChild<QAction*>("exportServer")->trigger();
+    EXPECT_EQ(answer(), "In quiet mode nothing is requested ahead. Switch it off for the export.");
+    preferences.isQuiet = false;
+    session.setPreferences(preferences);
 }

@@ -7,7 +7,11 @@
 #include <QBuffer>
 #include <utility>
 
+#include "picture_file.h"
+
 using namespace Console;
+using Tools::PictureFile;
+using Tools::toPictureFile;
 
 namespace {
 std::string part(const QString& name)

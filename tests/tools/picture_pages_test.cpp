@@ -100,6 +100,34 @@ TEST(PicturePages, ReplaceNothingAndGoThroughNoLink)
     EXPECT_EQ(listing(folder.filePath("empty")), "index.html library-1.2.0.0.html");
 }
 
+TEST(PicturePages, KeepThePermissionsOfTheEmptyFolderThatTheyReplace)
+{
+    const QTemporaryDir folder;
+    const QString target = folder.filePath("pages");
+    QDir(folder.path()).mkdir("pages");
+    const QFile::Permissions own = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
+    ASSERT_TRUE(QFile::setPermissions(target, own));
+    PicturePages pages(target, "Stage");
+    ASSERT_TRUE(pages.open());
+    ASSERT_TRUE(pages.commit(oneLibrary("7  Sky", {}))) << pages.problem().toStdString();
+    EXPECT_EQ(QFile::permissions(target) & (QFile::ReadOther | QFile::ReadGroup | QFile::ExeOther), 0);
+    EXPECT_EQ(QFile::permissions(target) & own, own);
+}
+
+TEST(PicturePages, OfTwoTypesStandBesideEachOther)
+{
+    const QTemporaryDir folder;
+    PicturePages pages(folder.filePath("pages"), "Stage");
+    ASSERT_TRUE(pages.open());
+    EXPECT_EQ(pages.write("1,1,0,0", 7, "film", "jpg").toStdString(), "1.1.0.0-007.jpg");
+    EXPECT_EQ(pages.write("1,1,0,0", 7, "effect", "jpg", 2).toStdString(), "2-1.1.0.0-007.jpg");
+    ASSERT_TRUE(pages.commit({{"1,1,0,0", "Films", {{}}}, {"1,1,0,0", "Blur", {{}}, 2}}));
+    EXPECT_EQ(listing(folder.filePath("pages")),
+              "1.1.0.0-007.jpg 2-1.1.0.0-007.jpg index.html library-1.1.0.0.html library-2-1.1.0.0.html");
+    EXPECT_TRUE(contentOf(folder.filePath("pages/index.html"))
+                    .contains("<a href=\"library-2-1.1.0.0.html\"><bdi>Library 1,1,0,0 of type 2  Blur</bdi>"));
+}
+
 TEST(PicturePages, ShowTheTextsOfAServerAsTexts)
 {
     const QTemporaryDir folder;

@@ -15,7 +15,7 @@
 #include "discovery.h"
 #include "doctor_report.h"
 #include "guard_events.h"
-#include "pictures.h"
+#include "picture_file.h"
 #include "port_users.h"
 #include "session.h"
 
@@ -485,7 +485,7 @@ private:
             if (elements.empty())
                 continue;
             const CITP::Element element = elements.front();
-            const PictureFile picture = fetchThumbnail(session, library.id, element.number);
+            const Tools::PictureFile picture = fetchThumbnail(session, library.id, element.number);
             const QString subject = QString("library %1, element %2 \"%3\": ")
                                         .arg(library.id)
                                         .arg(element.number)
@@ -504,7 +504,7 @@ private:
         m_report.skipped("thumbnail", "no library has an element");
     }
 
-    static PictureFile fetchThumbnail(Session& session, const QString& library, quint8 element)
+    static Tools::PictureFile fetchThumbnail(Session& session, const QString& library, quint8 element)
     {
         const WaitLine waiting("waiting for a thumbnail of " + session.name());
         CITP::Picture received;
@@ -522,7 +522,7 @@ private:
         session.checkIsUp();
         if (!problem.isEmpty())
             throw Failure{escapeControls(problem)};
-        return toPictureFile(received, ThumbnailSize);
+        return Tools::toPictureFile(received, ThumbnailSize);
     }
 
     // --- Network ---------------------------------------------------------------------------------------------------

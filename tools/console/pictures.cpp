@@ -1,10 +1,7 @@
-// Decoding of thumbnails and generation of file names.
+// The characters and the length of the names.
 // SPDX-License-Identifier: Apache-2.0
 #include "pictures.h"
 
-#include <citp_images/images.h>
-
-#include <QBuffer>
 #include <QRegularExpression>
 
 namespace Console {
@@ -17,25 +14,6 @@ bool isAllowed(uint codePoint)
            (codePoint < 0x80 && QByteArray("-+,()._").contains(static_cast<char>(codePoint)));
 }
 } // namespace
-
-PictureFile toPictureFile(const CITP::Picture& picture, const QSize& requested)
-{
-    const QString format = picture.format.trimmed();
-    // A file of RGB8 is made of the image.
-    const bool isRaw = format == QLatin1String("RGB8");
-    const CITP::DecodedPicture decoded = CITP::decodePicture(picture, isRaw ? QSize() : requested);
-    if (!decoded.problem.isEmpty())
-        return {decoded.problem, {}, {}, {}, {}, {}};
-    if (!isRaw) {
-        const QString extension = format == QLatin1String("PNG") ? "png" : "jpg";
-        return {{}, picture.data, extension, format, decoded.size, decoded.image};
-    }
-    QBuffer buffer;
-    buffer.open(QIODevice::WriteOnly);
-    if (!decoded.image.save(&buffer, "png"))
-        return {"could not be converted to PNG", {}, {}, {}, {}, {}};
-    return {{}, buffer.data(), "png", format, decoded.size, decoded.image};
-}
 
 QString fileNamePart(const QString& name)
 {

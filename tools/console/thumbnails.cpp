@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "contact_sheet.h"
 #include "new_file.h"
+#include "picture_file.h"
 #include "picture_pages.h"
 #include "pictures.h"
 #include "printing.h"
@@ -118,7 +119,7 @@ private:
     void save(const CITP::Picture& received, std::size_t index)
     {
         Thumbnail& thumbnail = m_thumbnails[index];
-        const PictureFile picture = toPictureFile(received, m_options.size);
+        const Tools::PictureFile picture = Tools::toPictureFile(received, m_options.size);
         thumbnail.problem = picture.problem;
         thumbnail.format = picture.format;
         thumbnail.size = picture.size;
@@ -131,7 +132,7 @@ private:
         thumbnail.isDrawn = true;
     }
 
-    void writeForPage(const PictureFile& picture, Thumbnail& thumbnail)
+    void writeForPage(const Tools::PictureFile& picture, Thumbnail& thumbnail)
     {
         thumbnail.page =
             m_pages->write(thumbnail.library.id, thumbnail.element.number, picture.content, picture.extension);
@@ -141,7 +142,7 @@ private:
         }
     }
 
-    void write(const PictureFile& picture, Thumbnail& thumbnail)
+    void write(const Tools::PictureFile& picture, Thumbnail& thumbnail)
     {
         thumbnail.file = QDir(m_options.to)
                              .filePath(fileName(thumbnail.library.id, thumbnail.element.number, thumbnail.element.name,

@@ -46,32 +46,37 @@ QString escaped(const QString& text)
     return "<bdi>" + plainlyEscaped(text) + "</bdi>";
 }
 
-// A library identifier as a part of a file name.
-QString fileNamePart(const QString& library)
+// A library as a part of a file name.
+QString fileNamePart(const QString& library, int type)
 {
     QString part = library;
     for (QChar& unit : part)
         unit = unit >= QLatin1Char('0') && unit <= QLatin1Char('9') ? unit : QLatin1Char('.');
-    return part;
+    return type == 1 ? part : QString("%1-%2").arg(type).arg(part);
 }
 
 QString pageOf(const PageLibrary& library)
 {
-    return "library-" + fileNamePart(library.id) + ".html";
+    return "library-" + fileNamePart(library.id, library.type) + ".html";
 }
 
 QString headingOf(const PageLibrary& library)
 {
-    return library.name.isEmpty() ? "Library " + library.id : QString("Library %1  %2").arg(library.id, library.name);
+    QString heading = library.type == 1 ? PicturePages::tr("Library %1").arg(library.id)
+                                        : PicturePages::tr("Library %1 of type %2").arg(library.id).arg(library.type);
+    if (!library.name.isEmpty())
+        heading += "  " + library.name;
+    return heading;
 }
 
 QString head(const QString& heading)
 {
     return QString(
-               "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+               "<!DOCTYPE html>\n<html lang=\"%4\">\n<head>\n<meta charset=\"utf-8\">\n"
                "<meta name=\"viewport\" content=\"width=device-width\">\n<title>%1</title>\n<style>\n%2</style>\n"
                "</head>\n<body>\n<h1>%3</h1>\n")
-        .arg(plainlyEscaped(heading), QLatin1String(Style), escaped(heading));
+        .arg(plainlyEscaped(heading), QLatin1String(Style), escaped(heading),
+             PicturePages::tr("en", "language of the pages"));
 }
 } // namespace
 
@@ -94,11 +99,11 @@ bool PicturePages::open()
     const bool exists = lstat(QFile::encodeName(m_folder).constData(), &target) == 0;
     if (exists) {
         if (S_ISLNK(target.st_mode))
-            return fail("it is a link");
+            return fail(tr("it is a link"));
         if (!S_ISDIR(target.st_mode))
-            return fail("it is not a folder");
+            return fail(tr("it is not a folder"));
         if (!QDir(m_folder).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot))
-            return fail("it is not empty");
+            return fail(tr("it is not empty"));
         m_mode = target.st_mode & 07777;
     }
     QByteArray path = QFile::encodeName(m_folder + ".XXXXXX");
@@ -110,14 +115,15 @@ bool PicturePages::open()
     {
     };
     if (exists && lstat(path.constData(), &created) == 0 && created.st_dev != target.st_dev)
-        return fail("it is a mount point; name a folder in it");
+        return fail(tr("it is a mount point; name a folder in it"));
     return true;
 }
 
-QString PicturePages::write(const QString& library, int element, const QByteArray& content, const QString& extension)
+QString PicturePages::write(const QString& library, int element, const QByteArray& content, const QString& extension,
+                            int type)
 {
     const QString name =
-        QString("%1-%2.%3").arg(fileNamePart(library)).arg(element, 3, 10, QLatin1Char('0')).arg(extension);
+        QString("%1-%2.%3").arg(fileNamePart(library, type)).arg(element, 3, 10, QLatin1Char('0')).arg(extension);
     return writeFile(name, content) ? name : QString();
 }
 

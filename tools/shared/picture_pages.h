@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QString>
 
 #include <vector>
@@ -22,6 +23,7 @@ struct PageLibrary
     QString id;
     QString name;
     std::vector<PageCell> cells;
+    int type = 1; ///< MSEX library type; the identifiers of each type stand for themselves
 };
 
 /// Writes to a new folder beside the target, and renames it at the end: the target appears whole or not at all. The
@@ -32,6 +34,8 @@ struct PageLibrary
 /// Their texts are escaped, whatever a media server has sent.
 class PicturePages
 {
+    Q_DECLARE_TR_FUNCTIONS(Tools::PicturePages)
+
 public:
     /// @param folder the target
     /// @param title of all pages
@@ -47,8 +51,10 @@ public:
     /// Writes a picture, in a format that browsers show.
     /// @param library identifier of its library
     /// @param extension e.g. "jpg"
+    /// @param type of the library
     /// @return the name for PageCell::file
-    QString write(const QString& library, int element, const QByteArray& content, const QString& extension);
+    QString write(const QString& library, int element, const QByteArray& content, const QString& extension,
+                  int type = 1);
     /// Writes the pages, stores all on the disk, and renames the folder.
     bool commit(const std::vector<PageLibrary>& libraries);
 

@@ -22,6 +22,7 @@ Session::Content::Content(CITP::Requests& requests, const CITP::Server& s)
 
 Session::Session(const QString& pictureFolder)
     : m_requests(m_transport),
+      m_pictureFolder(pictureFolder),
       m_pictureFiles(m_requests, pictureFolder),
       m_directory(m_transport),
       m_pictures(m_pictureFiles),

@@ -49,6 +49,7 @@ public:
     CITP::Transport& transport() { return m_transport; }
     CITP::Directory& directory() { return m_directory; }
     CITP::Requests& requests() { return m_requests; }
+    const QString& pictureFolder() const { return m_pictureFolder; }
 
     /// Shows the server @p key, or none if empty. If it is not up, its content is loaded once it is.
     void chooseServer(const QString& key);
@@ -91,6 +92,7 @@ private:
     LogModel m_log;
     CITP::StackTransport m_transport;
     CITP::Requests m_requests;
+    const QString m_pictureFolder;
     CITP::Pictures m_pictureFiles;
     CITP::Directory m_directory;
     PictureStore m_pictures;

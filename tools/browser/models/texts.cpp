@@ -32,10 +32,15 @@ QString toSingleLine(const QString& text, int longest)
     return line;
 }
 
-QString pictureFileName(const QString& name)
+QString fileNameOf(const QString& name)
 {
     static const QRegularExpression unsafe(QStringLiteral(R"([/\\:*?"<>|]|^\.+)"));
-    const QString safe = toSingleLine(name, 80).replace(unsafe, QStringLiteral("_")).trimmed();
+    return toSingleLine(name, 80).replace(unsafe, QStringLiteral("_")).trimmed();
+}
+
+QString pictureFileName(const QString& name)
+{
+    const QString safe = fileNameOf(name);
     return (safe.isEmpty() ? QStringLiteral("picture") : safe) + QStringLiteral(".png");
 }
 

@@ -14,6 +14,8 @@ constexpr int MarkCheckMs = 500;
 /// Characters that break a line or change its direction become blanks. Of many combining marks on one character, those
 /// that would be painted over other lines are left out.
 QString toSingleLine(const QString& text, int longest = 160);
+/// @p name as the name of a file, safe on every file system; may be empty.
+QString fileNameOf(const QString& name);
 /// A name for the file of the picture of the element @p name, safe on every file system.
 QString pictureFileName(const QString& name);
 /// @p frames as hours:minutes:seconds.frames; without a frame rate, their number.

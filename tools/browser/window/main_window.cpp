@@ -24,6 +24,7 @@
 
 #include <utility>
 
+#include "exporting.h"
 #include "help_window.h"
 #include "models/adapters.h"
 #include "models/texts.h"
@@ -363,6 +364,27 @@ void MainWindow::reloadPicture()
         return;
     m_session.pictures().reload(m_session.elements().pictureId(index.row()));
     m_session.pictures().reload(m_session.elements().pictureId(index.row(), PreviewPixels));
+}
+
+void MainWindow::exportServer()
+{
+    if (!m_session.isChosenUp()) {
+        statusBar()->showMessage(tr("Choose a server that is up."), MessageMs);
+        return;
+    }
+    exportPages(this, m_session, {m_session.directory().server(m_session.chosenServer())});
+}
+
+void MainWindow::exportLibrary()
+{
+    const ElementModel& elements = m_session.elements();
+    if (!m_session.isChosenUp() || elements.library().isEmpty()) {
+        statusBar()->showMessage(tr("Choose a library of a server that is up."), MessageMs);
+        return;
+    }
+    const QString name = m_session.libraries().find(elements.type(), elements.library()).data().toString();
+    exportPages(this, m_session,
+                {m_session.directory().server(m_session.chosenServer()), elements.type(), elements.library(), name});
 }
 
 void MainWindow::showPreview()

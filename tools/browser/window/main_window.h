@@ -65,6 +65,8 @@ private:
     void copyPicture();
     void savePicture();
     void reloadPicture();
+    void exportServer();
+    void exportLibrary();
     void goTo(QWidget* widget);
     void openElement(const QString& server, quint8 type, const QString& library, int number);
     void selectWanted();

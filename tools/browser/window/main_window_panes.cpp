@@ -107,6 +107,7 @@ void MainWindow::makeServers()
     addToMenu(m_servers, tr("&Copy the address"), QKeySequence::Copy, [this] {
         QGuiApplication::clipboard()->setText(m_servers->currentIndex().data(ServerModel::KeyRole).toString());
     });
+    addToMenu(m_servers, tr("&Export the server as pages…"), {}, [this] { exportServer(); });
     auto* const layout = new QVBoxLayout(content);
     layout->setContentsMargins(4, 4, 4, 0);
     layout->setSpacing(4);
@@ -163,6 +164,7 @@ void MainWindow::makeLibraries()
     m_libraries->header()->setResizeContentsPrecision(0);
     m_libraries->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
     m_libraries->header()->setMinimumSectionSize(24);
+    addToMenu(m_libraries, tr("&Export the library as pages…"), {}, [this] { exportLibrary(); });
     auto* const layout = new QVBoxLayout(m_librariesPane);
     layout->setContentsMargins(4, 4, 4, 0);
     layout->setSpacing(4);
@@ -403,6 +405,11 @@ void MainWindow::goTo(QWidget* widget)
 void MainWindow::makeMenus()
 {
     QMenu* const file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("Export the &library as pages…"), this, &MainWindow::exportLibrary)
+        ->setObjectName(QStringLiteral("exportLibrary"));
+    file->addAction(tr("&Export the server as pages…"), this, &MainWindow::exportServer)
+        ->setObjectName(QStringLiteral("exportServer"));
+    file->addSeparator();
     file->addAction(tr("&Settings…"), this, &MainWindow::editPreferences)->setShortcut(Qt::CTRL | Qt::Key_Comma);
     file->addSeparator();
     QAction* const quit = file->addAction(tr("&Quit"), this, &QWidget::close);
