@@ -3,6 +3,7 @@
 #include <QAbstractButton>
 #include <QAccessible>
 #include <QAction>
+#include <QCheckBox>
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
@@ -12,7 +13,11 @@
 #include <QSet>
 #include <QStyle>
 #include <QTabBar>
+#include <QTranslator>
 
+#include <algorithm>
+
+#include "models/language.h"
 #include "models/layer_model.h"
 #include "window/elided_label.h"
 #include "window/painting.h"
@@ -57,6 +62,43 @@ QStringList namelessBelow(QAccessibleInterface* it, int* count)
         found << namelessBelow(it->child(i), count);
     return found;
 }
+
+/// Every text of @p root and what is below that has not been translated, if translated ones begin with @p mark.
+QStringList untranslatedBelow(const QObject& root, const QString& mark)
+{
+    QStringList found;
+    const auto check = [&](const QObject& it, const char* what, const QString& text) {
+        const bool isText = std::any_of(text.begin(), text.end(), [](const QChar c) { return c.isLetter(); });
+        if (isText && !text.contains(mark))
+            found << QString("%1 %2, %3: %4").arg(it.metaObject()->className(), it.objectName(), what, text);
+    };
+    QList<const QObject*> all{&root};
+    for (const QObject* const child : root.findChildren<QObject*>())
+        all << child;
+    for (const QObject* const it : all) {
+        for (const char* const name : {"text", "toolTip", "title", "windowTitle", "placeholderText", "accessibleName",
+                                       "prefix", "suffix", "specialValueText", "format"})
+            check(*it, name, it->property(name).toString());
+        if (const auto* const view = qobject_cast<const QAbstractItemView*>(it)) {
+            for (int column = 0; view->model() && column < view->model()->columnCount(); ++column)
+                check(*it, "heading", view->model()->headerData(column, Qt::Horizontal).toString());
+        }
+    }
+    return found;
+}
+
+/// Marks every text that is translated.
+class Marker : public QTranslator
+{
+public:
+    inline static const QString Mark = QString(QChar(0xa4));
+
+    QString translate(const char* /*context*/, const char* text, const char* /*comment*/, int /*n*/) const override
+    {
+        return Mark + QString::fromUtf8(text);
+    }
+    bool isEmpty() const override { return false; }
+};
 
 void ip(const QString& arguments)
 {
@@ -211,6 +253,73 @@ TEST_F(BrowserWindow, EveryControlHasANameAndARole)
     EXPECT_TRUE(QAccessible::queryAccessibleInterface(grid)->text(QAccessible::Value).startsWith("3, Frame 03"));
     // The picture is no control, but has a name too.
     EXPECT_FALSE(window->findChild<Browser::PictureView*>()->accessibleName().isEmpty());
+}
+
+TEST_F(BrowserWindow, EveryTextIsTranslated)
+{
+    Marker marker;
+    window.reset();
+    QCoreApplication::installTranslator(&marker);
+    window = std::make_unique<Browser::MainWindow>(session);
+    window->show();
+    new Browser::SettingsDialog(session.preferences(), window.get());
+    window->findChild<QAction*>("aboutBrowser")->trigger();
+    ASSERT_TRUE(waitFor([this] { return !session.adapter().address.isEmpty(); }));
+    QTest::qWait(20);
+    const QStringList found = untranslatedBelow(*window, Marker::Mark);
+    EXPECT_TRUE(found.isEmpty()) << found.join('\n').toStdString();
+    window.reset();
+    QCoreApplication::removeTranslator(&marker);
+}
+
+TEST_F(BrowserWindow, TheWindowIsGermanWhereThatIsTheFirstOfItsLanguages)
+{
+    const auto title = [this] {
+        window = std::make_unique<Browser::MainWindow>(session);
+        return find<QCheckBox>("onlyProblems")->text().toStdString();
+    };
+    for (const QStringList& languages : {QStringList{"de-CH"}, QStringList{"fr-FR", "de-DE", "en"}}) {
+        const auto german = Browser::translateTexts(languages);
+        EXPECT_EQ(title(), "Nur mit &Problemen");
+        // No wider than in English.
+        window->show();
+        for (const QSize& size : {QSize(1000, 600), QSize(800, 500), QSize(800, 500)}) {
+            window->resize(size);
+            QTest::qWait(50);
+        }
+        EXPECT_LE(window->width(), 800);
+        EXPECT_LE(window->height(), 500);
+        EXPECT_LE(window->minimumSizeHint().width(), 800);
+        EXPECT_LE(window->minimumSizeHint().height(), 500);
+    }
+    EXPECT_EQ(title(), "Only with &problems");
+    for (const QStringList& languages : {QStringList{"en-US", "de-DE"}, QStringList{"fr-FR"}, QStringList{"C"}}) {
+        const auto none = Browser::translateTexts(languages);
+        EXPECT_EQ(title(), "Only with &problems");
+    }
+}
+
+TEST_F(BrowserWindow, NoKeyOfAMenuIsTakenTwice)
+{
+    for (const char* const language : {"en", "de"}) {
+        const auto translation = Browser::translateTexts({language});
+        window = std::make_unique<Browser::MainWindow>(session);
+        QList<QWidget*> menus{window->menuBar()};
+        for (QMenu* const menu : window->findChildren<QMenu*>())
+            menus << menu;
+        EXPECT_GT(menus.size(), 5);
+        for (const QWidget* const menu : menus) {
+            QString keys;
+            for (const QAction* const action : menu->actions()) {
+                const auto place = action->text().indexOf('&');
+                if (place < 0)
+                    continue;
+                const QChar key = action->text().at(place + 1).toLower();
+                EXPECT_FALSE(keys.contains(key)) << action->text().toStdString();
+                keys += key;
+            }
+        }
+    }
 }
 
 TEST_F(BrowserWindow, EveryControlIsReachedByTheKeyboard)

@@ -1,16 +1,15 @@
 // citp-browser: applies the options and the settings, and opens the window.
 // SPDX-License-Identifier: Apache-2.0
 #include <QApplication>
-#include <QLibraryInfo>
 #include <QLocale>
 #include <QSettings>
 #include <QStandardPaths>
-#include <QTranslator>
 
 #include <cstdio>
 #include <cstring>
 
 #include "models/adapters.h"
+#include "models/language.h"
 #include "models/preferences.h"
 #include "models/session.h"
 #include "options.h"
@@ -61,10 +60,7 @@ int main(int argc, char** argv)
         return 1;
     }
     const QApplication application(argc, argv);
-    QTranslator translator;
-    if (translator.load(QLocale(), QStringLiteral("citp-browser"), QStringLiteral("_"),
-                        QCoreApplication::applicationDirPath() + QStringLiteral("/../share/citp/translations")))
-        QCoreApplication::installTranslator(&translator);
+    const auto translations = Browser::translateTexts(QLocale().uiLanguages());
 
     const QString remembered = QSettings().value(QStringLiteral("adapter")).toString();
     const QString adapter = options.adapter.isEmpty() ? remembered : options.adapter;
