@@ -5,8 +5,10 @@
 #include <QDir>
 #include <QFile>
 #include <QImage>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtEndian>
+#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <random>
@@ -132,6 +134,26 @@ TEST(MediaserverFolder, SaysWhatItLeavesOut)
     Program program({"--adapter", "lo", "--media", tree.path("")});
     program.waitForLine("a/broken.png is not a readable picture: ignored");
     program.waitForLine("a/deep/low are too deep for a library id: ignored");
+}
+
+TEST(MediaserverFolder, ASignalEndsTheScanOfAFolderWithMillionsOfFolders)
+{
+    // Each leads to the folder itself, three levels deep.
+    const QTemporaryDir dir;
+    for (int i = 0; i < 254; ++i)
+        ASSERT_TRUE(QFile::link(dir.path(), dir.filePath(QString::number(i))));
+    Child program(MEDIASERVER_PROGRAM, {"--adapter", "lo", "--media", dir.path()});
+    // Before it watches for the signal, that would end it in any case.
+    const auto isWatching = [&] {
+        QFile status(QString("/proc/%1/status").arg(program.id()));
+        EXPECT_TRUE(status.open(QIODevice::ReadOnly));
+        static const QRegularExpression blocked("SigBlk:\\s+([0-9a-f]+)");
+        const QString mask = blocked.match(QString::fromLatin1(status.readAll())).captured(1);
+        return (mask.toULongLong(nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
+    };
+    ASSERT_TRUE(waitFor(isWatching));
+    program.signal(SIGTERM);
+    EXPECT_EQ(program.waitForEnd(), 0) << program.errors().toStdString();
 }
 
 TEST(MediaserverFolder, ServesPicturesTrueToThePixelAtTheirOwnSize)

@@ -3,18 +3,23 @@
 #include "catalogue.h"
 
 #include <QSet>
+#include <utility>
 
 #include "builtin.h"
 
 namespace MediaServer {
 namespace {
+constexpr int PathsAtOnce = 256;
+
 void append(Libraries& libraries, const Libraries& more)
 {
     libraries.insert(libraries.end(), more.begin(), more.end());
 }
 } // namespace
 
-Catalogue::Catalogue(const QString& folder, int effects, int generic, const EventLog& log) : m_log(log)
+Catalogue::Catalogue(const QString& folder, int effects, int generic, const EventLog& log,
+                     std::function<bool()> isStopped)
+    : m_log(log), m_isStopped(std::move(isStopped))
 {
     append(m_fixed, effectLibraries(effects));
     append(m_fixed, genericLibraries(generic));
@@ -27,7 +32,7 @@ Catalogue::Catalogue(const QString& folder, int effects, int generic, const Even
         append(m_libraries, m_fixed);
         return;
     }
-    m_scan = std::make_unique<FolderScan>(folder);
+    m_scan = std::make_unique<FolderScan>(folder, m_isStopped);
     m_rescanTimer.setSingleShot(true);
     m_rescanTimer.setInterval(200);
     connect(&m_rescanTimer, &QTimer::timeout, this, &Catalogue::rescan);
@@ -43,6 +48,8 @@ Catalogue::Catalogue(const QString& folder, int effects, int generic, const Even
 void Catalogue::scan()
 {
     const FolderScan::Result result = m_scan->scan();
+    if (m_isStopped())
+        return;
     m_libraries = result.libraries;
     append(m_libraries, m_fixed);
     // The watcher drops files that are replaced, so all missing paths are added after every scan.
@@ -54,12 +61,15 @@ void Catalogue::scan()
             missing << path;
     }
     if (!missing.isEmpty()) {
-        m_watcher.addPaths(missing);
+        // In parts: the watcher compares each path with all before.
+        for (int i = 0; i < missing.size() && !m_isStopped(); i += PathsAtOnce)
+            m_watcher.addPaths(missing.mid(i, PathsAtOnce));
         // Another scan detects changes made before the paths were watched.
         m_rescanTimer.start();
     }
+    const QSet<QString> known(m_notices.begin(), m_notices.end());
     for (const QString& notice : result.notices) {
-        if (!m_notices.contains(notice))
+        if (!known.contains(notice))
             m_log.line({}, notice);
     }
     m_notices = result.notices;

@@ -5,6 +5,7 @@
 #include <QFileSystemWatcher>
 #include <QObject>
 #include <QTimer>
+#include <functional>
 #include <memory>
 
 #include "event_log.h"
@@ -20,7 +21,8 @@ public:
     /// @param folder pictures to serve; if empty, drawn pictures are served
     /// @param effects, generic number of libraries of these types
     /// @param log must outlive this object
-    Catalogue(const QString& folder, int effects, int generic, const EventLog& log);
+    /// @param isStopped whether the program is to end; a scan, also a later one, ends early then
+    Catalogue(const QString& folder, int effects, int generic, const EventLog& log, std::function<bool()> isStopped);
 
     const Libraries& libraries() const { return m_libraries; }
     /// Bit n is set if libraries of type n exist or can be added.
@@ -35,6 +37,7 @@ private:
     void rescan();
 
     const EventLog& m_log;
+    const std::function<bool()> m_isStopped;
     std::unique_ptr<FolderScan> m_scan;
     QFileSystemWatcher m_watcher;
     QTimer m_rescanTimer; ///< delays the scan, because a file changes many times while it is written

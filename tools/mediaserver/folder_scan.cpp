@@ -6,19 +6,30 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QImageReader>
+#include <QSet>
+#include <algorithm>
 
 namespace MediaServer {
 namespace {
 // The count of the numbers 0 to 254 fits into a byte.
 const int MaxNumber = 254;
 
+// Name filters of QDir would be compiled to regular expressions for each folder, which takes longer than to read it.
 QStringList pictureNames(const QDir& folder)
 {
-    QStringList filters;
-    const auto formats = QImageReader::supportedImageFormats();
-    for (const QByteArray& format : formats)
-        filters << QString("*.") + QString::fromLatin1(format);
-    return folder.entryList(filters, QDir::Files | QDir::Readable, QDir::Name);
+    static const QSet<QString> extensions = [] {
+        QSet<QString> all;
+        for (const QByteArray& format : QImageReader::supportedImageFormats())
+            all << QString::fromLatin1(format);
+        return all;
+    }();
+    QStringList names = folder.entryList(QDir::Files | QDir::Readable, QDir::Name);
+    const auto isNone = [](const QString& name) {
+        const auto dot = name.lastIndexOf('.');
+        return dot < 0 || !extensions.contains(name.mid(dot + 1).toLower());
+    };
+    names.erase(std::remove_if(names.begin(), names.end(), isNone), names.end());
+    return names;
 }
 } // namespace
 
@@ -32,6 +43,8 @@ FolderScan::Result FolderScan::scan()
 
 void FolderScan::scanFolder(const QString& path, quint32 id, const QString& name, Result& result)
 {
+    if (m_isStopped())
+        return;
     const QDir folder(path);
     result.paths << path;
     Library library;
@@ -57,6 +70,8 @@ void FolderScan::scanPictures(const QString& path, Library& library, Result& res
     const QStringList names = pictureNames(folder);
     std::map<quint8, Element> elements;
     for (const auto& [name, elementNumber] : assignNumbers(path + "/pictures", names, 0, result)) {
+        if (m_isStopped())
+            return;
         const QFileInfo file(folder.filePath(name));
         result.paths << file.filePath();
         const QSize size = QImageReader(file.filePath()).size();

@@ -4,7 +4,9 @@
 
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <map>
+#include <utility>
 
 #include "library.h"
 
@@ -16,7 +18,11 @@ namespace MediaServer {
 class FolderScan
 {
 public:
-    explicit FolderScan(const QString& folder) : m_folder(folder) {}
+    /// @param isStopped asked again and again during a scan, which ends early once it returns true
+    FolderScan(const QString& folder, std::function<bool()> isStopped)
+        : m_folder(folder), m_isStopped(std::move(isStopped))
+    {
+    }
 
     struct Result
     {
@@ -24,6 +30,7 @@ public:
         QStringList paths;   ///< folders and files to watch for changes
         QStringList notices; ///< messages about ignored files and folders, one line each
     };
+    /// Only a part of the tree, if the scan was stopped.
     Result scan();
 
 private:
@@ -34,6 +41,7 @@ private:
     Numbers& assignNumbers(const QString& key, const QStringList& names, int first, Result& result);
 
     QString m_folder;
+    std::function<bool()> m_isStopped;
     std::map<QString, Numbers> m_numbers;
 };
 } // namespace MediaServer

@@ -1,5 +1,6 @@
 // The program citp-mediaserver: reads the command line, starts the servers, and runs until a signal or a timeout.
 // SPDX-License-Identifier: Apache-2.0
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -136,7 +137,12 @@ int run(const Options& options, int signalDescriptor)
         return fail(problem, ExitFailure);
 
     const EventLog log(options.quiet);
-    const Catalogue catalogue(options.media, options.effects, options.generic, log);
+    // The scan of a large folder takes longer than somebody waits who wants to end it.
+    const auto isStopped = [signalDescriptor] {
+        pollfd signal{signalDescriptor, POLLIN, 0};
+        return poll(&signal, 1, 0) == 1;
+    };
+    const Catalogue catalogue(options.media, options.effects, options.generic, log, isStopped);
     std::vector<std::unique_ptr<Server>> servers;
     for (int i = 0; i < options.count; ++i) {
         Behaviour behaviour{options.intervalMs, options.layerRate, options.groups, options.faults};
