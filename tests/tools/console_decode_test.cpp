@@ -1,6 +1,8 @@
 // citp-console decode on capture files that the tests write: what it prints, its JSON, its summary, and damaged files.
 // SPDX-License-Identifier: Apache-2.0
+#include <QDir>
 #include <QJsonArray>
+#include <QTemporaryDir>
 
 #include "capture_writer.h"
 #include "console_fixture.h"
@@ -139,6 +141,23 @@ TEST(ConsoleDecode, ReadsStandardInput)
     EXPECT_EQ(none.waitForEnd(), 1);
     EXPECT_TRUE(none.errors().startsWith("citp-console: 'standard input' is not a readable pcap or pcapng file"))
         << none.errors().toStdString();
+}
+
+TEST(ConsoleDecode, EndsOnCtrlCBeforeTheFirstByteOfStandardInput)
+{
+    const QTemporaryDir folder;
+    const QString pipe = folder.filePath("pipe");
+    // Open at both ends: it is never at its end.
+    Child console("sh", {"-c", "mkfifo " + pipe + " && exec " CONSOLE_PROGRAM " decode - <>" + pipe});
+    // Before its thread that waits for signals runs, the signal would end it in any case.
+    ASSERT_TRUE(waitFor([&] {
+        return QDir(QString("/proc/%1/task").arg(console.id()))
+                   .entryList({"*"}, QDir::Dirs | QDir::NoDotAndDotDot)
+                   .size() > 1;
+    }));
+    console.interrupt();
+    EXPECT_EQ(console.waitForEnd(), 1);
+    EXPECT_EQ(console.errors().toStdString(), "citp-console: interrupted\n");
 }
 
 TEST(ConsoleDecode, PrintsOneJsonObjectALine)

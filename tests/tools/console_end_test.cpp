@@ -123,6 +123,18 @@ TEST(ConsoleEnd, KeepsNoBacklogOfLayerStates)
     EXPECT_EQ(console.waitForEnd(), 0);
 }
 
+TEST(ConsoleEnd, IsAFailureIfCapturedPacketsAreLostInAPipeThatNobodyReads)
+{
+    if (qEnvironmentVariableIsEmpty("CITP_TEST_NAMESPACE"))
+        GTEST_SKIP() << "needs a network namespace";
+    const FullPipe pipe;
+    Child console("sh", {"-c", shellCommand({"capture", "--adapter", "lo", "--write", "-"}) + " >" + pipe.path()});
+    ASSERT_TRUE(waitFor([&] { return console.errors().contains("capturing on "); }));
+    console.interrupt();
+    EXPECT_EQ(console.waitForEnd(), 1);
+    EXPECT_TRUE(console.errors().endsWith("\ncitp-console: interrupted\n")) << console.errors().toStdString();
+}
+
 TEST(ConsoleEnd, IsQuietWhenTheReaderGoes)
 {
     const Server server;

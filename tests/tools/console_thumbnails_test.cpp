@@ -195,6 +195,21 @@ TEST(ConsoleThumbnails, ShowsTheMissingOnesOnThePagesToo)
     EXPECT_EQ(page.readAll().count("its answer has no picture"), 4);
 }
 
+TEST(ConsoleThumbnails, CountsNoneAsWrittenIfThePagesCannotBe)
+{
+    const QTemporaryDir target;
+    const Server server;
+    const QString pages = target.filePath("pages");
+    // As on a full disk. The output goes through a pipe, as files have that limit.
+    Child console("bash", {"-c", "set -o pipefail; trap '' XFSZ; (ulimit -f 1; exec " CONSOLE_PROGRAM " thumbnails " +
+                                     key + " 2 --adapter lo --html " + pages + ") 2>&1 | cat"});
+    EXPECT_EQ(console.waitForEnd(), 1);
+    EXPECT_TRUE(console.output().contains(": 0 of 4 thumbnails written to " + pages)) << console.output().toStdString();
+    EXPECT_TRUE(console.output().contains("citp-console: could not write the pages " + pages + ": "))
+        << console.output().toStdString();
+    EXPECT_TRUE(QDir(target.path()).isEmpty());
+}
+
 TEST(ConsoleThumbnails, SaysThatTheFolderCannotBe)
 {
     QTemporaryDir target;

@@ -149,9 +149,11 @@ const std::vector<Command>& commands()
          "Records announcements and the connections of media servers to a file for 'decode' and other programs. A\n"
          "server is recognised by its announcement or by the content of a connection. Only traffic that reaches or\n"
          "leaves this machine is recorded. Stops after 10 minutes, after 1000000 packets or on Ctrl-C, and prints how\n"
-         "many packets were written and dropped. With --write -, that goes to standard error. Requires the permission "
-         "to capture: run it as root, or run\n"
-         "'sudo setcap cap_net_raw+ep' on the program.",
+         "many packets were written and dropped. With --write -, that goes to standard error; if the pipe is full "
+         "when\n"
+         "the capture ends, the last packets are lost, and the exit status is 1. A file has its name only when it is\n"
+         "complete: a run that is killed leaves NAME.CHARACTERS.part behind, which can be deleted.\n"
+         "Requires the permission to capture: run it as root, or run 'sudo setcap cap_net_raw+ep' on the program.",
          capture,
          {},
          {"adapter", "count", "seconds", "write"}},
