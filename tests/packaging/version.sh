@@ -1,4 +1,4 @@
-# Holds every place that tells the version to the one in project(VERSION).
+# Holds every place that tells the version to the newest entry of debian/changelog, from which CMake takes it.
 # SPDX-License-Identifier: Apache-2.0
 # shellcheck source=common.sh
 . "$(dirname "$0")/common.sh"
@@ -26,6 +26,15 @@ for name in citp citp-client citp-images; do
 done
 same "debian/changelog" "$(sed -n '1s/^citp (\([^)]*\)).*/\1/p' "$source/debian/changelog")" "$version"
 date=$(sed -n '/^ -- /{s/.*>  //p;q}' "$source/debian/changelog")
+same "CHANGELOG.md" "$(sed -n '/^## /{s///p;q}' "$source/CHANGELOG.md")" "[$version] - $(date -d "${date% *}" +%F)"
+packages=$(sed -nE 's/^Package: (libcitp-(images-)?qt[56]-[0-9]+)$/\1/p' "$source/debian/control")
+[ "$(wc -l <<<"$packages")" = 4 ] || fail "debian/control has other packages of libraries: $packages"
+for package in $packages; do
+    same "soname in the name of $package" "${package##*-}" "$soversion"
+    for kind in install symbols; do
+        [ -e "$source/debian/$package.$kind" ] || fail "there is no debian/$package.$kind"
+    done
+done
 same "label of a fatal error" "$(grep -aoE 'citp_stack\.cpp \([^)]*\) ' "$prefix/$libdir/libcitp-qt$qt_major.so")" \
     "citp_stack.cpp ($(LC_ALL=C date -d "${date% *}" '+%b %e %Y')) "
 if [ "$has_tools" = ON ]; then
