@@ -1,4 +1,5 @@
-# Installation: the libraries, their headers, the programs, and the package files for find_package(Citp) and pkg-config.
+# Installation: the libraries, their headers, the programs, the package files for find_package(Citp) and pkg-config, the
+# documents and the examples.
 #
 # Files that depend on the major version of Qt contain it in their names, so that a Qt 6 and a Qt 5 build can be
 # installed into one prefix. The other files (headers, CitpConfig.cmake) are the same in both builds.
@@ -51,3 +52,9 @@ if(NOT CITP_SYSTEM_PACKAGE)
       DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
   endforeach()
 endif()
+
+# Whoever passes the libraries on passes on the licence and the notice.
+install(FILES LICENSE NOTICE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(FILES CHANGELOG.md README.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+  PATTERN Doxyfile EXCLUDE PATTERN doxygen.sed EXCLUDE)

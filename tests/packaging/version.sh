@@ -41,4 +41,6 @@ if [ "$has_tools" = ON ]; then
     for program in citp-browser citp-console citp-mediaserver; do
         same "$program --version" "$("$prefix/bin/$program" --version)" "$program $version"
     done
+    same "AppStream file" "$(sed -n 's/^ *<release \(.*\)\/>$/\1/p' "$prefix/share/metainfo/org.tarn.citp_browser.metainfo.xml")" \
+        "version=\"$version\" date=\"$(date -d "${date% *}" +%F)\""
 fi
