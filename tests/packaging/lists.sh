@@ -13,4 +13,4 @@ for name in citp citp-client citp-images; do
     libraries+=("$prefix/$libdir/lib$name-qt$qt_major.so")
 done
 [ -n "$system_package" ] || libraries+=("$prefix/$libdir/libcitp-system-qt$qt_major.so")
-"$source/scripts/abi" "${libraries[@]}"
+"$source/scripts/symbols" "${libraries[@]}"
