@@ -70,7 +70,7 @@ expect()
     expect citp-browser - -- $(options citp-browser)
     expect citp-mediaserver - -- $(options citp-mediaserver)
     expect citp-mediaserver --msex 1. -- 1.0 1.1 1.2
-    expect citp-mediaserver --fault s -- silence split spoil stall storm
+    expect citp-mediaserver --fault sp -- split spoil
     expect citp-mediaserver --count "" --
     expect citp-console watch --seconds "" --
     expect citp-console thumbnails --format p -- png

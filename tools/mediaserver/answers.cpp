@@ -46,6 +46,7 @@ Answers listLibraries(const Request& request, const Libraries& libraries)
                        .arg(request.libraryType)
                        .arg(libraryText(request, request.libraryId))
                        .arg(entries.size());
+    answers.found = static_cast<int>(entries.size());
     answers.messages.push_back(
         [reply = replyTo(request), type = request.libraryType, entries] { return libraryList(reply, type, entries); });
     return answers;
@@ -71,6 +72,7 @@ Answers listElements(const Request& request, const Libraries& libraries)
     answers.note = QString("elements of library %1 of type %2")
                        .arg(libraryText(request, request.libraryId))
                        .arg(request.libraryType);
+    answers.found = static_cast<int>(elements.size());
     const Reply reply = replyTo(request);
     if (request.libraryType == LibraryType::Media) {
         answers.messages.push_back([=] { return mediaList(reply, id, elements); });
@@ -152,13 +154,20 @@ Answers sendPatch(const Request& request, const std::vector<Fixture>& patch)
     answers.note = QString("asks for %1: %2 sent").arg(asked).arg(answers.messages.size());
     return answers;
 }
+
+// Of answers that have a message for each thing found.
+Answers withCount(Answers answers)
+{
+    answers.found = static_cast<int>(answers.messages.size());
+    return answers;
+}
 } // namespace
 
 Answers answersTo(const Request& request, quint8 msexMinor, const Libraries& libraries,
                   const std::vector<Fixture>& patch)
 {
     if (request.kind == RequestKind::SendPatch)
-        return sendPatch(request, patch);
+        return withCount(sendPatch(request, patch));
     if (request.versionMinor > msexMinor) {
         Answers rejection;
         rejection.note = QString("asks in MSEX 1.%1: not answered, this server speaks 1.%2 at most")
@@ -172,9 +181,9 @@ Answers answersTo(const Request& request, quint8 msexMinor, const Libraries& lib
         case RequestKind::ListElements:
             return listElements(request, libraries);
         case RequestKind::LibraryThumbnails:
-            return libraryThumbnails(request, libraries);
+            return withCount(libraryThumbnails(request, libraries));
         case RequestKind::ElementThumbnails:
-            return elementThumbnails(request, libraries);
+            return withCount(elementThumbnails(request, libraries));
         default:
             return {};
     }

@@ -18,7 +18,8 @@ using Answer = std::function<QByteArray()>;
 struct Answers
 {
     std::vector<Answer> messages;
-    QString note; ///< description of request and answer, for the log
+    QString note;  ///< description of request and answer, for the log
+    int found = 0; ///< number of libraries, elements, pictures or fixtures in them
 };
 
 /// @param msexMinor the server's MSEX minor version; requests in a higher version are not answered

@@ -7,11 +7,14 @@
 #include <QStringList>
 
 #include "cable.h"
+#include "changes.h"
 
 namespace MediaServer {
 namespace {
 // Maximum number of unsent bytes before further requests are read.
 constexpr qint64 MaxBacklog = qint64{4} * 1024 * 1024;
+// The same for the fault "impatient".
+constexpr qint64 PatientBacklog = qint64{64} * 1024;
 // Size of the socket's read buffer in bytes.
 constexpr qint64 ReadSize = qint64{64} * 1024;
 // The backlog of a flood in bytes. The kernel's buffers are fuller than that while the console does not read.
@@ -46,6 +49,16 @@ Connection::Connection(QTcpSocket* socket, const ServerContent& content, Faults&
         deleteLater();
     });
     report("has connected");
+    if (m_faults.isEnabled(Fault::Impatient)) {
+        const int bytes = 4096;
+        setsockopt(static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes);
+    }
+    if (m_faults.isEnabled(Fault::IdleClose)) {
+        connect(&m_idleTimer, &QTimer::timeout, this, &Connection::reset);
+        m_idleTimer.start(m_faults.delayMs());
+    }
+    if (m_faults.shouldInject(Fault::Early))
+        m_sendQueue.send(layerStatus(content.identity.msexMinor, {}));
     scheduleStep();
 }
 
@@ -53,7 +66,7 @@ void Connection::notify(const QByteArray& message)
 {
     if (!m_isGreeted || !m_isConnected || m_sendQueue.backlog() >= MaxBacklog)
         return;
-    m_sendQueue.send(m_faults.shouldInject(Fault::LyingCount) ? Faults::withLyingCount(message) : message);
+    m_sendQueue.send(message);
 }
 
 void Connection::flood(const std::function<QByteArray()>& next)
@@ -93,6 +106,11 @@ void Connection::step()
 {
     if (m_socket->state() != QAbstractSocket::ConnectedState || !m_isConnected)
         return;
+    if (m_faults.isEnabled(Fault::Impatient) && m_sendQueue.backlog() >= PatientBacklog) {
+        report("fault: impatient");
+        reset();
+        return;
+    }
     if (m_sendQueue.busy() || m_sendQueue.backlog() >= MaxBacklog)
         return;
     int wait = 0;
@@ -100,6 +118,8 @@ void Connection::step()
     if (!m_answers.empty()) {
         answerNext();
     } else if (m_isReading && m_cutter.next(message)) {
+        if (m_faults.isEnabled(Fault::FirstOnly))
+            m_cutter.clear();
         handle(parseRequest(message));
         if (!m_answers.empty() && m_faults.shouldInject(Fault::Delay)) {
             report("fault: delay");
@@ -110,6 +130,11 @@ void Connection::step()
         reset();
         return;
     } else if (m_isReading && m_socket->bytesAvailable() > 0) {
+        // What is left of the last time is not whole.
+        if (m_faults.isEnabled(Fault::NeedsWhole))
+            m_cutter.clear();
+        if (m_idleTimer.isActive())
+            m_idleTimer.start();
         m_cutter.append(m_socket->readAll());
     } else {
         return;
@@ -119,8 +144,18 @@ void Connection::step()
 
 void Connection::handle(const Request& request)
 {
+    const bool isUnwelcome =
+        (request.kind == RequestKind::Unknown && m_faults.isEnabled(Fault::Strict)) ||
+        (request.kind == RequestKind::ClientInfo && m_isGreeted && m_faults.isEnabled(Fault::Once)) ||
+        (request.kind == RequestKind::SendPatch && !m_isGreeted && m_faults.isEnabled(Fault::NeedsClient));
+    if (isUnwelcome) {
+        report("fault: " + request.code + " is unwelcome");
+        reset();
+        return;
+    }
     switch (request.kind) {
         case RequestKind::PeerName:
+            m_hasName = true;
             report(QString("PNam: its name is '%1'").arg(request.peerName));
             break;
         case RequestKind::ClientInfo:
@@ -144,8 +179,9 @@ void Connection::handleClientInfo(const Request& request)
     for (const quint16 version : request.versions)
         versions << versionText(version);
     report(QString("CInf: speaks MSEX %1").arg(versions.join(", ")));
-    if (m_faults.shouldInject(Fault::Mute)) {
-        report("fault: mute");
+    const bool isNameMissing = m_faults.isEnabled(Fault::NeedsName) && !m_hasName;
+    if (isNameMissing || m_faults.shouldInject(Fault::Mute)) {
+        report(isNameMissing ? "fault: needs-name" : "fault: mute");
         return;
     }
     Identity identity = m_content.identity;
@@ -159,8 +195,18 @@ void Connection::handleClientInfo(const Request& request)
     }
     if (m_faults.shouldInject(Fault::OddSinf)) {
         report("fault: odd-sinf");
-        information = m_faults.withUnknownVersion(information);
+        information = withUnknownVersion(m_faults, information);
     }
+    if (m_faults.shouldInject(Fault::LateSinf)) {
+        report("fault: late-sinf");
+        QTimer::singleShot(m_faults.delayMs(), this, [this, information] { sendInformation(information); });
+        return;
+    }
+    sendInformation(information);
+}
+
+void Connection::sendInformation(const QByteArray& information)
+{
     m_sendQueue.send(information);
     report(QString("SInf sent in MSEX 1.%1").arg(m_content.identity.msexMinor));
     m_isGreeted = true;
@@ -172,12 +218,65 @@ void Connection::handleClientInfo(const Request& request)
     }
 }
 
-void Connection::handleQuery(const Request& request)
+// By the faults that do not answer certain requests.
+bool Connection::isIgnored(const Request& request)
 {
-    Answers answers =
-        answersTo(request, m_content.identity.msexMinor, m_content.catalogue.libraries(), m_content.patch);
+    const bool isPictures =
+        request.kind == RequestKind::ElementThumbnails || request.kind == RequestKind::LibraryThumbnails;
+    const bool isAll = request.numbers.empty() && request.libraryIds.empty() && request.fixtures.empty();
+    return (m_faults.isEnabled(Fault::OwnVersion) && request.kind != RequestKind::SendPatch &&
+            request.versionMinor != m_content.identity.msexMinor) ||
+           (m_faults.isEnabled(Fault::NeedsNumbers) && isAll && (isPictures || request.kind == RequestKind::SendPatch));
+}
+
+Answers Connection::answersWithFaults(Request& request)
+{
+    if (m_faults.isEnabled(Fault::IgnoresNumbers)) {
+        request.numbers.clear();
+        request.libraryIds.clear();
+        request.fixtures.clear();
+    }
+    if (m_faults.isEnabled(Fault::FirstNumber)) {
+        request.numbers.resize(qMin<std::size_t>(1, request.numbers.size()));
+        request.libraryIds.resize(qMin<std::size_t>(1, request.libraryIds.size()));
+        request.fixtures.resize(qMin<std::size_t>(1, request.fixtures.size()));
+    }
+    if (m_faults.isEnabled(Fault::IgnoresSize)) {
+        request.width = static_cast<quint16>(2 * request.width);
+        request.height = static_cast<quint16>(2 * request.height);
+    }
+    if (m_faults.isEnabled(Fault::WrongFormat))
+        request.format = request.format == "PNG " ? "JPEG" : "PNG ";
+    const auto answers = [&] {
+        return answersTo(request, m_content.identity.msexMinor, m_content.catalogue.libraries(), m_content.patch);
+    };
+    Answers found = answers();
+    if (found.found == 0 && m_faults.isEnabled(Fault::Invents)) {
+        request.numbers.clear();
+        request.libraryIds.clear();
+        request.fixtures.clear();
+        request.libraryType = LibraryType::Media;
+        if (request.kind != RequestKind::ListLibraries)
+            request.libraryId = request.versionMinor == 0 ? 1 : childId(0, 1);
+        found = answers();
+    }
+    return found;
+}
+
+void Connection::handleQuery(Request request)
+{
+    if (m_faults.isEnabled(Fault::SingleMinded)) {
+        m_cutter.clear();
+        m_socket->readAll();
+    }
+    Answers answers = answersWithFaults(request);
     report(request.code.mid(5) + ": " + answers.note);
-    if (!answers.messages.empty() && m_faults.shouldInject(Fault::Silence)) {
+    const bool isUnknown = answers.found == 0 && m_faults.isEnabled(Fault::UnknownSilent);
+    if (isUnknown || isIgnored(request)) {
+        report("fault: not answered");
+        return;
+    }
+    if (!answers.messages.empty() && m_faults.concerns(request.code.mid(5)) && m_faults.shouldInject(Fault::Silence)) {
         report("fault: silence");
         return;
     }

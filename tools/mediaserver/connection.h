@@ -55,7 +55,10 @@ private:
     void step();
     void handle(const Request& request);
     void handleClientInfo(const Request& request);
-    void handleQuery(const Request& request);
+    void sendInformation(const QByteArray& information);
+    void handleQuery(Request request);
+    Answers answersWithFaults(Request& request);
+    bool isIgnored(const Request& request);
     void answerNext();
     void report(const QString& text) const;
 
@@ -68,6 +71,8 @@ private:
     SendQueue m_sendQueue;
     std::deque<Answer> m_answers; ///< remaining answers to the current request
     QTimer m_stepTimer;
+    QTimer m_idleTimer;        ///< for the fault "idle-close"
+    bool m_hasName = false;    ///< a PNam was received
     bool m_isGreeted = false;  ///< a CInf was received and answered
     bool m_isReading = true;   ///< false after the fault "unread"
     bool m_isConnected = true; ///< the cable

@@ -5,59 +5,140 @@
 #include <QByteArray>
 #include <QHostAddress>
 #include <QStringList>
+#include <bitset>
 #include <random>
+#include <vector>
 
 namespace MediaServer {
-enum class Fault : quint32 {
-    Delay = 1 << 0,
-    Silence = 1 << 1,
-    Split = 1 << 2,
-    Merge = 1 << 3,
-    Truncate = 1 << 4,
-    Oversize = 1 << 5,
-    Version = 1 << 6,
-    Garbage = 1 << 7,
-    Noise = 1 << 8,
-    Reset = 1 << 9,
-    Storm = 1 << 10,
-    Refuse = 1 << 11,
-    Mute = 1 << 12,
-    OddSinf = 1 << 13,
-    Spoil = 1 << 14,
-    ZeroSize = 1 << 15,
-    EndlessSize = 1 << 16,
-    Drip = 1 << 17,
-    Stall = 1 << 18,
-    LyingCount = 1 << 19,
-    LyingSinf = 1 << 20,
-    WrongKind = 1 << 21,
-    LongName = 1 << 22,
-    Unread = 1 << 23,
-    LayerFlood = 1 << 24,
-    ListFlood = 1 << 25,
-    UpdateFlood = 1 << 26,
-    Unplug = 1 << 27,
-    Forge = 1 << 28,
+enum class Fault {
+    Delay,
+    Silence,
+    Split,
+    Merge,
+    Truncate,
+    Oversize,
+    Version,
+    Garbage,
+    Noise,
+    Reset,
+    Storm,
+    Refuse,
+    Mute,
+    OddSinf,
+    Spoil,
+    ZeroSize,
+    EndlessSize,
+    Drip,
+    Stall,
+    LyingCount,
+    LyingSinf,
+    WrongKind,
+    LongName,
+    Unread,
+    LayerFlood,
+    ListFlood,
+    UpdateFlood,
+    Unplug,
+    Forge,
+    CitpVersion,
+    OldVersion,
+    PartCount,
+    Layer,
+    Code,
+    Index,
+    Trailing,
+    Unterminated,
+    Nameless,
+    PlocType,
+    PlocPort,
+    PlocState,
+    PlocChanging,
+    SinfVersions,
+    SinfTypes,
+    SinfFormats,
+    SinfUuid,
+    SinfLayers,
+    SinfChanging,
+    NeedsName,
+    NeedsClient,
+    NeedsWhole,
+    FirstOnly,
+    SingleMinded,
+    Once,
+    Strict,
+    OneConsole,
+    OneVisit,
+    Jilts,
+    Impatient,
+    IdleClose,
+    Early,
+    LateSinf,
+    IgnoresNumbers,
+    FirstNumber,
+    NeedsNumbers,
+    UnknownSilent,
+    Invents,
+    OwnVersion,
+    WrongType,
+    WrongLibrary,
+    WrongNumber,
+    Twin,
+    WrongLevel,
+    DmxRange,
+    SubCount,
+    ElementCount,
+    SerialChanging,
+    BlankMedia,
+    Milliseconds,
+    WrongSize,
+    WrongElement,
+    IgnoresSize,
+    Distort,
+    WrongFormat,
+    PaddedRows,
+    LayerNumber,
+    LayerPosition,
+    LayerLibrary,
+    LayerElement,
+    LayerName,
+    LayerFlags,
+    LayerRate,
+    LayerCount,
+    FixtureChannel,
+    FixtureCount,
+    FixtureNumber,
+    Count, ///< their number
 };
 
-/// Name and description of a fault, for the command line.
+class Faults;
+
+/// A fault, for the command line and for the answers that it changes.
 struct FaultDescription
 {
     Fault fault;
     const char* name;
     const char* help;
+    /// Of a fault that changes messages: how, in the order of the table.
+    QByteArray (*change)(Faults& faults, const QByteArray& message) = nullptr;
+    /// Content codes of the messages that it changes; empty: all answers to requests, without the SInf.
+    const char* codes = "";
 };
 const std::vector<FaultDescription>& faultDescriptions();
 
 /// The enabled faults and their parameters.
 struct FaultPlan
 {
-    quint32 faults = 0; ///< bit set of Fault
-    int rate = 100;     ///< probability of a fault at each occasion, in percent
+    std::bitset<static_cast<std::size_t>(Fault::Count)>
+        faults;        ///< bit n is set if the fault with the value n is enabled
+    QStringList codes; ///< content codes of the messages to change; empty: as described for each fault
+    int rate = 100;    ///< probability of a fault at each occasion, in percent
     int delayMs = 500;
     int forged = 1000;       ///< announcements of other servers in each interval, by the fault "forge"
     QHostAddress forgedFrom; ///< their first source address; null: all have the address of the server
     quint32 seed = 1;
+
+    bool has(Fault fault) const { return faults.test(static_cast<std::size_t>(fault)); }
+    void set(Fault fault, bool isEnabled = true) { faults.set(static_cast<std::size_t>(fault), isEnabled); }
 };
 
 /// Injects faults. The same plan and the same sequence of calls result in the same faults.
@@ -69,18 +150,21 @@ public:
     /// Whether to inject the fault this time.
     bool shouldInject(Fault fault);
     /// Whether the fault is enabled, for faults that have no occasions.
-    bool isEnabled(Fault fault) const { return (m_plan.faults & static_cast<quint32>(fault)) != 0; }
+    bool isEnabled(Fault fault) const { return m_plan.has(fault); }
+    /// Whether faults may affect messages with this content code.
+    bool concerns(const QString& code) const { return m_plan.codes.isEmpty() || m_plan.codes.contains(code); }
     int delayMs() const { return m_plan.delayMs; }
     /// A random integer from @p min to @p max.
     int random(int min, int max);
 
-    /// Makes a list or a layer status declare as many entries as its count field can hold, and removes all entries.
-    /// Other messages are unchanged.
-    static QByteArray withLyingCount(const QByteArray& message);
-    /// Turns a list of media into an empty list of effects and the reverse. Other messages are unchanged.
-    static QByteArray ofWrongKind(const QByteArray& message);
-    /// Gives the fixture of a Ptch a name of 1 MiB. Other messages are unchanged.
-    static QByteArray withLongName(QByteArray message);
+    /// Changes a message as the enabled faults say.
+    /// @param injected receives the names of these faults
+    QByteArray changed(QByteArray message, QStringList& injected);
+    /// A number that counts up with each call.
+    quint32 next() { return ++m_next; }
+
+    /// As many random bytes.
+    QByteArray randomBytes(int count);
     /// Truncates the body at a random position after the header of the layer and adjusts the size field.
     QByteArray truncated(QByteArray message);
     /// Makes a thumbnail declare more picture bytes than follow. Other messages are unchanged.
@@ -97,9 +181,10 @@ public:
     QByteArray stormDatagram(const QByteArray& announcement);
 
 private:
-    QByteArray randomBytes(int count);
+    bool isChanged(const FaultDescription& fault, const QByteArray& message) const;
 
     FaultPlan m_plan;
     std::mt19937 m_generator;
+    quint32 m_next = 0;
 };
 } // namespace MediaServer

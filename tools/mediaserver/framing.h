@@ -22,6 +22,9 @@ public:
     /// @return false if more bytes are needed or the stream is invalid
     bool next(QByteArray& message);
 
+    /// Forgets what is buffered.
+    void clear() { m_buffer.clear(); }
+
     /// Why the stream is invalid; empty if it is valid.
     const QString& problem() const { return m_problem; }
     /// Buffered bytes of an incomplete message.

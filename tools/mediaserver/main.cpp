@@ -149,7 +149,7 @@ int run(const Options& options, int signalDescriptor)
         behaviour.faults.seed += static_cast<quint32>(i);
         // One announces for all of them: they would forge the same servers, and have no time left.
         if (i > 0)
-            behaviour.faults.faults &= ~static_cast<quint32>(Fault::Forge);
+            behaviour.faults.set(Fault::Forge, false);
         servers.push_back(
             std::make_unique<Server>(ServerContent{identityOf(options, i, catalogue.types()), patch, catalogue},
                                      endpoints[static_cast<std::size_t>(i)], adapter, behaviour, log));

@@ -105,6 +105,13 @@ public:
             "affect the answers to requests, including the request for the patch, but not the SInf. " +
                 faultHelp(),
             "NAME,...");
+        add({"fault-on"},
+            "Content codes, separated by commas, of the only messages that faults change, such as EThn; with SInf, "
+            "PLoc, "
+            "LSta and ELUp also those. The fault 'silence' goes by the code of the request. Other faults that do not "
+            "change "
+            "messages are not affected.",
+            "CODE,...");
         add({"fault-rate"}, "Probability of a fault at each occasion in percent, 1 to 100. Default: 100.", "PERCENT");
         add({"fault-delay"}, "Delay of the fault 'delay' in milliseconds, 1 to 600000. Default: 500.", "MS");
         add({"forged"},
@@ -252,8 +259,10 @@ private:
         const QStringList names = m_parser.values("fault").join(',').split(',');
         for (const QString& name : names) {
             if (m_parser.isSet("fault"))
-                plan.faults |= static_cast<quint32>(faultNamed(name));
+                plan.set(faultNamed(name));
         }
+        if (m_parser.isSet("fault-on"))
+            plan.codes = text("fault-on", {}).split(',');
         plan.rate = number("fault-rate", 1, 100, plan.rate);
         plan.delayMs = number("fault-delay", 1, 600000, plan.delayMs);
         plan.forged = number("forged", 1, 60000, plan.forged);
@@ -311,7 +320,7 @@ private:
                             {Fault::Storm, !options.groups.isEmpty(), "announcements, not --group none"},
                             {Fault::Forge, !options.groups.isEmpty(), "announcements, not --group none"}};
         for (const auto& [fault, isPossible, requirement] : requirements) {
-            if ((options.faults.faults & static_cast<quint32>(fault)) != 0 && !isPossible)
+            if (options.faults.has(fault) && !isPossible)
                 throw UsageError{QString("--fault %1 requires %2").arg(nameOf(fault), requirement)};
         }
     }

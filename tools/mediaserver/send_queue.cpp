@@ -4,8 +4,6 @@
 
 #include <QStringList>
 
-#include "wire.h"
-
 namespace MediaServer {
 namespace {
 constexpr int MergeCount = 4;
@@ -23,39 +21,24 @@ SendQueue::SendQueue(QTcpSocket& socket, Faults& faults, QObject* parent)
     connect(&m_mergeTimer, &QTimer::timeout, this, &SendQueue::flushMerged);
 }
 
-void SendQueue::send(const QByteArray& message)
+QString SendQueue::send(const QByteArray& message)
 {
+    QStringList injected;
     flushMerged();
-    write(message, Pace::Whole);
+    write(m_faults.changed(message, injected), Pace::Whole);
+    return injected.join(", ");
 }
 
 QString SendQueue::answer(QByteArray message)
 {
     QStringList injected;
+    message = m_faults.changed(message, injected);
     const auto inject = [&](Fault fault, const char* name) {
         if (!m_faults.shouldInject(fault))
             return false;
         injected << name;
         return true;
     };
-    if (inject(Fault::LyingCount, "lying-count"))
-        message = Faults::withLyingCount(message);
-    if (inject(Fault::WrongKind, "wrong-kind"))
-        message = Faults::ofWrongKind(message);
-    if (inject(Fault::LongName, "long-name"))
-        message = Faults::withLongName(message);
-    if (inject(Fault::Truncate, "truncate"))
-        message = m_faults.truncated(message);
-    if (inject(Fault::Spoil, "spoil"))
-        message = m_faults.withSpoiledPicture(message);
-    if (inject(Fault::Oversize, "oversize"))
-        message = m_faults.oversized(message);
-    if (inject(Fault::Version, "version"))
-        message = m_faults.withUnknownVersion(message);
-    if (inject(Fault::ZeroSize, "zero-size"))
-        setSize(message, 0);
-    if (inject(Fault::EndlessSize, "endless-size"))
-        setSize(message, 0xFFFFFFFF);
     const bool reset = inject(Fault::Reset, "reset");
     const bool isLast = inject(Fault::Stall, "stall") || reset;
     if (isLast)

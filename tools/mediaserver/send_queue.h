@@ -17,8 +17,9 @@ public:
     /// @param socket, faults must outlive this object
     SendQueue(QTcpSocket& socket, Faults& faults, QObject* parent);
 
-    /// Sends a message without faults.
-    void send(const QByteArray& message);
+    /// Sends a message that is not the answer to a request. Faults may change it, but do not affect how it is sent.
+    /// @return as for answer()
+    QString send(const QByteArray& message);
     /// Sends an answer, in which faults may be injected.
     /// @return the names of the injected faults, for the log; empty if none
     QString answer(QByteArray message);

@@ -178,6 +178,17 @@ void Server::accept()
         close(descriptor);
         return;
     }
+    const bool isUnwelcome = (m_faults.isEnabled(Fault::OneConsole) && !connections().isEmpty()) ||
+                             (m_faults.isEnabled(Fault::OneVisit) && m_faults.next() > 1);
+    if (isUnwelcome) {
+        m_log.line(m_content.identity.name, "fault: turns a connection away");
+        close(descriptor);
+        return;
+    }
+    if (m_faults.isEnabled(Fault::Jilts)) {
+        for (Connection* connection : connections())
+            connection->reset();
+    }
     auto* const socket = new QTcpSocket;
     socket->setSocketDescriptor(descriptor);
     new Connection(socket, m_content, m_faults, m_log, this);
@@ -214,7 +225,8 @@ bool Server::sendToGroups(QUdpSocket& sender, const QByteArray& message) const
 
 void Server::announce()
 {
-    const QByteArray message = peerLocation(m_content.identity.name, m_endpoint.port);
+    QStringList injected;
+    const QByteArray message = m_faults.changed(peerLocation(m_content.identity.name, m_endpoint.port), injected);
     const bool sent = openSender(m_sender, m_endpoint.address) && sendToGroups(m_sender, message);
     if (sent != m_isAnnounced)
         m_log.line(m_content.identity.name,
