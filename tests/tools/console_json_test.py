@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-# Compares what each command of citp-console prints with --json with docs/citp-console.schema.json.
+# Compares what each command of citp-console prints with --json with docs/citp-console.schema.json, and the reports of the
+# command "test" with citp-console-test.schema.json beside it.
 # usage: console_json_test.py CONSOLE MEDIASERVER SCHEMA CAPTURE, in a network namespace
 # SPDX-License-Identifier: Apache-2.0
 import json
@@ -19,16 +20,22 @@ SECONDS = 120
 KEY = "127.0.0.2:4811"
 CONSOLE, SERVER, SCHEMA, CAPTURE = sys.argv[1:]
 
-with open(SCHEMA, encoding="utf-8") as file:
-    schema = json.load(file)
-jsonschema.Draft7Validator.check_schema(schema)
-validator = jsonschema.Draft7Validator(schema)
+
+def read_schema(path):
+    with open(path, encoding="utf-8") as file:
+        schema = json.load(file)
+    jsonschema.Draft7Validator.check_schema(schema)
+    return schema, jsonschema.Draft7Validator(schema)
+
+
+schema, validator = read_schema(SCHEMA)
+report_schema, report_validator = read_schema(SCHEMA.replace(".schema", "-test.schema"))
 seen = set()
 codes = set()
 failed = False
 
 
-def check(name, output):
+def check(name, output, validator=validator):
     global failed
     for line in output.splitlines():
         record = json.loads(line)
@@ -39,8 +46,8 @@ def check(name, output):
         codes.add(record.get("code"))
 
 
-def run(*arguments, network=True):
-    words = [CONSOLE, *arguments, "--json"] + (["--adapter", "lo"] if network else [])
+def run(*arguments, network=True, report=None):
+    words = [CONSOLE, *arguments, "--json"] + ([report] if report else []) + (["--adapter", "lo"] if network else [])
     return subprocess.Popen(words, stdout=subprocess.PIPE, text=True)
 
 
@@ -70,6 +77,19 @@ with tempfile.TemporaryDirectory() as folder:
         event = watch.stdout.readline()
         watch.terminate()
         check("watch", event + watch.communicate(timeout=SECONDS)[0])
+        # A server by another key: the reports of a healthy one, and of one that fails.
+        faulty = subprocess.Popen([SERVER, "--adapter", "lo", "--port", "4812", "--fault", "nameless", "--fault-on",
+                                   "SInf,ELIn"], stdout=subprocess.PIPE, text=True)
+        faulty.stdout.readline()
+        reports = [os.path.join(folder, name) for name in ("good.json", "bad.json")]
+        for key, report, old in ((KEY, reports[0], ()), ("127.0.0.2:4812", reports[1], ("--compare", reports[0]))):
+            tester = run("test", key, "--only", "information,501,505,921", "--silence", "1", "--timeout", "2", *old,
+                         report=report)
+            tester.communicate(timeout=SECONDS)
+            with open(report, encoding="utf-8") as file:
+                check("test " + key, file.read(), report_validator)
+        faulty.kill()
+        faulty.communicate()
         recorder.terminate()
         recorder.communicate(timeout=SECONDS)
     finally:
@@ -90,7 +110,7 @@ with tempfile.TemporaryDirectory() as folder:
                   ("decode", damaged, "--summary")):
         check(" ".join(words), run(*words, network=False).communicate(timeout=SECONDS)[0])
 
-for record in schema["properties"]["record"]["enum"]:
+for record in schema["properties"]["record"]["enum"] + report_schema["properties"]["record"]["enum"]:
     if record not in seen:
         failed = True
         print(f"no command has printed a record '{record}'")
@@ -100,6 +120,11 @@ for code in ("PLoc", "PNam", "CInf", "SInf", "GELI", "ELIn", "GEIn", "MEIn", "EE
         failed = True
         print(f"no message '{code}' was decoded")
 # What is not described is refused.
+for record in ({"record": "test"}, {"record": "server", "server": KEY, "time": "now", "program": "x"},
+               {"record": "change", "number": 101, "verdict": "good", "before": "failed", "isBetter": True}):
+    if report_validator.is_valid(record):
+        failed = True
+        print(f"the schema of reports accepts {record}")
 for record in ({}, {"record": "other"}, {"record": "announcement", "server": KEY},
                {"record": "announcement", "server": KEY, "name": "x", "more": 1},
                {"record": "message", "time": "2026-11-21T15:14:17.595Z", "from": KEY, "to": KEY, "server": KEY,

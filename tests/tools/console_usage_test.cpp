@@ -23,10 +23,10 @@ TEST(ConsoleUsage, HelpNamesEveryCommandAndOption)
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors.toStdString(), "");
     for (const char* const word :
-         {"watch",      "servers",   "adapters", "doctor",      "libraries",   "elements",   "layers",    "patch",
-          "thumbnails", "decode",    "capture",  "stats",       "--interval",  "--count",    "--summary", "--write",
-          "--adapter",  "--format",  "--json",   "--log",       "--seconds",   "--size",     "--timeout", "--to",
-          "--type",     "--version", "--group",  "--no-guards", "--server-at", "Exit status"})
+         {"watch",      "servers", "adapters",  "doctor",    "libraries", "elements",    "layers",      "patch",
+          "thumbnails", "decode",  "capture",   "stats",     "test",      "--only",      "--interval",  "--count",
+          "--summary",  "--write", "--adapter", "--format",  "--json",    "--log",       "--seconds",   "--size",
+          "--timeout",  "--to",    "--type",    "--version", "--group",   "--no-guards", "--server-at", "Exit status"})
         EXPECT_TRUE(outcome.output.contains(word)) << word;
 }
 

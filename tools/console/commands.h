@@ -21,4 +21,6 @@ int showStatistics(const Options& options);  ///< "stats"
 int fetchThumbnails(const Options& options); ///< "thumbnails"; requires a QGuiApplication to draw text
 int decode(const Options& options);          ///< "decode"
 int capture(const Options& options);         ///< "capture"
+/// "test"; in "server_tests". Exit status 3 if the tests could not be carried out.
+int testServer(const Options& options);
 } // namespace Console

@@ -126,8 +126,11 @@ void Discovery::read()
         if (size < 0)
             return;
         const Arrival arrival = arrivalOf(message);
-        handleDatagram(buffer.left(static_cast<int>(size)), QHostAddress(ntohl(sender.sin_addr.s_addr)).toString(),
-                       arrival.adapterIndex, arrival.destination);
+        const QByteArray datagram = buffer.left(static_cast<int>(size));
+        const QString address = QHostAddress(ntohl(sender.sin_addr.s_addr)).toString();
+        handleDatagram(datagram, address, arrival.adapterIndex, arrival.destination);
+        if (m_observer)
+            m_observer(datagram, address, arrival.destination);
     }
 }
 

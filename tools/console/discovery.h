@@ -12,6 +12,9 @@
 #include <QMap>
 #include <QStringList>
 
+#include <functional>
+#include <utility>
+
 namespace Console {
 /// Receives announcements on a socket with the same options as the library's. Main thread only.
 class Discovery
@@ -37,6 +40,9 @@ public:
     void joinOthers(const ArtNet::Adapter& adapter);
     /// Reads pending datagrams, up to a limit for each call.
     void read();
+    /// Calls @p observer with each datagram that read() receives, its sender, and its destination (host byte order).
+    using Observer = std::function<void(const QByteArray& datagram, const QString& sender, quint32 destination)>;
+    void setObserver(Observer observer) { m_observer = std::move(observer); }
     /// Leaves the groups. While they are joined, other sockets of this machine receive them too.
     void close() { m_socket.Close(); }
 
@@ -68,5 +74,6 @@ private:
     QMap<QString, Heard> m_heard;
     QStringList m_otherPeers;
     int m_otherDatagrams = 0;
+    Observer m_observer;
 };
 } // namespace Console

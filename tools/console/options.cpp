@@ -21,6 +21,7 @@ struct Command
     QStringList arguments; ///< positional arguments; optional ones are in brackets
     QStringList options;   ///< in addition to --help and --version
     bool needsGui = false;
+    QList<QCommandLineOption> ownOptions = {}; ///< which replace those of the same names of other commands
 };
 
 // The options of a command that connects to servers.
@@ -157,6 +158,25 @@ const std::vector<Command>& commands()
          capture,
          {},
          {"adapter", "count", "seconds", "write"}},
+        {"test",
+         "tests a media server and writes a report for its maker",
+         "Runs a list of tests against one media server, in each MSEX version that it offers, and prints a line for "
+         "each:\n"
+         "passed, warning (odd, but consoles live with it), failed, not run (why), or broken (the test could not be\n"
+         "carried out). Causes no more load than a console unless --load is given, and changes nothing on the server.\n"
+         "--json and --html write reports, which are kept as far as they are if the tests end early, as by Ctrl-C.\n"
+         "Exit status: 0 nothing failed, 1 a test failed, 2 usage error, 3 the tests were not completed.",
+         testServer,
+         {"[SERVER]"},
+         {"adapter", "compare", "html", "json", "list", "load", "log", "only", "operator", "silence", "skip",
+          "timeout"},
+         true,
+         {{"json", "File for the report as JSON lines, described in docs/citp-console-test.schema.json.", "FILE"},
+          {"html", "File for the report as one HTML page without scripts, to be sent to the maker of the server.",
+           "FILE"},
+          {"timeout",
+           "Timeout in seconds, 0.1 to 3600, for each answer; and how long announcements are listened to. Default: 5.",
+           "SECONDS"}}},
     };
     return all;
 }
@@ -182,9 +202,10 @@ QString programDescription()
            "Exit status: 0 success, 1 failure, 2 usage error.";
 }
 
-QList<QCommandLineOption> knownOptions()
+// The options of all commands, in the form that @p command has.
+QList<QCommandLineOption> knownOptions(const Command* command = nullptr)
 {
-    const QList<QCommandLineOption> options{
+    QList<QCommandLineOption> options{
         {{"adapter", "i"},
          "Network adapter, by name or IPv4 address. Default: the adapter in the environment variable ARTNET_ADAPTER; "
          "if "
@@ -230,11 +251,29 @@ QList<QCommandLineOption> knownOptions()
          "Only these messages: a comma-separated list of content codes such as SInf, layers such as MSEX, and the "
          "marks gap, error and note.",
          "CODES"},
+        {"list", "Lists the tests with what they do and what they expect, and exits."},
+        {"only", "Runs only these tests: numbers and areas as listed by --list, separated by commas.", "TESTS"},
+        {"skip", "Leaves these tests out: numbers and areas as listed by --list, separated by commas.", "TESTS"},
+        {"compare", "Prints what is better or worse than in this earlier report, written by --json.", "FILE"},
+        {"load", "Also runs tests that cause more load than a console. Not during a show."},
+        {"operator", "Also runs tests that ask the operator to change something on the server, and wait for it."},
+        {"silence",
+         "Seconds without any message in the tests of silence, and for the operator to act, 1 to 3600. Default: 60.",
+         "SECONDS"},
         {"since", "Only from this local time on: 15:14, 15:14:17.5, or with a date, 2026-11-21T15:14.", "TIME"},
         {"until", "Only up to this local time, as --since.", "TIME"},
     };
+    for (const QCommandLineOption& own : command ? command->ownOptions : QList<QCommandLineOption>()) {
+        for (QCommandLineOption& option : options) {
+            if (option.names().constFirst() == own.names().constFirst())
+                option = own;
+        }
+    }
     return options + Tools::stackCommandLineOptions();
 }
+
+// Of the command "test", which waits for each answer that does not come.
+constexpr int TestTimeoutMs = 5000;
 
 // Exception: the command line is invalid.
 struct UsageError
@@ -288,7 +327,11 @@ class ArgumentReader
 public:
     CommandLine read(const QStringList& arguments)
     {
-        prepare(m_parser, nullptr);
+        // The form of some options depends on the command.
+        QCommandLineParser first;
+        prepare(first, nullptr, nullptr);
+        first.parse(arguments);
+        prepare(m_parser, nullptr, commandNamed(first.positionalArguments().value(0)));
         CommandLine line;
         try {
             if (!m_parser.parse(arguments))
@@ -304,12 +347,21 @@ public:
     }
 
 private:
-    // Adds the options of @p command, or all options if it is null.
-    static void prepare(QCommandLineParser& parser, const Command* command)
+    static const Command* commandNamed(const QString& name)
+    {
+        for (const Command& command : commands()) {
+            if (name == QLatin1String(command.name))
+                return &command;
+        }
+        return nullptr;
+    }
+
+    // Adds the options of @p command, or all options if it is null, in the form that @p form has.
+    static void prepare(QCommandLineParser& parser, const Command* command, const Command* form)
     {
         parser.addOption({{"h", "help"}, "Prints this help and exits."});
         parser.addOption({{"v", "version"}, "Prints the version and exits."});
-        for (const QCommandLineOption& option : knownOptions()) {
+        for (const QCommandLineOption& option : knownOptions(form)) {
             if (!command || command->options.contains(option.names().constFirst()))
                 parser.addOption(option);
         }
@@ -330,11 +382,7 @@ private:
     void readAction(CommandLine& line)
     {
         const QStringList words = m_parser.positionalArguments();
-        const Command* command = nullptr;
-        for (const Command& candidate : commands()) {
-            if (!words.isEmpty() && words.constFirst() == candidate.name)
-                command = &candidate;
-        }
+        const Command* const command = commandNamed(words.value(0));
         if (m_parser.isSet("version")) {
             line.action = CommandLine::Action::Version;
             line.text = "citp-console " CITP_VERSION "\n";
@@ -342,7 +390,7 @@ private:
             throw UsageError{QString("'%1' is not a command").arg(words.constFirst()) + suggestedCommand(words)};
         } else if (m_parser.isSet("help")) {
             QCommandLineParser help;
-            prepare(help, command);
+            prepare(help, command, command);
             line.action = CommandLine::Action::Help;
             line.text = help.helpText();
         } else if (!command) {
@@ -417,6 +465,11 @@ private:
         return value;
     }
 
+    QStringList names(const QString& option) const
+    {
+        return m_parser.isSet(option) ? text(option).split(',') : QStringList();
+    }
+
     static QString library(const QString& text)
     {
         QStringList levels = text.split(',');
@@ -488,14 +541,25 @@ private:
         options.server = words.value(1);
         options.library = words.size() > 2 ? library(words.at(2)) : QString();
         options.type = number("type", 1, 255, options.type);
-        options.timeoutMs = timeoutMs(options.timeoutMs);
+        const bool isTest = words.value(0) == "test";
+        options.timeoutMs = timeoutMs(isTest ? TestTimeoutMs : options.timeoutMs);
         options.intervalMs = number("interval", 1, 3600, options.intervalMs / 1000) * 1000;
         options.to = text("to");
         options.html = text("html");
         options.format = format();
         options.size = size(options.format);
         options.adapter = text("adapter");
-        options.json = m_parser.isSet("json");
+        options.json = m_parser.isSet("json") && !isTest;
+        options.jsonFile = isTest ? text("json") : QString();
+        options.list = m_parser.isSet("list");
+        options.only = names("only");
+        options.skip = names("skip");
+        options.compare = text("compare");
+        options.load = m_parser.isSet("load");
+        options.askOperator = m_parser.isSet("operator");
+        options.silenceMs = number("silence", 1, 3600, options.silenceMs / 1000) * 1000;
+        if (isTest && options.server.isEmpty() && !options.list)
+            throw UsageError{"'test' requires SERVER"};
         options.seconds = number("seconds", 1, 86400, 0);
         options.log = text("log");
         const QString problem = Tools::readStackOptions(m_parser, options.stack);
@@ -508,7 +572,7 @@ private:
         if (options.full && (options.json || options.summary))
             throw UsageError{"--full cannot be combined with --json or --summary"};
         options.filteredServer = text("server");
-        options.messages = m_parser.isSet("message") ? text("message").split(',') : QStringList();
+        options.messages = names("message");
         options.since = moment("since");
         options.until = moment("until");
         options.count = number("count", 1, 1000000000, 0);

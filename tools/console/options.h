@@ -31,7 +31,7 @@ struct Options
     int timeoutMs = 10000; ///< timeout of each single wait
     int intervalMs = 2000; ///< between two tables
     QString to;            ///< folder; empty: no files
-    QString html;          ///< folder for pages; empty: no pages
+    QString html;          ///< folder for pages, or the file of a report; empty: none
     QString format;        ///< as in the requests: "JPEG", "PNG" or "RGB8"
     QSize size;            ///< pixels
 
@@ -44,6 +44,15 @@ struct Options
     Moment until;
     QString write; ///< capture file to write; "-" for standard output
     int count = 0; ///< packets; 0: default of the command
+
+    bool list = false; ///< list the tests instead of running them
+    QStringList only;  ///< numbers of tests and areas; empty: all
+    QStringList skip;
+    QString jsonFile; ///< empty: no report
+    QString compare;  ///< JSON lines of an earlier report; empty: none
+    bool load = false;
+    bool askOperator = false;
+    int silenceMs = 60000; ///< how long the connection is idle in the tests of silence
 };
 
 /// A parsed command line.

@@ -1,0 +1,179 @@
+// The command "test": runs the tests of a media server and writes the reports.
+// SPDX-License-Identifier: Apache-2.0
+#include <citp/citp_msg_msex_thumbnails.h>
+#include <citp_system/os_log.h>
+
+#include "../commands.h"
+#include "../printing.h"
+#include "../terminal.h"
+#include "html_report.h"
+#include "picture_file.h"
+
+namespace Console::ServerTests {
+namespace {
+constexpr int ExitBroken = 3;
+const QSize CoverSize(128, 96);
+
+int listTests()
+{
+    for (const Area& area : areas()) {
+        for (const TestCase& test : area.tests) {
+            printLine(QString("%1  %2: %3").arg(test.number).arg(area.name, test.name));
+            printLine(QString("     does: %1").arg(test.wire));
+            printLine(QString("     expects: %1").arg(test.expected));
+        }
+    }
+    return 0;
+}
+
+bool isNamed(const QStringList& names, const Area& area, const TestCase& test)
+{
+    return names.contains(area.name) || names.contains(QString::number(test.number));
+}
+
+QStringList unknownIn(QStringList names)
+{
+    for (const Area& area : areas()) {
+        names.removeAll(area.name);
+        for (const TestCase& test : area.tests)
+            names.removeAll(QString::number(test.number));
+    }
+    return names;
+}
+
+// The pictures of the top-level media libraries.
+std::vector<LibraryPicture> coversOf(Bench& bench)
+{
+    std::vector<LibraryPicture> pictures;
+    try {
+        const QByteArray request = libraryPicturesRequest(bench.minor(), 1, {}, CoverSize, "JPEG");
+        for (const QByteArray& answer : bench.askAll(request, "ELTh")) {
+            const CITP::Msg_MSEX_ELTH message(answer);
+            const Tools::PictureFile file = Tools::toPictureFile(CITP::pictureOf(message), CoverSize);
+            if (file.problem.isEmpty())
+                pictures.push_back(
+                    {"library " + message.LibraryId, file.content, file.extension == "png" ? "png" : "jpeg"});
+        }
+    } catch (const Finding&) {
+        // The report has none.
+    }
+    return pictures;
+}
+
+// Runs the tests and notes why they ended.
+class Run
+{
+public:
+    explicit Run(const Options& options)
+        : m_options(options),
+          m_old(options.compare.isEmpty() ? Verdicts() : readVerdicts(options.compare)),
+          m_html(options.html),
+          m_bench(options),
+          m_report(m_bench.key(), options.jsonFile)
+    {
+        if (!options.html.isEmpty() && !m_html.open())
+            throw Failure{QString("cannot write %1: %2").arg(escapeControls(options.html), m_html.problem())};
+    }
+
+    int run()
+    {
+        bool isOutputLost = false;
+        std::vector<LibraryPicture> pictures;
+        try {
+            runAll();
+            if (m_bench.isGone())
+                m_end = "the server accepts no connection any more";
+            if (!m_options.html.isEmpty() && m_report.count(Verdict::Broken) == 0)
+                pictures = coversOf(m_bench);
+        } catch (const Interrupted&) {
+            m_end = "interrupted";
+        } catch (const OutputFailure&) {
+            isOutputLost = true;
+        }
+        finish(pictures, isOutputLost);
+        if (isOutputLost)
+            throw OutputFailure{false};
+        if (m_report.count(Verdict::Failed) > 0)
+            return ExitFailure;
+        const bool isComplete = m_end.isEmpty() && m_problem.isEmpty() && m_report.problem().isEmpty();
+        return isComplete && m_report.count(Verdict::Broken) == 0 ? 0 : ExitBroken;
+    }
+
+private:
+    void runAll()
+    {
+        const std::vector<int> versions = m_bench.versions();
+        for (const Area& area : areas()) {
+            for (const TestCase& test : area.tests) {
+                if ((!m_options.only.isEmpty() && !isNamed(m_options.only, area, test)) ||
+                    isNamed(m_options.skip, area, test))
+                    continue;
+                const bool isForEach = (test.conditions & TestCase::EachVersion) != 0;
+                for (const int minor : isForEach ? versions : std::vector<int>{versions.back()})
+                    m_report.add(m_bench.run(area, test, minor));
+            }
+        }
+    }
+
+    void finish(const std::vector<LibraryPicture>& pictures, bool isOutputLost)
+    {
+        try {
+            if (!isOutputLost) {
+                m_report.compare(m_old);
+                m_report.finish(m_end);
+            }
+        } catch (const OutputFailure&) {
+            // The files are still to be written.
+        } catch (const Interrupted&) {
+            m_end = "interrupted";
+        }
+        if (!m_options.html.isEmpty() &&
+            (!m_html.write(htmlReport(m_report, m_bench.key(), m_end, pictures)) || !m_html.commit()))
+            m_problem = QString("cannot write %1: %2").arg(escapeControls(m_options.html), m_html.problem());
+        const QString death = m_bench.isGone() ? QString(
+                                                     "server %1 accepts no connection any more: the tests that were "
+                                                     "left were not run")
+                                                     .arg(m_bench.key())
+                                               : QString();
+        for (const QString& problem : {death, m_problem, m_report.problem()}) {
+            if (!problem.isEmpty())
+                warn(problem);
+        }
+    }
+
+    const Options& m_options;
+    const Verdicts m_old;
+    NewFile m_html;
+    Bench m_bench;
+    Report m_report;
+    QString m_end;     ///< why the tests ended early
+    QString m_problem; ///< of the HTML file
+};
+
+int runTests(const Options& options)
+{
+    if (options.list)
+        return listTests();
+    const QStringList unknown = unknownIn(options.only + options.skip);
+    if (!unknown.isEmpty()) {
+        warn(QString("'%1' is neither a test nor an area; 'citp-console test --list' lists them")
+                 .arg(unknown.constFirst()));
+        return ExitUsageError;
+    }
+    // The tests say what is wrong with messages.
+    if (options.log.isEmpty() && qEnvironmentVariableIsEmpty("OS_LOG_MASKS"))
+        Os::Log::SetMask("CITP.*", Os::Log::Critical);
+    try {
+        return Run(options).run();
+    } catch (const Failure& failure) {
+        warn(failure.text);
+        return ExitBroken;
+    }
+}
+} // namespace
+} // namespace Console::ServerTests
+
+int Console::testServer(const Options& options)
+{
+    return ServerTests::runTests(options);
+}
