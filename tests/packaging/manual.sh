@@ -77,6 +77,7 @@ expect()
     expect citp-console watch --group "" -- both new old
     expect citp-browser --group n -- new
     expect citp-mediaserver --group n -- new none
+    expect citp-mediaserver --unknown e -- empty
     for command in $commands; do
         expect citp-console "$command" - -- $(options citp-console "$command")
     done
@@ -89,6 +90,7 @@ expect citp-console decode "" -- show.pcap
 expect citp-console capture --write s -- show.pcap
 expect citp-console capture -w "" -- show.pcap
 expect citp-mediaserver --patch "" -- show.pcap
+expect citp-mediaserver --replay "" -- show.pcap
 expect citp-console watch "" --
 
 # Servers are offered by their names, or by their keys where a name does not tell them apart. What listens never hangs the

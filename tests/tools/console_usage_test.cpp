@@ -93,6 +93,10 @@ TEST(ConsoleUsage, RefusesWrongUseInOneLine)
     expectRefused({"capture"}, "'capture' requires --write FILE");
     expectRefused({"capture", "--write", ""}, "--write");
     expectRefused({"capture", "-w", "x", "--count", "0"}, "whole number from 1 to");
+    expectRefused({"capture", "-w", "-", "--walk", "--server", "Stage"}, "--walk requires a file");
+    expectRefused({"capture", "-w", "x", "--walk"}, "--walk requires --server SERVER");
+    expectRefused({"capture", "-w", "x", "--server", "Stage"}, "'capture' does not support --server without --walk");
+    expectRefused({"capture", "-w", "x", "--no-pictures"}, "'capture' does not support --no-pictures without --walk");
     expectRefused({"thumbnails", "x"}, "'thumbnails' requires --to DIR");
     expectRefused({"thumbnails", "x", "--to", ""}, "--to");
     expectRefused({"thumbnails", "x", "--to", "y", "--format", "bmp"}, "jpeg, png or rgb8");

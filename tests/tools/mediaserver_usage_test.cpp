@@ -37,11 +37,11 @@ TEST(MediaserverUsage, HelpExplainsEveryOption)
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.errors.toStdString(), "");
     for (const char* const option :
-         {"help",        "version", "count",       "name",         "adapter",    "address",
-          "port",        "group",   "interval",    "msex",         "product",    "product-version",
-          "layers",      "uuid",    "die-after",   "revive-after", "die-server", "media",
-          "effects",     "generic", "layer-rate",  "patch",        "fault",      "fault-rate",
-          "fault-delay", "forged",  "forged-from", "seed",         "seconds",    "quiet"}) {
+         {"help",      "version",      "count",      "name",        "adapter",         "address",     "port",
+          "group",     "interval",     "msex",       "product",     "product-version", "layers",      "uuid",
+          "die-after", "revive-after", "die-server", "media",       "effects",         "generic",     "layer-rate",
+          "patch",     "fault",        "fault-rate", "fault-delay", "forged",          "forged-from", "seed",
+          "seconds",   "quiet",        "replay",     "server",      "unknown",         "speed"}) {
         const QRegularExpression explained(QString("^  (-\\w, )?--%1( <[^>]+>)?  +\\w").arg(option),
                                            QRegularExpression::MultilineOption);
         EXPECT_TRUE(outcome.output.contains(explained)) << option;

@@ -97,14 +97,17 @@ _citp_tools()
             if [[ $command == test ]]; then _filedir; else _filedir -d; fi
             return ;;
         to | media) _filedir -d; return ;;
-        compare | json | patch | output | write) _filedir; return ;;
+        compare | json | patch | output | replay | write) _filedir; return ;;
         only | skip)
             COMPREPLY=($(compgen -W "$("$program" test --list 2>/dev/null | sed -n 's/^[0-9]*  \([a-z]*\):.*/\1/p' |
                 sort -u)" -- "$cur"))
             return ;;
         format) COMPREPLY=($(compgen -W 'jpeg png rgb8' -- "$cur")); return ;;
         msex) COMPREPLY=($(compgen -W '1.0 1.1 1.2' -- "$cur")); return ;;
-        group) COMPREPLY=($(compgen -W "$(_citp_values group <<<"$help")" -- "$cur")); return ;;
+        group | unknown)
+            COMPREPLY=($(compgen -W "$(_citp_values "${option#--}" <<<"$help")" -- "$cur"))
+            return
+            ;;
         fault) COMPREPLY=($(compgen -W "$(_citp_choices fault <<<"$help")" -- "$cur")); return ;;
         *) return ;; # a value without completion
     esac

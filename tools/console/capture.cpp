@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QSocketNotifier>
+#include <QTimer>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -17,6 +18,7 @@
 #include "new_file.h"
 #include "printing.h"
 #include "session.h"
+#include "walk.h"
 
 namespace Console {
 namespace {
@@ -78,10 +80,13 @@ Capture openAdapter(const QString& adapter)
 class Recorder
 {
 public:
-    Recorder(const QString& adapter, const QString& file, qint64 maxPackets)
+    /// @param options of the recording; those of a walk restrict it to one server
+    Recorder(const QString& adapter, const QString& file, qint64 maxPackets, const Options& options)
         : m_name(isStandardOutput(file) ? QString("standard output") : escapeControls(file)),
           m_isPiped(isStandardOutput(file)),
           m_maxPackets(maxPackets),
+          m_server(options.walk ? options.filteredServer : QString()),
+          m_named(options.walk ? options.stack.servers : QStringList()),
           m_capture(openAdapter(adapter)),
           m_newFile(file)
     {
@@ -112,6 +117,15 @@ public:
         else if (pcap_dump_flush(m_file.get()) != 0)
             failToWrite("is the disk full?");
         return m_problem.isEmpty() && m_written < m_maxPackets;
+    }
+
+    /// Writes all that has been captured.
+    void drain()
+    {
+        for (qint64 before = -1; before != m_captured;) {
+            before = m_captured;
+            writeCaptured();
+        }
     }
 
     /// Gives the file its name, and prints how many packets were written and dropped.
@@ -149,6 +163,17 @@ private:
         m_canWrite = false;
     }
 
+    bool isWanted(const Tools::Packet& packet) const
+    {
+        if (m_server.isEmpty())
+            return true;
+        const Tools::Endpoint announced{packet.from.address, Tools::Announcement::read(packet.data).port};
+        const QString key =
+            toText(packet.isUdp ? announced : m_classifier.serverOf(Tools::Classifier::connectionOf(packet)));
+        return key == m_server || m_named.contains(key) ||
+               m_classifier.nameOf(key).contains(m_server, Qt::CaseInsensitive);
+    }
+
     static void handlePacket(u_char* recorder, const pcap_pkthdr* header, const u_char* data)
     {
         reinterpret_cast<Recorder*>(recorder)->write(header, data);
@@ -158,8 +183,9 @@ private:
     {
         const QByteArray frame =
             QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));
-        if (m_written >= m_maxPackets ||
-            !m_classifier.learn(Tools::readPacket(pcap_datalink(m_capture.get()), frame, 0)))
+        const Tools::Packet packet = Tools::readPacket(pcap_datalink(m_capture.get()), frame, 0);
+        ++m_captured;
+        if (m_written >= m_maxPackets || !m_classifier.learn(packet) || !isWanted(packet))
             return;
         pcap_dump(reinterpret_cast<u_char*>(m_file.get()), header, data);
         ++m_written;
@@ -168,6 +194,8 @@ private:
     const QString m_name;
     const bool m_isPiped; ///< to standard output
     const qint64 m_maxPackets;
+    const QString m_server;    ///< the only one to record; empty: all
+    const QStringList m_named; ///< servers that may be it, because they were named by hand
     Capture m_capture;
     NewFile m_newFile;
     Dump m_file;
@@ -175,7 +203,33 @@ private:
     Tools::Classifier m_classifier;
     QString m_problem;
     qint64 m_written = 0;
+    qint64 m_captured = 0; ///< also what was not written
 };
+
+// What was recorded until a failure is kept.
+int recordWalk(Recorder& recorder, QSocketNotifier& arrival, const Options& options)
+{
+    constexpr int WriteMs = 50;
+    QTimer timer;
+    QObject::connect(&timer, &QTimer::timeout, &timer, [&recorder] { recorder.writeCaptured(); });
+    QObject::connect(&arrival, &QSocketNotifier::activated, &timer, [&recorder] { recorder.writeCaptured(); });
+    timer.start(WriteMs);
+    if (options.seconds > 0)
+        interruptAfter(options.seconds);
+    QString failure;
+    try {
+        walk(options, [&recorder](const QString& line) { recorder.say(line); });
+    } catch (const Failure& caught) {
+        failure = caught.text;
+    } catch (const Interrupted&) {
+        failure = "interrupted before everything was asked for";
+    }
+    recorder.drain();
+    recorder.report();
+    if (!failure.isEmpty())
+        throw Failure{failure};
+    return 0;
+}
 } // namespace
 
 int capture(const Options& options)
@@ -189,12 +243,14 @@ int capture(const Options& options)
         throw Failure{"no adapter to capture on; 'citp-console adapters' lists them, --adapter chooses one"};
     const int seconds = options.seconds > 0 ? options.seconds : DefaultSeconds;
     Recorder recorder(QString::fromStdString(used.GetName()), options.write,
-                      options.count > 0 ? options.count : DefaultCount);
+                      options.count > 0 ? options.count : DefaultCount, options);
 
     // Wakes the event loop. On some adapters the descriptor does not become readable for every packet; those packets
     // are written when the loop wakes up by itself.
     QSocketNotifier arrival(recorder.descriptor(), QSocketNotifier::Read);
 
+    if (options.walk)
+        return recordWalk(recorder, arrival, options);
     recorder.say(QString("capturing on %1 for %2 s; Ctrl-C stops it earlier").arg(nameAndAddress(used)).arg(seconds));
     interruptAfter(seconds);
     try {

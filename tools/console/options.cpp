@@ -154,10 +154,14 @@ const std::vector<Command>& commands()
          "when\n"
          "the capture ends, the last packets are lost, and the exit status is 1. A file has its name only when it is\n"
          "complete: a run that is killed leaves NAME.CHARACTERS.part behind, which can be deleted.\n"
-         "Requires the permission to capture: run it as root, or run 'sudo setcap cap_net_raw+ep' on the program.",
+         "Requires the permission to capture: run it as root, or run 'sudo setcap cap_net_raw+ep' on the program.\n\n"
+         "With --walk, it connects to the server of --server, asks it for its libraries, elements and pictures, one\n"
+         "picture at a time, waits for layer status, and stops then. The file contains only the traffic of this\n"
+         "server, and 'citp-mediaserver --replay' plays the server from it.",
          capture,
          {},
-         {"adapter", "count", "seconds", "write"}},
+         connecting(
+             {"adapter", "count", "format", "no-pictures", "seconds", "server", "size", "timeout", "walk", "write"})},
         {"test",
          "tests a media server and writes a report for its maker",
          "Runs a list of tests against one media server, in each MSEX version that it offers, and prints a line for "
@@ -245,6 +249,8 @@ QList<QCommandLineOption> knownOptions(const Command* command = nullptr)
         {"count", "Stops after this many packets, 1 to 1000000000. Default: 1000000.", "N"},
         {"summary", "Prints tables with the count and sizes of the messages of each server instead of the messages."},
         {{"write", "w"}, "File to write. An existing file is overwritten. - writes to standard output.", "FILE"},
+        {"walk", "Asks the server of --server for everything, and records that."},
+        {"no-pictures", "Does not ask for pictures with --walk."},
         {"full", "Prints the whole messages, with source and destination."},
         {"server", "Only what concerns this server: its key, its address or a part of its name.", "SERVER"},
         {"message",
@@ -437,6 +443,18 @@ private:
         }
         if (command.options.contains("to") && !m_parser.isSet("to") && !m_parser.isSet("html"))
             throw UsageError{QString("'%1' requires --to DIR or --html DIR").arg(QString(command.name))};
+        if (command.options.contains("walk")) {
+            if (m_parser.isSet("walk") && !m_parser.isSet("server"))
+                throw UsageError{"--walk requires --server SERVER"};
+            // A reader that has gone could not end the walk.
+            if (m_parser.isSet("walk") && m_parser.value("write") == QLatin1String("-"))
+                throw UsageError{"--walk requires a file to write, not standard output"};
+            // Those that connect have no meaning for a recording alone.
+            for (const QString& option : connecting({"format", "no-pictures", "server", "size", "timeout"})) {
+                if (m_parser.isSet(option) && !m_parser.isSet("walk"))
+                    throw UsageError{QString("'capture' does not support --%1 without --walk").arg(option)};
+            }
+        }
         if (command.options.contains("write") && !m_parser.isSet("write"))
             throw UsageError{QString("'%1' requires --write FILE").arg(QString(command.name))};
     }
@@ -575,6 +593,8 @@ private:
         options.messages = names("message");
         options.since = moment("since");
         options.until = moment("until");
+        options.walk = m_parser.isSet("walk");
+        options.noPictures = m_parser.isSet("no-pictures");
         options.count = number("count", 1, 1000000000, 0);
         return options;
     }

@@ -42,8 +42,10 @@ struct Options
     QStringList messages;   ///< codes, layers and marks; empty: all
     Moment since;
     Moment until;
-    QString write; ///< capture file to write; "-" for standard output
-    int count = 0; ///< packets; 0: default of the command
+    QString write;           ///< capture file to write; "-" for standard output
+    int count = 0;           ///< packets; 0: default of the command
+    bool walk = false;       ///< ask a server for everything while its traffic is recorded
+    bool noPictures = false; ///< but not for pictures
 
     bool list = false; ///< list the tests instead of running them
     QStringList only;  ///< numbers of tests and areas; empty: all

@@ -12,7 +12,7 @@ namespace {
 // The id of the requested library. MSEX 1.0 uses the number of a top-level library.
 quint32 requestedId(const Request& request, quint32 wireId)
 {
-    return request.versionMinor == 0 ? childId(0, static_cast<quint8>(wireId)) : wireId;
+    return idFromWire(request.versionMinor, wireId);
 }
 
 template <typename Number>

@@ -59,6 +59,10 @@ Connection::Connection(QTcpSocket* socket, const ServerContent& content, Faults&
     }
     if (m_faults.shouldInject(Fault::Early))
         m_sendQueue.send(layerStatus(content.identity.msexMinor, {}));
+    if (content.replay) {
+        for (const QByteArray& message : content.replay->greeting())
+            m_sendQueue.send(message);
+    }
     scheduleStep();
 }
 
@@ -120,7 +124,7 @@ void Connection::step()
     } else if (m_isReading && m_cutter.next(message)) {
         if (m_faults.isEnabled(Fault::FirstOnly))
             m_cutter.clear();
-        handle(parseRequest(message));
+        handle(parseRequest(message), message);
         if (!m_answers.empty() && m_faults.shouldInject(Fault::Delay)) {
             report("fault: delay");
             wait = m_faults.delayMs();
@@ -142,7 +146,7 @@ void Connection::step()
     m_stepTimer.start(wait);
 }
 
-void Connection::handle(const Request& request)
+void Connection::handle(const Request& request, const QByteArray& message)
 {
     const bool isUnwelcome =
         (request.kind == RequestKind::Unknown && m_faults.isEnabled(Fault::Strict)) ||
@@ -151,6 +155,10 @@ void Connection::handle(const Request& request)
     if (isUnwelcome) {
         report("fault: " + request.code + " is unwelcome");
         reset();
+        return;
+    }
+    if (m_content.replay && request.kind != RequestKind::PeerName) {
+        handleReplayed(request, message);
         return;
     }
     switch (request.kind) {
@@ -171,6 +179,20 @@ void Connection::handle(const Request& request)
             handleQuery(request);
             break;
     }
+}
+
+void Connection::handleReplayed(const Request& request, const QByteArray& message)
+{
+    const Answers answers = m_content.replay->answersTo(request, message, m_turns);
+    report(answers.note);
+    if (request.kind != RequestKind::ClientInfo) {
+        setAnswers(request, answers);
+        return;
+    }
+    for (const Answer& answer : answers.messages)
+        m_sendQueue.send(answer());
+    m_isGreeted = true;
+    Q_EMIT greeted();
 }
 
 void Connection::handleClientInfo(const Request& request)
@@ -210,6 +232,7 @@ void Connection::sendInformation(const QByteArray& information)
     m_sendQueue.send(information);
     report(QString("SInf sent in MSEX 1.%1").arg(m_content.identity.msexMinor));
     m_isGreeted = true;
+    Q_EMIT greeted();
     if (m_faults.shouldInject(Fault::Unread)) {
         report("fault: unread");
         m_isReading = false;
@@ -276,6 +299,11 @@ void Connection::handleQuery(Request request)
         report("fault: not answered");
         return;
     }
+    setAnswers(request, answers);
+}
+
+void Connection::setAnswers(const Request& request, const Answers& answers)
+{
     if (!answers.messages.empty() && m_faults.concerns(request.code.mid(5)) && m_faults.shouldInject(Fault::Silence)) {
         report("fault: silence");
         return;

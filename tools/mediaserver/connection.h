@@ -13,6 +13,7 @@
 #include "faults.h"
 #include "framing.h"
 #include "messages.h"
+#include "replay.h"
 #include "requests.h"
 #include "send_queue.h"
 
@@ -23,6 +24,7 @@ struct ServerContent
     Identity identity;
     std::vector<Fixture> patch;
     const Catalogue& catalogue;
+    Replay* replay = nullptr; ///< plays a recorded server instead
 };
 
 /// Reads the next request when the previous one is answered and the backlog of unsent bytes is below a limit. Performs
@@ -44,21 +46,30 @@ public:
     /// backlog is as large as keeps the console busy.
     void flood(const std::function<QByteArray()>& next);
 
+    /// Whether the console has sent its CInf.
+    bool isGreeted() const { return m_isGreeted; }
+
     /// See setCable(). Nothing is sent while the cable is not connected.
     void setCableConnected(bool isConnected);
 
     /// Resets the connection, like a server that has lost power, and deletes this object.
     void reset();
 
+Q_SIGNALS:
+    /// isGreeted() has become true.
+    void greeted();
+
 private:
     void scheduleStep();
     void step();
-    void handle(const Request& request);
+    void handle(const Request& request, const QByteArray& message);
+    void handleReplayed(const Request& request, const QByteArray& message);
     void handleClientInfo(const Request& request);
     void sendInformation(const QByteArray& information);
     void handleQuery(Request request);
     Answers answersWithFaults(Request& request);
     bool isIgnored(const Request& request);
+    void setAnswers(const Request& request, const Answers& answers);
     void answerNext();
     void report(const QString& text) const;
 
@@ -70,6 +81,7 @@ private:
     MessageCutter m_cutter;
     SendQueue m_sendQueue;
     std::deque<Answer> m_answers; ///< remaining answers to the current request
+    Replay::Turns m_turns;
     QTimer m_stepTimer;
     QTimer m_idleTimer;        ///< for the fault "idle-close"
     bool m_hasName = false;    ///< a PNam was received

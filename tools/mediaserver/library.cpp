@@ -56,6 +56,11 @@ quint32 parentId(quint32 id)
     return parent == 0 ? 0 : ((id & ~0xFFU) & ~(0xFFU << (8 * level))) | parent;
 }
 
+quint32 idFromWire(quint8 msexMinor, quint32 onWire)
+{
+    return msexMinor == 0 ? childId(0, static_cast<quint8>(onWire)) : onWire;
+}
+
 quint8 numberOf(quint32 id)
 {
     const quint32 level = id & 0xFF;

@@ -56,6 +56,8 @@ quint32 childId(quint32 parent, quint8 number);
 quint32 parentId(quint32 id);
 /// The library's number among its siblings.
 quint8 numberOf(quint32 id);
+/// The id of the library that a message of MSEX version 1.@p msexMinor names by @p onWire.
+quint32 idFromWire(quint8 msexMinor, quint32 onWire);
 /// Four decimals with commas, lowest byte first.
 QString idText(quint32 id);
 

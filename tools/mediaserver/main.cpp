@@ -19,7 +19,10 @@
 #include "event_log.h"
 #include "options.h"
 #include "patch.h"
+#include "recording.h"
+#include "replay.h"
 #include "server.h"
+#include "spool.h"
 
 using namespace MediaServer;
 
@@ -46,6 +49,13 @@ int openSignalDescriptor()
     sigaddset(&signals, SIGTERM);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+// Whether a signal waits to be handled.
+bool isSignalled(int signalDescriptor)
+{
+    pollfd signal{signalDescriptor, POLLIN, 0};
+    return poll(&signal, 1, 0) == 1;
 }
 
 // Raises the soft limit of descriptors to the hard one. The soft limit exists for programs that use select().
@@ -115,9 +125,65 @@ void scheduleStop(Server& server, const Options& options)
     });
 }
 
-int run(const Options& options, int signalDescriptor)
+// Redraws its line on a terminal.
+void showReading(const QString& file, int percent)
+{
+    static const bool isTerminal = isatty(STDERR_FILENO) != 0;
+    static int shown = -1;
+    if (isTerminal && percent != shown)
+        std::fprintf(stderr, "\rreading %s: %d %%\x1b[K", escapeControls(file).toUtf8().constData(), percent);
+    shown = percent;
+}
+
+void clearReading()
+{
+    if (isatty(STDERR_FILENO) != 0)
+        std::fputs("\r\x1b[K", stderr);
+}
+
+// Reads the recording, and sets the options that it decides.
+// @param problem set to an error message of one line; empty after a signal
+// @return null on failure and after a signal
+std::unique_ptr<Replay> prepareReplay(Options& options, Spool& spool, int signalDescriptor, const EventLog& log,
+                                      QString& problem)
+{
+    const auto isInterrupted = [signalDescriptor] { return isSignalled(signalDescriptor); };
+    if (!spool.open()) {
+        problem = spool.problem();
+        return {};
+    }
+    QString notice;
+    std::unique_ptr<Recording> recording = readRecording(
+        {options.replay.file, options.replay.server}, spool, isInterrupted,
+        [&](int percent) { showReading(options.replay.file, percent); }, notice, problem);
+    clearReading();
+    if (!recording)
+        return {};
+    options.port = options.port > 0 ? options.port : recording->port;
+    if (!options.hasGroups && !recording->groups.isEmpty())
+        options.groups = recording->groups;
+    options.msexMinor = recording->msexMinor;
+    auto replay = std::make_unique<Replay>(std::move(recording), spool, options.replay.unknown, options.replay.speed);
+    options.name = replay->name();
+    if (!notice.isEmpty())
+        log.line(options.name, notice);
+    const QStringList lines = replay->report();
+    for (const QString& line : lines)
+        log.line(options.name, line);
+    return replay;
+}
+
+int run(Options options, int signalDescriptor)
 {
     QString problem;
+    const EventLog log(options.quiet);
+    Spool spool;
+    std::unique_ptr<Replay> replay;
+    if (!options.replay.file.isEmpty()) {
+        replay = prepareReplay(options, spool, signalDescriptor, log, problem);
+        if (!replay)
+            return problem.isEmpty() ? 0 : fail(problem, ExitFailure);
+    }
     if (!hasDescriptors(options.count, problem))
         return fail(problem, ExitFailure);
     const QNetworkInterface adapter = findAdapter(options.adapter, !options.groups.isEmpty(), problem);
@@ -136,12 +202,8 @@ int run(const Options& options, int signalDescriptor)
     if (!problem.isEmpty())
         return fail(problem, ExitFailure);
 
-    const EventLog log(options.quiet);
     // The scan of a large folder takes longer than somebody waits who wants to end it.
-    const auto isStopped = [signalDescriptor] {
-        pollfd signal{signalDescriptor, POLLIN, 0};
-        return poll(&signal, 1, 0) == 1;
-    };
+    const auto isStopped = [signalDescriptor] { return isSignalled(signalDescriptor); };
     const Catalogue catalogue(options.media, options.effects, options.generic, log, isStopped);
     std::vector<std::unique_ptr<Server>> servers;
     for (int i = 0; i < options.count; ++i) {
@@ -150,9 +212,9 @@ int run(const Options& options, int signalDescriptor)
         // One announces for all of them: they would forge the same servers, and have no time left.
         if (i > 0)
             behaviour.faults.set(Fault::Forge, false);
-        servers.push_back(
-            std::make_unique<Server>(ServerContent{identityOf(options, i, catalogue.types()), patch, catalogue},
-                                     endpoints[static_cast<std::size_t>(i)], adapter, behaviour, log));
+        servers.push_back(std::make_unique<Server>(
+            ServerContent{identityOf(options, i, catalogue.types()), patch, catalogue, replay.get()},
+            endpoints[static_cast<std::size_t>(i)], adapter, behaviour, log));
         if (!servers.back()->start(problem))
             return fail(problem, ExitFailure);
     }
@@ -164,6 +226,11 @@ int run(const Options& options, int signalDescriptor)
     QSocketNotifier signalNotifier(signalDescriptor, QSocketNotifier::Read);
     QObject::connect(&signalNotifier, &QSocketNotifier::activated, qApp, [] { QCoreApplication::exit(0); });
     const int status = QCoreApplication::exec();
+    if (replay) {
+        const QStringList unknown = replay->unknownQuestions();
+        for (const QString& line : unknown)
+            log.line(options.name, line);
+    }
     log.line({}, "ends");
     return status;
 }

@@ -11,7 +11,7 @@ namespace {
 const char* const Description =
     "Simulates one or more CITP media servers. Announces each server to a multicast group, port 4809,\n"
     "accepts TCP connections of consoles, answers their requests, and logs events on standard output, one line for\n"
-    "each. Runs until SIGINT or SIGTERM.\n\n"
+    "each. Or plays a media server that was recorded (--replay). Runs until SIGINT or SIGTERM.\n\n"
     "Exit status: 0 success, 1 failure (for example, the address is in use), 2 usage error.";
 
 // Exception: the command line is invalid.
@@ -99,6 +99,23 @@ public:
             "{\"id\": 1, \"universe\": 0, \"channel\": 1, \"channels\": 20, \"make\": \"Acme\", "
             "\"name\": \"Spot\"}. Default: no fixtures.",
             "FILE");
+        add({"replay"},
+            "Plays a media server from a capture file (pcap or pcapng), as 'citp-console capture' and network tools "
+            "write it: its announcements, its SInf, its answers to what is asked, its layer states with their timing "
+            "and its patch. What was never asked in the recording is listed at the end. Port, groups and times of the "
+            "announcements are as recorded, unless --port, --group or --interval are given.",
+            "FILE");
+        add({"server"},
+            "The server to replay: its key (address and port), its address or a part of its name. Required if the file "
+            "contains several.",
+            "SERVER");
+        add({"unknown"},
+            "How the replay answers what was never asked in the recording. silence: not at all; empty: with an empty "
+            "list, and pictures not at all. Default: silence.",
+            "silence|empty");
+        add({"speed"},
+            "How fast announcements and layer states are replayed, 0.01 to 100 times as recorded. Default: 1.",
+            "FACTOR");
         add({"fault"},
             "Injects faults: a comma-separated list of names. The option can be repeated. Unless noted otherwise, "
             "faults "
@@ -319,10 +336,55 @@ private:
                             {Fault::LongName, !options.patch.isEmpty(), "--patch"},
                             {Fault::Storm, !options.groups.isEmpty(), "announcements, not --group none"},
                             {Fault::Forge, !options.groups.isEmpty(), "announcements, not --group none"}};
+        for (const Fault flood : {Fault::LayerFlood, Fault::ListFlood, Fault::UpdateFlood}) {
+            if (options.faults.has(flood) && !options.replay.file.isEmpty())
+                throw UsageError{QString("--fault %1 cannot be combined with --replay").arg(nameOf(flood))};
+        }
         for (const auto& [fault, isPossible, requirement] : requirements) {
             if (options.faults.has(fault) && !isPossible)
                 throw UsageError{QString("--fault %1 requires %2").arg(nameOf(fault), requirement)};
         }
+    }
+
+    // What comes from the recording.
+    void checkReplay() const
+    {
+        const bool isReplay = m_parser.isSet("replay");
+        for (const char* const option : {"server", "unknown", "speed"}) {
+            if (m_parser.isSet(option) && !isReplay)
+                throw UsageError{QString("--%1 requires --replay").arg(option)};
+        }
+        for (const char* const option : {"count", "name", "msex", "product", "product-version", "layers", "uuid",
+                                         "media", "effects", "generic", "layer-rate", "patch"}) {
+            if (m_parser.isSet(option) && isReplay)
+                throw UsageError{QString("--%1 cannot be combined with --replay").arg(option)};
+        }
+    }
+
+    void readReplay(Options& options) const
+    {
+        checkReplay();
+        ReplayOptions& replay = options.replay;
+        replay.file = text("replay", {});
+        replay.server = text("server", {});
+        const QString unknown = text("unknown", "silence");
+        if (unknown != "silence" && unknown != "empty")
+            throwInvalid("unknown", "not one of silence, empty");
+        replay.unknown = unknown == "empty" ? Replay::Unknown::Empty : Replay::Unknown::Silence;
+        bool isValid = true;
+        if (m_parser.isSet("speed"))
+            replay.speed = m_parser.value("speed").toDouble(&isValid);
+        if (!isValid || !(replay.speed >= 0.01 && replay.speed <= 100))
+            throwInvalid("speed", "not a number from 0.01 to 100");
+        if (replay.file.isEmpty())
+            return;
+        if (replay.file == "-")
+            throwInvalid("replay", "read twice; give a file");
+        if (!m_parser.isSet("port"))
+            options.port = 0;
+        if (!m_parser.isSet("interval"))
+            options.intervalMs = 0;
+        options.hasGroups = m_parser.isSet("group");
     }
 
     Options options() const
@@ -334,6 +396,7 @@ private:
         readIdentity(options);
         readContent(options);
         readFaults(options.faults);
+        readReplay(options);
         readLifetime(options);
         checkFaults(options);
         return options;

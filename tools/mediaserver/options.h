@@ -8,17 +8,28 @@
 #include <QStringList>
 
 #include "faults.h"
+#include "replay.h"
 
 namespace MediaServer {
+/// A recorded server to play instead of a simulated one.
+struct ReplayOptions
+{
+    QString file;   ///< capture file; empty: none
+    QString server; ///< key, address or part of the name; empty: the only one in the file
+    Replay::Unknown unknown = Replay::Unknown::Silence;
+    double speed = 1;
+};
+
 struct Options
 {
     int count = 1;
     QString name;
     QString adapter;
-    QHostAddress address; ///< null: default address of the adapter
-    quint16 port = 4811;  ///< of the first server
-    int intervalMs = 1000;
+    QHostAddress address;       ///< null: default address of the adapter
+    quint16 port = 4811;        ///< of the first server; 0: as recorded
+    int intervalMs = 1000;      ///< 0: as recorded
     QList<QHostAddress> groups; ///< announced to each; empty: not announced
+    bool hasGroups = true;      ///< false: the groups are those recorded
 
     quint8 msexMinor = 2;
     QString product;
@@ -34,6 +45,7 @@ struct Options
     int layerRate = 0; ///< messages per second
     QString patch;     ///< JSON file; empty: no fixtures
     FaultPlan faults;
+    ReplayOptions replay;
 
     int dieAfterMs = -1;    ///< -1: never
     int reviveAfterMs = -1; ///< -1: never

@@ -12,12 +12,6 @@ quint32 readLibrary(FieldReader& in, quint8 minor)
     return minor == 0 ? in.u8() : in.u32();
 }
 
-// Counts have one byte before MSEX 1.2 and two bytes since then.
-int readCount(FieldReader& in, quint8 minor)
-{
-    return minor < 2 ? in.u8() : in.u16();
-}
-
 void readNumbers(FieldReader& in, Request& request)
 {
     const int count = readCount(in, request.versionMinor);

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 #include <QStringList>
+#include <algorithm>
 #include <cerrno>
 
 #include "answers.h"
@@ -23,6 +24,9 @@ const int ForgeTickMs = 10;
 // Leaves time for signals and for the other servers.
 const qint64 MaxForgedInATick = 200;
 const int FloodTickMs = 1;
+const int IdleTickMs = 100;
+// Leaves time for requests when the time of the replay has jumped.
+const int MaxNotificationsInATick = 100;
 const int StormDatagrams = 300;
 // Layer status flag.
 const quint32 Playing = 1;
@@ -45,7 +49,7 @@ QString announcementText(const QNetworkInterface& adapter, const Behaviour& beha
     QString text = "announced on " + adapter.name();
     if (groups != QStringList("224.0.0.180"))
         text += " to " + groups.join(" and ");
-    return text + QString(" every %1 ms").arg(behaviour.intervalMs);
+    return text + (behaviour.intervalMs > 0 ? QString(" every %1 ms").arg(behaviour.intervalMs) : " as recorded");
 }
 
 // The layers play the elements of the media libraries in turn. MSEX 1.0 supports only top-level libraries.
@@ -86,7 +90,8 @@ Server::Server(ServerContent content, const Endpoint& endpoint, const QNetworkIn
 {
     m_announceTimer.setInterval(behaviour.intervalMs);
     connect(&m_announceTimer, &QTimer::timeout, this, &Server::announce);
-    connect(&m_layerTimer, &QTimer::timeout, this, &Server::sendLayerStatus);
+    connect(&m_layerTimer, &QTimer::timeout, this,
+            m_content.replay ? &Server::replayNotifications : &Server::sendLayerStatus);
     m_floodTimer.setInterval(FloodTickMs);
     connect(&m_floodTimer, &QTimer::timeout, this, &Server::flood);
     m_forgeTimer.setTimerType(Qt::PreciseTimer);
@@ -191,7 +196,9 @@ void Server::accept()
     }
     auto* const socket = new QTcpSocket;
     socket->setSocketDescriptor(descriptor);
-    new Connection(socket, m_content, m_faults, m_log, this);
+    auto* const connection = new Connection(socket, m_content, m_faults, m_log, this);
+    if (m_content.replay)
+        connect(connection, &Connection::greeted, this, &Server::replayNotifications);
 }
 
 // The connection stays in the backlog of the listening socket.
@@ -225,8 +232,16 @@ bool Server::sendToGroups(QUdpSocket& sender, const QByteArray& message) const
 
 void Server::announce()
 {
+    QByteArray message;
     QStringList injected;
-    const QByteArray message = m_faults.changed(peerLocation(m_content.identity.name, m_endpoint.port), injected);
+    if (m_content.replay) {
+        int waitMs = 0;
+        message = m_content.replay->nextAnnouncement(m_endpoint.port, waitMs);
+        m_announceTimer.setInterval(m_behaviour.intervalMs > 0 ? m_behaviour.intervalMs : waitMs);
+    } else {
+        message = peerLocation(m_content.identity.name, m_endpoint.port);
+    }
+    message = m_faults.changed(message, injected);
     const bool sent = openSender(m_sender, m_endpoint.address) && sendToGroups(m_sender, message);
     if (sent != m_isAnnounced)
         m_log.line(m_content.identity.name,
@@ -317,6 +332,26 @@ void Server::setCableConnected(bool isConnected)
 void Server::sendLayerStatus()
 {
     notify(nextLayerStatus(m_behaviour.layerRate));
+}
+
+// They start with the first console, and again when none is left.
+void Server::replayNotifications()
+{
+    const QList<Connection*> consoles = connections();
+    if (std::none_of(consoles.begin(), consoles.end(), [](const Connection* each) { return each->isGreeted(); })) {
+        m_layerTimer.stop();
+        m_content.replay->rewind();
+        return;
+    }
+    int waitMs = 0;
+    for (int i = 0; i < MaxNotificationsInATick; ++i) {
+        const QByteArray message = m_content.replay->nextNotification(waitMs);
+        if (message.isEmpty())
+            break;
+        notify(message);
+    }
+    // Also looks whether a console is left.
+    m_layerTimer.start(waitMs < 0 ? IdleTickMs : qMin(waitMs, IdleTickMs));
 }
 
 QByteArray Server::nextLayerStatus(int rate)

@@ -22,7 +22,7 @@ namespace MediaServer {
 /// Timing and faults of a server.
 struct Behaviour
 {
-    int intervalMs = 1000;      ///< between two announcements
+    int intervalMs = 1000;      ///< between two announcements; 0: as recorded
     int layerRate = 0;          ///< layer status messages per second; 0 disables them
     QList<QHostAddress> groups; ///< multicast groups of the announcements; empty: not announced
     FaultPlan faults;
@@ -49,6 +49,7 @@ public:
 private:
     void accept();
     void announce();
+    void replayNotifications();
     bool openSender(QUdpSocket& sender, const QHostAddress& address) const;
     bool sendToGroups(QUdpSocket& sender, const QByteArray& message) const;
     void forge();

@@ -57,6 +57,11 @@ QString FieldReader::text8()
     return value;
 }
 
+int readCount(FieldReader& in, quint8 msexMinor)
+{
+    return msexMinor < 2 ? in.u8() : in.u16();
+}
+
 MessageWriter::MessageWriter(const char* layer, quint16 requestIndex)
 {
     bytes("CITP").u8(1).u8(0).u16(requestIndex).u32(HeaderSize).u16(1).u16(0).bytes(layer);

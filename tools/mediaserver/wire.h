@@ -47,6 +47,9 @@ private:
     bool m_truncated = false;
 };
 
+/// Reads a count, which has one byte before MSEX 1.2 and two bytes since then.
+int readCount(FieldReader& in, quint8 msexMinor);
+
 /// Builds a message. The constructor writes the header, and take() sets the size field.
 class MessageWriter
 {

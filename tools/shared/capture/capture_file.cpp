@@ -91,8 +91,9 @@ QString nameOfFile(const QString& file)
 }
 
 CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& handle,
-                        const std::function<bool()>& isInterrupted)
+                        const std::function<bool()>& isInterrupted, const std::function<void(qint64)>& progress)
 {
+    constexpr qint64 PacketsPerProgress = 4096;
     CaptureFile result;
     const OpenFile capture = open(file, isInterrupted);
     if (!capture) {
@@ -109,7 +110,8 @@ CaptureFile readCapture(const QString& file, const std::function<void(const Pack
             result.isInterrupted = true;
             return result;
         }
-        ++result.packets;
+        if (++result.packets % PacketsPerProgress == 0 && progress)
+            progress(std::ftell(pcap_file(capture.get())));
         const QByteArray frame =
             QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));
         handle(readPacket(linkType, frame, microseconds(header->ts)));

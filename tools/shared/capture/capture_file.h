@@ -30,7 +30,8 @@ QString nameOfFile(const QString& file);
 
 /// Calls @p handle for every packet of @p file, in the file's order. The packet is valid only during the call.
 /// @param isInterrupted whether to stop; asked before each packet, and while standard input has none
+/// @param progress if set, is called now and then with the number of bytes that have been read
 /// @throws CaptureFailure if the file is not a capture file or has an unsupported link type
 CaptureFile readCapture(const QString& file, const std::function<void(const Packet&)>& handle,
-                        const std::function<bool()>& isInterrupted);
+                        const std::function<bool()>& isInterrupted, const std::function<void(qint64)>& progress = {});
 } // namespace Tools

@@ -256,6 +256,7 @@ void Decoder::emitNote(const Connection& connection, const Packet& packet, const
     event.timeUs = packet.timeUs;
     event.text = text;
     event.isConnecting = packet.isSyn;
+    event.isEnding = packet.isFin || packet.isReset;
     m_out(event);
 }
 

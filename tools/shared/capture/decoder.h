@@ -28,6 +28,7 @@ struct Event
     QString text;              ///< a description of what is not a message
     qint64 missing = 0;        ///< size of a gap in bytes; -1 if unknown
     bool isConnecting = false; ///< for a note: a connection was opened
+    bool isEnding = false;     ///< for a note: one side has ended a connection
 };
 
 /// Decodes the packets of a capture, which are passed in the order of the capture. Memory is bounded by a Budget for

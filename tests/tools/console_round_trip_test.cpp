@@ -1,0 +1,184 @@
+// A simulated server, recorded by citp-console capture --walk, and replayed from that: the replay says the same.
+// SPDX-License-Identifier: Apache-2.0
+#include <QDir>
+#include <QFile>
+#include <QMap>
+#include <QSet>
+
+#include "capture/capture_file.h"
+#include "capture/decoder.h"
+#include "capture_writer.h"
+#include "console_fixture.h"
+#include "network.h"
+
+namespace {
+const QString RecordedKey = "127.0.0.2:4811";
+
+QStringList walkTo(const QString& file)
+{
+    return {"capture", "--adapter", "lo", "--server", RecordedKey, "--walk", "--write", file};
+}
+
+void expectWalked(const Outcome& outcome)
+{
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.output.contains(", 0 dropped")) << outcome.output.toStdString();
+}
+
+// What was said in a file, each message once.
+QMap<Tools::Event::Direction, QSet<QByteArray>> saidIn(const QString& file)
+{
+    QMap<Tools::Event::Direction, QSet<QByteArray>> said;
+    const auto never = [] { return false; };
+    Tools::Classifier classifier;
+    Tools::readCapture(
+        file, [&](const Tools::Packet& packet) { classifier.learn(packet); }, never);
+    Tools::Decoder decoder(classifier, [&](const Tools::Event& event) {
+        EXPECT_EQ(event.server.toStdString(), RecordedKey.toStdString());
+        if (event.kind == Tools::StreamItem::Kind::Message)
+            said[event.direction] << event.message;
+        EXPECT_TRUE(event.kind == Tools::StreamItem::Kind::Message || event.kind == Tools::StreamItem::Kind::Note)
+            << event.text.toStdString();
+    });
+    Tools::readCapture(
+        file, [&](const Tools::Packet& packet) { decoder.add(packet); }, never);
+    decoder.finish();
+    return said;
+}
+
+void expectSame(const QSet<QByteArray>& recorded, const QSet<QByteArray>& replayed)
+{
+    EXPECT_FALSE(recorded.isEmpty());
+    const auto text = [](const QByteArray& message) { return message.left(60).toHex(' ').toStdString(); };
+    for (const QByteArray& message : recorded) {
+        if (!replayed.contains(message))
+            ADD_FAILURE() << "not replayed: " << text(message);
+    }
+    for (const QByteArray& message : replayed) {
+        if (!recorded.contains(message))
+            ADD_FAILURE() << "not recorded: " << text(message);
+    }
+}
+
+// The files in a folder with their contents.
+QMap<QString, QByteArray> filesIn(const QString& folder)
+{
+    QMap<QString, QByteArray> files;
+    const QStringList names = QDir(folder).entryList(QDir::Files);
+    for (const QString& name : names) {
+        QFile file(QDir(folder).filePath(name));
+        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+        files.insert(name, file.readAll());
+    }
+    return files;
+}
+
+enum class Pictures { AreCompared, AreRandom };
+
+void expectRoundTrip(const QStringList& serverArguments, Pictures pictures = Pictures::AreCompared)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const auto thumbnailsTo = [&](const QString& name) {
+        return QStringList{"thumbnails", RecordedKey, "--adapter", "lo", "--to", files.path(name)};
+    };
+    {
+        const Server server(QStringList{"--name", "Stage", "--effects", "1", "--layer-rate", "20"} + serverArguments);
+        expectWalked(runConsole(walkTo(files.path("original.pcap"))));
+        // Not recorded: the walk has asked for everything.
+        if (pictures == Pictures::AreCompared) {
+            EXPECT_EQ(runConsole(thumbnailsTo("original")).status, 0);
+        }
+    }
+    {
+        // All recorded layer states come while the replay is recorded, because it is faster.
+        const Server replay({"--replay", files.path("original.pcap"), "--speed", "20"});
+        std::vector<QStringList> runs{walkTo(files.path("copy.pcap"))};
+        if (pictures == Pictures::AreCompared)
+            runs.push_back(thumbnailsTo("copy"));
+        const std::vector<Outcome> outcomes = runConsoles(runs);
+        expectWalked(outcomes.front());
+        EXPECT_EQ(outcomes.back().status, 0) << outcomes.back().errors.toStdString();
+    }
+    const auto original = saidIn(files.path("original.pcap"));
+    const auto copy = saidIn(files.path("copy.pcap"));
+    using Direction = Tools::Event::Direction;
+    for (const Direction direction : {Direction::Discovery, Direction::ToServer, Direction::FromServer})
+        expectSame(original.value(direction), copy.value(direction));
+    if (pictures == Pictures::AreCompared) {
+        EXPECT_GT(filesIn(files.path("original")).size(), 20);
+        EXPECT_TRUE(filesIn(files.path("original")) == filesIn(files.path("copy")));
+    }
+}
+} // namespace
+
+TEST(RoundTrip, IsTheSameInMsex10)
+{
+    expectRoundTrip({"--msex", "1.0"});
+}
+
+TEST(RoundTrip, IsTheSameInMsex11)
+{
+    expectRoundTrip({"--msex", "1.1"});
+}
+
+TEST(RoundTrip, IsTheSameInMsex12)
+{
+    expectRoundTrip({"--generic", "1"});
+}
+
+TEST(RoundTrip, IsTheSameOfAServerThatCollectsItsAnswers)
+{
+    expectRoundTrip({"--msex", "1.1", "--fault", "merge,delay", "--fault-delay", "5", "--fault-rate", "30"});
+}
+
+// Faults after which a console does not ask again: how often it would, depends on the machine.
+TEST(RoundTrip, IsTheSameOfADamagedServerInMsex10)
+{
+    expectRoundTrip({"--msex", "1.0", "--fault", "spoil,version", "--fault-rate", "15"}, Pictures::AreRandom);
+}
+
+TEST(RoundTrip, IsTheSameOfADamagedServerInMsex11)
+{
+    expectRoundTrip({"--msex", "1.1", "--fault", "spoil,version", "--fault-rate", "15"}, Pictures::AreRandom);
+}
+
+TEST(RoundTrip, IsTheSameOfADamagedServerInMsex12)
+{
+    expectRoundTrip({"--fault", "spoil,version", "--fault-rate", "15"}, Pictures::AreRandom);
+}
+
+TEST(Walk, LeavesPicturesOutIfItIsToldTo)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const Server server({"--name", "Stage"});
+    // Not the one that is asked.
+    const Server other({"--name", "Other", "--address", "127.0.0.3", "--port", "4812"});
+    const Outcome outcome = runConsole(walkTo(files.path("show.pcap")) + QStringList{"--no-pictures"});
+    expectWalked(outcome);
+    EXPECT_TRUE(
+        outcome.output.contains("\nserver 127.0.0.2:4811  \"Stage\": 5 libraries, 40 elements, 0 layer states\n"))
+        << outcome.output.toStdString();
+    for (const QByteArray& message : saidIn(files.path("show.pcap")).value(Tools::Event::Direction::ToServer))
+        EXPECT_NE(message.mid(22, 4).toStdString(), "GETh");
+}
+
+TEST(Walk, KeepsWhatItHasWhenTheServerGoes)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const QString file = files.path("show.pcap");
+    auto server = std::make_unique<Server>(QStringList{"--name", "Stage", "--fault", "delay", "--fault-delay", "500"});
+    Console console(walkTo(file));
+    console.waitForLine("asking server ");
+    server.reset();
+    EXPECT_EQ(console.waitForEnd(), 1);
+    EXPECT_TRUE(console.errors().endsWith("citp-console: server 127.0.0.2:4811  \"Stage\" went down\n"))
+        << console.errors().toStdString();
+    EXPECT_TRUE(console.output().contains(" packets written to ")) << console.output().toStdString();
+    EXPECT_FALSE(saidIn(file).value(Tools::Event::Direction::FromServer).isEmpty());
+}

@@ -1,0 +1,16 @@
+// Walk: asks a server for everything that a console can ask for, while its traffic is recorded.
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+
+#include "options.h"
+
+namespace Console {
+/// Finds the server Options::filteredServer and asks it for its libraries and elements of all types and, unless
+/// Options::noPictures is set, for its pictures in the format and the size of the options, one after the other. Then
+/// waits for layer status. The patch is sent to every console. Prints what was found with @p say, and on standard error
+/// what is missing.
+/// @throws Failure if the server is not found or goes down, Interrupted
+void walk(const Options& options, const std::function<void(const QString&)>& say);
+} // namespace Console
