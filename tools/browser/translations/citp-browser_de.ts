@@ -425,7 +425,7 @@
     </message>
     <message>
         <source>C&amp;opy</source>
-        <translation>K&amp;opieren</translation>
+        <translation>K&amp;opie</translation>
     </message>
     <message>
         <source>Copies the lines that are shown, with their headings</source>
@@ -433,7 +433,7 @@
     </message>
     <message>
         <source>&amp;Save…</source>
-        <translation>S&amp;ichern …</translation>
+        <translation>S&amp;ichern</translation>
     </message>
     <message>
         <source>Saves all lines to a file, whole, also those that are not shown</source>

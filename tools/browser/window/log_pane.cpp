@@ -33,8 +33,8 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     m_level->addItem(tr("Warnings and above"), 28);
     m_level->addItem(tr("Failures and above"), 24);
     // Their longest texts would make the window wider than a small screen.
-    m_context->setMinimumWidth(60);
-    m_level->setMinimumWidth(60);
+    m_context->setMinimumWidth(40);
+    m_level->setMinimumWidth(40);
     m_context->setObjectName(QStringLiteral("logContext"));
     m_level->setObjectName(QStringLiteral("logLevel"));
     m_traffic->setObjectName(QStringLiteral("logTraffic"));
@@ -56,6 +56,7 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     saveButton->setObjectName(QStringLiteral("logSave"));
     saveButton->setToolTip(tr("Saves all lines to a file, whole, also those that are not shown"));
     auto* const controls = new QHBoxLayout;
+    controls->setSpacing(4);
     for (QWidget* const widget : std::initializer_list<QWidget*>{m_context, m_level, m_traffic})
         controls->addWidget(widget);
     controls->addStretch();
