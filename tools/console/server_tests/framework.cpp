@@ -248,6 +248,9 @@ Result Bench::run(const Area& area, const TestCase& test, int minor)
         m_result.verdict = Verdict::Broken;
         m_result.texts << failure.text;
     }
+    // Nor may an answer that comes late.
+    if (m_console && m_console->hasMissed())
+        m_console.reset();
     return m_result;
 }
 

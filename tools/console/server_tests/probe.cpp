@@ -82,6 +82,7 @@ QByteArray Probe::next(const char* code, int milliseconds)
         return !isOpen() || !m_problem.isEmpty();
     };
     processEventsUntil(isThere, milliseconds < 0 ? m_bench.timeoutMs() : milliseconds);
+    m_hasMissed = m_hasMissed || found.isEmpty();
     return found;
 }
 

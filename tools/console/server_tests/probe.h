@@ -38,6 +38,8 @@ public:
     /// Waits for a message with the content code @p code, and takes it.
     /// @return empty if none comes
     QByteArray next(const char* code, int milliseconds = -1);
+    /// Whether a message did not come in time. It may still come, and answer a later request.
+    bool hasMissed() const { return m_hasMissed; }
     /// The messages that were received and not taken.
     const std::deque<QByteArray>& received() const { return m_received; }
     /// Forgets them.
@@ -57,6 +59,7 @@ private:
     Bench& m_bench;
     QTcpSocket m_socket;
     bool m_isReading = true;
+    bool m_hasMissed = false;
     QByteArray m_buffer;
     std::deque<QByteArray> m_received;
     QString m_problem; ///< the stream has no further messages
