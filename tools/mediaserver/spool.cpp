@@ -34,8 +34,8 @@ Stored Spool::store(const QByteArray& message, bool isReply)
     const Stored stored{m_size, static_cast<quint32>(message.size()), isReply};
     qint64 written = 0;
     while (m_problem.isEmpty() && written < message.size()) {
-        const ssize_t count = pwrite(m_file, message.constData() + written,
-                                     static_cast<std::size_t>(message.size() - written), m_size + written);
+        const ssize_t count = pwrite64(m_file, message.constData() + written,
+                                       static_cast<std::size_t>(message.size() - written), m_size + written);
         if (count >= 0)
             written += count;
         else if (errno != EINTR)
@@ -58,8 +58,8 @@ QByteArray Spool::read(const Stored& stored) const
     QByteArray message(static_cast<int>(stored.size), '\0');
     qint64 done = 0;
     while (done < message.size()) {
-        const ssize_t count =
-            pread(m_file, message.data() + done, static_cast<std::size_t>(message.size() - done), stored.offset + done);
+        const ssize_t count = pread64(m_file, message.data() + done, static_cast<std::size_t>(message.size() - done),
+                                      stored.offset + done);
         if (count == 0 || (count < 0 && errno != EINTR))
             return {};
         done += qMax<qint64>(0, count);

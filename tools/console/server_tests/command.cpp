@@ -5,6 +5,7 @@
 
 #include "../commands.h"
 #include "../printing.h"
+#include "../shutdown.h"
 #include "../terminal.h"
 #include "html_report.h"
 #include "picture_file.h"

@@ -1,5 +1,7 @@
 // Tests of the lists of elements (MEIn, EEIn and GLEI).
 // SPDX-License-Identifier: Apache-2.0
+#include <citp_client/values.h>
+
 #include <QDateTime>
 #include <QSet>
 

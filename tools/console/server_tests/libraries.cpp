@@ -1,5 +1,7 @@
 // Tests of the lists of libraries (ELIn).
 // SPDX-License-Identifier: Apache-2.0
+#include <citp_client/values.h>
+
 #include <QMap>
 #include <QSet>
 
