@@ -155,6 +155,48 @@ TEST(MediaserverReplay, AnswersWhatIsAskedInAnyOrder)
         << replayed.program.output().toStdString();
 }
 
+// In each version, since identifiers and counts have different widths.
+TEST(MediaserverReplay, ListsWhatIsAskedOutOfARecordedListOfAll)
+{
+    for (quint8 minor = 0; minor <= 2; ++minor) {
+        SCOPED_TRACE(int(minor));
+        const auto ask = [minor](const char* code, quint32 library, const QByteArray& numbers) {
+            MessageWriter out("MSEX");
+            out.u8(1).u8(minor).bytes(code).u8(1);
+            const bool isTop = library == 0;
+            if (minor == 0 && !isTop)
+                out.u8(1);
+            else if (minor > 0)
+                out.u32(library);
+            const auto count = static_cast<quint32>(numbers.size());
+            return (minor < 2 ? out.u8(count) : out.u16(count)).bytes(numbers).take();
+        };
+        const auto librariesOf = [minor](const std::vector<quint8>& numbers) {
+            std::vector<MediaServer::LibraryEntry> entries;
+            for (const quint8 number : numbers)
+                entries.push_back({1U | number * 256U, 5, QString("Library %1").arg(number), 1, number});
+            return MediaServer::libraryList(Reply{minor, 0}, 1, entries);
+        };
+        const auto elementsOf = [minor](const std::vector<quint8>& numbers) {
+            std::vector<MediaServer::Element> elements;
+            for (const quint8 number : numbers) {
+                elements.emplace_back();
+                elements.back().number = number;
+                elements.back().name = QString("Clip %1").arg(number);
+            }
+            return MediaServer::mediaList(Reply{minor, 0}, 0x0101, elements);
+        };
+        cap::Talk talk = show();
+        talk.toServer(ask("GELI", 0, {})).fromServer(librariesOf({1, 2, 3}));
+        talk.toServer(ask("GEIn", 0x0101, {})).fromServer(elementsOf({0, 7, 9}));
+        const cap::Files files;
+        Replayed replayed(pcapOf(files, talk));
+        replayed.expectAnswer(ask("GELI", 0, QByteArray("\3\1\4")), librariesOf({1, 3}));
+        replayed.expectAnswer(ask("GEIn", 0x0101, QByteArray("\7")), elementsOf({7}));
+        replayed.expectAnswer(ask("GEIn", 0x0101, QByteArray("\5")), elementsOf({}));
+    }
+}
+
 TEST(MediaserverReplay, CountsWhatWasNeverAskedAndIsSilent)
 {
     const cap::Files files;

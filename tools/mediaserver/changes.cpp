@@ -6,6 +6,7 @@
 #include <QImage>
 #include <vector>
 
+#include "lists.h"
 #include "wire.h"
 
 namespace MediaServer {
@@ -13,51 +14,12 @@ namespace {
 constexpr int LongNameSize = 1024 * 1024;
 const QByteArray EmptyText(2, '\0'); // UCS-2
 
-bool isMsex(const QByteArray& message)
-{
-    return message.mid(16, 4) == "MSEX" && message.size() >= MsexHeaderSize;
-}
-
-int minorOf(const QByteArray& message)
-{
-    return static_cast<quint8>(message.at(21));
-}
-
-int libraryWidth(const QByteArray& message)
-{
-    return minorOf(message) == 0 ? 1 : 4;
-}
-
 // The offset of the picture size in a thumbnail message; -1 if the message is truncated.
 int pictureSizeField(const QByteArray& message)
 {
     // The fields after the type: library, element number (EThn only), format, width, height.
     const int sizeField = MsexHeaderSize + 1 + libraryWidth(message) + (contentCode(message) == "EThn" ? 1 : 0) + 8;
     return message.size() < sizeField + 2 ? -1 : sizeField;
-}
-
-// The offset of the count in a list or a layer status; -1 in other messages and if the message is truncated.
-int countField(const QByteArray& message)
-{
-    if (!isMsex(message))
-        return -1;
-    const QString code = contentCode(message);
-    const int library = libraryWidth(message);
-    int fields = -1;
-    if (code == "LSta")
-        fields = 0;
-    else if (code == "ELIn")
-        fields = 1;
-    else if (code == "MEIn" || code == "EEIn")
-        fields = library;
-    else if (code == "GLEI")
-        fields = minorOf(message) >= 2 ? 1 + library : library;
-    return fields < 0 || message.size() <= MsexHeaderSize + fields ? -1 : MsexHeaderSize + fields;
-}
-
-int countWidth(const QByteArray& message)
-{
-    return minorOf(message) >= 2 && contentCode(message) != "LSta" ? 2 : 1;
 }
 
 // Removes everything behind the count, each byte of which becomes @p value.
@@ -69,73 +31,6 @@ QByteArray withCount(const QByteArray& message, char value)
     QByteArray changed = message.left(field) + QByteArray(countWidth(message), value);
     setSize(changed);
     return changed;
-}
-
-// The offsets of the fields of an entry of a list.
-struct Entry
-{
-    int number = 0;  ///< of the element or layer; of a library, its identifier
-    int library = 0; ///< of a layer
-    int element = 0; ///< of a layer
-    int serial = -1;
-    int dmx = -1;
-    int name = 0;
-    int tail = 0; ///< the fields behind the name
-    int end = 0;
-};
-
-// @return the offset behind the UCS-2 text at @p at
-int behindText(const QByteArray& message, int at)
-{
-    while (at + 2 <= message.size() && (message.at(at) != 0 || message.at(at + 1) != 0))
-        at += 2;
-    return at + 2;
-}
-
-std::vector<Entry> entriesOf(const QByteArray& message)
-{
-    std::vector<Entry> entries;
-    const int field = countField(message);
-    if (field < 0)
-        return entries;
-    const QString code = contentCode(message);
-    const int minor = minorOf(message);
-    const int library = libraryWidth(message);
-    int at = field + countWidth(message);
-    while (at < message.size()) {
-        Entry entry;
-        entry.number = at;
-        if (code == "LSta") {
-            entry.library = at + (minor >= 2 ? 3 : 2);
-            entry.element = entry.library + library;
-            entry.name = entry.element + 1;
-        } else {
-            at += code == "ELIn" ? library : 1;
-            entry.serial = minor >= 2 ? at : -1;
-            entry.dmx = minor >= 2 ? at + 4 : at;
-            entry.name = entry.dmx + 2;
-        }
-        entry.tail = behindText(message, entry.name);
-        entry.end = entry.tail;
-        if (code == "LSta") {
-            entry.end += 13;
-        } else if (code == "ELIn") {
-            entry.end += countWidth(message) * (minor >= 1 ? 2 : 1);
-        } else if (code == "MEIn") {
-            entry.end += 17;
-        } else if (code == "GLEI") {
-            entry.end += 8;
-        } else if (entry.end < message.size()) {
-            const int parameters = static_cast<quint8>(message.at(entry.end++));
-            for (int i = 0; i < parameters; ++i)
-                entry.end = behindText(message, entry.end);
-        }
-        if (entry.end > message.size())
-            break;
-        entries.push_back(entry);
-        at = entry.end;
-    }
-    return entries;
 }
 
 QByteArray replaced(QByteArray message, int at, int count, const QByteArray& bytes)
@@ -170,11 +65,6 @@ int nameField(const QByteArray& message)
     return entries.empty() ? -1 : entries.front().name;
 }
 } // namespace
-
-QString contentCode(const QByteArray& message)
-{
-    return QString::fromLatin1(message.mid(message.mid(16, 4) == "MSEX" ? 22 : 20, 4));
-}
 
 // --- All messages ----------------------------------------------------------------------------------------------------
 

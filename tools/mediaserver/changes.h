@@ -12,9 +12,6 @@ namespace MediaServer {
 constexpr const char* Thumbnails = "ELTh EThn";
 constexpr const char* Lists = "ELIn MEIn EEIn GLEI LSta";
 
-/// The content code of @p message.
-QString contentCode(const QByteArray& message);
-
 using Change = QByteArray(Faults& faults, const QByteArray& message);
 
 // As the help text of each fault says; see faultDescriptions().

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cmath>
 
+#include "lists.h"
 #include "messages.h"
 #include "questions.h"
 
@@ -153,12 +154,14 @@ Answers Replay::answersTo(const Request& request, const QByteArray& message, Tur
     Answers answers;
     int unknown = 0;
     for (const Request& single : singleRequests(request)) {
-        const QByteArray key = keyOf(single, message);
-        const auto known = m_recording->answers.constFind(key);
-        if (known != m_recording->answers.constEnd()) {
-            append(known.value(), key, request.index, turns, answers);
+        if (append(single, message, {}, turns, answers))
             continue;
-        }
+        // A list of all contains what is asked.
+        Request all = single;
+        all.numbers.clear();
+        const bool isList = single.kind == RequestKind::ListLibraries || single.kind == RequestKind::ListElements;
+        if (isList && append(all, message, single.numbers, turns, answers))
+            continue;
         ++unknown;
         const Answers other = answerUnknown(single);
         answers.messages.insert(answers.messages.end(), other.messages.begin(), other.messages.end());
@@ -210,19 +213,29 @@ QByteArray Replay::read(const Stored& stored, quint16 index) const
     return stored.isReply && !message.isEmpty() ? withNumber(message, 6, index) : message;
 }
 
-void Replay::append(const RecordedAnswers& recorded, const QByteArray& key, quint16 index, Turns& turns,
+bool Replay::append(const Request& request, const QByteArray& message, const std::vector<quint8>& numbers, Turns& turns,
                     Answers& answers) const
 {
+    const QByteArray key = keyOf(request, message);
+    const auto known = m_recording->answers.constFind(key);
+    if (known == m_recording->answers.constEnd())
+        return false;
+    const RecordedAnswers& recorded = known.value();
     if (recorded.empty())
-        return;
+        return true;
     std::size_t turn = 0;
     if (recorded.size() > 1) {
         std::size_t& next = turns[key];
         turn = next;
         next = qMin(next + 1, recorded.size() - 1);
     }
-    for (const Stored& stored : recorded[turn])
-        answers.messages.push_back([this, stored, index] { return read(stored, index); });
+    for (const Stored& stored : recorded[turn]) {
+        answers.messages.push_back([this, stored, numbers, index = request.index] {
+            const QByteArray answer = read(stored, index);
+            return numbers.empty() ? answer : onlyNumbers(answer, numbers);
+        });
+    }
+    return true;
 }
 
 Answers Replay::answerUnknown(const Request& request)

@@ -52,7 +52,9 @@ public:
 
 private:
     QByteArray read(const Stored& stored, quint16 index) const;
-    void append(const RecordedAnswers& recorded, const QByteArray& key, quint16 index, Turns& turns,
+    // Appends what was recorded for @p request, of lists only @p numbers unless that is empty.
+    // @return whether it was asked in the recording
+    bool append(const Request& request, const QByteArray& message, const std::vector<quint8>& numbers, Turns& turns,
                 Answers& answers) const;
     Answers answerUnknown(const Request& request);
     qint64 playedUs(const QElapsedTimer& since) const;
