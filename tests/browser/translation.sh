@@ -2,6 +2,7 @@
 # Whether the German translation has all texts of the sources, and no others: translation.sh LUPDATE SOURCES
 # SPDX-License-Identifier: Apache-2.0
 set -euo pipefail
+export LC_ALL=C.UTF-8
 lupdate=$1
 cd "$2"
 file=tools/browser/translations/citp-browser_de.ts

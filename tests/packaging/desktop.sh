@@ -4,7 +4,7 @@
 . "$(dirname "$0")/common.sh"
 
 [ "$has_tools" = ON ] || { echo "The programs are left out of this build"; exit 77; }
-command -v desktop-file-validate appstreamcli >/dev/null || { echo "desktop-file-utils or appstream is not installed"; exit 77; }
+command -v desktop-file-validate >/dev/null && command -v appstreamcli >/dev/null || { echo "desktop-file-utils or appstream is not installed"; exit 77; }
 share=$prefix/share
 desktop=$share/applications/citp-browser.desktop
 metainfo=$share/metainfo/org.tarn.citp_browser.metainfo.xml
@@ -17,7 +17,7 @@ appstreamcli validate --no-net --pedantic "$metainfo" || fail "appstreamcli vali
 # With the desktop file and the icon that it names.
 appstreamcli validate-tree --no-net "$prefix" || fail "appstreamcli validate-tree"
 
-# What the desktop file names is installed, and what the desktop matches windows with is its name.
+# What the desktop file names is installed.
 [ -x "$prefix/bin/$(sed -n 's/^Exec=//p' "$desktop")" ] || fail "the program is not installed"
 [ "$(sed -n 's/^Icon=//p' "$desktop")" = "$(basename "$icon" .svg)" ] || fail "the icon has another name"
 python3 -c 'import sys, xml.dom.minidom as dom; sys.exit(dom.parse(sys.argv[1]).documentElement.tagName != "svg")' "$icon" ||

@@ -6,7 +6,10 @@
 
 command -v git >/dev/null || { echo "git is not installed"; exit 77; }
 scratch=$work/release
-# Not those of whoever runs this.
+# Not those of whoever runs this, perhaps from a hook.
+for name in ${!GIT_*}; do
+    unset "$name"
+done
 export GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_SYSTEM=/dev/null
 export GIT_AUTHOR_NAME=Test GIT_AUTHOR_EMAIL=test@example.org GIT_COMMITTER_NAME=Test GIT_COMMITTER_EMAIL=test@example.org
 

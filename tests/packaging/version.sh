@@ -24,6 +24,7 @@ for name in citp citp-client citp-images; do
     [ -n "$system_package" ] || same "pkg-config of $name" \
         "$(sed -n 's/^Version: //p' "$prefix/$libdir/pkgconfig/$name-qt$qt_major.pc")" "$version"
 done
+same "field guide" "$(sed -nE 's/.*Citp Simulator ([0-9]+\.[0-9]+\.[0-9]+).*/\1/p' "$source/docs/field-guide.md" | sort -u)" "$version"
 same "debian/changelog" "$(sed -n '1s/^citp (\([^)]*\)).*/\1/p' "$source/debian/changelog")" "$version"
 date=$(sed -n '/^ -- /{s/.*>  //p;q}' "$source/debian/changelog")
 same "CHANGELOG.md" "$(sed -n '/^## /{s///p;q}' "$source/CHANGELOG.md")" "[$version] - $(date -d "${date% *}" +%F)"

@@ -36,14 +36,17 @@ Export::Export(CITP::Requests& requests, const Source& source, const QString& fo
     connect(&m_pictures, &Pictures::changed, this, &Export::handle);
     connect(&m_catalogue, &Catalogue::idle, this, &Export::list);
     connect(&m_catalogue, &Catalogue::elementsChanged, this, [this](quint8 type, const QString& library) {
+        // A list that is renewed is not counted again.
+        if (m_isListed)
+            return;
         m_elements += static_cast<qint64>(m_catalogue.elements(type, library).size());
         if (m_elements > MaxElements)
             end(tr("%1 lists more than %2 elements; export single libraries.")
-                    .arg(toSingleLine(m_requests.nameOf(m_source.server.key)))
-                    .arg(MaxElements));
+                    .arg(toSingleLine(m_requests.nameOf(m_source.server.key)), QString::number(MaxElements)));
     });
     connect(&requests.transport(), &CITP::Transport::serverDown, this, [this](const QString& key) {
-        if (key == m_source.server.key)
+        const bool isComplete = m_isListed && m_done == m_total;
+        if (key == m_source.server.key && !isComplete)
             end(tr("%1 was lost.").arg(toSingleLine(m_requests.nameOf(key))));
     });
 }
@@ -67,6 +70,9 @@ bool Export::start()
     }
     for (const quint8 type : m_source.server.types)
         m_catalogue.loadAll(type);
+    // Otherwise the catalogue has nothing to end with.
+    if (m_source.server.types.empty())
+        QMetaObject::invokeMethod(this, &Export::list, Qt::QueuedConnection);
     return true;
 }
 

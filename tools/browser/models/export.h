@@ -18,7 +18,7 @@
 
 namespace Browser {
 /// What the window requests meanwhile goes before it; in quiet mode it waits. The pictures are checked and written in a
-/// thread of its own. To delete it is to cancel the export, of which nothing is left then. GUI thread.
+/// thread of its own. Deleting it cancels the export: nothing is left of it unless all pages were written already. GUI thread.
 class Export : public QObject
 {
     Q_OBJECT

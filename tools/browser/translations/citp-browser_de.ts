@@ -432,7 +432,7 @@
         <translation>Kopiert die gezeigten Zeilen mit ihren Überschriften</translation>
     </message>
     <message>
-        <source>&amp;Save…</source>
+        <source>S&amp;ave…</source>
         <translation>S&amp;ichern</translation>
     </message>
     <message>

@@ -52,7 +52,7 @@ LogPane::LogPane(LogModel& log, QWidget* parent)
     copy->setObjectName(QStringLiteral("logCopy"));
     copy->setToolTip(tr("Copies the lines that are shown, with their headings"));
     auto* const saveButton = new QToolButton(this);
-    saveButton->setText(tr("&Save…"));
+    saveButton->setText(tr("S&ave…"));
     saveButton->setObjectName(QStringLiteral("logSave"));
     saveButton->setToolTip(tr("Saves all lines to a file, whole, also those that are not shown"));
     auto* const controls = new QHBoxLayout;
