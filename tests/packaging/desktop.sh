@@ -4,7 +4,9 @@
 . "$(dirname "$0")/common.sh"
 
 [ "$has_tools" = ON ] || { echo "The programs are left out of this build"; exit 77; }
-command -v desktop-file-validate >/dev/null && command -v appstreamcli >/dev/null || { echo "desktop-file-utils or appstream is not installed"; exit 77; }
+for program in desktop-file-validate appstreamcli; do
+    command -v "$program" >/dev/null || { echo "$program is not installed"; exit 77; }
+done
 share=$prefix/share
 desktop=$share/applications/citp-browser.desktop
 metainfo=$share/metainfo/org.tarn.citp_browser.metainfo.xml
