@@ -176,3 +176,20 @@ TEST(Export, AServerThatListsTooMuchIsNotExported)
     EXPECT_TRUE(it.problem().contains(" lists more than 100000 elements; export single libraries."))
         << it.problem().toStdString();
 }
+
+TEST(Export, OfAServerWithoutLibraryTypesEnds)
+{
+    const QTemporaryDir folder;
+    FakeTransport net;
+    CITP::Requests requests(net);
+    CITP::Directory directory(net);
+    net.setUp(StageKey);
+    CITP::Server server = directory.server(StageKey);
+    server.types.clear();
+    Export it(requests, {server}, folder.filePath("pages"), "");
+    bool hasEnded = false;
+    QObject::connect(&it, &Export::finished, &it, [&] { hasEnded = true; });
+    ASSERT_TRUE(it.start());
+    EXPECT_TRUE(waitFor([&] { return hasEnded; }));
+    EXPECT_EQ(it.problem().toStdString(), "There are no elements.");
+}
