@@ -3,6 +3,7 @@
 #include "faults.h"
 
 #include "changes.h"
+#include "lists.h"
 #include "messages.h"
 #include "wire.h"
 
