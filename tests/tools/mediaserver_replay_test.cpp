@@ -9,6 +9,7 @@
 #include "mediaserver_fixture.h"
 #include "messages.h"
 #include "network.h"
+#include "replay.h"
 #include "wire.h"
 
 namespace {
@@ -47,10 +48,10 @@ QByteArray askElements(quint8 library, quint16 index = 0)
     return MessageWriter("MSEX", index).u8(1).u8(2).bytes("GEIn").u8(1).u32(id).u16(0).take();
 }
 
-QByteArray askPictures(const QByteArray& numbers, quint16 index = 0)
+QByteArray askPictures(const QByteArray& numbers, quint16 index = 0, quint16 width = 64, quint16 height = 48)
 {
     MessageWriter out("MSEX", index);
-    out.u8(1).u8(2).bytes("GETh").bytes("JPEG").u16(64).u16(48).u8(1).u8(1).u32(0x0101);
+    out.u8(1).u8(2).bytes("GETh").bytes("JPEG").u16(width).u16(height).u8(1).u8(1).u32(0x0101);
     return out.u16(static_cast<quint32>(numbers.size())).bytes(numbers).take();
 }
 
@@ -81,6 +82,23 @@ QByteArray fixtureOf(quint16 id)
     return MediaServer::patchedFixture({id, 0, 1, 20, "Acme", "Spot"}, 0);
 }
 
+// Too short to tell which picture it is.
+QByteArray damagedPicture()
+{
+    QByteArray cut = pictureOf(3).left(35);
+    MediaServer::setSize(cut);
+    return cut;
+}
+
+// A console that has connected.
+cap::Talk beginning()
+{
+    cap::Talk talk;
+    talk.announce(Announced).wait(100).connect();
+    talk.toServer(greetingOf()).fromServer(informationOf());
+    return talk;
+}
+
 // A console that has asked for most of a server.
 cap::Talk show()
 {
@@ -107,6 +125,18 @@ struct Replayed
         SCOPED_TRACE(request.toHex(' ').toStdString());
         console->send(request);
         EXPECT_EQ(console->nextMessage().toHex(' ').toStdString(), answer.toHex(' ').toStdString());
+    }
+
+    void expectLittleMemory() const
+    {
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+        QFile status(QString("/proc/%1/status").arg(program.id()));
+        ASSERT_TRUE(status.open(QIODevice::ReadOnly));
+        static const QRegularExpression peak("VmHWM:\\s+(\\d+) kB");
+        const qint64 kilobytes = peak.match(QString::fromLatin1(status.readAll())).captured(1).toLongLong();
+        EXPECT_GT(kilobytes, 0);
+        EXPECT_LT(kilobytes, 64 * 1024);
+#endif
     }
 
     // The next message answers the greeting sent behind it.
@@ -186,7 +216,7 @@ TEST(MediaserverReplay, ListsWhatIsAskedOutOfARecordedListOfAll)
             }
             return MediaServer::mediaList(Reply{minor, 0}, 0x0101, elements);
         };
-        cap::Talk talk = show();
+        cap::Talk talk = beginning();
         talk.toServer(ask("GELI", 0, {})).fromServer(librariesOf({1, 2, 3}));
         talk.toServer(ask("GEIn", 0x0101, {})).fromServer(elementsOf({0, 7, 9}));
         const cap::Files files;
@@ -251,11 +281,9 @@ TEST(MediaserverReplay, FindsTheRequestsThatCrossedTheirAnswers)
     cap::Talk talk;
     talk.announce(Announced).connect();
     const QByteArray empty = MediaServer::mediaList(Reply{2, 0}, 0x0201, {});
-    const QByteArray damaged = pictureOf(3).left(35);
+    const QByteArray cut = damagedPicture();
     talk.toServer(askPictures("\1") + askElements(2) + askPictures("\2") + askPictures("\3") + askPictures("\4"));
     // Out of order; one in another format, and one too short to tell which it is.
-    QByteArray cut = damaged;
-    MediaServer::setSize(cut);
     talk.fromServer(pictureOf(2) + empty + pictureOf(4, 0, "PNG ") + pictureOf(1) + cut);
     Replayed replayed(pcapOf(files, talk));
     replayed.expectAnswer(askPictures("\1"), pictureOf(1));
@@ -263,6 +291,157 @@ TEST(MediaserverReplay, FindsTheRequestsThatCrossedTheirAnswers)
     replayed.expectAnswer(askPictures("\3"), cut);
     replayed.expectAnswer(askPictures("\4"), pictureOf(4, 0, "PNG "));
     replayed.expectAnswer(askElements(2), empty);
+}
+
+TEST(MediaserverReplay, KeepsTheNeighboursOfADamagedPicture)
+{
+    const cap::Files files;
+    cap::Talk talk = beginning();
+    talk.toServer(askPictures("\1\2\3")).fromServer(damagedPicture() + pictureOf(3) + pictureOf(1));
+    Replayed replayed(pcapOf(files, talk));
+    replayed.expectAnswer(askPictures("\1"), pictureOf(1));
+    replayed.expectAnswer(askPictures("\2"), damagedPicture());
+    replayed.expectAnswer(askPictures("\3"), pictureOf(3));
+}
+
+TEST(MediaserverReplay, DistinguishesRequestsForTheSameByTheirIndex)
+{
+    const cap::Files files;
+    const QByteArray large = MediaServer::elementThumbnail(Reply{2, 0}, 1, 0x0101, 1, {"JPEG", 128, 80, "large"});
+    QByteArray indexed = large;
+    indexed[6] = 5;
+    cap::Talk talk = beginning();
+    talk.toServer(askPictures("\1", 5, 128, 96) + askPictures("\1", 6)).fromServer(pictureOf(1, 6) + indexed);
+    Replayed replayed(pcapOf(files, talk));
+    replayed.expectAnswer(askPictures("\1", 0, 128, 96), large);
+    replayed.expectAnswer(askPictures("\1"), pictureOf(1));
+}
+
+TEST(MediaserverReplay, AnswersARequestForAllWithThoseThatWereAskedForOneByOne)
+{
+    const cap::Files files;
+    cap::Talk talk = beginning();
+    talk.toServer(askPictures("\2")).fromServer(pictureOf(2)).toServer(askPictures("\1")).fromServer(pictureOf(1));
+    talk.toServer(askPatch({256})).fromServer(fixtureOf(256)).toServer(askPatch({2})).fromServer(fixtureOf(2));
+    Replayed replayed(pcapOf(files, talk));
+    replayed.console->send(askPictures({}) + askPatch({}));
+    for (const QByteArray& answer : {pictureOf(1), pictureOf(2), fixtureOf(2), fixtureOf(256)})
+        EXPECT_EQ(replayed.console->nextMessage().toHex(' ').toStdString(), answer.toHex(' ').toStdString());
+    // Of another size nothing is known.
+    replayed.expectSilence(askPictures({}, 0, 32, 24));
+}
+
+TEST(MediaserverReplay, DoesNotKnowWhatWasAnsweredInAGap)
+{
+    const cap::Files files;
+    cap::Talk talk = beginning();
+    talk.toServer(askElements(1)).lose(50).fromServer(statusOf(1)).acknowledge();
+    Replayed replayed(pcapOf(files, talk), {"--unknown", "empty"});
+    replayed.expectAnswer(askElements(1), MediaServer::mediaList(Reply{2, 0}, 0x0101, {}));
+    EXPECT_FALSE(replayed.program.output().contains("not answered")) << replayed.program.output().toStdString();
+}
+
+TEST(MediaserverReplay, KeepsFewRequestsThatItDoesNotUnderstand)
+{
+    const cap::Files files;
+    cap::Talk talk = beginning();
+    for (int i = 0; i < 1500; ++i) {
+        const QByteArray body = QByteArray::number(i).rightJustified(50000, '0');
+        talk.toServer(MessageWriter("MSEX").u8(1).u8(2).bytes("Xxxx").bytes(body).take());
+    }
+    Replayed replayed(pcapOf(files, talk));
+    replayed.expectLittleMemory();
+    EXPECT_TRUE(replayed.program.output().contains("missing: 500 messages beyond the limits"))
+        << replayed.program.output().toStdString();
+}
+
+TEST(MediaserverReplay, PadsNoRowsOfAPictureWithoutAWidth)
+{
+    const cap::Files files;
+    const QByteArray picture = MediaServer::elementThumbnail(Reply{2, 0}, 1, 0x0101, 1, {"RGB8", 0, 1, "abc"});
+    cap::Talk talk = beginning();
+    talk.toServer(askPictures("\1")).fromServer(picture);
+    Replayed replayed(pcapOf(files, talk), {"--fault", "padded-rows"});
+    replayed.expectAnswer(askPictures("\1"), picture);
+}
+
+TEST(MediaserverReplay, AnnouncesItselfWithinAMinuteEvenIfTheClockWasSet)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    cap::Talk talk = show();
+    talk.wait(86400000).announce(MediaServer::peerLocation("Renamed", 4811));
+    talk.wait(-86400000).announce(MediaServer::peerLocation("Back", 4811));
+    GroupListener group;
+    const Program program({"--adapter", "lo", "--replay", pcapOf(files, talk), "--speed", "100"});
+    for (const char* const name : {"Stage", "Renamed", "Back", "Stage"})
+        EXPECT_EQ(group.nextFrom("127.0.0.2").data, MediaServer::peerLocation(name, 4811));
+}
+
+TEST(MediaserverReplay, AnnouncesItselfFromTheBeginningWhenItIsRevived)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    cap::Talk talk = show();
+    talk.wait(60000).announce(MediaServer::peerLocation("Renamed", 4811));
+    GroupListener group;
+    const Program program(
+        {"--adapter", "lo", "--replay", pcapOf(files, talk), "--die-after", "100", "--revive-after", "100"});
+    EXPECT_EQ(group.nextFrom("127.0.0.2").data, Announced);
+    EXPECT_EQ(group.nextFrom("127.0.0.2").data, Announced);
+}
+
+TEST(MediaserverReplay, ForgesAsManyServersAsIsSaid)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    GroupListener group;
+    const Program program({"--adapter", "lo", "--replay", pcapOf(files, show()), "--fault", "forge", "--forged", "10"});
+    // Between two of its own announcements, one second.
+    int forged = 0;
+    for (int own = 0; own < 2 && forged < 100;) {
+        const QByteArray announced = group.nextFrom("127.0.0.2").data;
+        ASSERT_FALSE(announced.isEmpty());
+        own += announced == Announced ? 1 : 0;
+        forged += announced == Announced ? 0 : 1;
+    }
+    EXPECT_LT(forged, 100);
+}
+
+TEST(MediaserverReplay, StartsTheLayerStatesFromTheBeginningForANewConsole)
+{
+    const cap::Files files;
+    cap::Talk talk = beginning();
+    talk.fromServer(statusOf(1)).wait(600000).fromServer(statusOf(2));
+    Replayed replayed(pcapOf(files, talk));
+    replayed.expectAnswer(greetingOf(), informationOf());
+    EXPECT_EQ(replayed.console->nextMessage(), statusOf(1));
+    // Not for one that asks again.
+    replayed.expectAnswer(greetingOf(), informationOf());
+    replayed.expectAnswer(greetingOf(), informationOf());
+    replayed.console.reset();
+    replayed.console = std::make_unique<Console>("127.0.0.2", 4811);
+    replayed.expectAnswer(greetingOf(), informationOf());
+    EXPECT_EQ(replayed.console->nextMessage(), statusOf(1));
+}
+
+TEST(MediaserverReplay, RepeatsLayerStatesThatArrivedTogetherSlowly)
+{
+    MediaServer::Spool spool;
+    ASSERT_TRUE(spool.open());
+    auto recording = std::make_unique<MediaServer::Recording>();
+    for (const qint64 timeUs : {0, 1})
+        recording->notifications.push_back({timeUs, spool.store(statusOf(1)), true});
+    // At this speed, a pause of 20 ms takes 20 s.
+    MediaServer::Replay replay(std::move(recording), spool, MediaServer::Replay::Unknown::Silence, 0.001);
+    int waitMs = 0;
+    for (int sent = 0; sent < 2;)
+        sent += replay.nextNotification(waitMs).isEmpty() ? 0 : 1;
+    EXPECT_TRUE(replay.nextNotification(waitMs).isEmpty());
+    EXPECT_GT(waitMs, 1000);
 }
 
 TEST(MediaserverReplay, AnnouncesItselfAsRecordedWithItsOwnPort)
@@ -347,6 +526,43 @@ TEST(MediaserverReplay, ChoosesAmongServers)
         << program.output().toStdString();
 }
 
+TEST(MediaserverReplay, NamesServersThatWereOnlyAnnounced)
+{
+    const cap::Files files;
+    cap::Talk talk;
+    talk.announce(Announced);
+    const QString file = pcapOf(files, talk);
+    expectReplayRefused({"--replay", file, "--server", "none"},
+                        QString("'%1' contains no server 'none'; it contains: 2.0.0.10:4811 \"Stage\"").arg(file));
+}
+
+TEST(MediaserverReplay, DoesNotTakeAServerWithoutANameForTheOneThatIsMeant)
+{
+    const cap::Files files;
+    cap::Talk talk = show();
+    talk.add(cap::tcp({0x0200000b, 4812}, cap::Talk::Console, 500, 0, cap::Ack, informationOf()));
+    const QString file = pcapOf(files, talk);
+    expectReplayRefused(
+        {"--replay", file},
+        QString("'%1' contains 2 servers; --server chooses one: 2.0.0.10:4811 \"Stage\", 2.0.0.11:4812").arg(file));
+    Program program({"--adapter", "lo", "--replay", file, "--server", "2.0.0.11"});
+    EXPECT_TRUE(program.waitForLine("listens on").contains("2.0.0.11:4812  listens on 127.0.0.2:4812, "))
+        << program.output().toStdString();
+}
+
+TEST(MediaserverReplay, AnswersARequestForThousandsOfNumbersInLittleMemory)
+{
+    const cap::Files files;
+    std::vector<quint16> fixtures;
+    for (quint16 id = 0; id < 8000; ++id)
+        fixtures.push_back(id);
+    cap::Talk talk = show();
+    talk.toServer(askPatch(fixtures)).fromServer(fixtureOf(3));
+    Replayed replayed(pcapOf(files, talk));
+    replayed.expectAnswer(askPatch(fixtures) + greetingOf(), fixtureOf(1));
+    replayed.expectLittleMemory();
+}
+
 TEST(MediaserverReplay, HoldsNoPicturesInMemory)
 {
     const cap::Files files;
@@ -365,14 +581,7 @@ TEST(MediaserverReplay, HoldsNoPicturesInMemory)
     Replayed replayed(file);
     replayed.console->send(askPictures("\1"));
     EXPECT_EQ(replayed.console->nextMessage(), pictureOf(1));
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    QFile status(QString("/proc/%1/status").arg(replayed.program.id()));
-    ASSERT_TRUE(status.open(QIODevice::ReadOnly));
-    static const QRegularExpression peak("VmHWM:\\s+(\\d+) kB");
-    const qint64 kilobytes = peak.match(QString::fromLatin1(status.readAll())).captured(1).toLongLong();
-    EXPECT_GT(kilobytes, 0);
-    EXPECT_LT(kilobytes, 64 * 1024);
-#endif
+    replayed.expectLittleMemory();
     Child terminal(
         "script",
         {"-qec", QString("exec " MEDIASERVER_PROGRAM " --adapter lo --address 127.0.0.3 --seconds 1 --replay ") + file,
@@ -391,7 +600,17 @@ TEST(MediaserverReplay, RefusesWhatItCannotPlay)
     EXPECT_TRUE(text.errors.contains("text.pcap' is not a readable pcap or pcapng file: "))
         << text.errors.toStdString();
     EXPECT_EQ(text.errors.count('\n'), 1);
-    expectReplayRefused({"--replay", nothing}, QString("'%1' contains no media server").arg(nothing));
+    expectReplayRefused(
+        {"--replay", nothing},
+        QString("'%1' contains no media server; 'citp-console capture --server NAME --walk' records one").arg(nothing));
+    // Possible, if the recording has a patch.
+    expectReplayRefused(
+        {"--replay", nothing, "--fault", "long-name"},
+        QString("'%1' contains no media server; 'citp-console capture --server NAME --walk' records one").arg(nothing));
+    expectReplayRefused({"--replay", nothing, "--fault", "mute"},
+                        "--fault mute cannot be combined with --replay; see --help", 2);
+    expectReplayRefused({"--replay", nothing, "--fault", "own-version"},
+                        "--fault own-version cannot be combined with --replay; see --help", 2);
     expectReplayRefused({"--replay", nothing, "--media", "/tmp"},
                         "--media cannot be combined with --replay; see --help", 2);
     expectReplayRefused({"--speed", "2"}, "--speed requires --replay; see --help", 2);

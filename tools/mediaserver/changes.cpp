@@ -387,6 +387,8 @@ QByteArray withPaddedRows(Faults&, const QByteArray& message)
     if (sizeField < 0 || message.mid(sizeField - 8, 4) != "RGB8")
         return message;
     const int row = 3 * (byteAt(message, sizeField - 4) + 256 * byteAt(message, sizeField - 3));
+    if (row == 0)
+        return message;
     QByteArray picture;
     for (int at = sizeField + 2; at < message.size(); at += row)
         picture += message.mid(at, row) + QByteArray(3, '\0');

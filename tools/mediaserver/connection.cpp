@@ -191,6 +191,8 @@ void Connection::handleReplayed(const Request& request, const QByteArray& messag
     }
     for (const Answer& answer : answers.messages)
         m_sendQueue.send(answer());
+    if (m_isGreeted)
+        return;
     m_isGreeted = true;
     Q_EMIT greeted();
 }

@@ -327,18 +327,24 @@ private:
     // Faults that could never occur.
     static void checkFaults(const Options& options)
     {
+        const bool isReplay = !options.replay.file.isEmpty();
         const struct
         {
             Fault fault;
             bool isPossible;
             const char* requirement;
         } requirements[] = {{Fault::Unplug, options.dieAfterMs >= 0, "--die-after"},
-                            {Fault::LongName, !options.patch.isEmpty(), "--patch"},
+                            {Fault::LongName, !options.patch.isEmpty() || isReplay, "--patch"},
                             {Fault::Storm, !options.groups.isEmpty(), "announcements, not --group none"},
                             {Fault::Forge, !options.groups.isEmpty(), "announcements, not --group none"}};
-        for (const Fault flood : {Fault::LayerFlood, Fault::ListFlood, Fault::UpdateFlood}) {
-            if (options.faults.has(flood) && !options.replay.file.isEmpty())
-                throw UsageError{QString("--fault %1 cannot be combined with --replay").arg(nameOf(flood))};
+        // Faults of what a recording decides.
+        for (const Fault fault :
+             {Fault::LayerFlood, Fault::ListFlood, Fault::UpdateFlood, Fault::Mute, Fault::NeedsName, Fault::LyingSinf,
+              Fault::OddSinf, Fault::LateSinf, Fault::Unread, Fault::SingleMinded, Fault::IgnoresNumbers,
+              Fault::FirstNumber, Fault::NeedsNumbers, Fault::IgnoresSize, Fault::WrongFormat, Fault::Invents,
+              Fault::UnknownSilent, Fault::OwnVersion}) {
+            if (options.faults.has(fault) && isReplay)
+                throw UsageError{QString("--fault %1 cannot be combined with --replay").arg(nameOf(fault))};
         }
         for (const auto& [fault, isPossible, requirement] : requirements) {
             if (options.faults.has(fault) && !isPossible)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "questions.h"
 
+#include <QCryptographicHash>
 #include <QStringList>
 #include <algorithm>
 
@@ -122,6 +123,13 @@ bool hasAnswerCode(const ServerMessage& message, RequestKind kind)
     }
 }
 
+// A request can have 65535 numbers, and one that is not known any bytes.
+QByteArray shortened(const QByteArray& key)
+{
+    constexpr int MaxKeyBytes = 64;
+    return key.size() <= MaxKeyBytes ? key : QCryptographicHash::hash(key, QCryptographicHash::Sha256);
+}
+
 template <typename Number>
 QString numbersText(const std::vector<Number>& numbers)
 {
@@ -137,9 +145,9 @@ QString numbersText(const std::vector<Number>& numbers)
 
 QByteArray keyOf(const Request& request, const QByteArray& message)
 {
-    if (request.kind == RequestKind::Unknown || request.kind == RequestKind::Malformed)
-        return message.mid(LayerOffset);
     QByteArray key(1, static_cast<char>(request.kind));
+    if (isUnknown(request))
+        return shortened(key + message.mid(LayerOffset));
     // What a server says of itself does not depend on what the console says of itself.
     if (request.kind == RequestKind::ClientInfo)
         return key;
@@ -155,16 +163,19 @@ QByteArray keyOf(const Request& request, const QByteArray& message)
         appendNumber(key, id, 4);
     for (const quint16 fixture : request.fixtures)
         appendNumber(key, fixture, 2);
-    return key;
+    return shortened(key);
 }
 
 std::vector<Request> singleRequests(const Request& request)
 {
     std::vector<Request> singles;
     const auto add = [&](auto member, const auto& all) {
+        // Each copy of the whole list would be as large as the list.
+        Request none = request;
+        (none.*member).clear();
         for (const auto each : all) {
-            singles.push_back(request);
-            singles.back().*member = {each};
+            singles.push_back(none);
+            (singles.back().*member).push_back(each);
         }
     };
     if (request.kind == RequestKind::ElementThumbnails)
@@ -174,6 +185,11 @@ std::vector<Request> singleRequests(const Request& request)
     else if (request.kind == RequestKind::SendPatch)
         add(&Request::fixtures, request.fixtures);
     return singles.empty() ? std::vector<Request>{request} : singles;
+}
+
+bool isUnknown(const Request& request)
+{
+    return request.kind == RequestKind::Unknown || request.kind == RequestKind::Malformed;
 }
 
 bool isForAll(const Request& request)

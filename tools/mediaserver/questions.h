@@ -9,13 +9,17 @@
 #include "requests.h"
 
 namespace MediaServer {
-/// What is asked, without the request index. Equal for requests that a server answers alike.
+/// What is asked, without the request index, in at most 64 bytes. Equal for requests that a server answers alike. That
+/// of a request for all thumbnails or fixtures is the beginning of that for one of them.
 /// @param message the bytes of @p request, which are the key if its kind is unknown
 QByteArray keyOf(const Request& request, const QByteArray& message);
 
 /// A request for several thumbnails or fixtures as one request for each, because a server answers each with a message
 /// of its own. Any other request, also one for all, is returned as it is.
 std::vector<Request> singleRequests(const Request& request);
+
+/// Whether @p request is not understood, so that any of its bytes count.
+bool isUnknown(const Request& request);
 
 /// Whether a server answers @p request with any number of messages.
 bool isForAll(const Request& request);

@@ -6,10 +6,12 @@
 #include <QStringList>
 #include <algorithm>
 #include <deque>
+#include <iterator>
 #include <map>
 
 #include "capture/capture_file.h"
 #include "capture/decoder.h"
+#include "library.h"
 #include "questions.h"
 
 namespace MediaServer {
@@ -17,16 +19,35 @@ namespace {
 using Tools::Event;
 
 // More than a server with a picture for each of 100000 elements needs, and layer status at 25 Hz for 11 hours.
+// All servers together.
 constexpr int MaxQuestions = 200000;
+constexpr int MaxUnknownQuestions = 1000;
 constexpr std::size_t MaxTimed = 1000000;
+constexpr std::size_t MaxStored = 400000;
+constexpr std::size_t MaxServers = 4096;
+constexpr std::size_t MaxOpenNumbers = 100000;
 // Different answers to the same question.
 constexpr std::size_t MaxAnswers = 64;
-// Of all servers. Peers that ask and are never answered must not use up the memory.
+// Of each server. Peers that ask and are never answered must not use up the memory.
 constexpr std::size_t MaxPeers = 64;
 constexpr std::size_t MaxOpenRequests = 1024;
+constexpr int MaxGroups = 8;
+constexpr int MaxNameLength = 256;
 // Connections end, and another console takes over.
 constexpr qint64 SilenceUs = 3000000;
 constexpr qint64 MaxPauseUs = 1000000;
+// Longer between two announcements only if the clock was set.
+constexpr qint64 MaxAnnouncePauseUs = 60000000;
+
+// What is kept of all servers together.
+struct Kept
+{
+    int questions = 0;
+    int unknownQuestions = 0;
+    std::size_t timed = 0;
+    std::size_t stored = 0;      ///< answers
+    std::size_t openNumbers = 0; ///< requests that can still be answered, and the numbers in them
+};
 
 // A request that can still be answered.
 struct OpenRequest
@@ -34,9 +55,14 @@ struct OpenRequest
     Request request;
     QByteArray key;
     std::vector<quint32> items;  ///< the thumbnails and fixtures that it was answered with
-    std::vector<Stored> answers; ///< kept together for a request for all
-    std::size_t expected = 1;    ///< number of answers
+    std::vector<Stored> answers; ///< to a request for all; otherwise those that do not tell what they answer
+    std::size_t expected = 1;    ///< number of answers; 0: any
     bool isAnswered = false;
+
+    // 1 if there are none.
+    std::size_t numbers() const { return std::max<std::size_t>(1, expected); }
+    // Each of several thumbnails or fixtures may still be answered.
+    bool isOpen() const { return !isAnswered || expected != 1; }
 };
 
 // A connection of a console.
@@ -53,6 +79,15 @@ quint32 itemOf(const ServerMessage& message, RequestKind kind)
     if (kind == RequestKind::ElementThumbnails)
         return static_cast<quint32>(message.number);
     return kind == RequestKind::LibraryThumbnails ? message.libraryId : message.fixture;
+}
+
+// Of a request for one.
+quint32 itemOf(const Request& single)
+{
+    if (single.kind == RequestKind::ElementThumbnails)
+        return single.numbers.front();
+    return single.kind == RequestKind::LibraryThumbnails ? idFromWire(single.versionMinor, single.libraryIds.front())
+                                                         : single.fixtures.front();
 }
 
 bool isThumbnailOrFixture(RequestKind kind)
@@ -72,7 +107,8 @@ QByteArray withIndex(QByteArray message, quint16 index)
 class RecordedServer
 {
 public:
-    RecordedServer(const QString& key, Spool& spool) : m_recording(std::make_unique<Recording>()), m_spool(spool)
+    RecordedServer(const QString& key, Spool& spool, Kept& kept)
+        : m_recording(std::make_unique<Recording>()), m_spool(spool), m_kept(kept)
     {
         m_recording->key = key;
         m_recording->port = static_cast<quint16>(key.section(':', 1).toUInt());
@@ -86,6 +122,8 @@ public:
                 m_recording->missingBytes += qMax<qint64>(0, event.missing);
                 if (event.direction != Event::Direction::Discovery)
                     peerOf(consoleOf(event), event.timeUs).isWhole = false;
+                if (event.direction == Event::Direction::FromServer)
+                    loseAnswers(peerOf(consoleOf(event), event.timeUs));
                 return;
             case Tools::StreamItem::Kind::Error:
                 ++m_recording->errors;
@@ -158,25 +196,41 @@ private:
         return found->second;
     }
 
+    // Whether the open requests were answered is unknown.
+    void loseAnswers(const Peer& peer)
+    {
+        for (const OpenRequest& open : peer.requests) {
+            for (const Request& single : singleRequests(open.request)) {
+                const auto question = m_recording->answers.find(open.expected > 1 ? keyOf(single, {}) : open.key);
+                if (question == m_recording->answers.end() || !question.value().empty())
+                    continue;
+                m_recording->answers.erase(question);
+                --m_kept.questions;
+            }
+        }
+    }
+
     void announce(const Event& event)
     {
         if (event.code != QLatin1String("PLoc"))
             return;
         const Tools::Announcement announcement = Tools::Announcement::read(event.message);
         m_isAnnouncedAsServer = m_isAnnouncedAsServer || announcement.type == QLatin1String("MediaServer");
-        m_recording->name = announcement.name;
+        m_recording->name = announcement.name.left(MaxNameLength);
         const QHostAddress group(event.to.address);
-        if (group.isMulticast() && !m_recording->groups.contains(group))
+        if (group.isMulticast() && m_recording->groups.size() < MaxGroups && !m_recording->groups.contains(group))
             m_recording->groups << group;
         // A server that announces itself to several groups does so at the same time.
         if (m_recording->announcements.empty()) {
             m_announcedTo = event.to;
-            m_firstAnnouncedUs = event.timeUs;
+            m_announcedUs = event.timeUs;
         }
         if (!(event.to == m_announcedTo))
             return;
         const Stored known = m_recording->announcements.empty() ? Stored() : m_recording->announcements.back().message;
-        addTimed(m_recording->announcements, {event.timeUs - m_firstAnnouncedUs, {}, false}, event.message, known);
+        m_announceClockUs += qBound<qint64>(0, event.timeUs - m_announcedUs, MaxAnnouncePauseUs);
+        m_announcedUs = event.timeUs;
+        addTimed(m_recording->announcements, {m_announceClockUs, {}, false}, event.message, known);
     }
 
     void ask(Peer& peer, const QByteArray& message)
@@ -189,20 +243,23 @@ private:
         asked.key = keyOf(asked.request, message);
         const std::vector<Request> singles = singleRequests(asked.request);
         for (const Request& single : singles)
-            questionOf(keyOf(single, message));
+            questionOf(keyOf(single, message), isUnknown(single));
         asked.expected = isForAll(asked.request) ? 0 : singles.size();
         // The answers to the former request for all are complete.
         for (auto open = peer.requests.begin(); open != peer.requests.end(); ++open) {
             if (open->expected == 0 && open->key == asked.key && open->isAnswered) {
-                close(*open);
-                peer.requests.erase(open);
+                remove(peer, open);
                 break;
             }
         }
-        if (peer.requests.size() >= MaxOpenRequests) {
-            close(peer.requests.front());
-            peer.requests.pop_front();
+        const auto isFull = [&] { return m_kept.openNumbers + asked.numbers() > MaxOpenNumbers; };
+        while (!peer.requests.empty() && (peer.requests.size() >= MaxOpenRequests || isFull()))
+            remove(peer, peer.requests.begin());
+        if (isFull()) {
+            ++m_recording->leftOut;
+            return;
         }
+        m_kept.openNumbers += asked.numbers();
         peer.requests.push_back(std::move(asked));
     }
 
@@ -217,23 +274,28 @@ private:
         if (open == peer.requests.end())
             addUnasked(peer, message, event);
         else if (addAnswer(*open, message, event.message))
-            peer.requests.erase(open);
+            remove(peer, open);
     }
 
-    // The request that the message fits best, the oldest of those.
+    // The request that the message fits best: of those, one with its index, one without an answer, the oldest.
     static std::deque<OpenRequest>::iterator findRequest(Peer& peer, const ServerMessage& message)
     {
         auto best = peer.requests.end();
         Fit bestFit = Fit::None;
+        int bestRank = 0;
         auto unanswered = peer.requests.end();
         for (auto open = peer.requests.begin(); open != peer.requests.end(); ++open) {
             const Fit fit = fitOf(message, open->request);
             const bool hasItem = fit >= Fit::Subject && isThumbnailOrFixture(open->request.kind) &&
                                  std::find(open->items.begin(), open->items.end(),
                                            itemOf(message, open->request.kind)) != open->items.end();
-            if (fit > bestFit && !hasItem && (fit >= Fit::Subject || !open->isAnswered)) {
+            const bool isSameIndex = message.index != 0 && message.index == open->request.index;
+            const bool isFirst = fit == Fit::Code && !open->isAnswered;
+            const int rank = 4 * static_cast<int>(fit) + (isSameIndex ? 2 : 0) + (isFirst ? 1 : 0);
+            if (fit > Fit::None && rank > bestRank && !hasItem && (fit >= Fit::Subject || open->isOpen())) {
                 best = open;
                 bestFit = fit;
+                bestRank = rank;
             }
             // A request that this program does not know may have answers that it does not know.
             const bool canBe = message.isAnswer || open->request.kind == RequestKind::Unknown;
@@ -253,45 +315,85 @@ private:
     {
         const bool isReply = message.index == open.request.index;
         const bool isSingle = fitOf(message, open.request) >= Fit::Subject && isThumbnailOrFixture(open.request.kind);
-        const QByteArray key = isSingle ? keyOf(singleRequestFor(message, open.request), bytes) : open.key;
         open.isAnswered = true;
-        RecordedAnswers* const recorded = questionOf(key);
-        if (!recorded)
+        // Which one of several this answers, the others will tell.
+        const bool isForOne = isSingle || open.expected == 1;
+        RecordedAnswers* const recorded =
+            isForOne ? questionOf(isSingle ? keyOf(singleRequestFor(message, open.request), bytes) : open.key,
+                                  isUnknown(open.request))
+                     : nullptr;
+        if (!recorded && open.expected == 1)
             return true;
-        const bool hasKnown = !recorded->empty() && recorded->back().size() == 1;
+        const bool hasKnown = recorded && !recorded->empty() && recorded->back().size() == 1;
         const Stored stored = m_spool.store(isReply ? withIndex(bytes, 0) : bytes, isReply,
                                             hasKnown ? recorded->back().front() : Stored());
-        if (isSingle || open.expected > 0)
+        if (recorded)
             addAnswers(*recorded, {stored});
-        open.answers.push_back(stored);
-        if (!isSingle)
-            return open.expected > 0;
-        open.items.push_back(itemOf(message, open.request.kind));
-        return open.expected > 0 && open.items.size() >= open.expected;
+        if (open.expected == 0 || !isForOne)
+            hold(open, stored);
+        if (isSingle)
+            open.items.push_back(itemOf(message, open.request.kind));
+        return open.expected == 1 || (open.expected > 1 && open.items.size() + open.answers.size() >= open.expected);
+    }
+
+    void hold(OpenRequest& open, const Stored& stored)
+    {
+        if (m_kept.stored++ < MaxStored)
+            open.answers.push_back(stored);
+        else
+            ++m_recording->leftOut;
     }
 
     void addAnswers(RecordedAnswers& recorded, const std::vector<Stored>& answers)
     {
         if (!recorded.empty() && recorded.back() == answers)
             return;
-        if (recorded.size() < MaxAnswers)
+        if (recorded.size() < MaxAnswers && m_kept.stored < MaxStored) {
             recorded.push_back(answers);
-        else
+            m_kept.stored += answers.size();
+        } else {
             ++m_recording->leftOut;
+        }
+    }
+
+    void remove(Peer& peer, std::deque<OpenRequest>::iterator open)
+    {
+        close(*open);
+        m_kept.openNumbers -= open->numbers();
+        peer.requests.erase(open);
     }
 
     void close(const OpenRequest& open)
     {
-        RecordedAnswers* const recorded = open.expected == 0 && open.isAnswered ? questionOf(open.key) : nullptr;
-        if (recorded)
-            addAnswers(*recorded, open.answers);
+        if (open.expected == 0 && open.isAnswered) {
+            RecordedAnswers* const recorded = questionOf(open.key, false);
+            if (recorded)
+                addAnswers(*recorded, open.answers);
+        } else if (open.expected > 1) {
+            closeSeveral(open);
+        }
+    }
+
+    // The answers that do not tell what they answer are those to the first ones without an answer.
+    void closeSeveral(const OpenRequest& open)
+    {
+        auto answer = open.answers.begin();
+        for (const Request& single : singleRequests(open.request)) {
+            if (answer == open.answers.end())
+                return;
+            if (std::find(open.items.begin(), open.items.end(), itemOf(single)) != open.items.end())
+                continue;
+            RecordedAnswers* const recorded = questionOf(keyOf(single, {}), false);
+            if (recorded)
+                addAnswers(*recorded, {*answer});
+            ++answer;
+        }
     }
 
     void closeAll(Peer& peer)
     {
-        for (const OpenRequest& open : peer.requests)
-            close(open);
-        peer.requests.clear();
+        while (!peer.requests.empty())
+            remove(peer, peer.requests.begin());
     }
 
     void addUnasked(const Peer& peer, const ServerMessage& message, const Event& event)
@@ -326,33 +428,39 @@ private:
 
     void addTimed(std::deque<TimedMessage>& list, TimedMessage timed, const QByteArray& message, const Stored& known)
     {
-        if (m_recording->announcements.size() + m_recording->notifications.size() >= MaxTimed) {
+        if (m_kept.timed >= MaxTimed) {
             ++m_recording->leftOut;
             return;
         }
+        ++m_kept.timed;
         timed.message = m_spool.store(message, false, known);
         list.push_back(timed);
     }
 
     // Null if there are too many.
-    RecordedAnswers* questionOf(const QByteArray& key)
+    RecordedAnswers* questionOf(const QByteArray& key, bool isUnknown)
     {
         const auto found = m_recording->answers.find(key);
         if (found != m_recording->answers.end())
             return &found.value();
-        if (m_recording->answers.size() < MaxQuestions)
-            return &m_recording->answers[key];
-        ++m_recording->leftOut;
-        return nullptr;
+        if (m_kept.questions >= MaxQuestions || (isUnknown && m_kept.unknownQuestions >= MaxUnknownQuestions)) {
+            ++m_recording->leftOut;
+            return nullptr;
+        }
+        ++m_kept.questions;
+        m_kept.unknownQuestions += isUnknown ? 1 : 0;
+        return &m_recording->answers[key];
     }
 
     std::unique_ptr<Recording> m_recording;
     Spool& m_spool;
+    Kept& m_kept;
     std::map<Tools::Endpoint, Peer> m_peers;
     bool m_hasSpoken = false;
     bool m_isAnnouncedAsServer = false;
     Tools::Endpoint m_announcedTo;
-    qint64 m_firstAnnouncedUs = 0;
+    qint64 m_announcedUs = 0;
+    qint64 m_announceClockUs = 0;
     bool m_hasLeader = false;
     Tools::Endpoint m_leader; ///< the console whose notifications are used
     qint64 m_notifiedUs = 0;
@@ -374,15 +482,20 @@ public:
         if (!event.server.contains(':'))
             return;
         auto found = m_servers.find(event.server);
-        if (found == m_servers.end())
-            found =
-                m_servers
-                    .emplace(event.server,
-                             isWanted(event.server) ? std::make_unique<RecordedServer>(event.server, m_spool) : nullptr)
-                    .first;
+        if (found == m_servers.end() && m_servers.size() >= MaxServers)
+            return;
+        if (found == m_servers.end()) {
+            const bool isWanted = m_wanted.isEmpty() || m_classifier.isMatch(event.server, m_wanted);
+            found = m_servers
+                        .emplace(event.server,
+                                 isWanted ? std::make_unique<RecordedServer>(event.server, m_spool, m_kept) : nullptr)
+                        .first;
+        }
         if (found->second)
             found->second->add(event);
-        else if (event.direction == Event::Direction::FromServer)
+        else if (event.direction == Event::Direction::FromServer ||
+                 (event.code == QLatin1String("PLoc") &&
+                  Tools::Announcement::read(event.message).type == QLatin1String("MediaServer")))
             m_others.insert(event.server, m_classifier.nameOf(event.server));
     }
 
@@ -399,15 +512,17 @@ public:
                 break;
         }
         const auto isExact = [&](const RecordedServer* server) {
-            return server->recording().key == m_wanted || server->recording().name == m_wanted;
+            return !m_wanted.isEmpty() && (server->recording().key == m_wanted || server->recording().name == m_wanted);
         };
-        const auto exact = std::find_if(found.begin(), found.end(), isExact);
-        if (exact != found.end())
-            return (*exact)->take();
+        std::vector<RecordedServer*> exact;
+        std::copy_if(found.begin(), found.end(), std::back_inserter(exact), isExact);
+        if (exact.size() == 1)
+            return exact.front()->take();
         if (found.size() == 1)
             return found.front()->take();
         if (found.empty() && m_wanted.isEmpty()) {
-            problem = QString("'%1' contains no media server").arg(file);
+            problem = QString("'%1' contains no media server; 'citp-console capture --server NAME --walk' records one")
+                          .arg(file);
         } else if (found.empty()) {
             problem = QString("'%1' contains no server '%2'").arg(file, m_wanted);
             if (!m_others.isEmpty())
@@ -425,12 +540,6 @@ public:
     }
 
 private:
-    bool isWanted(const QString& key) const
-    {
-        return m_wanted.isEmpty() || key == m_wanted || key.section(':', 0, 0) == m_wanted ||
-               m_classifier.nameOf(key).contains(m_wanted, Qt::CaseInsensitive);
-    }
-
     static QString namesOf(const QMap<QString, QString>& servers)
     {
         constexpr int MaxNames = 10;
@@ -445,6 +554,7 @@ private:
     const QString m_wanted;
     const Tools::Classifier& m_classifier;
     Spool& m_spool;
+    Kept m_kept;
     std::map<QString, std::unique_ptr<RecordedServer>> m_servers; ///< by key; null if not wanted
     QMap<QString, QString> m_others;                              ///< names of those that are not wanted
 };

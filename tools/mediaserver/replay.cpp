@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <map>
 
 #include "lists.h"
 #include "messages.h"
@@ -14,6 +15,9 @@ namespace MediaServer {
 namespace {
 constexpr int PortOffset = 24;
 constexpr qint64 DefaultPeriodUs = 1000000;
+// Messages that arrived together, for example, are not repeated at the pace at which they arrived.
+constexpr qint64 MinPauseUs = 20000;
+constexpr qint64 MinPaceUs = 5000;
 constexpr int MaxUnknown = 1000;
 
 QByteArray withNumber(QByteArray message, int offset, quint16 value)
@@ -27,7 +31,9 @@ QByteArray withNumber(QByteArray message, int offset, quint16 value)
 qint64 periodOf(qint64 firstUs, qint64 lastUs, qint64 count)
 {
     const qint64 spanUs = lastUs - firstUs;
-    return count < 2 || spanUs <= 0 ? DefaultPeriodUs : spanUs + qMax<qint64>(1, spanUs / (count - 1));
+    if (count < 2 || spanUs <= 0)
+        return DefaultPeriodUs;
+    return qMax(spanUs + qMax(spanUs / (count - 1), MinPauseUs), count * MinPaceUs);
 }
 
 int toMs(qint64 us, double speed)
@@ -54,7 +60,8 @@ Replay::Replay(std::unique_ptr<Recording> recording, const Spool& spool, Unknown
         lastUs = message.timeUs;
     }
     if (states > 0)
-        m_statusPeriodUs = qMax(periodOf(firstUs, lastUs, states), m_recording->notifications.back().timeUs + 1);
+        m_statusPeriodUs =
+            qMax(periodOf(firstUs, lastUs, states), m_recording->notifications.back().timeUs + 1 - firstUs);
 }
 
 QString Replay::name() const
@@ -154,13 +161,16 @@ Answers Replay::answersTo(const Request& request, const QByteArray& message, Tur
     Answers answers;
     int unknown = 0;
     for (const Request& single : singleRequests(request)) {
-        if (append(single, message, {}, turns, answers))
+        const QByteArray key = keyOf(single, message);
+        if (append(key, request.index, {}, turns, answers))
             continue;
         // A list of all contains what is asked.
         Request all = single;
         all.numbers.clear();
         const bool isList = single.kind == RequestKind::ListLibraries || single.kind == RequestKind::ListElements;
-        if (isList && append(all, message, single.numbers, turns, answers))
+        if (isList && append(keyOf(all, message), request.index, single.numbers, turns, answers))
+            continue;
+        if (isForAll(single) && appendEach(key, request.index, turns, answers))
             continue;
         ++unknown;
         const Answers other = answerUnknown(single);
@@ -173,6 +183,14 @@ Answers Replay::answersTo(const Request& request, const QByteArray& message, Tur
 }
 
 void Replay::rewind()
+{
+    m_announcing.invalidate();
+    m_announced = 0;
+    m_announceRound = 0;
+    rewindNotifications();
+}
+
+void Replay::rewindNotifications()
 {
     m_notifying.invalidate();
     m_notified = 0;
@@ -213,10 +231,9 @@ QByteArray Replay::read(const Stored& stored, quint16 index) const
     return stored.isReply && !message.isEmpty() ? withNumber(message, 6, index) : message;
 }
 
-bool Replay::append(const Request& request, const QByteArray& message, const std::vector<quint8>& numbers, Turns& turns,
+bool Replay::append(const QByteArray& key, quint16 index, const std::vector<quint8>& numbers, Turns& turns,
                     Answers& answers) const
 {
-    const QByteArray key = keyOf(request, message);
     const auto known = m_recording->answers.constFind(key);
     if (known == m_recording->answers.constEnd())
         return false;
@@ -230,12 +247,30 @@ bool Replay::append(const Request& request, const QByteArray& message, const std
         next = qMin(next + 1, recorded.size() - 1);
     }
     for (const Stored& stored : recorded[turn]) {
-        answers.messages.push_back([this, stored, numbers, index = request.index] {
+        answers.messages.push_back([this, stored, numbers, index] {
             const QByteArray answer = read(stored, index);
             return numbers.empty() ? answer : onlyNumbers(answer, numbers);
         });
     }
     return true;
+}
+
+bool Replay::appendEach(const QByteArray& all, quint16 index, Turns& turns, Answers& answers) const
+{
+    // The number follows in the key, its lowest byte first.
+    std::map<quint32, QByteArray> keys;
+    for (auto known = m_recording->answers.begin(); known != m_recording->answers.end(); ++known) {
+        const QByteArray& key = known.key();
+        if (known.value().empty() || !key.startsWith(all) || key.size() > all.size() + 4)
+            continue;
+        quint32 number = 0;
+        for (int i = static_cast<int>(key.size()) - 1; i >= all.size(); --i)
+            number = number << 8 | static_cast<quint8>(key.at(i));
+        keys.emplace(number, key);
+    }
+    for (const auto& entry : keys)
+        append(entry.second, index, {}, turns, answers);
+    return !keys.empty();
 }
 
 Answers Replay::answerUnknown(const Request& request)

@@ -28,7 +28,6 @@ public:
 
     /// The name of the server; its key if no announcement was recorded.
     QString name() const;
-    const Recording& recording() const { return *m_recording; }
     /// What is replayed, and what is missing in the recording.
     QStringList report() const;
     /// What was asked and is not in the recording, with counts; the most frequent first.
@@ -44,18 +43,22 @@ public:
     /// @param message the bytes of @p request
     Answers answersTo(const Request& request, const QByteArray& message, Turns& turns);
 
-    /// Starts the notifications from the beginning.
+    /// Starts the announcements and the notifications from the beginning.
     void rewind();
+    void rewindNotifications();
     /// The next notification that is due; empty if none is. When all have been sent, the layer states start again.
     /// @param waitMs set to the time until the next one, -1 if there is none
     QByteArray nextNotification(int& waitMs);
 
 private:
     QByteArray read(const Stored& stored, quint16 index) const;
-    // Appends what was recorded for @p request, of lists only @p numbers unless that is empty.
+    // Appends what was recorded for the question @p key, of lists only @p numbers unless that is empty.
     // @return whether it was asked in the recording
-    bool append(const Request& request, const QByteArray& message, const std::vector<quint8>& numbers, Turns& turns,
+    bool append(const QByteArray& key, quint16 index, const std::vector<quint8>& numbers, Turns& turns,
                 Answers& answers) const;
+    // Appends what was recorded for each thumbnail or fixture of the request for all with the key @p all.
+    // @return whether there is any
+    bool appendEach(const QByteArray& all, quint16 index, Turns& turns, Answers& answers) const;
     Answers answerUnknown(const Request& request);
     qint64 playedUs(const QElapsedTimer& since) const;
 

@@ -21,6 +21,7 @@ const int MaxConnections = 64;
 const int ReservedDescriptors = 8;
 const int AcceptRetryMs = 1000;
 const int ForgeTickMs = 10;
+const int DefaultIntervalMs = 1000;
 // Leaves time for signals and for the other servers.
 const qint64 MaxForgedInATick = 200;
 const int FloodTickMs = 1;
@@ -125,6 +126,10 @@ bool Server::start(QString& problem)
     prepareFloods();
     if (m_faults.isEnabled(Fault::Forge))
         m_forgeTimer.start();
+    if (m_content.replay) {
+        m_content.replay->rewind();
+        replayNotifications();
+    }
     if (!m_behaviour.groups.isEmpty()) {
         m_announceTimer.start();
         announce();
@@ -198,7 +203,7 @@ void Server::accept()
     socket->setSocketDescriptor(descriptor);
     auto* const connection = new Connection(socket, m_content, m_faults, m_log, this);
     if (m_content.replay)
-        connect(connection, &Connection::greeted, this, &Server::replayNotifications);
+        connect(connection, &Connection::greeted, this, &Server::welcome);
 }
 
 // The connection stays in the backlog of the listening socket.
@@ -262,7 +267,9 @@ void Server::announce()
 void Server::forge()
 {
     const FaultPlan& plan = m_behaviour.faults;
-    const int ticks = qMax(1, m_behaviour.intervalMs / ForgeTickMs);
+    // A replay may have no interval.
+    const int intervalMs = m_behaviour.intervalMs > 0 ? m_behaviour.intervalMs : DefaultIntervalMs;
+    const int ticks = qMax(1, intervalMs / ForgeTickMs);
     const qint64 due = qint64(plan.forged) * (m_forgeTick + 1) / ticks - qint64(plan.forged) * m_forgeTick / ticks;
     m_forgeTick = (m_forgeTick + 1) % ticks;
     for (qint64 count = qMin(due, MaxForgedInATick); count > 0; --count) {
@@ -334,13 +341,24 @@ void Server::sendLayerStatus()
     notify(nextLayerStatus(m_behaviour.layerRate));
 }
 
-// They start with the first console, and again when none is left.
-void Server::replayNotifications()
+qsizetype Server::greetedConsoles() const
 {
     const QList<Connection*> consoles = connections();
-    if (std::none_of(consoles.begin(), consoles.end(), [](const Connection* each) { return each->isGreeted(); })) {
+    return std::count_if(consoles.begin(), consoles.end(), [](const Connection* each) { return each->isGreeted(); });
+}
+
+// The notifications start with the first console.
+void Server::welcome()
+{
+    if (greetedConsoles() == 1)
+        m_content.replay->rewindNotifications();
+    replayNotifications();
+}
+
+void Server::replayNotifications()
+{
+    if (greetedConsoles() == 0) {
         m_layerTimer.stop();
-        m_content.replay->rewind();
         return;
     }
     int waitMs = 0;

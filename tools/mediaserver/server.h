@@ -49,6 +49,8 @@ public:
 private:
     void accept();
     void announce();
+    qsizetype greetedConsoles() const;
+    void welcome();
     void replayNotifications();
     bool openSender(QUdpSocket& sender, const QHostAddress& address) const;
     bool sendToGroups(QUdpSocket& sender, const QByteArray& message) const;

@@ -11,6 +11,13 @@
 #include <cstring>
 
 namespace MediaServer {
+namespace {
+QString spoolFolder()
+{
+    return qEnvironmentVariableIsEmpty("TMPDIR") ? QString("/var/tmp") : QDir::tempPath();
+}
+} // namespace
+
 Spool::~Spool()
 {
     if (m_file >= 0)
@@ -19,7 +26,7 @@ Spool::~Spool()
 
 bool Spool::open()
 {
-    QByteArray path = QFile::encodeName(QDir::tempPath() + "/citp-replay-XXXXXX");
+    QByteArray path = QFile::encodeName(spoolFolder() + "/citp-replay-XXXXXX");
     m_file = mkostemp(path.data(), O_CLOEXEC);
     if (m_file < 0) {
         fail();
@@ -70,6 +77,6 @@ QByteArray Spool::read(const Stored& stored) const
 void Spool::fail()
 {
     m_problem = QString("cannot keep messages in %1: %2; set TMPDIR to a folder with room for them")
-                    .arg(QDir::tempPath(), QString::fromLocal8Bit(std::strerror(errno)));
+                    .arg(spoolFolder(), QString::fromLocal8Bit(std::strerror(errno)));
 }
 } // namespace MediaServer

@@ -27,7 +27,8 @@ public:
     Spool(const Spool&) = delete;
     Spool& operator=(const Spool&) = delete;
 
-    /// Creates the file in the folder for temporary files. It has no name, so that it goes with the process.
+    /// Creates the file in the folder TMPDIR, otherwise in /var/tmp, because /tmp may be in memory. The file has no
+    /// name, so that it goes with the process.
     bool open();
     /// Appends @p message. After an error, nothing is stored; see problem().
     Stored store(const QByteArray& message, bool isReply = false);
@@ -36,7 +37,6 @@ public:
     /// The bytes of a message; empty if it cannot be read.
     QByteArray read(const Stored& stored) const;
 
-    qint64 size() const { return m_size; }
     /// One line that says what failed and what to do; empty if all went well.
     const QString& problem() const { return m_problem; }
 

@@ -21,8 +21,7 @@ bool EventFilter::accepts(const Event& event)
 bool EventFilter::isFromServer(const Event& event) const
 {
     const QString& wanted = m_options.filteredServer;
-    return wanted.isEmpty() || event.server == wanted || event.server.section(':', 0, 0) == wanted ||
-           m_classifier.nameOf(event.server).contains(wanted, Qt::CaseInsensitive);
+    return wanted.isEmpty() || m_classifier.isMatch(event.server, wanted);
 }
 
 bool EventFilter::isWantedMessage(const Event& event) const

@@ -76,6 +76,12 @@ Endpoint Classifier::serverOf(const Connection& connection) const
     return guess == m_connections.end() ? connection.second : guess->second.server;
 }
 
+bool Classifier::isMatch(const QString& server, const QString& wanted) const
+{
+    return server == wanted || server.section(':', 0, 0) == wanted ||
+           nameOf(server).contains(wanted, Qt::CaseInsensitive);
+}
+
 bool Classifier::isServerKnown(const Connection& connection) const
 {
     if (m_announced.count(connection.first) != 0 || m_announced.count(connection.second) != 0)

@@ -44,6 +44,8 @@ public:
     /// The name that the server announced, at most 256 characters; empty if none is known.
     /// @param server its key
     QString nameOf(const QString& server) const { return m_names.value(server); }
+    /// Whether @p server, a key, is one that @p wanted means: its key, its address or part of its name.
+    bool isMatch(const QString& server, const QString& wanted) const;
     /// Whether serverOf() is certain.
     bool isServerKnown(const Connection& connection) const;
 
