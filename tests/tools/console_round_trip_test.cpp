@@ -14,9 +14,9 @@
 namespace {
 const QString RecordedKey = "127.0.0.2:4811";
 
-QStringList walkTo(const QString& file)
+QStringList walkTo(const QString& file, const QString& server = RecordedKey)
 {
-    return {"capture", "--adapter", "lo", "--server", RecordedKey, "--walk", "--write", file};
+    return {"capture", "--adapter", "lo", "--server", server, "--walk", "--write", file};
 }
 
 void expectWalked(const Outcome& outcome)
@@ -156,14 +156,66 @@ TEST(Walk, LeavesPicturesOutIfItIsToldTo)
     const cap::Files files;
     const Server server({"--name", "Stage"});
     // Not the one that is asked.
-    const Server other({"--name", "Other", "--address", "127.0.0.3", "--port", "4812"});
-    const Outcome outcome = runConsole(walkTo(files.path("show.pcap")) + QStringList{"--no-pictures"});
+    const Server other({"--name", "Stage 10", "--address", "127.0.0.3", "--port", "4812"});
+    const Outcome outcome = runConsole(walkTo(files.path("show.pcap"), "Stage") + QStringList{"--no-pictures"});
     expectWalked(outcome);
     EXPECT_TRUE(
         outcome.output.contains("\nserver 127.0.0.2:4811  \"Stage\": 5 libraries, 40 elements, 0 layer states\n"))
         << outcome.output.toStdString();
     for (const QByteArray& message : saidIn(files.path("show.pcap")).value(Tools::Event::Direction::ToServer))
         EXPECT_NE(message.mid(22, 4).toStdString(), "GETh");
+}
+
+TEST(Walk, EndsWithTheRecording)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const Server server({"--name", "Stage"});
+    const Outcome outcome = runConsole(walkTo(files.path("show.pcap")) + QStringList{"--count", "20"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.output.contains("\n20 packets written to ")) << outcome.output.toStdString();
+    EXPECT_TRUE(outcome.errors.endsWith("citp-console: the recording ended before everything was asked for\n"))
+        << outcome.errors.toStdString();
+    Child full("sh", {"-c", "trap '' XFSZ; ulimit -f 8; exec " CONSOLE_PROGRAM " " +
+                                walkTo(files.path("limited.pcap")).join(' ')});
+    EXPECT_EQ(full.waitForEnd(), 1);
+    EXPECT_TRUE(full.errors().endsWith("cannot be written: is the disk full?\n")) << full.errors().toStdString();
+    EXPECT_FALSE(full.output().contains(" pictures, ")) << full.output().toStdString();
+}
+
+TEST(Walk, DoesNotWaitForEachPictureOfAServerThatHasNone)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const Server server({"--name", "Stage", "--fault", "silence", "--fault-on", "GETh"});
+    const Outcome outcome = runConsole(walkTo(files.path("show.pcap")) + QStringList{"--timeout", "1"});
+    expectWalked(outcome);
+    EXPECT_TRUE(outcome.errors.contains(": 40 pictures were not received\n")) << outcome.errors.toStdString();
+    // Two elements, each asked for twice.
+    EXPECT_LE(server.output().count("fault: silence"), 4) << server.output().toStdString();
+}
+
+TEST(Walk, KeepsWhatItHasWhenItIsInterrupted)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const QString file = files.path("show.pcap");
+    const Server server({"--name", "Stage", "--fault", "silence", "--fault-on", "GETh"});
+    Console console(walkTo(file));
+    console.waitForLine("asking server ");
+    console.interrupt();
+    EXPECT_EQ(console.waitForEnd(), 1);
+    EXPECT_TRUE(console.errors().endsWith("citp-console: interrupted before everything was asked for\n"))
+        << console.errors().toStdString();
+    EXPECT_FALSE(saidIn(file).value(Tools::Event::Direction::FromServer).isEmpty());
+    // Its reader has gone.
+    Child pipeline(
+        "sh", {"-c", CONSOLE_PROGRAM " " + walkTo(files.path("piped.pcap")).join(' ') + " --no-pictures | head -1"});
+    EXPECT_EQ(pipeline.waitForEnd(), 0);
+    EXPECT_FALSE(saidIn(files.path("piped.pcap")).value(Tools::Event::Direction::FromServer).isEmpty());
 }
 
 TEST(Walk, KeepsWhatItHasWhenTheServerGoes)

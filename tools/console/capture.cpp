@@ -4,13 +4,16 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <limits>
 #include <memory>
+#include <vector>
 
 #include "adapters.h"
 #include "capture/classifier.h"
@@ -22,8 +25,12 @@
 
 namespace Console {
 namespace {
-constexpr int MaxFrameBytes = 262144;
-constexpr int BufferBytes = 16 << 20;
+// An IP packet with its headers below. The kernel's buffer has room for as many packets of this size as fit into it,
+// however small they are.
+constexpr int MaxFrameBytes = 65536 + 100;
+constexpr int BufferBytes = 64 << 20;
+// The packets before the server of a walk is found.
+constexpr qint64 MaxHeldBytes = 64 << 20;
 constexpr int DefaultSeconds = 600;
 constexpr int DefaultCount = 1000000;
 constexpr int MaxPacketsPerBatch = 1000;
@@ -80,13 +87,12 @@ Capture openAdapter(const QString& adapter)
 class Recorder
 {
 public:
-    /// @param options of the recording; those of a walk restrict it to one server
-    Recorder(const QString& adapter, const QString& file, qint64 maxPackets, const Options& options)
+    /// @param isForOne holds the packets back until setServer() is called
+    Recorder(const QString& adapter, const QString& file, qint64 maxPackets, bool isForOne)
         : m_name(isStandardOutput(file) ? QString("standard output") : escapeControls(file)),
           m_isPiped(isStandardOutput(file)),
           m_maxPackets(maxPackets),
-          m_server(options.walk ? options.filteredServer : QString()),
-          m_named(options.walk ? options.stack.servers : QStringList()),
+          m_isForOne(isForOne),
           m_capture(openAdapter(adapter)),
           m_newFile(file)
     {
@@ -100,6 +106,15 @@ public:
             throw Failure{QString("'%1' cannot be written: %2").arg(m_name, reason(m_capture))};
         if (pcap_setnonblock(m_capture.get(), 1, problem) != 0)
             throw Failure{QString("cannot capture: %1").arg(escapeControls(QString::fromLocal8Bit(problem)))};
+    }
+
+    /// Writes only the packets of the server with this key, also those held back.
+    void setServer(const QString& key)
+    {
+        m_server = key;
+        for (const Held& held : m_held)
+            write(held.header, held.frame);
+        m_held.clear();
     }
 
     static bool isStandardOutput(const QString& file) { return file == QLatin1String("-"); }
@@ -119,10 +134,13 @@ public:
         return m_problem.isEmpty() && m_written < m_maxPackets;
     }
 
-    /// Writes all that has been captured.
+    /// Writes what has been captured. Ends early enough for the file to get its name after Ctrl-C.
     void drain()
     {
-        for (qint64 before = -1; before != m_captured;) {
+        constexpr qint64 MaxMs = 200;
+        QElapsedTimer elapsed;
+        elapsed.start();
+        for (qint64 before = -1; before != m_captured && elapsed.elapsed() < MaxMs;) {
             before = m_captured;
             writeCaptured();
         }
@@ -155,6 +173,12 @@ public:
     }
 
 private:
+    struct Held
+    {
+        pcap_pkthdr header;
+        QByteArray frame;
+    };
+
     void failToWrite(const QString& why)
     {
         if (m_isPiped && errno == EPIPE)
@@ -165,37 +189,48 @@ private:
 
     bool isWanted(const Tools::Packet& packet) const
     {
-        if (m_server.isEmpty())
+        if (!m_isForOne)
             return true;
-        const Tools::Endpoint announced{packet.from.address, Tools::Announcement::read(packet.data).port};
-        const QString key =
-            toText(packet.isUdp ? announced : m_classifier.serverOf(Tools::Classifier::connectionOf(packet)));
-        return key == m_server || m_named.contains(key) ||
-               m_classifier.nameOf(key).contains(m_server, Qt::CaseInsensitive);
+        Tools::Endpoint server{packet.from.address, 0};
+        if (packet.isUdp)
+            server.port = Tools::Announcement::read(packet.data).port;
+        else
+            server = m_classifier.serverOf(Tools::Classifier::connectionOf(packet));
+        return toText(server) == m_server;
     }
 
     static void handlePacket(u_char* recorder, const pcap_pkthdr* header, const u_char* data)
     {
-        reinterpret_cast<Recorder*>(recorder)->write(header, data);
+        auto* const self = reinterpret_cast<Recorder*>(recorder);
+        ++self->m_captured;
+        self->write(*header,
+                    QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen)));
     }
 
-    void write(const pcap_pkthdr* header, const u_char* data)
+    void write(const pcap_pkthdr& header, const QByteArray& frame)
     {
-        const QByteArray frame =
-            QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(header->caplen));
         const Tools::Packet packet = Tools::readPacket(pcap_datalink(m_capture.get()), frame, 0);
-        ++m_captured;
-        if (m_written >= m_maxPackets || !m_classifier.learn(packet) || !isWanted(packet))
+        if (m_written >= m_maxPackets || !m_classifier.learn(packet))
             return;
-        pcap_dump(reinterpret_cast<u_char*>(m_file.get()), header, data);
+        if (m_isForOne && m_server.isEmpty()) {
+            m_heldBytes += frame.size();
+            if (m_heldBytes <= MaxHeldBytes)
+                m_held.push_back({header, QByteArray(frame.constData(), frame.size())});
+            return;
+        }
+        if (!isWanted(packet))
+            return;
+        pcap_dump(reinterpret_cast<u_char*>(m_file.get()), &header, reinterpret_cast<const u_char*>(frame.constData()));
         ++m_written;
     }
 
     const QString m_name;
     const bool m_isPiped; ///< to standard output
     const qint64 m_maxPackets;
-    const QString m_server;    ///< the only one to record; empty: all
-    const QStringList m_named; ///< servers that may be it, because they were named by hand
+    const bool m_isForOne;
+    QString m_server; ///< the only one to record, if #m_isForOne; empty until it is found
+    std::vector<Held> m_held;
+    qint64 m_heldBytes = 0;
     Capture m_capture;
     NewFile m_newFile;
     Dump m_file;
@@ -210,19 +245,24 @@ private:
 int recordWalk(Recorder& recorder, QSocketNotifier& arrival, const Options& options)
 {
     constexpr int WriteMs = 50;
+    bool isOver = false;
+    const auto write = [&] { isOver = !recorder.writeCaptured() || isOver; };
     QTimer timer;
-    QObject::connect(&timer, &QTimer::timeout, &timer, [&recorder] { recorder.writeCaptured(); });
-    QObject::connect(&arrival, &QSocketNotifier::activated, &timer, [&recorder] { recorder.writeCaptured(); });
+    QObject::connect(&timer, &QTimer::timeout, &timer, write);
+    QObject::connect(&arrival, &QSocketNotifier::activated, &timer, write);
     timer.start(WriteMs);
     if (options.seconds > 0)
         interruptAfter(options.seconds);
     QString failure;
     try {
-        walk(options, [&recorder](const QString& line) { recorder.say(line); });
+        walk(options, {[&](const QString& key) { recorder.setServer(key); },
+                       [&](const QString& line) { recorder.say(line); }, [&] { return isOver; }});
     } catch (const Failure& caught) {
         failure = caught.text;
     } catch (const Interrupted&) {
         failure = "interrupted before everything was asked for";
+    } catch (const OutputFailure&) {
+        failure = "not all output could be written";
     }
     recorder.drain();
     recorder.report();
@@ -242,8 +282,9 @@ int capture(const Options& options)
     if (!used.IsValid())
         throw Failure{"no adapter to capture on; 'citp-console adapters' lists them, --adapter chooses one"};
     const int seconds = options.seconds > 0 ? options.seconds : DefaultSeconds;
+    const qint64 defaultCount = options.walk ? std::numeric_limits<qint64>::max() : DefaultCount;
     Recorder recorder(QString::fromStdString(used.GetName()), options.write,
-                      options.count > 0 ? options.count : DefaultCount, options);
+                      options.count > 0 ? options.count : defaultCount, options.walk);
 
     // Wakes the event loop. On some adapters the descriptor does not become readable for every packet; those packets
     // are written when the loop wakes up by itself.

@@ -246,7 +246,7 @@ QList<QCommandLineOption> knownOptions(const Command* command = nullptr)
          "Stops after this many seconds, 1 to 86400. Default: run until Ctrl-C; for 'capture' 600.",
          "N"},
         {"interval", "Seconds between two tables, 1 to 3600. Default: 2.", "N"},
-        {"count", "Stops after this many packets, 1 to 1000000000. Default: 1000000.", "N"},
+        {"count", "Stops after this many packets, 1 to 1000000000. Default: 1000000; none with --walk.", "N"},
         {"summary", "Prints tables with the count and sizes of the messages of each server instead of the messages."},
         {{"write", "w"}, "File to write. An existing file is overwritten. - writes to standard output.", "FILE"},
         {"walk", "Asks the server of --server for everything, and records that."},

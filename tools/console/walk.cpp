@@ -5,6 +5,7 @@
 #include <citp_client/layers.h>
 
 #include <QStringList>
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -49,26 +50,47 @@ std::vector<CITP::Request> pictureRequests(Session& session, const Options& opti
     return requests;
 }
 
-// One after the other: a console asks for several at once.
-// @return the number of pictures
-int fetchPictures(Session& session, const std::vector<CITP::Request>& requests)
+void checkRecording(const WalkCalls& calls)
 {
+    if (calls.isOver())
+        throw Failure{"the recording ended before everything was asked for"};
+}
+
+// One after the other: a console asks for several at once. Where the server falls silent, the rest of the library is
+// left out, and everything if the server has never answered: each picture would take as long as its timeout.
+// @return the number of pictures
+int fetchPictures(Session& session, const std::vector<CITP::Request>& requests, const WalkCalls& calls)
+{
+    struct Kind
+    {
+        QString library; ///< asked last
+        bool isAnswered = false;
+    };
+    std::map<CITP::Request::Kind, Kind> kinds;
     int received = 0;
     Progress progress(static_cast<int>(requests.size()));
     for (std::size_t i = 0; i < requests.size(); ++i) {
+        checkRecording(calls);
+        const CITP::Request& request = requests[i];
+        Kind& kind = kinds[request.kind];
+        const bool isHopeless = !kind.isAnswered || kind.library == request.library;
+        if (isHopeless && session.requests().isSilent(session.key(), request.kind))
+            continue;
+        kind.library = request.library;
         std::optional<CITP::Reply::Status> status;
-        CITP::Reply* const reply = session.requests().get(requests[i]);
+        CITP::Reply* const reply = session.requests().get(request);
         QObject context;
         QObject::connect(reply, &CITP::Reply::finished, &context, [&status, reply] { status = reply->status(); });
         session.waitUntil([&status] { return status.has_value(); });
         received += status == CITP::Reply::Answered ? 1 : 0;
+        kind.isAnswered = kind.isAnswered || status == CITP::Reply::Answered;
         progress.show(static_cast<int>(i) + 1);
     }
     return received;
 }
 
 // @return the number of reports
-int awaitLayers(Session& session)
+int awaitLayers(Session& session, const WalkCalls& calls)
 {
     CITP::Layers layers(session.transport(), session.key());
     layers.setInterval(0);
@@ -76,6 +98,7 @@ int awaitLayers(Session& session)
     QObject::connect(&layers, &CITP::Layers::changed, [&] { reports += layers.isStale() ? 0 : 1; });
     const WaitLine waiting("waiting for the layer status of " + session.name());
     for (int before = -1; reports < MinLayerReports && reports != before;) {
+        checkRecording(calls);
         before = reports;
         session.waitUntil([&] { return reports > before; }, LayerSilenceMs);
     }
@@ -83,18 +106,20 @@ int awaitLayers(Session& session)
 }
 } // namespace
 
-void walk(const Options& options, const std::function<void(const QString&)>& say)
+void walk(const Options& options, const WalkCalls& calls)
 {
     Options wanted = options;
     wanted.server = options.filteredServer;
     Session session(wanted);
-    say("asking " + session.name() + " for everything");
+    calls.found(session.key());
+    calls.say("asking " + session.name() + " for everything");
     CITP::Catalogue& catalogue = session.catalogue();
     qint64 libraries = 0;
     qint64 elements = 0;
     for (const quint8 type : session.server().types) {
         catalogue.loadAll(type);
         session.waitForCatalogue();
+        checkRecording(calls);
         session.warnAboutLists(type, CITP::Request::Libraries);
         session.warnAboutLists(type, CITP::Request::Elements);
         for (const CITP::Library& library : catalogue.allLibraries(type)) {
@@ -107,13 +132,13 @@ void walk(const Options& options, const std::function<void(const QString&)>& say
     found.add(elements, "elements");
     if (!options.noPictures) {
         const std::vector<CITP::Request> requests = pictureRequests(session, options);
-        const int pictures = fetchPictures(session, requests);
+        const int pictures = fetchPictures(session, requests, calls);
         found.add(pictures, "pictures");
         if (pictures < static_cast<int>(requests.size()))
-            warn(QString("%1: %2 pictures were asked for and not received")
+            warn(QString("%1: %2 pictures were not received")
                      .arg(session.name(), QString::number(static_cast<int>(requests.size()) - pictures)));
     }
-    found.add(awaitLayers(session), "layer states");
-    say(session.name() + ": " + found.text());
+    found.add(awaitLayers(session, calls), "layer states");
+    calls.say(session.name() + ": " + found.text());
 }
 } // namespace Console
