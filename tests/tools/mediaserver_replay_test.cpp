@@ -4,6 +4,7 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <memory>
+#include <utility>
 
 #include "capture_writer.h"
 #include "mediaserver_fixture.h"
@@ -432,16 +433,19 @@ TEST(MediaserverReplay, RepeatsLayerStatesThatArrivedTogetherSlowly)
 {
     MediaServer::Spool spool;
     ASSERT_TRUE(spool.open());
-    auto recording = std::make_unique<MediaServer::Recording>();
-    for (const qint64 timeUs : {0, 1})
-        recording->notifications.push_back({timeUs, spool.store(statusOf(1)), true});
     // At this speed, a pause of 20 ms takes 20 s.
-    MediaServer::Replay replay(std::move(recording), spool, MediaServer::Replay::Unknown::Silence, 0.001);
-    int waitMs = 0;
-    for (int sent = 0; sent < 2;)
-        sent += replay.nextNotification(waitMs).isEmpty() ? 0 : 1;
-    EXPECT_TRUE(replay.nextNotification(waitMs).isEmpty());
-    EXPECT_GT(waitMs, 1000);
+    constexpr double Speed = 0.001;
+    for (const auto& [states, pauseMs] : {std::pair{2, 15000}, std::pair{100, 400000}}) {
+        auto recording = std::make_unique<MediaServer::Recording>();
+        for (qint64 timeUs = 0; timeUs < states; ++timeUs)
+            recording->notifications.push_back({timeUs, spool.store(statusOf(1)), true});
+        MediaServer::Replay replay(std::move(recording), spool, MediaServer::Replay::Unknown::Silence, Speed);
+        int waitMs = 0;
+        for (int sent = 0; sent < states;)
+            sent += replay.nextNotification(waitMs).isEmpty() ? 0 : 1;
+        EXPECT_TRUE(replay.nextNotification(waitMs).isEmpty());
+        EXPECT_GT(waitMs, pauseMs);
+    }
 }
 
 TEST(MediaserverReplay, AnnouncesItselfAsRecordedWithItsOwnPort)

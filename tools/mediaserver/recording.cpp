@@ -8,6 +8,7 @@
 #include <deque>
 #include <iterator>
 #include <map>
+#include <utility>
 
 #include "capture/capture_file.h"
 #include "capture/decoder.h"
@@ -58,6 +59,7 @@ struct OpenRequest
     std::vector<Stored> answers; ///< to a request for all; otherwise those that do not tell what they answer
     std::size_t expected = 1;    ///< number of answers; 0: any
     bool isAnswered = false;
+    bool isLost = false; ///< its answer may be in a gap
 
     // 1 if there are none.
     std::size_t numbers() const { return std::max<std::size_t>(1, expected); }
@@ -197,9 +199,11 @@ private:
     }
 
     // Whether the open requests were answered is unknown.
-    void loseAnswers(const Peer& peer)
+    void loseAnswers(Peer& peer)
     {
-        for (const OpenRequest& open : peer.requests) {
+        for (OpenRequest& open : peer.requests) {
+            if (std::exchange(open.isLost, true))
+                continue;
             for (const Request& single : singleRequests(open.request)) {
                 const auto question = m_recording->answers.find(open.expected > 1 ? keyOf(single, {}) : open.key);
                 if (question == m_recording->answers.end() || !question.value().empty())
