@@ -369,7 +369,8 @@ QByteArray distorted(Faults&, const QByteArray& message)
     const int half = qMax(1, height / 2);
     QByteArray changed;
     if (format == "RGB8") {
-        changed = picture.left(3 * width * half);
+        const int bytes = 3 * width * half;
+        changed = picture.left(bytes);
     } else {
         QBuffer buffer(&changed);
         QImage::fromData(picture).scaled(width, half).save(&buffer, format == "PNG " ? "png" : "jpeg");

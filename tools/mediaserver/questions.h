@@ -47,7 +47,7 @@ struct ServerMessage
     bool isNotification() const { return code == "LSta" || code == "ELUp" || code == "PNam"; }
 
     /// Accepts any bytes.
-    static ServerMessage read(const QByteArray& message);
+    static ServerMessage read(const QByteArray& bytes);
 };
 
 /// How a message fits to a request.
