@@ -213,6 +213,12 @@ QByteArray withoutFormats(Faults&, const QByteArray& message)
                                 : replaced(message, formats, 1 + 4 * byteAt(message, formats), QByteArray(1, '\0'));
 }
 
+QByteArray withoutPng(Faults&, const QByteArray& message)
+{
+    const int count = behindProduct(message);
+    return minorOf(message) < 2 ? message : replaced(message, count + 3 + 2 * byteAt(message, count), 13, "\2RGB8JPEG");
+}
+
 QByteArray withWrongUuid(Faults&, const QByteArray& message)
 {
     return minorOf(message) < 2 ? message : replaced(message, MsexHeaderSize, 36, QByteArray(36, '?'));

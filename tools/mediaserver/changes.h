@@ -19,7 +19,7 @@ Change withLyingCount, ofWrongKind, withLongName, truncated, withSpoiledPicture,
 Change withZeroSize, withEndlessSize, withForeignCitp, ofOldVersion, withSecondPart, ofForeignLayer, ofForeignCode;
 Change withForeignIndex, withTrailingBytes, withoutTerminator, withoutName;
 Change ofForeignType, withoutPort, withoutState, withOtherPort;
-Change withoutOwnVersion, withMoreTypes, withoutFormats, withWrongUuid, withMoreLayers, withOtherProduct;
+Change withoutOwnVersion, withMoreTypes, withoutFormats, withoutPng, withWrongUuid, withMoreLayers, withOtherProduct;
 Change ofWrongType, ofWrongLibrary, withWrongNumber, withTwin, ofWrongLevel, withWrongRange, withMoreLibraries;
 Change withMoreElements, withOtherSerial, ofBlankMedia, inMilliseconds;
 Change withWrongSize, ofWrongElement, distorted, withPaddedRows;

@@ -151,6 +151,7 @@ void Connection::handle(const Request& request, const QByteArray& message)
     const bool isUnwelcome =
         (request.kind == RequestKind::Unknown && m_faults.isEnabled(Fault::Strict)) ||
         (request.kind == RequestKind::ClientInfo && m_isGreeted && m_faults.isEnabled(Fault::Once)) ||
+        (request.isLonger && m_faults.isEnabled(Fault::Exact)) ||
         (request.kind == RequestKind::SendPatch && !m_isGreeted && m_faults.isEnabled(Fault::NeedsClient));
     if (isUnwelcome) {
         report("fault: " + request.code + " is unwelcome");

@@ -107,6 +107,7 @@ Request parseRequest(const QByteArray& message)
         readMsex(in, code, request);
     }
     request.code = QString::fromLatin1(layer + ' ' + code);
+    request.isLonger = request.kind != RequestKind::Unknown && in.remaining() > 0;
     if (in.truncated()) {
         request.kind = RequestKind::Malformed;
         request.problem = QString("cut short at %1 bytes").arg(message.size());

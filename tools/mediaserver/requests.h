@@ -25,6 +25,7 @@ struct Request
     RequestKind kind = RequestKind::Unknown;
     QString code;            ///< layer and content code, e.g. "MSEX GELI"
     QString problem;         ///< of a malformed message
+    bool isLonger = false;   ///< bytes follow its last field
     quint16 index = 0;       ///< the request index, which is copied to the answer
     quint8 versionMajor = 0; ///< MSEX version of an MSEX message
     quint8 versionMinor = 0;
