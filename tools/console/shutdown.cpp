@@ -17,14 +17,16 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds RepeatedSignal{100};
+constexpr milliseconds LongGrace{20000};
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 // The sanitizers report while the process ends, which takes longer.
-constexpr milliseconds Grace{20000};
+constexpr milliseconds Grace{LongGrace};
 #else
 constexpr milliseconds Grace{400};
 #endif
 constexpr int NoStatus = -1;
 
+std::atomic<milliseconds> grace{Grace};
 std::atomic<bool> interrupted{false};
 std::atomic<int> exitStatus{NoStatus};
 
@@ -46,7 +48,7 @@ std::atomic<int> exitStatus{NoStatus};
     interrupted = true;
     const auto first = std::chrono::steady_clock::now();
     for (;;) {
-        const auto left = first + Grace - std::chrono::steady_clock::now();
+        const auto left = first + grace.load() - std::chrono::steady_clock::now();
         if (left.count() <= 0)
             terminateNow();
         const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
@@ -71,6 +73,11 @@ void watchSignals()
 void interruptAfter(int seconds)
 {
     alarm(static_cast<unsigned int>(seconds));
+}
+
+void allowTimeToEnd()
+{
+    grace = LongGrace;
 }
 
 bool isInterrupted()

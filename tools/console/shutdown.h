@@ -32,6 +32,9 @@ void watchSignals();
 /// Sets the time limit: @p seconds from now, the command is interrupted as by a signal.
 void interruptAfter(int seconds);
 
+/// From now on, the process is terminated 20 s after the first signal instead, because it has files to write.
+void allowTimeToEnd();
+
 /// Whether a signal arrived or the time limit has passed. Thread-safe.
 bool isInterrupted();
 

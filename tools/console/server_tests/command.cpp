@@ -3,6 +3,8 @@
 #include <citp/citp_msg_msex_thumbnails.h>
 #include <citp_system/os_log.h>
 
+#include <optional>
+
 #include "../commands.h"
 #include "../printing.h"
 #include "../shutdown.h"
@@ -30,6 +32,22 @@ int listTests()
 bool isNamed(const QStringList& names, const Area& area, const TestCase& test)
 {
     return names.contains(area.name) || names.contains(QString::number(test.number));
+}
+
+bool isSelected(const Options& options, const Area& area, const TestCase& test)
+{
+    return (options.only.isEmpty() || isNamed(options.only, area, test)) && !isNamed(options.skip, area, test);
+}
+
+bool isAnySelected(const Options& options)
+{
+    for (const Area& area : areas()) {
+        for (const TestCase& test : area.tests) {
+            if (isSelected(options, area, test))
+                return true;
+        }
+    }
+    return false;
 }
 
 QStringList unknownIn(QStringList names)
@@ -69,31 +87,34 @@ public:
         : m_options(options),
           m_old(options.compare.isEmpty() ? Verdicts() : readVerdicts(options.compare)),
           m_html(options.html),
+          m_hasHtml(openHtml()),
           m_bench(options),
           m_report(m_bench.key(), options.jsonFile)
     {
-        if (!options.html.isEmpty() && !m_html.open())
-            throw Failure{QString("cannot write %1: %2").arg(escapeControls(options.html), m_html.problem())};
     }
 
     int run()
     {
-        bool isOutputLost = false;
+        allowTimeToEnd();
+        std::optional<OutputFailure> lost;
         std::vector<LibraryPicture> pictures;
         try {
             runAll();
             if (m_bench.isGone())
                 m_end = "the server accepts no connection any more";
-            if (!m_options.html.isEmpty() && m_report.count(Verdict::Broken) == 0)
+            else if (m_report.results().size() == static_cast<std::size_t>(m_report.count(Verdict::NotRun)))
+                m_end = "no test could be run";
+            else if (!m_hasVersions)
+                m_end = "the server does not tell its MSEX versions";
+            if (m_hasHtml && m_report.count(Verdict::Broken) == 0)
                 pictures = coversOf(m_bench);
         } catch (const Interrupted&) {
             m_end = "interrupted";
-        } catch (const OutputFailure&) {
-            isOutputLost = true;
+        } catch (const OutputFailure& failure) {
+            lost = failure;
+            m_end = "the output could not be written";
         }
-        finish(pictures, isOutputLost);
-        if (isOutputLost)
-            throw OutputFailure{false};
+        finish(pictures, lost);
         if (m_report.count(Verdict::Failed) > 0)
             return ExitFailure;
         const bool isComplete = m_end.isEmpty() && m_problem.isEmpty() && m_report.problem().isEmpty();
@@ -101,35 +122,37 @@ public:
     }
 
 private:
+    bool openHtml()
+    {
+        if (!m_options.html.isEmpty() && !m_html.open())
+            throw Failure{QString("cannot write %1: %2").arg(escapeControls(m_options.html), m_html.problem())};
+        return !m_options.html.isEmpty();
+    }
+
     void runAll()
     {
-        const std::vector<int> versions = m_bench.versions();
+        std::vector<int> versions = m_bench.versions();
         for (const Area& area : areas()) {
             for (const TestCase& test : area.tests) {
-                if ((!m_options.only.isEmpty() && !isNamed(m_options.only, area, test)) ||
-                    isNamed(m_options.skip, area, test))
+                if (!isSelected(m_options, area, test))
                     continue;
                 const bool isForEach = (test.conditions & TestCase::EachVersion) != 0;
-                for (const int minor : isForEach ? versions : std::vector<int>{versions.back()})
+                // A greeting may be missed.
+                if (isForEach && versions.empty())
+                    versions = m_bench.versions();
+                m_hasVersions = m_hasVersions && (!isForEach || !versions.empty());
+                const int highest = versions.empty() ? 0 : versions.back();
+                for (const int minor : isForEach && !versions.empty() ? versions : std::vector<int>{highest})
                     m_report.add(m_bench.run(area, test, minor));
             }
         }
     }
 
-    void finish(const std::vector<LibraryPicture>& pictures, bool isOutputLost)
+    // The files first: the output may be lost, or not be read.
+    void finish(const std::vector<LibraryPicture>& pictures, const std::optional<OutputFailure>& lost)
     {
-        try {
-            if (!isOutputLost) {
-                m_report.compare(m_old);
-                m_report.finish(m_end);
-            }
-        } catch (const OutputFailure&) {
-            // The files are still to be written.
-        } catch (const Interrupted&) {
-            m_end = "interrupted";
-        }
-        if (!m_options.html.isEmpty() &&
-            (!m_html.write(htmlReport(m_report, m_bench.key(), m_end, pictures)) || !m_html.commit()))
+        const QStringList lines = m_report.finish(m_old, m_end);
+        if (m_hasHtml && (!m_html.write(htmlReport(m_report, m_bench.key(), m_end, pictures)) || !m_html.commit()))
             m_problem = QString("cannot write %1: %2").arg(escapeControls(m_options.html), m_html.problem());
         const QString death = m_bench.isGone() ? QString(
                                                      "server %1 accepts no connection any more: the tests that were "
@@ -140,15 +163,20 @@ private:
             if (!problem.isEmpty())
                 warn(problem);
         }
+        if (lost)
+            throw *lost;
+        printLines(lines);
     }
 
     const Options& m_options;
     const Verdicts m_old;
     NewFile m_html;
+    const bool m_hasHtml;
     Bench m_bench;
     Report m_report;
-    QString m_end;     ///< why the tests ended early
-    QString m_problem; ///< of the HTML file
+    bool m_hasVersions = true; ///< false if tests lack the versions of the server
+    QString m_end;             ///< why the tests ended early
+    QString m_problem;         ///< of the HTML file
 };
 
 int runTests(const Options& options)
@@ -161,6 +189,10 @@ int runTests(const Options& options)
                  .arg(unknown.constFirst()));
         return ExitUsageError;
     }
+    if (!isAnySelected(options)) {
+        warn("--only and --skip leave no test; 'citp-console test --list' lists them");
+        return ExitUsageError;
+    }
     // The tests say what is wrong with messages.
     if (options.log.isEmpty() && qEnvironmentVariableIsEmpty("OS_LOG_MASKS"))
         Os::Log::SetMask("CITP.*", Os::Log::Critical);
@@ -168,8 +200,14 @@ int runTests(const Options& options)
         return Run(options).run();
     } catch (const Failure& failure) {
         warn(failure.text);
-        return ExitBroken;
+    } catch (const Interrupted&) {
+        warn("interrupted");
+    } catch (const OutputFailure& failure) {
+        if (failure.isClosed)
+            throw;
+        warn("not all output could be written; is the disk full?");
     }
+    return ExitBroken;
 }
 } // namespace
 } // namespace Console::ServerTests

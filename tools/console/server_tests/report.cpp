@@ -16,6 +16,8 @@
 namespace Console::ServerTests {
 namespace {
 constexpr int ListIndent = 18;
+// Of an earlier report; those that are written are shorter.
+constexpr qint64 MaxLine = 16 * 1024 * 1024;
 
 QJsonObject toJson(const Exchange& exchange)
 {
@@ -74,8 +76,10 @@ Verdicts readVerdicts(const QString& file)
     if (!input.open(QIODevice::ReadOnly))
         throw Failure{QString("cannot read %1: %2").arg(escapeControls(file), input.errorString())};
     Verdicts verdicts;
+    int damaged = 0;
     while (!input.atEnd()) {
-        const QJsonObject object = QJsonDocument::fromJson(input.readLine()).object();
+        const QJsonObject object = QJsonDocument::fromJson(input.readLine(MaxLine)).object();
+        damaged += object.isEmpty() ? 1 : 0;
         for (const Verdict verdict : AllVerdicts) {
             if (object.value("record").toString() == "test" && object.value("verdict").toString() == toText(verdict))
                 verdicts.insert({object.value("number").toInt(), object.value("version").toString()}, verdict);
@@ -83,6 +87,8 @@ Verdicts readVerdicts(const QString& file)
     }
     if (verdicts.isEmpty())
         throw Failure{QString("%1 is not a report of 'citp-console test --json'").arg(escapeControls(file))};
+    if (damaged > 0)
+        warn(QString("%1 is damaged; lines that are left out: %2").arg(escapeControls(file)).arg(damaged));
     return verdicts;
 }
 
@@ -101,7 +107,8 @@ void Report::write(const QJsonObject& object)
 {
     if (!m_file || !m_problem.isEmpty())
         return;
-    const QByteArray line = QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
+    const QByteArray line =
+        escapeControls(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact))).toUtf8() + '\n';
     if (m_file->write(line)) {
         m_size += line.size();
         return;
@@ -125,16 +132,17 @@ void Report::add(const Result& result)
         printIndented(QString("%1: %2").arg(figure.key()).arg(figure.value()), ListIndent);
 }
 
-void Report::compare(const Verdicts& old)
+QStringList Report::finish(const Verdicts& old, const QString& end)
 {
+    QStringList lines;
     for (const Result& result : m_results) {
         const auto before = old.find({result.test->number, result.version});
         if (before == old.end() || rankOf(*before) < 0 || rankOf(result.verdict) < 0 || *before == result.verdict)
             continue;
         const bool isBetter = rankOf(result.verdict) < rankOf(*before);
-        printLine(QString("%1: %2, %3: %4, was %5")
-                      .arg(isBetter ? "better" : "worse", numberText(result), result.test->name, toText(result.verdict),
-                           toText(*before)));
+        lines << QString("%1: %2, %3: %4, was %5")
+                     .arg(isBetter ? "better" : "worse", numberText(result), result.test->name, toText(result.verdict),
+                          toText(*before));
         QJsonObject object{{"record", "change"},
                            {"number", result.test->number},
                            {"verdict", toText(result.verdict)},
@@ -144,17 +152,14 @@ void Report::compare(const Verdicts& old)
             object.insert("version", result.version);
         write(object);
     }
-}
-
-void Report::finish(const QString& end)
-{
     QJsonObject object{{"record", "result"}};
     for (const Verdict verdict : AllVerdicts)
         object.insert(toText(verdict), count(verdict));
     if (!end.isEmpty())
         object.insert("end", end);
     write(object);
-    printLine(QString("server %1: %2%3").arg(m_server, countsText(*this), end.isEmpty() ? QString() : "; " + end));
+    lines << QString("server %1: %2%3").arg(m_server, countsText(*this), end.isEmpty() ? QString() : "; " + end);
+    return lines;
 }
 
 int Report::count(Verdict verdict) const

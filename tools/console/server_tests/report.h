@@ -23,11 +23,10 @@ public:
 
     /// Prints and writes a result.
     void add(const Result& result);
-    /// Prints and writes what is better or worse than in @p old.
-    void compare(const Verdicts& old);
-    /// Prints and writes the counts.
+    /// Writes what is better or worse than in @p old, and the counts.
     /// @param end empty, or why the tests ended early
-    void finish(const QString& end);
+    /// @return the same as lines, to be printed
+    QStringList finish(const Verdicts& old, const QString& end);
 
     const std::vector<Result>& results() const { return m_results; }
     int count(Verdict verdict) const;
