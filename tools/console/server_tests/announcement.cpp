@@ -3,6 +3,7 @@
 #include <citp/citp_msg_peer.h>
 
 #include <QSet>
+#include <algorithm>
 
 #include "../printing.h"
 #include "framework.h"
@@ -14,9 +15,20 @@ namespace {
 constexpr int SlowestMs = 5000;
 constexpr int MostPerSecond = 20;
 
-std::vector<Announcement> heard(Bench& bench, int count)
+int countIn(const Bench::Announcements& all, bool isNewGroup)
 {
-    const std::vector<Announcement>& all = bench.announcements(count);
+    const auto isIt = [&](const Announcement& one) { return one.isNewGroup == isNewGroup; };
+    return static_cast<int>(std::count_if(all.begin(), all.end(), isIt));
+}
+
+Bench::Announcements atLeast(Bench& bench, std::size_t count)
+{
+    return bench.announcements([&](const Bench::Announcements& all) { return all.size() >= count; });
+}
+
+Bench::Announcements heard(Bench& bench, std::size_t count)
+{
+    Bench::Announcements all = atLeast(bench, count);
     if (all.empty())
         notRun("it announces itself to none of the groups");
     return all;
@@ -30,52 +42,57 @@ CITP::Msg_PEER_PLOC firstPeer(Bench& bench)
 void isAnnounced(Bench& bench)
 {
     expect(
-        !bench.announcements(1).empty(),
+        !atLeast(bench, 1).empty(),
         QString("no announcement from %1 within %2").arg(bench.address().toString(), secondsText(bench.timeoutMs())));
 }
 
 void isOnTheOldGroup(Bench& bench)
 {
-    heard(bench, 2);
-    bool isOld = false;
-    bool isNew = false;
-    for (const Announcement& one : bench.announcements(2)) {
-        isOld = isOld || !one.isNewGroup;
-        isNew = isNew || one.isNewGroup;
-    }
-    expect(isOld, "it announces itself on 239.224.0.180 only");
-    if (!isNew)
+    heard(bench, 1);
+    const Bench::Announcements all = bench.announcements(
+        [](const Bench::Announcements& some) { return countIn(some, false) > 0 && countIn(some, true) > 0; });
+    expect(countIn(all, false) > 0, "it announces itself on 239.224.0.180 only");
+    if (countIn(all, true) == 0)
         bench.warn("it announces itself on 224.0.0.180 only");
 }
 
 void comesRegularly(Bench& bench)
 {
-    const std::vector<Announcement> all = bench.announcements(4);
-    expect(all.size() > 1, QString("no second announcement within %1").arg(secondsText(bench.timeoutMs())));
-    qint64 last = -1;
-    qint64 longest = 0;
-    for (const Announcement& one : all) {
-        if (one.isNewGroup != all.front().isNewGroup)
-            continue;
-        longest = last < 0 ? 0 : qMax(longest, one.timeMs - last);
-        last = one.timeMs;
+    const Bench::Announcements all = bench.announcements(
+        [](const Bench::Announcements& some) { return countIn(some, false) > 1 || countIn(some, true) > 1; });
+    qint64 longest = -1;
+    qint64 certain = 0;
+    for (const bool isNewGroup : {false, true}) {
+        const Announcement* last = nullptr;
+        for (const Announcement& one : all) {
+            if (one.isNewGroup != isNewGroup)
+                continue;
+            if (last) {
+                longest = qMax(longest, one.timeMs - last->timeMs);
+                certain = qMax(certain, one.afterMs - last->timeMs);
+            }
+            last = &one;
+        }
     }
+    expect(longest >= 0, QString("no second announcement within %1").arg(secondsText(bench.timeoutMs())));
     bench.measure("longest interval in ms", static_cast<int>(longest));
-    expect(longest <= SlowestMs, QString("%1 between two announcements").arg(secondsText(longest)));
+    expect(certain <= SlowestMs, QString("%1 between two announcements").arg(secondsText(certain)));
 }
 
 void doesNotFlood(Bench& bench)
 {
-    const std::vector<Announcement> all = heard(bench, 2 * MostPerSecond + 10);
+    const Bench::Announcements all = heard(bench, 2 * MostPerSecond + 10);
     int most = 0;
-    for (const Announcement& one : all) {
-        int within = 0;
-        for (const Announcement& other : all)
-            within += other.timeMs >= one.timeMs && other.timeMs < one.timeMs + 1000 ? 1 : 0;
-        most = qMax(most, within);
+    for (const Announcement& first : all) {
+        // Only those that have certainly come within the second.
+        const auto isWithin = [&](const Announcement& one) {
+            return one.isNewGroup == first.isNewGroup && one.afterMs >= first.afterMs &&
+                   one.timeMs <= first.afterMs + 1000;
+        };
+        most = qMax(most, static_cast<int>(std::count_if(all.begin(), all.end(), isWithin)));
     }
     bench.measure("most announcements in a second", most);
-    expect(most <= 2 * MostPerSecond, QString("%1 announcements within a second").arg(most));
+    expect(most <= MostPerSecond, QString("%1 announcements within a second").arg(most));
 }
 
 void hasItsLayout(Bench& bench)
@@ -114,15 +131,17 @@ void hasAPort(Bench& bench)
 
 void staysTheSame(Bench& bench)
 {
-    QSet<QByteArray> contents;
+    QSet<QString> contents;
     for (const Announcement& one : heard(bench, 6))
-        contents.insert(one.message.mid(20));
-    expect(contents.size() == 1,
-           QString("%1 different announcements come from %2").arg(contents.size()).arg(bench.address().toString()));
+        contents.insert(QString("port %1, name '%2'").arg(one.port).arg(one.name));
+    expect(contents.size() == 1, "it announces " + contents.values().mid(0, 5).join(" and "));
 }
 
 void isReachable(Bench& bench)
 {
+    const int port = heard(bench, 1).front().port;
+    expect(port == bench.port(),
+           QString("it announces port %1, and the tests are run with %2").arg(port).arg(bench.port()));
     bench.connect();
 }
 } // namespace
@@ -153,9 +172,10 @@ Area announcementTests()
              saysItsState},
             {109, "it announces a port", "reads the port in the PLoc",
              "not 0: consoles connect to this port, and to none with port 0", hasAPort},
-            {110, "its announcements are the same", "compares the content of the announcements",
+            {110, "its announcements are the same", "compares port and name in the announcements",
              "one port and name: a console takes each other port for another server", staysTheSame},
-            {111, "the announced port accepts connections", "opens a TCP connection",
+            {111, "the announced port accepts connections",
+             "compares the port in the PLoc with that of the tests, opens a TCP connection",
              "accepted within --timeout: this is how consoles talk to it", isReachable},
         },
     };

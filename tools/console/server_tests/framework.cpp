@@ -16,10 +16,13 @@
 #include "../decode/message_fields.h"
 #include "../printing.h"
 #include "../session.h"
+#include "layouts.h"
 
 namespace Console::ServerTests {
 namespace {
-constexpr int MaxExchanges = 40;
+constexpr std::size_t MaxExchanges = 40;
+// May contain a text of the server.
+constexpr int MaxText = 500;
 // For answers that nobody expects.
 constexpr int QuietMs = 50;
 constexpr std::size_t MaxAnnouncements = 2000;
@@ -82,15 +85,15 @@ void Bench::openDiscovery()
 {
     if (m_isListening)
         return;
-    m_isListening = true;
     m_discovery.setObserver([this](const QByteArray& datagram, const QString& sender, quint32 destination) {
         hear(datagram, sender, destination);
     });
+    m_listening.start();
     const ArtNet::Adapter& adapter = ArtNet::Adapter::Get();
     if (m_discovery.open() != 0 || m_discovery.join(adapter, CITP::citp_options::BothGroups) != 0)
         throw Failure{QString("cannot listen for announcements on %1; run 'citp-console doctor' to find the cause")
                           .arg(nameAndAddress(adapter))};
-    m_listening.start();
+    m_isListening = true;
 }
 
 void Bench::findByName()
@@ -99,7 +102,7 @@ void Bench::findByName()
     openDiscovery();
     QStringList keys;
     const auto find = [&] {
-        m_discovery.read();
+        listen();
         const QMap<QString, CITP::Server> servers = m_discovery.servers();
         keys = CITP::Directory::find({servers.begin(), servers.end()}, m_options.server);
         return false;
@@ -118,6 +121,13 @@ void Bench::findByName()
     m_port = keys.constFirst().mid(colon + 1).toUShort();
 }
 
+void Bench::listen()
+{
+    const qint64 now = m_listening.elapsed();
+    m_discovery.read();
+    m_listenedMs = now;
+}
+
 void Bench::hear(const QByteArray& datagram, const QString& sender, quint32 destination)
 {
     // Before the server is known, all are kept.
@@ -125,25 +135,42 @@ void Bench::hear(const QByteArray& datagram, const QString& sender, quint32 dest
     if (isOther || codeOf(datagram) != "PLoc" || m_announcements.size() >= MaxAnnouncements)
         return;
     const bool isNew = destination == Net::Address(Tools::DiscoveryGroups[1].address).GetHostIp();
-    m_announcements.push_back({m_listening.elapsed(), sender, isNew, datagram});
+    const CITP::Msg_PEER_PLOC message(datagram);
+    m_announcements.push_back(
+        {m_listenedMs, m_listening.elapsed(), sender, isNew, datagram, message.name, message.port});
 }
 
-const std::vector<Announcement>& Bench::announcements(int count)
+// Other peers may announce themselves from the same address. What has its port is the server's, and what has the name
+// in that.
+Bench::Announcements Bench::ownAnnouncements() const
+{
+    QSet<QString> names;
+    Announcements own;
+    for (const Announcement& one : m_announcements) {
+        if (one.sender != m_address.toString())
+            continue;
+        own.push_back(one);
+        if (one.port == m_port)
+            names.insert(one.name);
+    }
+    const auto isOther = [&](const Announcement& one) { return !names.contains(one.name); };
+    if (!names.isEmpty())
+        own.erase(std::remove_if(own.begin(), own.end(), isOther), own.end());
+    return own;
+}
+
+Bench::Announcements Bench::announcements(const std::function<bool(const Announcements&)>& areEnough)
 {
     openDiscovery();
-    const auto isOther = [this](const Announcement& one) { return one.sender != m_address.toString(); };
     const auto find = [&] {
-        m_discovery.read();
-        m_announcements.erase(std::remove_if(m_announcements.begin(), m_announcements.end(), isOther),
-                              m_announcements.end());
-        return static_cast<int>(m_announcements.size()) >= count;
+        listen();
+        return areEnough(ownAnnouncements());
     };
-    processEventsUntil(find, qMax<int>(0, m_options.timeoutMs));
-    for (const Announcement& one : m_announcements) {
-        if (m_result.exchanges.size() < 3)
-            record(false, one.message);
-    }
-    return m_announcements;
+    processEventsUntil(find, m_options.timeoutMs);
+    Announcements own = ownAnnouncements();
+    for (std::size_t i = 0; i < qMin<std::size_t>(3, own.size()); ++i)
+        record(false, own[i].message);
+    return own;
 }
 
 std::unique_ptr<Probe> Bench::connect()
@@ -155,6 +182,8 @@ std::unique_ptr<Probe> Bench::connect()
         notRun("the server accepts no connection any more");
     if (!probe->open()) {
         ++m_refusals;
+        if (!probe->localProblem().isEmpty())
+            throw Finding{Verdict::Broken, QString("cannot connect to %1: %2").arg(key(), probe->localProblem())};
         fail(QString("no connection to %1%2").arg(key(), probe->endText()));
     }
     m_refusals = 0;
@@ -188,6 +217,8 @@ Probe& Bench::console()
             m_console = greet(&m_information);
             m_failedGreetings = 0;
         } catch (const Finding& finding) {
+            if (finding.verdict == Verdict::Broken)
+                throw;
             ++m_failedGreetings;
             notRun(finding.text);
         }
@@ -216,9 +247,10 @@ std::vector<int> Bench::versions()
         if (minors.empty())
             minors.push_back(message.GetHighestMsexVersion());
     } catch (const Finding&) {
-        minors = {0}; // The tests will say why they are not run.
+        return {}; // The tests will say why they are not run.
     }
     std::sort(minors.begin(), minors.end());
+    minors.erase(std::unique(minors.begin(), minors.end()), minors.end());
     return minors;
 }
 
@@ -240,7 +272,7 @@ Result Bench::run(const Area& area, const TestCase& test, int minor)
         test.run(*this);
     } catch (const Finding& finding) {
         m_result.verdict = finding.verdict;
-        m_result.texts << finding.text;
+        m_result.texts << finding.text.left(MaxText);
         // What is left of this test must not disturb the next one.
         if (finding.verdict != Verdict::NotRun)
             m_console.reset();
@@ -257,13 +289,18 @@ Result Bench::run(const Area& area, const TestCase& test, int minor)
 void Bench::warn(const QString& text)
 {
     m_result.verdict = Verdict::Warning;
-    m_result.texts << text;
+    m_result.texts << text.left(MaxText);
 }
 
 void Bench::record(bool isSent, const QByteArray& message)
 {
-    if (m_result.exchanges.size() < MaxExchanges)
-        m_result.exchanges.push_back({isSent, message.left(Exchange::MaxBytes), static_cast<int>(message.size())});
+    std::vector<Exchange>& all = m_result.exchanges;
+    if (all.size() >= MaxExchanges) {
+        // What failed came last, and was asked for.
+        const auto oldest = std::find_if(all.begin(), all.end(), [](const Exchange& one) { return !one.isSent; });
+        all.erase(oldest == all.end() ? all.begin() : oldest);
+    }
+    all.push_back({isSent, message.left(Exchange::MaxBytes), static_cast<int>(message.size())});
 }
 
 // --- Requests --------------------------------------------------------------------------------------------------------
@@ -305,6 +342,8 @@ std::vector<QByteArray> Bench::askAll(const QByteArray& request, const char* cod
         if (codeOf(message) == code)
             answers.push_back(message);
     }
+    if (answers.empty())
+        probe.setMissed();
     return answers;
 }
 
@@ -369,6 +408,14 @@ std::vector<int> libraryTypes(Bench& bench)
     return types;
 }
 
+int layersListed(Bench& bench)
+{
+    const int layers = entriesIn(bench.information());
+    if (layers < 0)
+        notRun("the SInf is not readable, see test 302");
+    return layers;
+}
+
 QJsonArray knownLibraries(Bench& bench, int type, const QString& parent)
 {
     try {
@@ -376,6 +423,14 @@ QJsonArray knownLibraries(Bench& bench, int type, const QString& parent)
     } catch (const Finding& finding) {
         notRun("the libraries are not known: " + finding.text);
     }
+}
+
+QJsonArray firstOf(const QJsonArray& libraries)
+{
+    QJsonArray first;
+    for (int i = 0; i < 50 && i < libraries.size(); ++i)
+        first.append(libraries.at(i));
+    return first;
 }
 
 QJsonArray knownElements(Bench& bench, int type, QString& library)
@@ -397,5 +452,30 @@ QJsonArray knownElements(Bench& bench, int type, QString& library)
         }
     }
     notRun(QString("there is no top-level library of type %1 that has elements").arg(type));
+}
+
+int unusedNumber(const QSet<int>& used, int most)
+{
+    for (int number = most; number >= 0; --number) {
+        if (!used.contains(number))
+            return number;
+    }
+    notRun("every number is in use");
+}
+
+unsigned char unusedElement(const QJsonArray& elements)
+{
+    QSet<int> used;
+    for (const QJsonValue element : elements)
+        used.insert(element.toObject().value("element").toInt());
+    return static_cast<unsigned char>(unusedNumber(used));
+}
+
+QString unknownLibrary(Bench& bench, int type)
+{
+    QSet<int> used;
+    for (const QJsonValue library : knownLibraries(bench, type))
+        used.insert(CITP::libraryNumber(library.toObject().value("library").toString()));
+    return CITP::libraryId(QString::number(unusedNumber(used)), static_cast<quint8>(bench.minor()));
 }
 } // namespace Console::ServerTests

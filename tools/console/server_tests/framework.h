@@ -7,8 +7,10 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMap>
+#include <QSet>
 #include <QSize>
 #include <QStringList>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -88,10 +90,13 @@ struct Result
 /// An announcement of the server, as received.
 struct Announcement
 {
-    qint64 timeMs; ///< since the bench began to listen
+    qint64 afterMs; ///< it came between this time and #timeMs, which differ if the program had to wait
+    qint64 timeMs;  ///< since the bench began to listen
     QString sender;
     bool isNewGroup; ///< 239.224.0.180 instead of 224.0.0.180
     QByteArray message;
+    QString name;
+    int port;
 };
 
 /// The connection to the server under test, and its announcements.
@@ -103,7 +108,8 @@ public:
     explicit Bench(const Options& options);
 
     QString key() const { return QString("%1:%2").arg(m_address.toString()).arg(m_port); }
-    /// The versions that the server offers, in which tests of the condition TestCase::EachVersion run.
+    /// The versions that the server offers, in which tests of the condition TestCase::EachVersion run; empty if it does
+    /// not answer the greeting.
     std::vector<int> versions();
     /// Whether several connections in a row were refused. Further tests are not run.
     bool isGone() const;
@@ -126,13 +132,13 @@ public:
     void record(bool isSent, const QByteArray& message);
 
     /// A new connection, on which nothing was sent.
-    /// @throws Finding if the server refuses it
+    /// @throws Finding if the server refuses it, or (broken) if this machine cannot connect
     std::unique_ptr<Probe> connect();
     /// A new connection that is greeted as a console does.
     /// @param information receives the SInf
     std::unique_ptr<Probe> greet(QByteArray* information = nullptr);
     /// The connection that tests share. A test that fails ends it.
-    /// @throws Finding (not run) if there is none
+    /// @throws Finding (not run or broken) if there is none
     Probe& console();
     /// The SInf of console().
     const QByteArray& information();
@@ -146,13 +152,16 @@ public:
     /// comes before the answer to a request for the libraries, which follows.
     std::vector<QByteArray> askAll(const QByteArray& request, const char* code, int expected = 0);
 
-    /// The announcements so far; waits until there are at least @p count from now, within the timeout.
-    const std::vector<Announcement>& announcements(int count);
+    using Announcements = std::vector<Announcement>;
+    /// The announcements so far; waits until they are enough, within the timeout.
+    Announcements announcements(const std::function<bool(const Announcements&)>& areEnough);
 
 private:
     void openDiscovery();
     void findByName();
+    void listen();
     void hear(const QByteArray& datagram, const QString& sender, quint32 destination);
+    Announcements ownAnnouncements() const;
 
     const Options m_options;
     QHostAddress m_address;
@@ -160,7 +169,8 @@ private:
     Discovery m_discovery;
     bool m_isListening = false;
     QElapsedTimer m_listening;
-    std::vector<Announcement> m_announcements;
+    qint64 m_listenedMs = 0; ///< when listen() was called last
+    Announcements m_announcements;
     std::unique_ptr<Probe> m_console;
     QByteArray m_information;
     int m_refusals = 0;        ///< connections refused one after the other
@@ -191,8 +201,18 @@ std::vector<int> libraryTypes(Bench& bench);
 
 // What the other tests need before they begin: "not run" instead of "failed" if the server does not answer.
 
+/// The number of layers in the SInf.
+int layersListed(Bench& bench);
 /// The libraries of @p type below @p parent.
 QJsonArray knownLibraries(Bench& bench, int type, const QString& parent = {});
+/// The first 50 of @p libraries: tests ask for no more, so that they end.
+QJsonArray firstOf(const QJsonArray& libraries);
 /// The first library of @p type that has elements, and these.
 QJsonArray knownElements(Bench& bench, int type, QString& library);
+/// The highest number up to @p most that is not among @p used.
+int unusedNumber(const QSet<int>& used, int most = 255);
+/// The number of an element that is not among @p elements.
+unsigned char unusedElement(const QJsonArray& elements);
+/// A top-level library of @p type that does not exist.
+QString unknownLibrary(Bench& bench, int type);
 } // namespace Console::ServerTests

@@ -81,12 +81,12 @@ void informationComesFirst(Bench& bench)
     const std::unique_ptr<Probe> probe = bench.connect();
     probe->wait(50);
     probe->send(peerName() + clientInformation());
-    QByteArray information = probe->next("SInf");
-    expect(!information.isEmpty(), "no SInf answers the greeting" + probe->endText());
-    for (const QByteArray& message : probe->received()) {
+    expect(!probe->next("SInf").isEmpty(), "no SInf answers the greeting" + probe->endText());
+    for (std::size_t i = 0; i < probe->before(); ++i) {
         // PNam is the server's own greeting.
-        if (codeOf(message) == "LSta" || codeOf(message) == "ELUp")
-            fail(QString("a %1 precedes the SInf").arg(QString::fromLatin1(codeOf(message))));
+        const QByteArray code = codeOf(probe->received().at(i));
+        if (code == "LSta" || code == "ELUp")
+            fail(QString("a %1 precedes the SInf").arg(QString::fromLatin1(code)));
     }
 }
 
@@ -96,8 +96,7 @@ void answersAtOnce(Bench& bench)
     timer.start();
     bench.greet();
     bench.measure("ms from connecting to the SInf", static_cast<int>(timer.elapsed()));
-    // A half of what consoles wait for an answer.
-    expect(timer.elapsed() < qMin(2000, bench.timeoutMs() / 2),
+    expect(timer.elapsed() < bench.timeoutMs() / 2,
            QString("the SInf came after %1").arg(secondsText(timer.elapsed())));
 }
 } // namespace
@@ -126,7 +125,7 @@ Area greetingTests()
             {209, "the SInf comes before layers and updates", "connects, waits, sends PNam, CInf",
              "neither LSta nor ELUp before the SInf: a console does not know the layers yet", informationComesFirst},
             {210, "it answers soon", "measures the time to the SInf",
-             "within half of --timeout, at most 2 s: consoles give up at some time", answersAtOnce},
+             "within half of --timeout: consoles give up at some time", answersAtOnce},
         },
     };
 }

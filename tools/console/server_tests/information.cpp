@@ -102,11 +102,13 @@ void repeatsItself(Bench& bench)
 
 void countsItsLayers(Bench& bench)
 {
-    const int layers = entriesIn(bench.information());
+    const int layers = layersListed(bench);
     const QByteArray status = bench.console().next("LSta", qMin(bench.timeoutMs(), 2000));
     if (status.isEmpty())
         notRun("no layer status came; let it play something");
     const int shown = entriesIn(status);
+    if (shown < 0)
+        notRun("the layer status is not readable, see test 803");
     bench.measure("layers", layers);
     expect(shown <= layers, QString("the SInf lists %1 layers, and a layer status has %2").arg(layers).arg(shown));
     expect(shown == layers, QString("the SInf lists %1 layers, and a layer status only %2").arg(layers).arg(shown));

@@ -1,5 +1,6 @@
 // Tests of the layer status (LSta) and of updates of libraries (ELUp).
 // SPDX-License-Identifier: Apache-2.0
+#include <QElapsedTimer>
 #include <QSet>
 #include <algorithm>
 
@@ -18,14 +19,18 @@ constexpr int MostStatusMessages = 70;
 constexpr quint32 KnownFlags = 0x3F;
 
 // The first layer status that comes, and those in the time after it.
-std::vector<QByteArray> statusMessages(Bench& bench, int milliseconds = ListenMs)
+std::vector<QByteArray> statusMessages(Bench& bench, int milliseconds = ListenMs, qint64* took = nullptr)
 {
     Probe& probe = bench.console();
     probe.clear();
+    QElapsedTimer timer;
+    timer.start();
     const QByteArray first = probe.next("LSta");
     if (first.isEmpty())
         notRun(QString("no layer status came within %1; let it play something").arg(secondsText(bench.timeoutMs())));
     probe.wait(milliseconds);
+    if (took)
+        *took = timer.elapsed();
     std::vector<QByteArray> messages{first};
     for (const QByteArray& message : probe.received()) {
         if (codeOf(message) == "LSta")
@@ -55,9 +60,12 @@ void forEachLayer(Bench& bench, const Check& check)
 
 void doesNotComeTooOften(Bench& bench)
 {
-    const auto count = static_cast<int>(statusMessages(bench, SecondMs).size());
-    bench.measure("layer status messages within a second", count);
-    expect(count <= MostStatusMessages, QString("%1 layer status messages come within a second").arg(count));
+    qint64 took = 0;
+    const auto count = static_cast<qint64>(statusMessages(bench, SecondMs, &took).size());
+    // A busy machine makes it more than a second.
+    const auto rate = static_cast<int>(count * SecondMs / took);
+    bench.measure("layer status messages within a second", rate);
+    expect(rate <= MostStatusMessages, QString("%1 layer status messages come within a second").arg(rate));
 }
 
 void hasAReadableVersion(Bench& bench)
@@ -77,7 +85,7 @@ void hasLayersWhole(Bench& bench)
 
 void showsAllLayers(Bench& bench)
 {
-    const int listed = entriesIn(bench.information());
+    const int listed = layersListed(bench);
     for (const QByteArray& message : statusMessages(bench)) {
         const auto shown = static_cast<int>(layersIn(message).size());
         expect(shown >= listed, QString("the SInf lists %1 layers, and a layer status has %2").arg(listed).arg(shown));
@@ -86,7 +94,7 @@ void showsAllLayers(Bench& bench)
 
 void numbersItsLayers(Bench& bench)
 {
-    const int layers = entriesIn(bench.information());
+    const int layers = layersListed(bench);
     forEachLayer(bench, [&](const QJsonObject& layer) {
         expect(layer.value("layer").toInt() < layers,
                QString("%1 is shown, and the SInf lists %2 layers, which are numbered from 0")
@@ -202,9 +210,22 @@ void tellsOfChanges(Bench& bench)
     const QJsonArray before = knownLibraries(bench, 1);
     printLine(QString("change a media library of the server now, for example add a clip; waiting %1")
                   .arg(secondsText(bench.silenceMs())));
-    const QByteArray update = bench.console().next("ELUp", bench.silenceMs());
-    if (update.isEmpty() && knownLibraries(bench, 1) == before)
+    Probe& probe = bench.console();
+    QByteArray update;
+    bool isChanged = false;
+    QElapsedTimer timer;
+    timer.start();
+    while (update.isEmpty() && !isChanged && timer.elapsed() < bench.silenceMs()) {
+        update = probe.next("ELUp", SecondMs);
+        probe.send(librariesRequest(bench.minor(), 1));
+        const QByteArray list = probe.next("ELIn");
+        expect(!list.isEmpty(), "no ELIn answers a GELI" + probe.endText());
+        isChanged = fieldsOf(list).value("libraries").toArray() != before;
+    }
+    if (update.isEmpty() && !isChanged)
         notRun("nothing was changed");
+    if (update.isEmpty())
+        update = probe.next("ELUp");
     expect(!update.isEmpty(), "a library has changed, and no ELUp came");
     const LayoutProblem problem = layoutProblem(update);
     expect(problem.text.isEmpty(), problem.text);

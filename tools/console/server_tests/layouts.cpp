@@ -179,6 +179,6 @@ int entriesIn(const QByteArray& message)
         return -1;
     StrictReader reader(message);
     reader.run(layout);
-    return reader.problem().text.isEmpty() ? reader.entries() : -1;
+    return reader.problem().text.isEmpty() || reader.problem().isTrailing ? reader.entries() : -1;
 }
 } // namespace Console::ServerTests

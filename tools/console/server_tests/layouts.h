@@ -16,6 +16,7 @@ struct LayoutProblem
 };
 LayoutProblem layoutProblem(const QByteArray& message);
 
-/// The number of entries of the list of @p message, of an SInf the layers; -1 if the layout has a problem.
+/// The number of entries of the list of @p message, of an SInf the layers, whatever follows its fields; -1 if the
+/// layout has another problem.
 int entriesIn(const QByteArray& message);
 } // namespace Console::ServerTests

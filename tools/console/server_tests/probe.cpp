@@ -17,6 +17,7 @@ namespace Console::ServerTests {
 namespace {
 // Bounds the memory for a server that sends without end.
 constexpr std::size_t MaxReceived = 2000;
+constexpr qint64 MaxReceivedBytes = qint64{64} * 1024 * 1024;
 constexpr int SmallBuffer = 32 * 1024;
 constexpr int PieceMs = 2;
 } // namespace
@@ -45,6 +46,19 @@ QString Probe::endText() const
     return m_socket.error() == QAbstractSocket::RemoteHostClosedError
                ? QString(", because the server has ended the connection")
                : QString(", because the connection has ended: %1").arg(m_socket.errorString());
+}
+
+QString Probe::localProblem() const
+{
+    switch (m_socket.error()) {
+        case QAbstractSocket::SocketAccessError:
+        case QAbstractSocket::SocketResourceError:
+        case QAbstractSocket::NetworkError:
+        case QAbstractSocket::UnsupportedSocketOperationError:
+            return m_socket.errorString();
+        default:
+            return {};
+    }
 }
 
 void Probe::send(const QByteArray& messages)
@@ -76,9 +90,11 @@ QByteArray Probe::next(const char* code, int milliseconds)
             if (codeOf(*message) != code)
                 continue;
             found = *message;
+            m_before = static_cast<std::size_t>(message - m_received.begin());
             m_received.erase(message);
             return true;
         }
+        forgetOldest();
         return !isOpen() || !m_problem.isEmpty();
     };
     processEventsUntil(isThere, milliseconds < 0 ? m_bench.timeoutMs() : milliseconds);
@@ -94,7 +110,11 @@ void Probe::clear()
 
 void Probe::wait(int milliseconds)
 {
-    processEventsUntil([this] { return !isOpen(); }, milliseconds);
+    const auto hasEnded = [this] {
+        forgetOldest();
+        return !isOpen();
+    };
+    processEventsUntil(hasEnded, milliseconds);
     QCoreApplication::processEvents();
     read();
 }
@@ -139,10 +159,21 @@ void Probe::cut()
             m_buffer.remove(0, static_cast<int>(header.size));
             m_bench.record(false, message);
             m_received.push_back(message);
-            if (m_received.size() > MaxReceived)
-                m_received.pop_front();
         }
     }
+}
+
+// Not while they are cut: next() must have seen them.
+void Probe::forgetOldest()
+{
+    qint64 bytes = 0;
+    std::size_t kept = 0;
+    for (auto message = m_received.rbegin(); message != m_received.rend() && kept < MaxReceived; ++message, ++kept) {
+        bytes += message->size();
+        if (bytes > MaxReceivedBytes)
+            break;
+    }
+    m_received.erase(m_received.begin(), m_received.end() - static_cast<std::ptrdiff_t>(kept));
 }
 
 QByteArray codeOf(const QByteArray& message)

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QTcpSocket>
+#include <cstddef>
 #include <deque>
 
 namespace Console::ServerTests {
@@ -30,6 +31,8 @@ public:
     /// Why no further message is expected, for a failure text, such as ", because it has reset the connection"; empty
     /// if there is no reason.
     QString endText() const;
+    /// After open(): why this machine cannot connect to any server there; empty if it is not to blame.
+    QString localProblem() const;
 
     /// Writes whole messages at once.
     void send(const QByteArray& messages);
@@ -40,8 +43,11 @@ public:
     QByteArray next(const char* code, int milliseconds = -1);
     /// Whether a message did not come in time. It may still come, and answer a later request.
     bool hasMissed() const { return m_hasMissed; }
+    void setMissed() { m_hasMissed = true; }
     /// The messages that were received and not taken.
     const std::deque<QByteArray>& received() const { return m_received; }
+    /// How many of them came before the message that next() has just taken.
+    std::size_t before() const { return m_before; }
     /// Forgets them.
     void clear();
     /// Waits, and reads what comes. Returns early if the connection ends.
@@ -55,6 +61,7 @@ public:
 private:
     void read();
     void cut();
+    void forgetOldest();
 
     Bench& m_bench;
     QTcpSocket m_socket;
@@ -62,6 +69,7 @@ private:
     bool m_hasMissed = false;
     QByteArray m_buffer;
     std::deque<QByteArray> m_received;
+    std::size_t m_before = 0;
     QString m_problem; ///< the stream has no further messages
 };
 
