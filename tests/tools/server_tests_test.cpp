@@ -3,14 +3,18 @@
 #include <QDir>
 #include <QFile>
 #include <QImage>
+#include <QJsonArray>
 #include <QMap>
 #include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryDir>
+#include <QUdpSocket>
 
 #include <memory>
 
 #include "console_fixture.h"
+#include "odd_server.h"
+#include "wire.h"
 
 namespace {
 // They mostly wait.
@@ -40,6 +44,7 @@ const std::vector<Proof>& proofs()
         {109, "--fault ploc-port"},
         {110, "--fault ploc-changing"},
         {111, "--fault refuse"},
+        {111, "--fault ploc-changing"},
         {201, "--fault mute"},
         {202, "--fault needs-name"},
         {203, "--fault needs-client"},
@@ -49,9 +54,10 @@ const std::vector<Proof>& proofs()
         {207, "--fault first-only"},
         {208, "--fault once"},
         {209, "--fault early"},
-        {210, "--fault late-sinf --fault-delay 2500"},
+        {210, "--fault late-sinf --fault-delay 1500"},
         {301, "--fault odd-sinf"},
         {302, "--fault lying-sinf"},
+        {302, "--fault trailing --fault-on SInf", "warning"},
         {303, "--fault nameless --fault-on SInf"},
         {304, "--fault sinf-versions"},
         {305, "--fault own-version"},
@@ -60,12 +66,17 @@ const std::vector<Proof>& proofs()
         {308, "--fault sinf-uuid"},
         {309, "--fault sinf-changing"},
         {310, "--fault sinf-layers"},
+        {310, "--fault lying-sinf", "not run"},
+        {310, "--fault trailing --fault-on SInf", "passed"},
         {401, "--fault citp-version"},
+        {401, "--fault silence --fault-on GELI --msex 1.1", "not run"},
         {402, "--fault zero-size"},
+        {402, "--fault zero-size --fault-on EThn"},
         {403, "--fault part-count"},
-        {404, "--fault layer"},
-        {405, "--fault code"},
+        {404, "--fault layer --msex 1.1"},
+        {405, "--fault code --msex 1.1"},
         {406, "--fault version"},
+        {406, "--fault silence --fault-on GELI --msex 1.1", "not run"},
         {407, "--fault index"},
         {408, "--fault unterminated"},
         {409, "--fault lying-count"},
@@ -102,6 +113,8 @@ const std::vector<Proof>& proofs()
         {616, "--fault serial-changing --fault-on MEIn"},
         {701, "--fault spoil"},
         {702, "--fault wrong-format"},
+        {702, "--fault sinf-png", "not run"},
+        {703, "--fault sinf-png", "passed"},
         {703, "--fault silence --fault-on GETh"},
         {704, "--fault padded-rows"},
         {705, "--fault wrong-size"},
@@ -125,7 +138,11 @@ const std::vector<Proof>& proofs()
         {802, "--fault version --fault-on LSta"},
         {803, "--fault truncate --fault-on LSta"},
         {804, "--fault layer-count"},
+        {804, "--fault lying-sinf", "not run"},
+        {804, "--fault trailing --fault-on SInf", "passed"},
         {805, "--fault layer-number"},
+        {805, "--fault lying-sinf", "not run"},
+        {805, "--fault trailing --fault-on SInf", "passed"},
         {806, "--fault twin --fault-on LSta"},
         {807, "--fault layer-position"},
         {808, "--fault layer-rate"},
@@ -150,7 +167,8 @@ const std::vector<Proof>& proofs()
         {931, "--fault strict"},
         {932, "--fault strict"},
         {933, "--fault strict"},
-        {934, "--fault once"},
+        {934, "--fault exact"},
+        {934, "--fault once", "passed"},
         {935, "--fault strict"},
         {1001, "--fault needs-numbers --msex 1.1"},
         {1002, "--fault unterminated --fault-on Ptch"},
@@ -294,7 +312,7 @@ TEST(ServerTests, AHealthyServerPassesEveryTestInEveryVersion)
     std::vector<QStringList> runs;
     const QStringList versions{"1.0", "1.1", "1.2"};
     for (const QString& version : versions)
-        runs.push_back(testOf(servers.start({"--msex", version}), {"--silence", "1"}));
+        runs.push_back(testOf(servers.start({"--msex", version}), {"--silence", "1", "--timeout", "60"}));
     const std::vector<Outcome> outcomes = runConsoles(runs);
     QSet<int> passed;
     for (const Outcome& outcome : outcomes) {
@@ -318,7 +336,7 @@ TEST(ServerTests, TheReportsAreComplete)
     const QString json = servers.path("report.json");
     const QString html = servers.path("report.html");
     const Outcome outcome =
-        runConsole(testOf(server, {"--only", "303,501", "--json", json, "--html", html, "--timeout", "2"}));
+        runConsole(testOf(server, {"--only", "303,501", "--json", json, "--html", html, "--timeout", "60"}));
     EXPECT_EQ(outcome.status, 1) << outcome.errors.toStdString();
     EXPECT_TRUE(
         outcome.output.contains("failed   303      it names its product\n"
@@ -350,7 +368,14 @@ TEST(ServerTests, TheReportsAreComplete)
     EXPECT_EQ(second.status, 0) << second.errors.toStdString();
     EXPECT_TRUE(second.output.contains("better: 303, it names its product: passed, was failed\n"))
         << second.output.toStdString();
+    EXPECT_EQ(second.errors.toStdString(), "");
+    QFile damaged(better);
+    ASSERT_TRUE(damaged.open(QIODevice::Append));
+    damaged.write("{\"record\": \"te\n");
+    damaged.close();
     const Outcome third = runConsole(testOf(server, {"--only", "303", "--compare", better}));
+    EXPECT_EQ(third.errors.toStdString(),
+              "citp-console: " + better.toStdString() + " is damaged; lines that are left out: 1\n");
     EXPECT_TRUE(third.output.contains("worse: 303, it names its product: failed, was passed\n"))
         << third.output.toStdString();
 }
@@ -370,13 +395,66 @@ TEST(ServerTests, AChangeMustBeTold)
         ASSERT_TRUE(picture.save(media.filePath("Clips/one.png")));
         Servers servers;
         const QString server = servers.start(QStringList{"--media", media.path()} + faults);
-        const QString patience = faults.isEmpty() ? "60" : "3";
-        Console console(testOf(server, {"--operator", "--only", "821", "--timeout", "5", "--silence", patience}));
+        Console console(testOf(server, {"--operator", "--only", "821", "--timeout", "5", "--silence", "60"}));
         console.waitForLine("change a media library");
         ASSERT_TRUE(picture.save(media.filePath("Clips/two.png")));
         EXPECT_NE(console.waitForLine(line).toStdString(), "");
         console.waitForEnd();
     }
+}
+
+// Numbers that tests use for what does not exist: the highest ones that are not in the lists.
+TEST(ServerTests, WhatDoesNotExistIsLookedUp)
+{
+    QTemporaryDir media;
+    QImage picture(8, 8, QImage::Format_RGB32);
+    picture.fill(Qt::red);
+    for (int library = 1; library < 250; ++library) {
+        const QString folder = media.filePath(QString::number(library));
+        ASSERT_TRUE(QDir().mkpath(folder));
+        for (int element = 0; element < (library == 1 ? 250 : 1); ++element)
+            ASSERT_TRUE(picture.save(folder + QString("/%1.bmp").arg(element)));
+    }
+    Servers servers;
+    const QString server = servers.start({"--media", media.path()});
+    const Outcome outcome = runConsole(testOf(server, {"--only", "512,612,613,715,716,725", "--timeout", "60"}));
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.output.endsWith(": 18 passed, 0 failed\n")) << outcome.output.toStdString();
+}
+
+TEST(ServerTests, AnotherPeerOnTheSameAddressIsNotTheServer)
+{
+    Servers servers;
+    const QString server = servers.start({});
+    const Server other({"--address", server.section(':', 0, 0), "--port", "4899", "--group", "both", "--name", "Other",
+                        "--fault", "ploc-type,ploc-state"});
+    const Outcome outcome = runConsole(testOf(server, {"--only", "announcement", "--timeout", "60"}));
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.output.endsWith(": 11 passed, 0 failed\n")) << outcome.output.toStdString();
+}
+
+// What comes in one segment, versions that are listed more than once, and a greeting that fails once.
+TEST(ServerTests, OddGreetingsAreUnderstood)
+{
+    QByteArray information = Wire::sinf("Odd");
+    const QByteArray version = Wire::u8(1) + Wire::u16(0x0102);
+    information.replace(information.indexOf(version + Wire::u16(7)), version.size(),
+                        Wire::u8(3) + Wire::u16(0x0102) + Wire::u16(0x0102) + Wire::u16(0x0102));
+    information = Wire::withSize(information, static_cast<quint32>(information.size()));
+    int greetings = 0;
+    const OddServer server(
+        [&](const QByteArray& message) {
+            if (Wire::code(message) == "GELI")
+                return Wire::msex(2, "ELIn", Wire::u8(1) + Wire::u16(0));
+            if (Wire::code(message) == "CInf")
+                return ++greetings == 1 ? QByteArray(20, 'X') : information + Wire::lsta(0);
+            return QByteArray();
+        },
+        {}, QByteArray());
+    const Outcome outcome = runConsole(testOf(server.key(), {"--only", "209,501", "--timeout", "60"}));
+    EXPECT_TRUE(outcome.output.startsWith("passed   209 ")) << outcome.output.toStdString();
+    EXPECT_EQ(outcome.output.count(" 501 1.2  "), 1) << outcome.output.toStdString();
+    EXPECT_EQ(outcome.output.count(" 501 "), 1) << outcome.output.toStdString();
 }
 
 TEST(ServerTests, TheReportSoFarIsKept)
@@ -432,12 +510,14 @@ TEST(ServerTests, WrongUseIsRefused)
     {
         QStringList arguments;
         const char* complaint;
-    } runs[] = {{{"test"}, "'test' requires SERVER"},
-                {{"test", "127.0.0.2:4811", "--only", "9999"}, "'9999' is neither a test nor an area"},
-                {{"test", "127.0.0.2:4811", "--skip", "libary"}, "'libary' is neither a test nor an area"},
-                {{"test", "127.0.0.2:4811", "--json"}, "json"},
-                {{"test", "127.0.0.2:4811", "--silence", "0"}, "whole number from 1 to 3600"},
-                {{"libraries", "x", "--json", "y"}, "unexpected argument 'y'"}};
+    } runs[] = {
+        {{"test"}, "'test' requires SERVER"},
+        {{"test", "127.0.0.2:4811", "--only", "9999"}, "'9999' is neither a test nor an area"},
+        {{"test", "127.0.0.2:4811", "--skip", "libary"}, "'libary' is neither a test nor an area"},
+        {{"test", "127.0.0.2:4811", "--only", "headers", "--skip", "headers"}, "--only and --skip leave no test"},
+        {{"test", "127.0.0.2:4811", "--json"}, "json"},
+        {{"test", "127.0.0.2:4811", "--silence", "0"}, "whole number from 1 to 3600"},
+        {{"libraries", "x", "--json", "y"}, "unexpected argument 'y'"}};
     for (const auto& [arguments, complaint] : runs) {
         const Outcome outcome = runConsole(arguments);
         EXPECT_EQ(outcome.status, 2) << complaint;
@@ -446,4 +526,70 @@ TEST(ServerTests, WrongUseIsRefused)
     const Outcome outcome = runConsole({"test", "127.0.0.2:4811", "--compare", "/nowhere"});
     EXPECT_EQ(outcome.status, 3);
     EXPECT_TRUE(outcome.errors.startsWith("citp-console: cannot read /nowhere: ")) << outcome.errors.toStdString();
+}
+
+TEST(ServerTests, WhatCannotBeTestedIsNoSuccess)
+{
+    Servers servers;
+    const Outcome mute =
+        runConsole(testOf(servers.start({"--fault", "mute"}), {"--only", "pictures", "--timeout", "1"}));
+    EXPECT_EQ(mute.status, 3);
+    EXPECT_TRUE(mute.output.endsWith("; no test could be run\n")) << mute.output.toStdString();
+
+    // What this machine lacks is not the server's fault: a route, and the port of the announcements.
+    const Outcome away = runConsole(testOf("203.0.113.1:4811", {"--only", "201"}));
+    EXPECT_EQ(away.status, 3);
+    EXPECT_TRUE(away.output.startsWith("broken   201 ")) << away.output.toStdString();
+    QUdpSocket socket;
+    ASSERT_TRUE(socket.bind(QHostAddress::AnyIPv4, 4809, QAbstractSocket::DontShareAddress));
+    const Outcome deaf = runConsole(testOf(servers.start({}), {"--only", "101,102,103"}));
+    EXPECT_EQ(deaf.status, 3);
+    EXPECT_EQ(deaf.output.count("broken   10"), 3) << deaf.output.toStdString();
+}
+
+TEST(ServerTests, TheFilesAreWholeWithoutOutput)
+{
+    Servers servers;
+    const QString server = servers.start({});
+    const QString json = servers.path("report.json");
+    const QString html = servers.path("report.html");
+    const struct
+    {
+        const char* script;
+        const char* errors;
+    } runs[] = {
+        {"\"$@\" > /dev/full; echo $? >&2", "citp-console: not all output could be written; is the disk full?\n3\n"},
+        {"(\"$@\"; echo $? >&2) | head -1 > /dev/null", "141\n"}};
+    for (const auto& [script, errors] : runs) {
+        QFile::remove(html);
+        QStringList arguments{"-c", script, "sh", CONSOLE_PROGRAM};
+        arguments += testOf(server, {"--only", "201,921", "--silence", "3600", "--json", json, "--html", html});
+        Child shell("/bin/sh", arguments);
+        EXPECT_EQ(outcomeOf(shell).errors.toStdString(), errors);
+        QFile lines(json);
+        ASSERT_TRUE(lines.open(QIODevice::ReadOnly));
+        const QJsonObject last = jsonLines(QString::fromUtf8(lines.readAll())).back();
+        EXPECT_EQ(last.value("end").toString().toStdString(), "the output could not be written");
+        QFile page(html);
+        ASSERT_TRUE(page.open(QIODevice::ReadOnly));
+        EXPECT_TRUE(page.readAll().contains("; the output could not be written"));
+    }
+}
+
+TEST(ServerTests, TheReportHasTheRequestsAndTheLastMessages)
+{
+    Servers servers;
+    const QString json = servers.path("report.json");
+    const QString server = servers.start({"--fault", "layer-flood,idle-close", "--fault-delay", "1000"});
+    runConsole(testOf(server, {"--only", "921", "--silence", "60", "--json", json, "--timeout", "60"}));
+    QFile lines(json);
+    ASSERT_TRUE(lines.open(QIODevice::ReadOnly));
+    const std::vector<QJsonObject> records = jsonLines(QString::fromUtf8(lines.readAll()));
+    ASSERT_EQ(records.size(), 3U);
+    const QJsonArray messages = records[1].value("messages").toArray();
+    EXPECT_EQ(messages.size(), 40);
+    QStringList codes;
+    for (int i = 0; i < 4; ++i)
+        codes << messages.at(i).toObject().value("code").toString();
+    EXPECT_EQ(codes.join(' ').toStdString(), "PNam CInf SPtc LSta");
 }
