@@ -67,6 +67,7 @@ const std::vector<Proof>& proofs()
         {309, "--fault sinf-changing"},
         {310, "--fault sinf-layers"},
         {310, "--fault lying-sinf", "not run"},
+        {310, "--fault truncate --fault-on LSta", "not run"},
         {310, "--fault trailing --fault-on SInf", "passed"},
         {401, "--fault citp-version"},
         {401, "--fault silence --fault-on GELI --msex 1.1", "not run"},
@@ -386,7 +387,9 @@ TEST(ServerTests, AChangeMustBeTold)
     {
         QStringList faults;
         const char* line;
-    } runs[] = {{{}, "passed   821"}, {{"--fault", "code", "--fault-on", "ELUp"}, "failed   821"}};
+    } runs[] = {{{}, "passed   821"},
+                {{"--fault", "code", "--fault-on", "ELUp"}, "failed   821"},
+                {{"--fault", "wrong-library", "--fault-on", "ELUp"}, "failed   821"}};
     for (const auto& [faults, line] : runs) {
         QTemporaryDir media;
         ASSERT_TRUE(QDir(media.path()).mkpath("Clips"));

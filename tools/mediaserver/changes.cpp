@@ -262,7 +262,8 @@ QByteArray ofWrongType(Faults&, const QByteArray& message)
 QByteArray ofWrongLibrary(Faults&, const QByteArray& message)
 {
     const QString code = contentCode(message);
-    const bool hasType = code == "ELTh" || code == "EThn" || (code == "GLEI" && minorOf(message) >= 2);
+    const bool hasType =
+        code == "ELTh" || code == "EThn" || code == "ELUp" || (code == "GLEI" && minorOf(message) >= 2);
     const int last = MsexHeaderSize + (hasType ? 1 : 0) + (minorOf(message) == 0 ? 0 : 1);
     return replaced(message, last, 1, "\x63");
 }
