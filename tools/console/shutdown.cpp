@@ -26,7 +26,7 @@ constexpr milliseconds Grace{400};
 #endif
 constexpr int NoStatus = -1;
 
-std::atomic<milliseconds> grace{Grace};
+std::atomic<bool> hasFiles{false};
 std::atomic<bool> interrupted{false};
 std::atomic<int> exitStatus{NoStatus};
 
@@ -48,7 +48,7 @@ std::atomic<int> exitStatus{NoStatus};
     interrupted = true;
     const auto first = std::chrono::steady_clock::now();
     for (;;) {
-        const auto left = first + grace.load() - std::chrono::steady_clock::now();
+        const auto left = first + (hasFiles ? LongGrace : Grace) - std::chrono::steady_clock::now();
         if (left.count() <= 0)
             terminateNow();
         const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
@@ -77,7 +77,7 @@ void interruptAfter(int seconds)
 
 void allowTimeToEnd()
 {
-    grace = LongGrace;
+    hasFiles = true;
 }
 
 bool isInterrupted()
