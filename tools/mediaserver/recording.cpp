@@ -360,7 +360,7 @@ private:
         }
     }
 
-    void remove(Peer& peer, std::deque<OpenRequest>::iterator open)
+    void remove(Peer& peer, const std::deque<OpenRequest>::iterator& open)
     {
         close(*open);
         m_kept.openNumbers -= open->numbers();

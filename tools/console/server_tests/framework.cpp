@@ -310,7 +310,7 @@ QByteArray Bench::ask(const QByteArray& request, const char* code)
     Probe& probe = console();
     probe.clear();
     probe.send(request);
-    const QByteArray answer = probe.next(code);
+    QByteArray answer = probe.next(code);
     if (answer.isEmpty())
         fail(QString("no %1 answers the %2 within %3%4")
                  .arg(code, QString::fromLatin1(codeOf(request)), secondsText(timeoutMs()), probe.endText()));
@@ -441,10 +441,9 @@ QJsonArray knownElements(Bench& bench, int type, QString& library)
             continue;
         library = known.toObject().value("library").toString();
         try {
-            const QJsonArray elements =
-                bench.askFields(elementsRequest(bench.minor(), type, library), elementsCode(type))
-                    .value("elements")
-                    .toArray();
+            QJsonArray elements = bench.askFields(elementsRequest(bench.minor(), type, library), elementsCode(type))
+                                      .value("elements")
+                                      .toArray();
             if (!elements.isEmpty())
                 return elements;
         } catch (const Finding& finding) {

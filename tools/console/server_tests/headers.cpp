@@ -30,7 +30,7 @@ Answers answersOfAllKinds(Bench& bench)
     Probe& probe = bench.console();
     QByteArray requests = patchRequest();
     const auto nextList = [&] {
-        const QByteArray list = probe.next("ELIn");
+        QByteArray list = probe.next("ELIn");
         if (!list.isEmpty()) {
             answers.messages.push_back(list);
             answers.hasLists = true;

@@ -36,7 +36,7 @@ QJsonArray listed(Bench& bench, int type, const QString& parent = {}, const std:
 
 QJsonArray someLibraries(Bench& bench)
 {
-    const QJsonArray libraries = knownLibraries(bench, 1);
+    QJsonArray libraries = knownLibraries(bench, 1);
     if (libraries.isEmpty())
         notRun("it has no media libraries");
     return libraries;

@@ -98,7 +98,7 @@ void hasThreeBytesPerPixel(Bench& bench)
     const CITP::Msg_MSEX_ETHN message = pictureOfFirst(bench, subjectsOf(bench), QSize(33, 17), "RGB8");
     if (message.ThumbnailFormat != "RGB8")
         notRun("it does not come in RGB8");
-    const int pixels = message.ThumbnailWidth * message.ThumbnailHeight;
+    const qint64 pixels = qint64(message.ThumbnailWidth) * message.ThumbnailHeight;
     expect(message.ThumbnailBuffer.size() == 3 * pixels, QString("an RGB8 picture of %1 x %2 pixels has %3 bytes")
                                                              .arg(message.ThumbnailWidth)
                                                              .arg(message.ThumbnailHeight)

@@ -17,7 +17,7 @@ namespace Console::ServerTests {
 namespace {
 constexpr int ListIndent = 18;
 // Of an earlier report; those that are written are shorter.
-constexpr qint64 MaxLine = 16 * 1024 * 1024;
+constexpr qint64 MaxLine = 16 << 20;
 
 QJsonObject toJson(const Exchange& exchange)
 {
@@ -115,7 +115,7 @@ void Report::write(const QJsonObject& object)
     }
     m_problem = QString("%1 is not complete: %2").arg(escapeControls(m_path), m_file->problem());
     // A part of a line is of no use.
-    if (ftruncate(m_file->descriptor(), m_size) != 0)
+    if (ftruncate(m_file->descriptor(), static_cast<off_t>(m_size)) != 0)
         m_problem += ", and its last line is cut off";
 }
 
