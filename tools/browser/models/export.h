@@ -18,7 +18,8 @@
 
 namespace Browser {
 /// What the window requests meanwhile goes before it; in quiet mode it waits. The pictures are checked and written in a
-/// thread of its own. Deleting it cancels the export: nothing is left of it unless all pages were written already. GUI thread.
+/// thread of its own. Deleting it cancels the export: nothing is left of it unless all pages were written already. GUI
+/// thread.
 class Export : public QObject
 {
     Q_OBJECT
