@@ -47,7 +47,8 @@ TEST_F(BrowserModels, WhatCanBeSeenIsAskedForFirst)
     const MediaServer server({"--fault", "delay", "--fault-delay", "100"});
     openServer();
     QList<int> order;
-    QObject::connect(&session.pictures(), &PictureStore::changed, &session, [&](const PictureId& id) {
+    const QObject scope;
+    QObject::connect(&session.pictures(), &PictureStore::changed, &scope, [&](const PictureId& id) {
         if (session.pictures().state(id) == State::Ready)
             order << id.number;
     });
@@ -63,7 +64,8 @@ TEST_F(BrowserModels, WhatComesIntoSightOvertakesTheRest)
     const MediaServer server({"--fault", "delay", "--fault-delay", "200"});
     openServer();
     QList<int> order;
-    QObject::connect(&session.pictures(), &PictureStore::changed, &session, [&](const PictureId& id) {
+    const QObject scope;
+    QObject::connect(&session.pictures(), &PictureStore::changed, &scope, [&](const PictureId& id) {
         if (session.pictures().state(id) == State::Ready)
             order << id.number;
     });

@@ -34,10 +34,10 @@ TEST_F(BrowserModels, ServersComeGoAndAreForgotten)
     ServerModel& servers = session.servers();
     session.directory().setKeepTime(1000);
     QList<ServerModel::State> states;
-    QObject::connect(&servers, &QAbstractItemModel::rowsInserted, &session,
-                     [&] { states << servers.stateOf(StageKey); });
     int rowsOnceLost = -1;
-    QObject::connect(&servers, &QAbstractItemModel::dataChanged, &session, [&] {
+    const QObject scope;
+    QObject::connect(&servers, &QAbstractItemModel::rowsInserted, &scope, [&] { states << servers.stateOf(StageKey); });
+    QObject::connect(&servers, &QAbstractItemModel::dataChanged, &scope, [&] {
         if (states.isEmpty() || states.last() != servers.stateOf(StageKey))
             states << servers.stateOf(StageKey);
         if (states.last() == ServerModel::State::Lost)
@@ -85,8 +85,9 @@ TEST_F(BrowserModels, AnAnnouncementWithoutAServerBehindItIsSeenAndThenFailing)
         if (servers.rowOf(ghost) >= 0 && (states.isEmpty() || states.last() != servers.stateOf(ghost)))
             states << servers.stateOf(ghost);
     };
-    QObject::connect(&servers, &QAbstractItemModel::rowsInserted, &session, note);
-    QObject::connect(&servers, &QAbstractItemModel::dataChanged, &session, note);
+    const QObject scope;
+    QObject::connect(&servers, &QAbstractItemModel::rowsInserted, &scope, note);
+    QObject::connect(&servers, &QAbstractItemModel::dataChanged, &scope, note);
     socket.writeDatagram(announcement, QHostAddress("224.0.0.180"), 4809);
     ASSERT_TRUE(waitFor([&] { return states.size() >= 2; }));
     EXPECT_EQ(states.at(0), ServerModel::State::Heard);

@@ -23,7 +23,8 @@ TEST_F(BrowserWindow, EverySettingIsExplainedAppliedAndRemembered)
     ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 1; }));
     // The stack has taken the groups over by the time it has started anew.
     bool wasLost = false;
-    QObject::connect(&session.servers(), &QAbstractItemModel::dataChanged, &session,
+    const QObject scope;
+    QObject::connect(&session.servers(), &QAbstractItemModel::dataChanged, &scope,
                      [&] { wasLost = wasLost || session.servers().countUp() == 0; });
     session.chooseAdapter({});
     ASSERT_TRUE(waitFor([&] { return wasLost; }));
@@ -88,7 +89,8 @@ TEST_F(BrowserWindow, ALimitHoldsRequestsBack)
     const qint64 before = sent();
     QElapsedTimer time;
     time.start();
-    QObject::connect(&session.pictures(), &Browser::PictureStore::changed, &session, [&] {
+    const QObject scope;
+    QObject::connect(&session.pictures(), &Browser::PictureStore::changed, &scope, [&] {
         if (atFirstAnswer == 0 && rowsReady() > 0) {
             atFirstAnswer = sent() - before;
             allowed = 2 + time.elapsed() / 1000;

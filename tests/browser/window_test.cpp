@@ -281,7 +281,8 @@ TEST_F(BrowserWindow, TheAdapterIsShownAndChosenFromAMenu)
     EXPECT_TRUE(loopback->text().startsWith("lo ")) << loopback->text().toStdString();
     // The servers are looked for anew there.
     bool wasLost = false;
-    QObject::connect(&session.servers(), &QAbstractItemModel::dataChanged, &session,
+    const QObject scope;
+    QObject::connect(&session.servers(), &QAbstractItemModel::dataChanged, &scope,
                      [&] { wasLost = wasLost || session.servers().countUp() == 0; });
     loopback->trigger();
     EXPECT_TRUE(waitFor([&] { return wasLost; }));
