@@ -219,10 +219,9 @@ QString SearchModel::state() const
         facts << tr("the servers hold more than is searched");
     if (!m_leftOut.empty()) {
         const QString name = toSingleLine(m_requests.nameOf(m_leftOut.begin()->first));
-        facts << (m_leftOut.size() == 1
-                      ? tr("too many libraries, not searched: %1").arg(name)
-                      : tr("too many libraries, not searched: %1 and %2 more")
-                            .arg(name, QString::number(m_leftOut.size() - 1)));
+        facts << (m_leftOut.size() == 1 ? tr("too many libraries, not searched: %1").arg(name)
+                                        : tr("too many libraries, not searched: %1 and %2 more")
+                                              .arg(name, QString::number(m_leftOut.size() - 1)));
     }
     return facts.join(QStringLiteral(" – "));
 }
