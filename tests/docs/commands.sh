@@ -22,7 +22,7 @@ unset ARTNET_ADAPTER OS_LOG_MASKS
 # lists KIND NAME: whether there is a preset NAME for cmake --list-presets=KIND.
 lists()
 {
-    (cd "$source" && "$cmake" --list-presets="$1") | grep -q "\"$2\""
+    grep -q "\"$2\"" <<<"$(cd "$source" && "$cmake" --list-presets="$1")"
 }
 
 # after WORD TEXT: the word behind WORD in TEXT.
@@ -43,7 +43,7 @@ check_cmake()
             word=$(after --preset "$command")
             [ -z "$word" ] || lists build "$word" || { echo "there is no build preset $word"; return 1; }
             word=$(after --target "$command")
-            [ -z "$word" ] || "$cmake" --build "$build_tree" --target help | grep -qE "^$word:|[/ ]$word\b" ||
+            [ -z "$word" ] || grep -qE "^$word:|[/ ]$word\b" <<<"$("$cmake" --build "$build_tree" --target help)" ||
                 { echo "there is no target $word"; return 1; } ;;
         *)
             word=$(after --preset "$command")

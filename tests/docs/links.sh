@@ -21,7 +21,7 @@ for document in $(documents); do
         if [ ! -e "$target" ]; then
             echo "$document:$line: there is no $file"
             failed=1
-        elif [ -n "$heading" ] && ! anchors "$target" | grep -qxF -- "$heading"; then
+        elif [ -n "$heading" ] && ! grep -qxF -- "$heading" <<<"$(anchors "$target")"; then
             echo "$document:$line: there is no heading for $link"
             failed=1
         fi

@@ -106,7 +106,7 @@ expect 0 "3.2.1 can be made" 3.2.1
 nothing_made "without --make"
 expect 0 "nothing was pushed" --make 3.2.1
 (cd build/release/3.2.1 && sha256sum --check --strict SHA256SUMS && [ "$(wc -l <SHA256SUMS)" = 3 ]) || fail "the checksums are wrong"
-tar --list --file=build/release/3.2.1/citp-3.2.1.tar.gz | grep -qx citp-3.2.1/CHANGELOG.md || fail "the archive lacks the change log"
+grep -qx citp-3.2.1/CHANGELOG.md <<<"$(tar --list --file=build/release/3.2.1/citp-3.2.1.tar.gz)" || fail "the archive lacks the change log"
 [ "$(git rev-parse 'v3.2.1^{commit}')" = "$(git rev-parse HEAD)" ] || fail "the tag is of another commit"
 status=0
 scripts/release 3.2.1 >"$work/release.log" || status=$?
