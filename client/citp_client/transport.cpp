@@ -14,6 +14,7 @@
 #include <QEvent>
 #include <QMetaMethod>
 #include <QPointer>
+#include <QScopedPointer>
 #include <QTimer>
 
 #include <deque>
@@ -273,6 +274,9 @@ struct CITP_HIDDEN StackTransport::Private
     const std::shared_ptr<Inbox> inbox;
     std::shared_ptr<const void> observation;
     std::set<int> relayed; ///< indexes of signals
+    /// The receiver of the stack's signals. In the stack's thread and destroyed there: a call of a slot may just begin
+    /// when the transport is destroyed.
+    QScopedPointer<QObject, QScopedPointerDeleteLater> relay;
 };
 
 Transport::Transport() = default;
@@ -310,10 +314,14 @@ bool StackTransport::event(QEvent* event)
 
 void StackTransport::connectNotify(const QMetaMethod& signal)
 {
-    // The slots run in the stack's thread; a call in progress keeps the inbox alive.
+    // The slots run in the stack's thread and keep the inbox alive.
     const auto relay = [&](auto from, auto to, auto slot) {
         if (signal == QMetaMethod::fromSignal(to) && d->relayed.insert(signal.methodIndex()).second) {
-            connect(citp_stack::Get(), from, this, slot, Qt::DirectConnection);
+            if (!d->relay) {
+                d->relay.reset(new QObject);
+                d->relay->moveToThread(citp_stack::Get()->thread());
+            }
+            connect(citp_stack::Get(), from, d->relay.data(), slot, Qt::DirectConnection);
         }
     };
     const std::shared_ptr<Inbox> inbox = d->inbox;

@@ -9,6 +9,8 @@
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QMap>
+#include <QObject>
+#include <QScopedPointer>
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -92,6 +94,7 @@ class Statistics
 public:
     explicit Statistics(const Options& options) : m_options(options), m_session(options)
     {
+        m_receiver->moveToThread(citp_stack::Get()->thread());
         count(&citp_stack::libraryInfo);
         count(&citp_stack::mediaInfo);
         count(&citp_stack::effectInfo);
@@ -132,9 +135,9 @@ private:
     template <typename Message>
     void count(void (citp_stack::*signal)(const citp_stack::SERV_ID&, const Message&))
     {
-        // A call in progress on the stack's thread keeps the counter alive after this object.
+        // On the stack's thread, where the counter stays alive after this object.
         QObject::connect(
-            citp_stack::Get(), signal, &m_scope,
+            citp_stack::Get(), signal, m_receiver.data(),
             [counter = m_counter, server = m_session.key()](const QString& key, const Message& message) {
                 if (key != server)
                     return;
@@ -296,7 +299,9 @@ private:
     const Options& m_options;
     Session m_session;
     LiveTable m_table;
-    QObject m_scope; ///< of the connections
+    QObject m_scope; ///< of the replies' connections
+    /// Of the stack's signals. Destroyed in the stack's thread: a call of a slot may just begin when this object dies.
+    const QScopedPointer<QObject, QScopedPointerDeleteLater> m_receiver{new QObject};
     const std::shared_ptr<Counter> m_counter = std::make_shared<Counter>();
     std::array<RequestStatistics, 3> m_requests{{{"GELI", 0, 0, {}}, {"GEIn", 0, 0, {}}, {"GETh", 0, 0, {}}}};
     Kind m_next = Libraries;
