@@ -95,8 +95,10 @@ StackHarness::StackHarness()
 void StackHarness::listen()
 {
     const auto on = [this](auto signal, const char* event) {
-        QObject::connect(
-            m_stack, signal, m_stack, [this, event](const QString& key) { add(key, event); }, Qt::DirectConnection);
+        onWorker([&] {
+            QObject::connect(
+                m_stack, signal, m_stack, [this, event](const QString& key) { add(key, event); }, Qt::DirectConnection);
+        });
     };
     on(&citp_stack::serverUp, "U");
     on(&citp_stack::serverDown, "D");

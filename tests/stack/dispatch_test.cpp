@@ -183,20 +183,18 @@ TEST_F(DispatchTest, DatagramsThatComeWhileOthersAreHandledAreNotLost)
     constexpr int Bursts = 12;
     constexpr int BurstLength = 40;
     int handled = 0;
-    const QMetaObject::Connection receiver = QObject::connect(
-        stack, &CITP::citp_stack::layerStatus, stack,
-        [this, &handled] {
-            if (++handled <= Bursts) {
-                for (int count = 0; count < BurstLength; ++count) {
-                    m_server.sendDatagram(Wire::lsta(2));
-                }
+    DirectReceiver receiver(stack);
+    receiver.connect(&CITP::citp_stack::layerStatus, [this, &handled] {
+        if (++handled <= Bursts) {
+            for (int count = 0; count < BurstLength; ++count) {
+                m_server.sendDatagram(Wire::lsta(2));
             }
-        },
-        Qt::DirectConnection);
+        }
+    });
     m_server.sendDatagram(Wire::lsta(1));
     EXPECT_TRUE(waitForEvent("layerStatus 127.0.0.2 2", Bursts * BurstLength))
         << recorder->count("layerStatus 127.0.0.2 2") << " of " << Bursts * BurstLength;
-    runOnWorker([&receiver] { QObject::disconnect(receiver); });
+    receiver.disconnect();
 }
 
 TEST_F(DispatchTest, AThumbnailThatFailsToParseIsEmittedWithAnEmptyImage)

@@ -40,7 +40,7 @@ void setUsualDescriptorLimit()
 class Attendance
 {
 public:
-    explicit Attendance(CITP::citp_stack* stack)
+    explicit Attendance(CITP::citp_stack* stack) : m_receiver(stack)
     {
         using CITP::citp_stack;
         const auto count = [this](int step) {
@@ -52,21 +52,10 @@ public:
                 (step > 0 ? m_ups : m_downs) += 1;
             };
         };
-        m_connections = {
-            QObject::connect(stack, &citp_stack::serverUp, stack, count(1), Qt::DirectConnection),
-            QObject::connect(stack, &citp_stack::serverDown, stack, count(-1), Qt::DirectConnection),
-            QObject::connect(
-                stack, &citp_stack::layerStatus, stack, [this] { ++m_layerStates; }, Qt::DirectConnection)};
+        m_receiver.connect(&citp_stack::serverUp, count(1));
+        m_receiver.connect(&citp_stack::serverDown, count(-1));
+        m_receiver.connect(&citp_stack::layerStatus, [this] { ++m_layerStates; });
     }
-    Attendance(const Attendance&) = delete;
-    Attendance& operator=(const Attendance&) = delete;
-    ~Attendance()
-    {
-        for (const QMetaObject::Connection& connection : m_connections) {
-            QObject::disconnect(connection);
-        }
-    }
-
     int ups() const { return m_ups; }
     int downs() const { return m_downs; }
     int doubled() const { return m_doubled; }
@@ -84,7 +73,7 @@ private:
     std::atomic<int> m_downs{0};
     std::atomic<int> m_doubled{0};
     std::atomic<long> m_layerStates{0};
-    std::vector<QMetaObject::Connection> m_connections;
+    DirectReceiver<CITP::citp_stack> m_receiver; // last: destroyed first
 };
 } // namespace
 

@@ -38,8 +38,8 @@ TEST_F(UnreadTest, WhatPilesUpWhileTheApplicationIsBusyIsReleasedWhenItIsRead)
 {
     recorder.reset(); // would itself grow with every message
     std::atomic<long> emitted{0};
-    const QMetaObject::Connection counting = QObject::connect(
-        stack, &CITP::citp_stack::layerStatus, stack, [&emitted] { ++emitted; }, Qt::DirectConnection);
+    DirectReceiver counting(stack);
+    counting.connect(&CITP::citp_stack::layerStatus, [&emitted] { ++emitted; });
     long delivered = 0;
     QObject application;
     QObject::connect(stack, &CITP::citp_stack::layerStatus, &application, [&delivered] { ++delivered; });
@@ -89,7 +89,7 @@ TEST_F(UnreadTest, WhatPilesUpWhileTheApplicationIsBusyIsReleasedWhenItIsRead)
     }
     EXPECT_EQ(full.descriptors, before.descriptors);
     EXPECT_EQ(full.threads, before.threads);
-    QObject::disconnect(counting);
+    counting.disconnect();
     armReset();
     tick();
 }

@@ -68,21 +68,16 @@ protected:
         listen<CITP::Msg_MSEX_ELTH>("ELTh", &citp_stack::libraryThumbnail);
         listen<CITP::Msg_MSEX_ETHN>("EThn", &citp_stack::elementThumbnail);
         listen<CITP::Msg_FPTC_PTCH>("Ptch", &citp_stack::patchMessage);
-        m_receivers.push_back(QObject::connect(
-            stack, &citp_stack::serverUp, stack,
-            [this](const QString& key) {
-                CITP::Msg_MSEX_SINF sinf;
-                stack->getServerInfo(key, &sinf, nullptr);
-                add("SInf", sinf);
-            },
-            Qt::DirectConnection));
+        m_receiver.connect(&citp_stack::serverUp, [this](const QString& key) {
+            CITP::Msg_MSEX_SINF sinf;
+            stack->getServerInfo(key, &sinf, nullptr);
+            add("SInf", sinf);
+        });
     }
 
     void TearDown() override
     {
-        for (const QMetaObject::Connection& receiver : m_receivers) {
-            QObject::disconnect(receiver);
-        }
+        m_receiver.disconnect();
         StackTest::TearDown();
     }
 
@@ -150,13 +145,11 @@ private:
     template <typename Message>
     void listen(const char* code, void (citp_stack::*signal)(const citp_stack::SERV_ID&, const Message&))
     {
-        m_receivers.push_back(QObject::connect(
-            stack, signal, stack, [this, code](const QString&, const Message& message) { add(code, message); },
-            Qt::DirectConnection));
+        m_receiver.connect(signal, [this, code](const QString&, const Message& message) { add(code, message); });
     }
 
     Texts m_texts;
-    std::vector<QMetaObject::Connection> m_receivers;
+    DirectReceiver<citp_stack> m_receiver{stack};
     int m_stackDescriptor = -1;
 };
 

@@ -78,21 +78,21 @@ protected:
         stack->setOptions(options);
         enable();
         tick();
-        m_counting = {count(&citp_stack::layerStatus), count(&citp_stack::elementThumbnail),
-                      count(&citp_stack::libraryInfo)};
+        const auto count = [this] { ++m_emitted; };
+        m_counting.connect(&citp_stack::layerStatus, count);
+        m_counting.connect(&citp_stack::elementThumbnail, count);
+        m_counting.connect(&citp_stack::libraryInfo, count);
         const auto receive = [this] { ++m_delivered; };
         QObject::connect(stack, &citp_stack::layerStatus, &m_application, receive);
         QObject::connect(stack, &citp_stack::elementThumbnail, &m_application, receive);
         QObject::connect(stack, &citp_stack::libraryInfo, &m_application, receive);
-        // The connections are ordered before what is emitted, also in the eyes of the thread sanitizer.
+        // These connections are ordered before what is emitted, also in the eyes of the thread sanitizer.
         runOnWorker([] {});
     }
 
     void TearDown() override
     {
-        for (const QMetaObject::Connection& connection : m_counting) {
-            QObject::disconnect(connection);
-        }
+        m_counting.disconnect();
         stack->setOptions(citp_options());
         StackTest::TearDown();
     }
@@ -164,15 +164,8 @@ protected:
     long emitted() const { return m_emitted; }
 
 private:
-    template <typename Signal>
-    QMetaObject::Connection count(Signal signal)
-    {
-        return QObject::connect(
-            stack, signal, stack, [this] { ++m_emitted; }, Qt::DirectConnection);
-    }
-
     QObject m_application;
-    std::vector<QMetaObject::Connection> m_counting;
+    DirectReceiver<citp_stack> m_counting{stack};
     std::atomic<long> m_emitted{0};
     std::atomic<long> m_sent{0};
     std::atomic<int> m_reports{0};

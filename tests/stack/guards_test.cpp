@@ -814,11 +814,10 @@ TEST_F(GuardsTurnTest, AReceiverThatTakesLongLeavesTurnsToOtherServers)
     citp_options options;
     options.setMaxTurnTime(1);
     apply(options);
-    const QMetaObject::Connection slow = QObject::connect(
-        stack, &CITP::citp_stack::layerStatus, stack, [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); },
-        Qt::DirectConnection);
+    DirectReceiver slow(stack);
+    slow.connect(&CITP::citp_stack::layerStatus, [] { std::this_thread::sleep_for(std::chrono::milliseconds(1)); });
     EXPECT_GE(changesOfServer(), 10);
-    QObject::disconnect(slow);
+    slow.disconnect();
 }
 
 TEST_F(GuardsTurnTest, AServerKeepsItsOrder)

@@ -86,21 +86,19 @@ TEST_F(NotificationTest, AReceiverInServerUpMayAskTheStack)
     QString product;
     int announced = 0;
     std::size_t listed = 0;
-    const QMetaObject::Connection receiver = QObject::connect(
-        stack, &citp_stack::serverUp, stack,
-        [&](const QString& key) {
-            CITP::Msg_MSEX_SINF sinf;
-            stack->getServerInfo(key, &sinf, nullptr);
-            product = sinf.ProductName;
-            announced = stack->getNumNotified();
-            listed = stack->getServers().size();
-        },
-        Qt::DirectConnection);
+    DirectReceiver receiver(stack);
+    receiver.connect(&citp_stack::serverUp, [&](const QString& key) {
+        CITP::Msg_MSEX_SINF sinf;
+        stack->getServerInfo(key, &sinf, nullptr);
+        product = sinf.ProductName;
+        announced = stack->getNumNotified();
+        listed = stack->getServers().size();
+    });
     FakeServer server;
     Connection connection = connectTo(server);
     connection.send(Wire::sinf("Product"));
     sendMarker(server, connection);
-    QObject::disconnect(receiver);
+    receiver.disconnect();
     EXPECT_EQ(product, QStringLiteral("Product"));
     EXPECT_EQ(announced, 1);
     EXPECT_EQ(listed, 1u);

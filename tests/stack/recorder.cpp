@@ -22,12 +22,10 @@ void Recorder::Events::add(const char* signal, const QString& key, const QString
     list.push_back(event);
 }
 
-Recorder::Recorder(citp_stack* stack) : m_events(std::make_shared<Events>())
+Recorder::Recorder(citp_stack* stack) : m_receiver(stack)
 {
-    const std::shared_ptr<Events> events = m_events;
-    const auto listen = [&](auto signal, auto receiver) {
-        m_connections.push_back(QObject::connect(stack, signal, stack, receiver, Qt::DirectConnection));
-    };
+    Events* const events = &m_events;
+    const auto listen = [&](auto signal, auto slot) { m_receiver.connect(signal, slot); };
     listen(&citp_stack::serverUp, [events](const QString& key) { events->add("serverUp", key); });
     listen(&citp_stack::serverDown, [events](const QString& key) { events->add("serverDown", key); });
     listen(&citp_stack::libraryInfo, [events](const QString& key, const CITP::Msg_MSEX_ELIN& m) {
@@ -59,29 +57,20 @@ Recorder::Recorder(citp_stack* stack) : m_events(std::make_shared<Events>())
     });
 }
 
-Recorder::~Recorder()
-{
-    for (const QMetaObject::Connection& connection : m_connections) {
-        QObject::disconnect(connection);
-    }
-    // Orders what the worker wrote before the end of the events, also in the eyes of the thread sanitizer.
-    const std::lock_guard<std::mutex> lock(m_events->mutex);
-}
-
 std::vector<std::string> Recorder::events() const
 {
-    const std::lock_guard<std::mutex> lock(m_events->mutex);
-    return m_events->list;
+    const std::lock_guard<std::mutex> lock(m_events.mutex);
+    return m_events.list;
 }
 
 int Recorder::count(const std::string& event) const
 {
-    const std::lock_guard<std::mutex> lock(m_events->mutex);
-    return static_cast<int>(std::count(m_events->list.begin(), m_events->list.end(), event));
+    const std::lock_guard<std::mutex> lock(m_events.mutex);
+    return static_cast<int>(std::count(m_events.list.begin(), m_events.list.end(), event));
 }
 
 void Recorder::clear()
 {
-    const std::lock_guard<std::mutex> lock(m_events->mutex);
-    m_events->list.clear();
+    const std::lock_guard<std::mutex> lock(m_events.mutex);
+    m_events.list.clear();
 }

@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "worker_call.h"
+
 #include <citp/citp_stack.h>
 
-#include <QMetaObject>
 #include <QString>
 
-#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -17,7 +17,6 @@ class Recorder
 public:
     /// Connects directly to every signal but the internal one.
     explicit Recorder(CITP::citp_stack* stack);
-    ~Recorder();
 
     /// The events so far, oldest first, as "signal key detail"; the detail is the message's library, layer or fixture.
     std::vector<std::string> events() const;
@@ -27,11 +26,10 @@ public:
 private:
     struct Events
     {
-        std::mutex mutex;
+        mutable std::mutex mutex;
         std::vector<std::string> list;
         void add(const char* signal, const QString& key, const QString& detail = {});
     };
-    // Shared with the connections: one may still be in use when this object dies.
-    std::shared_ptr<Events> m_events;
-    std::vector<QMetaObject::Connection> m_connections;
+    Events m_events;
+    DirectReceiver<CITP::citp_stack> m_receiver;
 };

@@ -53,13 +53,11 @@ protected:
     template <typename Work>
     void onFirstStatus(Work work)
     {
-        m_receiver = QObject::connect(
-            stack, &citp_stack::layerStatus, stack,
-            [this, work](const QString& key, const CITP::Msg_MSEX_LSTA&) {
-                QObject::disconnect(m_receiver);
+        m_receiver.connect(&citp_stack::layerStatus, [work, isFirst = true](const QString& key) mutable {
+            if (std::exchange(isFirst, false)) {
                 work(key);
-            },
-            Qt::DirectConnection);
+            }
+        });
     }
 
     void dropAllServersNow()
@@ -68,7 +66,7 @@ protected:
         QMetaObject::invokeMethod(stack, "timepop", Qt::DirectConnection);
     }
 
-    QMetaObject::Connection m_receiver;
+    DirectReceiver<citp_stack> m_receiver{stack};
 };
 
 TEST_F(RemovalTest, NothingMoreOfTheConnectionIsEmittedAfterServerDown)
@@ -128,16 +126,13 @@ TEST_F(RemovalTest, AReceiverInServerDownStillSeesTheServer)
     std::vector<citp_stack::SERV_ID> listed;
     int announced = 0;
     QString name;
-    m_receiver = QObject::connect(
-        stack, &citp_stack::serverDown, stack,
-        [&](const QString& key) {
-            listed = stack->getServers();
-            announced = stack->getNumNotified();
-            CITP::Msg_PEER_PLOC ploc;
-            stack->getServerInfo(key, nullptr, &ploc);
-            name = ploc.name;
-        },
-        Qt::DirectConnection);
+    m_receiver.connect(&citp_stack::serverDown, [&](const QString& key) {
+        listed = stack->getServers();
+        announced = stack->getNumNotified();
+        CITP::Msg_PEER_PLOC ploc;
+        stack->getServerInfo(key, nullptr, &ploc);
+        name = ploc.name;
+    });
     log.expectFailureLine(RemoteClosed);
     connection.close();
     ASSERT_TRUE(waitForEvent(down(server)));
@@ -146,7 +141,7 @@ TEST_F(RemovalTest, AReceiverInServerDownStillSeesTheServer)
     EXPECT_EQ(announced, 1);
     EXPECT_EQ(name, QStringLiteral("Some Name"));
     EXPECT_TRUE(stack->getServers().empty());
-    QObject::disconnect(m_receiver);
+    m_receiver.disconnect();
 }
 
 TEST_F(RemovalTest, WhatAReceiverInServerDownSendsToDyingServersDeletesNothingTwice)
@@ -160,15 +155,12 @@ TEST_F(RemovalTest, WhatAReceiverInServerDownSendsToDyingServersDeletesNothingTw
     // The second one cannot be written to, so that a message for it ends it.
     fillStackSocket(second);
     recorder->clear();
-    m_receiver = QObject::connect(
-        stack, &citp_stack::serverDown, stack,
-        [&](const QString&) {
-            for (const FakeServer* server : {&first, &second, &third}) {
-                stack->sendMsg(server->key(), geli());
-                stack->sendMsg(server->key(), geth());
-            }
-        },
-        Qt::DirectConnection);
+    m_receiver.connect(&citp_stack::serverDown, [&](const QString&) {
+        for (const FakeServer* server : {&first, &second, &third}) {
+            stack->sendMsg(server->key(), geli());
+            stack->sendMsg(server->key(), geth());
+        }
+    });
     log.allowFailureLines(RemoteClosed);
     log.allowFailureLines(TimedOut);
     log.allowFailureLines("sendMsg failed: server not found");
@@ -180,7 +172,7 @@ TEST_F(RemovalTest, WhatAReceiverInServerDownSendsToDyingServersDeletesNothingTw
     EXPECT_EQ(recorder->count(down(second)), 1);
     EXPECT_EQ(recorder->count(down(third)), 0);
     EXPECT_EQ(stack->getServers(), std::vector<citp_stack::SERV_ID>{third.key()});
-    QObject::disconnect(m_receiver);
+    m_receiver.disconnect();
 }
 
 TEST_F(RemovalTest, AResetOnWhichReceiversSendDeletesNothingTwice)
@@ -195,19 +187,16 @@ TEST_F(RemovalTest, AResetOnWhichReceiversSendDeletesNothingTwice)
         fillStackSocket(*server);
     }
     recorder->clear();
-    m_receiver = QObject::connect(
-        stack, &citp_stack::serverDown, stack,
-        [&](const QString&) {
-            for (const FakeServer* server : {&third, &second, &first}) {
-                stack->sendMsg(server->key(), geth());
-            }
-        },
-        Qt::DirectConnection);
+    m_receiver.connect(&citp_stack::serverDown, [&](const QString&) {
+        for (const FakeServer* server : {&third, &second, &first}) {
+            stack->sendMsg(server->key(), geth());
+        }
+    });
     log.allowFailureLines(TimedOut);
     log.allowFailureLines("sendMsg failed: server not found");
     armReset();
     tick();
-    QObject::disconnect(m_receiver);
+    m_receiver.disconnect();
     for (const FakeServer* server : {&first, &second, &third}) {
         EXPECT_EQ(recorder->count(down(*server)), 1) << server->key().toStdString();
         EXPECT_EQ(log.count("removed " + server->key().toStdString() + " Server (total=0)") +
@@ -227,13 +216,12 @@ TEST_F(RemovalTest, ADropInsideServerDownDeletesNothingTwice)
     Connection firstConnection = admit(first);
     Connection secondConnection = admit(second);
     recorder->clear();
-    m_receiver = QObject::connect(
-        stack, &citp_stack::serverDown, stack, [this](const QString&) { dropAllServersNow(); }, Qt::DirectConnection);
+    m_receiver.connect(&citp_stack::serverDown, [this](const QString&) { dropAllServersNow(); });
     log.expectFailureLine(RemoteClosed);
     firstConnection.close();
     ASSERT_TRUE(waitForEvent(down(second)));
     tick();
-    QObject::disconnect(m_receiver);
+    m_receiver.disconnect();
     EXPECT_EQ(recorder->count(down(first)), 1);
     EXPECT_EQ(recorder->count(down(second)), 1);
     EXPECT_TRUE(stack->getServers().empty());
@@ -301,13 +289,10 @@ TEST_F(RemovalTest, AReceiverOfAnAnswerInTheMiddleOfAWriteMayWaitForOtherThreads
     Connection connection = admitPaced(server);
     std::atomic<bool> wasLocked{false};
     std::future<int> other;
-    m_receiver = QObject::connect(
-        stack, &citp_stack::libraryInfo, stack,
-        [&](const QString&, const CITP::Msg_MSEX_ELIN&) {
-            other = std::async(std::launch::async, [this] { return stack->getNumNotified(); });
-            wasLocked = other.wait_for(std::chrono::milliseconds(TestTimeout / 10)) != std::future_status::ready;
-        },
-        Qt::DirectConnection);
+    m_receiver.connect(&citp_stack::libraryInfo, [&](const QString&, const CITP::Msg_MSEX_ELIN&) {
+        other = std::async(std::launch::async, [this] { return stack->getNumNotified(); });
+        wasLocked = other.wait_for(std::chrono::milliseconds(TestTimeout / 10)) != std::future_status::ready;
+    });
     runOnWorker([&] {
         connection.sendSegment(Wire::elin(1));
         stack->sendMsg(server.key(), geth());
@@ -315,7 +300,7 @@ TEST_F(RemovalTest, AReceiverOfAnAnswerInTheMiddleOfAWriteMayWaitForOtherThreads
     ASSERT_TRUE(waitForEvent("libraryInfo " + server.key().toStdString() + " 1"));
     runOnWorker([] {});
     EXPECT_FALSE(wasLocked);
-    QObject::disconnect(m_receiver);
+    m_receiver.disconnect();
 }
 
 TEST_F(RemovalTest, ReceiversHearOfAnAnswerBeforeTheyHearOfTheEndThatAnotherOfThemFound)
@@ -327,19 +312,16 @@ TEST_F(RemovalTest, ReceiversHearOfAnAnswerBeforeTheyHearOfTheEndThatAnotherOfTh
     connection.receive();
     std::promise<void> sent; // from then on the connection is the receiver's
     std::future<void> handedOver = sent.get_future();
-    m_receiver = QObject::connect(
-        stack, &citp_stack::libraryInfo, stack,
-        [&](const QString& key, const CITP::Msg_MSEX_ELIN&) {
-            if (handedOver.valid()) {
-                handedOver.get();
-                connection.reset();
-            }
-            // The first write may still go out; then the reset is there.
-            for (int count = 0; count < 3; ++count) {
-                EXPECT_TRUE(stack->sendMsg(key, geth()));
-            }
-        },
-        Qt::DirectConnection);
+    m_receiver.connect(&citp_stack::libraryInfo, [&](const QString& key, const CITP::Msg_MSEX_ELIN&) {
+        if (handedOver.valid()) {
+            handedOver.get();
+            connection.reset();
+        }
+        // The first write may still go out; then the reset is there.
+        for (int count = 0; count < 3; ++count) {
+            EXPECT_TRUE(stack->sendMsg(key, geth()));
+        }
+    });
     const Recorder later(stack); // connected behind the one that sends
     log.allowFailureLines(RemoteClosed);
     log.allowFailureLines("Unable to write");
@@ -347,7 +329,7 @@ TEST_F(RemovalTest, ReceiversHearOfAnAnswerBeforeTheyHearOfTheEndThatAnotherOfTh
     sent.set_value();
     ASSERT_TRUE(waitForEvent(down(server)));
     tick();
-    QObject::disconnect(m_receiver);
+    m_receiver.disconnect();
     const std::string key = server.key().toStdString();
     EXPECT_EQ(later.events(),
               (Texts{"libraryInfo " + key + " 1", "libraryInfo " + key + " 2", status(server, 3), down(server)}));
@@ -359,16 +341,13 @@ TEST_F(RemovalTest, ReceiversHearOfAServerBeforeTheyHearOfTheEndThatAnotherOfThe
     Connection connection = connectTo(server);
     std::promise<void> sent;
     std::future<void> handedOver = sent.get_future();
-    m_receiver = QObject::connect(
-        stack, &citp_stack::serverUp, stack,
-        [&](const QString& key) {
-            handedOver.get();
-            connection.reset();
-            for (int count = 0; count < 3; ++count) {
-                EXPECT_TRUE(stack->sendMsg(key, geth()));
-            }
-        },
-        Qt::DirectConnection);
+    m_receiver.connect(&citp_stack::serverUp, [&](const QString& key) {
+        handedOver.get();
+        connection.reset();
+        for (int count = 0; count < 3; ++count) {
+            EXPECT_TRUE(stack->sendMsg(key, geth()));
+        }
+    });
     const Recorder later(stack);
     log.allowFailureLines(RemoteClosed);
     log.allowFailureLines("Unable to write");
@@ -376,7 +355,7 @@ TEST_F(RemovalTest, ReceiversHearOfAServerBeforeTheyHearOfTheEndThatAnotherOfThe
     sent.set_value();
     ASSERT_TRUE(waitForEvent(down(server)));
     tick();
-    QObject::disconnect(m_receiver);
+    m_receiver.disconnect();
     EXPECT_EQ(later.events(), (Texts{"serverUp " + server.key().toStdString(), down(server)}));
 }
 
@@ -405,23 +384,20 @@ TEST_F(RemovalTest, AnEndThatAReceiverInServerDownMeetsInTheEventLoopDeletesNoth
     Connection connection = admit(server);
     recorder->clear();
     int rounds = 0;
-    m_receiver = QObject::connect(
-        stack, &citp_stack::serverDown, stack,
-        [&](const QString&) {
-            if (rounds != 0) {
-                return;
-            }
-            connection.close();
-            for (; rounds < TestTimeout && log.count(RemoteClosed) == 0; ++rounds) {
-                QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
-                QThread::msleep(1);
-            }
-        },
-        Qt::DirectConnection);
+    m_receiver.connect(&citp_stack::serverDown, [&](const QString&) {
+        if (rounds != 0) {
+            return;
+        }
+        connection.close();
+        for (; rounds < TestTimeout && log.count(RemoteClosed) == 0; ++rounds) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+            QThread::msleep(1);
+        }
+    });
     log.expectFailureLine(RemoteClosed);
     armReset();
     tick();
-    QObject::disconnect(m_receiver);
+    m_receiver.disconnect();
     EXPECT_EQ(recorder->count(down(server)), 1);
     EXPECT_TRUE(stack->getServers().empty());
 }

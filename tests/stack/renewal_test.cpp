@@ -68,14 +68,14 @@ protected:
         makeApplication();
         stack->setEnabled(true);
         tick();
-        m_receiver = QObject::connect(
-            stack, &citp_stack::layerStatus, stack,
-            [this](const QString&, const CITP::Msg_MSEX_LSTA& message) { receive(message); }, Qt::DirectConnection);
+        m_receiver.emplace(stack);
+        m_receiver->connect(&citp_stack::layerStatus,
+                            [this](const QString&, const CITP::Msg_MSEX_LSTA& message) { receive(message); });
     }
 
     void TearDown() override
     {
-        QObject::disconnect(m_receiver);
+        m_receiver.reset();
         stack->setEnabled(false);
         tick();
         closeLeftovers();
@@ -157,7 +157,7 @@ private:
     }
 
     std::optional<QCoreApplication> m_application;
-    QMetaObject::Connection m_receiver;
+    std::optional<DirectReceiver<citp_stack>> m_receiver;
     mutable std::mutex m_mutex;
     std::vector<int> m_layers;
 };

@@ -346,19 +346,17 @@ TEST_F(SendingTest, QueuedRequestsDieWithTheServer)
 TEST_F(SendingTest, AReceiverOnTheWorkerThreadMaySendFromInsideTheAnswer)
 {
     Connection connection = admitPaced(m_server);
-    const QMetaObject::Connection receiver = QObject::connect(
-        stack, &citp_stack::libraryInfo, stack,
-        [this](const QString& key, const CITP::Msg_MSEX_ELIN&) {
-            stack->sendMsg(key, gein(8));
-            stack->sendMsg(key, gelt(9));
-        },
-        Qt::DirectConnection);
+    DirectReceiver receiver(stack);
+    receiver.connect(&citp_stack::libraryInfo, [this](const QString& key, const CITP::Msg_MSEX_ELIN&) {
+        stack->sendMsg(key, gein(8));
+        stack->sendMsg(key, gelt(9));
+    });
     EXPECT_TRUE(send(geli(1)));
     EXPECT_EQ(next(connection), "GELI 1");
     connection.send(Wire::elin(1));
     EXPECT_EQ(next(connection), "GELT 9"); // the answer's release comes after the notification
     EXPECT_EQ(next(connection), "GEIn 8");
-    QObject::disconnect(receiver);
+    receiver.disconnect();
 }
 
 TEST_F(SendingTest, APacedRequestDoesNotOvertakeWhatItsThreadSentBefore)
@@ -367,20 +365,18 @@ TEST_F(SendingTest, APacedRequestDoesNotOvertakeWhatItsThreadSentBefore)
     EXPECT_TRUE(send(geli(1)));
     EXPECT_EQ(next(connection), "GELI 1");
     // The answer is at the socket when the worker is let go, and so is handled before what waits in the event queue.
-    const QMetaObject::Connection receiver = QObject::connect(
-        stack, &citp_stack::libraryInfo, stack,
-        [this](const QString&, const CITP::Msg_MSEX_ELIN&) {
-            std::thread application([this] {
-                EXPECT_TRUE(send(gelt(2)));
-                EXPECT_TRUE(send(geli(3)));
-            });
-            application.join();
-        },
-        Qt::DirectConnection);
+    DirectReceiver receiver(stack);
+    receiver.connect(&citp_stack::libraryInfo, [this](const QString&, const CITP::Msg_MSEX_ELIN&) {
+        std::thread application([this] {
+            EXPECT_TRUE(send(gelt(2)));
+            EXPECT_TRUE(send(geli(3)));
+        });
+        application.join();
+    });
     connection.send(Wire::elin(1));
     EXPECT_EQ(next(connection), "GELT 2");
     EXPECT_EQ(next(connection), "GELI 3");
-    QObject::disconnect(receiver);
+    receiver.disconnect();
 }
 
 TEST_F(SendingTest, AMessageForAConnectionThatIsNotOpenIsDroppedAfterItsTrafficLine)
