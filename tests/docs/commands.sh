@@ -175,8 +175,10 @@ if [ "${2:-}" = --inside ]; then
     [ -z "${CITP_TEST_NO_NAMESPACE:-}" ] || { echo "This host forbids namespaces: the commands are not tried"; exit 77; }
     mkdir -p "$scratch/bin"
     for program in citp-browser citp-console citp-mediaserver; do
+        # A walk ends by itself.
         cat >"$scratch/bin/$program" <<PROGRAM
 #!/bin/sh
+case " \$* " in *" --walk "*) exec '$prefix/bin/$program' "\$@" ;; esac
 if '$prefix/bin/$program' "\$@" --help | tr -s '\n ' ' ' | grep -qE 'until Ctrl-C|on SIGINT'; then
     exec timeout -s INT --preserve-status $slice '$prefix/bin/$program' "\$@"
 fi
