@@ -319,6 +319,8 @@ void StackTransport::connectNotify(const QMetaMethod& signal)
         if (signal == QMetaMethod::fromSignal(to) && d->relayed.insert(signal.methodIndex()).second) {
             if (!d->relay) {
                 d->relay.reset(new QObject);
+                // Qt emits to a new connection before it has created the receiver's data, which this creates.
+                connect(d->relay.data(), &QObject::destroyed, d->relay.data(), [] {});
                 d->relay->moveToThread(citp_stack::Get()->thread());
             }
             connect(citp_stack::Get(), from, d->relay.data(), slot, Qt::DirectConnection);

@@ -461,16 +461,18 @@ TEST_F(ClientSocketTest, TransportsMayBeDestroyedDuringAFlood)
         while (!isDone && connection.trySend(batch)) {
         }
     });
-    int received = 0;
+    std::atomic<bool> hasBegun{false};
+    DirectReceiver receiver(stack);
+    receiver.connect(&citp_stack::layerStatus, [&] { hasBegun = true; });
+    waitWithoutEvents([&] { return hasBegun.load(); });
     for (int count = 0; count < transports; ++count) {
         StackTransport transport;
         for (int receivers = 0; receivers < 3; ++receivers)
-            QObject::connect(&transport, &Transport::layerStatus, [&received] { ++received; });
+            QObject::connect(&transport, &Transport::layerStatus, [] {});
         QCoreApplication::processEvents();
     }
     isDone = true;
     flood.join();
-    EXPECT_GT(received, 0);
 }
 #endif
 

@@ -10,7 +10,6 @@
 #include <QJsonArray>
 #include <QMap>
 #include <QObject>
-#include <QScopedPointer>
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -28,7 +27,6 @@ namespace {
 using CITP::citp_stack;
 using CITP::Request;
 
-constexpr quint8 Media = 1;
 // Interval between requests. Together with one request at a time, this is less load than a user who browses libraries.
 constexpr int RequestIntervalMs = 500;
 constexpr int SlowAnswerMs = 1000;
@@ -94,7 +92,6 @@ class Statistics
 public:
     explicit Statistics(const Options& options) : m_options(options), m_session(options)
     {
-        m_receiver->moveToThread(citp_stack::Get()->thread());
         count(&citp_stack::libraryInfo);
         count(&citp_stack::mediaInfo);
         count(&citp_stack::effectInfo);
@@ -135,9 +132,9 @@ private:
     template <typename Message>
     void count(void (citp_stack::*signal)(const citp_stack::SERV_ID&, const Message&))
     {
-        // On the stack's thread, where the counter stays alive after this object.
+        // On the stack's thread, and never disconnected: a call could be beginning. The counter stays alive.
         QObject::connect(
-            citp_stack::Get(), signal, m_receiver.data(),
+            citp_stack::Get(), signal, citp_stack::Get(),
             [counter = m_counter, server = m_session.key()](const QString& key, const Message& message) {
                 if (key != server)
                     return;
@@ -164,7 +161,7 @@ private:
 
     void sendRequest()
     {
-        Request request{m_session.key(), Request::Libraries, Media};
+        Request request{m_session.key(), Request::Libraries, MediaLibraries};
         if (m_next != Libraries) {
             request.kind = m_next == Elements ? Request::Elements : Request::ElementPicture;
             request.library = m_library;
@@ -300,8 +297,6 @@ private:
     Session m_session;
     LiveTable m_table;
     QObject m_scope; ///< of the replies' connections
-    /// Of the stack's signals. Destroyed in the stack's thread: a call of a slot may just begin when this object dies.
-    const QScopedPointer<QObject, QScopedPointerDeleteLater> m_receiver{new QObject};
     const std::shared_ptr<Counter> m_counter = std::make_shared<Counter>();
     std::array<RequestStatistics, 3> m_requests{{{"GELI", 0, 0, {}}, {"GEIn", 0, 0, {}}, {"GETh", 0, 0, {}}}};
     Kind m_next = Libraries;
