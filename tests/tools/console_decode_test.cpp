@@ -438,3 +438,108 @@ TEST(ConsoleDecode, RefusesWhatIsNoCaptureInOneLine)
         EXPECT_TRUE(outcome.errors.contains(complaint)) << outcome.errors.toStdString();
     }
 }
+
+namespace {
+/// What --json prints of @p file.
+std::string eventsOf(const QString& file)
+{
+    const Outcome outcome = decode(file, {"--json"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    return outcome.output.toStdString();
+}
+
+/// Writes the messages of @p talk to a new capture. @return what is printed about it
+QString rewrite(const cap::Files& files, const cap::Talk& talk, const QStringList& more = {})
+{
+    const Outcome outcome = decode(fileOf(files, talk), QStringList{"--write", files.path("new.pcap")} + more);
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    EXPECT_EQ(outcome.errors.toStdString(), "");
+    return QString(outcome.output).replace(files.path("new.pcap"), "NEW");
+}
+
+/// An EThn in MSEX 1.2 with @p picture.
+QByteArray thumbnail(const QByteArray& picture)
+{
+    QByteArray message = bytesOf("ethn_1_2");
+    EXPECT_EQ(message.mid(22, 4).toStdString(), "EThn");
+    message = message.left(40);
+    const auto append = [&](int at, int bytes, qint64 value) {
+        for (int count = 0; count < bytes; ++count)
+            message[at + count] = static_cast<char>(value >> (8 * count));
+    };
+    message += QByteArray(2, '\0');
+    append(40, 2, picture.size());
+    message += picture;
+    append(8, 4, message.size());
+    return message;
+}
+} // namespace
+
+TEST(DecodeToAFile, KeepsEveryMessageWithItsTimeAndConnection)
+{
+    for (const quint8 end : {cap::Fin, cap::Reset}) {
+        const cap::Files files;
+        cap::Talk talk = shortTalk();
+        talk.fromServer(thumbnail(QByteArray(65000, 'p')).left(40000));
+        talk.fromServer(thumbnail(QByteArray(65000, 'p')).mid(40000)).acknowledge();
+        talk.wait(50).toServer(bytesOf("geli_1_2"));
+        talk.lose(100).acknowledge().wait(2000);
+        talk.fromServer(bytesOf("elin_1_2")).acknowledge();
+        talk.end(end | cap::Ack);
+        talk.connect().toServer(bytesOf("pnam"));
+        EXPECT_EQ(rewrite(files, talk).toStdString(), "9 messages written to NEW\n");
+        EXPECT_EQ(eventsOf(files.path("new.pcap")), eventsOf(fileOf(files, talk)));
+    }
+}
+
+TEST(DecodeToAFile, WritesWhatIsSelected)
+{
+    const cap::Files files;
+    EXPECT_EQ(rewrite(files, shortTalk(), {"--message", "SInf,ELIn"}).toStdString(), "2 messages written to NEW\n");
+    QStringList codes;
+    for (const QJsonObject& event : jsonLines(QString::fromStdString(eventsOf(files.path("new.pcap")))))
+        codes << event.value("code").toString();
+    EXPECT_EQ(joined(codes), "SInf\nELIn");
+}
+
+TEST(DecodeToAFile, LeavesPicturesOut)
+{
+    const cap::Files files;
+    cap::Talk talk = shortTalk();
+    const QByteArray frame = QByteArray(bytesOf("elin_1_2")).replace(22, 4, "StFr");
+    talk.fromServer(thumbnail(QByteArray(5000, 'p'))).fromServer(frame).acknowledge();
+    EXPECT_EQ(rewrite(files, talk, {"--no-pictures"}).toStdString(),
+              "6 messages written to NEW, 2 pictures left out\n");
+    QFile file(files.path("new.pcap"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_FALSE(file.readAll().contains("pp"));
+    const std::vector<QJsonObject> events = jsonLines(QString::fromStdString(eventsOf(file.fileName())));
+    const QJsonObject last = events.back();
+    EXPECT_EQ(last.value("code").toString().toStdString(), "EThn");
+    EXPECT_EQ(last.value("size").toInt(), 42);
+}
+
+TEST(DecodeToAFile, SaysWhatIsNotInIt)
+{
+    const cap::Files files;
+    cap::Talk talk = shortTalk();
+    talk.fromServer("no message at all").fromServer(bytesOf("elin_1_2")).acknowledge();
+    EXPECT_EQ(rewrite(files, talk).toStdString(), "6 messages written to NEW; 1 errors and notes are not in it\n");
+}
+
+TEST(DecodeToAFile, RefusesWhatItCannotDo)
+{
+    const cap::Files files;
+    const QString file = fileOf(files, shortTalk());
+    const auto refusal = [&](const QStringList& options, int status) {
+        const Outcome outcome = decode(file, options);
+        EXPECT_EQ(outcome.status, status);
+        return outcome.errors.section('\n', 0, 0).toStdString();
+    };
+    EXPECT_EQ(refusal({"--no-pictures"}, 2), "citp-console: --no-pictures requires --write FILE; see --help");
+    EXPECT_EQ(refusal({"--json", "--write", files.path("new.pcap")}, 2),
+              "citp-console: --write cannot be combined with --json; see --help");
+    EXPECT_EQ(refusal({"--write", "/dev/full"}, 1),
+              "citp-console: '/dev/full' cannot be written: it is not a regular file");
+    EXPECT_FALSE(QFile::exists(files.path("new.pcap")));
+}

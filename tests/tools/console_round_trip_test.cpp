@@ -166,6 +166,55 @@ TEST(Walk, LeavesPicturesOutIfItIsToldTo)
         EXPECT_NE(message.mid(22, 4).toStdString(), "GETh");
 }
 
+TEST(Walk, CanBeStrippedOfItsPicturesAndIsReplayedThen)
+{
+    if (!hasNamespace())
+        GTEST_SKIP() << "needs a network namespace";
+    const cap::Files files;
+    const QString whole = files.path("whole.pcap");
+    const QString stripped = files.path("stripped.pcap");
+    const QStringList elements{"elements", RecordedKey, "1,1,0,0", "--adapter", "lo", "--json"};
+    Outcome listed;
+    {
+        const Server server({"--name", "Stage"});
+        expectWalked(runConsole(walkTo(whole)));
+        listed = runConsole(elements);
+    }
+    const Outcome outcome = runConsole({"decode", whole, "--no-pictures", "--write", stripped});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors.toStdString();
+    EXPECT_TRUE(outcome.output.contains(" messages written to " + stripped + ", 45 pictures left out"))
+        << outcome.output.toStdString();
+    EXPECT_LT(QFile(stripped).size(), QFile(whole).size() / 4);
+    // Of a picture, all is kept but the bytes behind the field with their number, and the two numbers of bytes.
+    const auto withoutPictures = [](const QSet<QByteArray>& messages) {
+        QSet<QByteArray> kept;
+        for (const QByteArray& message : messages) {
+            const QByteArray code = message.mid(22, 4);
+            const int describedBytes = code == "EThn" ? 40 : 39;
+            kept << (code == "EThn" || code == "ELTh" ? message.left(8) + message.mid(12, describedBytes - 12)
+                                                      : message);
+        }
+        return kept;
+    };
+    const auto original = saidIn(whole);
+    const auto copy = saidIn(stripped);
+    using Direction = Tools::Event::Direction;
+    for (const Direction direction : {Direction::Discovery, Direction::ToServer, Direction::FromServer})
+        expectSame(withoutPictures(original.value(direction)), withoutPictures(copy.value(direction)));
+    for (const QByteArray& message : copy.value(Direction::FromServer)) {
+        const QByteArray code = message.mid(22, 4);
+        if (code == "EThn" || code == "ELTh") {
+            EXPECT_EQ(message.size(), code == "EThn" ? 42 : 41);
+            EXPECT_TRUE(message.endsWith(QByteArray(2, '\0')));
+        }
+    }
+    const Server replay({"--replay", stripped});
+    const Outcome again = runConsole(elements);
+    EXPECT_EQ(again.status, 0) << again.errors.toStdString();
+    EXPECT_FALSE(listed.output.isEmpty());
+    EXPECT_EQ(again.output.toStdString(), listed.output.toStdString());
+}
+
 TEST(Walk, EndsWithTheRecording)
 {
     if (!hasNamespace())

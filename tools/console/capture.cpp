@@ -1,16 +1,13 @@
 // The command "capture": records the CITP traffic of an adapter into a file.
 // SPDX-License-Identifier: Apache-2.0
 #include <pcap/pcap.h>
-#include <unistd.h>
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QSocketNotifier>
 #include <QTimer>
-#include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -18,7 +15,7 @@
 #include "adapters.h"
 #include "capture/classifier.h"
 #include "commands.h"
-#include "new_file.h"
+#include "new_capture.h"
 #include "printing.h"
 #include "session.h"
 #include "walk.h"
@@ -41,10 +38,8 @@ constexpr const char* Filter = "udp port 4809 or tcp";
 struct CaptureCloser
 {
     void operator()(pcap_t* capture) const { pcap_close(capture); }
-    void operator()(pcap_dumper_t* file) const { pcap_dump_close(file); }
 };
 using Capture = std::unique_ptr<pcap_t, CaptureCloser>;
-using Dump = std::unique_ptr<pcap_dumper_t, CaptureCloser>;
 
 QString reason(const Capture& capture)
 {
@@ -89,21 +84,9 @@ class Recorder
 public:
     /// @param isForOne holds the packets back until setServer() is called
     Recorder(const QString& adapter, const QString& file, qint64 maxPackets, bool isForOne)
-        : m_name(isStandardOutput(file) ? QString("standard output") : escapeControls(file)),
-          m_isPiped(isStandardOutput(file)),
-          m_maxPackets(maxPackets),
-          m_isForOne(isForOne),
-          m_capture(openAdapter(adapter)),
-          m_newFile(file)
+        : m_maxPackets(maxPackets), m_isForOne(isForOne), m_capture(openAdapter(adapter)), m_file(m_capture.get(), file)
     {
-        if (!isStandardOutput(file) && !m_newFile.open())
-            throw Failure{QString("'%1' cannot be written: %2").arg(m_name, m_newFile.problem())};
-        // Closing the stream must not close the descriptor of the new file.
-        const int descriptor = isStandardOutput(file) ? STDOUT_FILENO : m_newFile.descriptor();
-        m_file.reset(pcap_dump_fopen(m_capture.get(), fdopen(dup(descriptor), "wb")));
         char problem[PCAP_ERRBUF_SIZE] = "";
-        if (!m_file)
-            throw Failure{QString("'%1' cannot be written: %2").arg(m_name, reason(m_capture))};
         if (pcap_setnonblock(m_capture.get(), 1, problem) != 0)
             throw Failure{QString("cannot capture: %1").arg(escapeControls(QString::fromLocal8Bit(problem)))};
     }
@@ -117,8 +100,6 @@ public:
         m_held.clear();
     }
 
-    static bool isStandardOutput(const QString& file) { return file == QLatin1String("-"); }
-
     int descriptor() const { return pcap_get_selectable_fd(m_capture.get()); }
 
     /// Writes the packets captured since the last call.
@@ -129,9 +110,9 @@ public:
                                         reinterpret_cast<u_char*>(this));
         if (count == PCAP_ERROR)
             m_problem = QString("capturing ended: %1").arg(reason(m_capture));
-        else if (pcap_dump_flush(m_file.get()) != 0)
-            failToWrite("is the disk full?");
-        return m_problem.isEmpty() && m_written < m_maxPackets;
+        else
+            m_file.flush();
+        return m_problem.isEmpty() && m_file.problem().isEmpty() && m_written < m_maxPackets;
     }
 
     /// Writes what has been captured. Ends early enough for the file to get its name after Ctrl-C.
@@ -150,15 +131,12 @@ public:
     /// @throws Failure if an error ended the recording
     void report()
     {
-        m_file.reset();
-        if (m_canWrite && !m_isPiped && !m_newFile.commit())
-            failToWrite(m_newFile.problem());
-        if (!m_canWrite)
-            throw Failure{m_problem};
+        if (!m_file.commit())
+            throw Failure{m_file.problem()};
         pcap_stat counts{};
         const bool isKnown = pcap_stats(m_capture.get(), &counts) == 0;
         const QString dropped = isKnown ? QString::number(quint64(counts.ps_drop) + counts.ps_ifdrop) : QString("?");
-        say(QString("%1 packets written to %2, %3 dropped").arg(m_written).arg(m_name, dropped));
+        say(QString("%1 packets written to %2, %3 dropped").arg(m_written).arg(m_file.name(), dropped));
         if (!m_problem.isEmpty())
             throw Failure{m_problem};
     }
@@ -166,7 +144,7 @@ public:
     /// Prints @p line where the packets do not go.
     void say(const QString& line) const
     {
-        if (m_isPiped)
+        if (m_file.isPiped())
             warn(line);
         else
             printLine(line);
@@ -178,14 +156,6 @@ private:
         pcap_pkthdr header;
         QByteArray frame;
     };
-
-    void failToWrite(const QString& why)
-    {
-        if (m_isPiped && errno == EPIPE)
-            throw OutputFailure{true};
-        m_problem = QString("'%1' cannot be written: %2").arg(m_name, why);
-        m_canWrite = false;
-    }
 
     bool isWanted(const Tools::Packet& packet) const
     {
@@ -220,21 +190,17 @@ private:
         }
         if (!isWanted(packet))
             return;
-        pcap_dump(reinterpret_cast<u_char*>(m_file.get()), &header, reinterpret_cast<const u_char*>(frame.constData()));
+        m_file.write(header, frame);
         ++m_written;
     }
 
-    const QString m_name;
-    const bool m_isPiped; ///< to standard output
     const qint64 m_maxPackets;
     const bool m_isForOne;
     QString m_server; ///< the only one to record, if #m_isForOne; empty until it is found
     std::vector<Held> m_held;
     qint64 m_heldBytes = 0;
     Capture m_capture;
-    NewFile m_newFile;
-    Dump m_file;
-    bool m_canWrite = true;
+    NewCapture m_file;
     Tools::Classifier m_classifier;
     QString m_problem;
     qint64 m_written = 0;
@@ -274,10 +240,8 @@ int recordWalk(Recorder& recorder, QSocketNotifier& arrival, const Options& opti
 
 int capture(const Options& options)
 {
-    if (Recorder::isStandardOutput(options.write) && isatty(STDOUT_FILENO) != 0) {
-        warn("--write: packets cannot go to a terminal; give a file, or '| citp-console decode -' to read them");
+    if (NewCapture::isForTerminal(options.write))
         return ExitUsageError;
-    }
     const ArtNet::Adapter used = ArtNet::Adapter::Get();
     if (!used.IsValid())
         throw Failure{"no adapter to capture on; 'citp-console adapters' lists them, --adapter chooses one"};

@@ -2,10 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <citp_system/os_log.h>
 
+#include <optional>
+
 #include "capture/capture_file.h"
 #include "commands.h"
 #include "decode/event_filter.h"
 #include "decode/event_text.h"
+#include "decode/message_capture.h"
 #include "decode/summary.h"
 #include "printing.h"
 #include "shutdown.h"
@@ -80,6 +83,8 @@ void printWarnings(const Tools::Decoder& decoder)
 
 int decode(const Options& options)
 {
+    if (NewCapture::isForTerminal(options.write))
+        return ExitUsageError;
     // Problems of a message are printed with the message instead.
     Os::Log::SetMask("CITP.Message", 0);
 
@@ -90,6 +95,9 @@ int decode(const Options& options)
     EventFilter filter(options, classifier);
     Summary summary;
     EventPrinter printer(options.json, options.full);
+    std::optional<MessageCapture> written;
+    if (!options.write.isEmpty())
+        written.emplace(options.write, !options.noPictures);
     qint64 events = 0;
     qint64 accepted = 0;
     Tools::Decoder decoder(classifier, [&](const Event& event) {
@@ -99,6 +107,8 @@ int decode(const Options& options)
         ++accepted;
         if (options.summary)
             summary.add(event);
+        else if (written)
+            written->add(event);
         else
             printer.print(event);
     });
@@ -110,6 +120,8 @@ int decode(const Options& options)
     decoder.finish();
     if (options.summary)
         printSummary(summary, options.json);
+    if (written)
+        written->finish();
     printWarnings(decoder);
     const QString name = escapeControls(Tools::nameOfFile(options.file));
     if (events == 0)

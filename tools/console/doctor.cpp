@@ -17,13 +17,13 @@
 #include "guard_events.h"
 #include "picture_file.h"
 #include "port_users.h"
+#include "server_text.h"
 #include "session.h"
 
 namespace Console {
 namespace {
 using Os::NetworkAdapter;
 
-constexpr quint8 Media = 1;
 const QSize ThumbnailSize(160, 120);
 const QString MissedAdvice =
     "choose the server's adapter (--adapter) and group (--group), or connect it to this network";
@@ -36,11 +36,6 @@ const QStringList ServerChecks = QStringList{"tcp"} + ConnectionChecks;
 QString errorText(int error)
 {
     return QString::fromLocal8Bit(std::strerror(error));
-}
-
-QString versionText(unsigned int version)
-{
-    return QString("%1.%2").arg(version >> 8).arg(version & 0xFF);
 }
 
 // Advice that lists the usable adapters. The loopback is left out, because only this machine can be reached through it.
@@ -455,11 +450,11 @@ private:
     {
         CITP::Catalogue& catalogue = session.catalogue();
         try {
-            catalogue.loadAllLibraries(Media);
+            catalogue.loadAllLibraries(MediaLibraries);
             session.waitForCatalogue();
-            if (catalogue.librariesState(Media) == CITP::Catalogue::Failed)
-                throw Failure{escapeControls(catalogue.librariesProblem(Media))};
-            m_report.ok("library", QString("%1 media libraries").arg(catalogue.allLibraries(Media).size()));
+            if (catalogue.librariesState(MediaLibraries) == CITP::Catalogue::Failed)
+                throw Failure{escapeControls(catalogue.librariesProblem(MediaLibraries))};
+            m_report.ok("library", QString("%1 media libraries").arg(catalogue.allLibraries(MediaLibraries).size()));
         } catch (const Failure& failure) {
             m_report.failed("library", failure.text,
                             "check whether the server has media and whether it is busy loading them; its log may "
@@ -477,11 +472,11 @@ private:
 
     void checkThumbnail(Session& session)
     {
-        for (const CITP::Library& library : session.catalogue().allLibraries(Media)) {
+        for (const CITP::Library& library : session.catalogue().allLibraries(MediaLibraries)) {
             if (library.elements == 0)
                 continue;
-            session.loadElements(Media, library.id);
-            const std::vector<CITP::Element>& elements = session.catalogue().elements(Media, library.id);
+            session.loadElements(MediaLibraries, library.id);
+            const std::vector<CITP::Element>& elements = session.catalogue().elements(MediaLibraries, library.id);
             if (elements.empty())
                 continue;
             const CITP::Element element = elements.front();
@@ -512,7 +507,7 @@ private:
         bool hasEnded = false;
         QObject scope;
         CITP::Reply* const reply = session.requests().get(
-            {session.key(), CITP::Request::ElementPicture, Media, library, {element}, ThumbnailSize, "JPEG"});
+            {session.key(), CITP::Request::ElementPicture, MediaLibraries, library, {element}, ThumbnailSize, "JPEG"});
         QObject::connect(reply, &CITP::Reply::finished, &scope, [&, reply] {
             received = reply->picture();
             problem = reply->errorString();

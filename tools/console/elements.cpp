@@ -11,7 +11,7 @@
 namespace Console {
 namespace {
 using CITP::Element;
-using Kind = CITP::ElementKind;
+using CITP::ElementKind;
 
 // Most servers send seconds since 1970. A number outside a plausible range is printed unchanged.
 QString timeText(quint64 timestamp)
@@ -23,25 +23,25 @@ QString timeText(quint64 timestamp)
     return QDateTime::fromSecsSinceEpoch(static_cast<qint64>(timestamp)).toUTC().toString("yyyy-MM-dd HH:mm:ss");
 }
 
-QStringList titles(Kind kind)
+QStringList titles(ElementKind kind)
 {
     QStringList titles{" #", " DMX"};
-    if (kind == Kind::Media)
+    if (kind == ElementKind::Media)
         titles << " SIZE"
                << " FRAMES"
                << " FPS";
-    if (kind != Kind::Effects)
+    if (kind != ElementKind::Effects)
         titles << "TIME (UTC)";
-    return titles << (kind == Kind::Effects ? "NAME (PARAMETERS)" : "NAME");
+    return titles << (kind == ElementKind::Effects ? "NAME (PARAMETERS)" : "NAME");
 }
 
-QStringList row(Kind kind, const Element& element)
+QStringList row(ElementKind kind, const Element& element)
 {
     QStringList row{QString::number(element.number), QString("%1-%2").arg(element.dmxMin).arg(element.dmxMax)};
-    if (kind == Kind::Media)
+    if (kind == ElementKind::Media)
         row << QString("%1x%2").arg(element.width).arg(element.height) << QString::number(element.length)
             << QString::number(element.frameRate);
-    if (kind != Kind::Effects)
+    if (kind != ElementKind::Effects)
         row << timeText(element.timestamp);
     if (element.parameters.isEmpty())
         return row << element.name;
@@ -55,7 +55,7 @@ int listElements(const Options& options)
     const auto type = static_cast<quint8>(options.type);
     const QString library = session.loadElements(type, options.library);
     const std::vector<Element>& elements = session.catalogue().elements(type, library);
-    const Kind kind = CITP::elementKind(type);
+    const ElementKind kind = CITP::elementKind(type);
     if (options.json) {
         for (const Element& element : elements)
             printJson(merged({{"record", "element"}, {"server", session.key()}, {"library", library}},

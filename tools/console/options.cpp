@@ -137,6 +137,8 @@ const std::vector<Command>& commands()
          "library parses it; --json the fields. --server, --message, --since and --until select messages.\n"
          "FILE - is standard input, which is decoded as it arrives: citp-console capture --write - | citp-console\n"
          "decode -\n"
+         "With --write, the selected messages are written to a new capture file instead, and with --no-pictures\n"
+         "without pictures, so that the file can be sent on.\n"
          "Also marks messages that the library would discard and lists that announce more records than their bytes "
          "hold\n"
          "(WRONG), protocol errors (ERROR), bytes missing from the capture (GAP), and the start and end of "
@@ -144,7 +146,13 @@ const std::vector<Command>& commands()
          "(NOTE).",
          decode,
          {"FILE"},
-         {"full", "json", "message", "server", "since", "summary", "until"}},
+         {"full", "json", "message", "no-pictures", "server", "since", "summary", "until", "write"},
+         false,
+         {{{"write", "w"},
+           "File for the selected messages, as a capture file. An existing file is overwritten. - writes to standard "
+           "output.",
+           "FILE"},
+          {"no-pictures", "Leaves the pictures of ELTh, EThn and StFr out of what --write writes."}}},
         {"capture",
          "records the CITP traffic of an adapter to a file",
          "Records announcements and the connections of media servers to a file for 'decode' and other programs. A\n"
@@ -455,8 +463,15 @@ private:
                     throw UsageError{QString("'capture' does not support --%1 without --walk").arg(option)};
             }
         }
-        if (command.options.contains("write") && !m_parser.isSet("write"))
+        const bool isWritten = m_parser.isSet("write");
+        if (command.options.contains("write") && !isWritten && command.arguments.isEmpty())
             throw UsageError{QString("'%1' requires --write FILE").arg(QString(command.name))};
+        if (command.options.contains("no-pictures") && m_parser.isSet("no-pictures") && !isWritten)
+            throw UsageError{"--no-pictures requires --write FILE"};
+        for (const QString& option : QStringList{"full", "json", "summary"}) {
+            if (isWritten && m_parser.isSet(option))
+                throw UsageError{QString("--write cannot be combined with --%1").arg(option)};
+        }
     }
 
     [[noreturn]] void throwInvalid(const QString& option, const QString& reason) const

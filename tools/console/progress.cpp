@@ -9,8 +9,8 @@
 namespace Console {
 namespace {
 constexpr int BarWidth = 30;
-constexpr int TerminalIntervalMs = 100;
-constexpr int FileIntervalMs = 2000;
+constexpr int TerminalUpdateMs = 100;
+constexpr int FileUpdateMs = 2000;
 
 QString duration(qint64 milliseconds)
 {
@@ -49,7 +49,7 @@ QString Progress::numbers(int done) const
 void Progress::show(int done)
 {
     const bool isDue =
-        !m_sinceShown.isValid() || m_sinceShown.elapsed() >= (m_isTerminal ? TerminalIntervalMs : FileIntervalMs);
+        !m_sinceShown.isValid() || m_sinceShown.elapsed() >= (m_isTerminal ? TerminalUpdateMs : FileUpdateMs);
     if (done == m_shown || !(isDue || done == m_total))
         return;
     m_shown = done;

@@ -28,6 +28,11 @@ QJsonObject toJson(const CITP::Server& server)
             {"layers", server.layers.size()}};
 }
 
+QString versionText(unsigned version)
+{
+    return QString("%1.%2").arg(version >> 8).arg(version & 0xFF);
+}
+
 QString overdueText(const CITP::Server& server, qint64 now)
 {
     return QString("%1 has announced itself for %2, but has sent no SInf")

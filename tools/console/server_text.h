@@ -11,6 +11,9 @@ namespace Console {
 QString toText(const CITP::Server& server, bool brief = false);
 QJsonObject toJson(const CITP::Server& server);
 
+/// "1.2" of 0x0102, as in SInf.
+QString versionText(unsigned version);
+
 /// Why a server that is heard is not up, with control characters escaped.
 /// @param now by Transport::now()
 QString overdueText(const CITP::Server& server, qint64 now);

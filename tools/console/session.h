@@ -29,6 +29,8 @@ bool processEventsUntil(const std::function<bool()>& isDone, int milliseconds);
 constexpr int MinSearchMs = 10000;
 /// Time to wait for more servers after the first one was found. Servers announce themselves about once a second.
 constexpr int SettleMs = 1500;
+/// The type of libraries that hold media.
+constexpr quint8 MediaLibraries = 1;
 
 /// Enables the stack with the guards, groups and servers of @p options.
 void enableStack(const Options& options);

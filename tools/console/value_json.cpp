@@ -5,7 +5,7 @@
 #include <QJsonArray>
 
 namespace Console {
-using Kind = CITP::ElementKind;
+using CITP::ElementKind;
 
 QJsonObject toJson(const CITP::Library& library)
 {
@@ -26,11 +26,11 @@ QJsonObject toJson(const CITP::Element& element, CITP::ElementKind kind)
                        {"dmxMax", element.dmxMax},
                        {"serial", static_cast<double>(element.serialNumber)}};
     // A string, because a JSON number is exact only up to 53 bits.
-    if (kind != Kind::Effects)
+    if (kind != ElementKind::Effects)
         object.insert("timestamp", QString::number(element.timestamp));
-    if (kind == Kind::Effects)
+    if (kind == ElementKind::Effects)
         object.insert("parameters", QJsonArray::fromStringList(element.parameters));
-    if (kind == Kind::Media) {
+    if (kind == ElementKind::Media) {
         object.insert("width", element.width);
         object.insert("height", element.height);
         object.insert("length", static_cast<double>(element.length));

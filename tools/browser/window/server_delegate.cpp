@@ -9,7 +9,7 @@
 
 namespace Browser {
 namespace {
-constexpr int Padding = 6;
+constexpr int Margin = 6;
 constexpr int LightSize = 12;
 
 // Signal colours, readable on light and dark backgrounds.
@@ -48,7 +48,7 @@ void paintLight(QPainter* painter, const QRectF& place, ServerModel::State state
 
 QSize ServerDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& /*index*/) const
 {
-    return {100, 3 * option.fontMetrics.height() + 2 * Padding};
+    return {100, 3 * option.fontMetrics.height() + 2 * Margin};
 }
 
 void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
@@ -68,7 +68,7 @@ void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
     painter->save();
     if (isSelected)
         painter->fillRect(option.rect, palette.highlight());
-    const QRect inner = option.rect.adjusted(Padding, Padding, -Padding, -Padding);
+    const QRect inner = option.rect.adjusted(Margin, Margin, -Margin, -Margin);
     const int line = option.fontMetrics.height();
     if (isSelected) {
         // A background that keeps the light's colours distinct from the selection's.
@@ -81,7 +81,7 @@ void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
     paintLight(painter, QRectF(inner.left() + 2, inner.top() + (line - LightSize) / 2.0, LightSize, LightSize),
                isSilent ? ServerModel::State::Connecting : state, grey);
 
-    QRect text = inner.adjusted(LightSize + 3 * Padding, 0, 0, 0);
+    QRect text = inner.adjusted(LightSize + 3 * Margin, 0, 0, 0);
     text.setHeight(line);
     QFont bold = option.font;
     bold.setBold(true);

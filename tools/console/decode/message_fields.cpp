@@ -17,6 +17,7 @@
 #include <QStringList>
 
 #include "capture/message_cutter.h"
+#include "server_text.h"
 #include "value_json.h"
 
 namespace Console {
@@ -70,11 +71,6 @@ int minorOf(const QByteArray& bytes)
 int countBytesOf(int minor)
 {
     return minor < 2 ? 1 : 2;
-}
-
-QString versionText(unsigned version)
-{
-    return QString("%1.%2").arg(version >> 8).arg(version & 0xFF);
 }
 
 QJsonArray formatsOf(const std::vector<unsigned>& formats)

@@ -148,8 +148,8 @@ void Decoder::addSegment(const Packet& packet)
     if (packet.isReset) {
         const bool isRefused =
             !direction.stream.isStarted() && reverse.stream.isStarted() && reverse.stream.next() == reverse.first;
-        emitNote(*connection, packet, isRefused ? "refuses the connection" : "resets the connection");
         close(*connection);
+        emitNote(*connection, packet, isRefused ? "refuses the connection" : "resets the connection");
         m_connections.erase(Classifier::connectionOf(packet));
         return;
     }
@@ -257,6 +257,7 @@ void Decoder::emitNote(const Connection& connection, const Packet& packet, const
     event.text = text;
     event.isConnecting = packet.isSyn;
     event.isEnding = packet.isFin || packet.isReset;
+    event.isReset = packet.isReset;
     m_out(event);
 }
 

@@ -29,6 +29,7 @@ struct Event
     qint64 missing = 0;        ///< size of a gap in bytes; -1 if unknown
     bool isConnecting = false; ///< for a note: a connection was opened
     bool isEnding = false;     ///< for a note: one side has ended a connection
+    bool isReset = false;      ///< for a note: by a reset
 };
 
 /// Decodes the packets of a capture, which are passed in the order of the capture. Memory is bounded by a Budget for
