@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "printing.h"
+#include "shutdown.h"
 
 namespace Console {
 namespace {

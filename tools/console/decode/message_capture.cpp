@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "printing.h"
+#include "shutdown.h"
 
 namespace Console {
 namespace {
