@@ -36,7 +36,7 @@ QStringList layersOf(const Msg_MSEX_SINF& sinf)
 
 void describe(Server& server, const Msg_MSEX_SINF& sinf)
 {
-    server.product = sinf.ProductName;
+    server.product = sinf.ProductName.left(Transport::maxNameLength);
     server.version = QStringLiteral("%1.%2").arg(sinf.ProductVersionMajor).arg(sinf.ProductVersionMinor);
     server.msexMinor = sinf.GetHighestMsexVersion();
     if (server.msexMinor >= 2) {
@@ -58,6 +58,9 @@ void describe(Server& server, const Msg_MSEX_SINF& sinf)
         server.pictureFormats << fromGraphicFormat(text, format).trimmed();
     }
     server.layers = layersOf(sinf);
+    for (QString& layer : server.layers) {
+        layer.truncate(Transport::maxNameLength);
+    }
 }
 
 QString titleOf(const Server& server)

@@ -32,7 +32,7 @@ struct CITP_EXPORT Server
     qint64 lastHeard{0};       ///< when it announced itself, answered or was up last
     bool isConnected{false};   ///< a connection is known to be open
     QString problem;           ///< one sentence for the user: why it is Failing, or Lost if that is known
-    QString product;           ///< name
+    QString product;           ///< name, at most Transport::maxNameLength characters, as each of #layers
     QString version;           ///< of the product, e.g. "2.5.1"
     QString uuid;              ///< the same on all adapters of a server; empty before MSEX 1.2
     quint8 msexMinor{0};       ///< requests are sent in MSEX 1.#msexMinor

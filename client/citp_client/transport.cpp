@@ -260,8 +260,13 @@ void Inbox::clearWakeUp()
 
 void Inbox::close()
 {
+    // What waits counts as unread, although the worker may keep this object for some time.
+    std::deque<std::unique_ptr<Notification>> dropped;
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_receiver = nullptr;
+    m_news.clear();
+    m_reports.clear();
+    dropped.swap(m_waiting);
 }
 } // namespace
 

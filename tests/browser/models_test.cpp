@@ -368,6 +368,13 @@ TEST(BrowserLog, KeepsTheLastLines)
     EXPECT_EQ(log.index(0, LogModel::Text).data().toString().toStdString(), "15");
 }
 
+TEST(BrowserTexts, APictureOfAFileHasOneExtension)
+{
+    EXPECT_EQ(Browser::pictureFileName("Noon.jpg").toStdString(), "Noon.png");
+    EXPECT_EQ(Browser::pictureFileName("Version 1.2").toStdString(), "Version 1.2.png");
+    EXPECT_EQ(Browser::pictureFileName(".png").toStdString(), "_png.png");
+}
+
 TEST(BrowserLog, ANameWithALineBreakStaysInItsLine)
 {
     LogModel log;
@@ -378,6 +385,8 @@ TEST(BrowserLog, ANameWithALineBreakStaysInItsLine)
     EXPECT_EQ(log.rowCount(), 1);
     EXPECT_EQ(log.index(0, LogModel::Text).data().toString().toStdString(),
               "added 127.0.0.2:4811 A 12:00:00 CITP.Stack   removed 127.0.0.3:4811");
+    EXPECT_TRUE(log.wholeText().endsWith("\tadded 127.0.0.2:4811 A\n\t12:00:00 CITP.Stack   removed 127.0.0.3:4811\n"))
+        << log.wholeText().toStdString();
 }
 
 TEST(BrowserLog, ShowsReadableTextAndTheServersRealName)

@@ -1,5 +1,7 @@
 // citp-browser as a program: its options, what it says where it cannot run, and what it shows and remembers.
 // SPDX-License-Identifier: Apache-2.0
+#include <sys/resource.h>
+
 #include <QSettings>
 
 #include "browser_fixture.h"
@@ -51,6 +53,15 @@ TEST_F(BrowserProgram, SaysInOneLineWhatIsWrongWithItsOptions)
         EXPECT_TRUE(outcome.errors.startsWith("citp-browser: " + expected)) << outcome.errors.toStdString();
         EXPECT_EQ(outcome.errors.count('\n'), 1) << outcome.errors.toStdString();
     }
+}
+
+TEST_F(BrowserProgram, RaisesTheSoftLimitOfDescriptors)
+{
+    Child program("prlimit", {"--nofile=100:400", BROWSER_PROGRAM, "--adapter", "lo"}, environment());
+    EXPECT_TRUE(waitFor([&] {
+        rlimit limits{};
+        return prlimit(program.id(), RLIMIT_NOFILE, nullptr, &limits) == 0 && limits.rlim_cur == 400;
+    }));
 }
 
 TEST_F(BrowserProgram, FailsWhereThereIsNoDisplay)

@@ -6,8 +6,10 @@
 #include <QCheckBox>
 #include <QHeaderView>
 #include <QLabel>
+#include <QListView>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPainter>
 #include <QProcess>
 #include <QScrollBar>
 #include <QSet>
@@ -322,6 +324,31 @@ TEST_F(BrowserWindow, NoKeyOfAMenuIsTakenTwice)
             }
         }
     }
+}
+
+TEST_F(BrowserWindow, TheListOfServersShowsTheFocus)
+{
+    activate();
+    const MediaServer server({"--name", "Stage", "--layers", "0"});
+    ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 1; }));
+    session.chooseServer(Key);
+    auto* const servers = find<QListView>("servers");
+    const auto* const model = servers->model();
+    ASSERT_TRUE(waitFor([&] { return servers->currentIndex().isValid(); }));
+    const auto paint = [&](QStyle::State state) {
+        QImage image(200, 80, QImage::Format_RGB32);
+        image.fill(Qt::white);
+        QPainter painter(&image);
+        QStyleOptionViewItem option;
+        option.initFrom(servers);
+        option.rect = image.rect();
+        option.state = state;
+        servers->itemDelegate()->paint(&painter, option, model->index(0, 0));
+        return image;
+    };
+    for (const QStyle::State state :
+         {QStyle::State_Enabled | QStyle::State_Selected, QStyle::State(QStyle::State_Enabled)})
+        EXPECT_NE(paint(state), paint(state | QStyle::State_HasFocus));
 }
 
 TEST_F(BrowserWindow, EveryControlIsReachedByTheKeyboard)

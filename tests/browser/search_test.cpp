@@ -16,7 +16,7 @@ using Browser::ServerModel;
 TEST_F(BrowserWindow, ASearchFindsElementsAndLibrariesOfAllServersWhileItIsTyped)
 {
     activate();
-    const MediaServer stage({"--name", "Stage", "--layers", "0"});
+    const MediaServer stage({"--name", "<b>Stage", "--layers", "0"});
     const MediaServer back({"--name", "Backdrop", "--layers", "0", "--address", "127.0.0.8", "--port", "4900"});
     ASSERT_TRUE(waitFor([this] { return session.servers().countUp() == 2; }));
     session.chooseServer(Key);
@@ -38,6 +38,9 @@ TEST_F(BrowserWindow, ASearchFindsElementsAndLibrariesOfAllServersWhileItIsTyped
     EXPECT_EQ(cell(0, SearchModel::Number), "3");
     EXPECT_EQ(cell(0, SearchModel::Kind), "Media");
     EXPECT_NE(cell(0, SearchModel::Server), cell(1, SearchModel::Server));
+    // A tooltip is rich text, in which a name must not act.
+    const int ofStage = search.hit(0).server == Key ? 0 : 1;
+    EXPECT_TRUE(search.index(ofStage, SearchModel::Server).data(Qt::ToolTipRole).toString().contains("&lt;b&gt;Stage"));
     // Enter in the field shows the first, in the table the selected one.
     const int other = search.hit(0).server == Key ? 1 : 0;
     key(Qt::Key_Down);

@@ -1,6 +1,7 @@
 // Directory: the states of servers, what is known of them, and the bounds.
 // SPDX-License-Identifier: Apache-2.0
 #include "fake_transport.h"
+#include "wire.h"
 
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp_client/directory.h>
@@ -51,6 +52,21 @@ TEST_F(DirectoryTest, AServerIsHeardThenConnectingThenUpThenLost)
     EXPECT_EQ(m_directory.server(key).since, 3000);
     EXPECT_EQ(m_directory.server(key).product, QStringLiteral("Product"));
     EXPECT_EQ(m_changes.size(), 4);
+}
+
+TEST_F(DirectoryTest, TheTextsOfAServersInformationAreBounded)
+{
+    const std::string longText(1000, 'x');
+    QByteArray message = Wire::sinf(longText.c_str());
+    const QByteArray layer = Wire::text8("ArtNet/0/1/1");
+    ASSERT_TRUE(message.endsWith(layer));
+    message.chop(layer.size());
+    message += Wire::text8(longText.c_str());
+    Q_EMIT m_net.serverHeard(key, stage);
+    m_net.setUp(key, Msg_MSEX_SINF(Wire::withSize(message, static_cast<quint32>(message.size()))));
+    EXPECT_EQ(m_directory.server(key).product.size(), Transport::maxNameLength);
+    ASSERT_EQ(m_directory.server(key).layers.size(), 1);
+    EXPECT_EQ(m_directory.server(key).layers.constFirst().size(), Transport::maxNameLength);
 }
 
 TEST_F(DirectoryTest, AServerThatNeverComesUpIsFailing)

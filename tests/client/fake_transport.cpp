@@ -102,10 +102,15 @@ bool FakeTransport::serverInfo(const QString& server, Msg_MSEX_SINF* sinf, Msg_P
 
 void FakeTransport::setUp(const QString& server, int minor, const char* product)
 {
+    setUp(server, sinfOf(minor, product));
+}
+
+void FakeTransport::setUp(const QString& server, const Msg_MSEX_SINF& information)
+{
     if (m_up.count(server) > 0)
         setDown(server);
-    m_up[server] = {sinfOf(minor, product), Msg_PEER_PLOC(QStringLiteral("MediaServer"), QStringLiteral("Stage"),
-                                                          QStringLiteral("Running"), 4811)};
+    m_up[server] = {information, Msg_PEER_PLOC(QStringLiteral("MediaServer"), QStringLiteral("Stage"),
+                                               QStringLiteral("Running"), 4811)};
     Q_EMIT serverUp(server);
 }
 

@@ -26,6 +26,7 @@ public:
 
     /// Has @p server come up, with MSEX 1.@p minor.
     void setUp(const QString& server, int minor = 2, const char* product = "Product");
+    void setUp(const QString& server, const CITP::Msg_MSEX_SINF& information);
     void setDown(const QString& server);
     /// Has @p server gone without the signal, as while that waits in the event queue. setDown() emits it.
     void lose(const QString& server) { m_up.erase(server); }

@@ -121,6 +121,8 @@ expect citp-console libraries "" -- 'Stage\ 1' 'Stage\ 2' 2.0.0.3:4811 2.0.0.4:4
     '\$\(touch\ was-run\)'
 expect citp-console libraries st -- 'Stage\ 1' 'Stage\ 2'
 expect citp-console doctor 'Stage\ 2' -- 'Stage\ 2'
+expect citp-console capture --server st -- 'Stage\ 1' 'Stage\ 2'
+expect citp-console decode --server st --
 expect citp-console thumbnails --to x "'Stage 1" -- 'Stage 1'
 expect citp-console elements "Stage" "" --
 [ "$(cat listened)" = "servers --timeout 1.2" ] || fail "it listened again: $(cat listened)"

@@ -485,6 +485,7 @@ TEST(DecodeToAFile, KeepsEveryMessageWithItsTimeAndConnection)
         talk.wait(50).toServer(bytesOf("geli_1_2"));
         talk.lose(100).acknowledge().wait(2000);
         talk.fromServer(bytesOf("elin_1_2")).acknowledge();
+        talk.lose(200).acknowledge().wait(2000);
         talk.end(end | cap::Ack);
         talk.connect().toServer(bytesOf("pnam"));
         EXPECT_EQ(rewrite(files, talk).toStdString(), "9 messages written to NEW\n");
@@ -492,31 +493,74 @@ TEST(DecodeToAFile, KeepsEveryMessageWithItsTimeAndConnection)
     }
 }
 
-TEST(DecodeToAFile, WritesWhatIsSelected)
+TEST(DecodeToAFile, KeepsARefusedConnection)
+{
+    const cap::Files files;
+    cap::Talk talk;
+    talk.announce(bytesOf("ploc_mediaserver").replace(24, 2, QByteArray::fromHex("cb12")));
+    talk.add(cap::tcp(cap::Talk::Console, cap::Talk::Server, 9000, 0, cap::Syn));
+    talk.add(cap::tcp(cap::Talk::Server, cap::Talk::Console, 0, 9001, cap::Reset | cap::Ack));
+    EXPECT_EQ(rewrite(files, talk).toStdString(), "1 messages written to NEW\n");
+    const std::string events = eventsOf(files.path("new.pcap"));
+    EXPECT_EQ(events, eventsOf(fileOf(files, talk)));
+    EXPECT_NE(events.find("refuses the connection"), std::string::npos) << events;
+}
+
+TEST(DecodeToAFile, WritesWhatIsSelectedWithItsConnection)
 {
     const cap::Files files;
     EXPECT_EQ(rewrite(files, shortTalk(), {"--message", "SInf,ELIn"}).toStdString(), "2 messages written to NEW\n");
-    QStringList codes;
+    QStringList events;
     for (const QJsonObject& event : jsonLines(QString::fromStdString(eventsOf(files.path("new.pcap")))))
-        codes << event.value("code").toString();
-    EXPECT_EQ(joined(codes), "SInf\nELIn");
+        events << event.value("code").toString(event.value("text").toString());
+    EXPECT_EQ(joined(events), "connects\nSInf\nELIn");
 }
 
 TEST(DecodeToAFile, LeavesPicturesOut)
 {
     const cap::Files files;
     cap::Talk talk = shortTalk();
+    const QByteArray picture = thumbnail(QByteArray(5000, 'p'));
     const QByteArray frame = QByteArray(bytesOf("elin_1_2")).replace(22, 4, "StFr");
-    talk.fromServer(thumbnail(QByteArray(5000, 'p'))).fromServer(frame).acknowledge();
+    // A list that swallows the picture behind it, and the second part of a picture.
+    QByteArray swallowing = bytesOf("elin_1_2") + picture;
+    const auto size = static_cast<quint32>(swallowing.size());
+    for (int at = 0; at < 4; ++at)
+        swallowing[8 + at] = static_cast<char>(size >> (8 * at));
+    QByteArray part = QByteArray(picture).replace(22, 4, "pppp");
+    part[14] = 1;
+    talk.fromServer(picture).fromServer(frame).fromServer(swallowing).fromServer(part).acknowledge();
     EXPECT_EQ(rewrite(files, talk, {"--no-pictures"}).toStdString(),
-              "6 messages written to NEW, 2 pictures left out\n");
+              "6 messages written to NEW, 2 pictures left out; 2 errors, notes and other bytes are not in it\n");
     QFile file(files.path("new.pcap"));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_FALSE(file.readAll().contains("pp"));
     const std::vector<QJsonObject> events = jsonLines(QString::fromStdString(eventsOf(file.fileName())));
-    const QJsonObject last = events.back();
+    const QJsonObject& last = events.back();
     EXPECT_EQ(last.value("code").toString().toStdString(), "EThn");
     EXPECT_EQ(last.value("size").toInt(), 42);
+}
+
+TEST(DecodeToAFile, WritesNoFileThatIsNotWhole)
+{
+    const cap::Files files;
+    cap::Talk talk = shortTalk();
+    for (int count = 0; count < 100; ++count)
+        talk.fromServer(thumbnail(QByteArray(5000, 'p'))).acknowledge();
+    const QString written = files.path("new.pcap");
+    // As on a full disk. The output goes through a pipe, as files have that limit.
+    Child console("bash", {"-c", "set -o pipefail; trap '' XFSZ; (ulimit -f 8; exec " CONSOLE_PROGRAM " decode " +
+                                     fileOf(files, talk) + " --write " + written + ") 2>&1 | cat"});
+    EXPECT_EQ(console.waitForEnd(), 1);
+    EXPECT_EQ(console.output().toStdString(),
+              ("citp-console: '" + written + "' cannot be written: is the disk full?\n").toStdString());
+    EXPECT_FALSE(QFile::exists(written));
+    // Nor one without a message.
+    const Outcome none = decode(fileOf(files, talk), {"--server", "Typo", "--write", written});
+    EXPECT_EQ(none.status, 1);
+    EXPECT_TRUE(none.errors.endsWith("citp-console: '" + written + "' was not written: there is no message for it\n"))
+        << none.errors.toStdString();
+    EXPECT_FALSE(QFile::exists(written));
 }
 
 TEST(DecodeToAFile, SaysWhatIsNotInIt)
@@ -524,7 +568,8 @@ TEST(DecodeToAFile, SaysWhatIsNotInIt)
     const cap::Files files;
     cap::Talk talk = shortTalk();
     talk.fromServer("no message at all").fromServer(bytesOf("elin_1_2")).acknowledge();
-    EXPECT_EQ(rewrite(files, talk).toStdString(), "6 messages written to NEW; 1 errors and notes are not in it\n");
+    EXPECT_EQ(rewrite(files, talk).toStdString(),
+              "6 messages written to NEW; 1 errors, notes and other bytes are not in it\n");
 }
 
 TEST(DecodeToAFile, RefusesWhatItCannotDo)

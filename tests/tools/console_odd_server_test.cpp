@@ -299,6 +299,8 @@ TEST(ConsoleBeforeOddServers, SaysThatAServerIsHeardButOwesItsSInf)
         ") accepts the connection, but does not send its information (SInf); 'citp-console doctor " + server.key() +
         "' checks it\n";
     EXPECT_TRUE(waitFor([&] { return watch.errors().contains(problem); })) << watch.errors().toStdString();
+    // By now it would have said that nothing is heard.
+    EXPECT_FALSE(watch.errors().contains("no server found")) << watch.errors().toStdString();
     watch.interrupt();
     EXPECT_EQ(watch.waitForEnd(), 0);
 }
@@ -310,6 +312,7 @@ TEST(ConsoleBeforeOddServers, SaysThatTheDescriptorsDoNotSuffice)
 #endif
     constexpr int Count = 64;
     Child console("sh", {"-c", "ulimit -n 40; exec " CONSOLE_PROGRAM " watch --adapter lo"});
+    Child other("sh", {"-c", "ulimit -n 40; exec " CONSOLE_PROGRAM " libraries Balcony --adapter lo"});
     std::vector<std::unique_ptr<FakeServer>> servers;
     for (int i = 0; i < Count; ++i)
         servers.push_back(std::make_unique<FakeServer>());
@@ -322,4 +325,6 @@ TEST(ConsoleBeforeOddServers, SaysThatTheDescriptorsDoNotSuffice)
     console.interrupt();
     EXPECT_EQ(console.waitForEnd(), 0);
     EXPECT_EQ(console.errors().count(problem), 1);
+    EXPECT_EQ(other.waitForEnd(), 1);
+    EXPECT_TRUE(other.errors().contains(" on adapter lo, 127.0.0.1; ")) << other.errors().toStdString();
 }

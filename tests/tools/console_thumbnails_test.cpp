@@ -195,6 +195,17 @@ TEST(ConsoleThumbnails, ShowsTheMissingOnesOnThePagesToo)
     EXPECT_EQ(page.readAll().count("its answer has no picture"), 4);
 }
 
+TEST(ConsoleThumbnails, NamesTheTypeOfALibraryOnItsPage)
+{
+    const QTemporaryDir target;
+    const Server server({"--effects", "1"});
+    const QString pages = target.filePath("pages");
+    runConsole({"thumbnails", key, "--type", "2", "--adapter", "lo", "--html", pages});
+    QFile index(pages + "/index.html");
+    ASSERT_TRUE(index.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(index.readAll().contains(" of type 2"));
+}
+
 TEST(ConsoleThumbnails, CountsNoneAsWrittenIfThePagesCannotBe)
 {
     const QTemporaryDir target;

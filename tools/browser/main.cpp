@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "descriptors.h"
 #include "models/adapters.h"
 #include "models/language.h"
 #include "models/preferences.h"
@@ -59,6 +60,7 @@ int main(int argc, char** argv)
         std::fputs("citp-browser: there is no display; start it in a graphical session, or set DISPLAY\n", stderr);
         return 1;
     }
+    Tools::prepareDescriptors();
     const QApplication application(argc, argv);
     const auto translations = Browser::translateTexts(QLocale().uiLanguages());
 

@@ -108,6 +108,13 @@ _citp_tools()
             COMPREPLY=($(compgen -W "$(_citp_values "${option#--}" <<<"$help")" -- "$cur"))
             return
             ;;
+        server)
+            # That of a file cannot be listened to.
+            case $command in
+                capture) _citp_servers "$program" "${adapter[@]}" ;;
+            esac
+            return
+            ;;
         fault) COMPREPLY=($(compgen -W "$(_citp_choices fault <<<"$help")" -- "$cur")); return ;;
         *) return ;; # a value without completion
     esac

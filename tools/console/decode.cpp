@@ -120,8 +120,6 @@ int decode(const Options& options)
     decoder.finish();
     if (options.summary)
         printSummary(summary, options.json);
-    if (written)
-        written->finish();
     printWarnings(decoder);
     const QString name = escapeControls(Tools::nameOfFile(options.file));
     if (events == 0)
@@ -132,6 +130,8 @@ int decode(const Options& options)
     if (!file.problem.isEmpty())
         warn(QString("'%1' is damaged after %2 packets: %3")
                  .arg(name, QString::number(file.packets), escapeControls(file.problem)));
+    if (written)
+        written->finish();
     return file.problem.isEmpty() ? 0 : 1;
 }
 } // namespace Console

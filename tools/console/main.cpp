@@ -98,7 +98,7 @@ int execute(int& argc, char** argv, std::unique_ptr<QCoreApplication>& applicati
 
 int main(int argc, char** argv)
 {
-    prepareDescriptors();
+    Tools::prepareDescriptors();
     watchSignals();
     // print() reports a pipe that was closed.
     std::signal(SIGPIPE, SIG_IGN);

@@ -44,11 +44,16 @@ NewCapture::NewCapture(pcap_t* capture, const QString& file)
 void NewCapture::write(const pcap_pkthdr& header, const QByteArray& frame)
 {
     pcap_dump(reinterpret_cast<u_char*>(m_file.get()), &header, reinterpret_cast<const u_char*>(frame.constData()));
+    // pcap_dump() reports no error, and writes nothing more after one, so that a later flush finds none.
+    if (m_error == 0 && std::ferror(pcap_dump_file(m_file.get())) != 0)
+        m_error = errno;
 }
 
 bool NewCapture::flush()
 {
-    return pcap_dump_flush(m_file.get()) == 0 || fail("is the disk full?");
+    if (m_error == 0 && pcap_dump_flush(m_file.get()) != 0)
+        m_error = errno;
+    return m_error == 0 || fail("is the disk full?");
 }
 
 bool NewCapture::commit()
@@ -60,7 +65,7 @@ bool NewCapture::commit()
 
 bool NewCapture::fail(const QString& why)
 {
-    if (m_isPiped && errno == EPIPE)
+    if (m_isPiped && m_error == EPIPE)
         throw OutputFailure{true};
     m_problem = QString("'%1' cannot be written: %2").arg(m_name, why);
     return false;

@@ -45,6 +45,7 @@ private:
     const bool m_isPiped;
     NewFile m_newFile;
     std::unique_ptr<pcap_dumper_t, Closer> m_file;
+    int m_error = 0; ///< errno of the first write that failed
     QString m_problem;
 };
 } // namespace Console

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "pictures.h"
 
-#include <QRegularExpression>
+#include "picture_file.h"
 
 namespace Console {
 namespace {
@@ -32,9 +32,7 @@ QString fileNamePart(const QString& name)
 
 QString fileName(const QString& library, int element, const QString& name, const QString& extension)
 {
-    // Names of clips often are names of files.
-    static const QRegularExpression pictureExtension("(\\.(jpe?g|png))+_*$", QRegularExpression::CaseInsensitiveOption);
-    const QString part = fileNamePart(name).remove(pictureExtension);
+    const QString part = Tools::withoutPictureExtension(fileNamePart(name));
     return QString("%1-%2%3.%4")
         .arg(QString(library).replace(',', '.'))
         .arg(element, 3, 10, QLatin1Char('0'))

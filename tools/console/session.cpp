@@ -91,7 +91,7 @@ void warnAboutDescriptors()
     if (hasWarned || (sinceCheck.isValid() && sinceCheck.elapsed() < IntervalMs))
         return;
     sinceCheck.start();
-    const QString problem = descriptorProblem();
+    const QString problem = Tools::descriptorProblem();
     hasWarned = !problem.isEmpty();
     if (hasWarned)
         warn(problem);
@@ -245,7 +245,7 @@ QString Session::foundText(const QString& wanted) const
         texts << QString("%1 more are heard").arg(overdue.size() - MaxOverdue);
     if (texts.isEmpty())
         texts << "no server was found";
-    const QString problem = descriptorProblem();
+    const QString problem = Tools::descriptorProblem();
     if (!problem.isEmpty())
         texts << problem;
     if (up.isEmpty())
@@ -258,16 +258,16 @@ void Session::find(const Options& options)
     const QString& wanted = options.server;
     const int searchMs = qMax(m_timeoutMs, MinSearchMs);
     const auto matching = [&] { return upAmong(m_directory, m_directory.find(wanted)); };
-    WaitLine waiting(QString("waiting for server '%1' to come up on %2")
-                         .arg(escapeControls(wanted), nameAndAddress(ArtNet::Adapter::Get())));
+    // Now, because it takes a descriptor.
+    const QString adapter = nameAndAddress(ArtNet::Adapter::Get());
+    WaitLine waiting(QString("waiting for server '%1' to come up on %2").arg(escapeControls(wanted), adapter));
     const auto isFound = [&] {
         m_neighbours->read();
         return !matching().isEmpty();
     };
     if (!processEventsUntil(isFound, searchMs))
         throw Failure{QString("no server '%1' within %2 on adapter %3; %4")
-                          .arg(escapeControls(wanted), secondsText(searchMs), nameAndAddress(ArtNet::Adapter::Get()),
-                               foundText(wanted))};
+                          .arg(escapeControls(wanted), secondsText(searchMs), adapter, foundText(wanted))};
     const auto isSure = [&] {
         return m_directory.server(wanted).state == CITP::Server::Up || m_neighbours->areNone(m_directory, wanted);
     };

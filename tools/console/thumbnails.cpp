@@ -229,7 +229,7 @@ QString writePages(const Options& options, const std::vector<Thumbnail>& thumbna
     std::vector<Tools::PageLibrary> libraries;
     for (const Thumbnail& thumbnail : thumbnails) {
         if (libraries.empty() || libraries.back().id != thumbnail.library.id)
-            libraries.push_back({thumbnail.library.id, thumbnail.library.name, {}});
+            libraries.push_back({thumbnail.library.id, thumbnail.library.name, {}, options.type});
         libraries.back().cells.push_back(
             {QString("%1  %2").arg(QString::number(thumbnail.element.number), thumbnail.element.name),
              detailOf(thumbnail), thumbnail.page});

@@ -99,7 +99,7 @@ int watch(const Options& options)
     CITP::StackTransport transport;
     CITP::Directory directory(transport);
     Changes changes(directory);
-    QElapsedTimer silence; // stopped once a server came up
+    QElapsedTimer silence; // stopped once a server was heard
     silence.start();
     if (options.seconds > 0)
         interruptAfter(options.seconds);
@@ -107,7 +107,11 @@ int watch(const Options& options)
     std::optional<WaitLine> waiting("waiting for servers on " + nameAndAddress(ArtNet::Adapter::Get()));
     try {
         for (;;) {
-            const auto hasHints = [&] { return silence.isValid() && silence.elapsed() >= SilenceMs; };
+            const auto hasHints = [&] {
+                if (!directory.keys().isEmpty())
+                    silence.invalidate();
+                return silence.isValid() && silence.elapsed() >= SilenceMs;
+            };
             processEventsUntil([&] { return !changes.isEmpty() || hasHints(); }, INT_MAX);
             const QStringList problems = changes.takeProblems();
             for (const QString& problem : problems.mid(0, MaxLines))
@@ -115,10 +119,10 @@ int watch(const Options& options)
             if (problems.size() > MaxLines)
                 warn(QString("%1 more servers do not come up").arg(problems.size() - MaxLines));
             const std::vector<CITP::Server> events = changes.takeEvents();
-            if (events.empty() && hasHints())
+            if (hasHints()) {
                 printHints();
-            if (!events.empty() || hasHints())
                 silence.invalidate();
+            }
             if (!events.empty())
                 waiting.reset();
             for (const CITP::Server& server : events)

@@ -6,8 +6,15 @@
 
 #include <QBuffer>
 #include <QCoreApplication>
+#include <QRegularExpression>
 
 namespace Tools {
+QString withoutPictureExtension(const QString& name)
+{
+    static const QRegularExpression extension("(\\.(jpe?g|png))+_*$", QRegularExpression::CaseInsensitiveOption);
+    return QString(name).remove(extension);
+}
+
 PictureFile toPictureFile(const CITP::Picture& picture, const QSize& requested)
 {
     const QString format = picture.format.trimmed();

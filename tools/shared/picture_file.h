@@ -21,6 +21,9 @@ struct PictureFile
     QImage image;       ///< at most of the requested size, except RGB8
 };
 
+/// @p name, of an element, without the extension of a picture: many elements are called like their file.
+QString withoutPictureExtension(const QString& name);
+
 /// Checks and decodes @p picture as CITP::decodePicture() does. Any thread.
 PictureFile toPictureFile(const CITP::Picture& picture, const QSize& requested);
 } // namespace Tools

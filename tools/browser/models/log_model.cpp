@@ -103,8 +103,13 @@ QString LogModel::wholeText() const
 {
     QString text;
     for (const Line& line : m_lines) {
+        // What follows a line break is no line of the log.
+        QStringList parts = line.text.split(QLatin1Char('\n'));
+        for (QString& part : parts)
+            part = toSingleLine(part, static_cast<int>(part.size()));
         const QStringList columns{line.time.toString(QStringLiteral("HH:mm:ss.zzz")), textForLevel(line.level),
-                                  line.context, m_serverNames.value(line.server), line.text};
+                                  line.context, toSingleLine(m_serverNames.value(line.server)),
+                                  parts.join(QStringLiteral("\n\t"))};
         text += columns.join(QLatin1Char('\t')) + QLatin1Char('\n');
     }
     return text;

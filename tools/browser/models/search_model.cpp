@@ -242,10 +242,12 @@ QVariant SearchModel::data(const QModelIndex& index, int role) const
         return {};
     const Hit& found = hit(index.row());
     const auto content = m_contents.find(found.server);
+    const auto nameText = [role](const QString& name) {
+        return role == Qt::ToolTipRole ? toToolTip({toSingleLine(name, CITP::maxNameLength)}) : toSingleLine(name);
+    };
     switch (index.column()) {
         case Name:
-            return role == Qt::ToolTipRole ? toToolTip({toSingleLine(found.name, CITP::maxNameLength)})
-                                           : toSingleLine(found.name);
+            return nameText(found.name);
         case Number:
             return found.number < 0 ? found.library : QString::number(found.number);
         case Kind:
@@ -253,9 +255,9 @@ QVariant SearchModel::data(const QModelIndex& index, int role) const
         case Library:
             return content == m_contents.end()
                        ? found.library
-                       : toSingleLine(content->second->catalogue.library(found.type, found.library).name);
+                       : nameText(content->second->catalogue.library(found.type, found.library).name);
         case Server:
-            return toSingleLine(m_requests.nameOf(found.server));
+            return nameText(m_requests.nameOf(found.server));
         default:
             return {};
     }

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "texts.h"
 
+#include "picture_file.h"
+
 #include <QCoreApplication>
 #include <QRegularExpression>
 #include <QStringList>
@@ -40,7 +42,7 @@ QString fileNameOf(const QString& name)
 
 QString pictureFileName(const QString& name)
 {
-    const QString safe = fileNameOf(name);
+    const QString safe = Tools::withoutPictureExtension(fileNameOf(name));
     return (safe.isEmpty() ? QStringLiteral("picture") : safe) + QStringLiteral(".png");
 }
 

@@ -32,11 +32,7 @@ void ElementDelegate::paint(QPainter* painter, const QStyleOptionViewItem& optio
     painter->setPen(Qt::NoPen);
     painter->setBrush(isSelected ? palette.highlight() : palette.alternateBase());
     painter->drawRoundedRect(card, 5, 5);
-    if (option.state.testFlag(QStyle::State_HasFocus)) {
-        painter->setBrush(Qt::NoBrush);
-        painter->setPen(QPen(palette.color(isSelected ? QPalette::HighlightedText : QPalette::Highlight), 1));
-        painter->drawRoundedRect(QRectF(card).adjusted(1.5, 1.5, -1.5, -1.5), 4, 4);
-    }
+    paintFocus(painter, option, card, 4);
 
     const QRect frame(inner.left() + (inner.width() - pictureSize().width()) / 2, inner.top(), pictureSize().width(),
                       pictureSize().height());

@@ -71,4 +71,14 @@ void paintBadge(QPainter* painter, const QStyleOptionViewItem& option, const QPo
     painter->drawRoundedRect(badge, 4, 4);
     painter->drawText(badge, Qt::AlignCenter, text);
 }
+
+void paintFocus(QPainter* painter, const QStyleOptionViewItem& option, const QRect& item, int radius)
+{
+    if (!option.state.testFlag(QStyle::State_HasFocus))
+        return;
+    const bool isSelected = option.state.testFlag(QStyle::State_Selected);
+    painter->setBrush(Qt::NoBrush);
+    painter->setPen(QPen(option.palette.color(isSelected ? QPalette::HighlightedText : QPalette::Highlight), 1));
+    painter->drawRoundedRect(QRectF(item).adjusted(1.5, 1.5, -1.5, -1.5), radius, radius);
+}
 } // namespace Browser

@@ -21,4 +21,7 @@ QColor pictureBackground(const QPalette& palette);
 void drawFitted(QPainter* painter, const QRect& frame, const QImage& image);
 /// Draws a small badge with @p text; its top right corner is at @p corner.
 void paintBadge(QPainter* painter, const QStyleOptionViewItem& option, const QPoint& corner, const QString& text);
+/// Draws a frame in @p item, with round corners of @p radius, if the view has the focus and the item is the current
+/// one.
+void paintFocus(QPainter* painter, const QStyleOptionViewItem& option, const QRect& item, int radius = 0);
 } // namespace Browser

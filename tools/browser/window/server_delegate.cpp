@@ -68,6 +68,7 @@ void ServerDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option
     painter->save();
     if (isSelected)
         painter->fillRect(option.rect, palette.highlight());
+    paintFocus(painter, option, option.rect);
     const QRect inner = option.rect.adjusted(Margin, Margin, -Margin, -Margin);
     const int line = option.fontMetrics.height();
     if (isSelected) {

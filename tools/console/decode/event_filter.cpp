@@ -27,8 +27,11 @@ bool EventFilter::isFromServer(const Event& event) const
 bool EventFilter::isWantedMessage(const Event& event) const
 {
     const QStringList& wanted = m_options.messages;
-    const QString kind = event.kind == Tools::StreamItem::Kind::Message ? event.code : kindText(event.kind);
-    return wanted.isEmpty() || wanted.contains(kind, Qt::CaseInsensitive) ||
+    const bool isMessage = event.kind == Tools::StreamItem::Kind::Message;
+    const QString kind = isMessage ? event.code : kindText(event.kind);
+    // The messages of a new file keep their connections.
+    const bool isWritten = !m_options.write.isEmpty() && !isMessage;
+    return wanted.isEmpty() || isWritten || wanted.contains(kind, Qt::CaseInsensitive) ||
            (!event.layer.isEmpty() && wanted.contains(event.layer, Qt::CaseInsensitive));
 }
 } // namespace Console

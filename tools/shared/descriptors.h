@@ -4,7 +4,7 @@
 
 #include <QString>
 
-namespace Console {
+namespace Tools {
 /// Raises the limit of open descriptors to the highest that the system allows, because each server needs one. Opens
 /// /dev/null for standard descriptors that are closed, so that no connection gets their numbers. Call it before any
 /// descriptor is opened.
@@ -12,4 +12,4 @@ void prepareDescriptors();
 
 /// A text such as "too many servers for 1024 descriptors; ..." if no connection can be opened, otherwise empty.
 QString descriptorProblem();
-} // namespace Console
+} // namespace Tools

@@ -8,7 +8,7 @@
 
 #include <cerrno>
 
-namespace Console {
+namespace Tools {
 void prepareDescriptors()
 {
     rlimit limit{};
@@ -41,4 +41,4 @@ QString descriptorProblem()
     return QString("too many servers for %1 descriptors; the hard limit of 'ulimit -n' allows no more")
         .arg(static_cast<qulonglong>(limit.rlim_cur));
 }
-} // namespace Console
+} // namespace Tools
