@@ -84,7 +84,7 @@ void expectRoundTrip(const QStringList& serverArguments, Pictures pictures = Pic
         return QStringList{"thumbnails", RecordedKey, "--adapter", "lo", "--to", files.path(name)};
     };
     {
-        const Server server(QStringList{"--name", "Stage", "--effects", "1", "--layer-rate", "20"} + serverArguments);
+        const Server server(QStringList{"--name", "Stage", "--effects", "1", "--layer-rate", "5"} + serverArguments);
         expectWalked(runConsole(walkTo(files.path("original.pcap"))));
         // Not recorded: the walk has asked for everything.
         if (pictures == Pictures::AreCompared) {
@@ -244,7 +244,7 @@ TEST(Walk, DoesNotWaitForEachPictureOfAServerThatHasNone)
         GTEST_SKIP() << "needs a network namespace";
     const cap::Files files;
     const Server server({"--name", "Stage", "--fault", "silence", "--fault-on", "GETh"});
-    const Outcome outcome = runConsole(walkTo(files.path("show.pcap")) + QStringList{"--timeout", "1"});
+    const Outcome outcome = runConsole(walkTo(files.path("show.pcap")) + QStringList{"--timeout", "3"});
     expectWalked(outcome);
     EXPECT_TRUE(outcome.errors.contains(": 40 pictures were not received\n")) << outcome.errors.toStdString();
     // Two elements, each asked for twice.

@@ -17,6 +17,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds RepeatedSignal{100};
+constexpr milliseconds Slice{10};
 constexpr milliseconds LongGrace{20000};
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 // The sanitizers report while the process ends, which takes longer.
@@ -46,17 +47,13 @@ std::atomic<int> exitStatus{NoStatus};
     while (sigwaitinfo(&signals, nullptr) < 0) {
     }
     interrupted = true;
-    const auto first = std::chrono::steady_clock::now();
-    for (;;) {
-        const auto left = first + (hasFiles ? LongGrace : Grace) - std::chrono::steady_clock::now();
-        if (left.count() <= 0)
-            terminateNow();
-        const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
-        const timespec timeout{static_cast<time_t>(nanoseconds / 1000000000),
-                               static_cast<long>(nanoseconds % 1000000000)};
-        if (sigtimedwait(&signals, nullptr, &timeout) > 0 && std::chrono::steady_clock::now() - first >= RepeatedSignal)
-            terminateNow();
+    // In slices, so that a process which was stopped, or gets no processor, has the time all the same.
+    const timespec timeout{0, std::chrono::nanoseconds(Slice).count()};
+    for (milliseconds waited{0}; waited < (hasFiles ? LongGrace : Grace); waited += Slice) {
+        if (sigtimedwait(&signals, nullptr, &timeout) > 0 && waited >= RepeatedSignal)
+            break;
     }
+    terminateNow();
 }
 } // namespace
 
