@@ -2,6 +2,7 @@
 // status 7 and prints nothing but, for "remove-at-exit", the lines on removed servers.
 // SPDX-License-Identifier: Apache-2.0
 #include "modes.h"
+#include "worker_call.h"
 
 #include <citp/citp_msg_msex_lsta.h>
 #include <citp/citp_msg_msex_requests.h>
@@ -84,14 +85,16 @@ int exitChild(const std::string& how)
     QObject::connect(stack, &citp_stack::layerStatus, &receiver, [&received] { ++received; });
     std::atomic<bool> now{false};
     if (how == "from-receiver") {
-        QObject::connect(
-            stack, &citp_stack::layerStatus, stack,
-            [&now] {
-                if (now) {
-                    std::exit(Status);
-                }
-            },
-            Qt::DirectConnection);
+        runOnThreadOf(stack, [&] {
+            QObject::connect(
+                stack, &citp_stack::layerStatus, stack,
+                [&now] {
+                    if (now) {
+                        std::exit(Status);
+                    }
+                },
+                Qt::DirectConnection);
+        });
     }
     QElapsedTimer time;
     time.start();
@@ -112,22 +115,24 @@ int exitChild(const std::string& how)
 
     if (how == "remove-at-exit") {
         // The worker is inside a receiver when the process begins to exit, and removes both servers then.
-        QObject::connect(
-            stack, &citp_stack::layerStatus, stack,
-            [stack] {
-                if (printsRemovals.exchange(true)) {
-                    return;
-                }
-                while (!exits) {
-                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-                }
-                // By now the library refuses callers.
-                while (!stack->getServers().empty()) {
-                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-                }
-                QMetaObject::invokeMethod(stack, "timepop", Qt::DirectConnection);
-            },
-            Qt::DirectConnection);
+        runOnThreadOf(stack, [stack] {
+            QObject::connect(
+                stack, &citp_stack::layerStatus, stack,
+                [stack] {
+                    if (printsRemovals.exchange(true)) {
+                        return;
+                    }
+                    while (!exits) {
+                        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    }
+                    // By now the library refuses callers.
+                    while (!stack->getServers().empty()) {
+                        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    }
+                    QMetaObject::invokeMethod(stack, "timepop", Qt::DirectConnection);
+                },
+                Qt::DirectConnection);
+        });
         while (!printsRemovals) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
