@@ -39,7 +39,7 @@ const std::vector<Command>& commands()
          "reports media servers that come up or go down",
          "Connects to every media server that announces itself and prints a line when a server comes up or goes down:\n"
          "local time, event (up or down), key (address and port), name, product and version, MSEX version, layers.\n"
-         "Runs until Ctrl-C. If no server comes up within 10 seconds, it prints hints once. A server that announces\n"
+         "Runs until Ctrl-C. If no server is heard for 10 seconds, it prints hints once. A server that announces\n"
          "itself for 10 seconds without coming up is reported on standard error.",
          watch,
          {},
@@ -152,7 +152,9 @@ const std::vector<Command>& commands()
            "File for the selected messages, as a capture file. An existing file is overwritten. - writes to standard "
            "output.",
            "FILE"},
-          {"no-pictures", "Leaves the pictures of ELTh, EThn and StFr out of what --write writes."}}},
+          {"no-pictures",
+           "Leaves the pictures of ELTh, EThn and StFr out of what --write writes, and messages that could hide "
+           "one."}}},
         {"capture",
          "records the CITP traffic of an adapter to a file",
          "Records announcements and the connections of media servers to a file for 'decode' and other programs. A\n"

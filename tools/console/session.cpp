@@ -130,8 +130,10 @@ Session::Session(const Options& options)
     m_requests.setTimeout(m_timeoutMs / CITP::Requests::maxAttempts);
     QObject::connect(&m_transport, &CITP::Transport::serverDown, &m_requests,
                      [this](const QString& key) { m_isDown = m_isDown || key == m_server.key; });
+    // Now, because it takes a descriptor.
+    const QString adapter = nameAndAddress(ArtNet::Adapter::Get());
     enableStack(options);
-    find(options);
+    find(options, adapter);
     m_neighbours.reset();
     m_catalogue.emplace(m_requests, key());
     QObject::connect(
@@ -253,13 +255,11 @@ QString Session::foundText(const QString& wanted) const
     return texts.join("; ");
 }
 
-void Session::find(const Options& options)
+void Session::find(const Options& options, const QString& adapter)
 {
     const QString& wanted = options.server;
     const int searchMs = qMax(m_timeoutMs, MinSearchMs);
     const auto matching = [&] { return upAmong(m_directory, m_directory.find(wanted)); };
-    // Now, because it takes a descriptor.
-    const QString adapter = nameAndAddress(ArtNet::Adapter::Get());
     WaitLine waiting(QString("waiting for server '%1' to come up on %2").arg(escapeControls(wanted), adapter));
     const auto isFound = [&] {
         m_neighbours->read();

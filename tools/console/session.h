@@ -79,7 +79,7 @@ public:
 private:
     class Neighbours;
 
-    void find(const Options& options);
+    void find(const Options& options, const QString& adapter);
     QString foundText(const QString& wanted) const;
 
     std::unique_ptr<Neighbours> m_neighbours; ///< listens from before the stack starts until the server is found

@@ -22,9 +22,11 @@ constexpr quint8 TimeToLive = 64;
 constexpr quint32 SequenceStep = 1000000;
 // So far back that it is no retransmission.
 constexpr quint32 UnknownGapBytes = 32 << 20;
+constexpr qint64 MaxGapBytes = 16 << 20;
 enum TcpFlag : quint8 { Fin = 1, Syn = 2, Reset = 4, Ack = 16 };
 
 constexpr int SizeOffset = 8; // of a CITP message
+constexpr int PartCountOffset = 12;
 constexpr int PartOffset = 14;
 constexpr int MinorVersionOffset = 21; // of an MSEX message
 constexpr int MsexHeaderBytes = 26;
@@ -89,8 +91,9 @@ QByteArray withoutPicture(const QByteArray& message, const QString& code)
 // or in a part without the fields of the first.
 bool canHidePicture(const QByteArray& message)
 {
-    return qFromLittleEndian<quint16>(message.constData() + PartOffset) > 0 ||
-           Tools::MessageHeader::find(message, 1) >= 0;
+    const bool isFurtherPart = qFromLittleEndian<quint16>(message.constData() + PartCountOffset) > 1 &&
+                               qFromLittleEndian<quint16>(message.constData() + PartOffset) > 0;
+    return isFurtherPart || Tools::MessageHeader::find(message, 1) >= 0;
 }
 } // namespace
 
@@ -104,9 +107,11 @@ MessageCapture::Flow& MessageCapture::flow(const Direction& direction)
     const auto known = m_flows.find(direction);
     if (known != m_flows.end())
         return known->second;
-    // Only a hostile capture has so many; the decoder ignores most of them, too.
-    if (m_flows.size() >= 4 * Tools::Decoder::MaxConnections)
-        m_flows.clear();
+    // What still follows the end of a connection follows soon. The decoder limits those that have not ended.
+    while (m_flows.size() >= 4 * Tools::Decoder::MaxConnections && !m_ended.empty()) {
+        m_flows.erase(m_ended.front());
+        m_ended.pop_front();
+    }
     return m_flows[direction];
 }
 
@@ -140,12 +145,16 @@ void MessageCapture::addNote(const Event& event)
         writeSegment(direction, Syn, {}, event.timeUs);
         flow(reverse).isAwaited = true;
     } else if (event.isReset) {
-        // Before anything has come back, it refuses the connection.
+        if (!event.isRefused)
+            accept(direction, event.timeUs);
         writeSegment(direction, Reset | Ack, {}, event.timeUs);
+        m_flows.erase(direction);
+        m_flows.erase(reverse);
     } else if (event.isEnding) {
         accept(direction, event.timeUs);
         accept(reverse, event.timeUs);
         writeSegment(direction, Fin | Ack, {}, event.timeUs);
+        m_ended.push_back(direction);
     } else {
         ++m_others;
     }
@@ -161,6 +170,11 @@ void MessageCapture::addGap(const Event& event)
     accept(direction, event.timeUs);
     if (event.missing < 0)
         flow(direction).next -= UnknownGapBytes;
+    // More than are written as packets only occur if the start of a connection is missing.
+    if (event.missing > MaxGapBytes) {
+        flow(direction).next += static_cast<quint32>(event.missing);
+        return;
+    }
     for (qint64 left = event.missing; left > 0; left -= MaxSegmentBytes)
         writeSegment(direction, Ack, {}, event.timeUs, static_cast<int>(std::min<qint64>(left, MaxSegmentBytes)));
 }
@@ -202,8 +216,8 @@ void MessageCapture::addMessage(const Event& event)
         writePacket(direction, IPPROTO_UDP, datagram, event.timeUs);
     }
     // For those that read it as it comes.
-    if (m_file.isPiped())
-        m_file.flush();
+    if (m_file.isPiped() && !m_file.flush())
+        throw Failure{m_file.problem()};
 }
 
 // Answers the SYN of the peer.
@@ -257,14 +271,16 @@ void MessageCapture::writePacket(const Direction& direction, quint8 protocol, co
 void MessageCapture::finish()
 {
     if (m_messages == 0)
-        throw Failure{QString("'%1' was not written: there is no message for it").arg(m_file.name())};
+        throw Failure{m_file.isPiped()
+                          ? QString("there is no message to write")
+                          : QString("'%1' was not written: there is no message for it").arg(m_file.name())};
     if (!m_file.commit())
         throw Failure{m_file.problem()};
     QString text = QString("%1 messages written to %2").arg(QString::number(m_messages), m_file.name());
     if (!m_hasPictures)
         text += QString(", %1 pictures left out").arg(m_pictures);
     if (m_others > 0)
-        text += QString("; %1 errors, notes and other bytes are not in it").arg(m_others);
+        text += QString("; %1 errors, notes and doubtful messages are not in it").arg(m_others);
     if (m_file.isPiped())
         warn(text);
     else

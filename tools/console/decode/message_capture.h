@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <deque>
 #include <map>
 #include <utility>
 
@@ -53,6 +54,7 @@ private:
     const std::unique_ptr<pcap_t, CaptureCloser> m_capture;
     NewCapture m_file;
     std::map<Direction, Flow> m_flows;
+    std::deque<Direction> m_ended;
     quint32 m_first = 0; ///< sequence number of the last connection
     qint64 m_messages = 0;
     qint64 m_pictures = 0; ///< left out

@@ -149,7 +149,7 @@ void Decoder::addSegment(const Packet& packet)
         const bool isRefused =
             !direction.stream.isStarted() && reverse.stream.isStarted() && reverse.stream.next() == reverse.first;
         close(*connection);
-        emitNote(*connection, packet, isRefused ? "refuses the connection" : "resets the connection");
+        emitNote(*connection, packet, isRefused ? "refuses the connection" : "resets the connection", isRefused);
         m_connections.erase(Classifier::connectionOf(packet));
         return;
     }
@@ -249,7 +249,7 @@ void Decoder::emitItem(const Connection& connection, const Direction& direction,
     m_out(event);
 }
 
-void Decoder::emitNote(const Connection& connection, const Packet& packet, const QString& text)
+void Decoder::emitNote(const Connection& connection, const Packet& packet, const QString& text, bool isRefused)
 {
     Event event = makeEvent(connection, packet.from, packet.to);
     event.kind = StreamItem::Kind::Note;
@@ -258,6 +258,7 @@ void Decoder::emitNote(const Connection& connection, const Packet& packet, const
     event.isConnecting = packet.isSyn;
     event.isEnding = packet.isFin || packet.isReset;
     event.isReset = packet.isReset;
+    event.isRefused = isRefused;
     m_out(event);
 }
 

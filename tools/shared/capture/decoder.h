@@ -30,6 +30,7 @@ struct Event
     bool isConnecting = false; ///< for a note: a connection was opened
     bool isEnding = false;     ///< for a note: one side has ended a connection
     bool isReset = false;      ///< for a note: by a reset
+    bool isRefused = false;    ///< for a note: by a reset before the server has answered
 };
 
 /// Decodes the packets of a capture, which are passed in the order of the capture. Memory is bounded by a Budget for
@@ -69,7 +70,7 @@ private:
     void open(Connection& connection, const Packet& packet);
     void close(Connection& connection);
     void emitItem(const Connection& connection, const Direction& direction, const StreamItem& item);
-    void emitNote(const Connection& connection, const Packet& packet, const QString& text);
+    void emitNote(const Connection& connection, const Packet& packet, const QString& text, bool isRefused = false);
     static Event makeEvent(const Packet& packet);
     static Event makeEvent(const Connection& connection, const Endpoint& from, const Endpoint& to);
 
