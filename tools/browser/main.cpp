@@ -44,6 +44,7 @@ bool hasDisplay()
 
 int main(int argc, char** argv)
 {
+    Tools::prepareDescriptors();
     QCoreApplication::setApplicationName(QStringLiteral("citp-browser"));
     QCoreApplication::setOrganizationName(QStringLiteral("citp"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CITP_VERSION));
@@ -60,7 +61,6 @@ int main(int argc, char** argv)
         std::fputs("citp-browser: there is no display; start it in a graphical session, or set DISPLAY\n", stderr);
         return 1;
     }
-    Tools::prepareDescriptors();
     const QApplication application(argc, argv);
     const auto translations = Browser::translateTexts(QLocale().uiLanguages());
 

@@ -71,6 +71,7 @@ void setChecksum(QByteArray& bytes, int offset, int sum)
 {
     qToBigEndian(static_cast<quint16>(sum), bytes.data() + offset);
 }
+
 // Cuts the picture off an ELTh or EThn.
 QByteArray withoutPicture(const QByteArray& message, const QString& code)
 {

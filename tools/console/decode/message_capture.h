@@ -54,8 +54,8 @@ private:
     const std::unique_ptr<pcap_t, CaptureCloser> m_capture;
     NewCapture m_file;
     std::map<Direction, Flow> m_flows;
-    std::deque<Direction> m_ended;
-    quint32 m_first = 0; ///< sequence number of the last connection
+    std::deque<Direction> m_ended; ///< their flows can be removed for new ones, oldest first
+    quint32 m_first = 0;           ///< sequence number of the last connection
     qint64 m_messages = 0;
     qint64 m_pictures = 0; ///< left out
     qint64 m_others = 0;   ///< likewise: errors, notes, and what could hide a picture
